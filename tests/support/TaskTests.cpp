@@ -1,0 +1,93 @@
+#include "tests/support/TestLoop.h"
+
+#include <boost/asio/strand.hpp>
+#include <gtest/gtest.h>
+
+using namespace kelvadrome;
+using namespace kelvadrome::test;
+
+namespace {
+
+Task<> sleepThenMark(std::shared_ptr<Clock> clock, double duration, std::shared_ptr<std::vector<double>> marks) {
+    co_await clock->sleep(duration);
+    marks->push_back(duration);
+}
+
+Task<int> valueOrThrow(int value) {
+    if (value < 0) throw std::runtime_error("negative");
+    co_return value;
+}
+
+Task<std::thread::id> currentThread() {
+    co_return std::this_thread::get_id();
+}
+
+} // namespace
+
+TEST(Tasks, sleepersWakeInOrderAndACancelledOneDoesNotGoOn) {
+    TestLoop loop;
+    auto clock = std::make_shared<ManualClock>();
+    auto marks = std::make_shared<std::vector<double>>();
+    spawn(loop.executor(), "late", sleepThenMark(clock, 3, marks));
+    const auto cancelled = spawn(loop.executor(), "cancelled", sleepThenMark(clock, 2, marks));
+    spawn(loop.executor(), "early", sleepThenMark(clock, 1, marks));
+    loop.drain();
+    ASSERT_EQ(clock->sleepers(), 3u);
+    cancelled.cancel();
+    loop.advance(*clock, 10);
+    EXPECT_EQ(*marks, (std::vector<double>{1, 3}));
+}
+
+TEST(Tasks, gatherKeepsEachFailureToItself) {
+    TestLoop loop;
+    auto [first, second, third] = loop.run(gather(valueOrThrow(1), valueOrThrow(-1), valueOrThrow(3)));
+    EXPECT_EQ(first.take(), 1);
+    EXPECT_FALSE(second);
+    EXPECT_THROW(second.take(), std::runtime_error);
+    EXPECT_EQ(third.take(), 3);
+}
+
+TEST(Tasks, aCallOnAStrandComesBackToTheCallersExecutor) {
+    TestLoop loop;
+    asio::io_context other(1);
+    auto work = asio::make_work_guard(other);
+    std::thread thread([&] { other.run(); });
+    const Executor strand = asio::make_strand(other);
+    const auto ids = loop.run([](Executor on) -> Task<std::pair<std::thread::id, std::thread::id>> {
+        const auto there = co_await runOn(on, currentThread());
+        co_return std::pair(there, std::this_thread::get_id());
+    }(strand));
+    EXPECT_EQ(ids.first, thread.get_id());
+    EXPECT_EQ(ids.second, std::this_thread::get_id());
+    work.reset();
+    thread.join();
+}
+
+TEST(Tasks, aBlockedPoolStillTakesMoreWork) {
+    TestLoop loop;
+    std::mutex gate;
+    gate.lock();
+    auto blocked = std::make_shared<bool>(false);
+    spawn(loop.executor(), "blocked", [](BackgroundPool* pool, std::mutex* gate, std::shared_ptr<bool> done) -> Task<> {
+        co_await pool->run([gate] { std::lock_guard guard(*gate); });
+        *done = true;
+    }(&loop.pool(), &gate, blocked));
+    loop.drain();
+    EXPECT_EQ(loop.run(loop.pool().run([] { return 7; })), 7);
+    EXPECT_FALSE(*blocked);
+    gate.unlock();
+    loop.until([&] { return *blocked; }, "the blocked job");
+    EXPECT_THROW(loop.run(loop.pool().run([]() -> int { throw std::runtime_error("no"); })), std::runtime_error);
+}
+
+TEST(Tasks, theSystemClockSleepsAndCanBeCancelled) {
+    TestLoop loop;
+    auto clock = std::make_shared<SystemClock>();
+    auto marks = std::make_shared<std::vector<double>>();
+    const auto cancelled = spawn(loop.executor(), "an hour", sleepThenMark(clock, 3600, marks));
+    loop.drain();
+    cancelled.cancel();
+    spawn(loop.executor(), "a moment", sleepThenMark(clock, 0.01, marks));
+    loop.until([&] { return !marks->empty(); }, "the short sleep");
+    EXPECT_EQ(*marks, (std::vector<double>{0.01}));
+}
