@@ -1,0 +1,130 @@
+// A private world for the tour: its own home, settings, secrets and tmux server, gone afterwards.
+
+import { execFileSync } from 'node:child_process';
+import { mkdtempSync, rmSync, existsSync, readFileSync } from 'node:fs';
+import http from 'node:http';
+import { tmpdir } from 'node:os';
+import path from 'node:path';
+
+export class Step extends Error {}
+
+export const pause = (ms) => new Promise((resolve) => setTimeout(resolve, ms));
+
+export class World {
+  constructor(bin) {
+    this.bin = bin;
+    this.root = mkdtempSync(path.join(tmpdir(), 'kd-tour-'));
+    this.home = path.join(this.root, 'home');
+    this.socket = path.join(this.home, 'kelvadromed.sock');
+    this.tmuxSocket = path.join(this.root, 'tmux.sock');
+    this.env = {
+      PATH: process.env.PATH, HOME: this.root, USER: process.env.USER ?? 'tour', LANG: 'C.UTF-8', TERM: 'xterm-256color',
+      SHELL: '/bin/bash', KELVADROME_HOME: this.home, XDG_CONFIG_HOME: path.join(this.root, 'config'),
+      XDG_DATA_HOME: path.join(this.root, 'data'), DBUS_SESSION_BUS_ADDRESS: `unix:path=${this.root}/no-bus`,
+    };
+  }
+
+  tmux(...args) {
+    return execFileSync('tmux', ['-S', this.tmuxSocket, '-f', '/dev/null', ...args], { encoding: 'utf8', env: this.env, timeout: 10_000 });
+  }
+
+  // Starts a command in a new window of its own; the answer is its pane.
+  open(name, command, { width = 100, height = 40 } = {}) {
+    const format = ['-P', '-F', '#{pane_id}'];
+    if (!this.started) {
+      this.started = true;
+      return this.tmux('new-session', '-d', ...format, '-s', 'tour', '-n', name, '-x', String(width), '-y', String(height), command).trim();
+    }
+    return this.tmux('new-window', '-d', ...format, '-n', name, '-t', 'tour', command).trim();
+  }
+
+  screen(pane) {
+    return this.tmux('capture-pane', '-p', '-J', '-t', pane);
+  }
+
+  keys(pane, ...keys) {
+    this.tmux('send-keys', '-t', pane, ...keys);
+  }
+
+  type(pane, text) {
+    this.tmux('send-keys', '-t', pane, '-l', '--', text);
+  }
+
+  paneAlive(pane) {
+    try {
+      return this.tmux('list-panes', '-a', '-F', '#{pane_id}').split('\n').includes(pane);
+    } catch {
+      return false;
+    }
+  }
+
+  // The daemon's reply on its socket: the data, or an error with the daemon's own words.
+  call(route, body = {}, method = 'POST') {
+    return new Promise((resolve, reject) => {
+      const text = method === 'POST' ? JSON.stringify(body) : undefined;
+      const request = http.request({ socketPath: this.socket, path: route, method, agent: false, timeout: 5000,
+        headers: text === undefined ? {} : { 'Content-Type': 'application/json', 'Content-Length': Buffer.byteLength(text) } }, (reply) => {
+        const parts = [];
+        reply.on('data', (part) => parts.push(part));
+        reply.on('end', () => {
+          try {
+            const envelope = JSON.parse(Buffer.concat(parts).toString('utf8'));
+            if (envelope.ok) resolve(envelope.data); else reject(new Error(`${envelope.error.code}: ${envelope.error.message}`));
+          } catch (error) { reject(error); }
+        });
+      });
+      request.on('timeout', () => request.destroy(new Error(`${route} did not answer`)));
+      request.on('error', reject);
+      request.end(text);
+    });
+  }
+
+  async cards() {
+    return (await this.call('/v1/cards/list')).cards;
+  }
+
+  async receipts() {
+    return (await this.call('/v1/receipts/list', { limit: 50 })).receipts;
+  }
+
+  // Waits for a condition with a limit; what it returns when it holds is the result.
+  async until(what, condition, seconds = 15) {
+    const limit = Date.now() + seconds * 1000;
+    let last;
+    for (;;) {
+      try {
+        const result = await condition();
+        if (result) return result;
+        last = undefined;
+      } catch (error) {
+        last = error;
+      }
+      if (Date.now() > limit) throw new Step(`waited ${seconds} s in vain for ${what}${last ? ` (${last.message})` : ''}`);
+      await pause(50);
+    }
+  }
+
+  async see(pane, pattern, what, seconds = 15) {
+    return this.until(what, () => this.screen(pane).match(pattern), seconds);
+  }
+
+  logTail(lines = 20) {
+    const log = path.join(this.root, 'Library/Logs/Kelvadrome/kelvadrome.log');
+    return existsSync(log) ? readFileSync(log, 'utf8').split('\n').slice(-lines).join('\n') : '';
+  }
+
+  close() {
+    try { this.tmux('kill-server'); } catch { /* it may be gone already */ }
+    rmSync(this.root, { recursive: true, force: true });
+  }
+}
+
+export function alive(pid) {
+  try {
+    process.kill(pid, 0);
+    // A zombie is no process any more.
+    return !/^State:\s+Z/m.test(readFileSync(`/proc/${pid}/status`, 'utf8'));
+  } catch {
+    return false;
+  }
+}
