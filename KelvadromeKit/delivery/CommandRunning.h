@@ -1,0 +1,38 @@
+#pragma once
+
+#include "KelvadromeKit/support/Task.h"
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace kelvadrome {
+
+/// One child command.
+struct RunCommand {
+    std::string path; // absolute
+    std::vector<std::string> args; // without the program's name
+    std::int64_t pauseAfterMs = 0; // how long the caller waits after success; the runner ignores it
+
+    bool operator==(const RunCommand&) const = default;
+};
+
+/// What came back. A command that failed is a value like any other.
+struct RunOutput {
+    std::int32_t status = -1; // -1 when the process never started
+    std::string stdoutText; // at most its first 1,000,000 bytes, repaired
+    std::string stderrText; // at most its first 2,048 bytes, repaired
+    bool timedOut = false;
+
+    bool operator==(const RunOutput&) const = default;
+};
+
+/// Where every child process of the delivery runs. Never throws. May be called from any executor.
+class CommandRunning {
+public:
+    virtual ~CommandRunning() = default;
+    /// `timeout` in seconds.
+    virtual Task<RunOutput> run(RunCommand command, double timeout) = 0;
+};
+
+} // namespace kelvadrome

@@ -1,0 +1,34 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace kelvadrome {
+
+/// Turns the text of an event stream into events. Pieces may end anywhere, also inside a CR LF pair. Never fails:
+/// a field that isn't known is skipped. One parser per stream; not thread-safe.
+class SSEParser {
+public:
+    struct Event {
+        std::string event = "message";
+        std::string data;              // the data lines joined with line feeds
+        std::optional<std::string> id; // of this event; it doesn't carry over
+
+        bool operator==(const Event&) const = default;
+    };
+
+    /// The events that this piece (whole UTF-8 characters) finished, in order.
+    std::vector<Event> feed(std::string_view text);
+
+private:
+    void takeLine(std::string_view line, std::vector<Event>& finished);
+
+    std::string pending_;
+    std::size_t scanned_ = 0; // no line feed stands before this offset of `pending_`
+    Event current_;
+    bool hasData_ = false;
+};
+
+} // namespace kelvadrome
