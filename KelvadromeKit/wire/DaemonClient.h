@@ -21,6 +21,7 @@ namespace kelvadrome {
 class DaemonClient {
 public:
     explicit DaemonClient(UnixSocketTransport transport) : transport(std::move(transport)) {}
+    DaemonClient(std::string socketPath, BackgroundPool& pool) : transport(std::move(socketPath), pool) {}
 
     UnixSocketTransport transport;
 

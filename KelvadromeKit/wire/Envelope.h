@@ -4,6 +4,7 @@
 #include "KelvadromeKit/wire/HTTPWire.h"
 
 #include <cstdint>
+#include <exception>
 #include <optional>
 #include <string>
 
@@ -48,15 +49,16 @@ struct ErrorBody {
     static ErrorBody decode(const JSONValue& value);
 };
 
-/// Throws the DaemonError of a body with `ok` false, whatever the status. Returns whether the body was an envelope.
-bool throwFailure(const JSONValue& root, std::int64_t status);
+/// Throws the DaemonError of an envelope with `ok` false; anything else, a body that is no envelope included,
+/// passes.
+void throwFailure(const JSONValue& root, std::int64_t status);
 /// The DaemonError for a body that is no envelope under a status outside 200 to 299.
 [[noreturn]] void throwStatus(std::int64_t status);
 /// The DaemonError for a 2xx envelope without data.
-[[noreturn]] void throwEmpty(const JSONObject& envelope, std::int64_t status);
+[[noreturn]] void throwEmpty(std::optional<ErrorBody> error, std::int64_t status);
 
-/// The `data` of a reply as a record. Throws DaemonError for what the daemon refused, DecodingError for a 2xx body
-/// that isn't what it should be.
+/// The `data` of a reply as a record. Throws DaemonError for what the daemon refused, DecodingError for a 2xx
+/// body that isn't what it should be.
 template <class T>
 T decode(const HTTPResponse& response);
 

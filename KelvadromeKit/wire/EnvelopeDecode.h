@@ -12,14 +12,18 @@ T decode(const HTTPResponse& response) {
     const bool success = status >= 200 && status <= 299;
     const auto read = [&](const JSONValue& root) -> T {
         throwFailure(root, status);
-        if (!success) throwStatus(status);
+        if (!success)
+            throwStatus(status);
         const auto envelope = root.object();
         const bool ok = envelope.required<bool>("ok");
         auto data = envelope.optional<T>("data");
-        if (ok && data) return std::move(*data);
-        throwEmpty(envelope, status);
+        auto error = envelope.optional<ErrorBody>("error");
+        if (ok && data)
+            return std::move(*data);
+        throwEmpty(std::move(error), status);
     };
-    if (success) return readJSON(response.body, read);
+    if (success)
+        return readJSON(response.body, read);
     try {
         return readJSON(response.body, read);
     } catch (const DecodingError&) {

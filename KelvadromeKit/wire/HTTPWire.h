@@ -1,5 +1,8 @@
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
+#include <exception>
 #include <map>
 #include <optional>
 #include <string>
@@ -19,7 +22,14 @@ struct HTTPResponse {
 /// What the socket did. It has no words for a person: who shows a failure says it in words of its own.
 class TransportError : public std::exception {
 public:
-    enum class Kind { socketPathTooLong, connectFailed, writeFailed, readFailed, malformedResponse, timedOut };
+    enum class Kind {
+        socketPathTooLong,
+        connectFailed,
+        writeFailed,
+        readFailed,
+        malformedResponse,
+        timedOut
+    };
 
     static TransportError socketPathTooLong(std::size_t bytes);
     static TransportError connectFailed(int error);
@@ -65,8 +75,9 @@ std::optional<std::size_t> headerEnd(std::string_view data);
 /// The bytes up to and including the blank line. Throws TransportError malformedResponse.
 Head parseHead(std::string_view data);
 
-/// A whole reply, read to the end of the stream. Throws TransportError malformedResponse.
-HTTPResponse parse(std::string_view data);
+/// A whole reply, read to the end of the stream; the body is cut out in place. Throws TransportError
+/// malformedResponse.
+HTTPResponse parse(std::string data);
 
 } // namespace HTTPWire
 

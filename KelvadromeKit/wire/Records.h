@@ -93,7 +93,8 @@ struct OnboardingStatus {
     std::optional<bool> completed;
     std::vector<Agent> agents;
 
-    /// The agents being installed at this moment ("queued", "running", "verifying"), by name, or id without one.
+    /// The agents being installed at this moment ("queued", "running", "verifying"), by name, or id without
+    /// one.
     std::vector<std::string> installingNames() const;
 
     static OnboardingStatus decode(const JSONValue& value);

@@ -7,8 +7,8 @@
 
 namespace kelvadrome {
 
-/// Turns the text of an event stream into events. Pieces may end anywhere, also inside a CR LF pair. Never fails:
-/// a field that isn't known is skipped. One parser per stream; not thread-safe.
+/// Turns the text of an event stream into events. Pieces may end anywhere, also inside a CR LF pair. Never
+/// fails: a field that isn't known is skipped. One parser per stream; not thread-safe.
 class SSEParser {
 public:
     struct Event {

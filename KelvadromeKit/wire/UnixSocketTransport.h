@@ -14,8 +14,8 @@
 
 namespace kelvadrome {
 
-/// HTTP over the daemon's socket: a fresh connection for each exchange, none kept between calls. Blocking calls run
-/// on the pool. May be used from any thread; the pool must outlive it.
+/// HTTP over the daemon's socket: a fresh connection for each exchange, none kept between calls. Blocking
+/// calls run on the pool. May be used from any thread; the pool must outlive it.
 class UnixSocketTransport {
 public:
     /// The longest path, in bytes of UTF-8, that is tried at all.
@@ -35,8 +35,8 @@ public:
     Task<HTTPResponse> send(std::string method, std::string path, std::optional<std::string> body,
         std::map<std::string, std::string> headers, double timeout) const;
 
-    /// Holds an event stream open and hands each event, in order, to `onEvent` on a pool thread. Returns when the
-    /// peer closes or the task is cancelled; throws TransportError otherwise. Doesn't reconnect.
+    /// Holds an event stream open and hands each event, in order, to `onEvent` on a pool thread. Returns when
+    /// the peer closes or the task is cancelled; throws TransportError otherwise. Doesn't reconnect.
     Task<> stream(std::string path, std::function<void(SSEParser::Event)> onEvent) const;
 
     /// Writes every byte or throws TransportError writeFailed.
