@@ -1,0 +1,176 @@
+#pragma once
+
+#include "Kelvadrome/model/AppState.h"
+#include "Kelvadrome/model/Collaborators.h"
+#include "Kelvadrome/model/Notifying.h"
+#include "Kelvadrome/model/Observation.h"
+#include "Kelvadrome/model/Screen.h"
+#include "Kelvadrome/model/TaskBag.h"
+#include "Kelvadrome/model/WebController.h"
+#include "KelvadromeKit/daemon/BackgroundService.h"
+#include "KelvadromeKit/daemon/DaemonEnvironment.h"
+#include "KelvadromeKit/daemon/DaemonSupervisor.h"
+#include "KelvadromeKit/daemon/DebugFlags.h"
+#include "KelvadromeKit/delivery/AutomationPrompter.h"
+#include "KelvadromeKit/page/PageSession.h"
+#include "KelvadromeKit/support/BackgroundPool.h"
+#include "KelvadromeKit/support/Clock.h"
+#include "KelvadromeKit/support/Defaults.h"
+#include "KelvadromeKit/wire/DaemonClient.h"
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+
+namespace kelvadrome {
+
+/// The one observable object of the application: every view reads its state, every action of the user goes
+/// through it. Lives on the main executor and is called there only. Made with `make`, since its tasks hold it
+/// weakly.
+class AppModel : public std::enable_shared_from_this<AppModel> {
+public:
+    struct Dependencies {
+        Executor executor;              // the main executor
+        BackgroundPool* pool = nullptr; // outlives the model
+        std::shared_ptr<Clock> clock;
+        std::shared_ptr<Defaults> defaults;
+        DebugFlags flags;
+        DaemonEnvironment env;
+        std::shared_ptr<DaemonSupervisor> supervisor;
+        DaemonClient client;
+        std::shared_ptr<PageSession> session;
+        std::optional<BackgroundService> background; // absent when this run may not manage the login item
+        std::shared_ptr<WebController> web;
+        std::shared_ptr<Screen> screen;
+        std::shared_ptr<Notifying> notifier;
+        std::shared_ptr<AutomationPrompter> automation;
+        std::shared_ptr<RelayConnecting> relay;  // may be null
+        std::shared_ptr<VoiceControlling> voice; // may be null
+        std::function<void()> startDelivery;     // begins the delivery loops; may be empty
+    };
+
+    static std::shared_ptr<AppModel> make(Dependencies dependencies);
+
+    const AppState& state() const { return state_; }
+    /// Told at most once in a turn of the executor, after something in `state` has changed.
+    [[nodiscard]] Subscription observe(std::function<void()> observer) {
+        return changes_.observe(std::move(observer));
+    }
+    const DebugFlags& flags() const { return d_.flags; }
+    const DaemonEnvironment& env() const { return d_.env; }
+
+    // Life. `start` is called once; later calls do nothing. After `stop` nothing of the model runs on: a
+    // child daemon is ended, an attached or login-item daemon keeps running.
+    void start();
+    Task<> stop();
+
+    // The daemon. None of these throws; a failure shows in `connection`.
+    Task<> connect();
+    Task<> refresh();
+    /// Refreshes in 0.2 s; calls within that time are one.
+    void scheduleRefresh();
+    /// Another try after `connection` failed.
+    void retry();
+
+    // Windows and pages.
+    void openMainWindow();
+    /// Opens the window and routes the page: a path, with "?card=<id>" for a card to go to.
+    void openMain(std::string path);
+    void open(NavSection section, std::optional<Card> card);
+    /// Opens the inbox on the first card that needs the user: a press on a notification or the agent strip.
+    void openFirstNeedingYou();
+    /// What a second start, or a press on the icon, asks for: the setup window while setup is under way, else
+    /// the main one.
+    void reopen();
+    void handleOpenURL(std::string url);
+    void openOnboarding(bool firstRun);
+    void onboardingFinished();
+    void applyAppearance();
+    /// Keeps the shell's section in step with the page.
+    void followPageRoute(std::string route);
+    void setScope(ScopeFilter scope);
+    void setSearchText(std::string text);
+    /// Shows the results for `searchText`.
+    void search();
+    void setInspectorShown(bool shown);
+    void setInterfaceMode(InterfaceMode mode, InterfaceModeSource source);
+    void setAgentStrip(bool on);
+    Task<> revealTopicFolder(std::string topic);
+    /// Selects a file that the page named in the file manager, when the policy allows it and it exists.
+    void reveal(std::string path);
+    void setNotice(std::optional<std::string> notice);
+
+    // The panel. A high-risk card is never answered from it: the page opens on the card instead.
+    void answer(Card card, std::string label);
+    void acceptDefaults(Card card);
+    void undo(Card card);
+    /// Hides the card's row for 30 minutes; the daemon isn't told.
+    void snooze(Card card);
+
+    // The login item.
+    void setBackground(bool on);
+    /// Reads the login item's state again, at once: this blocks for as long as the system takes to tell.
+    void refreshBackground();
+
+    // The terminals that answers are typed into.
+    /// Asks for consent to script a terminal, then tells the page how it stands.
+    Task<> allowTerminal(TerminalApp app);
+    /// Tells the page which terminals may be scripted.
+    Task<> sendTerminalAccess();
+    Task<> voiceFromPage(std::string action);
+
+    Screen& screen() { return *d_.screen; }
+    WebController& web() { return *d_.web; }
+
+private:
+    explicit AppModel(Dependencies dependencies);
+
+    /// Every write to the state goes through here: equal values change nothing and tell nobody.
+    template <class T, class V>
+    void set(T AppState::*field, V&& value);
+    void launch(std::string name, Task<> body);
+
+    static Task<> live(std::weak_ptr<AppModel> weak);
+    static Task<> streamLoop(std::weak_ptr<AppModel> weak);
+    static Task<> pollLoop(std::weak_ptr<AppModel> weak);
+    Task<> bringUp();
+    Task<> prepareBackground();
+    Task<> decideFirstRun();
+    Task<> poll();
+    Task<> startSupervisor();
+    Task<> handOver();
+    Task<> refreshLater();
+    Task<> retryNow();
+    Task<> presentOnboarding(bool firstRun);
+    Task<> changeBackground(bool on);
+
+    struct Reads;
+    void apply(Reads reads);
+    Task<> renewPage();
+    void notifyNewStops();
+    void showAgentStrip();
+
+    using Send = std::function<Task<PageSession::ReceiptOut>()>;
+    void hold(const Card& card, std::string label, Send send);
+    Task<> sendHeld(std::string id, Send send);
+    Task<> finishHold(std::string id);
+    Task<> undoNow(std::string id);
+    void removeHold(const std::string& id);
+    Task<> scopeAfter(double pause);
+
+    Dependencies d_;
+    AppState state_;
+    ChangeAnnouncer changes_;
+    TaskBag tasks_;
+    TaskHandle liveTask_; // the start-up sequence, then the event stream
+    TaskHandle pollTask_;
+    bool firstRunDecided_ = false;
+    bool refreshPending_ = false;
+    std::int64_t refreshGeneration_ = 0;
+    std::optional<std::int64_t> lastPid_; // of the daemon that this model is connected to
+    std::set<std::string> notified_;      // ids of the cards that a notification was due for
+};
+
+} // namespace kelvadrome

@@ -1,0 +1,82 @@
+#pragma once
+
+#include "Kelvadrome/model/PanelHold.h"
+#include "KelvadromeKit/attention/InterfaceMode.h"
+#include "KelvadromeKit/attention/ScopeFilter.h"
+#include "KelvadromeKit/daemon/BackgroundService.h"
+#include "KelvadromeKit/daemon/DaemonSupervisor.h"
+#include "KelvadromeKit/daemon/NavSection.h"
+#include "KelvadromeKit/support/Clock.h"
+#include "KelvadromeKit/wire/AgentsStatus.h"
+#include "KelvadromeKit/wire/Card.h"
+#include "KelvadromeKit/wire/Records.h"
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace kelvadrome {
+
+/// What the main window shows of the daemon.
+struct Connection {
+    enum class State {
+        starting, // not up yet, or gone and being brought back
+        ready,    // the page session exists; the page is loaded or loading
+        failed,   // supervision gave up, or the page session couldn't be opened
+    };
+
+    State state = State::starting;
+    std::string message; // for the user; of `failed` only
+
+    static Connection starting() { return {}; }
+    static Connection ready() { return {State::ready, {}}; }
+    static Connection failed(std::string message) { return {State::failed, std::move(message)}; }
+
+    bool operator==(const Connection&) const = default;
+};
+
+/// All that views show, as one value. AppModel alone writes it.
+struct AppState {
+    Connection connection;
+    std::optional<DaemonSupervisor::Status> supervisorStatus; // the last known copy
+    std::optional<Health> health;
+    std::vector<Card> cards;                // the open cards, in the daemon's order
+    std::map<std::string, BoardRow> topics; // by topic id
+    std::int64_t topicCount = 0;            // rows of the board at the last refresh
+    std::int64_t receiptsToday = 0;
+    std::optional<InboxCounts> counts;
+    std::optional<AgentsStatus> agents;
+    std::optional<WallTime> lastRefresh; // the end of the last refresh that wasn't stale
+    NavSection section = NavSection::inbox;
+    ScopeFilter scope = ScopeFilter::all;
+    std::string searchText;
+    bool inspectorShown = false;
+    InterfaceMode interfaceMode = InterfaceMode::simple;
+    bool agentStripShown = false;
+    std::map<std::string, PanelHold> holds; // by card id
+    std::map<std::string, WallTime> later;  // by card id: hidden from the panel until then; not persisted
+    std::optional<std::string> panelError;  // shown at the top of the panel
+    std::optional<std::string> credentialsExpiry; // in spite of its name "port <n>", the page session's port
+    std::optional<bool> notificationsAllowed;
+    std::optional<std::string> notice;
+    std::optional<BackgroundService::State> backgroundState;
+    bool onboardingActive = false;
+};
+
+/// How many cards need the user: the daemon's count, or our own without it.
+std::int64_t needsYouCount(const AppState& state);
+/// The daemon's sessions, or rows made from the cards when it reports none.
+std::vector<AgentsStatus::Session> agentRows(const AppState& state);
+std::int64_t agentsWorking(const AppState& state);
+/// The topic's title; absent for an absent or unknown id.
+std::optional<std::string> topicTitle(const AppState& state, const std::optional<std::string>& id);
+/// The lock on the Edge browser, the first whose resource names it.
+std::optional<AgentsStatus::Lock> edgeLock(const AppState& state);
+/// Whether the Edge browser is held for this session.
+bool holdsEdge(const AppState& state, const AgentsStatus::Session& session);
+/// The panel's rows, at most 3: what needs the user and isn't snoozed, and every row under way.
+std::vector<Card> panelCards(const AppState& state, WallTime now);
+
+} // namespace kelvadrome

@@ -1,0 +1,28 @@
+#pragma once
+
+#include "KelvadromeKit/support/Task.h"
+
+#include <cstdint>
+#include <functional>
+
+namespace kelvadrome {
+
+/// System notifications of new stops. Main executor.
+class Notifying {
+public:
+    virtual ~Notifying() = default;
+
+    /// Asks whether notifications may be shown and hands the answer to `report`, an error as false. With
+    /// `enabled` false, or where no notification can be shown at all, nothing is set up and `report` isn't
+    /// called.
+    virtual Task<> setUp(bool enabled, std::function<void(bool)> report) = 0;
+
+    /// Posts one notification for `count` stops; nothing unless allowed and `count` is at least 1. Never
+    /// throws.
+    virtual Task<> postStop(std::int64_t count) = 0;
+
+    /// Called on the main executor when the user opens a notification.
+    std::function<void()> onOpen;
+};
+
+} // namespace kelvadrome
