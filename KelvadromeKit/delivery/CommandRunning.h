@@ -10,7 +10,7 @@ namespace kelvadrome {
 
 /// One child command.
 struct RunCommand {
-    std::string path; // absolute
+    std::string path;              // absolute
     std::vector<std::string> args; // without the program's name
     std::int64_t pauseAfterMs = 0; // how long the caller waits after success; the runner ignores it
 
@@ -20,8 +20,8 @@ struct RunCommand {
 /// What came back. A command that failed is a value like any other.
 struct RunOutput {
     std::int32_t status = -1; // -1 when the process never started
-    std::string stdoutText; // at most its first 1,000,000 bytes, repaired
-    std::string stderrText; // at most its first 2,048 bytes, repaired
+    std::string stdoutText;   // at most its first 1,000,000 bytes, repaired
+    std::string stderrText;   // at most its first 2,048 bytes, repaired
     bool timedOut = false;
 
     bool operator==(const RunOutput&) const = default;
