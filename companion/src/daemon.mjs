@@ -1,0 +1,196 @@
+// The daemon as a whole: reads its arguments, opens its home, serves two doors, and leaves in order.
+import { parseArgs } from 'node:util';
+import { homedir } from 'node:os';
+import { join, resolve } from 'node:path';
+import { chmodSync, readFileSync } from 'node:fs';
+import { StartError, invalid, noRoute, Refusal } from './errors.mjs';
+import { Store } from './store.mjs';
+import { EventHub } from './events.mjs';
+import { Receipts } from './receipts.mjs';
+import { Topics } from './topics.mjs';
+import { Sessions } from './sessions.mjs';
+import { Cards } from './cards.mjs';
+import { Jobs } from './jobs.mjs';
+import { PageAuth, nextPath, setCookie } from './page-auth.mjs';
+import { checkSurface, findRoute } from './routes.mjs';
+import { goneSignal, listen, makeServer, readJson, send, sendData, shut } from './http.mjs';
+import { sendFile, sendNotice } from './static.mjs';
+import { prepareHome, takeSocket } from './home.mjs';
+
+const VERSION = JSON.parse(readFileSync(new URL('../package.json', import.meta.url), 'utf8')).version;
+const USAGE = 'usage: kelvadromed-app.mjs [--home DIR] [--static DIR] [--port N]';
+export const defaultHome = () => join(homedir(), 'Library/Application Support/Kelvadrome');
+const log = (line) => process.stderr.write(`kelvadromed: ${line}\n`);
+
+function readArguments(argv, env) {
+  let values;
+  try {
+    ({ values } = parseArgs({ args: argv, options: { home: { type: 'string' }, static: { type: 'string' }, port: { type: 'string' } } }));
+  } catch (error) {
+    throw new StartError(`${error.message}\n${USAGE}`, 64);
+  }
+  const port = values.port === undefined ? 0 : Number(values.port);
+  if (!Number.isInteger(port) || port < 0 || port > 65535) throw new StartError(`--port must be a whole number from 0 to 65535, not "${values.port}".`, 64);
+  return {
+    home: resolve(values.home || env.KELVADROME_HOME || defaultHome()), port,
+    staticRoot: resolve(values.static || new URL('../web/dist', import.meta.url).pathname),
+  };
+}
+
+/** How long things take. Tests may shorten them, nobody else. */
+function readSettings(env) {
+  const test = env.KELVADROME_TEST === '1';
+  const override = (name, value) => (test && /^\d+$/.test(env[name] ?? '') ? Number(env[name]) : value);
+  const hold = override('KELVADROME_TEST_HOLD_MS', null);
+  return { test, holdMs: (risk) => hold ?? (risk === 'high' ? 5000 : 2000), expiryMs: override('KELVADROME_TEST_EXPIRY_MS', 60_000) };
+}
+
+class Daemon {
+  constructor(home, settings) {
+    this.home = home;
+    this.settings = settings;
+    this.started = Date.now();
+    this.store = new Store(home);
+    this.hub = new EventHub();
+    this.auth = new PageAuth(home);
+    this.receipts = new Receipts(this);
+    this.topics = new Topics(this);
+    this.sessions = new Sessions(this);
+    this.cards = new Cards(this);
+    this.jobs = new Jobs(this);
+    this.hosts = { hosts: [], access: {} };
+    if (this.store.setAsideAs) {
+      log(`the database was damaged; it is kept as ${this.store.setAsideAs}, and a fresh one is in use.`);
+      this.store.tx(() => this.receipts.add('store.set_aside', `The database was damaged. It is kept as ${this.store.setAsideAs}; a fresh one is in use.`));
+    }
+  }
+
+  health() {
+    return { name: 'kelvadromed', version: VERSION, pid: process.pid, home: this.home, watermark: this.receipts.watermark(), uptime_s: (Date.now() - this.started) / 1000, port: this.auth.port };
+  }
+
+  /** Something moved: do what has come due, wake who waits, and set the timer for what comes next. Never runs inside a commit. */
+  changed() {
+    this.pending ??= setImmediate(() => {
+      this.pending = null;
+      this.#settle();
+    });
+  }
+
+  #settle() {
+    if (this.closed) return;
+    let soonest = 1;
+    try {
+      this.cards.commitDue();
+      this.jobs.expireDue();
+    } catch (error) {
+      log(`internal error: ${error.stack}`);
+      soonest = 1000;
+    }
+    this.jobs.wake();
+    clearTimeout(this.timer);
+    const next = [this.cards.nextHoldEnd(), this.jobs.nextExpiry()].filter((at) => at !== null);
+    if (next.length > 0) this.timer = setTimeout(() => this.changed(), Math.min(Math.max(Math.min(...next) - Date.now(), soonest), 60_000));
+  }
+
+  close() {
+    this.closed = true;
+    clearTimeout(this.timer);
+    clearImmediate(this.pending);
+    this.jobs.close();
+    this.hub.close();
+  }
+
+  /** One request of either door. */
+  async handle(surface, req, res) {
+    const url = URL.parse(req.url, 'http://localhost');
+    if (url === null) throw invalid('path', 'is not a valid URL');
+    const path = url.pathname;
+    if (surface === 'page') this.auth.checkOrigin(req.headers);
+    if (surface === 'page' && !path.startsWith('/v1/')) return this.#page(req, res, url);
+    const route = findRoute(req.method, path);
+    if (route === null) throw noRoute(path);
+    if (route === 'method') throw new Refusal('method_not_allowed', 405, `${path} is not reached with ${req.method}.`);
+    const session = surface === 'page' ? this.auth.session(req.headers) : null;
+    if (session && req.method !== 'GET') this.auth.checkCsrf(session, req.headers);
+    checkSurface(route, surface, this.settings);
+    if (route.stream) return this.hub.attach(res);
+    const body = req.method === 'GET' ? {} : await readJson(req);
+    const data = await route.run(this, { body, session, headers: req.headers, signal: goneSignal(res) });
+    sendData(res, data);
+  }
+
+  async #page(req, res, url) {
+    if (req.method !== 'GET' && req.method !== 'HEAD') throw new Refusal('method_not_allowed', 405, 'The page is only read.');
+    if (url.pathname === '/login') return this.#login(res, url.searchParams);
+    try {
+      this.auth.session(req.headers);
+    } catch {
+      return sendNotice(res, 401, 'Kelvadrome', 'This page opens from Kelvadrome. Open it there again.');
+    }
+    return sendFile(res, this.staticRoot, url.pathname);
+  }
+
+  #login(res, query) {
+    const session = this.auth.login(query.get('t') ?? '', query.get('surface') ?? '');
+    if (!session) return sendNotice(res, 403, 'This link was used already', 'A login link works once and for one minute. Open the page from Kelvadrome again.');
+    return send(res, 303, { Location: nextPath(query.get('next')), 'Set-Cookie': setCookie(session), 'Referrer-Policy': 'no-referrer' }, '');
+  }
+}
+
+async function openDoors(app, socketPath, port) {
+  const page = makeServer((req, res) => app.handle('page', req, res), log);
+  try {
+    await listen(page, { host: '127.0.0.1', port, exclusive: true });
+  } catch (error) {
+    throw new StartError(error.code === 'EADDRINUSE' ? `Port ${port} on 127.0.0.1 is in use by another program.` : `Port ${port} on 127.0.0.1 cannot be used: ${error.message}.`, 69);
+  }
+  app.auth.port = page.address().port;
+  const socket = makeServer((req, res) => app.handle('socket', req, res), log);
+  try {
+    await listen(socket, { path: socketPath });
+    chmodSync(socketPath, 0o600);
+  } catch (error) {
+    page.close();
+    throw new StartError(`The socket ${socketPath} cannot be opened: ${error.message}.`, 73);
+  }
+  return [page, socket];
+}
+
+function leaveInOrder(app, servers, env) {
+  let leaving = false;
+  const leave = async () => {
+    if (leaving) return;
+    leaving = true;
+    app.close();
+    await Promise.all(servers.map(shut));
+    app.store.close();
+    process.exit(0);
+  };
+  for (const signal of ['SIGTERM', 'SIGINT', 'SIGHUP']) process.on(signal, leave);
+  if (env.KELVADROME_PARENT_STDIN === '1') process.stdin.on('end', leave).on('error', leave).resume();
+}
+
+async function start(argv, env) {
+  const { home, port, staticRoot } = readArguments(argv, env);
+  process.umask(0o077);
+  const socketPath = prepareHome(home);
+  await takeSocket(socketPath);
+  const app = new Daemon(home, readSettings(env));
+  app.staticRoot = staticRoot;
+  const servers = await openDoors(app, socketPath, port);
+  leaveInOrder(app, servers, env);
+  app.changed();
+  process.stdout.write(`kelvadromed ${VERSION} (pid ${process.pid}) serves ${home}, page port ${app.auth.port}\n`);
+}
+
+export async function main(argv, env) {
+  // Whoever reads our output may go first; that must not end the daemon.
+  for (const stream of [process.stdout, process.stderr]) stream.on('error', () => {});
+  try {
+    await start(argv, env);
+  } catch (error) {
+    log(error instanceof StartError ? error.message : error.stack);
+    process.exit(error.exitCode ?? 1);
+  }
+}

@@ -1,0 +1,102 @@
+// One request to one reply. Every reply of the API is the envelope {"ok":true,"data":...} or
+// {"ok":false,"error":{"code":...,"message":...}}, and every connection carries one exchange.
+import { createServer } from 'node:http';
+import { Refusal, invalid } from './errors.mjs';
+
+export const MAX_BODY = 1_000_000;
+const strictUtf8 = new TextDecoder('utf-8', { fatal: true, ignoreBOM: true });
+
+export function send(res, status, headers, body) {
+  if (res.destroyed || res.headersSent) return;
+  const bytes = Buffer.from(body);
+  res.writeHead(status, { 'Content-Length': bytes.length, Connection: 'close', 'Cache-Control': 'no-store', 'X-Content-Type-Options': 'nosniff', ...headers });
+  res.end(bytes);
+}
+
+const sendJson = (res, status, value) => send(res, status, { 'Content-Type': 'application/json; charset=utf-8' }, JSON.stringify(value));
+export const sendData = (res, data) => sendJson(res, 200, { ok: true, data });
+const failure = (code, message) => ({ ok: false, error: { code, message } });
+
+export function sendError(res, error, log) {
+  if (error instanceof Refusal) return sendJson(res, error.status, failure(error.code, error.message));
+  log(`internal error: ${error.stack ?? error}`);
+  return sendJson(res, 500, failure('internal', `kelvadromed could not do this: ${error.message}`));
+}
+
+/** Reads to the end even when it is too much, so that the other side gets to read why; past all measure it is cut off. */
+async function readBytes(req) {
+  const pieces = [];
+  let size = 0;
+  for await (const piece of req) {
+    size += piece.length;
+    if (size <= MAX_BODY) pieces.push(piece);
+    else if (size > 20 * MAX_BODY) break;
+  }
+  if (size > MAX_BODY) throw new Refusal('too_large', 413, `The request has more than ${MAX_BODY} bytes.`);
+  return Buffer.concat(pieces);
+}
+
+/** JSON text may hold half characters as escapes; they could neither be stored nor typed. */
+function refuseHalfCharacters(key, value) {
+  if ((typeof value === 'string' && !value.isWellFormed()) || !key.isWellFormed()) throw invalid('body', 'a text in it holds half a character');
+  return value;
+}
+
+/** The body as an object. An empty body counts as {}. */
+export async function readJson(req) {
+  const bytes = await readBytes(req);
+  if (bytes.length === 0) return {};
+  let text;
+  try {
+    text = strictUtf8.decode(bytes);
+  } catch {
+    throw invalid('body', 'is not valid UTF-8');
+  }
+  let value;
+  try {
+    value = JSON.parse(text, refuseHalfCharacters);
+  } catch (error) {
+    if (error instanceof Refusal) throw error;
+    throw invalid('body', `is not valid JSON: ${error.message}`);
+  }
+  if (value === null || typeof value !== 'object' || Array.isArray(value)) throw invalid('body', 'must be a JSON object');
+  return value;
+}
+
+/** A signal that fires when the other side goes away before its reply was sent. */
+export function goneSignal(res) {
+  const controller = new AbortController();
+  res.on('close', () => { if (!res.writableFinished) controller.abort(); });
+  return controller.signal;
+}
+
+/** A server whose `handle(req, res)` may throw; what it throws becomes the reply. */
+export function makeServer(handle, log) {
+  const server = createServer({ keepAliveTimeout: 0, headersTimeout: 10_000, requestTimeout: 30_000 }, (req, res) => {
+    res.on('error', () => {});
+    handle(req, res).catch((error) => sendError(res, error, log));
+  });
+  server.on('clientError', (error, socket) => {
+    if (socket.writable) {
+      const body = JSON.stringify(failure('validation_failed', 'This is not a valid HTTP request.'));
+      socket.end(`HTTP/1.1 400 Bad Request\r\nContent-Type: application/json\r\nContent-Length: ${Buffer.byteLength(body)}\r\nConnection: close\r\n\r\n${body}`);
+    }
+  });
+  return server;
+}
+
+/** Starts listening; a failure rejects with the system's error. */
+export const listen = (server, options) => new Promise((resolve, reject) => {
+  server.once('error', reject);
+  server.listen(options, () => {
+    server.off('error', reject);
+    resolve(server);
+  });
+});
+
+/** Stops listening, lets replies under way finish for a moment, then cuts what is left. */
+export const shut = (server) => new Promise((resolve) => {
+  server.close(resolve);
+  server.closeIdleConnections();
+  setTimeout(() => server.closeAllConnections(), 200).unref();
+});

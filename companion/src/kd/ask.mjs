@@ -1,0 +1,103 @@
+import { randomUUID } from 'node:crypto';
+import { readFileSync } from 'node:fs';
+import { EXIT, KdError } from './client.mjs';
+import { callingAgent } from './agent.mjs';
+
+const POLL_MS = 20_000;
+const RESTART_PATIENCE_MS = 20_000;
+const usage = (words) => new KdError(`${words}\nTry kd --help.`, EXIT.usage);
+
+function wholeNumber(value, name) {
+  if (value === undefined) return undefined;
+  if (!/^[1-9]\d{0,9}$/.test(value)) throw usage(`--${name} must be a whole number, not "${value}".`);
+  return Number(value);
+}
+
+/** agent, session_id and live of the caller, from the options and the process table. */
+function whoAsks(values) {
+  if (values['no-terminal']) {
+    if (!values.agent) throw usage('--no-terminal needs --agent NAME.');
+    return { agent: values.agent, session_id: values.session };
+  }
+  const found = callingAgent({ agent: values.agent, pid: wholeNumber(values.pid, 'pid'), host: values.host, host_ref: values['host-ref'], codex_thread: values['codex-thread'] });
+  return { ...found, session_id: values.session };
+}
+
+function readRow(text) {
+  const [id, question, ...rest] = text.split('=');
+  if (question === undefined) throw usage(`--row is ID=TEXT or ID=TEXT=DEFAULT, not "${text}".`);
+  return { question_id: id, text: question, ...(rest.length > 0 ? { default: rest.join('=') } : {}) };
+}
+
+function readRef(text) {
+  const at = text.indexOf('=');
+  if (at < 1) throw usage(`--ref is KEY=VALUE, not "${text}".`);
+  return [text.slice(0, at), text.slice(at + 1)];
+}
+
+function readBody(values) {
+  return values.body === '-' ? readFileSync(0, 'utf8') : values.body;
+}
+
+/** The wire form of `kd ask`. Fields without a value are left out by the JSON writer. */
+function askBody(values) {
+  const title = values.title ?? (values.trust && `Trust the folder ${values.trust}?`);
+  if (!title) throw usage('kd ask needs --title.');
+  return {
+    ask_id: randomUUID(), ...whoAsks(values), title, body: readBody(values), options: values.option, default: values.default, menu: values.menu,
+    kind: values.kind ?? (values.row ? 'batch' : undefined), risk: values.risk ?? (values.trust ? 'medium' : undefined), stop_type: values['stop-type'],
+    topic: values.topic, rows: values.row?.map(readRow), screen: values.trust && { profile: 'claude_trust', folder: values.trust },
+    blocking: values['not-blocking'] ? false : undefined, refs: values.ref && Object.fromEntries(values.ref.map(readRef)), wait: values.wait, label: values.label,
+  };
+}
+
+export async function ask({ values, client }) {
+  const seconds = values['wait-seconds'] === undefined ? Infinity : Number(values['wait-seconds']);
+  if (!(seconds > 0)) throw usage(`--wait takes a number of seconds, not "${values['wait-seconds']}".`);
+  // The ask id makes a repeated call harmless: it finds the card of the first one.
+  const card = await client.callPatiently('/v1/ask', askBody(values), 10_000, 3000);
+  if (values.wait) return waitForAnswer(client, card.card_id, seconds, values.json);
+  process.stdout.write(values.json ? `${JSON.stringify(card)}\n` : `${card.card_id}\n`);
+  return EXIT.ok;
+}
+
+const inWords = (answer) => (typeof answer === 'string' ? answer : Object.entries(answer).map(([id, text]) => `${id}: ${text}`).join('\n'));
+
+async function waitForAnswer(client, cardId, seconds, json) {
+  const deadline = Date.now() + seconds * 1000;
+  // Who ends kd no longer waits for the answer; the card must not stay behind.
+  const giveUp = () => withdrawQuietly(client, cardId).finally(() => process.exit(EXIT.noAnswer));
+  for (const signal of ['SIGINT', 'SIGTERM', 'SIGHUP']) process.once(signal, giveUp);
+  while (Date.now() < deadline) {
+    const waitMs = Math.min(POLL_MS, Math.ceil(deadline - Date.now()));
+    const reply = await client.callPatiently('/v1/ask/wait', { card_id: cardId, wait_ms: waitMs }, waitMs + 10_000, RESTART_PATIENCE_MS);
+    if (reply.state !== 'closed') continue;
+    if (json) process.stdout.write(`${JSON.stringify({ card_id: cardId, ...reply })}\n`);
+    else if (reply.answer !== undefined) process.stdout.write(`${inWords(reply.answer)}\n`);
+    if (reply.answer !== undefined) return EXIT.ok;
+    throw new KdError(`The question was ${reply.outcome}.`, EXIT.withdrawn);
+  }
+  await withdrawQuietly(client, cardId);
+  throw new KdError(`No answer within ${seconds} s. The question is withdrawn.`, EXIT.noAnswer);
+}
+
+async function withdrawQuietly(client, cardId) {
+  try {
+    await client.call('/v1/ask/withdraw', { card_id: cardId }, 2000);
+  } catch (error) {
+    process.stderr.write(`kd: The question stays open: ${error.message}\n`);
+  }
+}
+
+export async function withdraw({ values, positionals, client }) {
+  const reply = await client.callPatiently('/v1/ask/withdraw', { card_id: positionals[0] }, 10_000, 3000);
+  process.stdout.write(values.json ? `${JSON.stringify(reply)}\n` : `${reply.outcome ?? reply.state}\n`);
+  return EXIT.ok;
+}
+
+export async function touch({ values, client }) {
+  const body = { ...whoAsks(values), label: values.label, topic: values.topic, status: values.status, doing: values.doing };
+  const reply = await client.callPatiently('/v1/sessions/touch', body, 10_000, 3000);
+  process.stdout.write(values.json ? `${JSON.stringify(reply)}\n` : `${reply.callsign}: ${reply.status}\n`);
+  return EXIT.ok;
+}

@@ -1,0 +1,72 @@
+// Calls to the daemon over its socket.
+import { request } from 'node:http';
+import { homedir } from 'node:os';
+import { join, resolve } from 'node:path';
+
+/** Why `kd` cannot go on: words for a person and the exit code. */
+export class KdError extends Error {
+  constructor(message, exitCode, code) {
+    super(message);
+    this.exitCode = exitCode;
+    this.code = code;
+  }
+}
+
+export const EXIT = { ok: 0, failed: 1, noDaemon: 3, noAgent: 4, noAnswer: 5, withdrawn: 6, usage: 64 };
+
+/** `~` is expanded here too, for values that no shell has seen. */
+export function resolveHome(option, env) {
+  const home = option || env.KELVADROME_HOME || join(homedir(), 'Library/Application Support/Kelvadrome');
+  return resolve(home === '~' || home.startsWith('~/') ? homedir() + home.slice(1) : home);
+}
+
+export class Client {
+  constructor(home) {
+    this.socketPath = join(home, 'kelvadromed.sock');
+  }
+
+  #exchange(path, body, timeoutMs) {
+    const bytes = Buffer.from(JSON.stringify(body));
+    return new Promise((done, failed) => {
+      const headers = { 'Content-Type': 'application/json', 'Content-Length': bytes.length, Connection: 'close' };
+      const req = request({ socketPath: this.socketPath, path, method: 'POST', headers, timeout: timeoutMs }, (res) => {
+        let text = '';
+        res.setEncoding('utf8').on('data', (piece) => { text += piece; }).on('error', failed).on('end', () => done(text));
+      });
+      req.on('timeout', () => req.destroy(new Error('it did not answer in time')));
+      req.on('error', failed);
+      req.end(bytes);
+    });
+  }
+
+  /** The `data` of the reply. A daemon that says no, and one that is not there, are `KdError`s. */
+  async call(path, body, timeoutMs = 10_000) {
+    let text;
+    try {
+      text = await this.#exchange(path, body, timeoutMs);
+    } catch (error) {
+      throw new KdError(`No kelvadromed answers on ${this.socketPath} (${error.code ?? error.message}). Start Kelvadrome first.`, EXIT.noDaemon, 'no_daemon');
+    }
+    let reply;
+    try {
+      reply = JSON.parse(text);
+    } catch {
+      throw new KdError('kelvadromed gave an answer that is no JSON.', EXIT.noDaemon, 'no_daemon');
+    }
+    if (!reply.ok) throw new KdError(reply.error?.message ?? 'kelvadromed refused without a reason.', EXIT.failed, reply.error?.code);
+    return reply.data;
+  }
+
+  /** As `call`, but tries again for `patienceMs` while the daemon is away. Only for calls that may be repeated. */
+  async callPatiently(path, body, timeoutMs, patienceMs) {
+    const deadline = Date.now() + patienceMs;
+    for (;;) {
+      try {
+        return await this.call(path, body, timeoutMs);
+      } catch (error) {
+        if (error.code !== 'no_daemon' || Date.now() >= deadline) throw error;
+        await new Promise((done) => setTimeout(done, 250));
+      }
+    }
+  }
+}

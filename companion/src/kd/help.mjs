@@ -1,0 +1,61 @@
+export const HELP = `kd: ask the user a question from a coding agent, and look at what is asked.
+
+usage: kd COMMAND [OPTIONS]
+
+  ask        open a card in the Kelvadrome inbox for the agent that called kd
+  withdraw   take a question back: kd withdraw CARD_ID
+  touch      tell what the agent is doing, without asking
+  inbox      list the questions that wait for the user
+  sessions   list the agents
+  answer     answer a card: kd answer CARD_ID ANSWER (only with a daemon that runs for tests)
+  help       this text; also kd COMMAND --help
+
+kd ask
+  -t, --title TEXT       the question, 1 line (required, but for --trust)
+  -b, --body TEXT        more lines; "-" reads them from standard input
+  -o, --option TEXT      an answer to choose from; repeat for more
+  -d, --default TEXT     the answer that you suggest
+      --menu             the terminal shows the options as a numbered menu: the answer is
+                         typed as the option's number, 1 to 9, and nothing else is taken
+      --kind KIND        question (the standard), stop, batch, conflict, handoff_review, precedent
+      --risk RISK        low (the standard), medium, high; high is answered on the main page only
+      --stop-type TYPE   what a stop stops before, such as payment
+      --topic TOPIC      what the question is about
+      --row ID=TEXT[=DEFAULT]   1 question of a batch; repeat for more
+      --trust FOLDER     claude's folder question is on the screen (folder as the screen names it)
+      --not-blocking     the agent goes on working meanwhile
+      --ref KEY=VALUE    a detail for the card; repeat for more
+  -w, --wait[=SECONDS]   wait here and print the answer, instead of having it typed into the
+                         terminal. The question is withdrawn when the time is over or kd is ended
+      --label TEXT       a name for this agent session
+      --json             print JSON
+
+  Without --wait it prints the card's id and returns; the answer is typed into the agent's terminal.
+
+Who asks. kd looks upward from its own process for a known agent (claude, codex, grok, gemini, qwen,
+copilot, cursor-agent, droid, opencode, amp, aider, pi) and takes its process, terminal and tmux pane.
+      --agent NAME       look for a process of this name instead
+      --pid PID          take this process
+      --session ID       the agent's own session id
+      --host HOST --host-ref REF   its terminal: tmux with a pane such as %3, iterm2, herdr
+      --codex-thread ID  the Codex thread to queue for when there is no terminal to type into
+      --no-terminal      there is no terminal; needs --agent
+
+kd touch takes the same, and
+      --status WORD      busy, working, waiting, idle, failed, ended
+      --doing TEXT       a few words on what it does
+
+Everywhere
+      --home DIR         the data home; else KELVADROME_HOME; else
+                         ~/Library/Application Support/Kelvadrome
+      --json             print JSON
+
+Exit codes: 0 done; 1 kelvadromed refused; 3 no daemon; 4 no agent found; 5 no answer in time;
+6 the question ended without an answer; 64 wrong usage.
+
+Examples
+  kd ask -t "Deploy to staging?" -o Yes -o No -d Yes --menu --topic billing
+  kd ask -t "Which name?" --wait=600
+  kd ask --kind batch -t "3 choices" --row "lang=Language?=Rust" --row "tests=Write tests?=yes"
+  kd ask --kind stop --risk high --stop-type payment -t "Pay the invoice?" -o Approve -o Reject --menu
+`;

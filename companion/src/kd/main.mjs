@@ -1,0 +1,70 @@
+import { parseArgs } from 'node:util';
+import { Client, EXIT, KdError, resolveHome } from './client.mjs';
+import { ask, touch, withdraw } from './ask.mjs';
+import { answer, inbox, sessions } from './lists.mjs';
+import { HELP } from './help.mjs';
+
+const text = { type: 'string' };
+const many = { type: 'string', multiple: true };
+const flag = { type: 'boolean' };
+const general = { home: text, json: flag, help: { ...flag, short: 'h' } };
+const identity = { agent: text, pid: text, session: text, host: text, 'host-ref': text, 'codex-thread': text, 'no-terminal': flag, label: text, topic: text };
+
+const COMMANDS = {
+  ask: { run: ask, words: 0, options: {
+    ...identity, title: { ...text, short: 't' }, body: { ...text, short: 'b' }, option: { ...many, short: 'o' }, default: { ...text, short: 'd' }, menu: flag,
+    kind: text, risk: text, 'stop-type': text, row: many, trust: text, 'not-blocking': flag, ref: many, wait: flag, 'wait-seconds': text,
+  } },
+  withdraw: { run: withdraw, words: 1, options: {} },
+  touch: { run: touch, words: 0, options: { ...identity, status: text, doing: text } },
+  inbox: { run: inbox, words: 0, options: {} },
+  sessions: { run: sessions, words: 0, options: {} },
+  answer: { run: answer, words: 2, options: {} },
+};
+
+/** `--wait`, `-w`, `--wait 30` and `--wait=30` all mean what they say; the parser knows no options with an optional value. */
+function spellOutWait(argv) {
+  const result = [];
+  for (let i = 0; i < argv.length; i++) {
+    if (argv[i] === '--') return [...result, ...argv.slice(i)];
+    const given = /^(?:--wait|-w)(?:=(.*))?$/.exec(argv[i]);
+    const seconds = given?.[1] ?? (given && /^\d+(\.\d+)?$/.test(argv[i + 1] ?? '') ? argv[++i] : undefined);
+    if (!given) result.push(argv[i]);
+    else result.push('--wait', ...(seconds === undefined ? [] : [`--wait-seconds=${seconds}`]));
+  }
+  return result;
+}
+
+function read(name, argv) {
+  const command = COMMANDS[name];
+  try {
+    const { values, positionals } = parseArgs({ args: name === 'ask' ? spellOutWait(argv) : argv, options: { ...general, ...command.options }, allowPositionals: true });
+    if (!values.help && positionals.length !== command.words) throw new Error(`kd ${name} takes ${command.words} words, not ${positionals.length}`);
+    return { values, positionals };
+  } catch (error) {
+    throw new KdError(`${error.message}\nTry kd --help.`, EXIT.usage);
+  }
+}
+
+/** Runs one command and gives the exit code. */
+export async function main(argv, env) {
+  const [name, ...rest] = argv;
+  try {
+    if (name === undefined) throw new KdError('There is nothing to do. Try kd --help.', EXIT.usage);
+    if (['help', '--help', '-h'].includes(name)) {
+      process.stdout.write(HELP);
+      return EXIT.ok;
+    }
+    if (!Object.hasOwn(COMMANDS, name)) throw new KdError(`kd has no command "${name}". Try kd --help.`, EXIT.usage);
+    const { values, positionals } = read(name, rest);
+    if (values.help) {
+      process.stdout.write(HELP);
+      return EXIT.ok;
+    }
+    return await COMMANDS[name].run({ values, positionals, client: new Client(resolveHome(values.home, env)) });
+  } catch (error) {
+    if (!(error instanceof KdError)) throw error;
+    process.stderr.write(`kd: ${error.message}\n`);
+    return error.exitCode;
+  }
+}

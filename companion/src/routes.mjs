@@ -1,0 +1,118 @@
+// Every route, with the surface that offers it: "socket" (anyone who may open the socket file: the user's own
+// programs, agents among them) or "page" (a cookie session). What presses or types answers is for page sessions alone.
+import { optional, required } from './check.mjs';
+import { forbidden, notBuilt } from './errors.mjs';
+import { readAsk, readIdentity, readLive, readTopic } from './asks.mjs';
+import { KEY_HEADER } from './page-auth.mjs';
+import { oneLine } from './text.mjs';
+import { STATUS_WORDS } from './sessions.mjs';
+
+const MAX_WAIT_MS = 25_000;
+const MAX_CLAIM_MS = 8_000;
+const both = ['socket', 'page'];
+
+const shortLine = (body, field, max) => {
+  const text = optional.string(body, field, { max });
+  return text === undefined ? undefined : oneLine(text) || undefined;
+};
+
+function answer(app, { body, session }) {
+  const value = body.answer;
+  return app.cards.answer({
+    id: required.string(body, 'card_id'), version: required.integer(body, 'version'), answer: value,
+    acceptAllDefaults: optional.boolean(body, 'accept_all_defaults') ?? false, presence: session?.tag ?? app.auth.newestTag(),
+  });
+}
+
+function touch(app, { body }) {
+  const { agent, session_id } = readIdentity(body);
+  const live = readLive(body);
+  const seen = {
+    agent, session_id: session_id ?? `${agent}-${live?.pid ?? 'local'}`, live, label: shortLine(body, 'label', 80), doing: shortLine(body, 'doing', 200),
+    kind: shortLine(body, 'kind', 40), topic: readTopic(body), status: optional.oneOf(body, 'status', STATUS_WORDS),
+  };
+  return app.store.tx(() => {
+    app.topics.touch(seen.topic, { folder: live?.cwd });
+    return app.sessions.touch(seen);
+  });
+}
+
+function report(app, { body, session }) {
+  const id = required.string(body, 'job_id');
+  const outcome = required.oneOf(body, 'outcome', ['start', 'done', 'refused', 'failed']);
+  if (outcome === 'start') return app.jobs.start(id, session);
+  return app.jobs.report(id, { outcome, reason: shortLine(body, 'reason', 1000), path: optional.string(body, 'path') ?? 'host' }, session);
+}
+
+const counts = (app) => ({
+  needs_you: app.cards.needsYouCount(),
+  // No rule answers anything yet, so none was.
+  answered_by_rules_today: 0,
+  agents_working: app.sessions.workingCount(app.topics),
+  // Answers that are known to have arrived: typed and reported, or handed to the one who waited.
+  verified_today: app.receipts.countToday(['answer.typed', 'answer.handed']),
+});
+
+function liveHosts(app, { body }) {
+  app.hosts = { hosts: required.list(body, 'hosts', { max: 400 }), access: optional.object(body, 'access') ?? {} };
+  return { received: app.hosts.hosts.length };
+}
+
+const routes = {
+  'GET /v1/health': { on: both, run: (app) => app.health() },
+  'GET /v1/stream': { on: both, stream: true },
+  'GET /v1/page/me': { on: ['page'], run: (app, { session }) => ({ csrf: session.csrf }) },
+
+  'POST /v1/cards/list': { on: both, run: (app) => ({ cards: app.cards.list() }) },
+  'POST /v1/board': { on: both, run: (app) => ({ topics: app.topics.board() }) },
+  'POST /v1/topic/detail': { on: both, run: (app, { body }) => app.topics.detail(required.string(body, 'topic'), app.cards, app.receipts) },
+  'POST /v1/receipts/list': { on: both, run: (app, { body }) => ({ receipts: app.receipts.list(optional.integer(body, 'limit', { min: 1, max: 1000 }) ?? 100) }) },
+  'POST /v1/agents/status': { on: both, run: (app) => ({ sessions: app.sessions.list(app.topics), locks: [], autopilot: [] }) },
+  'POST /v1/inbox': { on: both, run: (app) => ({ counts: counts(app), cards: app.cards.list() }) },
+  'POST /v1/search': { on: both, run: (app, { body }) => app.topics.search(required.string(body, 'q', { max: 200 }).trim(), optional.integer(body, 'limit', { min: 1, max: 50 }) ?? 20) },
+  'POST /v1/sessions/live': { on: both, run: (app) => ({ sessions: app.sessions.live(), crew_labels: true }) },
+
+  'POST /v1/ask': { on: ['socket'], run: (app, { body }) => {
+    const card = app.cards.open(readAsk(body));
+    return { card_id: card.id, version: card.version, state: card.state };
+  } },
+  'POST /v1/ask/wait': { on: ['socket'], run: (app, { body, signal }) => app.jobs.waitFor(required.string(body, 'card_id'), optional.integer(body, 'wait_ms', { max: MAX_WAIT_MS }) ?? MAX_WAIT_MS, signal) },
+  'POST /v1/ask/withdraw': { on: ['socket'], run: (app, { body }) => {
+    const card = app.cards.withdraw(required.string(body, 'card_id'));
+    return { card_id: card.id, state: card.state, ...(card.outcome ? { outcome: card.outcome } : {}) };
+  } },
+  'POST /v1/sessions/touch': { on: ['socket'], run: touch },
+
+  'POST /v1/page/claim': { on: ['socket'], run: (app, { body }) => {
+    app.auth.claimKey(body.key);
+    return { registered: true };
+  } },
+  'POST /v1/page/token': { on: ['socket'], run: (app, { headers }) => app.auth.mintLink(headers[KEY_HEADER]) },
+
+  'POST /v1/cards/answer': { on: ['page'], testSocket: true, run: answer },
+  'POST /v1/page/cancel': { on: ['page'], run: (app, { body }) => app.cards.undo(required.string(body, 'card_id')) },
+  'POST /v1/page/dismiss': { on: ['page'], run: (app, { body }) => app.cards.dismiss(required.string(body, 'card_id'), required.integer(body, 'version')) },
+  'POST /v1/deliver/claim': { on: ['page'], run: async (app, { body, session, signal }) => ({ jobs: await app.jobs.claim(session, optional.integer(body, 'wait_ms', { max: MAX_CLAIM_MS }) ?? 0, signal) }) },
+  'POST /v1/deliver/report': { on: ['page'], run: report },
+  'POST /v1/live/hosts': { on: ['page'], run: liveHosts },
+};
+
+const unbuilt = [
+  '/v1/talk/propose', '/v1/onboarding/status', '/v1/onboarding/folder', '/v1/relay/status', '/v1/relay/enable', '/v1/relay/device/revoke', '/v1/relay/pair/start',
+  '/v1/relay/pair/decide', '/v1/voice/scan', '/v1/voice/settings/get', '/v1/voice/settings', '/v1/voice/engine/status', '/v1/voice/engine/used',
+  '/v1/voice/budget/reserve', '/v1/voice/mode/switched', '/v1/voice/transcribe',
+];
+for (const path of unbuilt) routes[`POST ${path}`] = { on: both, run: () => { throw notBuilt(path); } };
+
+const paths = new Set(Object.keys(routes).map((key) => key.split(' ')[1]));
+
+/** The route for a request, null when there is none, or "method" when only the method is wrong. */
+export function findRoute(method, path) {
+  const route = Object.hasOwn(routes, `${method} ${path}`) ? routes[`${method} ${path}`] : null;
+  return route ?? (paths.has(path) ? 'method' : null);
+}
+
+export function checkSurface(route, surface, settings) {
+  if (route.on.includes(surface) || (surface === 'socket' && route.testSocket && settings.test)) return;
+  throw forbidden(surface === 'socket' ? 'Only a page session may do this: an answer must be pressed by the user.' : 'This route is for programs on the local socket.');
+}

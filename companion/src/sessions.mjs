@@ -1,0 +1,75 @@
+import { isRunning } from './proc.mjs';
+import { freeCallsign } from './names.mjs';
+
+const ENDED_SHOWN_MS = 3_600_000;
+export const STATUS_WORDS = ['busy', 'working', 'waiting', 'waiting_me', 'idle', 'failed', 'ended'];
+const WORKING = ['busy', 'working'];
+
+/** The agents that have told of themselves, by asking or by `kd touch`. */
+export class Sessions {
+  constructor({ store, hub }) {
+    this.store = store;
+    this.hub = hub;
+  }
+
+  /** Called in a transaction. Fields that are not given keep what they had. */
+  touch({ agent, session_id: sessionId, label, status, doing, topic, kind, live }, now = Date.now()) {
+    const old = this.store.get('SELECT * FROM sessions WHERE agent = ? AND session_id = ?', agent, sessionId);
+    const next = {
+      label: label ?? old?.label ?? null, status: status ?? old?.status ?? 'idle', topic: topic ?? old?.topic ?? null, kind: kind ?? old?.kind ?? null,
+      // What an agent was doing does not outlive the status that it was said with.
+      doing: doing ?? (status === undefined || status === old?.status ? old?.doing ?? null : null),
+      live: live ? JSON.stringify(live) : old?.live ?? null,
+      callsign: old && old.ended_ms === null ? old.callsign : this.#callsign(), ended_ms: status === 'ended' ? now : null, seen_ms: now,
+    };
+    const names = Object.keys(next);
+    this.store.run(
+      `INSERT INTO sessions (agent, session_id, ${names.join(', ')}) VALUES (?, ?, ${names.map(() => '?').join(', ')})
+       ON CONFLICT (agent, session_id) DO UPDATE SET ${names.map((name) => `${name} = excluded.${name}`).join(', ')}`,
+      agent, sessionId, ...Object.values(next));
+    this.store.afterCommit(() => this.hub.publish('session.changed', { agent, session_id: sessionId }));
+    return { agent, session_id: sessionId, status: next.status, callsign: next.callsign };
+  }
+
+  #callsign() {
+    return freeCallsign(new Set(this.store.all('SELECT callsign FROM sessions WHERE ended_ms IS NULL').map((row) => row.callsign)));
+  }
+
+  /** Every session that lives or ended within the hour, with the status that is true now. */
+  #current(now = Date.now()) {
+    const rows = this.store.all('SELECT * FROM sessions WHERE ended_ms IS NULL OR ended_ms > ? ORDER BY agent, session_id', now - ENDED_SHOWN_MS);
+    for (const row of rows) {
+      row.live = row.live ? JSON.parse(row.live) : null;
+      if (row.ended_ms === null && row.live?.pid !== undefined && !isRunning(row.live.pid)) {
+        this.store.run('UPDATE sessions SET status = ?, ended_ms = ?, doing = NULL WHERE agent = ? AND session_id = ?', 'ended', now, row.agent, row.session_id);
+        row.status = 'ended';
+        row.doing = null;
+      }
+    }
+    return rows;
+  }
+
+  /** Rows of `/v1/agents/status`. A session with a question that blocks it waits for the user, whatever it said last. */
+  list(topics) {
+    const asking = new Set(this.store.all("SELECT DISTINCT agent, session_id FROM cards WHERE state <> 'closed' AND blocking = 1").map((row) => `${row.agent}\0${row.session_id}`));
+    return this.#current().map((row) => {
+      const waits = row.status !== 'ended' && asking.has(`${row.agent}\0${row.session_id}`);
+      const fields = {
+        agent: row.agent, session_id: row.session_id, label: row.label, status: waits ? 'waiting_me' : row.status, topic: row.topic,
+        kind: row.kind, doing: waits ? null : row.doing, topic_title: topics.title(row.topic), callsign: row.callsign,
+        pid: row.live?.pid, tty: row.live?.tty, host: row.live?.host,
+      };
+      return Object.fromEntries(Object.entries(fields).filter(([, value]) => value !== null && value !== undefined));
+    });
+  }
+
+  workingCount(topics) { return this.list(topics).filter((row) => WORKING.includes(row.status)).length; }
+
+  /** Rows of `/v1/sessions/live`. */
+  live() {
+    return this.#current().filter((row) => row.live).map((row) => ({
+      key: `${row.agent}:${row.session_id}`, host: row.live.host ?? 'unknown', ...(row.live.tty ? { tty: row.live.tty } : {}),
+      callsign: row.callsign, status: row.status,
+    }));
+  }
+}

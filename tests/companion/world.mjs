@@ -1,0 +1,159 @@
+// A private world for one test: the real daemon in a home of its own, with the means to end, stop and look at it.
+import { spawn, execFile } from 'node:child_process';
+import { mkdtempSync, rmSync } from 'node:fs';
+import { request } from 'node:http';
+import { tmpdir } from 'node:os';
+import { join } from 'node:path';
+import { fileURLToPath } from 'node:url';
+
+export const COMPANION = fileURLToPath(new URL('../../companion/', import.meta.url));
+export const KD = join(COMPANION, 'dist/bin.js');
+export const PAGE_KEY = 'k'.repeat(43);
+
+/** Waits until `condition` gives something truthy and gives that; fails with `message` after 10 s. */
+export async function until(condition, message, limitMs = 10_000) {
+  for (const deadline = Date.now() + limitMs; ;) {
+    const value = await condition();
+    if (value) return value;
+    if (Date.now() > deadline) throw new Error(`waited in vain: ${message}`);
+    await new Promise((done) => setTimeout(done, 15));
+  }
+}
+
+function exchange(options, body) {
+  return new Promise((done, failed) => {
+    const req = request({ timeout: 20_000, ...options, headers: { Connection: 'close', ...options.headers } }, (res) => {
+      const pieces = [];
+      res.on('data', (piece) => pieces.push(piece)).on('error', failed).on('end', () => {
+        const text = Buffer.concat(pieces).toString('utf8');
+        let json = null;
+        try { json = JSON.parse(text); } catch { /* a page */ }
+        done({ status: res.statusCode, headers: res.headers, text, json });
+      });
+    });
+    req.on('error', failed).on('timeout', () => req.destroy(new Error('no reply within 20 s')));
+    req.end(body);
+  });
+}
+
+/** A page session, as the shell holds it. */
+export class Page {
+  constructor(world, cookie) {
+    Object.assign(this, { world, cookie });
+  }
+
+  raw(method, path, body, headers = {}) {
+    return exchange({ host: '127.0.0.1', port: this.world.port, method, path, headers: { Cookie: `kd_session=${this.cookie}`, ...(this.csrf ? { 'x-kd-csrf': this.csrf } : {}), ...headers } }, body);
+  }
+
+  async post(path, body = {}, headers = {}) {
+    const reply = await this.raw('POST', path, JSON.stringify(body), { 'Content-Type': 'application/json', ...headers });
+    return { status: reply.status, ...reply.json };
+  }
+
+  /** As `post`, but a refusal is an error. */
+  async ok(path, body) {
+    const reply = await this.post(path, body);
+    if (!reply.ok) throw new Error(`${path}: ${JSON.stringify(reply)}`);
+    return reply.data;
+  }
+
+  async claimOne(waitMs = 5000) { return (await this.ok('/v1/deliver/claim', { wait_ms: waitMs })).jobs[0]; }
+  report(jobId, outcome, more = {}) { return this.ok('/v1/deliver/report', { job_id: jobId, outcome, ...more }); }
+}
+
+export class World {
+  /** `t` is the test: its end ends the daemon, and its failure prints the daemon's log. */
+  static async open(t, env = {}) {
+    const world = new World();
+    world.home = mkdtempSync(join(tmpdir(), 'kd-'));
+    world.env = { ...process.env, KELVADROME_HOME: world.home, KELVADROME_TEST: '1', KELVADROME_TEST_HOLD_MS: '30', KELVADROME_TEST_EXPIRY_MS: '60000', ...env };
+    world.log = '';
+    t.after(async () => {
+      await world.kill();
+      if (t.error || !t.passed) t.diagnostic(world.log);
+      rmSync(world.home, { recursive: true, force: true });
+    });
+    await world.start();
+    return world;
+  }
+
+  get socketPath() { return join(this.home, 'kelvadromed.sock'); }
+
+  spawn(args = [], env = {}, stdio = ['pipe', 'pipe', 'pipe']) {
+    const child = spawn(process.execPath, [join(COMPANION, 'kelvadromed-app.mjs'), '--home', this.home, ...args], { env: { ...this.env, ...env }, stdio });
+    child.output = '';
+    for (const stream of [child.stdout, child.stderr]) stream?.on('data', (piece) => { child.output += piece; this.log += piece; });
+    child.ended = new Promise((done) => child.on('close', (code, signal) => done({ code, signal })));
+    return child;
+  }
+
+  async start(env = {}) {
+    this.child = this.spawn([], env);
+    const health = await until(() => this.call('/v1/health', undefined, 'GET').then((reply) => reply.data, () => null), 'the daemon answers');
+    this.port = health.port;
+    return health;
+  }
+
+  /** kill -9 */
+  async kill() {
+    this.child.kill('SIGKILL');
+    await this.child.ended;
+  }
+
+  async restart(env) {
+    await this.kill();
+    return this.start(env);
+  }
+
+  raw(method, path, body, headers = {}) { return exchange({ socketPath: this.socketPath, method, path, headers }, body); }
+
+  async call(path, body = {}, method = 'POST', headers = {}) {
+    const reply = await this.raw(method, path, method === 'GET' ? undefined : JSON.stringify(body), headers);
+    return { status: reply.status, ...reply.json };
+  }
+
+  async ok(path, body) {
+    const reply = await this.call(path, body);
+    if (!reply.ok) throw new Error(`${path}: ${JSON.stringify(reply)}`);
+    return reply.data;
+  }
+
+  async mint(key = PAGE_KEY) {
+    await this.call('/v1/page/claim', { key });
+    return (await this.call('/v1/page/token', {}, 'POST', { 'x-kd-page-key': key })).data;
+  }
+
+  async login(surface = 'mac', key = PAGE_KEY) {
+    const url = new URL((await this.mint(key)).url);
+    const reply = await exchange({ host: '127.0.0.1', port: url.port, path: `${url.pathname}${url.search}&surface=${surface}` });
+    const page = new Page(this, /^kd_session=([^;]+)/.exec(reply.headers['set-cookie'][0])[1]);
+    page.csrf = (await page.raw('GET', '/v1/page/me')).json.data.csrf;
+    return page;
+  }
+
+  /** Asks as an agent in a tmux pane would; the pid is this test's own, so that the agent lives. */
+  async ask(more = {}) {
+    const live = { pid: process.pid, pgid: process.pid, tty: 'pts/3', host: 'tmux', host_ref: '%3', cwd: '/work-of-the-user' };
+    return (await this.ok('/v1/ask', { agent: 'claude', title: 'Deploy?', options: ['Yes', 'No'], menu: true, live, ...more })).card_id;
+  }
+
+  async cards() { return (await this.ok('/v1/cards/list')).cards; }
+  async card(id) { return (await this.cards()).find((card) => card.id === id); }
+  async receipts() { return (await this.ok('/v1/receipts/list')).receipts; }
+
+  /** Opens a card and presses an answer on `page`; gives the card's id. */
+  async askAndAnswer(page, more, answer = 'Yes') {
+    const id = await this.ask(more);
+    await page.ok('/v1/cards/answer', { card_id: id, version: 1, answer });
+    return id;
+  }
+
+  kd(args, options = {}) {
+    return new Promise((done) => {
+      const child = execFile(process.execPath, [KD, ...args], { env: this.env, ...options }, (error, stdout, stderr) => done({ code: error ? error.code : 0, stdout, stderr }));
+      child.stdin.end();
+    });
+  }
+}
+
