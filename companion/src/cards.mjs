@@ -37,7 +37,7 @@ export class Cards {
       session_id: card.session_id, stop_type: card.stop_type, title: card.title, body: card.body, options: card.options,
       default: card.default_answer, blocking: card.blocking, rows: card.rows, opened_at: iso(card.opened_ms),
       held_until: card.state === 'held' ? iso(card.held_until_ms) : null, refs: card.refs, menu: card.menu,
-      screen: card.screen, outcome: card.outcome, closed_at: card.closed_ms === null ? null : iso(card.closed_ms),
+      screen: card.screen, answer: card.answer, outcome: card.outcome, closed_at: card.closed_ms === null ? null : iso(card.closed_ms),
     };
     return Object.fromEntries(Object.entries(fields).filter(([, value]) => value !== null));
   }
