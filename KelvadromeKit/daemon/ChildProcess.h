@@ -1,0 +1,55 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace kelvadrome {
+
+/// A long-lived child with a pipe as its standard input. Destroying the object closes that pipe and nothing
+/// else: the child is still reaped, and its exit still told. No call blocks; any thread.
+class ChildProcess {
+public:
+    virtual ~ChildProcess() = default;
+
+    /// False from the moment the process is dead, which may be before its exit is told.
+    virtual bool isRunning() const = 0;
+    virtual std::int32_t pid() const = 0;
+    virtual void terminate() = 0; // SIGTERM, if it still runs
+    virtual void kill() = 0;      // SIGKILL, if it still runs
+    /// The child reads end of file from then on.
+    virtual void closeInput() = 0;
+};
+
+/// Starts children.
+class ChildLauncher {
+public:
+    struct Command {
+        std::string executable;             // absolute
+        std::vector<std::string> arguments; // without the program's name
+        std::map<std::string, std::string> environment;
+        std::string currentDirectory;
+    };
+    /// Called on threads of the launcher's own; the exit comes once, after the output that was there by then.
+    struct Callbacks {
+        std::function<void(std::string)> output; // a chunk of standard output and error, merged; never empty
+        std::function<void(std::int32_t)>
+            exited; // the exit status, or the number of the signal that killed it
+    };
+
+    virtual ~ChildLauncher() = default;
+
+    /// Throws std::system_error when the program can't be started; then nothing is called.
+    virtual std::shared_ptr<ChildProcess> launch(Command command, Callbacks callbacks) = 0;
+
+    /// Runs a program to its end and gives its standard output; absent when it can't be started or runs
+    /// longer than `limit` seconds (it is killed then). Blocks.
+    virtual std::optional<std::string> output(
+        std::string executable, std::vector<std::string> arguments, double limit) = 0;
+};
+
+} // namespace kelvadrome

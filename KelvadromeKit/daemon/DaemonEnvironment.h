@@ -1,0 +1,64 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace kelvadrome {
+
+using EnvironmentMap = std::map<std::string, std::string>;
+using FileTest = std::function<bool(const std::string& path)>;
+
+/// The default file tests: a file that this user may execute, and any file at all.
+bool isExecutableFile(const std::string& path);
+bool fileExists(const std::string& path);
+
+/// This process's environment, and its user's home directory (HOME, or the password file's).
+EnvironmentMap processEnvironment();
+std::string userHomeDirectory();
+
+/// A PATH with those of `folders` that aren't entries yet put before it; the old value is kept as a whole.
+std::string prependMissing(const std::string& path, const std::vector<std::string>& folders);
+
+/// Where the daemon's files are, for one run. A value; asks the disk only through the tests that it is given.
+struct DaemonEnvironment {
+    DaemonEnvironment() = default;
+    DaemonEnvironment(std::string home, std::optional<std::int64_t> port, std::optional<std::string> resources);
+
+    std::string home;                     // the data home, with the daemon's socket in it
+    std::optional<std::int64_t> port;     // of the page; absent lets the daemon choose
+    std::optional<std::string> resources; // absent when the application has no resource directory
+
+    static std::string defaultHome();
+    /// The override, then KELVADROME_HOME, each if not empty and with a leading tilde expanded; else the default.
+    static std::string resolveHome(const std::optional<std::string>& override, const EnvironmentMap& environment);
+
+    std::string socketPath() const;
+    // Absent without a resource directory.
+    std::optional<std::string> bundleRoot() const;
+    std::optional<std::string> bundledNode() const;
+    std::optional<std::string> launcherPath() const;
+    std::optional<std::string> webDistPath() const;
+    std::optional<std::string> cliPath() const;
+    std::optional<std::string> mcpPath() const;
+
+    /// Where Node may be, best first, each place once. `path` is the value of PATH.
+    std::vector<std::string> nodeCandidates(const std::optional<std::string>& path) const;
+    std::optional<std::string> findNode(
+        const std::optional<std::string>& path, const FileTest& isExecutable = isExecutableFile) const;
+    /// What follows Node on the command line; absent without a resource directory.
+    std::optional<std::vector<std::string>> daemonArguments() const;
+    /// The daemon's whole environment, built from a few variables of `base`.
+    EnvironmentMap daemonEnvironment(const EnvironmentMap& base) const;
+
+    /// Whether the output of `node --version` says 22.13 or later.
+    static bool nodeVersionOK(std::string_view version);
+
+    bool operator==(const DaemonEnvironment&) const = default;
+};
+
+} // namespace kelvadrome
