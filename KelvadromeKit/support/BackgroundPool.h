@@ -27,10 +27,18 @@ public:
     /// interrupt the work and is resumed when it has ended.
     template <class Work>
     Task<std::invoke_result_t<Work&>> run(Work work) {
+        return run(std::move(work), [] {});
+    }
+
+    /// The same for work that can be ended early: cancelling the caller calls `cancel`, which must bring
+    /// about the work's end. It may also come after that.
+    template <class Work, class Cancel>
+    Task<std::invoke_result_t<Work&>> run(Work work, Cancel cancel) {
         using Result = std::invoke_result_t<Work&>;
         auto shared = std::make_shared<Work>(std::move(work));
-        auto outcome = co_await suspendUntil<Outcome<Result>>([this, shared](auto completion) {
+        auto outcome = co_await suspendUntil<Outcome<Result>>([this, shared, cancel](auto completion) {
             post([shared, completion] { completion(capture<Result>(*shared)); });
+            return cancel;
         });
         if constexpr (std::is_void_v<Result>) {
             outcome.take();

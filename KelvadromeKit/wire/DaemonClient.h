@@ -16,8 +16,9 @@
 
 namespace kelvadrome {
 
-/// The daemon's JSON API, one call a route. A value: copies are free and may be used from any thread at once.
-/// Calls throw TransportError, DaemonError or DecodingError, each for its own reason.
+/// The daemon's JSON API, one call a route. A value: copies are free and may be used from any thread at once,
+/// and a call may outlive the client that it was made on. Calls throw TransportError, DaemonError or
+/// DecodingError, each for its own reason.
 class DaemonClient {
 public:
     explicit DaemonClient(UnixSocketTransport transport) : transport(std::move(transport)) {}
@@ -28,9 +29,7 @@ public:
     /// The generic call: posts `body` and decodes the reply's data as `T`. `timeout` in seconds.
     template <class T>
     Task<T> post(std::string path, boost::json::object body, double timeout) const {
-        auto text = boost::json::serialize(body);
-        const auto response = co_await transport.send("POST", std::move(path), std::move(text), {}, timeout);
-        co_return Envelope::decode<T>(response);
+        return decoded<T>(transport.send("POST", std::move(path), boost::json::serialize(body), {}, timeout));
     }
 
     Task<Health> health(double timeout) const;
@@ -44,6 +43,13 @@ public:
     /// Registers the page key, when one is given, and takes a one-time login link.
     Task<LoginLink> mintLogin(std::optional<std::string> pageKey) const;
     Task<OnboardingStatus> onboardingStatus(double timeout) const;
+
+private:
+    template <class T>
+    static Task<T> decoded(Task<HTTPResponse> exchange) {
+        const auto response = co_await std::move(exchange);
+        co_return Envelope::decode<T>(response);
+    }
 };
 
 } // namespace kelvadrome

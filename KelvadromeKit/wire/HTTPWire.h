@@ -69,11 +69,14 @@ struct Head {
 std::string request(std::string_view method, std::string_view path, std::optional<std::string_view> body,
     const std::map<std::string, std::string>& headers);
 
-/// The offset just past the first CR LF CR LF.
-std::optional<std::size_t> headerEnd(std::string_view data);
+/// The offset just past the first CR LF CR LF. None ends before `from`, the caller having looked already.
+std::optional<std::size_t> headerEnd(std::string_view data, std::size_t from = 0);
 
 /// The bytes up to and including the blank line. Throws TransportError malformedResponse.
 Head parseHead(std::string_view data);
+
+/// Whether the body goes through a ChunkedDecoder.
+bool isChunked(const std::map<std::string, std::string>& headers);
 
 /// A whole reply, read to the end of the stream; the body is cut out in place. Throws TransportError
 /// malformedResponse.

@@ -4,7 +4,9 @@
 
 #include <cstdint>
 #include <optional>
+#include <set>
 #include <string>
+#include <vector>
 
 namespace kelvadrome {
 
@@ -93,8 +95,8 @@ struct OnboardingStatus {
     std::optional<bool> completed;
     std::vector<Agent> agents;
 
-    /// The agents being installed at this moment ("queued", "running", "verifying"), by name, or id without
-    /// one.
+    static inline const std::set<std::string> busyStates{"queued", "running", "verifying"};
+    /// The agents being installed at this moment, by name, or by id without one.
     std::vector<std::string> installingNames() const;
 
     static OnboardingStatus decode(const JSONValue& value);

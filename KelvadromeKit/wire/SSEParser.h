@@ -25,10 +25,9 @@ public:
 private:
     void takeLine(std::string_view line, std::vector<Event>& finished);
 
-    std::string pending_;
-    std::size_t scanned_ = 0; // no line feed stands before this offset of `pending_`
+    std::string pending_; // a line's start, without a line feed
     Event current_;
-    bool hasData_ = false;
+    bool hasData_ = false; // a data line was seen for it
 };
 
 } // namespace kelvadrome

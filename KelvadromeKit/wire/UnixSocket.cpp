@@ -1,0 +1,42 @@
+#include "KelvadromeKit/wire/UnixSocket.h"
+
+#include "KelvadromeKit/wire/UnixSocketTransport.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cmath>
+#include <cstring>
+#include <sys/socket.h>
+#include <sys/time.h>
+#include <sys/un.h>
+
+namespace kelvadrome::UnixSocket {
+
+Descriptor make(const std::string& path) {
+    static_assert(UnixSocketTransport::maxPathBytes < sizeof(sockaddr_un::sun_path));
+    if (path.size() > UnixSocketTransport::maxPathBytes)
+        throw TransportError::socketPathTooLong(path.size());
+    Descriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    if (!socket)
+        throw TransportError::connectFailed(errno);
+    return socket;
+}
+
+int connect(const Descriptor& socket, const std::string& path) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::memcpy(address.sun_path, path.data(), path.size());
+    return ::connect(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 ? 0
+                                                                                                     : errno;
+}
+
+void setTimeout(const Descriptor& socket, double seconds) {
+    // What the caller means by a number beyond this is "for ever"; a cast of it would be undefined.
+    const double bounded = std::clamp(seconds, 0.0, 1e9);
+    const double whole = std::trunc(bounded);
+    const timeval limit{static_cast<time_t>(whole), static_cast<suseconds_t>((bounded - whole) * 1'000'000)};
+    ::setsockopt(socket.get(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+    ::setsockopt(socket.get(), SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
+}
+
+} // namespace kelvadrome::UnixSocket

@@ -1,0 +1,91 @@
+#include "KelvadromeKit/wire/UnixSocketTransport.h"
+
+#include "KelvadromeKit/wire/EventStream.h"
+#include "KelvadromeKit/wire/UnixSocket.h"
+
+#include <cerrno>
+#include <memory>
+#include <sys/socket.h>
+#include <vector>
+
+namespace kelvadrome {
+
+namespace {
+
+constexpr std::size_t readSize = 65536;
+
+std::string readToEnd(int fd) {
+    std::vector<char> buffer(readSize);
+    std::string data;
+    for (;;) {
+        const auto count = ::read(fd, buffer.data(), buffer.size());
+        if (count == 0)
+            return data;
+        if (count > 0) {
+            data.append(buffer.data(), static_cast<std::size_t>(count));
+        } else if (errno == EAGAIN) {
+            throw TransportError::timedOut();
+        } else if (errno != EINTR) {
+            throw TransportError::readFailed(errno);
+        }
+    }
+}
+
+HTTPResponse exchange(const UnixSocketTransport& transport, std::string_view request, double timeout) {
+    const auto socket = transport.openSocket(timeout);
+    UnixSocketTransport::writeAll(socket.get(), request);
+    return HTTPWire::parse(readToEnd(socket.get()));
+}
+
+Task<> follow(std::string socketPath, std::string path, std::function<void(SSEParser::Event)> onEvent,
+    BackgroundPool* pool) {
+    const auto stream = std::make_shared<EventStream>(socketPath, std::move(path), std::move(onEvent));
+    co_await pool->run([stream] { stream->run(); }, [stream] { stream->cancel(); });
+}
+
+} // namespace
+
+Descriptor UnixSocketTransport::openSocket(std::optional<double> timeout) const {
+    auto socket = UnixSocket::make(path_);
+    if (timeout)
+        UnixSocket::setTimeout(socket, *timeout);
+    if (const auto error = UnixSocket::connect(socket, path_))
+        throw TransportError::connectFailed(error);
+    return socket;
+}
+
+Task<bool> UnixSocketTransport::isAlive() const {
+    return pool_->run([transport = *this] {
+        try {
+            transport.openSocket(1.0);
+            return true;
+        } catch (const TransportError&) {
+            return false;
+        }
+    });
+}
+
+Task<HTTPResponse> UnixSocketTransport::send(std::string method, std::string path,
+    std::optional<std::string> body, std::map<std::string, std::string> headers, double timeout) const {
+    return pool_->run([transport = *this, request = HTTPWire::request(method, path, body, headers), timeout] {
+        return exchange(transport, request, timeout);
+    });
+}
+
+Task<> UnixSocketTransport::stream(std::string path, std::function<void(SSEParser::Event)> onEvent) const {
+    return follow(path_, std::move(path), std::move(onEvent), pool_);
+}
+
+void UnixSocketTransport::writeAll(int fd, std::string_view data) {
+    while (!data.empty()) {
+        // Without MSG_NOSIGNAL a daemon that goes away would end the process.
+        const auto count = ::send(fd, data.data(), data.size(), MSG_NOSIGNAL);
+        if (count >= 0) {
+            data.remove_prefix(static_cast<std::size_t>(count));
+        } else if (errno != EINTR) {
+            throw TransportError::writeFailed(errno);
+        }
+    }
+}
+
+} // namespace kelvadrome
