@@ -16,8 +16,9 @@
 
 namespace kelvadrome {
 
-/// The login to the daemon's page and the calls that carry it. Its state belongs to a strand of its own: call from
-/// any executor; requests interleave where they wait. Held by shared_ptr, since its tasks may outlive a caller.
+/// The login to the daemon's page and the calls that carry it. Its state belongs to a strand of its own: call
+/// from any executor; requests interleave where they wait. Held by shared_ptr, since its tasks may outlive a
+/// caller.
 class PageSession : public std::enable_shared_from_this<PageSession> {
 public:
     static constexpr const char* cookieName = "kd_session";
