@@ -101,8 +101,8 @@ Task<LoginLink> takeLogin(DaemonClient client, std::optional<std::string> pageKe
         co_await registerPageKey(client, *pageKey);
         headers["x-kd-page-key"] = *pageKey;
     }
-    const auto response =
-        co_await client.transport.send("POST", "/v1/page/token", "{}", std::move(headers), timeout);
+    auto exchange = client.transport.send("POST", "/v1/page/token", "{}", std::move(headers), timeout);
+    const auto response = co_await std::move(exchange);
     co_return Envelope::decode<LoginLink>(response);
 }
 
