@@ -15,7 +15,7 @@ import { PageAuth, nextPath, setCookie } from './page-auth.mjs';
 import { checkSurface, findRoute } from './routes.mjs';
 import { goneSignal, listen, makeServer, readJson, send, sendData, shut } from './http.mjs';
 import { sendFile, sendNotice } from './static.mjs';
-import { prepareHome, takeSocket } from './home.mjs';
+import { clearDeadSocket, prepareHome, refuseSecond } from './home.mjs';
 
 const VERSION = JSON.parse(readFileSync(new URL('../package.json', import.meta.url), 'utf8')).version;
 const USAGE = 'usage: kelvadromed-app.mjs [--home DIR] [--static DIR] [--port N]';
@@ -175,8 +175,9 @@ async function start(argv, env) {
   const { home, port, staticRoot } = readArguments(argv, env);
   process.umask(0o077);
   const socketPath = prepareHome(home);
-  await takeSocket(socketPath);
+  await refuseSecond(socketPath);
   const app = new Daemon(home, readSettings(env));
+  clearDeadSocket(socketPath);
   app.staticRoot = staticRoot;
   const servers = await openDoors(app, socketPath, port);
   leaveInOrder(app, servers, env);

@@ -43,13 +43,16 @@ function probe(socketPath) {
   });
 }
 
-/** Refuses to start beside a daemon that runs; clears away the socket of one that does not. */
-export async function takeSocket(socketPath) {
+/** Refuses to start beside a daemon that runs. */
+export async function refuseSecond(socketPath) {
   const found = await probe(socketPath);
   if (found === 'silent') throw new StartError(`A process holds ${socketPath} and does not answer. End it first.`, 3);
   if (typeof found === 'object') throw new StartError(`kelvadromed runs already for this home (pid ${found.pid}).`, 3);
-  if (found === 'dead') {
-    if (!lstatSync(socketPath).isSocket()) throw new StartError(`${socketPath} is in the way: it is not a socket.`, 73);
-    unlinkSync(socketPath);
-  }
+}
+
+/** Clears away the socket of a daemon that died. Only for the one that holds the database: of two that start at once, the other must not. */
+export function clearDeadSocket(socketPath) {
+  if (!existsSync(socketPath)) return;
+  if (!lstatSync(socketPath).isSocket()) throw new StartError(`${socketPath} is in the way: it is not a socket.`, 73);
+  unlinkSync(socketPath);
 }

@@ -78,6 +78,7 @@ export class Jobs {
   #whyNotStart(job, session, now) {
     if (job.state === 'withdrawn') return 'the question was withdrawn';
     if (job.state === 'expired' || now >= job.expires_ms) return 'the job expired';
+    if (OVER.includes(job.state)) return 'the job is over';
     if (job.state === 'queued') return 'the job was not claimed';
     if (job.claimant !== session.tag) return 'the job was claimed by another page session';
     if (job.state !== 'claimed') return 'the job was started before';

@@ -9,7 +9,8 @@ const SECTIONS = /^\/(topics(\/[^/]+)?|handoffs|skills|receipts|agents|autopilot
 
 export const PAGE_HEADERS = {
   'Content-Security-Policy': "default-src 'none'; script-src 'self'; style-src 'self'; img-src 'self' data:; connect-src 'self'; base-uri 'none'; form-action 'none'; frame-ancestors 'none'",
-  'Referrer-Policy': 'no-referrer',
+  // Not "no-referrer": some engines then send "Origin: null" with the page's own writes.
+  'Referrer-Policy': 'same-origin',
   'Cross-Origin-Opener-Policy': 'same-origin',
   'Cross-Origin-Resource-Policy': 'same-origin',
 };

@@ -35,3 +35,209 @@ test('an answer goes from ask to typed: held, armed, claimed, started, done', as
   assert.equal((await world.ok('/v1/inbox')).counts.verified_today, 1);
   assert.deepEqual((await world.ok('/v1/board')).topics, [{ id: 'Billing', title: 'Billing', open_cards: 0 }]);
 });
+
+test('an answer that is taken back, is stale, or does not fit changes nothing', async (t) => {
+  const world = await World.open(t, { KELVADROME_TEST_HOLD_MS: '60000' });
+  const page = await world.login();
+  const id = await world.ask();
+  const press = (body) => page.post('/v1/cards/answer', { card_id: id, version: 1, answer: 'Yes', ...body });
+  const refusals = [
+    [{ version: 2 }, 409, 'stale'], [{ version: undefined }, 400, 'validation_failed'], [{ version: '1' }, 400, 'validation_failed'],
+    [{ card_id: 'card-none' }, 404, 'unknown_card'], [{ answer: 'Maybe' }, 400, 'validation_failed'], [{ answer: 3 }, 400, 'validation_failed'],
+    [{ answer: { a: 'b' } }, 400, 'validation_failed'],
+  ];
+  for (const [body, status, code] of refusals) {
+    const reply = await press(body);
+    assert.deepEqual([reply.status, reply.error?.code], [status, code], JSON.stringify(body));
+  }
+  assert.equal((await world.card(id)).version, 1);
+
+  assert.equal((await press({})).ok, true);
+  const second = await press({});
+  assert.deepEqual([second.status, second.error.code], [409, 'stale']);
+  assert.match(second.error.message, /on its way/);
+  const undone = await page.ok('/v1/page/cancel', { card_id: id });
+  assert.deepEqual([undone.status, undone.card.state, undone.card.version, undone.card.held_until], ['undone', 'open', 3, undefined]);
+  assert.equal((await page.post('/v1/page/cancel', { card_id: id })).error.code, 'conflict');
+});
+
+test('the hold lasts 2 s, and 5 s for a high risk; afterwards undo comes too late', async (t) => {
+  const world = await World.open(t, { KELVADROME_TEST_HOLD_MS: '' });
+  const page = await world.login();
+  for (const [risk, seconds] of [['low', 2], ['medium', 2], ['high', 5]]) {
+    const id = await world.ask({ risk });
+    const before = Date.now();
+    const { card } = await page.ok('/v1/cards/answer', { card_id: id, version: 1, answer: 'Yes' });
+    const until = Date.parse(card.held_until);
+    assert.ok(until >= before + seconds * 1000 && until <= Date.now() + seconds * 1000, risk);
+  }
+  await world.restart({ KELVADROME_TEST_HOLD_MS: '20' });
+  const again = await world.login();
+  const id = await world.askAndAnswer(again);
+  await again.claimOne();
+  const late = await again.post('/v1/page/cancel', { card_id: id });
+  assert.equal(late.status, 409);
+  assert.match(late.error.message, /Too late/);
+});
+
+test('the answer is typed as the kind of question wants it', async (t) => {
+  const world = await World.open(t);
+  const page = await world.login();
+  const rows = [{ question_id: 'lang', text: 'Language?', default: 'Rust' }, { question_id: 'tests', text: 'Tests?', default: 'yes' }];
+  const cases = [
+    [{ options: ['Ja', 'Nein'], menu: false }, 'Ja', [{ kind: 'text', text: 'Ja' }]],
+    [{ options: [], menu: false }, 'u\u0308ber 42', [{ kind: 'text', text: 'über 42' }]],
+    [{ options: [], menu: false, kind: 'batch', rows }, { lang: 'Go', tests: 'no' }, [{ kind: 'text', text: 'lang: Go; tests: no' }]],
+    [{ options: [], menu: false, kind: 'batch', rows }, 'just start', [{ kind: 'text', text: 'just start' }]],
+  ];
+  for (const [ask, answer, steps] of cases) {
+    await world.askAndAnswer(page, ask, answer);
+    const job = await page.claimOne();
+    assert.deepEqual(job.steps, steps);
+    assert.equal('screen' in job, false);
+  }
+  for (const [answer, want, keys] of [['Yes, I trust this folder', 'trust', ['down', 'enter']], ['No, exit', 'exit', ['enter']]]) {
+    await world.askAndAnswer(page, { options: undefined, menu: undefined, screen: { profile: 'claude_trust', folder: '/a b' } }, answer);
+    const job = await page.claimOne();
+    assert.deepEqual(job.screen, { profile: 'claude_trust', folder: '/a b', want });
+    assert.deepEqual(job.steps, keys.map((key) => ({ kind: 'nav', key })));
+  }
+  const batch = await world.ask({ options: [], menu: false, kind: 'batch', rows });
+  const partial = { card_id: batch, version: 1, answer: { lang: 'Go' } };
+  assert.match((await page.post('/v1/cards/answer', partial)).error.message, /"Tests\?" has no answer/);
+  assert.deepEqual((await page.ok('/v1/cards/answer', { ...partial, accept_all_defaults: true })).card.answer, { lang: 'Go', tests: 'yes' });
+});
+
+test('an answer that the shell would not type is refused with the reason, and the card stays open', async (t) => {
+  const world = await World.open(t);
+  const page = await world.login();
+  const id = await world.ask({ options: [], menu: false });
+  const table = [
+    ['', 'empty'], [' a', 'blank'], ['a ', 'blank'], ['a  b', '2 blanks'], ['a\tb', 'control'], ['a\nb', 'more than 1 line'], ['/quit', 'command'], ['!ls', 'command'],
+    ['#x', 'command'], ['&', 'command'], ['a\x1b[31mb', 'control'], ['a\x1b]0;t\x07b', 'control'], ['a\x9b1mb', 'control'], ['a\u200bb', 'invisible'], ['a\u202eb', 'invisible'],
+    ['a\ufeff', 'invisible'], ['x'.repeat(4001), '4000'],
+  ];
+  for (const [answer, word] of table) {
+    const reply = await page.post('/v1/cards/answer', { card_id: id, version: 1, answer });
+    assert.equal(reply.error?.code, 'validation_failed', JSON.stringify(answer.slice(0, 20)));
+    assert.ok(reply.error.message.includes(word), `${JSON.stringify(answer.slice(0, 20))}: ${reply.error.message}`);
+  }
+  const half = await page.raw('POST', '/v1/cards/answer', `{"card_id":"${id}","version":1,"answer":"a\\ud800"}`);
+  assert.equal(half.status, 400);
+  assert.match(half.json.error.message, /half a character/);
+  assert.equal((await page.ok('/v1/cards/answer', { card_id: id, version: 1, answer: '字'.repeat(4000) })).status, 'held');
+});
+
+test('a job goes to the page session that pressed, and to one claimant only', async (t) => {
+  const world = await World.open(t);
+  const [shell, other] = [await world.login(), await world.login()];
+  const waiting = [other.claimOne(600), shell.claimOne(), shell.claimOne(600)];
+  const id = await world.askAndAnswer(shell);
+  const [foreign, first, second] = await Promise.all(waiting);
+  assert.equal(foreign, undefined);
+  assert.deepEqual([first?.card_id, second].sort(), [id, undefined].sort());
+
+  assert.deepEqual(await other.report(first.id, 'start'), { proceed: false, reason: 'the job was claimed by another page session' });
+  assert.equal((await other.post('/v1/deliver/report', { job_id: first.id, outcome: 'done' })).error.code, 'forbidden');
+  assert.equal((await shell.post('/v1/deliver/report', { job_id: first.id, outcome: 'done' })).error.code, 'conflict');
+  assert.deepEqual(await shell.report(first.id, 'start'), { proceed: true });
+  assert.equal((await shell.post('/v1/deliver/report', { job_id: 'job-none', outcome: 'done' })).error.code, 'unknown_job');
+});
+
+test('a claimant that left while it waited is not given the job', async (t) => {
+  const world = await World.open(t);
+  const page = await world.login();
+  const gone = new AbortController();
+  const left = fetch(`http://127.0.0.1:${world.port}/v1/deliver/claim`, { method: 'POST', signal: gone.signal, body: '{"wait_ms":8000}', headers: { Cookie: `kd_session=${page.cookie}`, 'x-kd-csrf': page.csrf } }).catch(() => null);
+  await new Promise((done) => setTimeout(done, 150));
+  gone.abort();
+  await left;
+  const id = await world.askAndAnswer(page);
+  assert.equal((await page.claimOne()).card_id, id);
+});
+
+test('a refused or failed job opens the card again as it was, with the reason', async (t) => {
+  const world = await World.open(t);
+  const page = await world.login();
+  const id = await world.ask({ body: 'the body', refs: { pr: '12' } });
+  let version = 1;
+  const answerAndClaim = async () => {
+    await page.ok('/v1/cards/answer', { card_id: id, version, answer: 'Yes' });
+    return page.claimOne();
+  };
+  const refused = await answerAndClaim();
+  await page.report(refused.id, 'refused', { reason: 'the agent process ended', path: 'host' });
+  let card = await reopened(world, id);
+  assert.deepEqual([card.body, card.refs], ['the body', { pr: '12', last_refusal: 'the agent process ended' }]);
+  assert.equal(card.version, 4);
+  assert.match((await world.receipts())[0].line, /the agent process ended\. Nothing was typed/);
+  assert.deepEqual(await page.report(refused.id, 'start'), { proceed: false, reason: 'the job is over' });
+
+  version = card.version;
+  const failed = await answerAndClaim();
+  assert.deepEqual(await page.report(failed.id, 'start'), { proceed: true });
+  await page.report(failed.id, 'failed', { reason: 'stopped after 1 of 2 steps: x', path: 'host' });
+  card = await reopened(world, id);
+  assert.match(card.refs.last_refusal, /Some keys may have been typed/);
+  assert.deepEqual(await page.report(failed.id, 'done'), { accepted: false, reason: 'the job is over' });
+  assert.equal((await world.card(id)).state, 'open');
+});
+
+test('a job that nobody starts expires; one that was started and never reported says that keys may have been typed', async (t) => {
+  const world = await World.open(t, { KELVADROME_TEST_EXPIRY_MS: '400' });
+  const page = await world.login();
+  const reasons = { unclaimed: 'nobody took the answer in time', claimed: 'the delivery was never begun' };
+  const unclaimed = await world.askAndAnswer(page);
+  assert.equal((await reopened(world, unclaimed)).refs.last_refusal, reasons.unclaimed);
+
+  const claimed = await world.askAndAnswer(page);
+  const idle = await page.claimOne();
+  assert.equal((await reopened(world, claimed)).refs.last_refusal, reasons.claimed);
+  assert.deepEqual(await page.report(idle.id, 'start'), { proceed: false, reason: 'the job expired' });
+
+  const started = await world.askAndAnswer(page);
+  const slow = await page.claimOne();
+  assert.deepEqual(await page.report(slow.id, 'start'), { proceed: true });
+  assert.match((await reopened(world, started)).refs.last_refusal, /Some keys may have been typed/);
+  assert.deepEqual(await page.report(slow.id, 'done'), { accepted: true });
+  await gone(world, started);
+});
+
+test('a withdrawn question stops its job before the first key, and lets one that types come to its end', async (t) => {
+  const world = await World.open(t);
+  const page = await world.login();
+  const stopped = await world.askAndAnswer(page);
+  const early = await page.claimOne();
+  assert.equal((await world.ok('/v1/ask/withdraw', { card_id: stopped })).outcome, 'withdrawn');
+  assert.deepEqual(await page.report(early.id, 'start'), { proceed: false, reason: 'the question was withdrawn' });
+  assert.deepEqual(await page.report(early.id, 'refused', { reason: 'x' }), { accepted: false, reason: 'the job is over' });
+
+  // The agent takes its question back because it got the typed answer, a moment before the report says so.
+  for (const [outcome, action] of [['done', 'answer.typed'], ['failed', 'answer.failed']]) {
+    const id = await world.askAndAnswer(page);
+    const job = await page.claimOne();
+    await page.report(job.id, 'start');
+    assert.equal((await world.ok('/v1/ask/withdraw', { card_id: id })).state, 'armed');
+    await page.report(job.id, outcome, { reason: outcome === 'done' ? undefined : 'the terminal did not take the keys' });
+    await gone(world, id);
+    assert.equal((await world.receipts())[0].action, action);
+  }
+});
+
+test('an answer for a waiting asker is handed over once it waits, and comes back when it has gone', async (t) => {
+  const world = await World.open(t, { KELVADROME_TEST_EXPIRY_MS: '400' });
+  const page = await world.login();
+  const id = await world.ask({ wait: true });
+  const waiting = world.ok('/v1/ask/wait', { card_id: id, wait_ms: 8000 });
+  await page.ok('/v1/cards/answer', { card_id: id, version: 1, answer: 'No' });
+  assert.deepEqual(await waiting, { state: 'closed', outcome: 'answered', answer: 'No' });
+  assert.equal(await page.claimOne(0), undefined);
+  assert.deepEqual(await world.ok('/v1/ask/wait', { card_id: id, wait_ms: 0 }), { state: 'closed', outcome: 'answered', answer: 'No' });
+
+  const left = await world.askAndAnswer(page, { wait: true });
+  assert.equal((await reopened(world, left)).refs.last_refusal, 'the asker no longer waits');
+
+  const kept = await world.askAndAnswer(page, { live: undefined });
+  await gone(world, kept);
+  assert.equal((await world.ok('/v1/ask/wait', { card_id: kept, wait_ms: 0 })).answer, 'Yes');
+});

@@ -1,0 +1,121 @@
+// kill -9 at the moments where an answer could be lost, doubled, or told wrongly.
+import { test } from 'node:test';
+import assert from 'node:assert/strict';
+import { readdirSync, writeFileSync } from 'node:fs';
+import { join } from 'node:path';
+import { World, until } from './world.mjs';
+
+const reopened = (world, id) => until(async () => { const card = await world.card(id); return card?.state === 'open' && card; }, 'the card is open again');
+
+test('an answer that was on hold goes out after the restart, and only the asker who pressed could have typed it', async (t) => {
+  const world = await World.open(t, { KELVADROME_TEST_HOLD_MS: '500' });
+  const before = await world.login();
+  const id = await world.askAndAnswer(before);
+  const held = await world.card(id);
+  await world.restart();
+  assert.deepEqual((await world.card(id)).held_until, held.held_until);
+  // The session that pressed has ended with the daemon, so the next shell gets the job, sees a foreign mark and refuses.
+  assert.equal((await before.post('/v1/deliver/claim')).error.code, 'unauthorized');
+  const after = await world.login();
+  const job = await after.claimOne();
+  assert.equal(job.card_id, id);
+  await after.report(job.id, 'refused', { reason: 'the answer was not pressed in this app' });
+  assert.equal((await reopened(world, id)).refs.last_refusal, 'the answer was not pressed in this app');
+});
+
+test('an undone hold stays undone', async (t) => {
+  const world = await World.open(t, { KELVADROME_TEST_HOLD_MS: '60000' });
+  const page = await world.login();
+  const id = await world.askAndAnswer(page);
+  await page.ok('/v1/page/cancel', { card_id: id });
+  await world.restart({ KELVADROME_TEST_HOLD_MS: '0' });
+  const card = await world.card(id);
+  assert.deepEqual([card.state, card.version, card.answer], ['open', 3, undefined]);
+});
+
+test('a job that was claimed before the crash is not started after it', async (t) => {
+  const world = await World.open(t, { KELVADROME_TEST_EXPIRY_MS: '1500' });
+  const [id, forgotten] = [await world.ask(), await world.ask()];
+  const page = await world.login();
+  for (const card_id of [id, forgotten]) await page.ok('/v1/cards/answer', { card_id, version: 1, answer: 'Yes' });
+  const job = await page.claimOne();
+  await page.claimOne();
+  await world.restart();
+  const after = await world.login();
+  assert.deepEqual(await after.report(job.id, 'start'), { proceed: false, reason: 'the job was claimed by another page session' });
+  await after.report(job.id, 'refused', { reason: 'gone' });
+  assert.equal((await reopened(world, id)).refs.last_refusal, 'gone');
+  assert.equal((await reopened(world, forgotten)).refs.last_refusal, 'the delivery was never begun');
+});
+
+test('a job that was typing during the crash is reported by the new session, or ends as unfinished', async (t) => {
+  const world = await World.open(t, { KELVADROME_TEST_EXPIRY_MS: '1200' });
+  const page = await world.login();
+  const [id, mute] = [await world.ask(), await world.ask()];
+  for (const card_id of [id, mute]) await page.ok('/v1/cards/answer', { card_id, version: 1, answer: 'Yes' });
+  const jobs = [await page.claimOne(), await page.claimOne()];
+  for (const job of jobs) assert.deepEqual(await page.report(job.id, 'start'), { proceed: true });
+  await world.restart();
+  const after = await world.login();
+  assert.deepEqual(await after.report(jobs[0].id, 'done', { path: 'host' }), { accepted: true });
+  assert.equal(await world.card(id), undefined);
+  assert.match((await reopened(world, mute)).refs.last_refusal, /never reported\. Some keys may have been typed/);
+});
+
+test('a reported job stays reported, and an ask that is repeated after a crash makes no second card', async (t) => {
+  const world = await World.open(t);
+  const page = await world.login();
+  const id = await world.askAndAnswer(page, { ask_id: 'the-same' });
+  const job = await page.claimOne();
+  await page.report(job.id, 'start');
+  await page.report(job.id, 'done');
+  await world.restart();
+  assert.deepEqual(await world.cards(), []);
+  const after = await world.login();
+  assert.deepEqual(await after.report(job.id, 'done'), { accepted: false, reason: 'the job is over' });
+  assert.equal((await world.receipts()).filter((receipt) => receipt.action === 'answer.typed').length, 1);
+  assert.equal(await world.ask({ ask_id: 'the-same' }), id);
+  assert.deepEqual(await world.cards(), []);
+});
+
+test('whatever was confirmed before a crash is there after it', async (t) => {
+  const world = await World.open(t, { KELVADROME_TEST_HOLD_MS: '60000' });
+  const confirmed = [];
+  for (let round = 0; round < 3; round++) {
+    const page = await world.login();
+    let writing = true;
+    const writers = [0, 1, 2, 3].map(async () => {
+      while (writing) {
+        try {
+          const id = await world.ask();
+          confirmed.push([id, 'open']);
+          await page.ok('/v1/cards/answer', { card_id: id, version: 1, answer: 'No' });
+          confirmed.push([id, 'held']);
+        } catch { return; }
+      }
+    });
+    await until(() => confirmed.length > (round + 1) * 20, 'answers come in');
+    await world.kill();
+    writing = false;
+    await Promise.all(writers);
+    await world.start();
+  }
+  const states = new Map((await world.cards()).map((card) => [card.id, card.state]));
+  for (const [id, state] of new Map(confirmed)) assert.ok(states.get(id) === state || states.get(id) === 'held', `${id} was confirmed as ${state} and is ${states.get(id)}`);
+});
+
+test('a damaged database is kept aside under a dated name, and the log says so', async (t) => {
+  const world = await World.open(t);
+  await world.ask();
+  // Left in order, everything is in the file itself; with a log beside it, the log would mend the file.
+  world.child.kill('SIGTERM');
+  await world.child.ended;
+  writeFileSync(join(world.home, 'kelvadromed.db'), 'this is no database, but it is long enough to be taken for one'.repeat(40));
+  await world.start();
+  assert.deepEqual(await world.cards(), []);
+  assert.match(world.log, /kelvadromed: the database was damaged; it is kept as .*kelvadromed\.db\.damaged-\d{8}T\d{6}Z/);
+  assert.equal(readdirSync(world.home).filter((name) => /damaged-\d{8}T\d{6}Z$/.test(name)).length, 1);
+  assert.equal((await world.receipts())[0].action, 'store.set_aside');
+  await world.restart();
+  assert.equal((await world.receipts()).length, 1);
+});

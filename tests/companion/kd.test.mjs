@@ -1,0 +1,163 @@
+// `kd` as agents use it, from a real tmux pane, and the sample agent under a shell's hand.
+import { test } from 'node:test';
+import assert from 'node:assert/strict';
+import { execFileSync, spawn } from 'node:child_process';
+import { once } from 'node:events';
+import { realpathSync } from 'node:fs';
+import { join } from 'node:path';
+import { COMPANION, KD, World, until } from './world.mjs';
+import { findAbove } from '../../companion/src/kd/agent.mjs';
+import { parseStat, ttyName } from '../../companion/src/proc.mjs';
+import { KeyReader } from '../../companion/sample-agent/screen.mjs';
+
+const QUESTION = { menu: 'Which database', text: 'new command be called', batch: '3 choices', stop: 'Pay the invoice', trust: 'Trust the folder' };
+
+/** A tmux server of its own with one pane that runs `argv`. */
+class Pane {
+  constructor(t, world, argv, { columns = 90 } = {}) {
+    this.server = `kd-test-${process.pid}-${Math.random().toString(36).slice(2)}`;
+    t.after(() => { try { this.tmux('kill-server'); } catch { /* it has ended */ } });
+    const environment = ['KELVADROME_HOME', 'PATH'].flatMap((name) => ['-e', `${name}=${world.env[name]}`]);
+    this.tmux('-f', '/dev/null', 'new-session', '-d', '-x', String(columns), '-y', '40', '-c', world.home, ...environment, ...argv);
+  }
+
+  tmux(...args) { return execFileSync('tmux', ['-L', this.server, ...args], { encoding: 'utf8', stdio: ['ignore', 'pipe', 'ignore'], env: { ...process.env, TMUX: '' } }); }
+  screen() { return this.tmux('capture-pane', '-p', '-t', '%0'); }
+  type(...args) { this.tmux('send-keys', '-t', '%0', ...args); }
+  shows(words) { return until(() => this.screen().includes(words) && this.screen(), `the pane shows "${words}"; it shows:\n${this.screen()}`); }
+  get pid() { return Number(this.tmux('display-message', '-p', '-t', '%0', '#{pane_pid}')); }
+}
+
+const agentPane = (t, world, script, more = []) => new Pane(t, world, [process.execPath, join(COMPANION, 'sample-agent/sample-agent.mjs'), '--once', '--pause', '0', '--script', script, ...more]);
+const theCard = (world, title) => until(async () => (await world.cards()).find((card) => card.title.includes(title)), `the card "${title}"`);
+
+test('kd finds the pid, group, terminal and pane of the agent that called it, as ps and tmux print them', async (t) => {
+  const world = await World.open(t);
+  const page = await world.login();
+  const pane = agentPane(t, world, 'menu');
+  const card = await theCard(world, QUESTION.menu);
+  await page.ok('/v1/cards/answer', { card_id: card.id, version: card.version, answer: 'SQLite' });
+  const job = await page.claimOne();
+  const [pid, pgid, tpgid, tty, comm] = execFileSync('ps', ['-o', 'pid=,pgid=,tpgid=,tty=,comm=', '-p', String(pane.pid)], { encoding: 'utf8' }).trim().split(/\s+/);
+  assert.deepEqual([job.agent, job.pid, job.pgid, job.tty, job.host, job.host_ref], [comm, Number(pid), Number(pgid), tty, 'tmux', '%0']);
+  assert.equal(comm, 'claude');
+  assert.equal(pgid, tpgid);
+  assert.equal(pane.tmux('display-message', '-p', '-t', '%0', '#{pane_tty} #{pane_current_command}').trim(), `/dev/${tty} claude`);
+  assert.equal((await world.ok('/v1/topic/detail', { topic: 'Storage' })).folder, realpathSync(world.home));
+});
+
+test('the sample agent takes typed answers of every kind, and its cards end with them', async (t) => {
+  const world = await World.open(t);
+  const page = await world.login();
+  const pane = agentPane(t, world, 'menu,text,batch,stop,trust');
+  const keysOf = (steps) => steps.flatMap((step) => (step.kind === 'text' ? [['-l', '--', step.text], ['Enter']] : step.kind === 'key' ? [['-l', '--', step.key]] : [[{ down: 'Down', enter: 'Enter' }[step.key]]]));
+  const answers = [['menu', 'SQLite'], ['text', 'zürich go 42'], ['batch', { lang: 'Go', tests: 'no', port: '1' }], ['stop', 'Reject'], ['trust', 'Yes, I trust this folder']];
+  for (const [kind, answer] of answers) {
+    const card = await theCard(world, QUESTION[kind]);
+    if (kind === 'trust') {
+      const lines = (await pane.shows('Enter to confirm')).split('\n').map((line) => line.trimEnd()).filter((line) => line !== '');
+      assert.deepEqual(lines.slice(-6), ['Accessing workspace:', realpathSync(world.home), 'Quick safety check: Is this a project you created or one you trust?', '❯ No, exit', '  Yes, I trust this folder', 'Enter to confirm · Esc to cancel']);
+    } else await pane.shows(card.title);
+    await page.ok('/v1/cards/answer', { card_id: card.id, version: card.version, answer });
+    const job = await page.claimOne();
+    assert.deepEqual(await page.report(job.id, 'start'), { proceed: true });
+    for (const keys of keysOf(job.steps)) pane.type(...keys);
+    await pane.shows(`You chose: ${typeof answer === 'string' ? answer : 'lang: Go; tests: no; port: 1'}`);
+    await page.report(job.id, 'done');
+    await until(async () => !(await world.card(card.id)), 'the card is closed');
+  }
+  assert.deepEqual((await world.receipts()).map((receipt) => receipt.action).filter((action) => action !== 'answer.held'), Array(5).fill('answer.typed'));
+});
+
+test('an answer by hand in the terminal withdraws the card, and so does leaving', async (t) => {
+  const world = await World.open(t);
+  const pane = agentPane(t, world, 'menu,text');
+  await theCard(world, QUESTION.menu);
+  pane.type('Down', 'Enter');
+  await pane.shows('You chose: SQLite');
+  await theCard(world, QUESTION.text);
+  assert.equal((await world.receipts())[0].action, 'card.withdrawn');
+  pane.type('C-c');
+  await until(async () => (await world.cards()).length === 0, 'the second card is withdrawn');
+});
+
+test('the sample agent goes on by itself when no daemon answers', async (t) => {
+  const world = await World.open(t);
+  await world.kill();
+  const pane = agentPane(t, world, 'menu,text');
+  await pane.shows('1-3 to choose');
+  pane.type('-l', '1');
+  await pane.shows('Only asked here: kd: No kelvadromed answers');
+  await pane.shows(QUESTION.text);
+});
+
+test('kd ask --wait prints the answer, outlives a restart, and withdraws when it is ended or out of time', async (t) => {
+  const world = await World.open(t, { KELVADROME_TEST_HOLD_MS: '200' });
+  const ask = ['ask', '--no-terminal', '--agent', 'codex', '-t', 'Go on?', '--wait=30'];
+  const waiting = world.kd([...ask, '-o', 'Yes', '-o', 'No']);
+  const card = await theCard(world, 'Go on?');
+  await world.restart();
+  assert.equal((await world.kd(['answer', card.id, 'Yes'])).code, 0);
+  await world.restart();
+  assert.deepEqual(await waiting, { code: 0, stdout: 'Yes\n', stderr: '' });
+
+  const child = spawn(process.execPath, [KD, ...ask], { env: world.env, stdio: 'ignore' });
+  await theCard(world, 'Go on?');
+  child.kill('SIGTERM');
+  assert.deepEqual(await once(child, 'exit'), [5, null]);
+  assert.deepEqual(await world.cards(), []);
+
+  const late = await world.kd(['ask', '--no-terminal', '--agent', 'codex', '-t', 'Soon?', '--wait', '0.3']);
+  assert.equal(late.code, 5);
+  assert.deepEqual(await world.cards(), []);
+
+  const batch = world.kd([...ask, '--row', 'a=First?=1', '--row', 'b=Second?']);
+  const rows = (await theCard(world, 'Go on?'));
+  assert.deepEqual([rows.kind, rows.rows], ['batch', [{ question_id: 'a', text: 'First?', default: '1', agent_state: 'waiting' }, { question_id: 'b', text: 'Second?', agent_state: 'waiting' }]]);
+  await world.kd(['answer', rows.id, '{"a":"1","b":"two"}']);
+  assert.equal((await batch).stdout, 'a: 1\nb: two\n');
+});
+
+test('kd says what is wrong, with an exit code for each case', async (t) => {
+  const world = await World.open(t);
+  const table = [
+    [[], 64, 'nothing to do'], [['fly'], 64, 'no command "fly"'], [['ask', '--bogus'], 64, 'bogus'], [['ask', '--no-terminal', '-t', 'x'], 64, 'needs --agent'],
+    [['ask', '--agent', 'grok', '-t', 'x'], 4, 'named "grok"'], [['ask', '--pid', '0x1', '-t', 'x'], 64, '--pid'], [['ask', '--no-terminal', '--agent', 'grok'], 64, '--title'],
+    [['ask', '--no-terminal', '--agent', 'grok', '-t', 'x', '-o', '/a'], 1, 'options[0]'], [['ask', '--no-terminal', '--agent', 'grok', '-t', 'x', '--wait=soon'], 64, 'seconds'],
+    [['withdraw', 'card-none'], 1, 'no card'], [['answer', 'card-none', 'x'], 1, 'no card'], [['inbox', '--home', join(world.home, 'none')], 3, 'No kelvadromed'],
+  ];
+  for (const [args, code, word] of table) {
+    const run = await world.kd(args);
+    assert.deepEqual([run.code, run.stdout], [code, ''], `${args}: ${run.stderr}`);
+    assert.ok(run.stderr.startsWith('kd: ') && run.stderr.includes(word), run.stderr);
+  }
+  assert.deepEqual(await world.cards(), []);
+  assert.equal((await world.kd(['inbox'])).stdout, 'Nothing needs you.\n');
+  assert.match((await world.kd(['ask', '--help'])).stdout, /--trust FOLDER/);
+
+  await world.kd(['touch', '--no-terminal', '--agent', 'grok', '--session', 's1', '--status', 'busy', '--doing', 'Reading']);
+  assert.match((await world.kd(['sessions'])).stdout, /^Ada +Grok +busy +- +Reading$/m);
+});
+
+test('the process table is read right: names with blanks and brackets, terminals, the way up', () => {
+  assert.deepEqual(parseStat('42 (a) b (c)) S 7 40 1 34817 40 4194304 1'), { pid: 42, comm: 'a) b (c)', state: 'S', ppid: 7, pgid: 40, tty: 'pts/1', tpgid: 40 });
+  for (const [device, name] of [[0, null], [(136 << 8) | 3, 'pts/3'], [(136 << 8) | 44 | (1 << 20), 'pts/300'], [(137 << 8) | 1, 'pts/257'], [(4 << 8) | 2, 'tty2'], [(4 << 8) | 64, 'ttyS0']]) assert.equal(ttyName(device), name);
+  const table = { 9: { pid: 9, comm: 'bash', ppid: 8 }, 8: { pid: 8, comm: 'claude', ppid: 7 }, 7: { pid: 7, comm: 'codex', ppid: 6 }, 6: { pid: 6, comm: 'x', ppid: 6 } };
+  const look = (pid) => table[pid] ?? null;
+  assert.equal(findAbove(9, ['claude', 'codex'], look).pid, 8);
+  assert.equal(findAbove(9, ['codex'], look).pid, 7);
+  assert.equal(findAbove(9, ['grok'], look), null);
+});
+
+test('keys are read the same however the input is cut', () => {
+  const bytes = Buffer.from('1\x1b[Aé\x1bOB字\r\x7f2\x1b[3~x');
+  const expected = [{ text: '1' }, { name: 'up' }, { text: 'é' }, { name: 'down' }, { text: '字' }, { name: 'enter' }, { name: 'backspace' }, { text: '2' }, { text: 'x' }];
+  for (let cut = 0; cut <= bytes.length; cut++) {
+    const keys = [];
+    const reader = new KeyReader((key) => keys.push(key));
+    reader.feed(bytes.subarray(0, cut));
+    reader.feed(bytes.subarray(cut));
+    clearTimeout(reader.timer);
+    assert.deepEqual(keys, expected, `cut at ${cut}`);
+  }
+});
