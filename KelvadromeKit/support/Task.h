@@ -2,6 +2,7 @@
 
 #include <boost/asio/any_io_executor.hpp>
 #include <boost/asio/awaitable.hpp>
+#include <boost/asio/bind_cancellation_slot.hpp>
 #include <boost/asio/cancellation_signal.hpp>
 #include <boost/asio/co_spawn.hpp>
 #include <boost/asio/experimental/awaitable_operators.hpp>
@@ -136,14 +137,16 @@ Task<std::tuple<Outcome<T>...>> gather(Task<T>... tasks) {
 /// True when the running task was asked to end.
 Task<bool> taskCancelled();
 
-/// Runs a task that the caller's cancellation does not reach.
+/// Runs a task that the caller's cancellation does not reach; the caller learns of it at its next wait.
 template <class T>
 Task<T> shielded(Task<T> task) {
-    co_await asio::this_coro::reset_cancellation_state(asio::disable_cancellation());
+    const auto executor = co_await asio::this_coro::executor;
+    auto outcome = co_await asio::co_spawn(executor, attempt(std::move(task)),
+        asio::bind_cancellation_slot(asio::cancellation_slot(), asio::use_awaitable));
     if constexpr (std::is_void_v<T>) {
-        co_await std::move(task);
+        outcome.take();
     } else {
-        co_return co_await std::move(task);
+        co_return outcome.take();
     }
 }
 

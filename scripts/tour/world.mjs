@@ -1,7 +1,7 @@
 // A private world for the tour: its own home, settings, secrets and tmux server, gone afterwards.
 
 import { execFileSync } from 'node:child_process';
-import { mkdtempSync, rmSync, existsSync, readFileSync } from 'node:fs';
+import { mkdtempSync, rmSync, existsSync, readFileSync, writeFileSync } from 'node:fs';
 import http from 'node:http';
 import { tmpdir } from 'node:os';
 import path from 'node:path';
@@ -17,6 +17,9 @@ export class World {
     this.home = path.join(this.root, 'home');
     this.socket = path.join(this.home, 'kelvadromed.sock');
     this.tmuxSocket = path.join(this.root, 'tmux.sock');
+    // A pane whose command has ended keeps its screen, so that what was typed can still be read.
+    this.tmuxConfig = path.join(this.root, 'tmux.conf');
+    writeFileSync(this.tmuxConfig, 'set -g remain-on-exit on\nset -g status off\n');
     this.env = {
       PATH: process.env.PATH, HOME: this.root, USER: process.env.USER ?? 'tour', LANG: 'C.UTF-8', TERM: 'xterm-256color',
       SHELL: '/bin/bash', KELVADROME_HOME: this.home, XDG_CONFIG_HOME: path.join(this.root, 'config'),
@@ -25,7 +28,7 @@ export class World {
   }
 
   tmux(...args) {
-    return execFileSync('tmux', ['-S', this.tmuxSocket, '-f', '/dev/null', ...args], { encoding: 'utf8', env: this.env, timeout: 10_000 });
+    return execFileSync('tmux', ['-S', this.tmuxSocket, '-f', this.tmuxConfig, ...args], { encoding: 'utf8', env: this.env, timeout: 10_000 });
   }
 
   // Starts a command in a new window of its own; the answer is its pane.
@@ -50,9 +53,13 @@ export class World {
     this.tmux('send-keys', '-t', pane, '-l', '--', text);
   }
 
+  pid(pane) {
+    return Number(this.tmux('display-message', '-p', '-t', pane, '#{pane_pid}'));
+  }
+
   paneAlive(pane) {
     try {
-      return this.tmux('list-panes', '-a', '-F', '#{pane_id}').split('\n').includes(pane);
+      return this.tmux('list-panes', '-a', '-F', '#{pane_id} #{pane_dead}').split('\n').includes(`${pane} 0`);
     } catch {
       return false;
     }

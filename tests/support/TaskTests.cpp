@@ -38,6 +38,22 @@ TEST(Tasks, sleepersWakeInOrderAndACancelledOneDoesNotGoOn) {
     EXPECT_EQ(*marks, (std::vector<double>{1, 3}));
 }
 
+TEST(Tasks, aShieldedTaskRunsToItsEndAndTheCallerIsCancelledAfterIt) {
+    TestLoop loop;
+    auto clock = std::make_shared<ManualClock>();
+    auto marks = std::make_shared<std::vector<double>>();
+    const auto handle = spawn(loop.executor(), "shielded",
+        [](std::shared_ptr<Clock> clock, std::shared_ptr<std::vector<double>> marks) -> Task<> {
+            co_await shielded(sleepThenMark(clock, 1, marks));
+            co_await sleepThenMark(clock, 2, marks);
+        }(clock, marks));
+    loop.drain();
+    handle.cancel();
+    loop.advance(*clock, 10);
+    EXPECT_EQ(*marks, (std::vector<double>{1}));
+    EXPECT_EQ(clock->sleepers(), 0u);
+}
+
 TEST(Tasks, gatherKeepsEachFailureToItself) {
     TestLoop loop;
     auto [first, second, third] = loop.run(gather(valueOrThrow(1), valueOrThrow(-1), valueOrThrow(3)));
