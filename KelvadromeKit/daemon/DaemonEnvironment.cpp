@@ -2,97 +2,71 @@
 
 #include "KelvadromeKit/support/Text.h"
 
-#include <pwd.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
 
 namespace kelvadrome {
 
 namespace {
 
-std::string expandingTilde(const std::string& path) {
-    if (path == "~" || path.starts_with("~/")) return userHomeDirectory() + path.substr(1);
-    return path;
-}
-
 std::optional<std::string> value(const EnvironmentMap& environment, const std::string& name) {
     const auto found = environment.find(name);
-    if (found == environment.end()) return std::nullopt;
+    if (found == environment.end())
+        return std::nullopt;
     return found->second;
 }
 
 } // namespace
-
-bool isExecutableFile(const std::string& path) {
-    struct stat info {};
-    return ::stat(path.c_str(), &info) == 0 && S_ISREG(info.st_mode) && ::access(path.c_str(), X_OK) == 0;
-}
-
-bool fileExists(const std::string& path) {
-    return ::access(path.c_str(), F_OK) == 0;
-}
-
-EnvironmentMap processEnvironment() {
-    EnvironmentMap environment;
-    for (char** entry = environ; entry && *entry; ++entry) {
-        const std::string_view text(*entry);
-        const auto equals = text.find('=');
-        if (equals == std::string_view::npos) continue;
-        environment.emplace(text.substr(0, equals), text.substr(equals + 1));
-    }
-    return environment;
-}
-
-std::string userHomeDirectory() {
-    if (const char* home = ::getenv("HOME"); home && *home) return home;
-    const auto* user = ::getpwuid(::getuid());
-    return user && user->pw_dir ? user->pw_dir : "/";
-}
 
 DaemonEnvironment::DaemonEnvironment(
     std::string home, std::optional<std::int64_t> port, std::optional<std::string> resources)
     : home(std::move(home)), port(port), resources(std::move(resources)) {}
 
 std::string DaemonEnvironment::defaultHome() {
-    return userHomeDirectory() + "/Library/Application Support/Kelvadrome";
+    return Files::userHome() + "/Library/Application Support/Kelvadrome";
 }
 
 std::string DaemonEnvironment::resolveHome(
     const std::optional<std::string>& override, const EnvironmentMap& environment) {
-    if (override && !override->empty()) return expandingTilde(*override);
+    if (override && !override->empty())
+        return Files::expandTilde(*override);
     const auto variable = value(environment, "KELVADROME_HOME");
-    if (variable && !variable->empty()) return expandingTilde(*variable);
+    if (variable && !variable->empty())
+        return Files::expandTilde(*variable);
     return defaultHome();
 }
 
 std::string DaemonEnvironment::socketPath() const {
-    return home + "/kelvadromed.sock";
+    return Files::join(home, "kelvadromed.sock");
+}
+
+std::optional<std::string> DaemonEnvironment::inResources(std::string_view rest) const {
+    if (!resources)
+        return std::nullopt;
+    return Files::join(*resources, rest);
 }
 
 std::optional<std::string> DaemonEnvironment::bundleRoot() const {
-    return resources ? std::optional(*resources + "/kelvadrome") : std::nullopt;
+    return inResources("kelvadrome");
 }
 
 std::optional<std::string> DaemonEnvironment::bundledNode() const {
-    return resources ? std::optional(*resources + "/node/bin/node") : std::nullopt;
+    return inResources("node/bin/node");
 }
 
 std::optional<std::string> DaemonEnvironment::launcherPath() const {
-    return resources ? std::optional(*bundleRoot() + "/kelvadromed-app.mjs") : std::nullopt;
+    return inResources("kelvadrome/kelvadromed-app.mjs");
 }
 
 std::optional<std::string> DaemonEnvironment::webDistPath() const {
-    return resources ? std::optional(*bundleRoot() + "/web/dist") : std::nullopt;
+    return inResources("kelvadrome/web/dist");
 }
 
 std::optional<std::string> DaemonEnvironment::cliPath() const {
-    return resources ? std::optional(*bundleRoot() + "/dist/bin.js") : std::nullopt;
+    return inResources("kelvadrome/dist/bin.js");
 }
 
 std::optional<std::string> DaemonEnvironment::mcpPath() const {
-    return resources ? std::optional(*bundleRoot() + "/node_modules/@kelvadrome/mcp/dist/bin.js") : std::nullopt;
+    return inResources("kelvadrome/node_modules/@kelvadrome/mcp/dist/bin.js");
 }
 
 std::vector<std::string> DaemonEnvironment::nodeCandidates(const std::optional<std::string>& path) const {
@@ -102,11 +76,13 @@ std::vector<std::string> DaemonEnvironment::nodeCandidates(const std::optional<s
             candidates.push_back(std::move(place));
         }
     };
-    if (const auto bundled = bundledNode()) add(*bundled);
+    if (const auto bundled = bundledNode())
+        add(*bundled);
     add("/opt/homebrew/bin/node");
     add("/usr/local/bin/node");
     if (path) {
-        for (const auto entry : Text::split(*path, ':', Text::EmptyPieces::drop)) add(std::string(entry) + "/node");
+        for (const auto entry : Text::split(*path, ':', Text::EmptyPieces::drop))
+            add(std::string(entry) + "/node");
     }
     return candidates;
 }
@@ -114,13 +90,15 @@ std::vector<std::string> DaemonEnvironment::nodeCandidates(const std::optional<s
 std::optional<std::string> DaemonEnvironment::findNode(
     const std::optional<std::string>& path, const FileTest& isExecutable) const {
     for (auto& candidate : nodeCandidates(path)) {
-        if (isExecutable(candidate)) return std::move(candidate);
+        if (isExecutable(candidate))
+            return std::move(candidate);
     }
     return std::nullopt;
 }
 
 std::optional<std::vector<std::string>> DaemonEnvironment::daemonArguments() const {
-    if (!resources) return std::nullopt;
+    if (!resources)
+        return std::nullopt;
     std::vector<std::string> arguments = {*launcherPath(), "--home", home, "--static", *webDistPath()};
     if (port) {
         arguments.emplace_back("--port");
@@ -132,7 +110,8 @@ std::optional<std::vector<std::string>> DaemonEnvironment::daemonArguments() con
 EnvironmentMap DaemonEnvironment::daemonEnvironment(const EnvironmentMap& base) const {
     EnvironmentMap environment;
     for (const auto* name : {"HOME", "USER", "LOGNAME", "LANG", "TMPDIR", "SHELL"}) {
-        if (const auto held = value(base, name)) environment.emplace(name, *held);
+        if (const auto held = value(base, name))
+            environment.emplace(name, *held);
     }
     auto path = value(base, "PATH").value_or("/usr/bin:/bin:/usr/sbin:/sbin");
     environment["PATH"] = prependMissing(path, {"/opt/homebrew/bin", "/usr/local/bin"});
@@ -143,13 +122,17 @@ EnvironmentMap DaemonEnvironment::daemonEnvironment(const EnvironmentMap& base) 
 
 bool DaemonEnvironment::nodeVersionOK(std::string_view version) {
     auto text = Text::trimWhitespace(version);
-    while (text.starts_with('v')) text.remove_prefix(1);
-    while (text.ends_with('v')) text.remove_suffix(1);
+    while (text.starts_with('v'))
+        text.remove_prefix(1);
+    while (text.ends_with('v'))
+        text.remove_suffix(1);
     std::vector<std::int64_t> numbers;
     for (const auto piece : Text::split(text, '.')) {
-        if (const auto number = Text::parseInteger(piece)) numbers.push_back(*number);
+        if (const auto number = Text::parseInteger(piece))
+            numbers.push_back(*number);
     }
-    if (numbers.size() < 2) return false;
+    if (numbers.size() < 2)
+        return false;
     return numbers[0] > 22 || (numbers[0] == 22 && numbers[1] > 12);
 }
 
@@ -157,7 +140,8 @@ std::string prependMissing(const std::string& path, const std::vector<std::strin
     const auto entries = Text::split(path, ':', Text::EmptyPieces::drop);
     std::vector<std::string> pieces;
     for (const auto& folder : folders) {
-        if (std::find(entries.begin(), entries.end(), folder) == entries.end()) pieces.push_back(folder);
+        if (std::find(entries.begin(), entries.end(), folder) == entries.end())
+            pieces.push_back(folder);
     }
     pieces.push_back(path);
     return Text::join(pieces, ":");

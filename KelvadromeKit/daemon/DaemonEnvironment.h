@@ -1,5 +1,7 @@
 #pragma once
 
+#include "KelvadromeKit/support/Files.h"
+
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -13,29 +15,24 @@ namespace kelvadrome {
 using EnvironmentMap = std::map<std::string, std::string>;
 using FileTest = std::function<bool(const std::string& path)>;
 
-/// The default file tests: a file that this user may execute, and any file at all.
-bool isExecutableFile(const std::string& path);
-bool fileExists(const std::string& path);
-
-/// This process's environment, and its user's home directory (HOME, or the password file's).
-EnvironmentMap processEnvironment();
-std::string userHomeDirectory();
-
 /// A PATH with those of `folders` that aren't entries yet put before it; the old value is kept as a whole.
 std::string prependMissing(const std::string& path, const std::vector<std::string>& folders);
 
 /// Where the daemon's files are, for one run. A value; asks the disk only through the tests that it is given.
 struct DaemonEnvironment {
     DaemonEnvironment() = default;
-    DaemonEnvironment(std::string home, std::optional<std::int64_t> port, std::optional<std::string> resources);
+    DaemonEnvironment(
+        std::string home, std::optional<std::int64_t> port, std::optional<std::string> resources);
 
     std::string home;                     // the data home, with the daemon's socket in it
     std::optional<std::int64_t> port;     // of the page; absent lets the daemon choose
     std::optional<std::string> resources; // absent when the application has no resource directory
 
     static std::string defaultHome();
-    /// The override, then KELVADROME_HOME, each if not empty and with a leading tilde expanded; else the default.
-    static std::string resolveHome(const std::optional<std::string>& override, const EnvironmentMap& environment);
+    /// The override, then KELVADROME_HOME, each if not empty and with a leading tilde expanded; else the
+    /// default.
+    static std::string resolveHome(
+        const std::optional<std::string>& override, const EnvironmentMap& environment);
 
     std::string socketPath() const;
     // Absent without a resource directory.
@@ -49,7 +46,7 @@ struct DaemonEnvironment {
     /// Where Node may be, best first, each place once. `path` is the value of PATH.
     std::vector<std::string> nodeCandidates(const std::optional<std::string>& path) const;
     std::optional<std::string> findNode(
-        const std::optional<std::string>& path, const FileTest& isExecutable = isExecutableFile) const;
+        const std::optional<std::string>& path, const FileTest& isExecutable = Files::isExecutable) const;
     /// What follows Node on the command line; absent without a resource directory.
     std::optional<std::vector<std::string>> daemonArguments() const;
     /// The daemon's whole environment, built from a few variables of `base`.
@@ -59,6 +56,9 @@ struct DaemonEnvironment {
     static bool nodeVersionOK(std::string_view version);
 
     bool operator==(const DaemonEnvironment&) const = default;
+
+private:
+    std::optional<std::string> inResources(std::string_view rest) const;
 };
 
 } // namespace kelvadrome

@@ -13,16 +13,16 @@ struct DaemonLaunchPlan {
     /// The argument that makes this executable start the daemon.
     static constexpr const char* flag = "--kelvadromed";
 
-    std::string executable;              // Node
-    std::vector<std::string> arguments;  // the whole argument vector, Node's path first
-    EnvironmentMap environment;          // the whole environment
+    std::string executable;             // Node
+    std::vector<std::string> arguments; // the whole argument vector, Node's path first
+    EnvironmentMap environment;         // the whole environment
     std::string stdoutPath;
     std::string stderrPath;
 
     /// Absent when there is no Node or no launcher script.
-    static std::optional<DaemonLaunchPlan> make(const std::string& resources, const EnvironmentMap& environment,
-        const std::string& userHome, const FileTest& isExecutable = isExecutableFile,
-        const FileTest& exists = fileExists);
+    static std::optional<DaemonLaunchPlan> make(const std::string& resources,
+        const EnvironmentMap& environment, const std::string& userHome,
+        const FileTest& isExecutable = Files::isExecutable, const FileTest& fileExists = Files::exists);
 
     bool operator==(const DaemonLaunchPlan&) const = default;
 };

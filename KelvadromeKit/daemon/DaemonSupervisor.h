@@ -53,7 +53,7 @@ public:
 
     /// `client` speaks to `env.socketPath()`.
     DaemonSupervisor(DaemonEnvironment env, DaemonClient client, World world,
-        std::map<std::string, std::string> processEnvironment = Files::processEnvironment());
+        EnvironmentMap processEnvironment = Files::processEnvironment());
 
     const DaemonEnvironment& env() const { return env_; }
 
@@ -93,7 +93,7 @@ private:
     const DaemonEnvironment env_;
     const DaemonClient client_;
     const World world_;
-    const std::map<std::string, std::string> processEnvironment_;
+    const EnvironmentMap processEnvironment_;
     const Executor strand_;
 
     // On the strand.

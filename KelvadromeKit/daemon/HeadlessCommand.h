@@ -11,7 +11,7 @@ namespace HeadlessCommand {
 /// What the commands reach. The process's own streams and current directory are changed directly.
 struct World {
     std::function<std::optional<std::string>()> resources;
-    std::map<std::string, std::string> environment;
+    EnvironmentMap environment;
     std::string userHome;
     std::function<std::shared_ptr<AgentService>()> agentService;
     BackgroundService::Effects background;

@@ -17,7 +17,8 @@ std::string_view rawValue(NavSection section) {
 
 std::optional<NavSection> navSectionFromRawValue(std::string_view text) {
     for (const auto section : allNavSections) {
-        if (rawValue(section) == text) return section;
+        if (rawValue(section) == text)
+            return section;
     }
     return std::nullopt;
 }

@@ -32,7 +32,7 @@ bool isFolder(const std::string& path);
 /// keeps its mode. Throws std::system_error that names the path.
 void makeFolders(const std::string& path, mode_t mode);
 
-/// At most `limit` bytes of a file; absent when it can't be read or is longer.
+/// A file of at most `limit` bytes; absent, with errno set, when it can't be read or is longer.
 std::optional<std::string> read(const std::string& path, std::size_t limit);
 /// Writes the file whole to a temporary name beside it and renames it into place, so that a reader sees the
 /// old or the new text. `durable` waits for the disk. Throws std::system_error that names the path.
