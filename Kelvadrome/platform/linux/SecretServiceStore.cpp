@@ -1,0 +1,171 @@
+#include "Kelvadrome/platform/linux/SecretServiceStore.h"
+
+#include "Kelvadrome/platform/linux/FileSecretStore.h"
+#include "KelvadromeKit/support/Text.h"
+
+#include <libsecret/secret.h>
+
+#include <condition_variable>
+#include <thread>
+
+namespace kelvadrome {
+
+namespace {
+
+struct Unref {
+    void operator()(gpointer object) const {
+        if (object)
+            g_object_unref(object);
+    }
+};
+template <class T>
+using Owned = std::unique_ptr<T, Unref>;
+
+const SecretSchema& schema() {
+    static const SecretSchema value = {"com.kelvadrome.mac.secret", SECRET_SCHEMA_NONE,
+        {{"service", SECRET_SCHEMA_ATTRIBUTE_STRING}, {"account", SECRET_SCHEMA_ATTRIBUTE_STRING},
+            {nullptr, SECRET_SCHEMA_ATTRIBUTE_STRING}},
+        0, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr};
+    return value;
+}
+
+/// Cancels a blocking call when its limit has passed.
+class Limit {
+public:
+    Limit() : cancellable_(g_cancellable_new()), watchdog_([this] { watch(); }) {}
+    ~Limit() {
+        {
+            std::lock_guard guard(lock_);
+            over_ = true;
+        }
+        wake_.notify_all();
+        watchdog_.join();
+    }
+    Limit(const Limit&) = delete;
+    Limit& operator=(const Limit&) = delete;
+
+    GCancellable* get() const { return cancellable_.get(); }
+
+private:
+    void watch() {
+        std::unique_lock guard(lock_);
+        const std::chrono::duration<double> limit(SecretServiceStore::limit);
+        if (!wake_.wait_for(guard, limit, [this] { return over_; }))
+            g_cancellable_cancel(cancellable_.get());
+    }
+
+    Owned<GCancellable> cancellable_;
+    std::mutex lock_;
+    std::condition_variable wake_;
+    bool over_ = false;
+    std::thread watchdog_;
+};
+
+/// Throws for an error, and frees it.
+void check(GError* error, const char* operation) {
+    if (!error)
+        return;
+    const std::unique_ptr<GError, decltype(&g_error_free)> owner(error, &g_error_free);
+    throw SecretStoreError(error->code, operation);
+}
+
+} // namespace
+
+SecretServiceStore::SecretServiceStore(std::string service, std::string account, std::string label)
+    : service_(std::move(service)), account_(std::move(account)), label_(std::move(label)) {}
+
+bool SecretServiceStore::answers() {
+    const Limit limit;
+    GError* error = nullptr;
+    // Opening a session proves that it answers; a bus without a service fails at once.
+    const Owned<SecretService> service(
+        secret_service_get_sync(SECRET_SERVICE_OPEN_SESSION, limit.get(), &error));
+    if (error)
+        g_error_free(error);
+    return service != nullptr;
+}
+
+void SecretServiceStore::set(const std::string& value) {
+    const auto trimmed = trimmedSecret(value);
+    const Limit limit;
+    GError* error = nullptr;
+    secret_password_store_sync(&schema(), SECRET_COLLECTION_DEFAULT, label_.c_str(), trimmed.c_str(),
+        limit.get(), &error, "service", service_.c_str(), "account", account_.c_str(), nullptr);
+    check(error, "save");
+}
+
+std::optional<std::string> SecretServiceStore::read() {
+    const Limit limit;
+    GError* error = nullptr;
+    const std::unique_ptr<gchar, decltype(&secret_password_free)> found(
+        secret_password_lookup_sync(&schema(), limit.get(), &error, "service", service_.c_str(), "account",
+            account_.c_str(), nullptr),
+        &secret_password_free);
+    check(error, "read");
+    if (!found || !Text::isValidUTF8(found.get()))
+        return std::nullopt;
+    return std::string(found.get());
+}
+
+bool SecretServiceStore::exists() {
+    const Limit limit;
+    GError* error = nullptr;
+    // Attributes only: the secret itself isn't loaded, so no keyring has to be unlocked for it.
+    auto* items = secret_password_search_sync(&schema(), SECRET_SEARCH_NONE, limit.get(), &error, "service",
+        service_.c_str(), "account", account_.c_str(), nullptr);
+    const bool found = items != nullptr;
+    g_list_free_full(items, g_object_unref);
+    if (error)
+        g_error_free(error);
+    return found;
+}
+
+void SecretServiceStore::remove() {
+    const Limit limit;
+    GError* error = nullptr;
+    secret_password_clear_sync(
+        &schema(), limit.get(), &error, "service", service_.c_str(), "account", account_.c_str(), nullptr);
+    check(error, "delete");
+}
+
+MachineSecretStore::MachineSecretStore(std::string service, std::string account, std::string label)
+    : service_(std::move(service)), account_(std::move(account)), label_(std::move(label)) {}
+
+SecretStore& MachineSecretStore::chosen() {
+    std::lock_guard guard(lock_);
+    if (!store_) {
+        keyring_ = SecretServiceStore::answers();
+        if (keyring_) {
+            store_ = std::make_unique<SecretServiceStore>(service_, account_, label_);
+        } else {
+            store_ = std::make_unique<FileSecretStore>(FileSecretStore::defaultFolder(), service_, account_);
+        }
+    }
+    return *store_;
+}
+
+void MachineSecretStore::set(const std::string& value) {
+    chosen().set(value);
+}
+
+std::optional<std::string> MachineSecretStore::read() {
+    return chosen().read();
+}
+
+bool MachineSecretStore::exists() {
+    return chosen().exists();
+}
+
+void MachineSecretStore::remove() {
+    chosen().remove();
+}
+
+std::string MachineSecretStore::whereabouts() {
+    chosen();
+    if (keyring_)
+        return "In your desktop's keyring.";
+    return "In a file that only you can read, in " + FileSecretStore::defaultFolder() +
+           ", since no keyring answers on this machine.";
+}
+
+} // namespace kelvadrome
