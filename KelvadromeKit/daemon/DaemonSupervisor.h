@@ -78,6 +78,7 @@ private:
     static Task<> stopOn(Self self);
 
     Task<Status> bringUp(double timeout);
+    Task<Status> recoverHere();
     Task<Status> awaitLoginItem(double timeout);
     Task<bool> isHealthy(double timeout);
     Task<> spawnChild();

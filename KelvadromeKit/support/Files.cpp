@@ -5,8 +5,10 @@
 #include <fmt/format.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
+#include <filesystem>
 #include <pwd.h>
 #include <sys/stat.h>
 #include <system_error>
@@ -153,6 +155,25 @@ void replace(const std::string& path, std::string_view text, mode_t mode, bool d
     const int error = errno;
     ::unlink(name.c_str());
     throwError(error, path, "could not be written");
+}
+
+void move(const std::string& from, const std::string& to) {
+    if (::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0)
+        return;
+    // Some file systems don't know the flag.
+    if (errno == EINVAL && !exists(to) && ::rename(from.c_str(), to.c_str()) == 0)
+        return;
+    if (errno != EXDEV)
+        throwError(errno, from, "could not be moved");
+    std::error_code failed;
+    std::filesystem::copy_file(from, to, failed);
+    if (failed)
+        throwError(failed.value(), from, "could not be moved");
+    if (::unlink(from.c_str()) == 0)
+        return;
+    const int error = errno;
+    ::unlink(to.c_str());
+    throwError(error, from, "could not be moved");
 }
 
 } // namespace kelvadrome::Files

@@ -38,4 +38,8 @@ std::optional<std::string> read(const std::string& path, std::size_t limit);
 /// old or the new text. `durable` waits for the disk. Throws std::system_error that names the path.
 void replace(const std::string& path, std::string_view text, mode_t mode, bool durable);
 
+/// Moves a file, across file systems too; what is at `to` already stays, and that is a failure. Throws
+/// std::system_error that names the path; the file is then where it was.
+void move(const std::string& from, const std::string& to);
+
 } // namespace kelvadrome::Files
