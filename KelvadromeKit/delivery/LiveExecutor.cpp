@@ -1,0 +1,187 @@
+#include "KelvadromeKit/delivery/LiveExecutor.h"
+
+#include "KelvadromeKit/delivery/DeliverCheck.h"
+#include "KelvadromeKit/delivery/LiveScripts.h"
+#include "KelvadromeKit/delivery/ShellLine.h"
+
+#include <fmt/format.h>
+
+#include <array>
+
+namespace kelvadrome {
+
+namespace {
+
+constexpr double psLimit = 3.0; // seconds, as all limits here
+constexpr double preflightLimit = 3.0;
+constexpr double keyLimit = 5.0;
+constexpr double queueLimit = 15.0;
+constexpr double focusLimit = 5.0;
+constexpr double openLimit = 10.0;
+
+RunCommand scriptCommand(std::string_view script, std::string argument) {
+    return {std::string(HostPlan::osascript), {"-e", std::string(script), std::move(argument)}, 0};
+}
+
+std::optional<RunCommand> focusCommand(const DeliverJob& job, const HostPlan::Bins& bins) {
+    if (job.host == "iterm2")
+        return scriptCommand(LiveScripts::itermFocus, "/dev/" + *job.tty);
+    if (job.host == "terminal")
+        return scriptCommand(LiveScripts::terminalFocus, "/dev/" + *job.tty);
+    const auto tool = bins.find(job.host);
+    if (tool == bins.end() || !job.hostRef)
+        return std::nullopt;
+    if (job.host == "tmux" && HostPlan::isTmuxPane(*job.hostRef))
+        return RunCommand{tool->second, {"select-pane", "-t", *job.hostRef}, 0};
+    if (job.host == "herdr" && HostPlan::isHerdrPane(*job.hostRef))
+        return RunCommand{tool->second, {"agent", "focus", *job.hostRef}, 0};
+    return std::nullopt;
+}
+
+} // namespace
+
+HostPlan::Bins LiveExecutor::findBins(
+    const std::string& home, const std::function<bool(const std::string&)>& isExecutable) {
+    HostPlan::Bins bins;
+    for (const std::string tool : {"tmux", "herdr", "codex", "claude"}) {
+        const std::array folders{home + "/.local/bin", std::string("/opt/homebrew/bin"),
+            std::string("/usr/local/bin"), home + "/." + tool + "/bin", std::string("/usr/bin")};
+        for (const auto& folder : folders) {
+            const auto path = folder + "/" + tool;
+            if (isExecutable(path)) {
+                bins.emplace(tool, path);
+                break;
+            }
+        }
+    }
+    return bins;
+}
+
+Task<std::optional<ProcFacts>> LiveExecutor::facts(std::optional<std::int64_t> pid) const {
+    if (!pid)
+        co_return std::nullopt;
+    RunCommand ps{"/bin/ps", {"-o", "pid=,pgid=,tpgid=,tty=,comm=", "-p", std::to_string(*pid)}, 0};
+    const auto output = co_await runner->run(std::move(ps), psLimit);
+    co_return ProcFacts::parse(output.stdoutText);
+}
+
+Task<JobOutcome> LiveExecutor::perform(
+    DeliverJob job, std::set<std::string> presenceTags, WallTime now, Start start) const {
+    const auto found = co_await facts(job.pid);
+    if (auto refusal = DeliverCheck::refusal(job, found, presenceTags, now))
+        co_return JobOutcome::refused(std::move(*refusal));
+
+    if (job.type == "focus" || job.type == "open") {
+        auto stop = co_await start();
+        if (stop)
+            co_return JobOutcome::refused(std::move(*stop));
+        auto effect = job.type == "focus" ? focus(job) : open(job);
+        co_return co_await std::move(effect);
+    }
+    if (job.type == "peek") {
+        const auto match = co_await trustScreen(job);
+        co_return JobOutcome{"done", match ? "trust:" + match->selected : "none"};
+    }
+    auto answer =
+        job.screen ? trustAnswer(job, start, [clock = clock] { return clock->now(); }) : type(job, start);
+    co_return co_await std::move(answer);
+}
+
+Task<JobOutcome> LiveExecutor::focus(DeliverJob job) const {
+    if (!job.tty)
+        co_return JobOutcome::refused("no terminal to focus");
+    auto command = focusCommand(job, bins);
+    if (!command)
+        co_return JobOutcome::refused("this terminal cannot be focused");
+    auto refusal = co_await commandRefusal(std::move(*command), focusLimit, "focus failed");
+    co_return refusal ? JobOutcome::failed(std::move(*refusal)) : JobOutcome::done();
+}
+
+Task<JobOutcome> LiveExecutor::open(DeliverJob job) const {
+    const auto refused = JobOutcome::refused("the resume command is not 1 of the fixed templates");
+    if (!job.open)
+        co_return refused;
+    const auto argv = ShellLine::openArgv(job.open->cwd, job.open->argv, job.open->prompt);
+    const auto line = ShellLine::open(job.open->cwd, job.open->argv, job.open->prompt);
+    if (!argv || !line)
+        co_return refused;
+    if (!Files::isFolder(job.open->cwd))
+        co_return JobOutcome::refused("the session folder is gone");
+
+    if (job.host == "tmux") {
+        auto command = HostPlan::tmuxOpen(job, *argv, bins);
+        if (!command)
+            co_return JobOutcome::refused("tmux or the agent was not found");
+        const auto output = co_await runner->run(std::move(*command), openLimit);
+        co_return output.status == 0 ? JobOutcome::done()
+                                     : JobOutcome::failed("tmux did not open the session");
+    }
+    const auto output = co_await runner->run(scriptCommand(LiveScripts::itermOpen, *line), openLimit);
+    const bool opened = output.status == 0 && output.stdoutText.find("ok") != std::string::npos;
+    co_return opened ? JobOutcome::done() : JobOutcome::failed("iTerm2 did not open the window");
+}
+
+Task<JobOutcome> LiveExecutor::type(DeliverJob job, Start start) const {
+    auto plan = HostPlan::commands(job, bins);
+    if (!plan || plan->empty())
+        co_return JobOutcome::refused(job.host + " cannot take this answer here");
+    if (auto preflight = HostPlan::preflight(job, bins)) {
+        const auto output = co_await runner->run(std::move(*preflight), preflightLimit);
+        if (output.status != 0 || !HostPlan::preflightPasses(job, output.stdoutText))
+            co_return JobOutcome::refused("the pane no longer holds this session");
+    }
+    if (!job.isCodexQueue()) {
+        const auto refusal = co_await processRefusal(job);
+        if (refusal)
+            co_return JobOutcome::refused("before the first key: " + *refusal);
+    }
+    auto stop = co_await start();
+    if (stop)
+        co_return JobOutcome::refused(std::move(*stop));
+    co_return co_await typePlan(std::move(job), std::move(*plan));
+}
+
+Task<JobOutcome> LiveExecutor::typePlan(DeliverJob job, std::vector<RunCommand> plan) const {
+    const bool queue = job.isCodexQueue();
+    for (std::size_t i = 0; i < plan.size(); ++i) {
+        auto refusal = co_await commandRefusal(plan[i], queue ? queueLimit : keyLimit,
+            queue ? "codex queue did not accept the message" : "the terminal did not take the keys");
+        if (refusal) {
+            // The first command's key didn't go in, so nothing was pressed.
+            co_return i == 0 ? JobOutcome::refused(std::move(*refusal))
+                             : JobOutcome::failed(std::move(*refusal));
+        }
+        co_await clock->sleep(static_cast<double>(plan[i].pauseAfterMs) / 1000);
+        if (queue || i + 1 == plan.size())
+            continue;
+        const auto gone = co_await processRefusal(job);
+        if (gone) {
+            co_return JobOutcome::failed(
+                fmt::format("stopped after {} of {} steps: {}", i + 1, plan.size(), *gone));
+        }
+    }
+    co_return JobOutcome::done(queue ? "codex_queue" : "host");
+}
+
+/// Runs one command of a terminal; absent when it took it, `words` when it failed without a verdict of its
+/// own.
+Task<std::optional<std::string>> LiveExecutor::commandRefusal(
+    RunCommand command, double timeout, std::string words) const {
+    const bool script = command.path == HostPlan::osascript;
+    const auto output = co_await runner->run(std::move(command), timeout);
+    if (script) {
+        if (auto refusal = HostPlan::scriptRefusal(output.stdoutText))
+            co_return refusal;
+    }
+    if (output.status != 0)
+        co_return words;
+    co_return std::nullopt;
+}
+
+/// The process tests alone, on fresh facts: presence and expiry were judged before the daemon said go.
+Task<std::optional<std::string>> LiveExecutor::processRefusal(DeliverJob job) const {
+    const auto found = co_await facts(job.pid);
+    co_return DeliverCheck::refusal(job, found, {job.presence}, distantPast);
+}
+
+} // namespace kelvadrome
