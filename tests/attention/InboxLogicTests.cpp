@@ -1,0 +1,165 @@
+#include "KelvadromeKit/attention/InboxLogic.h"
+
+#include <gtest/gtest.h>
+
+using namespace kelvadrome;
+
+namespace {
+
+Card card(std::string id, std::string kind = "question", std::string risk = "low", bool blocking = true) {
+    Card made;
+    made.id = std::move(id);
+    made.kind = std::move(kind);
+    made.risk = std::move(risk);
+    made.blocking = blocking;
+    made.title = "Title of " + made.id;
+    made.openedAt = "2026-01-02T03:04:05Z";
+    return made;
+}
+
+std::vector<std::string> ids(const std::vector<Card>& cards) {
+    std::vector<std::string> result;
+    for (const auto& one : cards)
+        result.push_back(one.id);
+    return result;
+}
+
+BatchRow row(std::string id, std::optional<std::string> answer, std::string state = "waiting") {
+    return {std::move(id), "?", std::move(answer), std::move(state)};
+}
+
+} // namespace
+
+TEST(InboxLogic, riskOutweighsBlockingAndEqualCardsKeepTheDaemonsOrder) {
+    const std::vector<Card> cards = {card("a", "question", "low", false), card("b"),
+        card("c", "stop", "high", false), card("d"), card("e", "stop", "high")};
+    EXPECT_EQ(ids(InboxLogic::ordered(cards)), (std::vector<std::string>{"e", "c", "b", "d", "a"}));
+    EXPECT_TRUE(InboxLogic::ordered({}).empty());
+}
+
+TEST(InboxLogic, onlyLiveCardsOfAskingKindsNeedTheUser) {
+    const struct {
+        const char *kind, *state;
+        bool needs;
+    } rows[] = {{"stop", "open", true}, {"batch", "held", true}, {"precedent", "armed", true},
+        {"handoff_review", "open", true}, {"conflict", "open", true}, {"receipt", "open", false},
+        {"stop", "closed", false}, {"question", "answered", false}};
+    for (const auto& row : rows) {
+        auto made = card("x", row.kind);
+        made.state = row.state;
+        EXPECT_EQ(InboxLogic::needsYou(made), row.needs) << row.kind << " " << row.state;
+    }
+}
+
+TEST(InboxLogic, wordsForCountsNamesAndLabels) {
+    EXPECT_EQ(InboxLogic::cautionText(0), "All clear");
+    EXPECT_EQ(InboxLogic::cautionText(1), "1 needs you");
+    EXPECT_EQ(InboxLogic::cautionText(12), "12 need you");
+    EXPECT_EQ(InboxLogic::notificationBody(1), "1 stop needs you. Open to review.");
+    EXPECT_EQ(InboxLogic::notificationBody(2), "2 stops need you. Open to review.");
+    EXPECT_EQ(InboxLogic::agentName(std::nullopt), "Agent");
+    EXPECT_EQ(InboxLogic::agentName("cursor"), "Cursor Agent");
+    EXPECT_EQ(InboxLogic::agentName("zed"), "Zed");
+    EXPECT_EQ(InboxLogic::agentName(""), "");
+    EXPECT_EQ(InboxLogic::agentDisplay("claude", "claude code review"), "claude code review");
+    EXPECT_EQ(InboxLogic::agentDisplay("claude", "review"), "Claude Code review");
+    EXPECT_EQ(InboxLogic::agentDisplay("claude", ""), "Claude Code");
+    EXPECT_EQ(InboxLogic::actionLabel("mail.mark_read"), "Mark read after sent");
+    EXPECT_EQ(InboxLogic::actionLabel("web.fill_form"), "Web fill form");
+    EXPECT_EQ(InboxLogic::humanize("review_only--mode"), "Review only mode");
+    EXPECT_EQ(InboxLogic::humanize("__"), "__");
+    EXPECT_EQ(InboxLogic::annunciator("L1"), InboxLogic::Annunciator::automatic);
+    EXPECT_EQ(rawValue(InboxLogic::annunciator("L2")), "SILENT");
+    EXPECT_EQ(rawValue(InboxLogic::annunciator("L7")), "ASK");
+}
+
+TEST(InboxLogic, agesTurnOverAtTheirBorders) {
+    const auto opened = *InboxLogic::date("2026-01-02T03:04:05Z");
+    const struct {
+        double passed;
+        const char* words;
+    } rows[] = {{-100, "now"}, {59.9, "now"}, {60, "1 min"}, {3599, "59 min"}, {3600, "1 h"}, {86399, "23 h"},
+        {86400, "1 d"}, {200000, "2 d"}};
+    for (const auto& row : rows) {
+        EXPECT_EQ(InboxLogic::age("2026-01-02T03:04:05Z", opened + seconds(row.passed)), row.words)
+            << row.passed;
+    }
+    EXPECT_EQ(InboxLogic::age("yesterday", opened), "");
+    EXPECT_TRUE(InboxLogic::date("2026-01-02T03:04:05.678Z"));
+}
+
+TEST(InboxLogic, fieldsAreFoundInAnyCaseAndKeepTheirs) {
+    EXPECT_EQ(InboxLogic::field("Amount as read", "x\n\n  amount AS READ:  $12.50 \t\n"), "$12.50");
+    EXPECT_EQ(InboxLogic::field("Amount as read", "Amount as read $12"), std::nullopt);
+    EXPECT_EQ(InboxLogic::field("Prix", "Prix: É 5"), "É 5");
+}
+
+TEST(InboxLogic, aStopSaysWhatIsAtStakeWithoutTheTitleWhenItIsAPayment) {
+    auto stop = card("x", "stop", "high");
+    EXPECT_EQ(InboxLogic::summary(stop), "Title of x");
+    stop.refs = std::map<std::string, std::string>{{"action_class", "pay.card"}};
+    EXPECT_EQ(InboxLogic::summary(stop), "Payment page reached. The card field stays with you.");
+    stop.refs.reset();
+    stop.stopType = "payment_final";
+    stop.body = "Amount as read: $12.50\nWithin the limit";
+    EXPECT_EQ(InboxLogic::summary(stop),
+        "Payment page reached. $12.50, within your limit. The card field stays with you.");
+    stop.body = "Amount as read: $12.50";
+    EXPECT_EQ(InboxLogic::summary(stop), "Payment page reached. $12.50. The card field stays with you.");
+}
+
+TEST(InboxLogic, aBatchIsAcceptedInOneStrokeOnlyWhenAllOfItHasDefaults) {
+    auto batch = card("x", "batch");
+    EXPECT_EQ(InboxLogic::summary(batch), "0 questions, defaults ready.");
+    EXPECT_FALSE(InboxLogic::batchDefaults(batch));
+    batch.rows = {row("1", "a"), row("2", std::nullopt), row("3", "c", "working")};
+    EXPECT_EQ(InboxLogic::summary(batch), "3 questions, 2 of 3 defaults ready. Agent still working.");
+    EXPECT_FALSE(InboxLogic::batchDefaults(batch));
+    batch.rows = {row("1", "a"), row("2", "b"), row("1", "c")};
+    EXPECT_EQ(InboxLogic::summary(batch), "3 questions, defaults ready.");
+    EXPECT_EQ(InboxLogic::batchDefaults(batch), (std::map<std::string, std::string>{{"1", "c"}, {"2", "b"}}));
+    batch.kind = "question";
+    EXPECT_FALSE(InboxLogic::batchDefaults(batch));
+
+    auto question = card("q");
+    question.defaultAnswer = "";
+    EXPECT_FALSE(InboxLogic::suggested(question));
+    question.defaultAnswer = "Yes";
+    EXPECT_EQ(InboxLogic::suggested(question), "Yes");
+    question.kind = "stop";
+    EXPECT_FALSE(InboxLogic::suggested(question));
+}
+
+TEST(InboxLogic, lampsAndStatusWordsTakeTheFirstMatch) {
+    using InboxLogic::Lamp;
+    EXPECT_EQ(InboxLogic::lamp("idle", "Waits for you"), Lamp::needsYou);
+    EXPECT_EQ(InboxLogic::lamp("failed", "it NEEDS YOU"), Lamp::needsYou);
+    EXPECT_EQ(InboxLogic::lamp("searching", std::nullopt), Lamp::working);
+    EXPECT_EQ(InboxLogic::lamp("blocked", ""), Lamp::needsYou);
+    EXPECT_EQ(InboxLogic::lamp("crashed", std::nullopt), Lamp::failed);
+    EXPECT_EQ(InboxLogic::lamp("ended", std::nullopt), Lamp::idle);
+    EXPECT_EQ(InboxLogic::statusWord("busy", true, true, "Reading"), "Reading");
+    EXPECT_EQ(InboxLogic::statusWord("busy", true, true, ""), "holding Edge");
+    EXPECT_EQ(InboxLogic::statusWord("busy", false, true, std::nullopt), "queued");
+    EXPECT_EQ(InboxLogic::statusWord("waiting_me", false, false, std::nullopt), "needs you");
+    EXPECT_EQ(InboxLogic::statusWord("closed", false, false, std::nullopt), "ended");
+    EXPECT_EQ(InboxLogic::statusWord("stalled_out", false, false, std::nullopt), "stalled out");
+}
+
+TEST(InboxLogic, sessionsFromCardsFoldBySessionWithTheMostUrgentStatus) {
+    auto calm = card("calm", "receipt");
+    auto urgent = card("urgent", "stop", "high");
+    auto other = card("other", "question", "low", false);
+    auto gone = card("gone");
+    calm.agent = urgent.agent = other.agent = gone.agent = "claude";
+    calm.sessionId = urgent.sessionId = "1";
+    other.sessionId = "2";
+    gone.sessionId = "3";
+    gone.state = "closed";
+    const auto sessions = InboxLogic::sessionsFromCards({calm, other, urgent, gone, card("nobody")});
+    ASSERT_EQ(sessions.size(), 2u);
+    EXPECT_EQ(sessions[0].sessionId, "1");
+    EXPECT_EQ(sessions[0].status, "waiting_me");
+    EXPECT_EQ(sessions[1].sessionId, "2");
+    EXPECT_EQ(sessions[1].status, "idle");
+}

@@ -1,0 +1,189 @@
+#include "Kelvadrome/platform/linux/CurlHTTP.h"
+#include "KelvadromeKit/page/MintLogin.h"
+#include "KelvadromeKit/page/PageSession.h"
+
+#include "tests/support/FakeDaemon.h"
+#include "tests/support/TestLoop.h"
+
+#include <fmt/format.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+
+using namespace kelvadrome;
+using namespace kelvadrome::test;
+
+namespace {
+
+/// A daemon with its page on a real port, and a session that logs in to it.
+struct PageWorld {
+    PageWorld() {
+        port = daemon.listenOnTCP();
+        link = fmt::format("http://127.0.0.1:{}/login?t=once&surface=other", port);
+        login({{"Set-Cookie", "kd_session=a%20b; Path=/; HttpOnly"}, {"Set-Cookie", "other=1"},
+            {"Location", "/"}});
+        daemon.on("/v1/page/me", FakeReply::data(R"({"csrf":"token"})"));
+        daemon.on("/v1/cards/answer", FakeReply::data(R"({"receipt":{"line":"Answered"},"status":"held"})"));
+        session =
+            std::make_shared<PageSession>(loop.executor(), std::make_shared<CurlHTTP>(loop.pool()), [this] {
+                ++mints;
+                return mint(link);
+            });
+    }
+
+    static Task<LoginLink> mint(std::string url) { co_return LoginLink{std::move(url), ""}; }
+
+    void login(std::vector<std::pair<std::string, std::string>> headers, std::int64_t status = 303) {
+        daemon.on("/login", FakeReply{.status = status, .headers = std::move(headers)});
+    }
+
+    PageSession::Failure::Kind failure() {
+        try {
+            loop.run(session->ensure());
+        } catch (const PageSession::Failure& error) {
+            status = error.status();
+            return error.kind();
+        }
+        throw std::runtime_error("the login succeeded");
+    }
+
+    TestLoop loop;
+    FakeDaemon daemon;
+    std::uint16_t port = 0;
+    std::string link;
+    std::int64_t status = 0;
+    int mints = 0;
+    std::shared_ptr<PageSession> session;
+};
+
+using Kind = PageSession::Failure::Kind;
+
+} // namespace
+
+TEST(PageSession, aLoginTakesTheLinkOnceAndKeepsItsCookieAndToken) {
+    PageWorld world;
+    EXPECT_FALSE(world.loop.run(world.session->current()));
+    const auto credentials = world.loop.run(world.session->ensure());
+    EXPECT_EQ(credentials.base, fmt::format("http://127.0.0.1:{}", world.port));
+    EXPECT_EQ(credentials.port, world.port);
+    EXPECT_EQ(credentials.cookieValue, "a b");
+    EXPECT_EQ(credentials.csrf, "token");
+    EXPECT_EQ(credentials.setCookieHeader, "kd_session=a%20b; Path=/; HttpOnly");
+    EXPECT_EQ(world.loop.run(world.session->ensure()), credentials);
+    EXPECT_EQ(world.mints, 1);
+    ASSERT_EQ(world.daemon.requests("/login").size(), 1u);
+    EXPECT_EQ(world.daemon.requests("/login")[0].query, "t=once&surface=mac");
+    EXPECT_EQ(world.daemon.requests("/v1/page/me")[0].headers.at("cookie"), "kd_session=a b");
+    EXPECT_TRUE(world.daemon.requests("/").empty()); // the redirect is not followed
+}
+
+TEST(PageSession, aPostCarriesCookieAndTokenAndReadsTheReceipt) {
+    PageWorld world;
+    const auto receipt = world.loop.run(world.session->acceptDefaults("c1", 7, {{"q", "yes"}}));
+    EXPECT_EQ(receipt, (PageSession::ReceiptOut{"Answered", "held"}));
+    const auto request = world.daemon.requests("/v1/cards/answer").at(0);
+    EXPECT_EQ(request.method, "POST");
+    EXPECT_EQ(request.headers.at("cookie"), "kd_session=a%20b");
+    EXPECT_EQ(request.headers.at("x-kd-csrf"), "token");
+    EXPECT_EQ(request.headers.at("content-type"), "application/json");
+    EXPECT_EQ(boost::json::parse(request.body),
+        boost::json::parse(
+            R"({"card_id":"c1","version":7,"answer":{"q":"yes"},"accept_all_defaults":true})"));
+    world.daemon.on("/v1/page/cancel", FakeReply::data(R"({"receipt":"text","status":"ok"})"));
+    EXPECT_EQ(world.loop.run(world.session->cancelHold("c1")), (PageSession::ReceiptOut{std::nullopt, "ok"}));
+}
+
+TEST(PageSession, anUnauthorizedPostLogsInAnewOnceAndOtherRefusalsDoNot) {
+    PageWorld world;
+    const auto codes = std::make_shared<std::vector<std::string>>(std::vector<std::string>{"unauthorized"});
+    world.daemon.on("/v1/cards/answer", [codes](const FakeRequest&) {
+        if (codes->empty())
+            return FakeReply::data("{}");
+        const auto code = codes->back();
+        codes->pop_back();
+        return FakeReply::failure(code, "no", 401);
+    });
+    world.loop.run(world.session->answer("c", 1, "yes"));
+    EXPECT_EQ(world.mints, 2);
+
+    *codes = {"unauthorized", "unauthorized"};
+    EXPECT_THROW(world.loop.run(world.session->answer("c", 1, "yes")), DaemonError);
+    EXPECT_EQ(world.mints, 3);
+    *codes = {"conflict"};
+    EXPECT_THROW(world.loop.run(world.session->answer("c", 1, "yes")), DaemonError);
+    EXPECT_EQ(world.mints, 3);
+}
+
+TEST(PageSession, aLoginFailsAtEachOfItsStepsInItsOwnWay) {
+    for (const auto* bad : {"http://localhost:{}/login?t=1", "https://127.0.0.1/login", "nonsense {}",
+             "http://127.0.0.2:{}/x", "http://127.0.0.1@evil.example:{}/login"}) {
+        PageWorld world;
+        world.link = fmt::format(fmt::runtime(bad), world.port);
+        EXPECT_EQ(world.failure(), Kind::badLoginURL) << world.link;
+        EXPECT_EQ(world.daemon.connections(), 0u);
+    }
+    PageWorld world;
+    world.login({}, 401);
+    EXPECT_EQ(world.failure(), Kind::loginRefused);
+    EXPECT_EQ(world.status, 401);
+    world.login({{"Location", "/"}});
+    EXPECT_EQ(world.failure(), Kind::noCookie);
+    world.login({{"Set-Cookie", "my_kd_session=1"}});
+    EXPECT_EQ(world.failure(), Kind::noCookie);
+    world.login({{"Set-Cookie", "kd_session=x"}}, 200);
+    world.daemon.on("/v1/page/me", FakeReply::failure("forbidden", "no", 403));
+    EXPECT_THROW(world.loop.run(world.session->ensure()), DaemonError);
+    world.daemon.on("/v1/page/me", FakeReply::raw("HTTP/1.1 200 OK\r\nContent-Length: 50\r\n\r\n{"));
+    EXPECT_THROW(world.loop.run(world.session->ensure()), std::runtime_error);
+    EXPECT_FALSE(world.loop.run(world.session->current()));
+    world.daemon.on("/v1/page/me", FakeReply::data(R"({"csrf":"t"})"));
+    EXPECT_EQ(world.loop.run(world.session->ensure()).csrf, "t");
+}
+
+TEST(CurlHTTP, aCancelledExchangeEndsAtOnceAndARefusedConnectionSaysSo) {
+    TestLoop loop;
+    FakeDaemon daemon;
+    const auto port = daemon.listenOnTCP();
+    auto gate = std::make_shared<FakeGate>();
+    daemon.on("/held", FakeReply::data("{}").heldBy(gate));
+    auto http = std::make_shared<CurlHTTP>(loop.pool());
+    HTTPRequest request{"GET", fmt::format("http://127.0.0.1:{}/held", port), {}, std::nullopt, 60};
+    auto outcome = std::make_shared<std::optional<Outcome<HTTPResponse>>>();
+    const auto handle = spawn(loop.executor(), "held exchange",
+        [](std::shared_ptr<CurlHTTP> http, HTTPRequest request, auto outcome) -> Task<> {
+            auto ended = co_await attempt(http->exchange(std::move(request)));
+            *outcome = std::move(ended);
+        }(http, request, outcome));
+    loop.until([&] { return !daemon.requests("/held").empty(); }, "the request to arrive");
+    handle.cancel();
+    // Far below the exchange's own limit of 60 s: `until` gives up after 20.
+    loop.until([&] { return outcome->has_value(); }, "the cancelled exchange to end");
+    EXPECT_TRUE(isCancellation((*outcome)->error()));
+    gate->open();
+    daemon.stop();
+    EXPECT_THROW(loop.run(http->exchange(request)), std::runtime_error);
+}
+
+TEST(MintLogin, aForeignKeyIsToldOnceAndThrownEachTime) {
+    TestLoop loop;
+    FakeDaemon daemon;
+    daemon.on("/v1/page/claim", FakeReply::failure("conflict", "another key", 409));
+    auto told = std::make_shared<std::vector<std::string>>();
+    const auto mint = mintLogin(DaemonClient(UnixSocketTransport(daemon.socketPath(), loop.pool())),
+        std::make_shared<MemorySecretStore>(), "/the/home", loop.pool(), loop.executor(),
+        [told](std::string title, std::string text, std::string button) -> Task<> {
+            told->insert(told->end(), {title, text, button});
+            return []() -> Task<> { co_return; }();
+        });
+    for (int i = 0; i < 2; ++i)
+        EXPECT_THROW(loop.run(mint()), DaemonError);
+    EXPECT_EQ(
+        *told, (std::vector<std::string>{"Another program holds the kelvadrome page key",
+                   "kelvadrome cannot open its window safely. Quit kelvadrome, move page-key.sha256 out of "
+                   "/the/home, then open kelvadrome again.",
+                   "OK"}));
+    daemon.on("/v1/page/claim", FakeReply::failure("not_found", "old daemon", 404));
+    daemon.on("/v1/page/token", FakeReply::data(R"({"url":"http://127.0.0.1:1/x","expires_at":"later"})"));
+    EXPECT_EQ(loop.run(mint()).url, "http://127.0.0.1:1/x");
+    EXPECT_EQ(daemon.requests("/v1/page/token").at(0).headers.at("x-kd-page-key").size(), 43u);
+}
