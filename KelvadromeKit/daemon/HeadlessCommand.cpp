@@ -110,19 +110,19 @@ void redirect(int descriptor, const std::string& path) {
 }
 
 std::int32_t background(bool on, const World& world) {
+    auto& defaults = world.defaults();
     const BackgroundService service{.service = world.agentService(),
         .legacy = LegacyLaunchAgent::inHome(world.userHome),
         .storageRoot = DaemonEnvironment::defaultHome(),
         .effects = world.background,
         .build = world.build.value_or("0")};
-    const auto state =
-        on ? service.prepareAfterInstall(*world.defaults) : service.set(false, *world.defaults);
+    const auto state = on ? service.prepareAfterInstall(defaults) : service.set(false, defaults);
     if (state.migratedTo)
         world.out(fmt::format("moved the old LaunchAgent to {}\n", *state.migratedTo));
     world.out(fmt::format("{}\n", rawValue(state.status)));
     if (state.error)
         world.err(*state.error + "\n");
-    world.defaults->synchronize();
+    defaults.synchronize();
     return state.error ? 1 : exitStatus(on, state.status);
 }
 

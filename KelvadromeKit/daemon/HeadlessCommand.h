@@ -16,7 +16,7 @@ struct World {
     std::function<std::shared_ptr<AgentService>()> agentService;
     BackgroundService::Effects background;
     std::optional<std::string> build;
-    Defaults* defaults = nullptr; // outlives the command
+    std::function<Defaults&()> defaults;
     std::function<void(std::string_view)> out;
     std::function<void(std::string_view)> err;
     /// Replaces this process's image; the errno when it returns.

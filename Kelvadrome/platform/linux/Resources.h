@@ -1,0 +1,15 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+namespace kelvadrome {
+
+/// This program's own file, links followed.
+std::string executablePath();
+
+/// Where the daemon's files and Node are: "resources" beside the executable, else "../share/kelvadrome" of
+/// its folder.
+std::optional<std::string> resourceDirectory(const std::string& executable);
+
+} // namespace kelvadrome
