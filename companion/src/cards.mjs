@@ -1,5 +1,5 @@
 import { conflict, stale, unknownCard } from './errors.mjs';
-import { iso, newId } from './clock.mjs';
+import { clock, iso, newId } from './clock.mjs';
 import { deliveryOf, fitAnswer } from './answers.mjs';
 import { agentName } from './names.mjs';
 
@@ -48,7 +48,7 @@ export class Cards {
   needsYouCount() { return this.store.get(`SELECT count(*) AS n FROM cards WHERE state <> 'closed' AND ${NEEDS_YOU}`).n; }
 
   /** Opens a card for a checked ask. The same `ask_id` again gives the card that the first one made. */
-  open(ask, now = Date.now()) {
+  open(ask, now = clock.now()) {
     return this.store.tx(() => {
       const known = ask.ask_id && this.store.get('SELECT id FROM cards WHERE ask_id = ?', ask.ask_id);
       if (known) return this.find(known.id);
@@ -81,7 +81,7 @@ export class Cards {
   }
 
   /** Takes an answer and holds it for the undo window. Only for the version that the presser saw, and only once. */
-  answer({ id, version, answer, acceptAllDefaults, presence }, now = Date.now()) {
+  answer({ id, version, answer, acceptAllDefaults, presence }, now = clock.now()) {
     return this.store.tx(() => {
       const card = this.find(id);
       if (card.version !== version || card.state !== 'open') {
@@ -103,7 +103,7 @@ export class Cards {
   #about(card) { return { topic: card.topic, card_id: card.id }; }
 
   /** Takes a held answer back. */
-  undo(id, now = Date.now()) {
+  undo(id, now = clock.now()) {
     return this.store.tx(() => {
       const card = this.find(id);
       if (card.state !== 'held') throw conflict(card.state === 'open' ? 'There is no answer to take back.' : 'Too late: the answer is on its way or delivered.');
@@ -114,7 +114,7 @@ export class Cards {
   }
 
   /** Ends a card from the page without an answer. The agent is told nothing. */
-  dismiss(id, version, now = Date.now()) {
+  dismiss(id, version, now = clock.now()) {
     return this.store.tx(() => {
       const card = this.find(id);
       if (card.version !== version || card.state !== 'open') throw stale(card.state === 'open' ? 'The question changed since you read it.' : this.#whyNotOpen(card));
@@ -123,7 +123,7 @@ export class Cards {
     });
   }
 
-  close(card, outcome, now = Date.now()) {
+  close(card, outcome, now = clock.now()) {
     return this.update(card, { state: 'closed', outcome, held_until_ms: null, closed_ms: now, ...(outcome === 'answered' ? {} : { answer: null }) }, 'card.closed');
   }
 
@@ -134,7 +134,7 @@ export class Cards {
   }
 
   /** The asker no longer needs an answer. Gives the state that the card is in then. */
-  withdraw(id, now = Date.now()) {
+  withdraw(id, now = clock.now()) {
     return this.store.tx(() => {
       const card = this.find(id);
       if (card.state === 'closed') return card;
@@ -149,7 +149,7 @@ export class Cards {
   }
 
   /** Sends every answer on its way whose hold has ended. */
-  commitDue(now = Date.now()) {
+  commitDue(now = clock.now()) {
     for (const row of this.store.all("SELECT * FROM cards WHERE state = 'held' AND held_until_ms <= ? ORDER BY held_until_ms", now)) {
       this.store.tx(() => this.#commit(fromRow(row), now));
     }

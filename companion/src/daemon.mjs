@@ -1,6 +1,7 @@
 // The daemon as a whole: reads its arguments, opens its home, serves two doors, and leaves in order.
 import { parseArgs } from 'node:util';
 import { homedir } from 'node:os';
+import { fileURLToPath } from 'node:url';
 import { join, resolve } from 'node:path';
 import { chmodSync, readFileSync } from 'node:fs';
 import { StartError, invalid, noRoute, Refusal } from './errors.mjs';
@@ -16,6 +17,7 @@ import { checkSurface, findRoute } from './routes.mjs';
 import { goneSignal, listen, makeServer, readJson, send, sendData, shut } from './http.mjs';
 import { sendFile, sendNotice } from './static.mjs';
 import { clearDeadSocket, prepareHome, refuseSecond } from './home.mjs';
+import { clock } from './clock.mjs';
 
 const VERSION = JSON.parse(readFileSync(new URL('../package.json', import.meta.url), 'utf8')).version;
 const USAGE = 'usage: kelvadromed-app.mjs [--home DIR] [--static DIR] [--port N]';
@@ -33,23 +35,22 @@ function readArguments(argv, env) {
   if (!Number.isInteger(port) || port < 0 || port > 65535) throw new StartError(`--port must be a whole number from 0 to 65535, not "${values.port}".`, 64);
   return {
     home: resolve(values.home || env.KELVADROME_HOME || defaultHome()), port,
-    staticRoot: resolve(values.static || new URL('../web/dist', import.meta.url).pathname),
+    staticRoot: resolve(values.static || fileURLToPath(new URL('../web/dist', import.meta.url))),
   };
 }
 
-/** How long things take. Tests may shorten them, nobody else. */
+/** How long things take. Tests may shorten the hold, nobody else. */
 function readSettings(env) {
   const test = env.KELVADROME_TEST === '1';
-  const override = (name, value) => (test && /^\d+$/.test(env[name] ?? '') ? Number(env[name]) : value);
-  const hold = override('KELVADROME_TEST_HOLD_MS', null);
-  return { test, holdMs: (risk) => hold ?? (risk === 'high' ? 5000 : 2000), expiryMs: override('KELVADROME_TEST_EXPIRY_MS', 60_000) };
+  const hold = test && /^\d+$/.test(env.KELVADROME_TEST_HOLD_MS ?? '') ? Number(env.KELVADROME_TEST_HOLD_MS) : null;
+  return { test, holdMs: (risk) => hold ?? (risk === 'high' ? 5000 : 2000), expiryMs: 60_000 };
 }
 
 class Daemon {
   constructor(home, settings) {
     this.home = home;
     this.settings = settings;
-    this.started = Date.now();
+    this.started = clock.now();
     this.store = new Store(home);
     this.hub = new EventHub();
     this.auth = new PageAuth(home);
@@ -66,7 +67,7 @@ class Daemon {
   }
 
   health() {
-    return { name: 'kelvadromed', version: VERSION, pid: process.pid, home: this.home, watermark: this.receipts.watermark(), uptime_s: (Date.now() - this.started) / 1000, port: this.auth.port };
+    return { name: 'kelvadromed', version: VERSION, pid: process.pid, home: this.home, watermark: this.receipts.watermark(), uptime_s: (clock.now() - this.started) / 1000, port: this.auth.port };
   }
 
   /** Something moved: do what has come due, wake who waits, and set the timer for what comes next. Never runs inside a commit. */
@@ -90,7 +91,7 @@ class Daemon {
     this.jobs.wake();
     clearTimeout(this.timer);
     const next = [this.cards.nextHoldEnd(), this.jobs.nextExpiry()].filter((at) => at !== null);
-    if (next.length > 0) this.timer = setTimeout(() => this.changed(), Math.min(Math.max(Math.min(...next) - Date.now(), soonest), 60_000));
+    if (next.length > 0) this.timer = setTimeout(() => this.changed(), Math.min(Math.max(Math.min(...next) - clock.now(), soonest), 60_000));
   }
 
   close() {

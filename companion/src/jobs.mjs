@@ -1,5 +1,5 @@
 import { conflict, forbidden, Refusal } from './errors.mjs';
-import { iso, newId } from './clock.mjs';
+import { clock, iso, newId } from './clock.mjs';
 import { agentName } from './names.mjs';
 import { Waiters } from './events.mjs';
 
@@ -49,7 +49,7 @@ export class Jobs {
     return job ? [job] : [];
   }
 
-  #take(session, now = Date.now()) {
+  #take(session, now = clock.now()) {
     const open = this.store.all("SELECT * FROM jobs WHERE state = 'queued' AND type = 'answer' AND expires_ms > ? ORDER BY seq", now);
     const job = open.find((row) => row.presence === session.tag || !this.app.auth.isAlive(row.presence));
     if (!job) return undefined;
@@ -64,7 +64,7 @@ export class Jobs {
   }
 
   /** The last word before the first key: `proceed` once, to the claimant, while the answer is still wanted. */
-  start(id, session, now = Date.now()) {
+  start(id, session, now = clock.now()) {
     return this.store.tx(() => {
       const job = this.#find(id);
       const reason = this.#whyNotStart(job, session, now);
@@ -86,7 +86,7 @@ export class Jobs {
   }
 
   /** The verdict of the claimant. A second verdict changes nothing. */
-  report(id, { outcome, reason, path }, session, now = Date.now()) {
+  report(id, { outcome, reason, path }, session, now = clock.now()) {
     return this.store.tx(() => {
       const job = this.#find(id);
       if (!this.#mayReport(job, session)) throw forbidden('Another page session claimed this job.');
@@ -145,7 +145,7 @@ export class Jobs {
   }
 
   /** Ends the jobs whose time is over. A started one gets a full term from its start, for it may still be typing. */
-  expireDue(now = Date.now()) {
+  expireDue(now = clock.now()) {
     const grace = this.app.settings.expiryMs;
     const due = this.store.all(
       `SELECT * FROM jobs WHERE (state IN ('queued','claimed') AND expires_ms <= ?1) OR (state = 'started' AND max(expires_ms, started_ms + ?2) <= ?1) ORDER BY seq`, now, grace);
@@ -176,7 +176,7 @@ export class Jobs {
     return ended ?? { state: this.app.cards.find(cardId).state };
   }
 
-  #ended(cardId, now = Date.now()) {
+  #ended(cardId, now = clock.now()) {
     let card = this.app.cards.find(cardId);
     const hand = card.state === 'armed' && this.store.get("SELECT * FROM jobs WHERE card_id = ? AND type = 'hand' AND state = 'queued'", cardId);
     if (hand) {

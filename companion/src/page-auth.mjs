@@ -4,7 +4,7 @@ import { createHash, timingSafeEqual } from 'node:crypto';
 import { existsSync, openSync, readFileSync, renameSync, writeSync, fsyncSync, closeSync } from 'node:fs';
 import { join } from 'node:path';
 import { conflict, forbidden, invalid, unauthorized } from './errors.mjs';
-import { iso, secret } from './clock.mjs';
+import { clock, iso, secret } from './clock.mjs';
 
 export const COOKIE = 'kd_session';
 export const KEY_HEADER = 'x-kd-page-key';
@@ -66,7 +66,7 @@ export class PageAuth {
   }
 
   /** A one-time login link. Once a key is registered, only its holder gets one. */
-  mintLink(key, now = Date.now()) {
+  mintLink(key, now = clock.now()) {
     const known = this.#storedHash();
     if (known !== null && (typeof key !== 'string' || !same(known, sha256(key)))) throw forbidden(`A login link needs the header ${KEY_HEADER} with the registered page key.`);
     for (const [token, link] of this.#links) if (link.expires <= now || this.#links.size >= MAX_LINKS) this.#links.delete(token);
@@ -79,7 +79,7 @@ export class PageAuth {
    * Uses up a link. A browser joins the session that the shell holds under the same key, so that an answer pressed
    * there counts as pressed in the shell; every other surface gets a session of its own. Null for a link that is not good.
    */
-  login(token, surface, now = Date.now()) {
+  login(token, surface, now = clock.now()) {
     const link = this.#links.get(token);
     if (!link || link.expires <= now) return null;
     this.#links.delete(token);
@@ -104,7 +104,7 @@ export class PageAuth {
   }
 
   /** The session of a request by its cookie; throws `unauthorized`. */
-  session(headers, now = Date.now()) {
+  session(headers, now = clock.now()) {
     const session = this.#sessions.get(cookieValue(headers.cookie));
     if (!session || this.#isIdle(session, now)) throw unauthorized();
     session.seen = now;

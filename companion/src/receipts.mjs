@@ -1,4 +1,4 @@
-import { iso, startOfToday } from './clock.mjs';
+import { clock, iso, startOfToday } from './clock.mjs';
 
 /** The log of what was done with questions and answers. Lines never hold free text that a person typed. */
 export class Receipts {
@@ -8,7 +8,7 @@ export class Receipts {
   }
 
   /** Must be called in the transaction of the change that it tells of. Gives the receipt as it goes on the wire. */
-  add(action, line, { topic = null, card_id = null } = {}, now = Date.now()) {
+  add(action, line, { topic = null, card_id = null } = {}, now = clock.now()) {
     const eventId = this.store.insert('receipts', { action, line, topic, card_id, ts_ms: now });
     this.store.afterCommit(() => this.hub.publish('receipt.added', { event_id: String(eventId), action }));
     return { event_id: String(eventId), action, line, topic, card_id, ts: iso(now) };

@@ -1,6 +1,7 @@
 // Every route, with the surface that offers it: "socket" (anyone who may open the socket file: the user's own
 // programs, agents among them) or "page" (a cookie session). What presses or types answers is for page sessions alone.
 import { optional, required } from './check.mjs';
+import { clock } from './clock.mjs';
 import { forbidden, notBuilt } from './errors.mjs';
 import { readAsk, readIdentity, readLive, readTopic } from './asks.mjs';
 import { KEY_HEADER } from './page-auth.mjs';
@@ -88,6 +89,12 @@ const routes = {
     return { registered: true };
   } },
   'POST /v1/page/token': { on: ['socket'], run: (app, { headers }) => app.auth.mintLink(headers[KEY_HEADER]) },
+
+  'POST /v1/test/advance': { on: [], testSocket: true, run: (app, { body }) => {
+    clock.advance(required.integer(body, 'ms'));
+    app.changed();
+    return {};
+  } },
 
   'POST /v1/cards/answer': { on: ['page'], testSocket: true, run: answer },
   'POST /v1/page/cancel': { on: ['page'], run: (app, { body }) => app.cards.undo(required.string(body, 'card_id')) },

@@ -1,5 +1,6 @@
 import { isRunning } from './proc.mjs';
 import { freeCallsign } from './names.mjs';
+import { clock } from './clock.mjs';
 
 const ENDED_SHOWN_MS = 3_600_000;
 export const STATUS_WORDS = ['busy', 'working', 'waiting', 'waiting_me', 'idle', 'failed', 'ended'];
@@ -13,7 +14,7 @@ export class Sessions {
   }
 
   /** Called in a transaction. Fields that are not given keep what they had. */
-  touch({ agent, session_id: sessionId, label, status, doing, topic, kind, live }, now = Date.now()) {
+  touch({ agent, session_id: sessionId, label, status, doing, topic, kind, live }, now = clock.now()) {
     const old = this.store.get('SELECT * FROM sessions WHERE agent = ? AND session_id = ?', agent, sessionId);
     const next = {
       label: label ?? old?.label ?? null, status: status ?? old?.status ?? 'idle', topic: topic ?? old?.topic ?? null, kind: kind ?? old?.kind ?? null,
@@ -36,7 +37,7 @@ export class Sessions {
   }
 
   /** Every session that lives or ended within the hour, with the status that is true now. */
-  #current(now = Date.now()) {
+  #current(now = clock.now()) {
     const rows = this.store.all('SELECT * FROM sessions WHERE ended_ms IS NULL OR ended_ms > ? ORDER BY agent, session_id', now - ENDED_SHOWN_MS);
     for (const row of rows) {
       row.live = row.live ? JSON.parse(row.live) : null;

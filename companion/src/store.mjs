@@ -4,7 +4,7 @@ import { DatabaseSync } from 'node:sqlite';
 import { existsSync, renameSync } from 'node:fs';
 import { join } from 'node:path';
 import { StartError } from './errors.mjs';
-import { iso } from './clock.mjs';
+import { clock, iso } from './clock.mjs';
 
 const MIGRATIONS = [
   `CREATE TABLE cards (
@@ -80,7 +80,7 @@ export class Store {
    * Opens the database of `home`. A damaged file is kept under a dated name, a fresh one takes its place, and
    * `setAsideAs` names the kept file. Throws `StartError` when another process holds it or it cannot be used.
    */
-  constructor(home, now = Date.now()) {
+  constructor(home, now = clock.now()) {
     const path = join(home, FILE);
     this.setAsideAs = null;
     try {

@@ -1,5 +1,6 @@
 import { Refusal } from './errors.mjs';
 import { cut } from './text.mjs';
+import { clock } from './clock.mjs';
 
 const like = (text) => `%${text.replace(/[\\%_]/g, '\\$&')}%`;
 
@@ -11,7 +12,7 @@ export class Topics {
   }
 
   /** Called in a transaction. A title or folder that is given replaces the old one; one that is not leaves it. */
-  touch(id, { title, folder } = {}, now = Date.now()) {
+  touch(id, { title, folder } = {}, now = clock.now()) {
     if (id === undefined || id === null) return;
     this.store.run(
       `INSERT INTO topics (id, title, folder, touched_ms) VALUES (?1, coalesce(?2, ?1), ?3, ?4)

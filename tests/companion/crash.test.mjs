@@ -8,7 +8,7 @@ import { World, until } from './world.mjs';
 const reopened = (world, id) => until(async () => { const card = await world.card(id); return card?.state === 'open' && card; }, 'the card is open again');
 
 test('an answer that was on hold goes out after the restart, and only the asker who pressed could have typed it', async (t) => {
-  const world = await World.open(t, { KELVADROME_TEST_HOLD_MS: '500' });
+  const world = await World.open(t, { KELVADROME_TEST_HOLD_MS: '600000' });
   const before = await world.login();
   const id = await world.askAndAnswer(before);
   const held = await world.card(id);
@@ -17,6 +17,7 @@ test('an answer that was on hold goes out after the restart, and only the asker 
   // The session that pressed has ended with the daemon, so the next shell gets the job, sees a foreign mark and refuses.
   assert.equal((await before.post('/v1/deliver/claim')).error.code, 'unauthorized');
   const after = await world.login();
+  await world.advance(600);
   const job = await after.claimOne();
   assert.equal(job.card_id, id);
   await after.report(job.id, 'refused', { reason: 'the answer was not pressed in this app' });
@@ -24,17 +25,18 @@ test('an answer that was on hold goes out after the restart, and only the asker 
 });
 
 test('an undone hold stays undone', async (t) => {
-  const world = await World.open(t, { KELVADROME_TEST_HOLD_MS: '60000' });
+  const world = await World.open(t, { KELVADROME_TEST_HOLD_MS: '600000' });
   const page = await world.login();
   const id = await world.askAndAnswer(page);
   await page.ok('/v1/page/cancel', { card_id: id });
-  await world.restart({ KELVADROME_TEST_HOLD_MS: '0' });
+  await world.restart();
+  await world.advance(600);
   const card = await world.card(id);
   assert.deepEqual([card.state, card.version, card.answer], ['open', 3, undefined]);
 });
 
 test('a job that was claimed before the crash is not started after it', async (t) => {
-  const world = await World.open(t, { KELVADROME_TEST_EXPIRY_MS: '1500' });
+  const world = await World.open(t);
   const [id, forgotten] = [await world.ask(), await world.ask()];
   const page = await world.login();
   for (const card_id of [id, forgotten]) await page.ok('/v1/cards/answer', { card_id, version: 1, answer: 'Yes' });
@@ -45,11 +47,12 @@ test('a job that was claimed before the crash is not started after it', async (t
   assert.deepEqual(await after.report(job.id, 'start'), { proceed: false, reason: 'the job was claimed by another page session' });
   await after.report(job.id, 'refused', { reason: 'gone' });
   assert.equal((await reopened(world, id)).refs.last_refusal, 'gone');
+  await world.advance(60);
   assert.equal((await reopened(world, forgotten)).refs.last_refusal, 'the delivery was never begun');
 });
 
 test('a job that was typing during the crash is reported by the new session, or ends as unfinished', async (t) => {
-  const world = await World.open(t, { KELVADROME_TEST_EXPIRY_MS: '1200' });
+  const world = await World.open(t);
   const page = await world.login();
   const [id, mute] = [await world.ask(), await world.ask()];
   for (const card_id of [id, mute]) await page.ok('/v1/cards/answer', { card_id, version: 1, answer: 'Yes' });
@@ -59,6 +62,7 @@ test('a job that was typing during the crash is reported by the new session, or 
   const after = await world.login();
   assert.deepEqual(await after.report(jobs[0].id, 'done', { path: 'host' }), { accepted: true });
   assert.equal(await world.card(id), undefined);
+  await world.advance(60);
   assert.match((await reopened(world, mute)).refs.last_refusal, /never reported\. Some keys may have been typed/);
 });
 
@@ -79,7 +83,7 @@ test('a reported job stays reported, and an ask that is repeated after a crash m
 });
 
 test('whatever was confirmed before a crash is there after it', async (t) => {
-  const world = await World.open(t, { KELVADROME_TEST_HOLD_MS: '60000' });
+  const world = await World.open(t, { KELVADROME_TEST_HOLD_MS: '600000' });
   const confirmed = [];
   for (let round = 0; round < 3; round++) {
     const page = await world.login();

@@ -7,7 +7,7 @@ const gone = (world, id) => until(async () => !(await world.card(id)), 'the card
 const reopened = (world, id) => until(async () => { const card = await world.card(id); return card.state === 'open' && card; }, 'the card is open again');
 
 test('an answer goes from ask to typed: held, armed, claimed, started, done', async (t) => {
-  const world = await World.open(t, { KELVADROME_TEST_HOLD_MS: '150' });
+  const world = await World.open(t, { KELVADROME_TEST_HOLD_MS: '' });
   const page = await world.login();
   const id = await world.ask({ topic: 'Billing', default: 'Yes' });
   const open = await world.card(id);
@@ -20,7 +20,9 @@ test('an answer goes from ask to typed: held, armed, claimed, started, done', as
   assert.match(held.receipt.line, /"No" for Claude Code: "Deploy\?"/);
   assert.ok(Date.parse(held.card.held_until) > Date.now() - 1000);
 
-  const job = await page.claimOne();
+  const claim = page.claimOne();
+  await world.advance(2);
+  const job = await claim;
   assert.deepEqual(
     { ...job, id: undefined, presence: undefined, expires_at: undefined },
     { type: 'answer', card_id: id, agent: 'claude', session_id: `claude-${process.pid}`, pid: process.pid, pgid: process.pid, tty: 'pts/3', host: 'tmux', host_ref: '%3', steps: [{ kind: 'key', key: '2' }], id: undefined, presence: undefined, expires_at: undefined });
@@ -71,11 +73,11 @@ test('the hold lasts 2 s, and 5 s for a high risk; afterwards undo comes too lat
     const until = Date.parse(card.held_until);
     assert.ok(until >= before + seconds * 1000 && until <= Date.now() + seconds * 1000, risk);
   }
-  await world.restart({ KELVADROME_TEST_HOLD_MS: '20' });
-  const again = await world.login();
-  const id = await world.askAndAnswer(again);
-  await again.claimOne();
-  const late = await again.post('/v1/page/cancel', { card_id: id });
+  const [low, , high] = await world.cards();
+  await world.advance(2);
+  await until(async () => (await world.card(low.id)).state === 'armed', 'the hold of 2 s ends');
+  assert.equal((await page.post('/v1/page/cancel', { card_id: high.id })).ok, true);
+  const late = await page.post('/v1/page/cancel', { card_id: low.id });
   assert.equal(late.status, 409);
   assert.match(late.error.message, /Too late/);
 });
@@ -149,7 +151,7 @@ test('a claimant that left while it waited is not given the job', async (t) => {
   const page = await world.login();
   const gone = new AbortController();
   const left = fetch(`http://127.0.0.1:${world.port}/v1/deliver/claim`, { method: 'POST', signal: gone.signal, body: '{"wait_ms":8000}', headers: { Cookie: `kd_session=${page.cookie}`, 'x-kd-csrf': page.csrf } }).catch(() => null);
-  await new Promise((done) => setTimeout(done, 150));
+  assert.equal(await page.claimOne(0), undefined);
   gone.abort();
   await left;
   const id = await world.askAndAnswer(page);
@@ -184,20 +186,27 @@ test('a refused or failed job opens the card again as it was, with the reason', 
 });
 
 test('a job that nobody starts expires; one that was started and never reported says that keys may have been typed', async (t) => {
-  const world = await World.open(t, { KELVADROME_TEST_EXPIRY_MS: '400' });
+  const world = await World.open(t);
   const page = await world.login();
-  const reasons = { unclaimed: 'nobody took the answer in time', claimed: 'the delivery was never begun' };
   const unclaimed = await world.askAndAnswer(page);
-  assert.equal((await reopened(world, unclaimed)).refs.last_refusal, reasons.unclaimed);
+  await until(async () => (await world.card(unclaimed)).state === 'armed', 'the answer is armed');
+  await world.advance(60);
+  assert.equal((await reopened(world, unclaimed)).refs.last_refusal, 'nobody took the answer in time');
 
   const claimed = await world.askAndAnswer(page);
   const idle = await page.claimOne();
-  assert.equal((await reopened(world, claimed)).refs.last_refusal, reasons.claimed);
+  await world.advance(60);
+  assert.equal((await reopened(world, claimed)).refs.last_refusal, 'the delivery was never begun');
   assert.deepEqual(await page.report(idle.id, 'start'), { proceed: false, reason: 'the job expired' });
 
   const started = await world.askAndAnswer(page);
   const slow = await page.claimOne();
+  await world.advance(40);
   assert.deepEqual(await page.report(slow.id, 'start'), { proceed: true });
+  // Its typing gets a full term of its own, past the job's.
+  await world.advance(40);
+  assert.equal((await world.card(started)).state, 'armed');
+  await world.advance(20);
   assert.match((await reopened(world, started)).refs.last_refusal, /Some keys may have been typed/);
   assert.deepEqual(await page.report(slow.id, 'done'), { accepted: true });
   await gone(world, started);
@@ -225,7 +234,7 @@ test('a withdrawn question stops its job before the first key, and lets one that
 });
 
 test('an answer for a waiting asker is handed over once it waits, and comes back when it has gone', async (t) => {
-  const world = await World.open(t, { KELVADROME_TEST_EXPIRY_MS: '400' });
+  const world = await World.open(t);
   const page = await world.login();
   const id = await world.ask({ wait: true });
   const waiting = world.ok('/v1/ask/wait', { card_id: id, wait_ms: 8000 });
@@ -235,6 +244,8 @@ test('an answer for a waiting asker is handed over once it waits, and comes back
   assert.deepEqual(await world.ok('/v1/ask/wait', { card_id: id, wait_ms: 0 }), { state: 'closed', outcome: 'answered', answer: 'No' });
 
   const left = await world.askAndAnswer(page, { wait: true });
+  await until(async () => (await world.card(left)).state === 'armed', 'the answer is ready');
+  await world.advance(60);
   assert.equal((await reopened(world, left)).refs.last_refusal, 'the asker no longer waits');
 
   const kept = await world.askAndAnswer(page, { live: undefined });

@@ -10,8 +10,8 @@ export const COMPANION = fileURLToPath(new URL('../../companion/', import.meta.u
 export const KD = join(COMPANION, 'dist/bin.js');
 export const PAGE_KEY = 'k'.repeat(43);
 
-/** Waits until `condition` gives something truthy and gives that; fails with `message` after 10 s. */
-export async function until(condition, message, limitMs = 10_000) {
+/** Waits until `condition` gives something truthy and gives that; fails with `message` after 30 s. */
+export async function until(condition, message, limitMs = 30_000) {
   for (const deadline = Date.now() + limitMs; ;) {
     const value = await condition();
     if (value) return value;
@@ -67,7 +67,7 @@ export class World {
   static async open(t, env = {}) {
     const world = new World();
     world.home = mkdtempSync(join(tmpdir(), 'kd-'));
-    world.env = { ...process.env, KELVADROME_HOME: world.home, KELVADROME_TEST: '1', KELVADROME_TEST_HOLD_MS: '30', KELVADROME_TEST_EXPIRY_MS: '60000', ...env };
+    world.env = { ...process.env, KELVADROME_HOME: world.home, KELVADROME_TEST: '1', KELVADROME_TEST_HOLD_MS: '30', ...env };
     world.log = '';
     t.after(async () => {
       await world.kill();
@@ -137,6 +137,9 @@ export class World {
     const live = { pid: process.pid, pgid: process.pid, tty: 'pts/3', host: 'tmux', host_ref: '%3', cwd: '/work-of-the-user' };
     return (await this.ok('/v1/ask', { agent: 'claude', title: 'Deploy?', options: ['Yes', 'No'], menu: true, live, ...more })).card_id;
   }
+
+  /** Moves the daemon's clock on; what comes due thereby happens soon after. */
+  advance(seconds) { return this.ok('/v1/test/advance', { ms: seconds * 1000 }); }
 
   async cards() { return (await this.ok('/v1/cards/list')).cards; }
   async card(id) { return (await this.cards()).find((card) => card.id === id); }

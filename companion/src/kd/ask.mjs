@@ -55,7 +55,9 @@ export async function ask({ values, client }) {
   const seconds = values['wait-seconds'] === undefined ? Infinity : Number(values['wait-seconds']);
   if (!(seconds > 0)) throw usage(`--wait takes a number of seconds, not "${values['wait-seconds']}".`);
   // The ask id makes a repeated call harmless: it finds the card of the first one.
-  const card = await client.callPatiently('/v1/ask', askBody(values), 10_000, 3000);
+  const asked = client.callPatiently('/v1/ask', askBody(values), 10_000, 3000);
+  if (values.wait) withdrawOnSignal(client, asked);
+  const card = await asked;
   if (values.wait) return waitForAnswer(client, card.card_id, seconds, values.json);
   process.stdout.write(values.json ? `${JSON.stringify(card)}\n` : `${card.card_id}\n`);
   return EXIT.ok;
@@ -63,11 +65,14 @@ export async function ask({ values, client }) {
 
 const inWords = (answer) => (typeof answer === 'string' ? answer : Object.entries(answer).map(([id, text]) => `${id}: ${text}`).join('\n'));
 
+/** Who ends kd no longer waits for the answer; the card must not stay behind, also when its id is still on the way. */
+function withdrawOnSignal(client, asked) {
+  const giveUp = () => asked.then((card) => withdrawQuietly(client, card.card_id), () => {}).then(() => process.exit(EXIT.noAnswer));
+  for (const signal of ['SIGINT', 'SIGTERM', 'SIGHUP']) process.once(signal, giveUp);
+}
+
 async function waitForAnswer(client, cardId, seconds, json) {
   const deadline = Date.now() + seconds * 1000;
-  // Who ends kd no longer waits for the answer; the card must not stay behind.
-  const giveUp = () => withdrawQuietly(client, cardId).finally(() => process.exit(EXIT.noAnswer));
-  for (const signal of ['SIGINT', 'SIGTERM', 'SIGHUP']) process.once(signal, giveUp);
   while (Date.now() < deadline) {
     const waitMs = Math.min(POLL_MS, Math.ceil(deadline - Date.now()));
     const reply = await client.callPatiently('/v1/ask/wait', { card_id: cardId, wait_ms: waitMs }, waitMs + 10_000, RESTART_PATIENCE_MS);
