@@ -290,9 +290,10 @@ Task<> DaemonSupervisor::stopOwnedChild() {
 
 Task<std::optional<std::string>> DaemonSupervisor::firstLine(
     std::string path, std::vector<std::string> arguments) {
-    const auto output = co_await world_.pool->run([launcher = world_.launcher, path, arguments] {
+    const auto read = [launcher = world_.launcher, path, arguments] {
         return launcher->output(path, arguments, versionLimit);
-    });
+    };
+    const auto output = co_await world_.pool->run(read);
     if (!output)
         co_return std::nullopt;
     const auto text = Text::repairUTF8(*output);

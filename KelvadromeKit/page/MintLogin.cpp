@@ -29,7 +29,8 @@ bool isConflict(const std::exception_ptr& error) {
 }
 
 Task<LoginLink> mint(std::shared_ptr<MintState> state) {
-    auto key = co_await state->pool->run([store = state->store] { return PageKey::load(*store); });
+    const auto load = [store = state->store] { return PageKey::load(*store); };
+    auto key = co_await state->pool->run(load);
     auto link = co_await attempt(state->client.mintLogin(std::move(key)));
     if (!link && isConflict(link.error()) && !state->alerted.exchange(true)) {
         auto text =

@@ -36,10 +36,12 @@ public:
     Task<std::invoke_result_t<Work&>> run(Work work, Cancel cancel) {
         using Result = std::invoke_result_t<Work&>;
         auto shared = std::make_shared<Work>(std::move(work));
-        auto outcome = co_await suspendUntil<Outcome<Result>>([this, shared, cancel](auto completion) {
+        // Named first: GCC 12 destroys a closure that is made inside the await expression twice.
+        const auto start = [this, shared, cancel](auto completion) {
             post([shared, completion] { completion(capture<Result>(*shared)); });
             return cancel;
-        });
+        };
+        auto outcome = co_await suspendUntil<Outcome<Result>>(start);
         if constexpr (std::is_void_v<Result>) {
             outcome.take();
         } else {

@@ -40,7 +40,9 @@ HTTPResponse exchange(const UnixSocketTransport& transport, std::string_view req
 Task<> follow(std::string socketPath, std::string path, std::function<void(SSEParser::Event)> onEvent,
     BackgroundPool* pool) {
     const auto stream = std::make_shared<EventStream>(socketPath, std::move(path), std::move(onEvent));
-    co_await pool->run([stream] { stream->run(); }, [stream] { stream->cancel(); });
+    const auto run = [stream] { stream->run(); };
+    const auto cancel = [stream] { stream->cancel(); };
+    co_await pool->run(run, cancel);
 }
 
 } // namespace

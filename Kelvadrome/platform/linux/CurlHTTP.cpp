@@ -119,14 +119,6 @@ private:
     std::atomic<bool> cancelled_ = false;
 };
 
-Outcome<HTTPResponse> outcomeOf(Exchange& exchange) {
-    try {
-        return Outcome<HTTPResponse>(exchange.run());
-    } catch (...) {
-        return Outcome<HTTPResponse>(std::current_exception());
-    }
-}
-
 } // namespace
 
 CurlHTTP::CurlHTTP(BackgroundPool& pool) : pool_(&pool) {
@@ -136,11 +128,9 @@ CurlHTTP::CurlHTTP(BackgroundPool& pool) : pool_(&pool) {
 
 Task<HTTPResponse> CurlHTTP::exchange(HTTPRequest request) {
     auto running = std::make_shared<Exchange>(std::move(request));
-    auto outcome = co_await suspendUntil<Outcome<HTTPResponse>>([pool = pool_, running](auto completion) {
-        pool->post([running, completion] { completion(outcomeOf(*running)); });
-        return [running] { running->cancel(); };
-    });
-    co_return outcome.take();
+    const auto run = [running] { return running->run(); };
+    const auto cancel = [running] { running->cancel(); };
+    co_return co_await pool_->run(run, cancel);
 }
 
 } // namespace kelvadrome
