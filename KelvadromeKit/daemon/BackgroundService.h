@@ -81,8 +81,8 @@ public:
     struct State {
         BackgroundServiceStatus status = BackgroundServiceStatus::notRegistered;
         bool wanted = false;
-        std::optional<std::string> migratedTo; // the backup folder, when a migration has just happened
-        std::optional<std::string> error;      // text for a person
+        std::optional<std::string> migratedTo = {}; // the backup folder, when a migration has just happened
+        std::optional<std::string> error = {};      // text for a person
 
         /// The system waits for the user.
         bool needsApproval() const { return wanted && status == BackgroundServiceStatus::requiresApproval; }

@@ -27,12 +27,12 @@ public:
 
     struct Status {
         Mode mode = Mode::starting;
-        std::optional<std::string> nodePath;    // chosen at the last spawn
-        std::optional<std::string> nodeVersion; // the first line of its "--version"
-        std::optional<std::int32_t> childPid;
-        std::int64_t restarts = 0;            // automatic ones, since this object was made
-        std::optional<std::string> lastError; // text for a person
-        std::vector<std::string> logTail;     // the child's last lines: at most 40 of at most 300 characters
+        std::optional<std::string> nodePath = {};    // chosen at the last spawn
+        std::optional<std::string> nodeVersion = {}; // the first line of its "--version"
+        std::optional<std::int32_t> childPid = {};
+        std::int64_t restarts = 0;                 // automatic ones, since this object was made
+        std::optional<std::string> lastError = {}; // text for a person
+        std::vector<std::string> logTail = {}; // the child's last lines: at most 40 of at most 300 characters
 
         bool operator==(const Status&) const = default;
     };

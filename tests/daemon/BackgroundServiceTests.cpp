@@ -1,0 +1,295 @@
+#include "KelvadromeKit/support/Files.h"
+
+#include "tests/daemon/LoginItem.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <plist/plist.h>
+
+#include <cstdlib>
+#include <sys/stat.h>
+
+namespace kelvadrome {
+
+void PrintTo(const BackgroundService::State& state, std::ostream* out) {
+    *out << rawValue(state.status) << (state.wanted ? " wanted" : "") << " migrated to "
+         << state.migratedTo.value_or("-") << ", error " << state.error.value_or("-");
+}
+
+namespace test {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using State = BackgroundService::State;
+using Status = BackgroundServiceStatus;
+
+constexpr const char* preference = BackgroundService::preferenceKey;
+constexpr const char* build = BackgroundService::buildKey;
+
+TEST(BackgroundService, theLineSaysHowThingsStand) {
+    const auto line = [](Status status, bool wanted) {
+        return State{.status = status, .wanted = wanted}.line();
+    };
+    EXPECT_EQ(line(Status::notRegistered, true), "Off. The daemon runs while the kelvadrome app is open.");
+    EXPECT_EQ(line(Status::enabled, false),
+        "On. kelvadrome keeps working when its window is closed and starts at login.");
+    EXPECT_EQ(line(Status::requiresApproval, true),
+        "Waiting for your OK in System Settings, Login Items & Extensions. Turn on kelvadrome there.");
+    EXPECT_EQ(line(Status::requiresApproval, false), "Off in System Settings, Login Items & Extensions.");
+    EXPECT_EQ(
+        line(Status::notFound, true), "Not available in this build. The daemon runs while the app is open.");
+    EXPECT_EQ((State{.status = Status::enabled, .error = "words"}.line()), "words");
+    EXPECT_TRUE((State{.status = Status::requiresApproval, .wanted = true}.needsApproval()));
+    EXPECT_FALSE((State{.status = Status::requiresApproval}.needsApproval()));
+    EXPECT_FALSE((State{.status = Status::enabled, .wanted = true}.needsApproval()));
+}
+
+TEST(BackgroundService, launchIsReconciledWithThePreference) {
+    struct Row {
+        const char* what;
+        std::optional<DefaultsValue> wish;
+        std::optional<std::string> builtBy;
+        Status before;
+        std::vector<std::string> calls;
+        State after;
+    };
+    const DefaultsValue yes = true, no = false, text = std::string("true");
+    const std::vector<Row> rows = {
+        {"unset and off", {}, {}, Status::notRegistered, {}, {Status::notRegistered, false}},
+        {"unset and waiting", {}, {}, Status::requiresApproval, {}, {Status::requiresApproval, false}},
+        {"unset and on", {}, "7", Status::enabled, {}, {Status::enabled, true}},
+        {"unset, on and old", {}, "6", Status::enabled, {"unregister", "register"}, {Status::enabled, true}},
+        {"a string is unset", text, {}, Status::notRegistered, {}, {Status::notRegistered, false}},
+        {"wanted and off", yes, "6", Status::notRegistered, {"register"}, {Status::enabled, true}},
+        {"wanted, build unknown", yes, {}, Status::enabled, {"unregister", "register"},
+            {Status::enabled, true}},
+        {"wanted and waiting", yes, "6", Status::requiresApproval, {}, {Status::requiresApproval, true}},
+        {"wanted, not there", yes, "6", Status::notFound, {}, {Status::notFound, true}},
+        {"unwanted and on", no, "6", Status::enabled, {"unregister"}, {Status::notRegistered, false}},
+        {"unwanted and waiting", no, {}, Status::requiresApproval, {"unregister"},
+            {Status::notRegistered, false}},
+        {"unwanted and off", no, {}, Status::notRegistered, {}, {Status::notRegistered, false}},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.what);
+        LoginItem item;
+        if (row.wish)
+            item.defaults.set(preference, *row.wish);
+        if (row.builtBy)
+            item.defaults.set(build, *row.builtBy);
+        item.service->now = row.before;
+        EXPECT_EQ(item.background.prepareAtLaunch(item.defaults), row.after);
+        EXPECT_EQ(item.service->calls, row.calls);
+        const bool registered = !row.calls.empty() && row.calls.back() == "register";
+        EXPECT_EQ(item.defaults.string(build), registered ? "7" : row.builtBy);
+        // The same build at the next launch does nothing more.
+        item.service->calls.clear();
+        item.background.prepareAtLaunch(item.defaults);
+        EXPECT_THAT(item.service->calls, IsEmpty());
+        EXPECT_THAT(item.launchd, IsEmpty());
+    }
+}
+
+TEST(BackgroundService, refusalsAreToldUnlessTheServiceStandsAllTheSame) {
+    LoginItem item;
+    item.service->refusal = "no room";
+    const std::string words =
+        "macOS refused the background service (no room). The daemon runs while the app is open.";
+    EXPECT_EQ(
+        item.background.prepareAfterInstall(item.defaults), (State{Status::notRegistered, true, {}, words}));
+    EXPECT_EQ(item.defaults.storedBoolean(preference), true);
+    EXPECT_EQ(item.defaults.string(build), std::nullopt);
+    EXPECT_EQ(item.background.set(true, item.defaults).error, words);
+
+    // Registered in the middle of it all, but only until the user has said yes.
+    item.service->now = Status::requiresApproval;
+    const auto waiting = item.background.set(true, item.defaults);
+    EXPECT_EQ(waiting, (State{Status::requiresApproval, true}));
+    EXPECT_TRUE(waiting.needsApproval());
+
+    item.service->now = Status::notFound;
+    EXPECT_EQ(item.background.set(true, item.defaults).error,
+        "Not available in this build. The daemon runs while the app is open.");
+
+    // An update that can't refresh leaves the old registration, which still stands.
+    item.service->now = Status::enabled;
+    item.service->unregisterRefusal = "busy";
+    item.service->calls.clear();
+    EXPECT_EQ(item.background.prepareAtLaunch(item.defaults), (State{Status::enabled, true}));
+    EXPECT_THAT(item.service->calls, ElementsAre("unregister"));
+}
+
+TEST(BackgroundService, theUsersWishIsStoredAndCarriedOut) {
+    LoginItem item;
+    EXPECT_EQ(item.background.current(item.defaults), (State{Status::notRegistered, false}));
+    EXPECT_EQ(item.background.set(true, item.defaults), (State{Status::enabled, true}));
+    EXPECT_EQ(item.background.set(true, item.defaults), (State{Status::enabled, true}));
+    EXPECT_THAT(item.service->calls, ElementsAre("register"));
+
+    item.service->unregisterRefusal = "busy";
+    EXPECT_EQ(item.background.set(false, item.defaults), (State{Status::enabled, true, {}, "busy"}));
+    EXPECT_EQ(item.defaults.storedBoolean(preference), true);
+    item.service->unregisterRefusal.reset();
+    EXPECT_EQ(item.background.set(false, item.defaults), (State{Status::notRegistered, false}));
+    item.service->calls.clear();
+    item.service->now = Status::notFound;
+    EXPECT_EQ(item.background.set(false, item.defaults), (State{Status::notFound, false}));
+    EXPECT_THAT(item.service->calls, IsEmpty());
+    item.defaults.remove(preference);
+    item.service->now = Status::enabled;
+    EXPECT_TRUE(item.background.current(item.defaults).wanted);
+}
+
+TEST(BackgroundService, theOldAgentIsMovedAwayOnceItHasStopped) {
+    LoginItem item;
+    item.installOldAgent();
+    item.unloadsAt = 101;
+    item.defaults.set(preference, false);
+    const auto state = item.background.prepareAtLaunch(item.defaults);
+    ASSERT_TRUE(state.migratedTo);
+    EXPECT_EQ(state, (State{Status::enabled, true, state.migratedTo}));
+    EXPECT_EQ(item.uptime, 101);
+    EXPECT_THAT(item.launchd, ElementsAre("bootout com.kelvadrome.daemon"));
+    EXPECT_EQ(item.defaults.storedBoolean(preference), true);
+    EXPECT_EQ(item.defaults.string(build), "7");
+    EXPECT_FALSE(Files::exists(item.background.legacy.path));
+    EXPECT_TRUE(Files::exists(*state.migratedTo + "/com.kelvadrome.daemon.plist"));
+
+    // A service that is on already is only told which build it belongs to.
+    item.installOldAgent();
+    item.defaults.remove(build);
+    item.service->calls.clear();
+    EXPECT_EQ(item.background.prepareAtLaunch(item.defaults).migratedTo, *state.migratedTo + "-1");
+    EXPECT_THAT(item.service->calls, IsEmpty());
+    EXPECT_EQ(item.defaults.string(build), "7");
+}
+
+TEST(BackgroundService, anOldAgentThatStaysLoadedStaysWhereItIs) {
+    LoginItem item;
+    item.installOldAgent();
+    item.unloadsAt = 1000;
+    const auto state = item.background.prepareAtLaunch(item.defaults);
+    EXPECT_EQ(
+        state, (State{Status::notRegistered, false, {},
+                   "The old background agent did not stop. kelvadrome left it as it is and will try again at "
+                   "the next launch."}));
+    EXPECT_EQ(item.uptime, 120);
+    EXPECT_TRUE(item.background.legacy.isPresent());
+    EXPECT_EQ(item.defaults.object(preference), std::nullopt);
+    EXPECT_THAT(item.service->calls, IsEmpty());
+}
+
+TEST(BackgroundService, aBackupThatFailsLeavesTheAgentAndSaysWhy) {
+    LoginItem item;
+    item.installOldAgent();
+    std::ofstream(item.folder / "data") << "in the way";
+    const auto state = item.background.prepareAtLaunch(item.defaults);
+    EXPECT_EQ(state.error, "kelvadrome could not move the old background agent: " + (item.folder / "data") +
+                               " could not be created: Not a directory");
+    EXPECT_FALSE(state.wanted);
+    EXPECT_TRUE(item.background.legacy.isPresent());
+}
+
+TEST(BackgroundService, aMigrationThatIsRefusedIsRolledBack) {
+    LoginItem item;
+    item.installOldAgent();
+    item.service->refusal = "no";
+    const auto state = item.background.prepareAtLaunch(item.defaults);
+    EXPECT_EQ(state.error, "macOS refused the background service. The old background agent stays for now.");
+    EXPECT_EQ(state.migratedTo, std::nullopt);
+    EXPECT_TRUE(item.background.legacy.isPresent());
+    EXPECT_THAT(item.launchd,
+        ElementsAre("bootout com.kelvadrome.daemon", "bootstrap " + item.background.legacy.path));
+
+    // One that waits for the user is none.
+    item.service->refusal.reset();
+    item.service->afterRegister = Status::requiresApproval;
+    const auto waiting = item.background.prepareAtLaunch(item.defaults);
+    EXPECT_TRUE(waiting.migratedTo);
+    EXPECT_TRUE(waiting.needsApproval());
+}
+
+TEST(BackgroundService, launchctlIsCalledByTheseVectors) {
+    std::vector<std::vector<std::string>> vectors;
+    std::int32_t status = 0;
+    const auto effects = BackgroundService::Effects::live([&](std::vector<std::string> arguments) {
+        vectors.push_back(std::move(arguments));
+        return status;
+    });
+    const auto domain = "gui/" + std::to_string(::getuid());
+    effects.bootout("a.b");
+    EXPECT_TRUE(effects.isLoaded("a.b"));
+    status = 113;
+    EXPECT_FALSE(effects.isLoaded("a.b"));
+    effects.bootstrap("/p.plist");
+    effects.kickstart();
+    EXPECT_THAT(
+        vectors, ElementsAre(ElementsAre("bootout", domain + "/a.b"), ElementsAre("print", domain + "/a.b"),
+                     ElementsAre("print", domain + "/a.b"), ElementsAre("bootstrap", domain, "/p.plist"),
+                     ElementsAre("kickstart", domain + "/com.kelvadrome.mac.daemon")));
+}
+
+std::string binaryPlist(const std::string& xml) {
+    plist_t root = nullptr;
+    plist_from_xml(xml.data(), static_cast<std::uint32_t>(xml.size()), &root);
+    char* bytes = nullptr;
+    std::uint32_t size = 0;
+    plist_to_bin(root, &bytes, &size);
+    std::string result(bytes, size);
+    plist_to_bin_free(bytes);
+    plist_free(root);
+    return result;
+}
+
+TEST(LegacyLaunchAgent, isOnlyARegularFileWithItsOwnLabel) {
+    TemporaryFolder folder;
+    const LegacyLaunchAgent agent{folder / "a.plist"};
+    const auto present = [&](const std::string& bytes) {
+        std::ofstream(agent.path, std::ios::binary) << bytes;
+        return agent.isPresent();
+    };
+    EXPECT_FALSE(agent.isPresent());
+    const auto ours = agentPlist("com.kelvadrome.daemon");
+    EXPECT_TRUE(present(ours));
+    EXPECT_TRUE(present(binaryPlist(ours)));
+    EXPECT_FALSE(present(agentPlist("com.kelvadrome.daemon2")));
+    EXPECT_FALSE(present(""));
+    EXPECT_FALSE(present("bplist00 and no more"));
+    EXPECT_FALSE(present(ours.substr(0, ours.size() / 2)));
+    EXPECT_FALSE(
+        present(R"(<plist version="1.0"><array><string>com.kelvadrome.daemon</string></array></plist>)"));
+    EXPECT_FALSE(
+        present(R"(<plist version="1.0"><dict><key>Label</key><integer>3</integer></dict></plist>)"));
+    EXPECT_TRUE(present(ours));
+    fs::create_symlink(agent.path, folder / "link.plist");
+    EXPECT_FALSE((LegacyLaunchAgent{folder / "link.plist"}.isPresent()));
+    EXPECT_FALSE((LegacyLaunchAgent{folder.path()}.isPresent()));
+}
+
+TEST(LegacyLaunchAgent, theBackupHasANoteAndAPrivateFolder) {
+    ::setenv("TZ", "UTC-3", 1);
+    ::tzset();
+    LoginItem item;
+    item.installOldAgent();
+    const auto folder = item.background.legacy.moveToBackup(item.folder / "data", wallTime(1'800'000'000.75));
+    EXPECT_EQ(folder, item.folder / "data/backups/2027-01-15/loginitem-110000");
+    EXPECT_EQ(fs::status(folder).permissions(), fs::perms::owner_all);
+    EXPECT_EQ(
+        Files::read(folder + "/com.kelvadrome.daemon.plist", 4096), agentPlist("com.kelvadrome.daemon"));
+    EXPECT_EQ(
+        fs::status(folder + "/README.txt").permissions(), fs::perms::owner_read | fs::perms::owner_write);
+    EXPECT_EQ(Files::read(folder + "/README.txt", 4096),
+        "Moved here by kelvadrome 2027-01-15T08:00:00Z when the daemon became a login item of kelvadrome.app "
+        "(D-126).\n"
+        "The file was the LaunchAgent that scripts/install/install.sh wrote to ~/Library/LaunchAgents before "
+        "0.2.2.\n"
+        "It is kept as a record. Putting it back would show the daemon under the certificate holder's name "
+        "again.\n");
+    EXPECT_THROW(item.background.legacy.moveToBackup(item.folder / "data", item.now), std::system_error);
+}
+
+} // namespace
+} // namespace test
+} // namespace kelvadrome

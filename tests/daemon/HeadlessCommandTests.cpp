@@ -1,0 +1,210 @@
+#include "KelvadromeKit/daemon/HeadlessCommand.h"
+#include "KelvadromeKit/support/Descriptor.h"
+
+#include "tests/daemon/LoginItem.h"
+
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace kelvadrome::test {
+namespace {
+
+namespace fs = std::filesystem;
+using Status = BackgroundServiceStatus;
+
+struct Command {
+    Command() {
+        world = {.resources = [this] { return resources; },
+            .environment = {{"PATH", "/usr/bin:/bin"}},
+            .userHome = item.folder / "home",
+            .agentService = [this] { return item.service; },
+            .background = item.background.effects,
+            .build = "7",
+            .defaults = [this]() -> Defaults& { return item.defaults; },
+            .out = [this](std::string_view text) { out += text; },
+            .err = [this](std::string_view text) { err += text; },
+            .replaceProcess = HeadlessCommand::replaceProcess};
+    }
+
+    std::optional<std::int32_t> run(std::vector<std::string> arguments) {
+        arguments.insert(arguments.begin(), "kelvadrome");
+        return HeadlessCommand::run(arguments, world);
+    }
+
+    /// A "Node" that tells what it was given.
+    void installNode(const std::string& script) {
+        resources = item.folder / "res";
+        fs::create_directories(*resources + "/node/bin");
+        fs::create_directories(*resources + "/kelvadrome");
+        std::ofstream(*resources + "/kelvadrome/kelvadromed-app.mjs") << "";
+        std::ofstream(*resources + "/node/bin/node") << script;
+        fs::permissions(*resources + "/node/bin/node", fs::perms::owner_all);
+    }
+
+    /// Becomes the daemon in a child process, whose streams are `streams` at first; the exit status.
+    int execInChild(const std::string& streams) {
+        world.err = [](std::string_view text) { (void)!::write(STDERR_FILENO, text.data(), text.size()); };
+        const pid_t pid = ::fork();
+        if (pid == 0) {
+            const int fd = ::open(streams.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600);
+            ::dup2(fd, STDOUT_FILENO);
+            ::dup2(fd, STDERR_FILENO);
+            ::_exit(run({"--kelvadromed", "and", "more"}).value_or(99));
+        }
+        int status = 0;
+        ::waitpid(pid, &status, 0);
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    }
+
+    LoginItem item;
+    std::optional<std::string> resources;
+    HeadlessCommand::World world;
+    std::string out;
+    std::string err;
+};
+
+std::string text(const std::string& path) {
+    return Files::read(path, 1 << 16).value_or("no file");
+}
+
+int mode(const std::string& path) {
+    struct stat info {};
+    ::stat(path.c_str(), &info);
+    return info.st_mode & 0777;
+}
+
+TEST(HeadlessCommand, onlyTheSecondWordDecidesAndOnlyWhole) {
+    Command command;
+    EXPECT_EQ(HeadlessCommand::run({}, command.world), std::nullopt);
+    EXPECT_EQ(command.run({}), std::nullopt);
+    for (const auto* word : {"--help", "--Kelvadromed", "--kelvadromed2", "-KDHome", ""}) {
+        EXPECT_EQ(command.run({word, "--background-status"}), std::nullopt) << word;
+    }
+    command.item.service->now = Status::requiresApproval;
+    EXPECT_EQ(command.run({"--background-status", "--unregister-background"}), 0);
+    EXPECT_EQ(command.out, "requiresApproval\n");
+    EXPECT_TRUE(command.item.service->calls.empty());
+}
+
+TEST(HeadlessCommand, theLoginItemsStateIsInTheExitStatus) {
+    struct Row {
+        const char* word;
+        Status before;
+        Status afterRegister;
+        std::int32_t status;
+        const char* out;
+    };
+    for (const auto& row :
+        {Row{"--register-background", Status::notRegistered, Status::enabled, 0, "enabled\n"},
+            Row{"--register-background", Status::requiresApproval, Status::enabled, 3, "requiresApproval\n"},
+            Row{"--register-background", Status::notRegistered, Status::requiresApproval, 3,
+                "requiresApproval\n"},
+            Row{"--register-background", Status::notFound, Status::enabled, 1, "notFound\n"},
+            Row{"--register-background", Status::notRegistered, Status::notRegistered, 1, "notRegistered\n"},
+            Row{"--unregister-background", Status::enabled, Status::enabled, 0, "notRegistered\n"},
+            Row{"--unregister-background", Status::notFound, Status::enabled, 0, "notFound\n"}}) {
+        Command command;
+        command.item.service->now = row.before;
+        command.item.service->afterRegister = row.afterRegister;
+        EXPECT_EQ(command.run({row.word}), row.status);
+        EXPECT_EQ(command.out, row.out);
+        EXPECT_EQ(command.err, "");
+        EXPECT_EQ(command.item.defaults.storedBoolean("KDBackgroundService"),
+            std::string(row.word) == "--register-background");
+    }
+}
+
+TEST(HeadlessCommand, errorsAndMigrationsAreToldOnTheirStreams) {
+    Command refused;
+    refused.item.service->refusal = "no";
+    EXPECT_EQ(refused.run({"--register-background"}), 1);
+    EXPECT_EQ(refused.out, "notRegistered\n");
+    EXPECT_EQ(
+        refused.err, "macOS refused the background service (no). The daemon runs while the app is open.\n");
+
+    Command stuck;
+    stuck.item.service->now = Status::enabled;
+    stuck.item.service->unregisterRefusal = "busy";
+    EXPECT_EQ(stuck.run({"--unregister-background"}), 1);
+    EXPECT_EQ(stuck.err, "busy\n");
+
+    Command moved;
+    moved.item.installOldAgent();
+    ::setenv("HOME", (moved.item.folder / "home").c_str(), 1); // the backup goes to this user's default home
+    EXPECT_EQ(moved.run({"--register-background"}), 0);
+    EXPECT_TRUE(moved.out.starts_with(
+        "moved the old LaunchAgent to " + DaemonEnvironment::defaultHome() + "/backups/"));
+    EXPECT_TRUE(moved.out.ends_with("\nenabled\n"));
+}
+
+TEST(HeadlessCommand, theProcessBecomesTheDaemonInItsHomeWithItsLogs) {
+    Command command;
+    command.installNode("#!/bin/sh\necho \"$@\"\npwd\necho \"$KELVADROME_HOME\"\necho oops >&2\nexit 7\n");
+    EXPECT_EQ(command.execInChild(command.item.folder / "old"), 7);
+    const auto home = command.world.userHome + "/Library/Application Support/Kelvadrome";
+    const auto logs = command.world.userHome + "/Library/Logs/Kelvadrome";
+    EXPECT_EQ(text(logs + "/kelvadromed.out.log"),
+        *command.resources + "/kelvadrome/kelvadromed-app.mjs --home " + home + " --static " +
+            *command.resources + "/kelvadrome/web/dist\n" + home + "\n" + home + "\n");
+    EXPECT_EQ(text(logs + "/kelvadromed.err.log"), "oops\n");
+    EXPECT_EQ(mode(home), 0700);
+    EXPECT_EQ(mode(logs), 0700);
+    EXPECT_EQ(text(command.item.folder / "old"), "");
+}
+
+TEST(HeadlessCommand, aLogThatIsALinkIsNotFollowedAndTheDaemonStartsAllTheSame) {
+    Command command;
+    command.installNode("#!/bin/sh\necho out\n");
+    const auto logs = command.world.userHome + "/Library/Logs/Kelvadrome";
+    fs::create_directories(logs);
+    fs::create_symlink(command.item.folder / "victim", logs + "/kelvadromed.out.log");
+    EXPECT_EQ(command.execInChild(command.item.folder / "old"), 0);
+    EXPECT_FALSE(fs::exists(command.item.folder / "victim"));
+    EXPECT_EQ(text(command.item.folder / "old"), "out\n");
+}
+
+TEST(HeadlessCommand, whatKeepsTheDaemonFromStartingIsInTheExitStatus) {
+    Command none;
+    EXPECT_EQ(none.run({"--kelvadromed"}), 78);
+    EXPECT_EQ(none.err, "kelvadrome: the bundled daemon or Node is missing\n");
+    none.installNode("");
+    fs::remove(*none.resources + "/kelvadrome/kelvadromed-app.mjs");
+    EXPECT_EQ(none.run({"--kelvadromed"}), 78);
+
+    Command broken;
+    broken.installNode("#!/no/such/interpreter\n");
+    EXPECT_EQ(broken.execInChild(broken.item.folder / "old"), 71);
+    EXPECT_EQ(text(broken.world.userHome + "/Library/Logs/Kelvadrome/kelvadromed.err.log"),
+        "kelvadrome: could not start " + *broken.resources + "/node/bin/node: errno 2\n");
+}
+
+TEST(HeadlessCommand, aStreamOnlyEverGoesToTheEndOfAPrivateRegularFile) {
+    TemporaryFolder folder;
+    Descriptor stream(::open((folder / "before").c_str(), O_WRONLY | O_CREAT, 0600));
+    const auto goesTo = [&](const std::string& path, const std::string& words) {
+        HeadlessCommand::redirect(stream.get(), path);
+        (void)!::write(stream.get(), words.data(), words.size());
+    };
+    fs::create_symlink(folder / "target", folder / "link");
+    ASSERT_EQ(::mkfifo((folder / "pipe").c_str(), 0600), 0);
+    goesTo(folder / "link", "1");
+    goesTo(folder / "pipe", "2");
+    goesTo(folder / "", "3");
+    goesTo(folder / "missing/file", "4");
+    EXPECT_EQ(text(folder / "before"), "1234");
+    EXPECT_FALSE(fs::exists(folder / "target"));
+
+    std::ofstream(folder / "log") << "old ";
+    fs::permissions(folder / "log", fs::perms(0644));
+    goesTo(folder / "log", "new");
+    EXPECT_EQ(text(folder / "log"), "old new");
+    EXPECT_EQ(mode(folder / "log"), 0600);
+    EXPECT_EQ(text(folder / "before"), "1234");
+}
+
+} // namespace
+} // namespace kelvadrome::test
