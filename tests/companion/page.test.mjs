@@ -1,7 +1,7 @@
 // Who gets into the page port, and who may write there.
 import { test } from 'node:test';
 import assert from 'node:assert/strict';
-import { readFileSync, statSync } from 'node:fs';
+import { mkdirSync, readFileSync, statSync, symlinkSync, writeFileSync } from 'node:fs';
 import { createHash } from 'node:crypto';
 import { join } from 'node:path';
 import { request } from 'node:http';
@@ -107,4 +107,13 @@ test('the page is served with a strict policy, only to a session, and nothing be
   for (const path of ['/nope', '/../package.json', '/%2e%2e/%2e%2e/package.json', '/..%2f..%2fsrc/store.mjs', '/.hidden.js', '/app.js%00.html', '/%ff.js']) {
     assert.equal((await rawGet(world, path, page.cookie)).status, 404, path);
   }
+
+  const root = join(world.home, 'web');
+  mkdirSync(root);
+  writeFileSync(join(world.home, 'outside.js'), 'secret');
+  writeFileSync(join(root, 'inside.js'), 'page');
+  symlinkSync('../outside.js', join(root, 'link.js'));
+  await world.restart({}, ['--static', root]);
+  const again = await world.login();
+  assert.deepEqual([(await again.raw('GET', '/inside.js')).text, (await again.raw('GET', '/link.js')).status], ['page', 404]);
 });

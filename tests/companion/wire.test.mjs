@@ -4,7 +4,7 @@ import assert from 'node:assert/strict';
 import { connect } from 'node:net';
 import { once } from 'node:events';
 import { request, createServer } from 'node:http';
-import { existsSync, mkdirSync, statSync, writeFileSync } from 'node:fs';
+import { chmodSync, existsSync, mkdirSync, statSync, writeFileSync } from 'node:fs';
 import { join } from 'node:path';
 import { spawn, spawnSync } from 'node:child_process';
 import { COMPANION, World, until } from './world.mjs';
@@ -63,7 +63,7 @@ test('sessions tell what is true: waiting while they ask, ended when their proce
   const live = (await world.ok('/v1/sessions/live')).sessions;
   assert.equal(new Set(live.map((row) => row.callsign)).size, live.length);
   for (const row of live) assert.match(row.callsign, /^[\p{L}][\p{L}0-9' -]{0,23}$/u);
-  assert.deepEqual((await world.ok('/v1/topic/detail', { topic: 'Storage' })).folder, '/work-of-the-user');
+  assert.deepEqual((await world.ok('/v1/topic/detail', { topic: 'Storage' })).folder, '/home/user/project');
   assert.deepEqual((await world.ok('/v1/search', { q: 'DEPLOY' })).questions.map((hit) => [hit.kind, hit.id, hit.topic]), [['question', id, 'Storage']]);
   assert.deepEqual((await world.ok('/v1/search', { q: '%' })), { topics: [], decisions: [], questions: [] });
 });
@@ -111,6 +111,8 @@ test('the daemon leaves when its parent does, and only when it was told to watch
 
 test('a second daemon, a busy port, a bad home and bad words each end the start with a clear line', async (t) => {
   const world = await World.open(t);
+  chmodSync(world.home, 0o755);
+  await world.restart();
   assert.equal(statSync(world.home).mode & 0o777, 0o700);
   assert.equal(statSync(world.socketPath).mode & 0o777, 0o600);
   const blocker = createServer().listen(0, '127.0.0.1');

@@ -88,8 +88,8 @@ export class World {
     return child;
   }
 
-  async start(env = {}) {
-    this.child = this.spawn([], env);
+  async start(env = {}, args = []) {
+    this.child = this.spawn(args, env);
     const health = await until(() => this.call('/v1/health', undefined, 'GET').then((reply) => reply.data, () => null), 'the daemon answers');
     this.port = health.port;
     return health;
@@ -101,9 +101,9 @@ export class World {
     await this.child.ended;
   }
 
-  async restart(env) {
+  async restart(env, args) {
     await this.kill();
-    return this.start(env);
+    return this.start(env, args);
   }
 
   raw(method, path, body, headers = {}) { return exchange({ socketPath: this.socketPath, method, path, headers }, body); }
@@ -134,7 +134,7 @@ export class World {
 
   /** Asks as an agent in a tmux pane would; the pid is this test's own, so that the agent lives. */
   async ask(more = {}) {
-    const live = { pid: process.pid, pgid: process.pid, tty: 'pts/3', host: 'tmux', host_ref: '%3', cwd: '/work-of-the-user' };
+    const live = { pid: process.pid, pgid: process.pid, tty: 'pts/3', host: 'tmux', host_ref: '%3', cwd: '/home/user/project' };
     return (await this.ok('/v1/ask', { agent: 'claude', title: 'Deploy?', options: ['Yes', 'No'], menu: true, live, ...more })).card_id;
   }
 
