@@ -4,6 +4,7 @@
 #include "KelvadromeKit/wire/ChunkedDecoder.h"
 #include "KelvadromeKit/wire/FDCloser.h"
 #include "KelvadromeKit/wire/SSEParser.h"
+#include "KelvadromeKit/wire/StreamText.h"
 
 #include <functional>
 #include <optional>
@@ -11,17 +12,6 @@
 #include <string_view>
 
 namespace kelvadrome {
-
-/// Turns the bytes of an event stream into text that never ends inside a character. Bad bytes become U+FFFD
-/// and stop nothing.
-class StreamText {
-public:
-    /// The text that this piece, after what the last one left, makes available.
-    std::string take(std::string_view bytes);
-
-private:
-    std::string carried_; // at most three bytes
-};
 
 /// One event stream from connecting to its end: `run` blocks a pool thread, `cancel` ends it from any other.
 class EventStream {

@@ -1,5 +1,5 @@
-#include "KelvadromeKit/wire/EventStream.h"
 #include "KelvadromeKit/wire/SSEParser.h"
+#include "KelvadromeKit/wire/StreamText.h"
 
 #include "tests/wire/Said.h"
 
