@@ -66,6 +66,9 @@ public:
     void start();
     Task<> stop();
 
+    /// Runs a task of the main executor for as long as the model runs.
+    void launch(std::string name, Task<> body) { tasks_.launch(std::move(name), std::move(body)); }
+
     // The daemon. None of these throws; a failure shows in `connection`.
     Task<> connect();
     Task<> refresh();
@@ -127,38 +130,49 @@ public:
 private:
     explicit AppModel(Dependencies dependencies);
 
-    /// Every write to the state goes through here: equal values change nothing and tell nobody.
+    /// Equal values change nothing and tell nobody.
     template <class T, class V>
-    void set(T AppState::*field, V&& value);
-    void launch(std::string name, Task<> body);
+    void set(T AppState::*field, V&& value) {
+        if (state_.*field == value)
+            return;
+        state_.*field = std::forward<V>(value);
+        changes_.changed();
+    }
+    static std::string describe(const std::exception_ptr& error);
 
+    // The loops and the start, AppModel.cpp.
     static Task<> live(std::weak_ptr<AppModel> weak);
     static Task<> streamLoop(std::weak_ptr<AppModel> weak);
-    static Task<> pollLoop(std::weak_ptr<AppModel> weak);
+    static Task<> pollLoop(std::weak_ptr<AppModel> weak, std::shared_ptr<Clock> clock);
     Task<> bringUp();
     Task<> prepareBackground();
+    Task<bool> startSupervisor();
+    Task<> retryNow();
     Task<> decideFirstRun();
     Task<> poll();
-    Task<> startSupervisor();
-    Task<> handOver();
-    Task<> refreshLater();
-    Task<> retryNow();
-    Task<> presentOnboarding(bool firstRun);
+    Task<> pollHealthy(Health health);
+    Task<> pollFailed();
     Task<> changeBackground(bool on);
+    Task<> handOver();
 
+    // Refreshing, AppModelRefresh.cpp.
     struct Reads;
+    Task<> refreshLater();
     void apply(Reads reads);
     Task<> renewPage();
     void notifyNewStops();
-    void showAgentStrip();
 
-    using Send = std::function<Task<PageSession::ReceiptOut>()>;
-    void hold(const Card& card, std::string label, Send send);
-    Task<> sendHeld(std::string id, Send send);
+    // The panel, AppModelActions.cpp.
+    void hold(Card card, std::string label, Task<PageSession::ReceiptOut> call);
+    Task<> sendHeld(std::string id, Task<PageSession::ReceiptOut> call);
     Task<> finishHold(std::string id);
-    Task<> undoNow(std::string id);
+    Task<> undoNow(std::string id, Task<PageSession::ReceiptOut> call);
     void removeHold(const std::string& id);
-    Task<> scopeAfter(double pause);
+
+    // Windows and pages, AppModelPages.cpp.
+    Task<> presentOnboarding(bool firstRun);
+    static Task<> scopeAfter(std::weak_ptr<AppModel> weak, double pause);
+    void showAgentStrip();
 
     Dependencies d_;
     AppState state_;

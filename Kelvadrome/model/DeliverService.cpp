@@ -83,7 +83,8 @@ Task<> DeliverService::claimLoop(
         boost::json::object body{{"wait_ms", claimWaitMs}};
         auto claim = co_await attempt(session->post<DeliverClaimOut>("/v1/deliver/claim", std::move(body)));
         if (!claim) {
-            co_await clock->sleep(isMissingRoute(claim.error()) ? pauseWithoutRoute : pauseAfterError);
+            const double pause = isMissingRoute(claim.error()) ? pauseWithoutRoute : pauseAfterError;
+            co_await clock->sleep(pause);
             continue;
         }
         for (auto& job : claim->jobs) {
@@ -130,8 +131,9 @@ Task<> DeliverService::reportHosts() {
 
     if (hosts == lastHosts_ && with_.clock->uptime() - lastHostsSent_ <= repeatAfter)
         co_return;
+    auto report = hostReport(hosts);
     const auto sent =
-        co_await attempt(with_.session->post<AnyDecodable>("/v1/live/hosts", hostReport(hosts)));
+        co_await attempt(with_.session->post<AnyDecodable>("/v1/live/hosts", std::move(report)));
     if (!sent)
         co_return;
     lastHosts_ = std::move(hosts);
@@ -161,8 +163,8 @@ Task<> DeliverService::askWhereAgentsRun(std::map<std::string, HostAccess> acces
 Task<> DeliverService::labelTabs() {
     if (lastHosts_.sessions.empty() || !with_.apps->isRunning(std::string(LiveScripts::itermBundle)))
         co_return;
-    auto live =
-        co_await attempt(with_.session->post<CrewLabelList>("/v1/sessions/live", boost::json::object()));
+    boost::json::object all;
+    auto live = co_await attempt(with_.session->post<CrewLabelList>("/v1/sessions/live", std::move(all)));
     if (!live)
         co_return;
     auto actions =

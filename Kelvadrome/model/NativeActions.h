@@ -3,7 +3,6 @@
 #include "Kelvadrome/model/AppModel.h"
 #include "KelvadromeKit/support/JSON.h"
 
-#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -13,7 +12,7 @@
 namespace kelvadrome::NativeActions {
 
 /// Carries out one message from the page. Main executor.
-void handle(const std::string& type, const JSONObject& body, const std::shared_ptr<AppModel>& model);
+void handle(const std::string& type, const JSONObject& body, AppModel& model);
 
 /// The folder in a topic's details: "folder", "folder_path", or what holds "continuity_path", as the first
 /// that is an absolute path; else the same of the inner "topic".

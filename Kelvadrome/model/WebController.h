@@ -4,6 +4,7 @@
 #include "KelvadromeKit/attention/ScopeFilter.h"
 #include "KelvadromeKit/daemon/NavSection.h"
 #include "KelvadromeKit/page/PageSession.h"
+#include "KelvadromeKit/page/PageURL.h"
 
 #include <functional>
 #include <optional>
@@ -18,7 +19,7 @@ namespace kelvadrome {
 /// executor; nothing throws.
 class WebController {
 public:
-    using QueryItems = std::vector<std::pair<std::string, std::string>>;
+    using QueryItems = PageURL::QueryItems;
 
     virtual ~WebController() = default;
 

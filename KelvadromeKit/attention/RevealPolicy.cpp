@@ -31,7 +31,8 @@ std::vector<std::string_view> standardComponents(std::string_view path) {
 
 bool isBundle(std::string_view component) {
     const auto dot = component.rfind('.');
-    return dot != std::string_view::npos &&
+    // A name that only begins with a dot has no extension.
+    return dot != std::string_view::npos && dot > 0 &&
            bundleExtensions.contains(Text::lowercased(component.substr(dot + 1)));
 }
 

@@ -74,7 +74,8 @@ Task<AutomationStatus> AutomationPrompter::ask(Self self, std::string bundle) {
         InFlight& operator=(const InFlight&) = delete;
     };
     const InFlight open(*self, bundle);
-    const auto code = co_await self->probe_.request(bundle);
+    auto question = self->probe_.request(bundle);
+    const auto code = co_await std::move(question);
     co_return automationStatusFrom(code);
 }
 

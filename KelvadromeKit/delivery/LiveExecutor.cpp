@@ -116,7 +116,8 @@ Task<JobOutcome> LiveExecutor::open(DeliverJob job) const {
         co_return output.status == 0 ? JobOutcome::done()
                                      : JobOutcome::failed("tmux did not open the session");
     }
-    const auto output = co_await runner->run(scriptCommand(LiveScripts::itermOpen, *line), openLimit);
+    auto command = scriptCommand(LiveScripts::itermOpen, *line);
+    const auto output = co_await runner->run(std::move(command), openLimit);
     const bool opened = output.status == 0 && output.stdoutText.find("ok") != std::string::npos;
     co_return opened ? JobOutcome::done() : JobOutcome::failed("iTerm2 did not open the window");
 }

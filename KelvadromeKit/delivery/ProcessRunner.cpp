@@ -11,7 +11,7 @@
 #include <poll.h>
 #include <spawn.h>
 #include <sys/eventfd.h>
-#include <sys/pidfd.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 
 namespace kelvadrome {
@@ -135,7 +135,7 @@ public:
         if (!pid)
             return false;
         pid_ = *pid;
-        pidfd_ = Descriptor(::pidfd_open(pid_, 0));
+        pidfd_ = Descriptor(static_cast<int>(::syscall(SYS_pidfd_open, pid_, 0)));
         return true;
     }
 

@@ -22,7 +22,7 @@ Task<ConsentCode> noAnswer(std::string) {
 /// One question at a time. Each waits on a thread of its own that nobody joins, for as long as the user
 /// takes.
 Task<ConsentCode> ask(std::shared_ptr<std::mutex> turn, Call request, std::string bundleId) {
-    const auto start = [=](Completion<ConsentCode> finish) {
+    auto start = [=](Completion<ConsentCode> finish) {
         std::thread([=] {
             ConsentCode code;
             {
@@ -32,7 +32,7 @@ Task<ConsentCode> ask(std::shared_ptr<std::mutex> turn, Call request, std::strin
             finish(code);
         }).detach();
     };
-    co_return co_await suspendUntil<ConsentCode>(start);
+    co_return co_await suspendUntil<ConsentCode>(std::move(start));
 }
 
 } // namespace

@@ -27,7 +27,8 @@ Task<LiveExecutor::Hosts> LiveExecutor::hostsAndAccess(
             result.access[host] = HostAccess::waiting;
             continue;
         }
-        const auto output = co_await runner->run(listCommand(app), listLimit);
+        auto list = listCommand(app);
+        const auto output = co_await runner->run(std::move(list), listLimit);
         if (output.status == 0) {
             auto sessions = LiveScripts::parseList(output.stdoutText, host);
             std::ranges::move(sessions, std::back_inserter(result.sessions));

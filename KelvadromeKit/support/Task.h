@@ -177,31 +177,33 @@ struct PendingCompletion {
 /// closure must bring about the completion, and may come late, after the completion was called.
 template <class T, class Start>
 Task<T> suspendUntil(Start start) {
-    auto value = co_await asio::async_initiate<const asio::use_awaitable_t<>, void(std::optional<T>)>(
-        [start = std::move(start)](auto handler) mutable {
-            auto slot = asio::get_associated_cancellation_slot(handler);
-            Executor executor =
-                asio::prefer(asio::get_associated_executor(handler), asio::execution::outstanding_work.tracked);
-            using Pending = detail::PendingCompletion<decltype(handler)>;
-            auto pending = std::make_shared<Pending>(std::move(handler), std::move(executor));
-            Completion<T> completion([pending](T result) {
-                if (pending->taken.exchange(true)) return;
-                auto on = std::exchange(pending->executor, Executor());
-                asio::post(on, [handler = std::move(pending->handler),
-                                   result = std::optional<T>(std::move(result))]() mutable {
-                    std::move(handler)(std::move(result));
-                });
+    // GCC 12 destroys what a temporary inside a co_await expression owns twice, so the closure gets a name first.
+    auto initiate = [start = std::move(start)](auto handler) mutable {
+        auto slot = asio::get_associated_cancellation_slot(handler);
+        Executor executor =
+            asio::prefer(asio::get_associated_executor(handler), asio::execution::outstanding_work.tracked);
+        using Pending = detail::PendingCompletion<decltype(handler)>;
+        auto pending = std::make_shared<Pending>(std::move(handler), std::move(executor));
+        Completion<T> completion([pending](T result) {
+            if (pending->taken.exchange(true)) return;
+            auto on = std::exchange(pending->executor, Executor());
+            asio::post(on, [handler = std::move(pending->handler),
+                               result = std::optional<T>(std::move(result))]() mutable {
+                std::move(handler)(std::move(result));
             });
-            if constexpr (std::is_void_v<std::invoke_result_t<Start&, Completion<T>>>) {
-                start(completion);
-            } else {
-                auto cancel = start(completion);
-                if (slot.is_connected()) {
-                    slot.assign([cancel = std::move(cancel)](asio::cancellation_type) mutable { cancel(); });
-                }
+        });
+        if constexpr (std::is_void_v<std::invoke_result_t<Start&, Completion<T>>>) {
+            start(completion);
+        } else {
+            auto cancel = start(completion);
+            if (slot.is_connected()) {
+                slot.assign([cancel = std::move(cancel)](asio::cancellation_type) mutable { cancel(); });
             }
-        },
-        asio::use_awaitable);
+        }
+    };
+    auto waiting = asio::async_initiate<const asio::use_awaitable_t<>, void(std::optional<T>)>(
+        std::move(initiate), asio::use_awaitable);
+    auto value = co_await std::move(waiting);
     co_return std::move(*value);
 }
 

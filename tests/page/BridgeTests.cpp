@@ -1,5 +1,7 @@
 #include "KelvadromeKit/page/BridgeMessage.h"
 #include "KelvadromeKit/page/JS.h"
+#include "KelvadromeKit/page/PageCall.h"
+#include "KelvadromeKit/page/PageURL.h"
 #include "KelvadromeKit/page/PercentCoding.h"
 #include "KelvadromeKit/page/SkillRunCommand.h"
 
@@ -65,4 +67,29 @@ TEST(PercentCoding, bytesOutsideTheUnreservedOnesAreEncoded) {
     EXPECT_EQ(percentDecoded("a%20b+c"), "a b+c");
     for (const auto* bad : {"%", "%2", "%zz", "%FF"})
         EXPECT_FALSE(percentDecoded(bad)) << bad;
+}
+
+TEST(PageURL, itemsStandInOrderAndNothingOfThemEscapes) {
+    using enum ScopeFilter;
+    const std::string base = "http://127.0.0.1:4711";
+    EXPECT_EQ(PageURL::url(base, "/topics", all, InterfaceMode::simple), base + "/topics?shell=native");
+    EXPECT_EQ(PageURL::url(base, "/", family, InterfaceMode::expert, {{"q", "a&b=c d#\u00e9"}}),
+        base + "/?shell=native&scope=family&mode=expert&q=a%26b%3Dc%20d%23%C3%A9");
+    EXPECT_EQ(
+        PageURL::url(base, "/a b?x#y", all, InterfaceMode::simple), base + "/a%20b%3Fx%23y?shell=native");
+}
+
+TEST(PageCall, textBecomesALiteralInTheScriptAndAnItemInTheFallback) {
+    EXPECT_EQ(PageCall::navigate("/inbox", std::nullopt), (PageCall{"b.navigate(\"/inbox\")", "/inbox", {}}));
+    EXPECT_EQ(PageCall::navigate("/", "c\"1"),
+        (PageCall{"b.navigate(\"/?card=c\\\"1\")", "/", {{"card", "c\"1"}}}));
+    EXPECT_EQ(PageCall::search(" \nx y\t"),
+        (PageCall{
+            "b.search && b.search(\"x y\") !== false && Boolean(b.search)", "/search", {{"q", "x y"}}}));
+    const auto scope = PageCall::setScope(ScopeFilter::family, "/topics");
+    EXPECT_TRUE(
+        scope.expression.starts_with("b.setScope ? b.setScope(\"family\") !== false : (function(t){"));
+    EXPECT_TRUE(scope.expression.ends_with("return false})(\"Family\")"));
+    EXPECT_EQ((PageCall{"b.x()", "", {}}.script()),
+        "(function(){ var b = window.kelvadrome; if (b) { return Boolean(b.x()) } return false })()");
 }

@@ -8,8 +8,6 @@
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 
-#include <chrono>
-
 using namespace kelvadrome;
 using namespace kelvadrome::test;
 
@@ -138,30 +136,6 @@ TEST(PageSession, aLoginFailsAtEachOfItsStepsInItsOwnWay) {
     EXPECT_FALSE(world.loop.run(world.session->current()));
     world.daemon.on("/v1/page/me", FakeReply::data(R"({"csrf":"t"})"));
     EXPECT_EQ(world.loop.run(world.session->ensure()).csrf, "t");
-}
-
-TEST(CurlHTTP, aCancelledExchangeEndsAtOnceAndARefusedConnectionSaysSo) {
-    TestLoop loop;
-    FakeDaemon daemon;
-    const auto port = daemon.listenOnTCP();
-    auto gate = std::make_shared<FakeGate>();
-    daemon.on("/held", FakeReply::data("{}").heldBy(gate));
-    auto http = std::make_shared<CurlHTTP>(loop.pool());
-    HTTPRequest request{"GET", fmt::format("http://127.0.0.1:{}/held", port), {}, std::nullopt, 60};
-    auto outcome = std::make_shared<std::optional<Outcome<HTTPResponse>>>();
-    const auto handle = spawn(loop.executor(), "held exchange",
-        [](std::shared_ptr<CurlHTTP> http, HTTPRequest request, auto outcome) -> Task<> {
-            auto ended = co_await attempt(http->exchange(std::move(request)));
-            *outcome = std::move(ended);
-        }(http, request, outcome));
-    loop.until([&] { return !daemon.requests("/held").empty(); }, "the request to arrive");
-    handle.cancel();
-    // Far below the exchange's own limit of 60 s: `until` gives up after 20.
-    loop.until([&] { return outcome->has_value(); }, "the cancelled exchange to end");
-    EXPECT_TRUE(isCancellation((*outcome)->error()));
-    gate->open();
-    daemon.stop();
-    EXPECT_THROW(loop.run(http->exchange(request)), std::runtime_error);
 }
 
 TEST(MintLogin, aForeignKeyIsToldOnceAndThrownEachTime) {

@@ -22,6 +22,12 @@ Task<std::thread::id> currentThread() {
     co_return std::this_thread::get_id();
 }
 
+Task<int> heldWhile(std::shared_ptr<int> held, std::shared_ptr<std::optional<Completion<int>>> ending) {
+    auto wait = suspendUntil<int>([held, ending](Completion<int> completion) { *ending = completion; });
+    const int result = co_await std::move(wait);
+    co_return result;
+}
+
 } // namespace
 
 TEST(Tasks, sleepersWakeInOrderAndACancelledOneDoesNotGoOn) {
@@ -52,6 +58,21 @@ TEST(Tasks, aShieldedTaskRunsToItsEndAndTheCallerIsCancelledAfterIt) {
     loop.advance(*clock, 10);
     EXPECT_EQ(*marks, (std::vector<double>{1}));
     EXPECT_EQ(clock->sleepers(), 0u);
+}
+
+TEST(Tasks, whatASuspensionCapturesIsLetGoOnce) {
+    TestLoop loop;
+    const auto held = std::make_shared<int>(1);
+    const auto ending = std::make_shared<std::optional<Completion<int>>>();
+    int result = 0;
+    asio::co_spawn(loop.executor(), heldWhile(held, ending), [&](std::exception_ptr, int value) { result = value; });
+    loop.drain();
+    EXPECT_GT(held.use_count(), 1);
+    ending->value()(5);
+    loop.drain();
+    EXPECT_EQ(result, 5);
+    ending->reset();
+    EXPECT_EQ(held.use_count(), 1);
 }
 
 TEST(Tasks, gatherKeepsEachFailureToItself) {

@@ -16,10 +16,14 @@ using EasyHandle = std::unique_ptr<CURL, decltype(&curl_easy_cleanup)>;
 using MultiHandle = std::unique_ptr<CURLM, decltype(&curl_multi_cleanup)>;
 using HeaderList = std::unique_ptr<curl_slist, decltype(&curl_slist_free_all)>;
 
-constexpr int pollLimitMs = 1000; // a wake-up ends the wait at once; this is only its upper limit
+constexpr int pollLimitMs = 1000;         // a wake-up ends the wait at once; this is only its upper limit
+constexpr std::size_t maxBody = 64 << 20; // bytes
 
 std::size_t takeBody(char* data, std::size_t size, std::size_t count, void* to) {
-    static_cast<HTTPResponse*>(to)->body.append(data, size * count);
+    auto& body = static_cast<HTTPResponse*>(to)->body;
+    if (body.size() + size * count > maxBody)
+        return 0; // ends the exchange with an error
+    body.append(data, size * count);
     return size * count;
 }
 
@@ -81,16 +85,21 @@ private:
         curl_easy_setopt(handle, CURLOPT_WRITEDATA, &response_);
         curl_easy_setopt(handle, CURLOPT_HEADERFUNCTION, &takeHeader);
         curl_easy_setopt(handle, CURLOPT_HEADERDATA, &response_);
-        if (request_.method == "POST") {
-            const auto& body = request_.body.emplace(std::move(request_.body).value_or(""));
-            curl_easy_setopt(handle, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(body.size()));
-            curl_easy_setopt(handle, CURLOPT_POSTFIELDS, body.c_str());
-        } else {
-            curl_easy_setopt(handle, CURLOPT_CUSTOMREQUEST, request_.method.c_str());
+        if (request_.method == "POST" && !request_.body)
+            request_.body.emplace();
+        if (request_.body) {
+            const auto size = static_cast<curl_off_t>(request_.body->size());
+            curl_easy_setopt(handle, CURLOPT_POSTFIELDSIZE_LARGE, size);
+            curl_easy_setopt(handle, CURLOPT_POSTFIELDS, request_.body->c_str());
         }
+        curl_easy_setopt(handle, CURLOPT_CUSTOMREQUEST, request_.method.c_str());
         addHeader("Expect:");
-        for (const auto& [key, value] : request_.headers)
-            addHeader(key + ": " + value);
+        for (const auto& [key, value] : request_.headers) {
+            if (value.find_first_of(std::string_view("\r\n\0", 3)) != std::string::npos)
+                throw std::runtime_error("the value of " + key + " can't stand in a header");
+            // libcurl takes "Key:" for "leave it out" and "Key;" for "send it empty".
+            addHeader(value.empty() ? key + ";" : key + ": " + value);
+        }
         curl_easy_setopt(handle, CURLOPT_HTTPHEADER, headers_.get());
     }
 

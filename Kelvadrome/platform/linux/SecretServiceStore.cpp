@@ -6,6 +6,7 @@
 #include <libsecret/secret.h>
 
 #include <condition_variable>
+#include <cstdlib>
 #include <thread>
 
 namespace kelvadrome {
@@ -32,7 +33,8 @@ const SecretSchema& schema() {
 /// Cancels a blocking call when its limit has passed.
 class Limit {
 public:
-    Limit() : cancellable_(g_cancellable_new()), watchdog_([this] { watch(); }) {}
+    explicit Limit(double seconds)
+        : cancellable_(g_cancellable_new()), watchdog_([this, seconds] { watch(seconds); }) {}
     ~Limit() {
         {
             std::lock_guard guard(lock_);
@@ -47,10 +49,9 @@ public:
     GCancellable* get() const { return cancellable_.get(); }
 
 private:
-    void watch() {
+    void watch(double seconds) {
         std::unique_lock guard(lock_);
-        const std::chrono::duration<double> limit(SecretServiceStore::limit);
-        if (!wake_.wait_for(guard, limit, [this] { return over_; }))
+        if (!wake_.wait_for(guard, std::chrono::duration<double>(seconds), [this] { return over_; }))
             g_cancellable_cancel(cancellable_.get());
     }
 
@@ -60,6 +61,12 @@ private:
     bool over_ = false;
     std::thread watchdog_;
 };
+
+/// How long a call may take that can bring up the prompt for the keyring's password.
+double patience() {
+    const bool display = std::getenv("DISPLAY") || std::getenv("WAYLAND_DISPLAY");
+    return display ? SecretServiceStore::promptLimit : SecretServiceStore::limit;
+}
 
 /// Throws for an error, and frees it.
 void check(GError* error, const char* operation) {
@@ -74,9 +81,16 @@ void check(GError* error, const char* operation) {
 SecretServiceStore::SecretServiceStore(std::string service, std::string account, std::string label)
     : service_(std::move(service)), account_(std::move(account)), label_(std::move(label)) {}
 
-bool SecretServiceStore::answers() {
-    const Limit limit;
+bool SecretServiceStore::answers(double seconds) {
+    const Limit limit(seconds);
     GError* error = nullptr;
+    const Owned<GDBusConnection> bus(g_bus_get_sync(G_BUS_TYPE_SESSION, limit.get(), &error));
+    if (!bus) {
+        g_error_free(error);
+        return false;
+    }
+    // The shared connection would otherwise end this process when the bus goes away.
+    g_dbus_connection_set_exit_on_close(bus.get(), FALSE);
     // Opening a session proves that it answers; a bus without a service fails at once.
     const Owned<SecretService> service(
         secret_service_get_sync(SECRET_SERVICE_OPEN_SESSION, limit.get(), &error));
@@ -87,7 +101,7 @@ bool SecretServiceStore::answers() {
 
 void SecretServiceStore::set(const std::string& value) {
     const auto trimmed = trimmedSecret(value);
-    const Limit limit;
+    const Limit limit(patience());
     GError* error = nullptr;
     secret_password_store_sync(&schema(), SECRET_COLLECTION_DEFAULT, label_.c_str(), trimmed.c_str(),
         limit.get(), &error, "service", service_.c_str(), "account", account_.c_str(), nullptr);
@@ -95,7 +109,7 @@ void SecretServiceStore::set(const std::string& value) {
 }
 
 std::optional<std::string> SecretServiceStore::read() {
-    const Limit limit;
+    const Limit limit(patience());
     GError* error = nullptr;
     const std::unique_ptr<gchar, decltype(&secret_password_free)> found(
         secret_password_lookup_sync(&schema(), limit.get(), &error, "service", service_.c_str(), "account",
@@ -108,7 +122,7 @@ std::optional<std::string> SecretServiceStore::read() {
 }
 
 bool SecretServiceStore::exists() {
-    const Limit limit;
+    const Limit limit(SecretServiceStore::limit);
     GError* error = nullptr;
     // Attributes only: the secret itself isn't loaded, so no keyring has to be unlocked for it.
     auto* items = secret_password_search_sync(&schema(), SECRET_SEARCH_NONE, limit.get(), &error, "service",
@@ -121,7 +135,7 @@ bool SecretServiceStore::exists() {
 }
 
 void SecretServiceStore::remove() {
-    const Limit limit;
+    const Limit limit(patience());
     GError* error = nullptr;
     secret_password_clear_sync(
         &schema(), limit.get(), &error, "service", service_.c_str(), "account", account_.c_str(), nullptr);
@@ -134,11 +148,12 @@ MachineSecretStore::MachineSecretStore(std::string service, std::string account,
 SecretStore& MachineSecretStore::chosen() {
     std::lock_guard guard(lock_);
     if (!store_) {
-        keyring_ = SecretServiceStore::answers();
+        auto file = std::make_unique<FileSecretStore>(FileSecretStore::defaultFolder(), service_, account_);
+        keyring_ = !file->exists() && SecretServiceStore::answers();
         if (keyring_) {
             store_ = std::make_unique<SecretServiceStore>(service_, account_, label_);
         } else {
-            store_ = std::make_unique<FileSecretStore>(FileSecretStore::defaultFolder(), service_, account_);
+            store_ = std::move(file);
         }
     }
     return *store_;
@@ -165,7 +180,7 @@ std::string MachineSecretStore::whereabouts() {
     if (keyring_)
         return "In your desktop's keyring.";
     return "In a file that only you can read, in " + FileSecretStore::defaultFolder() +
-           ", since no keyring answers on this machine.";
+           ", since no keyring answered.";
 }
 
 } // namespace kelvadrome

@@ -8,15 +8,18 @@
 namespace kelvadrome {
 
 /// A secret in the desktop's keyring. Every call blocks, for at most `limit` seconds: a locked keyring on a
-/// machine without a display would otherwise hang for ever. Any thread but the main one.
+/// machine without a display would otherwise hang for ever. With a display, the calls that touch the secret
+/// wait for `promptLimit` seconds, since the user may be typing the keyring's password. Any thread but the
+/// main one.
 class SecretServiceStore final : public SecretStore {
 public:
     static constexpr double limit = 5;
+    static constexpr double promptLimit = 60;
 
     SecretServiceStore(std::string service, std::string account, std::string label);
 
-    /// Whether a Secret Service answers on this session's bus. Blocks as above.
-    static bool answers();
+    /// Whether a Secret Service answers on this session's bus within so many seconds.
+    static bool answers(double seconds = limit);
 
     void set(const std::string& value) override;
     std::optional<std::string> read() override;
@@ -29,8 +32,9 @@ private:
     std::string label_;
 };
 
-/// The store for one secret: the keyring where one answers, otherwise a file. Which of the two is found out
-/// at the first call, and stays. Calls block.
+/// The store for one secret: the keyring where one answers, otherwise a file. A secret that a file holds
+/// already stays there, so that a keyring which answers on some days only doesn't make two of it. Which of
+/// the two is found out at the first call, and stays. Calls block.
 class MachineSecretStore final : public SecretStore {
 public:
     MachineSecretStore(std::string service, std::string account, std::string label);

@@ -1,0 +1,261 @@
+#include "Kelvadrome/model/AppModel.h"
+
+namespace kelvadrome {
+
+namespace {
+
+constexpr double startTimeout = 15.0;
+constexpr double healthTimeout = 3.0;
+constexpr double pollPause = 5.0;
+constexpr double streamPause = 2.0;
+constexpr double silenceLimit = 20.0; // without a refresh for longer than this, the poll does one
+
+Task<> setUpNotifications(
+    std::shared_ptr<Notifying> notifier, bool enabled, std::function<void(bool)> report) {
+    co_await notifier->setUp(enabled, std::move(report));
+}
+
+} // namespace
+
+std::shared_ptr<AppModel> AppModel::make(Dependencies dependencies) {
+    struct Model final : AppModel {
+        explicit Model(Dependencies d) : AppModel(std::move(d)) {}
+    };
+    return std::make_shared<Model>(std::move(dependencies));
+}
+
+AppModel::AppModel(Dependencies dependencies)
+    : d_(std::move(dependencies)), changes_(d_.executor), tasks_(d_.executor) {
+    state_.section = d_.flags.section.value_or(NavSection::inbox);
+    const auto scope = d_.defaults->string("KDScopeFilter");
+    if (scope)
+        state_.scope = scopeFilterFromRawValue(*scope).value_or(ScopeFilter::all);
+    state_.interfaceMode = loadInterfaceMode(*d_.defaults);
+    d_.web->mode = state_.interfaceMode;
+    state_.inspectorShown = d_.flags.inspector && !hidesNativeChrome(state_.interfaceMode);
+    state_.agentStripShown = d_.defaults->boolean("KDAgentStrip");
+}
+
+void AppModel::start() {
+    if (liveTask_)
+        return;
+    if (d_.flags.appearance)
+        applyAppearance();
+    auto report = [weak = weak_from_this()](bool allowed) {
+        if (const auto self = weak.lock())
+            self->set(&AppState::notificationsAllowed, allowed);
+    };
+    launch("notifications", setUpNotifications(d_.notifier, d_.flags.notifications, std::move(report)));
+    liveTask_ = tasks_.launch("live", live(weak_from_this()));
+}
+
+Task<> AppModel::stop() {
+    const auto self = shared_from_this();
+    if (d_.relay)
+        d_.relay->stop();
+    liveTask_.cancel();
+    pollTask_.cancel();
+    tasks_.close();
+    co_await d_.supervisor->stop();
+}
+
+Task<> AppModel::live(std::weak_ptr<AppModel> weak) {
+    if (const auto self = weak.lock())
+        co_await self->bringUp();
+    co_await streamLoop(weak);
+}
+
+Task<> AppModel::bringUp() {
+    co_await prepareBackground();
+    const bool up = co_await startSupervisor();
+    if (up && d_.relay)
+        co_await d_.relay->startIfEnabled();
+    co_await decideFirstRun();
+    if (d_.voice)
+        co_await d_.voice->refresh(false);
+    if (tasks_.closed())
+        co_return;
+    if (d_.flags.openBar)
+        d_.screen->openCommandBar(d_.flags.barText);
+    pollTask_ = tasks_.launch("poll", pollLoop(weak_from_this(), d_.clock));
+    if (d_.startDelivery)
+        d_.startDelivery();
+}
+
+/// The login item first, so that its daemon is never doubled by a child.
+Task<> AppModel::prepareBackground() {
+    if (!d_.background)
+        co_return;
+    const auto prepare = [background = *d_.background, defaults = d_.defaults] {
+        return background.prepareAtLaunch(*defaults);
+    };
+    auto prepared = co_await d_.pool->run(prepare);
+    const bool owned = prepared.status == BackgroundServiceStatus::enabled;
+    set(&AppState::backgroundState, std::move(prepared));
+    co_await d_.supervisor->setLaunchdOwned(owned);
+}
+
+/// Brings the daemon up and connects to it; false when supervision failed.
+Task<bool> AppModel::startSupervisor() {
+    const auto status = co_await d_.supervisor->start(startTimeout);
+    set(&AppState::supervisorStatus, status);
+    if (status.mode == DaemonSupervisor::Mode::failed) {
+        set(&AppState::connection,
+            Connection::failed(status.lastError.value_or("kelvadromed did not start.")));
+        co_return false;
+    }
+    co_await connect();
+    co_return true;
+}
+
+void AppModel::retry() {
+    launch("retry", retryNow());
+}
+
+Task<> AppModel::retryNow() {
+    const auto self = shared_from_this();
+    co_await startSupervisor();
+}
+
+/// A daemon that can't tell opens the main window: setup never blocks the application.
+Task<> AppModel::decideFirstRun() {
+    if (std::exchange(firstRunDecided_, true))
+        co_return;
+    std::optional<OnboardingStatus> answer;
+    for (int pass = 0; pass < 3 && !answer; ++pass) {
+        if (state_.connection.state != Connection::State::ready)
+            continue;
+        if (pass > 0)
+            co_await d_.clock->sleep(1.0);
+        auto status = co_await attempt(d_.client.onboardingStatus(10.0));
+        if (status)
+            answer = std::move(*status);
+    }
+    if (tasks_.closed())
+        co_return;
+    const bool completed = !answer || answer->completed != false;
+    if (completed && !d_.flags.onboarding) {
+        openMainWindow();
+    } else {
+        d_.screen->orderOutMain();
+        openOnboarding(true);
+    }
+}
+
+/// The loss of the stream is silent: the poll covers the gap.
+Task<> AppModel::streamLoop(std::weak_ptr<AppModel> weak) {
+    while (true) {
+        auto self = weak.lock();
+        if (!self)
+            co_return;
+        const auto transport = self->d_.client.transport;
+        const auto clock = self->d_.clock;
+        std::function<void(SSEParser::Event)> onEvent = [weak, executor = self->d_.executor](
+                                                            const SSEParser::Event& event) {
+            if (event.event == "ping")
+                return;
+            asio::post(executor, [weak] {
+                if (const auto model = weak.lock())
+                    model->scheduleRefresh();
+            });
+        };
+        self.reset();
+        auto stream = transport.stream("/v1/stream", std::move(onEvent));
+        co_await attempt(std::move(stream));
+        co_await clock->sleep(streamPause);
+    }
+}
+
+Task<> AppModel::pollLoop(std::weak_ptr<AppModel> weak, std::shared_ptr<Clock> clock) {
+    while (true) {
+        co_await clock->sleep(pollPause);
+        const auto self = weak.lock();
+        if (!self)
+            co_return;
+        co_await self->poll();
+    }
+}
+
+Task<> AppModel::poll() {
+    auto health = co_await attempt(d_.client.health(healthTimeout));
+    if (tasks_.closed())
+        co_return;
+    if (health) {
+        co_await pollHealthy(std::move(*health));
+    } else {
+        co_await pollFailed();
+    }
+    set(&AppState::supervisorStatus, co_await d_.supervisor->currentStatus());
+}
+
+Task<> AppModel::pollHealthy(Health health) {
+    if (lastPid_ && *lastPid_ != health.pid) { // another daemon than the one that knew our session
+        lastPid_ = health.pid;
+        co_await connect();
+    }
+    lastPid_ = health.pid;
+    set(&AppState::health, std::move(health));
+    if (state_.connection.state == Connection::State::failed) {
+        co_await connect();
+    } else if ((d_.clock->now() - state_.lastRefresh.value_or(distantPast)).count() > silenceLimit) {
+        co_await refresh();
+    }
+}
+
+Task<> AppModel::pollFailed() {
+    set(&AppState::connection, Connection::starting());
+    const auto status = co_await d_.supervisor->recover();
+    set(&AppState::supervisorStatus, status);
+    if (status.mode == DaemonSupervisor::Mode::failed) {
+        set(&AppState::connection, Connection::failed(status.lastError.value_or("kelvadromed stopped.")));
+    }
+}
+
+void AppModel::setBackground(bool on) {
+    if (d_.background)
+        launch("login item", changeBackground(on));
+}
+
+Task<> AppModel::changeBackground(bool on) {
+    const auto self = shared_from_this();
+    const auto change = [background = *d_.background, defaults = d_.defaults, on] {
+        return background.set(on, *defaults);
+    };
+    auto changed = co_await d_.pool->run(change);
+    set(&AppState::backgroundState, std::move(changed));
+    co_await handOver();
+}
+
+void AppModel::refreshBackground() {
+    if (!d_.background)
+        return;
+    auto current = d_.background->current(*d_.defaults);
+    const auto& known = state_.backgroundState;
+    const bool statusChanged = !known || known->status != current.status;
+    if (known) {
+        current.migratedTo = known->migratedTo;
+        current.error = known->error;
+    }
+    set(&AppState::backgroundState, std::move(current));
+    if (statusChanged)
+        launch("hand over", handOver());
+}
+
+/// A child daemon makes way for the login item's.
+Task<> AppModel::handOver() {
+    const auto self = shared_from_this();
+    const bool owned =
+        state_.backgroundState && state_.backgroundState->status == BackgroundServiceStatus::enabled;
+    co_await d_.supervisor->setLaunchdOwned(owned);
+    if (!owned)
+        co_return;
+    const auto status = co_await d_.supervisor->currentStatus();
+    if (status.mode != DaemonSupervisor::Mode::spawned)
+        co_return;
+    co_await d_.supervisor->stop();
+    const auto kickstart = [background = *d_.background] { background.kickstart(); };
+    co_await d_.pool->run(kickstart);
+    set(&AppState::supervisorStatus, co_await d_.supervisor->start(startTimeout));
+}
+
+} // namespace kelvadrome

@@ -1,0 +1,252 @@
+#include "Kelvadrome/model/AppModel.h"
+#include "Kelvadrome/model/NativeActions.h"
+#include "KelvadromeKit/attention/InboxLogic.h"
+#include "KelvadromeKit/attention/RevealPolicy.h"
+#include "KelvadromeKit/page/JS.h"
+#include "KelvadromeKit/page/PercentCoding.h"
+#include "KelvadromeKit/support/Files.h"
+#include "KelvadromeKit/support/Text.h"
+
+#include <boost/url/parse.hpp>
+
+namespace kelvadrome {
+
+namespace {
+
+constexpr double detailTimeout = 10;
+
+/// The value of the first item of that name in a URL's query.
+std::optional<std::string> queryValue(std::string_view query, std::string_view name) {
+    for (const auto item : Text::split(query, '&')) {
+        const auto cut = item.find('=');
+        if (percentDecoded(item.substr(0, cut)) != name)
+            continue;
+        return cut == std::string_view::npos ? std::nullopt : percentDecoded(item.substr(cut + 1));
+    }
+    return std::nullopt;
+}
+
+std::optional<std::string> folderInDetail(std::string_view reply) {
+    try {
+        return readJSON(reply, [](const JSONValue& root) -> std::optional<std::string> {
+            const auto data = root.object().find("data");
+            if (!data || !data->isObject())
+                return std::nullopt;
+            return NativeActions::findPath(data->object());
+        });
+    } catch (const DecodingError&) {
+        return std::nullopt;
+    }
+}
+
+} // namespace
+
+void AppModel::openMainWindow() {
+    d_.screen->openMainWindow();
+    if (!d_.flags.quietWindows)
+        d_.screen->activate();
+}
+
+void AppModel::openMain(std::string path) {
+    openMainWindow();
+    const auto cut = path.find('?');
+    std::optional<std::string> focus;
+    if (cut != std::string::npos)
+        focus = queryValue(std::string_view(path).substr(cut + 1), "card");
+    auto route = path.substr(0, cut);
+    if (route.empty())
+        route = "/";
+    for (const auto section : allNavSections) {
+        if (kelvadrome::path(section) != route)
+            continue;
+        set(&AppState::section, section);
+        break;
+    }
+    d_.web->navigate(std::move(route), state_.scope, std::move(focus));
+}
+
+void AppModel::open(NavSection section, std::optional<Card> card) {
+    set(&AppState::section, section);
+    d_.screen->activate();
+    const auto to = path(section);
+    if (card) {
+        d_.web->navigate(to, state_.scope, std::move(card->id));
+    } else {
+        d_.web->callShell("b.navigate(" + JS::string(to) + ")", d_.web->url(to, state_.scope));
+    }
+}
+
+void AppModel::openFirstNeedingYou() {
+    auto cards = InboxLogic::needingYou(state_.cards);
+    open(NavSection::inbox, cards.empty() ? std::nullopt : std::optional(std::move(cards.front())));
+}
+
+void AppModel::reopen() {
+    if (!state_.onboardingActive) {
+        openMainWindow();
+    } else if (d_.screen->raiseOnboarding()) {
+        d_.screen->activate();
+    } else {
+        openOnboarding(true);
+    }
+}
+
+void AppModel::handleOpenURL(std::string url) {
+    const auto parsed = boost::urls::parse_uri(url);
+    if (!parsed || Text::lowercased(parsed->scheme()) != "kelvadrome")
+        return;
+    if (Text::lowercased(parsed->host()) == "open")
+        reopen();
+}
+
+void AppModel::openOnboarding(bool firstRun) {
+    set(&AppState::onboardingActive, true);
+    launch("setup window", presentOnboarding(firstRun));
+}
+
+Task<> AppModel::presentOnboarding(bool firstRun) {
+    const auto self = shared_from_this();
+    auto credentials = co_await attempt(d_.session->ensure());
+    if (tasks_.closed())
+        co_return;
+    if (!credentials) {
+        set(&AppState::panelError, "kelvadrome could not open its page session.");
+        co_return;
+    }
+    d_.screen->presentOnboarding(
+        std::move(*credentials), firstRun, d_.flags.appearance.value_or("system"), d_.flags.quietWindows);
+}
+
+void AppModel::onboardingFinished() {
+    set(&AppState::onboardingActive, false);
+    d_.screen->closeOnboarding();
+    openMain("/");
+}
+
+void AppModel::applyAppearance() {
+    const auto& wanted = d_.flags.appearance;
+    d_.screen->setAppearance(wanted == "dark"    ? Appearance::dark
+                             : wanted == "light" ? Appearance::light
+                                                 : Appearance::system);
+}
+
+void AppModel::followPageRoute(std::string route) {
+    const auto cut = std::string_view(route).substr(0, route.find('?'));
+    const auto pieces = Text::split(cut, '/', Text::EmptyPieces::drop);
+    const auto word = pieces.empty() ? std::string_view() : pieces.front();
+    if (const auto section = navSectionFromRawValue(word)) {
+        set(&AppState::section, *section);
+    } else if (word.empty()) {
+        set(&AppState::section, NavSection::inbox);
+    }
+    // A page that has just loaded gets the shell's scope back.
+    if (state_.scope != ScopeFilter::all)
+        launch("scope", scopeAfter(weak_from_this(), 0.25));
+}
+
+Task<> AppModel::scopeAfter(std::weak_ptr<AppModel> weak, double pause) {
+    auto self = weak.lock();
+    if (!self)
+        co_return;
+    co_await self->d_.clock->sleep(pause);
+    self->d_.web->setScope(self->state_.scope, path(self->state_.section));
+}
+
+void AppModel::setScope(ScopeFilter scope) {
+    set(&AppState::scope, scope);
+    d_.defaults->set("KDScopeFilter", std::string(rawValue(scope)));
+    d_.web->setScope(scope, path(state_.section));
+}
+
+void AppModel::setSearchText(std::string text) {
+    set(&AppState::searchText, std::move(text));
+}
+
+void AppModel::search() {
+    d_.web->search(state_.searchText, state_.scope);
+}
+
+void AppModel::setInspectorShown(bool shown) {
+    set(&AppState::inspectorShown, shown);
+}
+
+void AppModel::setNotice(std::optional<std::string> notice) {
+    set(&AppState::notice, std::move(notice));
+}
+
+void AppModel::setInterfaceMode(InterfaceMode mode, InterfaceModeSource source) {
+    auto effects = InterfaceModeLogic::apply(state_.interfaceMode, mode, source);
+    set(&AppState::interfaceMode, effects.mode);
+    d_.web->mode = effects.mode;
+    if (effects.persist)
+        saveInterfaceMode(effects.mode, *d_.defaults);
+    if (effects.hideInspector)
+        set(&AppState::inspectorShown, false);
+    if (effects.pageScript)
+        d_.web->runScript(std::move(*effects.pageScript));
+}
+
+void AppModel::setAgentStrip(bool on) {
+    set(&AppState::agentStripShown, on);
+    d_.defaults->set("KDAgentStrip", on);
+    showAgentStrip();
+}
+
+void AppModel::showAgentStrip() {
+    d_.screen->updateAgentStrip(state_.agentStripShown
+                                    ? std::optional(AgentStrip(agentRows(state_), needsYouCount(state_)))
+                                    : std::nullopt);
+}
+
+Task<> AppModel::revealTopicFolder(std::string topic) {
+    const auto self = shared_from_this();
+    auto body = boost::json::serialize(boost::json::object{{"topic", topic}});
+    auto call = d_.client.transport.send("POST", "/v1/topic/detail", std::move(body), {}, detailTimeout);
+    auto reply = co_await attempt(std::move(call));
+    if (tasks_.closed())
+        co_return;
+    const auto folder = reply ? folderInDetail(reply->body) : std::nullopt;
+    if (folder) {
+        reveal(*folder);
+    } else {
+        set(&AppState::panelError, "This topic has no folder on this Mac yet.");
+    }
+}
+
+void AppModel::reveal(std::string path) {
+    const auto allowed = RevealPolicy::allowed(path);
+    if (allowed && Files::exists(*allowed))
+        d_.screen->revealFile(*allowed);
+}
+
+Task<> AppModel::allowTerminal(TerminalApp app) {
+    const auto self = shared_from_this();
+    const auto result = co_await d_.automation->request(app);
+    using Kind = AutomationPrompter::RequestResult::Kind;
+    if (result.kind == Kind::status && result.status == AutomationStatus::denied) {
+        d_.screen->openURL("x-apple.systempreferences:com.apple.preference.security?Privacy_Automation");
+    } else if (result.kind == Kind::screenLocked) {
+        set(&AppState::notice, "Unlock the Mac first: macOS shows its question only on an unlocked screen.");
+    }
+    co_await sendTerminalAccess();
+}
+
+Task<> AppModel::sendTerminalAccess() {
+    const auto self = shared_from_this();
+    boost::json::object access;
+    for (const auto app : allTerminalApps) {
+        const auto status = co_await d_.automation->status(app);
+        access.emplace(rawValue(app), rawValue(status));
+    }
+    d_.web->runScript(
+        "window.kelvadrome && window.kelvadrome.terminalAccess && window.kelvadrome.terminalAccess(" +
+        boost::json::serialize(access) + ")");
+}
+
+Task<> AppModel::voiceFromPage(std::string action) {
+    const auto self = shared_from_this();
+    if (d_.voice)
+        co_await d_.voice->pageAction(std::move(action));
+}
+
+} // namespace kelvadrome

@@ -1,0 +1,177 @@
+#include "Kelvadrome/model/AppModel.h"
+#include "KelvadromeKit/attention/InboxLogic.h"
+#include "KelvadromeKit/support/Log.h"
+
+#include <algorithm>
+#include <ctime>
+
+namespace kelvadrome {
+
+namespace {
+
+constexpr double coalescePause = 0.2;
+constexpr double healthTimeout = 3.0;
+constexpr std::int64_t receiptLimit = 200;
+
+std::tm localTime(WallTime time) {
+    const auto moment = std::chrono::system_clock::to_time_t(std::chrono::floor<std::chrono::seconds>(time));
+    std::tm result{};
+    localtime_r(&moment, &result);
+    return result;
+}
+
+/// Whether both fall on one day of the user's calendar.
+bool isSameDay(WallTime left, WallTime right) {
+    const auto a = localTime(left);
+    const auto b = localTime(right);
+    return a.tm_year == b.tm_year && a.tm_yday == b.tm_yday;
+}
+
+std::int64_t receiptsOn(WallTime day, const std::vector<Receipt>& receipts) {
+    return std::ranges::count_if(receipts, [&](const Receipt& receipt) {
+        const auto date = InboxLogic::date(receipt.ts);
+        return date && isSameDay(*date, day);
+    });
+}
+
+Task<> postStop(std::shared_ptr<Notifying> notifier, std::int64_t count) {
+    co_await notifier->postStop(count);
+}
+
+} // namespace
+
+std::string AppModel::describe(const std::exception_ptr& error) {
+    try {
+        std::rethrow_exception(error);
+    } catch (const DaemonError& refused) {
+        return refused.message();
+    } catch (...) {
+        return describeException(error);
+    }
+}
+
+Task<> AppModel::connect() {
+    const auto self = shared_from_this();
+    auto credentials = co_await attempt(d_.session->ensure());
+    if (tasks_.closed())
+        co_return;
+    if (!credentials) {
+        set(&AppState::connection, Connection::failed("kelvadrome could not open its page session. " +
+                                                      describe(credentials.error())));
+        co_return;
+    }
+    co_await refresh();
+    if (tasks_.closed())
+        co_return;
+    set(&AppState::connection, Connection::ready());
+    d_.web->theme = d_.flags.appearance.value_or("system");
+    d_.web->onFirstLoad = [weak = weak_from_this()] {
+        const auto model = weak.lock();
+        if (model && model->state_.scope != ScopeFilter::all)
+            model->launch("scope", scopeAfter(weak, 0.4));
+    };
+    d_.web->load(std::move(*credentials), state_.section, state_.scope);
+}
+
+void AppModel::scheduleRefresh() {
+    if (std::exchange(refreshPending_, true))
+        return;
+    launch("refresh", refreshLater());
+}
+
+Task<> AppModel::refreshLater() {
+    const auto self = shared_from_this();
+    co_await d_.clock->sleep(coalescePause);
+    refreshPending_ = false; // what comes from here on starts the next refresh
+    co_await refresh();
+}
+
+struct AppModel::Reads {
+    Outcome<std::vector<Card>> cards;
+    Outcome<std::vector<BoardRow>> board;
+    Outcome<std::optional<AgentsStatus>> agents;
+    Outcome<std::optional<InboxCounts>> counts;
+    Outcome<std::vector<Receipt>> receipts;
+    Outcome<Health> health;
+};
+
+Task<> AppModel::refresh() {
+    const auto self = shared_from_this();
+    const auto generation = ++refreshGeneration_;
+    const auto& client = d_.client;
+    auto [cards, board, agents, counts, receipts, health] =
+        co_await gather(client.cards(), client.board(), client.agentsStatus(), client.inboxCounts(),
+            client.receipts(receiptLimit), client.health(healthTimeout));
+    // A later refresh has newer data, even if it has ended already.
+    if (generation != refreshGeneration_ || tasks_.closed())
+        co_return;
+    apply({std::move(cards), std::move(board), std::move(agents), std::move(counts), std::move(receipts),
+        std::move(health)});
+    co_await renewPage();
+    if (tasks_.closed())
+        co_return;
+    set(&AppState::lastRefresh, d_.clock->now());
+    const auto waiting = needsYouCount(state_);
+    d_.screen->setBadge(waiting >= 1 ? std::optional(std::to_string(waiting)) : std::nullopt);
+}
+
+/// A read that failed leaves its field as it was.
+void AppModel::apply(Reads reads) {
+    if (reads.cards) {
+        set(&AppState::cards, std::move(*reads.cards));
+        notifyNewStops();
+    }
+    if (reads.board) {
+        const auto rows = static_cast<std::int64_t>(reads.board->size());
+        std::map<std::string, BoardRow> topics; // the first row of an id stays
+        for (auto& row : *reads.board)
+            topics.try_emplace(row.id, std::move(row));
+        set(&AppState::topics, std::move(topics));
+        set(&AppState::topicCount, rows);
+    }
+    if (reads.agents)
+        set(&AppState::agents, std::move(*reads.agents));
+    if (state_.agentStripShown)
+        showAgentStrip();
+    if (reads.counts)
+        set(&AppState::counts, std::move(*reads.counts));
+    if (reads.receipts)
+        set(&AppState::receiptsToday, receiptsOn(d_.clock->now(), *reads.receipts));
+    if (reads.health) {
+        if (!lastPid_)
+            lastPid_ = reads.health->pid;
+        set(&AppState::health, std::move(*reads.health));
+    }
+}
+
+/// Brings a session that was minted anew in the background to the pages that still use the old one.
+Task<> AppModel::renewPage() {
+    auto credentials = co_await d_.session->current();
+    if (!credentials || tasks_.closed())
+        co_return;
+    set(&AppState::credentialsExpiry, "port " + std::to_string(credentials->port));
+    if (state_.connection.state != Connection::State::ready)
+        co_return;
+    if (d_.web->cookieValue && *d_.web->cookieValue != credentials->cookieValue) {
+        d_.web->load(*credentials, state_.section, state_.scope);
+    }
+    d_.screen->renewOnboarding(std::move(*credentials));
+}
+
+void AppModel::notifyNewStops() {
+    std::vector<std::string> fresh;
+    for (const auto& card : state_.cards) {
+        const bool counts = InboxLogic::isHighRiskStop(card) && InboxLogic::isLiveState(card.state);
+        if (counts && !notified_.contains(card.id))
+            fresh.push_back(card.id);
+    }
+    if (fresh.empty())
+        return;
+    notified_.insert(fresh.begin(), fresh.end());
+    const bool wanted = d_.defaults->storedBoolean("KDNotifyStops").value_or(true);
+    if (!wanted || !d_.flags.notifications)
+        return;
+    launch("stop notification", postStop(d_.notifier, static_cast<std::int64_t>(fresh.size())));
+}
+
+} // namespace kelvadrome

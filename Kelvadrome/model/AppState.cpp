@@ -1,0 +1,86 @@
+#include "Kelvadrome/model/AppState.h"
+
+#include "KelvadromeKit/attention/InboxLogic.h"
+#include "KelvadromeKit/support/Text.h"
+
+#include <algorithm>
+
+namespace kelvadrome {
+
+namespace {
+
+constexpr std::size_t panelRows = 3;
+
+bool containsLowercased(const std::optional<std::string>& text, const std::string& part) {
+    return text && Text::lowercased(*text).contains(part);
+}
+
+} // namespace
+
+std::int64_t needsYouCount(const AppState& state) {
+    if (state.counts)
+        return state.counts->needsYou;
+    return std::ranges::count_if(state.cards, InboxLogic::needsYou);
+}
+
+std::vector<AgentsStatus::Session> agentRows(const AppState& state) {
+    if (state.agents && !state.agents->sessions.empty())
+        return state.agents->sessions;
+    return InboxLogic::sessionsFromCards(state.cards);
+}
+
+std::int64_t agentsWorking(const AppState& state) {
+    if (state.counts)
+        return state.counts->agentsWorking;
+    return std::ranges::count_if(agentRows(state), [](const AgentsStatus::Session& session) {
+        return InboxLogic::lamp(session.status, std::nullopt) == InboxLogic::Lamp::working;
+    });
+}
+
+std::optional<std::string> topicTitle(const AppState& state, const std::optional<std::string>& id) {
+    if (!id)
+        return std::nullopt;
+    const auto found = state.topics.find(*id);
+    return found == state.topics.end() ? std::nullopt : std::optional(found->second.title);
+}
+
+std::optional<AgentsStatus::Lock> edgeLock(const AppState& state) {
+    if (!state.agents)
+        return std::nullopt;
+    const auto& locks = state.agents->locks;
+    const auto found = std::ranges::find_if(
+        locks, [](const AgentsStatus::Lock& lock) { return containsLowercased(lock.resource, "edge"); });
+    return found == locks.end() ? std::nullopt : std::optional(*found);
+}
+
+bool holdsEdge(const AppState& state, const AgentsStatus::Session& session) {
+    const auto lock = edgeLock(state);
+    if (!lock || !lock->holder)
+        return false;
+    const auto label = Text::lowercased(session.label.value_or("#"));
+    return containsLowercased(lock->holder->handoff, label) || containsLowercased(lock->holder->label, label);
+}
+
+std::vector<Card> panelCards(const AppState& state, WallTime now) {
+    auto cards = InboxLogic::needingYou(state.cards);
+    std::erase_if(cards, [&](const Card& card) {
+        const auto later = state.later.find(card.id);
+        const auto hiddenUntil = later == state.later.end() ? distantPast : later->second;
+        return !(hiddenUntil < now) && !state.holds.contains(card.id);
+    });
+
+    std::vector<const PanelHold*> holds;
+    for (const auto& [id, hold] : state.holds)
+        holds.push_back(&hold);
+    std::ranges::stable_sort(holds, {}, &PanelHold::until);
+    for (const auto* hold : holds) {
+        const bool shown = std::ranges::find(cards, hold->card.id, &Card::id) != cards.end();
+        if (!shown)
+            cards.insert(cards.begin(), hold->card);
+    }
+    if (cards.size() > panelRows)
+        cards.resize(panelRows);
+    return cards;
+}
+
+} // namespace kelvadrome

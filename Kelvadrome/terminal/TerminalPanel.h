@@ -1,0 +1,66 @@
+#pragma once
+
+#include "Kelvadrome/model/AppModel.h"
+#include "Kelvadrome/terminal/PanelInput.h"
+#include "Kelvadrome/terminal/TerminalHost.h"
+
+#include <boost/asio/posix/stream_descriptor.hpp>
+#include <boost/asio/signal_set.hpp>
+
+#include <functional>
+#include <memory>
+
+namespace kelvadrome {
+
+/// The panel on the screen: draws what the model holds, and carries out what the keys ask. It sleeps until a
+/// key, a signal, a change in the model or the next change that time brings. Main executor; held by
+/// shared_ptr.
+class TerminalPanel : public std::enable_shared_from_this<TerminalPanel> {
+public:
+    struct Dependencies {
+        Executor executor; // the main one
+        std::shared_ptr<Clock> clock;
+        std::shared_ptr<AppModel> model;
+        DaemonClient client;
+        TerminalScreen* screen = nullptr; // outlives the panel
+        std::shared_ptr<PanelBoard> board;
+        std::shared_ptr<TerminalHost> host;
+        std::shared_ptr<TerminalPage> page;
+        std::function<void()> quit; // the user, or a signal, wants the program to end; may come again
+    };
+
+    explicit TerminalPanel(Dependencies dependencies);
+
+    void start();
+    /// No keys, signals and pictures from then on, but those of `farewell`.
+    void stop();
+    /// Shows a last line while the program ends.
+    void farewell(const std::string& words);
+
+private:
+    void awaitKeys();
+    void awaitSignal();
+    void readKeys();
+    void perform(PanelCommand command);
+    /// Setup happens in a browser, which can't tell us: the daemon is asked, once after each refresh.
+    void followSetup();
+    static Task<> askWhetherSetUp(std::weak_ptr<TerminalPanel> weak, DaemonClient client);
+    /// Draws in the executor's next turn, however often it is asked for in this one.
+    void paintSoon();
+    void paint();
+    void wakeIn(std::optional<double> wait);
+    static Task<> wake(std::weak_ptr<TerminalPanel> weak, std::shared_ptr<Clock> clock, double wait);
+
+    Dependencies with_;
+    PanelInput input_;
+    Subscription subscription_;
+    asio::posix::stream_descriptor keys_;
+    asio::signal_set signals_;
+    TaskBag tasks_;
+    TaskHandle waking_;
+    std::optional<WallTime> askedAfter_; // the refresh after which the daemon was asked about setup
+    bool paintPending_ = false;
+    bool stopped_ = false;
+};
+
+} // namespace kelvadrome

@@ -1,0 +1,295 @@
+#include "Kelvadrome/terminal/TerminalScreen.h"
+
+#include "Kelvadrome/terminal/TerminalKeys.h"
+#include "Kelvadrome/terminal/TerminalText.h"
+
+#include <fmt/format.h>
+#include <sodium.h>
+
+#define NCURSES_NOMACROS 1
+#define NCURSES_WIDECHAR 1
+#include <clocale>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <curses.h>
+#include <fcntl.h>
+#include <langinfo.h>
+#include <poll.h>
+#include <sys/ioctl.h>
+#include <term.h>
+#include <termios.h>
+#include <unistd.h>
+
+namespace kelvadrome {
+
+namespace {
+
+constexpr int escapeDelay = 50; // milliseconds
+constexpr int pasteBegins = KEY_MAX + 1;
+constexpr int pasteEnds = KEY_MAX + 2;
+constexpr std::string_view pasteOn = "\x1b[?2004h";
+constexpr std::string_view pasteOff = "\x1b[?2004l";
+
+termios savedModes;
+volatile std::sig_atomic_t taken = 0;
+constexpr int crashes[] = {SIGSEGV, SIGBUS, SIGILL, SIGFPE, SIGABRT};
+
+extern "C" void giveBackAndDie(int number) {
+    TerminalScreen::giveBackAtOnce();
+    ::raise(number); // the handler was for once
+}
+
+void catchCrashes(bool on) {
+    for (const int number : crashes) {
+        struct sigaction action {};
+        action.sa_handler = on ? giveBackAndDie : SIG_DFL;
+        action.sa_flags = on ? static_cast<int>(SA_RESETHAND | SA_NODEFER) : 0;
+        ::sigaction(number, &action, nullptr);
+    }
+}
+
+void useUTF8() {
+    std::setlocale(LC_CTYPE, "");
+    if (std::string_view(::nl_langinfo(CODESET)) != "UTF-8")
+        std::setlocale(LC_CTYPE, "C.UTF-8");
+}
+
+bool wantsColour() {
+    const char* const noColour = std::getenv("NO_COLOR");
+    return ::has_colors() && (!noColour || !*noColour);
+}
+
+attr_t attributes(Style style, bool colour) {
+    const auto pair = [colour](short number) {
+        return colour ? static_cast<attr_t>(COLOR_PAIR(number)) : A_NORMAL;
+    };
+    switch (style) {
+    case Style::plain:
+        break;
+    case Style::dim:
+        return A_DIM;
+    case Style::strong:
+        return A_BOLD;
+    case Style::accent:
+        return pair(COLOR_CYAN) | (colour ? A_NORMAL : A_BOLD);
+    case Style::good:
+        return pair(COLOR_GREEN);
+    case Style::warn:
+        return pair(COLOR_YELLOW);
+    case Style::alert:
+        return pair(COLOR_RED) | A_BOLD;
+    }
+    return A_NORMAL;
+}
+
+std::optional<Key::Kind> knownKey(wint_t code) {
+    switch (code) {
+    case KEY_UP:
+        return Key::Kind::up;
+    case KEY_DOWN:
+        return Key::Kind::down;
+    case KEY_LEFT:
+        return Key::Kind::left;
+    case KEY_RIGHT:
+        return Key::Kind::right;
+    case KEY_HOME:
+        return Key::Kind::home;
+    case KEY_END:
+        return Key::Kind::end;
+    case KEY_PPAGE:
+        return Key::Kind::pageUp;
+    case KEY_NPAGE:
+        return Key::Kind::pageDown;
+    case KEY_BACKSPACE:
+        return Key::Kind::backspace;
+    case KEY_DC:
+        return Key::Kind::remove;
+    case KEY_BTAB:
+        return Key::Kind::backTab;
+    case KEY_ENTER:
+        return Key::Kind::enter;
+    case pasteBegins:
+        return Key::Kind::pasteBegin;
+    case pasteEnds:
+        return Key::Kind::pasteEnd;
+    default:
+        return std::nullopt;
+    }
+}
+
+} // namespace
+
+/// The library's hold on the terminal.
+struct TerminalScreen::Library {
+    SCREEN* screen = nullptr;
+    bool colour = false;
+
+    Library() {
+        screen = ::newterm(nullptr, stdout, stdin);
+        if (!screen) {
+            const char* const name = std::getenv("TERM");
+            throw std::runtime_error(
+                fmt::format("this machine doesn't know the terminal type \"{}\"", name ? name : ""));
+        }
+        ::raw();
+        ::noecho();
+        ::nonl();
+        ::keypad(stdscr, TRUE);
+        ::nodelay(stdscr, TRUE);
+        ::set_escdelay(escapeDelay);
+        ::define_key("\x1b[200~", pasteBegins);
+        ::define_key("\x1b[201~", pasteEnds);
+        colour = wantsColour();
+        if (!colour)
+            return;
+        ::start_color();
+        ::use_default_colors();
+        for (const short number : {COLOR_RED, COLOR_GREEN, COLOR_YELLOW, COLOR_CYAN}) {
+            ::init_pair(number, number, -1);
+        }
+    }
+    ~Library() {
+        ::endwin();
+        ::delscreen(screen);
+    }
+};
+
+void TerminalScreen::giveBackAtOnce() {
+    if (!taken)
+        return;
+    constexpr std::string_view restore = "\x1b[?2004l\x1b[m\x1b[?25h\x1b[?1049l";
+    [[maybe_unused]] const auto written = ::write(STDOUT_FILENO, restore.data(), restore.size());
+    ::tcsetattr(STDIN_FILENO, TCSANOW, &savedModes);
+}
+
+std::optional<std::string> TerminalScreen::unusable() {
+    if (::isatty(STDIN_FILENO) && ::isatty(STDOUT_FILENO))
+        return std::nullopt;
+    return "the panel needs a terminal as its standard input and output";
+}
+
+TerminalScreen::TerminalScreen() {
+    useUTF8();
+    // Of its own, since watching a descriptor puts it in non-blocking mode, and the standard streams share
+    // theirs with whoever started us.
+    const char* const name = ::ttyname(STDIN_FILENO);
+    input_.reset(::open(name ? name : "/dev/tty", O_RDONLY | O_NOCTTY | O_NONBLOCK | O_CLOEXEC));
+    if (!input_)
+        throw std::runtime_error("the terminal can't be opened: " + std::string(std::strerror(errno)));
+    ::tcgetattr(STDIN_FILENO, &savedModes);
+    library_ = std::make_unique<Library>();
+    taken = 1;
+    catchCrashes(true);
+    titles_ = ::tigetflag("XT") > 0;
+    if (titles_)
+        write("\x1b[22;2t");
+    write(pasteOn);
+}
+
+TerminalScreen::~TerminalScreen() {
+    write(pasteOff);
+    if (titles_)
+        write("\x1b[23;2t");
+    library_.reset();
+    taken = 0;
+    catchCrashes(false);
+}
+
+void TerminalScreen::write(std::string_view bytes) {
+    while (!bytes.empty()) {
+        const auto count = ::write(STDOUT_FILENO, bytes.data(), bytes.size());
+        if (count < 0 && errno != EINTR)
+            return;
+        if (count > 0)
+            bytes.remove_prefix(static_cast<std::size_t>(count));
+    }
+}
+
+ScreenSize TerminalScreen::size() const {
+    return {::getmaxy(stdscr), ::getmaxx(stdscr)};
+}
+
+void TerminalScreen::resized() {
+    winsize now{};
+    if (::ioctl(STDOUT_FILENO, TIOCGWINSZ, &now) == 0 && now.ws_row > 0 && now.ws_col > 0) {
+        ::resizeterm(now.ws_row, now.ws_col);
+    }
+}
+
+void TerminalScreen::draw(const Picture& picture) {
+    ::erase();
+    const int rows = ::getmaxy(stdscr);
+    for (int y = 0; y < rows && y < static_cast<int>(picture.lines.size()); ++y) {
+        ::move(y, 0);
+        for (const auto& span : picture.lines[static_cast<std::size_t>(y)]) {
+            ::attrset(static_cast<int>(attributes(span.style, library_->colour)));
+            ::addstr(span.text.c_str());
+        }
+    }
+    ::attrset(A_NORMAL);
+    if (picture.cursor)
+        ::move(picture.cursor->row, picture.cursor->column);
+    ::curs_set(picture.cursor ? 1 : 0);
+    ::refresh();
+}
+
+void TerminalScreen::invalidate() {
+    ::clearok(curscr, TRUE);
+}
+
+std::vector<Key> TerminalScreen::keys() {
+    std::vector<RawKey> batch;
+    wint_t code = 0;
+    for (int kind = ::get_wch(&code); kind != ERR; kind = ::get_wch(&code)) {
+        if (kind != KEY_CODE_YES) {
+            batch.emplace_back(static_cast<char32_t>(code));
+        } else if (const auto key = knownKey(code)) {
+            batch.emplace_back(*key);
+        }
+    }
+    return keysFrom(batch);
+}
+
+bool TerminalScreen::hungUp() const {
+    pollfd state{input_.get(), POLLIN, 0};
+    return ::poll(&state, 1, 0) > 0 && (state.revents & (POLLHUP | POLLERR | POLLNVAL)) != 0;
+}
+
+void TerminalScreen::bell() {
+    write("\a");
+}
+
+void TerminalScreen::setTitle(const std::string& title) {
+    if (!titles_ || title == title_)
+        return;
+    title_ = title;
+    write("\x1b]2;" + TerminalText::cleanLine(title) + "\x1b\\");
+}
+
+void TerminalScreen::copy(const std::string& text) {
+    const auto* bytes = reinterpret_cast<const unsigned char*>(text.data());
+    std::string encoded(sodium_base64_ENCODED_LEN(text.size(), sodium_base64_VARIANT_ORIGINAL), '\0');
+    sodium_bin2base64(encoded.data(), encoded.size(), bytes, text.size(), sodium_base64_VARIANT_ORIGINAL);
+    encoded.pop_back(); // the terminating zero
+    write("\x1b]52;c;" + encoded + "\x1b\\");
+}
+
+void TerminalScreen::suspend() {
+    write(pasteOff);
+    ::endwin();
+    // The whole job stops, as by Ctrl-Z in any program. Without a shell to continue it the system ignores
+    // this.
+    struct sigaction standard {};
+    struct sigaction ours {};
+    standard.sa_handler = SIG_DFL;
+    ::sigaction(SIGTSTP, &standard, &ours);
+    ::kill(0, SIGTSTP);
+    ::sigaction(SIGTSTP, &ours, nullptr);
+    resized();
+    invalidate();
+    ::refresh();
+    write(pasteOn);
+}
+
+} // namespace kelvadrome

@@ -1,0 +1,301 @@
+#include "KelvadromeKit/delivery/DeliverCheck.h"
+#include "KelvadromeKit/delivery/Presence.h"
+
+#include "tests/delivery/Jobs.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+
+using namespace kelvadrome;
+using namespace kelvadrome::test;
+
+namespace {
+
+/// What a check is asked; a row of a table breaks one thing in it.
+struct Case {
+    DeliverJob job;
+    std::optional<ProcFacts> facts = claudeFacts();
+    std::set<std::string> tags = presenceTags;
+    WallTime now = beforeExpiry;
+
+    std::string verdict() const { return DeliverCheck::refusal(job, facts, tags, now).value_or("passes"); }
+};
+
+struct Row {
+    const char* what;
+    std::function<void(Case&)> change;
+    const char* verdict;
+};
+
+void expectRows(const Case& start, const std::vector<Row>& rows) {
+    EXPECT_EQ(start.verdict(), "passes");
+    for (const auto& row : rows) {
+        auto changed = start;
+        row.change(changed);
+        EXPECT_EQ(changed.verdict(), row.verdict) << row.what;
+    }
+}
+
+Case openCase() {
+    Case open{answerJob()};
+    open.job.type = "open";
+    open.job.open = DeliverJob::Open{"/w", {"claude"}, "go on"};
+    return open;
+}
+
+Case peekCase() {
+    Case peek{trustJob()};
+    peek.job.type = "peek";
+    peek.job.steps.reset();
+    return peek;
+}
+
+Case queueCase() {
+    Case queue{answerJob({DeliverStep::text("go")})};
+    queue.job.agent = "codex";
+    queue.job.host = "unknown";
+    queue.job.codexThread = "t1";
+    queue.job.tty.reset();
+    queue.facts = ProcFacts{501, 7, 0, std::nullopt, "/opt/codex"};
+    return queue;
+}
+
+std::function<void(Case&)> withSteps(std::vector<DeliverStep> steps) {
+    return [steps](Case& c) { c.job.steps = steps; };
+}
+
+const char* const expired = "the job expired";
+const char* const notPressed = "the answer was not pressed in this app";
+const char* const noKeys = "no keys to type";
+const char* const textRefused = "text refused";
+const char* const badKey = "bad key";
+const char* const ended = "the agent process ended";
+const char* const moved = "the session moved to another terminal";
+const char* const background = "the agent is not in the foreground of its terminal";
+
+} // namespace
+
+TEST(DeliverCheck, everyJobMustBeAliveAndPressedHere) {
+    for (const auto& start : {Case{answerJob()}, Case{trustJob()}, openCase(), peekCase(), queueCase()}) {
+        expectRows(start,
+            {
+                {"expired", [](Case& c) { c.now = wallTime(1769851800.5); }, expired},
+                {"just in time", [](Case& c) { c.now = wallTime(1769851800); }, "passes"},
+                {"no time", [](Case& c) { c.job.expiresAt = "soon", c.now = wallTime(9e9); }, "passes"},
+                {"distant past", [](Case& c) { c.now = distantPast; }, "passes"},
+                {"other page", [](Case& c) { c.job.presence = "Tag"; }, notPressed},
+                {"no page", [](Case& c) { c.tags.clear(); }, notPressed},
+            });
+    }
+}
+
+TEST(DeliverCheck, anOpenJobIsJudgedByItsPromptAlone) {
+    expectRows(openCase(),
+        {
+            {"nothing", [](Case& c) { c.job.open.reset(); }, "nothing to open"},
+            {"no prompt", [](Case& c) { c.job.open->prompt.reset(); }, "passes"},
+            {"unclean", [](Case& c) { c.job.open->prompt = "go  on"; }, textRefused},
+            {"a command", [](Case& c) { c.job.open->prompt = "!ls"; }, textRefused},
+            {"empty", [](Case& c) { c.job.open->prompt = ""; }, textRefused},
+            {"no process", [](Case& c) { c.facts.reset(), c.job.pid.reset(), c.job.steps.reset(); },
+                "passes"},
+        });
+}
+
+TEST(DeliverCheck, aPeekNeedsAQuestionItKnows) {
+    const auto* const nothing = "nothing to read";
+    expectRows(peekCase(), {
+                               {"no screen", [](Case& c) { c.job.screen.reset(); }, nothing},
+                               {"profile", [](Case& c) { c.job.screen->profile = "claude_login"; }, nothing},
+                               {"folder", [](Case& c) { c.job.screen->folder.reset(); }, nothing},
+                               {"agent", [](Case& c) { c.job.agent = "codex"; }, nothing},
+                               {"want is not asked", [](Case& c) { c.job.screen->want = "left"; }, "passes"},
+                           });
+}
+
+TEST(DeliverCheck, theKeysOfAnAnswerAreAllKnownAndItsTextIsAsTheUserSawIt) {
+    using S = DeliverStep;
+    const std::string limit(4000, 'x');
+    expectRows(Case{answerJob()},
+        {
+            {"absent", [](Case& c) { c.job.steps.reset(); }, noKeys},
+            {"empty", withSteps({}), noKeys},
+            {"four", withSteps({4, S::escape()}), "passes"},
+            {"five", withSteps({5, S::escape()}), noKeys},
+            {"9", withSteps({S::key("9")}), "passes"},
+            {"y", withSteps({S::key("y")}), "passes"},
+            {"0", withSteps({S::key("0")}), badKey},
+            {"Y", withSteps({S::key("Y")}), badKey},
+            {"10", withSteps({S::key("10")}), badKey},
+            {"no key", withSteps({S::key("")}), badKey},
+            {"keycap", withSteps({S::key("1\u20E3")}), badKey},
+            {"plain", withSteps({S::text("yes, go on")}), "passes"},
+            {"composed", withSteps({S::text("caf\u00E9")}), "passes"},
+            {"decomposed", withSteps({S::text("cafe\u0301")}), "passes"},
+            {"longest", withSteps({S::text(limit)}), "passes"},
+            {"too long", withSteps({S::text(limit + "x")}), textRefused},
+            {"doubled blank", withSteps({S::text("a  b")}), textRefused},
+            {"leading blank", withSteps({S::text(" a")}), textRefused},
+            {"trailing blank", withSteps({S::text("a ")}), textRefused},
+            {"tab", withSteps({S::text("a\tb")}), textRefused},
+            {"newline", withSteps({S::text("a\nb")}), textRefused},
+            {"return", withSteps({S::text("a\r")}), textRefused},
+            {"colour", withSteps({S::text("a\x1B[31mb")}), textRefused},
+            {"bidi mark", withSteps({S::text("a\u202Eb")}), textRefused},
+            {"invisible", withSteps({S::text("a\u200Bb")}), textRefused},
+            {"slash command", withSteps({S::text("/clear")}), textRefused},
+            {"not UTF-8", withSteps({S::text("a\xFF")}), textRefused},
+            {"nav without a question", withSteps({S::nav("down")}), badKey},
+            {"the first bad step counts", withSteps({S::escape(), S::text(" "), S::key("Y")}), textRefused},
+            {"and so does its place", withSteps({S::key("Y"), S::text(" ")}), badKey},
+        });
+}
+
+TEST(DeliverCheck, aScreenAnswerNamesWhatItWantsAndWhere) {
+    expectRows(
+        Case{trustJob()}, {
+                              {"exit", [](Case& c) { c.job.screen->want = "exit"; }, "passes"},
+                              {"profile", [](Case& c) { c.job.screen->profile = "other"; }, badKey},
+                              {"want", [](Case& c) { c.job.screen->want = "Trust"; }, badKey},
+                              {"no want", [](Case& c) { c.job.screen->want.reset(); }, badKey},
+                              {"folder", [](Case& c) { c.job.screen->folder.reset(); }, badKey},
+                              {"steps count all the same", [](Case& c) { c.job.steps->clear(); }, noKeys},
+                          });
+}
+
+TEST(DeliverCheck, theQueueOfCodexNeedsItsProcessAndNoTerminal) {
+    const auto* const gone = "the Codex process ended";
+    expectRows(queueCase(),
+        {
+            {"no pid", [](Case& c) { c.job.pid.reset(); }, "no Codex process to queue for"},
+            {"no process", [](Case& c) { c.facts.reset(); }, gone},
+            {"other pid", [](Case& c) { c.facts->pid = 502; }, gone},
+            {"other program", [](Case& c) { c.facts->comm = "/opt/codex/node"; }, gone},
+            {"keys are judged first", [](Case& c) { c.job.steps->clear(), c.job.pid.reset(); }, noKeys},
+            {"on a host it is typed", [](Case& c) { c.job.host = "tmux"; }, "no session to type into"},
+            {"without a thread too", [](Case& c) { c.job.codexThread.reset(); }, "no session to type into"},
+        });
+}
+
+TEST(DeliverCheck, theTerminalMustStillHoldWhatItHeld) {
+    const auto* const notClaude = "the process on this terminal is not claude";
+    const std::vector<Row> rows{
+        {"no pid", [](Case& c) { c.job.pid.reset(); }, "no session to type into"},
+        {"no tty", [](Case& c) { c.job.tty.reset(); }, "no session to type into"},
+        {"no process", [](Case& c) { c.facts.reset(); }, ended},
+        {"recycled pid", [](Case& c) { c.facts->pid = 502; }, ended},
+        {"other program", [](Case& c) { c.facts->comm = "/bin/zsh"; }, notClaude},
+        {"case counts", [](Case& c) { c.facts->comm = "Claude"; }, notClaude},
+        {"a name that ends alike", [](Case& c) { c.facts->comm = "notclaude"; }, notClaude},
+        {"no terminal", [](Case& c) { c.facts->tty.reset(); }, moved},
+        {"other terminal", [](Case& c) { c.facts->tty = "ttys005"; }, moved},
+        {"group", [](Case& c) { c.facts->pgid = c.facts->tpgid = 500; }, "the agent process changed"},
+        {"any group", [](Case& c) { c.job.pgid.reset(), c.facts->pgid = c.facts->tpgid = 500; }, "passes"},
+        {"shell in front", [](Case& c) { c.facts->tpgid = 400; }, background},
+        {"nobody in front", [](Case& c) { c.job.pgid = c.facts->pgid = c.facts->tpgid = 0; }, background},
+        {"no controlling group", [](Case& c) { c.job.pgid = c.facts->pgid = c.facts->tpgid = -1; },
+            background},
+    };
+    expectRows(Case{answerJob()}, rows);
+    expectRows(Case{trustJob()}, rows);
+    expectRows(peekCase(), rows);
+}
+
+TEST(DeliverCheck, focusNeedsTheSessionButNotTheForegroundAndSoDoesAnyOtherType) {
+    Case focus{answerJob()};
+    focus.job.steps.reset();
+    focus.facts->pgid = 9;
+    for (const auto* type : {"focus", "paste"}) {
+        focus.job.type = type;
+        expectRows(focus, {
+                              {"no process", [](Case& c) { c.facts.reset(); }, ended},
+                              {"terminal", [](Case& c) { c.facts->tty = "ttys005"; }, moved},
+                          });
+    }
+    focus.job.pid.reset();
+    EXPECT_EQ(focus.verdict(), "no session to type into");
+    focus.job.type = "focus";
+    focus.facts.reset();
+    EXPECT_EQ(focus.verdict(), "passes");
+}
+
+TEST(DeliverCheck, theEarlierRefusalGivesTheWords) {
+    // Each change breaks a later test; applied from the last to the first, each gives the words of its own.
+    const std::vector<Row> answer{
+        {"foreground", [](Case& c) { c.facts->tpgid = 1; }, background},
+        {"group", [](Case& c) { c.job.pgid = 5; }, "the agent process changed"},
+        {"terminal", [](Case& c) { c.facts->tty.reset(); }, moved},
+        {"program", [](Case& c) { c.facts->comm = "vim"; }, "the process on this terminal is not claude"},
+        {"pid", [](Case& c) { c.facts->pid = 5; }, ended},
+        {"tty", [](Case& c) { c.job.tty.reset(); }, "no session to type into"},
+        {"want", [](Case& c) { c.job.screen->want = "no"; }, badKey},
+        {"text", [](Case& c) { c.job.steps = {DeliverStep::text("a\n")}; }, textRefused},
+        {"steps", [](Case& c) { c.job.steps = std::vector(5, DeliverStep::text("a\n")); }, noKeys},
+        {"presence", [](Case& c) { c.tags.clear(); }, notPressed},
+        {"expiry", [](Case& c) { c.now = wallTime(9e9); }, expired},
+    };
+    Case worse{trustJob()};
+    for (const auto& row : answer) {
+        row.change(worse);
+        EXPECT_EQ(worse.verdict(), row.verdict) << row.what;
+    }
+}
+
+TEST(ProcFacts, theFirstWholeLineIsTheProcess) {
+    using F = ProcFacts;
+    const struct {
+        const char* output;
+        std::optional<F> facts;
+    } rows[] = {
+        {"  501   501   501 ttys012  /usr/local/bin/claude",
+            F{501, 501, 501, "ttys012", "/usr/local/bin/claude"}},
+        {"7 8 9 pts/3 claude  \n", F{7, 8, 9, "pts/3", "claude"}},
+        {"1 2 3 ttys1 /Applications/My App/bin/claude\n",
+            F{1, 2, 3, "ttys1", "/Applications/My App/bin/claude"}},
+        {"1 2 0 ?? launchd", F{1, 2, 0, std::nullopt, "launchd"}},
+        {"1 2 -1 ? systemd", F{1, 2, -1, std::nullopt, "systemd"}},
+        {"1 2 -1 - systemd", F{1, 2, -1, std::nullopt, "systemd"}},
+        {"\n\nPID PGID TPGID TT COMM\n1 2 3 ttys1\n4 5 6 ttys2 sh\n7 8 9 ttys3 zsh\n",
+            F{4, 5, 6, "ttys2", "sh"}},
+        {"1 2 3x ttys1 sh", std::nullopt},
+        {"0x1 2 3 ttys1 sh", std::nullopt},
+        {"1 2 99999999999999999999 ttys1 sh", std::nullopt},
+        {"", std::nullopt},
+        {"ps: illegal option\n", std::nullopt},
+    };
+    for (const auto& row : rows)
+        EXPECT_EQ(F::parse(row.output), row.facts) << row.output;
+}
+
+TEST(ProcFacts, anAgentIsKnownByTheLastPartOfItsCommand) {
+    const auto is = [](const char* comm, const char* name) {
+        return ProcFacts{1, 1, 1, std::nullopt, comm}.isAgent(name);
+    };
+    EXPECT_TRUE(is("/Applications/My App/bin/claude", "claude"));
+    EXPECT_TRUE(is("claude/", "claude"));
+    EXPECT_TRUE(is("/", "/"));
+    EXPECT_FALSE(is("/opt/claude/node", "claude"));
+    EXPECT_FALSE(is("claude --resume", "claude"));
+    EXPECT_FALSE(is("", "claude"));
+}
+
+TEST(ProcFacts, garbageNeverMakesAProcessOfTheWrongShape) {
+    std::mt19937 random(7);
+    const std::string pieces[] = {
+        " ", "  ", "\n", "1", "501", "-7", "x", "?", "??", "-", "ttys1", "/a b/c", "\t", "\xFF", "+", "\r"};
+    for (int round = 0; round < 20000; ++round) {
+        const auto output = randomText(random, pieces, 14);
+        const auto facts = ProcFacts::parse(output);
+        if (!facts)
+            continue;
+        EXPECT_NE(facts->comm.find_first_not_of(" \n"), std::string::npos) << output;
+        EXPECT_TRUE(!facts->tty || (!facts->tty->empty() && *facts->tty != "?" && *facts->tty != "??"))
+            << output;
+    }
+}
+
+TEST(Presence, aTagIsTheStartOfTheSessionsHash) {
+    EXPECT_EQ(Presence::tag("abc"), "ba7816bf8f01cfea414140de5dae2223");
+    EXPECT_EQ(Presence::tag(""), "e3b0c44298fc1c149afbf4c8996fb924");
+}

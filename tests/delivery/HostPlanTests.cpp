@@ -1,0 +1,254 @@
+#include "KelvadromeKit/delivery/HostPlan.h"
+#include "KelvadromeKit/delivery/LiveScripts.h"
+
+#include "tests/delivery/Jobs.h"
+
+#include <gtest/gtest.h>
+
+using namespace kelvadrome;
+using namespace kelvadrome::test;
+
+namespace kelvadrome {
+
+void PrintTo(const RunCommand& command, std::ostream* out) {
+    *out << command.path;
+    for (const auto& arg : command.args)
+        *out << " [" << arg << "]";
+    *out << " then " << command.pauseAfterMs << " ms";
+}
+
+} // namespace kelvadrome
+
+namespace {
+
+using S = DeliverStep;
+using Plan = std::vector<RunCommand>;
+
+const HostPlan::Bins bins{
+    {"tmux", "/b/tmux"}, {"herdr", "/b/herdr"}, {"codex", "/b/codex"}, {"claude", "/b/claude"}};
+const std::vector<S> oneOfEach{S::key("1"), S::text("-l; $(x)"), S::escape()};
+
+DeliverJob jobOn(
+    const std::string& host, const std::optional<std::string>& ref, std::vector<S> steps = oneOfEach) {
+    auto job = answerJob(std::move(steps));
+    job.host = host;
+    job.hostRef = ref;
+    return job;
+}
+
+RunCommand iterm(std::string_view script, std::vector<std::string> rest, std::int64_t pause = 0) {
+    RunCommand command{"/usr/bin/osascript", {"-e", std::string(script), "/dev/ttys004"}, pause};
+    command.args.insert(command.args.end(), rest.begin(), rest.end());
+    return command;
+}
+
+const std::vector<std::string> hostileRefs{"", "%", "3", "%3;rm", "%3 ", "%3\n", " %3", "%-1", "%3:0", "-t",
+    "%٣", "%3\u202E", "w1:p", "w1:p2;x", "w1:p2\n", "w:p1", "W1:p2", "w1:p2 --", "w1.p2", "\x1B[A", "=main"};
+
+} // namespace
+
+TEST(HostPlan, eachHostIsTypedIntoInItsOwnWords) {
+    EXPECT_EQ(HostPlan::commands(jobOn("tmux", "%3"), bins),
+        (Plan{
+            {"/b/tmux", {"send-keys", "-t", "%3", "-l", "--", "1"}, 150},
+            {"/b/tmux", {"send-keys", "-t", "%3", "-l", "--", "-l; $(x)"}, 250},
+            {"/b/tmux", {"send-keys", "-t", "%3", "Enter"}, 100},
+            {"/b/tmux", {"send-keys", "-t", "%3", "Escape"}, 450},
+        }));
+    EXPECT_EQ(HostPlan::commands(jobOn("herdr", "w1:p20"), bins),
+        (Plan{
+            {"/b/herdr", {"pane", "send-keys", "w1:p20", "1"}, 150},
+            {"/b/herdr", {"pane", "send-text", "w1:p20", "-l; $(x)"}, 250},
+            {"/b/herdr", {"pane", "send-keys", "w1:p20", "enter"}, 100},
+            {"/b/herdr", {"pane", "send-keys", "w1:p20", "esc"}, 450},
+        }));
+    EXPECT_EQ(HostPlan::commands(jobOn("herdr", "w1:p20", {S::text("go")}), bins),
+        (Plan{{"/b/herdr", {"agent", "prompt", "w1:p20", "go"}, 150}}));
+    const auto& write = LiveScripts::itermWrite;
+    EXPECT_EQ(
+        HostPlan::commands(jobOn("iterm2", "A-1"), {}), (Plan{
+                                                            iterm(write, {"A-1", "key", "1"}, 150),
+                                                            iterm(write, {"A-1", "text", "-l; $(x)"}, 250),
+                                                            iterm(write, {"A-1", "cr", ""}, 100),
+                                                            iterm(write, {"A-1", "esc", ""}, 450),
+                                                        }));
+    EXPECT_EQ(HostPlan::commands(jobOn("iterm2", std::nullopt, {S::key("y")}), {}),
+        (Plan{iterm(write, {"", "key", "y"}, 150)}));
+}
+
+TEST(HostPlan, theQueueOfCodexTakesOneTextAndOnlyWithoutAHost) {
+    auto job = jobOn("unknown", std::nullopt, {S::text("go")});
+    job.tty.reset();
+    EXPECT_FALSE(HostPlan::commands(job, bins));
+    job.codexThread = "t1";
+    const Plan queue{{"/b/codex", {"queue", "--thread", "t1", "--message", "go"}, 0}};
+    EXPECT_EQ(HostPlan::commands(job, bins), queue);
+    EXPECT_FALSE(HostPlan::commands(job, {}));
+    for (const auto& steps : {std::vector<S>{}, {S::key("1")}, {S::text("a"), S::text("b")}}) {
+        job.steps = steps;
+        EXPECT_FALSE(HostPlan::commands(job, bins));
+    }
+    auto typed = jobOn("tmux", "%3", {S::key("1")});
+    typed.codexThread = "t1";
+    EXPECT_EQ(HostPlan::commands(typed, bins)->front().path, "/b/tmux");
+}
+
+TEST(HostPlan, whatCannotBeTypedThereIsNoPlan) {
+    auto job = jobOn("tmux", "%3");
+    job.tty.reset();
+    EXPECT_FALSE(HostPlan::commands(job, bins)) << "no terminal";
+    job = jobOn("tmux", "%3");
+    job.steps.reset();
+    EXPECT_FALSE(HostPlan::commands(job, bins)) << "no steps";
+    for (const auto* host : {"terminal", "unknown", "", "TMUX", "screen"}) {
+        EXPECT_FALSE(HostPlan::commands(jobOn(host, "%3"), bins)) << host;
+    }
+    const std::pair<const char*, const char*> hosts[] = {{"tmux", "%3"}, {"herdr", "w1:p2"}, {"iterm2", "A"}};
+    for (const auto& [host, ref] : hosts) {
+        EXPECT_EQ(HostPlan::commands(jobOn(host, ref, {}), bins), Plan{}) << host;
+        EXPECT_FALSE(HostPlan::commands(jobOn(host, ref, {S::key("1"), S::nav("down")}), bins)) << host;
+    }
+    for (const auto& ref : hostileRefs) {
+        EXPECT_FALSE(HostPlan::commands(jobOn("tmux", ref), bins)) << ref;
+        EXPECT_FALSE(HostPlan::commands(jobOn("herdr", ref), bins)) << ref;
+        EXPECT_FALSE(HostPlan::commands(jobOn("herdr", ref, {S::text("go")}), bins)) << ref;
+    }
+    for (const auto* host : {"tmux", "herdr"}) {
+        EXPECT_FALSE(HostPlan::commands(jobOn(host, std::nullopt), bins));
+        EXPECT_FALSE(HostPlan::commands(jobOn(host, host == std::string("tmux") ? "%3" : "w1:p2"), {}));
+    }
+}
+
+TEST(HostPlan, aScreenIsReadAndSteeredInTmuxAndITerm2Only) {
+    auto job = trustJob();
+    EXPECT_EQ(
+        HostPlan::screenRead(job, bins), (RunCommand{"/b/tmux", {"capture-pane", "-p", "-t", "%3"}, 0}));
+    const std::tuple<const char*, const char*, const char*> keys[] = {
+        {"up", "Up", "up"}, {"down", "Down", "down"}, {"enter", "Enter", "cr"}};
+    for (const auto& [key, tmuxKey, mode] : keys) {
+        job = trustJob();
+        EXPECT_EQ(
+            HostPlan::navKey(job, key, bins), (RunCommand{"/b/tmux", {"send-keys", "-t", "%3", tmuxKey}, 0}));
+        job.host = "iterm2";
+        EXPECT_EQ(HostPlan::navKey(job, key, {}), iterm(LiveScripts::itermWrite, {"%3", mode, ""}));
+    }
+    EXPECT_EQ(HostPlan::screenRead(job, {}), iterm(LiveScripts::itermRead, {"%3"}));
+    for (const auto* key : {"left", "Up", "", "1"})
+        EXPECT_FALSE(HostPlan::navKey(job, key, bins)) << key;
+
+    const auto neither = [](const DeliverJob& j, const HostPlan::Bins& tools) {
+        return !HostPlan::screenRead(j, tools) && !HostPlan::navKey(j, "up", tools);
+    };
+    EXPECT_TRUE(neither(trustJob(), {}));
+    for (const auto* host : {"herdr", "terminal", "unknown"}) {
+        job.host = host;
+        EXPECT_TRUE(neither(job, bins)) << host;
+    }
+    for (const auto& ref : hostileRefs) {
+        job = trustJob();
+        job.hostRef = ref;
+        EXPECT_TRUE(neither(job, bins)) << ref;
+    }
+    for (const auto* host : {"tmux", "iterm2"}) {
+        job = trustJob();
+        job.host = host;
+        job.hostRef.reset();
+        EXPECT_TRUE(neither(job, bins)) << host;
+        job.hostRef = "%3";
+        job.tty.reset();
+        EXPECT_TRUE(neither(job, bins)) << host;
+        job.tty = "ttys004";
+        job.screen->profile = "other";
+        EXPECT_FALSE(HostPlan::screenRead(job, bins)) << host;
+        job.screen.reset();
+        EXPECT_FALSE(HostPlan::screenRead(job, bins)) << host;
+    }
+}
+
+TEST(HostPlan, tmuxStartsAnAgentInASessionOfItsOwn) {
+    auto job = answerJob();
+    job.sessionId = "a_b:c-1 ü²\n$";
+    job.open = DeliverJob::Open{"/w", {}, std::nullopt};
+    const std::vector<std::string> argv{"claude", "--resume", "id"};
+    EXPECT_EQ(HostPlan::tmuxOpen(job, argv, bins),
+        (RunCommand{"/b/tmux",
+            {"new-session", "-d", "-s", "kd-abc-1ü²", "-c", "/w", "--", "/b/claude", "--resume", "id"}, 0}));
+    EXPECT_FALSE(HostPlan::tmuxOpen(job, {}, bins));
+    EXPECT_FALSE(HostPlan::tmuxOpen(job, {"grok"}, bins));
+    EXPECT_FALSE(HostPlan::tmuxOpen(job, argv, {{"claude", "/b/claude"}}));
+    auto without = job;
+    without.sessionId.reset();
+    EXPECT_FALSE(HostPlan::tmuxOpen(without, argv, bins));
+    job.open.reset();
+    EXPECT_FALSE(HostPlan::tmuxOpen(job, argv, bins));
+}
+
+TEST(HostPlan, thePaneIsAskedWhatItHoldsBeforeTheFirstKey) {
+    EXPECT_EQ(HostPlan::preflight(jobOn("tmux", "%3"), bins),
+        (RunCommand{
+            "/b/tmux", {"display-message", "-p", "-t", "%3", "#{pane_tty} #{pane_current_command}"}, 0}));
+    EXPECT_EQ(HostPlan::preflight(jobOn("herdr", "w1:p2"), bins),
+        (RunCommand{"/b/herdr", {"pane", "process-info", "--pane", "w1:p2"}, 0}));
+    EXPECT_FALSE(HostPlan::preflight(jobOn("iterm2", "A"), bins));
+    EXPECT_FALSE(HostPlan::preflight(jobOn("tmux", std::nullopt), bins));
+    EXPECT_FALSE(HostPlan::preflight(jobOn("tmux", "%3"), {}));
+
+    const auto tmux = jobOn("tmux", "%3");
+    const std::pair<const char*, bool> answers[] = {{"/dev/ttys004 claude\n", true}, {"ttys004 node", true},
+        {"/dev/ttys004", true}, {"/dev/ttys004 zsh", false}, {"/dev/ttys004   -zsh \n", false},
+        {"/dev/ttys004 login", false}, {"/dev/ttys009 claude", false}, {"/dev/ttys0041 claude", false},
+        {"/dev//dev/ttys004 claude", false}, {"", false}, {" \n", false}, {"claude /dev/ttys004", false}};
+    for (const auto& [output, passes] : answers)
+        EXPECT_EQ(HostPlan::preflightPasses(tmux, output), passes) << output;
+    auto lost = tmux;
+    lost.tty.reset();
+    EXPECT_FALSE(HostPlan::preflightPasses(lost, "/dev/ttys004 claude"));
+    for (const auto& shell : HostPlan::shells()) {
+        EXPECT_FALSE(HostPlan::preflightPasses(tmux, "/dev/ttys004 " + shell)) << shell;
+    }
+
+    auto herdr = jobOn("herdr", "w1:p2");
+    EXPECT_TRUE(HostPlan::preflightPasses(herdr, R"({"pid":501})"));
+    EXPECT_FALSE(HostPlan::preflightPasses(herdr, R"({"pid":502,"ppid":501})"));
+    herdr.pid.reset();
+    EXPECT_FALSE(HostPlan::preflightPasses(herdr, R"({"pid":501})"));
+    EXPECT_TRUE(HostPlan::preflightPasses(jobOn("iterm2", "A"), ""));
+}
+
+TEST(HostPlan, everyPidThatHerdrNamesIsFound) {
+    using Pids = std::set<std::int64_t>;
+    const std::pair<std::string, Pids> rows[] = {
+        {R"({"panes":[{"pid":12,"shell_pid":"x","kids":[{"pid":13}]}]})", {12, 13}},
+        {R"([{"shell_pid":7},{"pid":{"pid":8}},{"pid":[{"pid":9},10]}])", {7, 8, 9}},
+        {R"({"pid":"14","PID":15,"parent_pid":16,"pid2":17})", {}},
+        {R"({"pid":1.5,"shell_pid":true,"x":null})", {}},
+        {R"({"pid":12} trailing)", {}},
+        {R"({"pid":12)", {}},
+        {"", {}},
+        {"12", {}},
+        {std::string(5000, '['), {}},
+    };
+    for (const auto& [output, pids] : rows)
+        EXPECT_EQ(HostPlan::herdrPids(output), pids) << output.substr(0, 80);
+
+    std::mt19937 random(11);
+    const std::string pieces[] = {"{", "}", "[", "]", "\"pid\":", "\"shell_pid\":", "\"k\":", "12", "-3",
+        "\"x\"", ",", "null", "1e3", "\xFF", "\\"};
+    for (int round = 0; round < 20000; ++round) {
+        const auto output = randomText(random, pieces, 10);
+        for (const auto pid : HostPlan::herdrPids(output))
+            EXPECT_TRUE(pid == 12 || pid == -3 || pid == 1000) << output;
+    }
+}
+
+TEST(HostPlan, aVerdictIsOkOrARefusal) {
+    const std::pair<const char*, const char*> rows[] = {{" ok\n", "passes"},
+        {"missing\n", "the terminal tab is gone"}, {"ambiguous", "2 terminal tabs share this tty"},
+        {"moved", "the session moved to another terminal tab"},
+        {"shell", "the terminal is at a shell prompt: the agent ended"},
+        {"unknown job", "the terminal did not say what runs in the tab"}, {"", "the terminal did not answer"},
+        {"OK", "the terminal did not answer"}, {"ok ok", "the terminal did not answer"}};
+    for (const auto& [output, words] : rows) {
+        EXPECT_EQ(HostPlan::scriptRefusal(output).value_or("passes"), words) << output;
+    }
+}

@@ -1,0 +1,445 @@
+#include "KelvadromeKit/delivery/LiveExecutor.h"
+
+#include "tests/delivery/Jobs.h"
+#include "tests/support/Paced.h"
+#include "tests/support/ScriptedRunner.h"
+#include "tests/support/TemporaryFolder.h"
+
+#include <gtest/gtest.h>
+
+namespace kelvadrome {
+
+void PrintTo(const JobOutcome& outcome, std::ostream* out) {
+    *out << outcome.outcome << " (" << outcome.reason.value_or("no reason") << ") by " << outcome.path;
+}
+
+namespace test {
+namespace {
+
+using Lines = std::vector<std::string>;
+const std::string psLine = "ps -o pid=,pgid=,tpgid=,tty=,comm= -p 501";
+const std::string alive = "  501   501   501 ttys004  /usr/local/bin/claude\n";
+const std::string uuid = "0123abcd-0123-4567-89AB-0123456789ab";
+
+RunOutput says(std::string text, std::int32_t status = 0) {
+    return ScriptedRunner::says(std::move(text), status);
+}
+
+std::string question(bool trustSelected, const std::string& folder = "/Users/me/p") {
+    return "Accessing workspace:\n\n" + folder + "\n\nQuick safety check: is this yours?\n\n" +
+           (trustSelected ? "  1. No, exit\n❯ 2. Yes, I trust this folder\n"
+                          : "❯ 1. No, exit\n  2. Yes, I trust this folder\n") +
+           "\nEnter to confirm · Esc to cancel\n";
+}
+
+/// A job on its road: a healthy agent on ttys004 unless a test says otherwise, and a daemon that says go.
+class LiveExecutorTest : public testing::Test {
+protected:
+    LiveExecutorTest() { healthy(); }
+
+    void healthy() {
+        runner = std::make_shared<ScriptedRunner>();
+        runner->on(psLine, says(alive));
+        runner->on("display-message", says("/dev/ttys004 claude\n"));
+        runner->on("tmux send-keys", says(""));
+        runner->on("tmux select-pane", says(""));
+        runner->on("itermWrite", says("ok\n"));
+        pauses.clear();
+        asked = 0;
+        clock = std::make_shared<ManualClock>(beforeExpiry);
+    }
+
+    LiveExecutor live() const {
+        return {runner,
+            {{"tmux", "/opt/tmux"}, {"herdr", "/opt/herdr"}, {"codex", "/opt/codex"},
+                {"claude", "/opt/claude"}},
+            clock, "/Users/me"};
+    }
+
+    JobOutcome perform(DeliverJob job) {
+        const auto executor = live();
+        return paced(executor.perform(std::move(job), presenceTags, clock->now(), start()));
+    }
+
+    JobOutcome paced(Task<JobOutcome> road) {
+        return runPaced(loop, *clock, std::move(road), [this](double pause) { pauses.push_back(pause); });
+    }
+
+    LiveExecutor::Start start() {
+        return [this] { return answerStart(this); };
+    }
+    static Task<std::optional<std::string>> answerStart(LiveExecutorTest* test) {
+        ++test->asked;
+        test->callsAtStart = test->runner->calls.size();
+        if (test->whileAsking)
+            test->whileAsking();
+        co_return test->stop;
+    }
+
+    TestLoop loop;
+    std::shared_ptr<ManualClock> clock;
+    std::shared_ptr<ScriptedRunner> runner;
+    std::vector<double> pauses;
+    std::optional<std::string> stop; // the daemon's no
+    std::function<void()> whileAsking;
+    int asked = 0;
+    std::size_t callsAtStart = 0;
+};
+
+const std::vector<DeliverStep> twoSteps{DeliverStep::escape(), DeliverStep::text("-n yes")};
+
+TEST_F(LiveExecutorTest, anAnswerIsTypedInOrderWithALookBeforeEachKeyAndAPauseAfterIt) {
+    EXPECT_EQ(perform(answerJob(twoSteps)), JobOutcome::done());
+    const Lines expected{psLine, "tmux display-message -p -t %3 #{pane_tty} #{pane_current_command}", psLine,
+        "tmux send-keys -t %3 Escape", psLine, "tmux send-keys -t %3 -l -- -n yes", psLine,
+        "tmux send-keys -t %3 Enter"};
+    EXPECT_EQ(runner->lines(), expected);
+    EXPECT_EQ(pauses, (std::vector{0.45, 0.25, 0.1}));
+    EXPECT_EQ(asked, 1);
+    EXPECT_EQ(callsAtStart, 3U) << "the go-ahead comes last before the keys";
+    for (const auto& call : runner->calls)
+        EXPECT_EQ(call.timeout, call.line.starts_with("tmux send") ? 5.0 : 3.0) << call.line;
+}
+
+TEST_F(LiveExecutorTest, aFailureAtAnyStepEndsTheAnswerThere) {
+    const std::string gone = "the agent process ended";
+    const std::string untaken = "the terminal did not take the keys";
+    const std::vector<JobOutcome> expected{JobOutcome::refused(gone),
+        JobOutcome::refused("the pane no longer holds this session"),
+        JobOutcome::refused("before the first key: " + gone), JobOutcome::refused(untaken),
+        JobOutcome::failed("stopped after 1 of 3 steps: " + gone), JobOutcome::failed(untaken),
+        JobOutcome::failed("stopped after 2 of 3 steps: " + gone), JobOutcome::failed(untaken)};
+    for (std::size_t i = 0; i < expected.size(); ++i) {
+        SCOPED_TRACE(i);
+        healthy();
+        runner->failing = i;
+        EXPECT_EQ(perform(answerJob(twoSteps)), expected[i]);
+        EXPECT_EQ(runner->calls.size(), i + 1) << "nothing ran after the failure";
+        EXPECT_EQ(asked, i > 2 ? 1 : 0);
+    }
+}
+
+TEST_F(LiveExecutorTest, aDaemonThatSaysNoStopsEveryKindOfJob) {
+    auto focus = answerJob();
+    focus.type = "focus";
+    auto open = answerJob();
+    open.type = "open";
+    open.open = DeliverJob::Open{"/", {"claude"}, std::nullopt};
+    for (const auto& job : {answerJob(), focus, open, trustJob()}) {
+        healthy();
+        runner->on("capture-pane", says(question(true)));
+        stop = "withdrawn";
+        EXPECT_EQ(perform(job), JobOutcome::refused("withdrawn")) << job.type;
+        EXPECT_EQ(runner->calls.size(), callsAtStart) << job.type;
+    }
+}
+
+TEST_F(LiveExecutorTest, theCheapChecksComeBeforeTheDaemonHearsAnything) {
+    clock->advance(101);
+    EXPECT_EQ(perform(answerJob()), JobOutcome::refused("the job expired"));
+    healthy();
+    auto foreign = answerJob();
+    foreign.presence = "other";
+    EXPECT_EQ(perform(foreign), JobOutcome::refused("the answer was not pressed in this app"));
+    EXPECT_EQ(runner->lines(), Lines{psLine});
+    EXPECT_EQ(asked, 0);
+}
+
+TEST_F(LiveExecutorTest, aJobThatExpiresWhileTheDaemonIsAskedIsStillTyped) {
+    whileAsking = [this] { clock->advance(1000); };
+    EXPECT_EQ(perform(answerJob()), JobOutcome::done());
+}
+
+TEST_F(LiveExecutorTest, aHostThatCannotTakeKeysIsRefusedByName) {
+    auto job = answerJob();
+    job.host = "terminal";
+    EXPECT_EQ(perform(job), JobOutcome::refused("terminal cannot take this answer here"));
+    job = answerJob();
+    job.hostRef = "%3;rm";
+    EXPECT_EQ(perform(job), JobOutcome::refused("tmux cannot take this answer here"));
+    EXPECT_EQ(asked, 0);
+}
+
+TEST_F(LiveExecutorTest, aScriptsVerdictIsRefusedAtTheFirstKeyAndFailedLater) {
+    auto job = answerJob({DeliverStep::text("yes")});
+    job.host = "iterm2";
+    job.hostRef = "ABC";
+    const std::string shell = "the terminal is at a shell prompt: the agent ended";
+    const struct {
+        std::vector<RunOutput> outputs;
+        JobOutcome outcome;
+    } rows[] = {
+        {{says("ok")}, JobOutcome::done()},
+        {{says("shell")}, JobOutcome::refused(shell)},
+        {{says("ok"), says("shell")}, JobOutcome::failed(shell)},
+        {{says("ok"), says("shell", 1)}, JobOutcome::failed(shell)},
+        {{says("ok", 1)}, JobOutcome::refused("the terminal did not take the keys")},
+        {{says("ok"), RunOutput()}, JobOutcome::failed("the terminal did not answer")},
+    };
+    for (const auto& [outputs, outcome] : rows) {
+        healthy();
+        runner->on("itermWrite", outputs);
+        EXPECT_EQ(perform(job), outcome);
+    }
+    EXPECT_EQ(runner->lines("itermWrite"), (Lines{"osascript itermWrite /dev/ttys004 ABC text yes",
+                                               "osascript itermWrite /dev/ttys004 ABC cr "}));
+}
+
+TEST_F(LiveExecutorTest, aCodexQueueTakesTheMessageWithoutATerminal) {
+    auto job = answerJob({DeliverStep::text("go on")});
+    job.agent = "codex";
+    job.host = "unknown";
+    job.codexThread = "T1";
+    job.tty.reset();
+    runner->on(psLine, says("501 501 501 ?? codex\n"));
+    runner->on("codex queue", says(""));
+    EXPECT_EQ(perform(job), JobOutcome::done("codex_queue"));
+    EXPECT_EQ(runner->lines(), (Lines{psLine, "codex queue --thread T1 --message go on"}));
+    EXPECT_EQ(runner->calls.back().timeout, 15.0);
+    EXPECT_TRUE(pauses.empty());
+
+    runner->on("codex queue", says("", 2));
+    EXPECT_EQ(perform(job), JobOutcome::refused("codex queue did not accept the message"));
+    job.steps->push_back(DeliverStep::text("more"));
+    EXPECT_EQ(perform(job), JobOutcome::refused("unknown cannot take this answer here"));
+}
+
+TEST_F(LiveExecutorTest, focusBringsEachHostForwardInItsOwnWay) {
+    const struct {
+        const char *host, *ref, *line;
+        RunOutput output;
+        JobOutcome outcome;
+    } rows[] = {
+        {"tmux", "%3", "tmux select-pane -t %3", says(""), JobOutcome::done()},
+        {"tmux", "%3", "tmux select-pane -t %3", says("", 1), JobOutcome::failed("focus failed")},
+        {"tmux", "3", nullptr, {}, JobOutcome::refused("this terminal cannot be focused")},
+        {"herdr", "w1:p2", "herdr agent focus w1:p2", says(""), JobOutcome::done()},
+        {"herdr", "w1", nullptr, {}, JobOutcome::refused("this terminal cannot be focused")},
+        {"iterm2", "x", "osascript itermFocus /dev/ttys004", says("ok\n"), JobOutcome::done()},
+        {"terminal", "x", "osascript terminalFocus /dev/ttys004", says("missing\n"),
+            JobOutcome::failed("the terminal tab is gone")},
+        {"terminal", "x", "osascript terminalFocus /dev/ttys004", says("ok", 1),
+            JobOutcome::failed("focus failed")},
+        {"unknown", "x", nullptr, {}, JobOutcome::refused("this terminal cannot be focused")},
+    };
+    auto job = answerJob();
+    job.type = "focus";
+    for (const auto& row : rows) {
+        healthy();
+        job.host = row.host;
+        job.hostRef = row.ref;
+        if (row.line)
+            runner->on(row.line, row.output);
+        EXPECT_EQ(perform(job), row.outcome) << row.host << " " << row.ref;
+        EXPECT_EQ(runner->lines(), row.line ? (Lines{psLine, row.line}) : Lines{psLine});
+        EXPECT_EQ(runner->calls.back().timeout, row.line ? 5.0 : 3.0);
+        EXPECT_EQ(asked, 1);
+    }
+    job.tty.reset();
+    EXPECT_EQ(perform(job), JobOutcome::refused("no terminal to focus"));
+}
+
+TEST_F(LiveExecutorTest, openStartsOnlyTheFixedTemplatesInAFolderThatIsThere) {
+    TemporaryFolder folder;
+    auto job = answerJob();
+    job.type = "open";
+    job.sessionId = "a_b:c-1";
+    const auto cwd = folder.path().string();
+    job.open = DeliverJob::Open{cwd, {"claude", "--resume", uuid}, "hi"};
+    runner->on("tmux new-session", {says(""), says("", 1)});
+    EXPECT_EQ(perform(job), JobOutcome::done());
+    EXPECT_EQ(runner->calls.back().line,
+        "tmux new-session -d -s kd-abc-1 -c " + cwd + " -- /opt/claude --resume " + uuid + " -- hi");
+    EXPECT_EQ(runner->calls.back().timeout, 10.0);
+    EXPECT_EQ(perform(job), JobOutcome::failed("tmux did not open the session"));
+    job.sessionId.reset();
+    EXPECT_EQ(perform(job), JobOutcome::refused("tmux or the agent was not found"));
+
+    job.host = "terminal";
+    const std::string failed = "iTerm2 did not open the window";
+    runner->on("itermOpen", {says("ok\n"), says(""), says("ok", 1)});
+    EXPECT_EQ(perform(job), JobOutcome::done());
+    EXPECT_EQ(runner->calls.back().line,
+        "osascript itermOpen cd '" + cwd + "' && 'claude' '--resume' '" + uuid + "' '--' 'hi'");
+    EXPECT_EQ(runner->calls.back().timeout, 10.0);
+    EXPECT_EQ(perform(job), JobOutcome::failed(failed));
+    EXPECT_EQ(perform(job), JobOutcome::failed(failed));
+
+    asked = 0;
+    job.open->cwd = folder / "gone";
+    EXPECT_EQ(perform(job), JobOutcome::refused("the session folder is gone"));
+    job.open->argv = {"vim"};
+    EXPECT_EQ(perform(job), JobOutcome::refused("the resume command is not 1 of the fixed templates"));
+    EXPECT_EQ(asked, 2) << "the daemon was asked first";
+}
+
+TEST_F(LiveExecutorTest, aPeekReadsTheScreenAndPressesNothing) {
+    auto job = trustJob();
+    job.type = "peek";
+    const std::pair<RunOutput, const char*> rows[] = {{says(question(true)), "trust:trust"},
+        {says(question(false, "~/p")), "trust:exit"}, {says(question(true, "/else")), "none"},
+        {says(question(true), 1), "none"}};
+    for (const auto& [screen, reason] : rows) {
+        healthy();
+        runner->on("capture-pane", screen);
+        EXPECT_EQ(perform(job), (JobOutcome{"done", reason, "host"}));
+        EXPECT_EQ(runner->lines(), (Lines{psLine, "tmux capture-pane -p -t %3"}));
+        EXPECT_EQ(runner->calls.back().timeout, 5.0);
+        EXPECT_EQ(asked, 0);
+    }
+}
+
+class ScreenAnswerTest : public LiveExecutorTest {
+protected:
+    static constexpr const char* read = "tmux capture-pane -p -t %3";
+
+    /// The screens in the order of the reads; the last one stays.
+    JobOutcome answer(std::string want, std::vector<std::string> screens) {
+        std::vector<RunOutput> outputs;
+        for (auto& screen : screens)
+            outputs.push_back(says(std::move(screen)));
+        runner->on(read, outputs);
+        return perform(trustJob(std::move(want)));
+    }
+    Lines keys() const { return runner->lines("send-keys"); }
+
+    const std::string yes = question(true), no = question(false), blank = "$ \n";
+    const std::string down = "tmux send-keys -t %3 Down", up = "tmux send-keys -t %3 Up",
+                      enter = "tmux send-keys -t %3 Enter";
+};
+
+TEST_F(ScreenAnswerTest, theSelectionIsMovedThenConfirmedEachKeyFromAFreshRead) {
+    EXPECT_EQ(answer("trust", {no, no, yes, blank}), JobOutcome::done());
+    EXPECT_EQ(runner->lines(), (Lines{psLine, read, psLine, read, down, psLine, read, enter, read, psLine}));
+    EXPECT_EQ(pauses, (std::vector{0.3, 0.9}));
+    EXPECT_EQ(callsAtStart, 2U);
+
+    healthy();
+    EXPECT_EQ(answer("trust", {yes, yes, blank}), JobOutcome::done());
+    EXPECT_EQ(keys(), Lines{enter});
+    healthy();
+    EXPECT_EQ(answer("exit", {yes, yes, no, blank}), JobOutcome::done());
+    EXPECT_EQ(keys(), (Lines{up, enter}));
+    EXPECT_EQ(runner->lines().back(), read) << "whoever exits needn't be there";
+}
+
+TEST_F(ScreenAnswerTest, aQuestionThatDoesNotGoAlongEndsTheAnswer) {
+    EXPECT_EQ(answer("trust", {no}), JobOutcome::failed("the selection did not move"));
+    EXPECT_EQ(keys(), (Lines{down, down, down, down}));
+    EXPECT_EQ(pauses, (std::vector{0.3, 0.3, 0.3, 0.3}));
+    healthy();
+    EXPECT_EQ(answer("trust", {blank}), JobOutcome::refused("the folder question is no longer on screen"));
+    EXPECT_EQ(asked, 0);
+    healthy();
+    EXPECT_EQ(answer("trust", {no, blank}), JobOutcome::refused("the folder question left the screen"));
+    EXPECT_EQ(asked, 1);
+    healthy();
+    EXPECT_EQ(answer("trust", {no, no, blank}), JobOutcome::failed("the folder question left the screen"));
+    healthy();
+    EXPECT_EQ(answer("trust", {yes}), JobOutcome::failed("the folder question did not take Return"));
+    healthy();
+    runner->on(psLine, {says(alive), says(alive), says("501 501 501 ttys004 zsh\n")});
+    EXPECT_EQ(answer("trust", {yes, yes, blank}), JobOutcome::failed("Claude left after Return"));
+}
+
+TEST_F(ScreenAnswerTest, expiryCountsBetweenTheKeys) {
+    whileAsking = [this] { clock->advance(101); };
+    EXPECT_EQ(answer("trust", {yes}), JobOutcome::refused("before the key: the job expired"));
+    healthy();
+    whileAsking = [this] { clock->advance(99.8); }; // the pause after the first key does the rest
+    EXPECT_EQ(answer("trust", {no}), JobOutcome::failed("before the key: the job expired"));
+    EXPECT_EQ(keys(), Lines{down});
+}
+
+TEST_F(ScreenAnswerTest, aFailureAtAnyStepEndsTheAnswerThere) {
+    const std::string gone = "before the key: the agent process ended";
+    const std::string left = "the folder question left the screen";
+    const std::string untaken = "the terminal did not take the key";
+    const std::vector<JobOutcome> expected{JobOutcome::refused("the agent process ended"),
+        JobOutcome::refused("the folder question is no longer on screen"), JobOutcome::refused(gone),
+        JobOutcome::refused(left), JobOutcome::refused(untaken), JobOutcome::failed(gone),
+        JobOutcome::failed(left), JobOutcome::failed(untaken)};
+    for (std::size_t i = 0; i < expected.size(); ++i) {
+        SCOPED_TRACE(i);
+        healthy();
+        runner->failing = i;
+        EXPECT_EQ(answer("trust", {no, no, yes, blank}), expected[i]);
+        EXPECT_EQ(runner->calls.size(), i + 1);
+    }
+}
+
+TEST_F(ScreenAnswerTest, whatIsNoScreenAnswerIsABadKey) {
+    const auto judged = [this](DeliverJob job) {
+        const auto executor = live();
+        return paced(executor.trustAnswer(std::move(job), start(), [] { return beforeExpiry; }));
+    };
+    auto job = trustJob();
+    job.host = "herdr";
+    EXPECT_EQ(judged(job), JobOutcome::refused("bad key"));
+    EXPECT_EQ(judged(trustJob("maybe")), JobOutcome::refused("bad key"));
+    job = trustJob();
+    job.screen->folder.reset();
+    EXPECT_EQ(judged(job), JobOutcome::refused("bad key"));
+    EXPECT_TRUE(runner->calls.empty());
+}
+
+TEST_F(ScreenAnswerTest, iTermSaysItselfWhetherItTookTheKey) {
+    auto job = trustJob();
+    job.host = "iterm2";
+    job.hostRef = "ABC";
+    runner->on("itermRead", {says(no), says(no), says(yes), says(blank)});
+    runner->on("itermWrite", {says("ok"), says("moved")});
+    EXPECT_EQ(perform(job), JobOutcome::failed("the session moved to another terminal tab"));
+    EXPECT_EQ(runner->lines("itermWrite"),
+        (Lines{"osascript itermWrite /dev/ttys004 ABC down ", "osascript itermWrite /dev/ttys004 ABC cr "}));
+}
+
+TEST_F(LiveExecutorTest, runningAppsAreListedAndTheirAccessToldApart) {
+    const std::string tab = "/dev/ttys003\tABC\tmy tab\ttrue\n";
+    std::map<std::string, ConsentCode> consent;
+    const HostAccessProbe probe{
+        [&](const std::string& bundle) { return consent[bundle]; }, [] { return true; }};
+    const auto look = [&](bool iterm, bool terminal) {
+        const auto executor = live();
+        return loop.run(executor.hostsAndAccess(iterm, terminal, probe));
+    };
+    EXPECT_EQ(look(false, false), LiveExecutor::Hosts());
+    EXPECT_TRUE(runner->calls.empty());
+
+    runner->on("itermList", says(tab));
+    runner->on("terminalList", RunOutput{15, "", "", true});
+    const HostSession session{"iterm2", "ttys003", "ABC", "my tab", true};
+    using Access = std::map<std::string, HostAccess>;
+    EXPECT_EQ(look(true, true), (LiveExecutor::Hosts{{session},
+                                    Access{{"iterm2", HostAccess::ok}, {"terminal", HostAccess::locked}}}));
+    EXPECT_EQ(runner->lines(), (Lines{"osascript itermList", "osascript terminalList"}));
+    EXPECT_EQ(runner->calls[0].timeout, 5.0);
+
+    consent["com.apple.Terminal"] = consentDenied;
+    consent["com.googlecode.iterm2"] = consentNotAsked;
+    runner->calls.clear();
+    EXPECT_EQ(
+        look(true, true).access, (Access{{"iterm2", HostAccess::waiting}, {"terminal", HostAccess::denied}}));
+    EXPECT_EQ(runner->lines(), Lines{"osascript terminalList"}) << "a script would pop up the question";
+
+    runner->on("terminalList", says("", 1));
+    consent.clear();
+    EXPECT_EQ(look(false, true), LiveExecutor::Hosts()) << "failed at once, which says nothing";
+    const auto executor = live();
+    EXPECT_EQ(loop.run(executor.hosts(true, false)), std::vector{session});
+}
+
+TEST(FindBins, eachToolIsTakenFromTheFirstFolderThatHasIt) {
+    std::set<std::string> files{"/usr/bin/tmux", "/usr/local/bin/herdr", "/usr/bin/herdr",
+        "/h/.codex/bin/codex", "/usr/bin/codex", "/h/.local/bin/claude", "/opt/homebrew/bin/claude",
+        "/h/.tmux/claude"};
+    const auto bins =
+        LiveExecutor::findBins("/h", [&](const std::string& path) { return files.contains(path); });
+    EXPECT_EQ(bins, (HostPlan::Bins{{"tmux", "/usr/bin/tmux"}, {"herdr", "/usr/local/bin/herdr"},
+                        {"codex", "/h/.codex/bin/codex"}, {"claude", "/h/.local/bin/claude"}}));
+    EXPECT_TRUE(LiveExecutor::findBins("/h", [](const std::string&) { return false; }).empty());
+}
+
+} // namespace
+} // namespace test
+} // namespace kelvadrome

@@ -1,0 +1,165 @@
+#include "KelvadromeKit/delivery/HostPlan.h"
+#include "KelvadromeKit/delivery/LiveScripts.h"
+
+#include <gtest/gtest.h>
+#include <re2/re2.h>
+
+using namespace kelvadrome;
+
+namespace {
+
+struct Script {
+    const char* name;
+    std::string_view text;
+    std::string_view bundle;
+    int arguments;
+};
+
+const Script scripts[] = {
+    {"itermList", LiveScripts::itermList, LiveScripts::itermBundle, 0},
+    {"terminalList", LiveScripts::terminalList, LiveScripts::terminalBundle, 0},
+    {"itermWrite", LiveScripts::itermWrite, LiveScripts::itermBundle, 4},
+    {"itermRead", LiveScripts::itermRead, LiveScripts::itermBundle, 2},
+    {"itermLabel", LiveScripts::itermLabel, LiveScripts::itermBundle, 3},
+    {"itermFocus", LiveScripts::itermFocus, LiveScripts::itermBundle, 1},
+    {"terminalFocus", LiveScripts::terminalFocus, LiveScripts::terminalBundle, 1},
+    {"itermOpen", LiveScripts::itermOpen, LiveScripts::itermBundle, 1},
+};
+
+/// Every first group of the pattern in the text, in order.
+std::vector<std::string> all(std::string_view text, const char* pattern) {
+    std::vector<std::string> found;
+    re2::StringPiece rest(text.data(), text.size());
+    std::string one;
+    while (RE2::FindAndConsume(&rest, pattern, &one))
+        found.push_back(one);
+    return found;
+}
+
+/// The pieces stand in the text in this order.
+void expectInOrder(std::string_view text, const std::vector<std::string_view>& pieces) {
+    std::size_t from = 0;
+    for (const auto piece : pieces) {
+        const auto at = text.find(piece, from);
+        ASSERT_NE(at, std::string_view::npos) << piece << " is not where it should be";
+        from = at + piece.size();
+    }
+}
+
+using Words = std::vector<std::string>;
+
+} // namespace
+
+TEST(LiveScripts, eachIsOneHandlerForOneAppByIdAndTakesItsArgumentsInOrder) {
+    for (const auto& script : scripts) {
+        EXPECT_TRUE(script.text.starts_with("on run argv\n")) << script.name;
+        EXPECT_EQ(all(script.text, "(?m)^ *on (\\w+)"), Words{"run"}) << script.name;
+        EXPECT_EQ(all(script.text, "tell (application[^\\n]*)"),
+            Words{"application id \"" + std::string(script.bundle) + '"'})
+            << script.name;
+        Words numbers;
+        for (int i = 1; i <= script.arguments; ++i)
+            numbers.push_back(std::to_string(i));
+        EXPECT_EQ(all(script.text, "item (\\d) of argv"), numbers) << script.name;
+        EXPECT_EQ(script.text.find("do shell script"), std::string_view::npos) << script.name;
+        EXPECT_EQ(script.text.find("run script"), std::string_view::npos) << script.name;
+    }
+}
+
+TEST(LiveScripts, everyBlockIsClosed) {
+    for (const auto& script : scripts) {
+        for (const auto* block : {"repeat", "try"}) {
+            const auto opened = all(script.text, ("(?m)^ *(" + std::string(block) + ")\\b").c_str()).size();
+            const auto closed = all(script.text, ("(?m)^ *end (" + std::string(block) + ")$").c_str()).size();
+            EXPECT_EQ(opened, closed) << script.name << " " << block;
+        }
+        const auto openTells = all(script.text, "(?m)^ *(tell (?:application id \"[^\"]*\"|s))$").size();
+        EXPECT_EQ(openTells, all(script.text, "(?m)^ *(end tell)$").size()) << script.name;
+        const auto openIfs = all(script.text, "(?m)^ *(if .* then)$").size();
+        EXPECT_EQ(openIfs, all(script.text, "(?m)^ *(end if)$").size()) << script.name;
+    }
+}
+
+TEST(LiveScripts, theVerdictsAreTheOnesThatAreUnderstood) {
+    const auto verdicts = [](std::string_view text) { return all(text, "return \"([^\"]*)\""); };
+    EXPECT_EQ(verdicts(LiveScripts::itermWrite),
+        (Words{"missing", "ambiguous", "moved", "shell", "unknown job", "shell", "ok"}));
+    EXPECT_EQ(verdicts(LiveScripts::itermRead), (Words{"missing", "ambiguous", "moved"}));
+    EXPECT_EQ(verdicts(LiveScripts::itermLabel), (Words{"missing", "ambiguous", "moved", "ok"}));
+    EXPECT_EQ(verdicts(LiveScripts::itermFocus), (Words{"ok", "missing"}));
+    EXPECT_EQ(verdicts(LiveScripts::terminalFocus), (Words{"ok", "missing"}));
+    EXPECT_EQ(verdicts(LiveScripts::itermOpen), Words{"ok"});
+}
+
+TEST(LiveScripts, theWriteScriptChecksEverythingBeforeItsOneKey) {
+    const auto& write = LiveScripts::itermWrite;
+    expectInOrder(
+        write, {"return \"missing\"", "return \"ambiguous\"",
+                   "wantedId is not \"\" and (id of s) is not wantedId", "return \"moved\"",
+                   "is at shell prompt of s", "return \"shell\"", "variable named \"jobName\"", "j is \"\"",
+                   "return \"unknown job\"", "j is in {", "return \"shell\"", "write text", "return \"ok\""});
+    const auto list = all(write, "j is in \\{([^}]*)\\}");
+    ASSERT_EQ(list.size(), 1u);
+    const auto names = all(list[0], "\"([^\"]*)\"");
+    EXPECT_EQ(names.size(), 14u);
+    EXPECT_EQ((std::set<std::string, std::less<>>(names.begin(), names.end())), HostPlan::shells());
+}
+
+TEST(LiveScripts, onlyTheOpenScriptEndsALine) {
+    for (const auto& script : scripts) {
+        const auto writes = all(script.text, "(write text[^\\n]*)");
+        for (const auto& line : writes) {
+            EXPECT_EQ(line.ends_with(" newline NO"), script.text != LiveScripts::itermOpen)
+                << script.name << line;
+        }
+        const std::size_t expected = script.text == LiveScripts::itermWrite  ? 5
+                                     : script.text == LiveScripts::itermOpen ? 1
+                                                                             : 0;
+        EXPECT_EQ(writes.size(), expected) << script.name;
+    }
+    EXPECT_EQ(all(LiveScripts::itermWrite, "writeMode is \"([^\"]*)\""), (Words{"esc", "down", "up", "cr"}));
+    expectInOrder(LiveScripts::itermWrite,
+        {"ASCII character 27", "ASCII character 13", "\"down\"", "[B", "\"up\"", "[A"});
+    // A label without an id would rename whatever stands on that tty.
+    EXPECT_EQ(LiveScripts::itermLabel.find("is not \"\""), std::string_view::npos);
+    expectInOrder(LiveScripts::itermList, {"set sep to ASCII character 9", "tell application"});
+    expectInOrder(LiveScripts::terminalList, {"set sep to ASCII character 9", "tell application"});
+}
+
+TEST(LiveScripts, aListKeepsTheSoundLines) {
+    const std::string longRef(120, 'r'), longTitle(300, 't');
+    const auto parsed = LiveScripts::parseList("/dev/ttys003\tABC\tmy tab\ttrue\n"
+                                               "ttys004\tDEF\t/clear\tfalse\n"
+                                               "tty9\t1:2\ta\x1B[31m\u202Eb\tunknown\n"
+                                               "ttys1\tG\n"
+                                               "\n"
+                                               "lonely\n"
+                                               "ttys12345\tABC\tx\ttrue\n"
+                                               "/dev//dev/ttys1\tABC\tx\ttrue\n"
+                                               "pts/3\tABC\tx\ttrue\n"
+                                               "ttys\tABC\tx\ttrue\n"
+                                               "ttys5\t\tx\ttrue\n"
+                                               "ttys6\t" +
+                                                   longRef +
+                                                   "r\tx\ttrue\n"
+                                                   "ttys7\t" +
+                                                   longRef + "\t" + longTitle + "\ttrue\tmore",
+        "iterm2");
+    const std::vector<HostSession> expected{
+        {"iterm2", "ttys003", "ABC", "my tab", true},
+        {"iterm2", "ttys004", "DEF", std::nullopt, false},
+        {"iterm2", "tty9", "1:2", "ab", std::nullopt},
+        {"iterm2", "ttys1", "G", std::nullopt, std::nullopt},
+        {"iterm2", "ttys7", longRef, longTitle.substr(0, 120), std::nullopt},
+    };
+    EXPECT_EQ(parsed, expected);
+}
+
+TEST(HostSession, whatIsAbsentIsNullOnTheWire) {
+    EXPECT_EQ((HostSession{"terminal", "ttys1", "4:1", std::nullopt, std::nullopt}.wire()),
+        (boost::json::object{{"host", "terminal"}, {"tty", "ttys1"}, {"ref", "4:1"}, {"title", nullptr},
+            {"at_shell_prompt", nullptr}}));
+    const auto wire = HostSession{"iterm2", "ttys1", "A", std::string(300, 't'), false}.wire();
+    EXPECT_EQ(wire.at("title").as_string(), std::string(120, 't'));
+    EXPECT_EQ(wire.at("at_shell_prompt"), false);
+}

@@ -1,0 +1,94 @@
+#include "KelvadromeKit/delivery/LiveText.h"
+#include "KelvadromeKit/support/Text.h"
+
+#include "tests/delivery/Jobs.h"
+
+#include <gtest/gtest.h>
+
+using namespace kelvadrome;
+
+TEST(LiveText, terminalSequencesAndControlsAreDropped) {
+    const struct {
+        std::string text;
+        std::optional<std::string> clean;
+    } rows[] = {
+        {"plain", "plain"},
+        {"a\x1B[31mb", "ab"}, // a control sequence
+        {"a\x1B[1;2", "a"},   // one without its end
+        {"a\x1B", "a"},       // ESC alone
+        {"a\x1B"
+         "cb",
+            "ab"},                      // ESC and one scalar
+        {"a\x1B]0;title\ab", "ab"},     // a string ended by BEL
+        {"a\x1B]0;title\x1B\\b", "ab"}, // by ESC and a scalar
+        {"a\x1B]0;t\x1B", "a"},         // by ESC at the very end
+        {"a\x1B]0;never ended", "a"},   // not at all
+        {"a\x1BPq\ab\x1BXq\ac\x1B^q\ad\x1B_q\ae", "abcde"},
+        {"a\x1B]x\x1B[31mb", "a31mb"}, // ESC [ ends it like any ESC
+        {"a\u009B31mb", "ab"},         // in one scalar
+        {"a\u009B31", "a"},
+        {"a\u009D0;t\u009Cb\u0090q\ac\u0098q\ad\u009Eq\ae\u009Fq\af", "abcdef"},
+        {"a\u009D0;t\x1B\\b", "a"}, // ESC ends nothing there
+        {"a\tb\nc\vd\fe\rf\u0085g\u2028h\u2029i", "a b c d e f g h i"},
+        {"a\r\n\r\nb", "a b"},
+        {std::string("a\0\x01\x7F\u0081\u009Ab", 9), "ab"},
+        {"a\u200B\u200E\u200F\u202A\u202E\u2060\u2064\u2066\u2069\uFEFFb", "ab"},
+        {"a\u2065\u2070\u200Ab", "a\u2065\u2070\u200Ab"}, // their neighbours are kept
+        {"e\u0301", "\u00E9"},
+        {"e\u200B\u0301", "\u00E9"}, // composed after the drop
+        {"  a   b  ", "a b"},
+        {"\u00A0\u3000a\u00A0\u00A0b\u2003", "a\u00A0\u00A0b"},
+        {"", std::nullopt},
+        {" \t\u200B ", std::nullopt},
+        {"/clear", std::nullopt},
+        {" !ls", std::nullopt},
+        {"\u200B#note", std::nullopt},
+        {"\x1B[0m&", std::nullopt},
+        {"!\u0301 ; ls", std::nullopt}, // a mark doesn't hide the command's sign
+        {"a/!#&", "a/!#&"},
+        {"?", "?"},
+    };
+    for (const auto& row : rows)
+        EXPECT_EQ(LiveText::sanitize(row.text), row.clean) << row.text;
+}
+
+TEST(LiveText, lengthCountsCharacters) {
+    std::string longest;
+    for (std::size_t i = 0; i < LiveText::maxLength; ++i)
+        longest += "👩‍👧";
+    // The joiner inside is dropped like every invisible mark, which makes two characters of each.
+    EXPECT_FALSE(LiveText::sanitize(longest));
+    longest.clear();
+    for (std::size_t i = 0; i < LiveText::maxLength; ++i)
+        longest += "q\u0301";
+    EXPECT_EQ(LiveText::sanitize(longest), longest);
+    EXPECT_FALSE(LiveText::sanitize(longest + "q"));
+    EXPECT_TRUE(LiveText::sanitize(longest + "  \n")) << "what is trimmed doesn't count";
+}
+
+TEST(LiveText, whatComesOutIsCleanAndStaysAsItIs) {
+    std::mt19937 random(5);
+    const std::string pieces[] = {"a", "B", "1", " ", "\x1B", "[", "]", "P", "\\", "\a", "m", ";", "\n", "\t",
+        "\r", "\u0085", "\u0090", "\u009B", "\u009C", "\u009D", "\u00A0", "\u0301", "e", "\u200B", "\u200D",
+        "\u202E", "\u2028", "\u2001", "\uFEFF", "/", "!", "#", "&", "\x7F", "\u037E", "👩", "\xFF",
+        "\xE2\x82"};
+    int kept = 0;
+    for (int round = 0; round < 50000; ++round) {
+        const auto text = test::randomText(random, pieces, 12);
+        const auto clean = LiveText::sanitize(text);
+        if (!clean)
+            continue;
+        ++kept;
+        EXPECT_TRUE(LiveText::isFit(*clean)) << text;
+        EXPECT_EQ(LiveText::sanitize(*clean), clean) << text;
+        EXPECT_EQ(clean->find("  "), std::string::npos) << text;
+        EXPECT_EQ(std::string_view("/!#& ").find(clean->front()), std::string_view::npos) << text;
+        for (const auto c : Text::scalars(*clean)) {
+            const bool control = c < 32 || (c >= 127 && c < 160) || c == 0x2028 || c == 0x2029;
+            const bool invisible =
+                (c >= 0x200B && c <= 0x200F) || (c >= 0x202A && c <= 0x202E) || c == 0xFEFF;
+            EXPECT_FALSE(control || invisible) << text;
+        }
+    }
+    EXPECT_GT(kept, 10000);
+}

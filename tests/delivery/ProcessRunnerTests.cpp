@@ -1,0 +1,148 @@
+#include "KelvadromeKit/delivery/ProcessRunner.h"
+#include "KelvadromeKit/support/Descriptor.h"
+
+#include "tests/support/TemporaryFolder.h"
+#include "tests/support/TestLoop.h"
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <fcntl.h>
+#include <filesystem>
+#include <sys/stat.h>
+
+namespace kelvadrome::test {
+namespace {
+
+constexpr double ample = 15; // seconds; no child of these tests takes that long
+
+class ProcessRunnerTest : public testing::Test {
+protected:
+    RunOutput run(RunCommand command, double timeout = ample) {
+        ProcessRunner runner(loop.pool());
+        return loop.run(runner.run(std::move(command), timeout));
+    }
+    RunOutput shell(const std::string& script, double timeout = ample) {
+        return run({"/bin/sh", {"-c", script}, 0}, timeout);
+    }
+
+    static std::size_t openDescriptors() {
+        const std::filesystem::directory_iterator folder("/proc/self/fd");
+        return static_cast<std::size_t>(std::distance(begin(folder), end(folder)));
+    }
+
+    TestLoop loop;
+};
+
+TEST_F(ProcessRunnerTest, outputErrorsAndStatusComeBackApart) {
+    EXPECT_EQ(shell("printf out; printf err >&2; exit 7"), (RunOutput{7, "out", "err", false}));
+    EXPECT_EQ(shell("kill -9 $$").status, SIGKILL);
+    EXPECT_EQ(run({"/usr/bin/printf", {"%s|", "", "a b", "-n", "$HOME"}, 0}).stdoutText, "|a b|-n|$HOME|");
+}
+
+TEST_F(ProcessRunnerTest, aCommandThatCannotStartIsAFailureWithoutAWord) {
+    TemporaryFolder folder;
+    const RunOutput nothing{-1, "", "", false};
+    EXPECT_EQ(run({folder / "missing", {}, 0}), nothing);
+    EXPECT_EQ(run({folder.path().string(), {}, 0}), nothing);
+    EXPECT_EQ(run({"", {}, 0}), nothing);
+    EXPECT_EQ(run({"/bin/echo", {std::string("a\0b", 3)}, 0}), nothing);
+    EXPECT_EQ(run({"/bin/echo", {std::string(4'000'000, 'x')}, 0}), nothing)
+        << "longer than the system takes";
+}
+
+TEST_F(ProcessRunnerTest, allIsReadAndTheBeginningKept) {
+    // Errors first, more than a pipe holds, then output: who reads one after the other would wait for ever.
+    const auto both = shell("yes abc | head -c 200000 >&2; yes abcdefg | head -c 2000000; exit 5");
+    EXPECT_EQ(both.status, 5);
+    ASSERT_EQ(both.stdoutText.size(), 1'000'000U);
+    EXPECT_EQ(both.stdoutText.substr(999'992), "abcdefg\n");
+    ASSERT_EQ(both.stderrText.size(), 2'048U);
+    EXPECT_EQ(both.stderrText.substr(2'044), "abc\n");
+}
+
+TEST_F(ProcessRunnerTest, aCharacterThatTheCutSplitsIsRepaired) {
+    const auto split = shell("head -c 999999 /dev/zero | tr '\\0' a; printf '\\303\\244more'");
+    EXPECT_EQ(split.stdoutText.size(), 999'999U + 3);
+    EXPECT_TRUE(split.stdoutText.ends_with("aa\uFFFD"));
+    EXPECT_EQ(shell("printf 'a\\377b'; printf '\\200' >&2"), (RunOutput{0, "a\uFFFDb", "\uFFFD", false}));
+}
+
+TEST_F(ProcessRunnerTest, theDeadlineAsksOnceAndKeepsWhatWasWritten) {
+    EXPECT_EQ(shell("printf early; exec sleep 60", 0.2), (RunOutput{SIGTERM, "early", "", true}));
+    EXPECT_EQ(shell("exec sleep 60 >&- 2>&-", 0.2), (RunOutput{SIGTERM, "", "", true}))
+        << "also when the pipes ended long before";
+    EXPECT_EQ(shell("trap 'exit 9' TERM; echo up; while :; do sleep 0.05; done", 0.3).status, 9);
+}
+
+TEST_F(ProcessRunnerTest, aChildThatDoesNotListenIsWaitedFor) {
+    EXPECT_EQ(shell("trap '' TERM; sleep 0.6; echo late", 0.2), (RunOutput{0, "late\n", "", true}));
+}
+
+TEST_F(ProcessRunnerTest, aGrandchildsOutputIsWaitedForButADeadChildIsNotLate) {
+    EXPECT_EQ(shell("(sleep 0.6; echo grandchild) & exit 3", 0.2), (RunOutput{3, "grandchild\n", "", false}));
+}
+
+TEST_F(ProcessRunnerTest, aChildStartsCleanWhateverThisProcessDid) {
+    const Descriptor inherited(::open("/dev/null", O_RDONLY)); // without O_CLOEXEC
+    const auto pipeBefore = ::signal(SIGPIPE, SIG_IGN);
+    sigset_t blocked;
+    sigset_t before;
+    ::sigemptyset(&blocked);
+    ::sigaddset(&blocked, SIGTERM);
+    ::pthread_sigmask(SIG_BLOCK, &blocked, &before); // the pool's threads inherit it
+    const auto status = run({"/bin/cat", {"/proc/self/status"}, 0}).stdoutText;
+    const auto descriptors = run({"/bin/ls", {"/proc/self/fd"}, 0}).stdoutText;
+    ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    ::signal(SIGPIPE, pipeBefore);
+
+    EXPECT_NE(status.find("SigBlk:\t0000000000000000"), std::string::npos) << status;
+    EXPECT_NE(status.find("SigIgn:\t0000000000000000"), std::string::npos) << status;
+    EXPECT_EQ(descriptors, "0\n1\n2\n3\n") << "3 is the listing itself";
+    EXPECT_EQ(shell("wc -c").stdoutText, "0\n") << "there is no input";
+}
+
+TEST_F(ProcessRunnerTest, theEnvironmentIsTheGivenOneWithoutColour) {
+    ProcessRunner runner(loop.pool(), {{"A", "b=c"}, {"NO_COLOR", "0"}});
+    EXPECT_EQ(loop.run(runner.run({"/usr/bin/env", {}, 0}, ample)).stdoutText, "NO_COLOR=1\nA=b=c\n");
+    ::setenv("KELVADROME_PROBE", "yes", 1);
+    EXPECT_EQ(shell("printf $KELVADROME_PROBE$NO_COLOR").stdoutText, "yes1");
+}
+
+TEST_F(ProcessRunnerTest, runsGoOnAtTheSameTimeAndLeaveNothingOpen) {
+    shell("true");
+    const auto before = openDescriptors();
+    TemporaryFolder folder;
+    const auto fifo = folder / "fifo";
+    ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+    ProcessRunner runner(loop.pool());
+    // Each end waits for the other.
+    auto [reader, writer] = loop.run(gather(runner.run({"/bin/cat", {fifo}, 0}, ample),
+        runner.run({"/bin/sh", {"-c", "echo met > \"$0\"", fifo}, 0}, ample)));
+    EXPECT_EQ(reader.take().stdoutText, "met\n");
+    EXPECT_EQ(writer.take().status, 0);
+    run({folder / "missing", {}, 0});
+    EXPECT_EQ(openDescriptors(), before);
+}
+
+Task<> runUntilCancelled(CommandRunning& runner, RunCommand command, bool* ended) {
+    co_await runner.run(std::move(command), ample);
+    *ended = true;
+}
+
+TEST_F(ProcessRunnerTest, aCancelledCallerDoesNotWaitForADeafChild) {
+    TemporaryFolder folder;
+    const auto begun = folder / "begun";
+    ProcessRunner runner(loop.pool());
+    bool ended = false;
+    const RunCommand deaf{"/bin/sh", {"-c", "trap '' TERM; : > \"$0\"; exec sleep 25", begun}, 0};
+    const auto task = spawn(loop.executor(), "run", runUntilCancelled(runner, deaf, &ended));
+    loop.until([&] { return std::filesystem::exists(begun); }, "the child to begin");
+    EXPECT_FALSE(ended);
+    task.cancel();
+    loop.until([&] { return ended; }, "the run to be given up");
+}
+
+} // namespace
+} // namespace kelvadrome::test

@@ -1,0 +1,223 @@
+#include "KelvadromeKit/delivery/LiveExecutor.h"
+#include "KelvadromeKit/delivery/ProcessRunner.h"
+#include "KelvadromeKit/support/Text.h"
+
+#include "tests/support/Paced.h"
+#include "tests/support/TemporaryFolder.h"
+
+#include <fmt/format.h>
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <filesystem>
+
+namespace kelvadrome {
+
+void PrintTo(const JobOutcome& outcome, std::ostream* out) {
+    *out << outcome.outcome << " (" << outcome.reason.value_or("no reason") << ")";
+}
+
+namespace test {
+namespace {
+
+/// A tmux server of this test's own, which plain "tmux" reaches by its environment, with an agent in a pane.
+class TmuxDelivery : public testing::Test {
+protected:
+    TmuxDelivery() {
+        std::filesystem::copy_file(FAKE_AGENT, agent_); // ps names a process by its file
+        // Without a server of its own config, and with keys that are passed on at once.
+        tmux({"-f", "/dev/null", "start-server", ";", "set-option", "-s", "escape-time", "0"});
+    }
+    ~TmuxDelivery() override { tmux({"kill-server"}); }
+
+    RunOutput tmux(std::vector<std::string> words) {
+        return loop.run(runner->run({"/usr/bin/tmux", std::move(words), 0}, 10));
+    }
+    std::string ask(const std::string& target, const std::string& format) {
+        const auto output = tmux({"display-message", "-p", "-t", target, format});
+        return std::string(Text::trimWhitespace(output.stdoutText));
+    }
+    std::string screen() { return tmux({"capture-pane", "-p", "-t", pane}).stdoutText; }
+
+    /// Starts the agent in a new session and waits until it is drawn.
+    void startAgent(std::vector<std::string> more = {}) {
+        std::vector<std::string> words{"-f", "/dev/null", "new-session", "-d", "-x", "100", "-y", "30", "-P",
+            "-F", "#{pane_id}", "--", agent_, log_};
+        words.insert(words.end(), more.begin(), more.end());
+        const auto output = tmux(words);
+        ASSERT_EQ(output.status, 0) << output.stderrText;
+        pane = Text::trimWhitespace(output.stdoutText);
+        waitFor([&] { return !Text::trimWhitespace(screen()).empty(); }, "the agent to be drawn");
+        pid = std::stoll(ask(pane, "#{pane_pid}"));
+    }
+
+    /// An answer for the agent as it is now.
+    DeliverJob answer(std::vector<DeliverStep> steps) {
+        const auto executor = live();
+        const auto facts = loop.run(executor.facts(pid));
+        EXPECT_TRUE(facts && facts->isAgent("claude") && facts->foreground());
+        DeliverJob job;
+        job.id = "j1";
+        job.type = "answer";
+        job.agent = "claude";
+        job.pid = pid;
+        job.pgid = facts ? facts->pgid : 0;
+        job.tty = facts ? facts->tty : std::nullopt;
+        job.host = "tmux";
+        job.hostRef = pane;
+        job.steps = std::move(steps);
+        job.presence = "tag";
+        job.expiresAt = "2099-01-01T00:00:00Z";
+        return job;
+    }
+
+    JobOutcome perform(DeliverJob job, const std::function<void(double)>& onPause = {}) {
+        const auto executor = live();
+        return runPaced(loop, *clock, executor.perform(std::move(job), {"tag"}, clock->now(), go), onPause);
+    }
+    /// The keys alone, for what the first checks would already have caught.
+    JobOutcome type(DeliverJob job) {
+        const auto executor = live();
+        return runPaced(loop, *clock, executor.type(std::move(job), go));
+    }
+    LiveExecutor live() const {
+        return {runner, {{"tmux", "/usr/bin/tmux"}, {"claude", agent_}}, clock, "/nobody"};
+    }
+
+    std::string typed() const { return Files::read(log_, 1'000'000).value_or(""); }
+    void expectTyped(const std::string& text) {
+        waitFor([&] { return typed().size() >= text.size(); }, "the keys to arrive: " + text);
+        EXPECT_EQ(typed(), text);
+    }
+    /// For what another process does: asks again until it is so.
+    void waitFor(const std::function<bool()>& condition, const std::string& what) {
+        loop.until(condition, what);
+    }
+    bool gone() const { return ::kill(static_cast<pid_t>(pid), 0) != 0; }
+    void kill(int signal) { ::kill(static_cast<pid_t>(pid), signal); }
+
+    TestLoop loop;
+    TemporaryFolder folder;
+    std::shared_ptr<ManualClock> clock = std::make_shared<ManualClock>();
+    std::shared_ptr<ProcessRunner> runner = std::make_shared<ProcessRunner>(loop.pool(),
+        std::map<std::string, std::string>{{"PATH", "/usr/bin:/bin"}, {"LANG", "C.UTF-8"}, {"TERM", "xterm"},
+            {"HOME", folder.path().string()}, {"TMUX_TMPDIR", folder.path().string()}});
+    std::string pane;
+    std::int64_t pid = 0;
+    int starts = 0;
+    const LiveExecutor::Start go = [this] { return yes(&starts); };
+
+private:
+    static Task<std::optional<std::string>> yes(int* starts) {
+        ++*starts;
+        co_return std::nullopt;
+    }
+
+    const std::string agent_ = folder / "claude";
+    const std::string log_ = folder / "typed";
+};
+
+TEST_F(TmuxDelivery, keysAndTextArriveExactlyAsPressed) {
+    startAgent();
+    EXPECT_EQ(perform(answer({DeliverStep::key("2")})), JobOutcome::done());
+    expectTyped("2");
+
+    const std::string text = "-t 'Zoë' Enter; $HOME \\n 日本語 👩‍👩‍👧 \"q\" #{pane_id} %1";
+    EXPECT_EQ(perform(answer({DeliverStep::escape(), DeliverStep::text(text)})), JobOutcome::done());
+    expectTyped("2\033" + text + "\r");
+    EXPECT_EQ(starts, 2);
+}
+
+TEST_F(TmuxDelivery, anAgentThatBecameAShellGetsNoKeys) {
+    startAgent();
+    const auto job = answer({DeliverStep::text("rm -rf x")});
+    kill(SIGUSR1);
+    waitFor([&] { return ask(pane, "#{pane_current_command}") == "sh"; }, "the agent to become a shell");
+    EXPECT_EQ(perform(job), JobOutcome::refused("the process on this terminal is not claude"));
+    EXPECT_EQ(type(job), JobOutcome::refused("the pane no longer holds this session"));
+    EXPECT_EQ(starts, 0);
+    EXPECT_EQ(screen().find("rm"), std::string::npos);
+}
+
+TEST_F(TmuxDelivery, aKilledPaneIsRefused) {
+    startAgent();
+    const auto job = answer({DeliverStep::key("1")});
+    tmux({"new-session", "-d"}); // keeps the server
+    tmux({"kill-pane", "-t", pane});
+    waitFor([&] { return gone(); }, "the agent to end with its pane");
+    EXPECT_EQ(perform(job), JobOutcome::refused("the agent process ended"));
+    EXPECT_EQ(type(job), JobOutcome::refused("the pane no longer holds this session"));
+}
+
+TEST_F(TmuxDelivery, anAgentInTheBackgroundGetsNoKeys) {
+    startAgent();
+    const auto job = answer({DeliverStep::key("1")});
+    kill(SIGUSR2);
+    const auto executor = live();
+    waitFor(
+        [&] { return !loop.run(executor.facts(pid))->foreground(); }, "another group to take the terminal");
+    const std::string background = "the agent is not in the foreground of its terminal";
+    EXPECT_EQ(perform(job), JobOutcome::refused(background));
+    EXPECT_EQ(type(job), JobOutcome::refused("before the first key: " + background));
+    EXPECT_EQ(starts, 0);
+    EXPECT_EQ(typed(), "");
+}
+
+TEST_F(TmuxDelivery, anAgentThatDiesBetweenTextAndReturnStopsTheAnswer) {
+    startAgent();
+    tmux({"set-option", "-g", "remain-on-exit", "on"});
+    const auto outcome = perform(answer({DeliverStep::text("yes")}), [&](double) {
+        kill(SIGKILL);
+        waitFor([&] { return gone(); }, "the agent to die");
+    });
+    EXPECT_EQ(outcome, JobOutcome::failed("stopped after 1 of 2 steps: the agent process ended"));
+    EXPECT_EQ(typed().find('\r'), std::string::npos);
+}
+
+TEST_F(TmuxDelivery, theFolderQuestionIsReadAndAnswered) {
+    const auto project = folder / "project with blanks";
+    startAgent({"trust", project});
+    waitFor([&] { return screen().find("Esc to cancel") != std::string::npos; }, "the question");
+    auto job = answer({DeliverStep::nav("enter")});
+    job.screen = DeliverJob::Screen{"claude_trust", "trust", project};
+    auto peek = job;
+    peek.type = "peek";
+    EXPECT_EQ(perform(peek), (JobOutcome{"done", "trust:exit"}));
+
+    auto elsewhere = job;
+    elsewhere.screen->folder = "/somewhere/else";
+    EXPECT_EQ(perform(elsewhere), JobOutcome::refused("the folder question is no longer on screen"));
+
+    // In a pause the terminal draws; here it ends as soon as that is done.
+    auto before = screen();
+    const auto outcome = perform(job, [&](double) {
+        waitFor([&] { return screen() != before; }, "the key to be drawn");
+        before = screen();
+    });
+    EXPECT_EQ(outcome, JobOutcome::done());
+    EXPECT_EQ(typed().back(), '\r');
+    EXPECT_EQ(perform(peek), (JobOutcome{"done", "none"}));
+}
+
+TEST_F(TmuxDelivery, focusSelectsThePaneAndOpenStartsASession) {
+    startAgent();
+    const auto session = ask(pane, "#{session_id}");
+    tmux({"split-window", "-t", pane, "--", "/bin/cat"});
+    EXPECT_NE(ask(session, "#{pane_id}"), pane);
+    auto job = answer({});
+    job.type = "focus";
+    EXPECT_EQ(perform(job), JobOutcome::done());
+    EXPECT_EQ(ask(session, "#{pane_id}"), pane);
+
+    job.type = "open";
+    job.sessionId = "0a_b-1";
+    job.open = DeliverJob::Open{folder.path().string(), {"claude"}, std::nullopt};
+    EXPECT_EQ(perform(job), JobOutcome::done());
+    EXPECT_EQ(ask("=kd-0ab-1:", "#{pane_current_path}"), folder.path().string());
+    waitFor([&] { return ask("=kd-0ab-1:", "#{pane_current_command}") == "claude"; }, "the agent to run");
+    EXPECT_EQ(perform(job), JobOutcome::failed("tmux did not open the session")) << "the name is taken";
+}
+
+} // namespace
+} // namespace test
+} // namespace kelvadrome

@@ -1,0 +1,358 @@
+#include "Kelvadrome/model/DeliverService.h"
+#include "KelvadromeKit/delivery/Presence.h"
+
+#include "tests/support/ScriptedRunner.h"
+#include "tests/support/TestLoop.h"
+
+#include <boost/json/parse.hpp>
+#include <fmt/format.h>
+#include <gtest/gtest.h>
+
+#include <deque>
+
+namespace kelvadrome::test {
+namespace {
+
+HTTPResponse data(const std::string& json) {
+    return {200, {}, R"({"ok":true,"data":)" + json + "}"};
+}
+HTTPResponse failure(const std::string& code) {
+    return {400, {}, R"({"ok":false,"error":{"code":")" + code + R"(","message":"no"}})"};
+}
+
+/// The daemon's side of delivery. A claim without a prepared reply is held, as a long poll is.
+class DeliverPage final : public LocalHTTP {
+public:
+    struct Post {
+        std::string path;
+        boost::json::object body;
+    };
+    using Answer = std::function<HTTPResponse(const boost::json::object&)>;
+
+    std::deque<HTTPResponse> claims;
+    std::map<std::string, Answer> answers; // by path
+    std::vector<Post> posts;
+    std::function<void()> onClaim = [] {};
+
+    void deliver(HTTPResponse reply) {
+        claims.push_back(std::move(reply));
+        if (held_)
+            std::exchange(held_, {})(true);
+    }
+
+    Task<HTTPResponse> exchange(HTTPRequest request) override {
+        const auto path = request.url.substr(request.url.find('/', 7));
+        if (path.starts_with("/login"))
+            co_return HTTPResponse{303, {{"set-cookie", "kd_session=s1"}}, {}};
+        if (path == "/v1/page/me")
+            co_return data(R"({"csrf":"c"})");
+        posts.push_back({path, boost::json::parse(request.body.value()).as_object()});
+        if (path == "/v1/deliver/claim") {
+            if (claims.empty()) {
+                co_await suspendUntil<bool>([this](Completion<bool> finish) {
+                    held_ = std::move(finish);
+                    return [this] {
+                        if (held_)
+                            std::exchange(held_, {})(false);
+                    };
+                });
+            }
+            onClaim();
+            const auto reply = claims.front();
+            claims.pop_front();
+            co_return reply;
+        }
+        const auto answer = answers.find(path);
+        co_return answer == answers.end() ? failure("not_found") : answer->second(posts.back().body);
+    }
+
+    std::vector<boost::json::object> bodies(const std::string& path) const {
+        std::vector<boost::json::object> found;
+        for (const auto& post : posts) {
+            if (post.path == path)
+                found.push_back(post.body);
+        }
+        return found;
+    }
+
+private:
+    std::function<void(bool)> held_;
+};
+
+class SomeApps final : public RunningApps {
+public:
+    std::set<std::string> running;
+    bool isRunning(const std::string& bundleId) override { return running.contains(bundleId); }
+    void activate(const std::string&) override {}
+};
+
+class DeliverServiceTest : public testing::Test {
+protected:
+    DeliverServiceTest() {
+        page->answers["/v1/deliver/report"] = [this](const boost::json::object& body) {
+            return body.at("outcome") == "start" ? startReply : data("{}");
+        };
+        page->answers["/v1/live/hosts"] = [](const boost::json::object&) { return data("{}"); };
+        runner->on("tmux select-pane", ScriptedRunner::says(""));
+    }
+    ~DeliverServiceTest() override {
+        if (service)
+            service->stop();
+        loop.drain();
+    }
+
+    void begin() {
+        session = std::make_shared<PageSession>(loop.executor(), page, [] { return mint(); });
+        const AutomationProbe automation{[this](const std::string& bundle) { return consent[bundle]; },
+            [this](std::string bundle) { return question(&questions, std::move(bundle)); },
+            [] { return false; }};
+        prompter = std::make_shared<AutomationPrompter>(
+            loop.executor(), automation, std::make_shared<MemoryFlags>());
+        service = std::make_shared<DeliverService>(DeliverService::Dependencies{.executor = loop.executor(),
+            .clock = clock,
+            .session = session,
+            .live = {runner, {{"tmux", "/opt/tmux"}}, clock, "/h"},
+            .prompter = prompter,
+            .probe = {[this](const std::string& bundle) { return consent[bundle]; }, [] { return false; }},
+            .apps = apps});
+        service->start();
+        service->start();
+        loop.drain();
+    }
+
+    static Task<LoginLink> mint() { co_return LoginLink{"http://127.0.0.1:4711/login?t=1", ""}; }
+    static Task<ConsentCode> question(std::vector<std::string>* questions, std::string bundle) {
+        questions->push_back(bundle);
+        co_return 0;
+    }
+
+    static std::string job(const std::string& id, const std::string& presence = Presence::tag("s1")) {
+        return fmt::format(R"({{"id":"{}","type":"focus","agent":"claude","host":"tmux","host_ref":"%1",)"
+                           R"("tty":"ttys001","presence":"{}","expires_at":"2030-01-01T00:00:00Z"}})",
+            id, presence);
+    }
+    void claim(const std::vector<std::string>& jobs) {
+        page->deliver(data(fmt::format(R"({{"jobs":[{}]}})", fmt::join(jobs, ","))));
+        loop.drain();
+    }
+    /// The reports as "j1 start", "j1 refused: why".
+    std::vector<std::string> reports() const {
+        std::vector<std::string> lines;
+        for (const auto& body : page->bodies("/v1/deliver/report")) {
+            auto line = std::string(body.at("job_id").as_string()) + " " +
+                        std::string(body.at("outcome").as_string());
+            if (const auto* reason = body.if_contains("reason"))
+                line += ": " + std::string(reason->as_string());
+            lines.push_back(line);
+        }
+        return lines;
+    }
+    std::size_t asked(const std::string& path) const { return page->bodies(path).size(); }
+    void pass(double seconds) { loop.advance(*clock, seconds); }
+
+    void runITerm(const std::string& list) {
+        apps->running.insert("com.googlecode.iterm2");
+        runner->on("itermList", ScriptedRunner::says(list));
+    }
+
+    TestLoop loop;
+    std::shared_ptr<ManualClock> clock = std::make_shared<ManualClock>();
+    std::shared_ptr<DeliverPage> page = std::make_shared<DeliverPage>();
+    std::shared_ptr<ScriptedRunner> runner = std::make_shared<ScriptedRunner>();
+    std::shared_ptr<SomeApps> apps = std::make_shared<SomeApps>();
+    std::map<std::string, ConsentCode> consent;
+    std::vector<std::string> questions;
+    std::shared_ptr<PageSession> session;
+    std::shared_ptr<AutomationPrompter> prompter;
+    std::shared_ptr<DeliverService> service;
+    HTTPResponse startReply = data(R"({"proceed":true})");
+};
+
+using Lines = std::vector<std::string>;
+
+TEST_F(DeliverServiceTest, jobsAreSeenThroughOneByOneAndTheNextClaimFollowsAtOnce) {
+    begin();
+    EXPECT_EQ(asked("/v1/deliver/claim"), 1U) << "a second start starts nothing";
+    EXPECT_EQ(page->bodies("/v1/deliver/claim")[0], (boost::json::object{{"wait_ms", 8000}}));
+    claim({job("j1"), job("j2")});
+    EXPECT_EQ(reports(), (Lines{"j1 start", "j1 done", "j2 start", "j2 done"}));
+    EXPECT_EQ(page->bodies("/v1/deliver/report")[1],
+        (boost::json::object{{"job_id", "j1"}, {"outcome", "done"}, {"path", "host"}}));
+    EXPECT_EQ(service->lastOutcome(), "focus done");
+    EXPECT_EQ(asked("/v1/deliver/claim"), 2U);
+}
+
+TEST_F(DeliverServiceTest, aLostFinalReportIsNotRepeatedAndHoldsNothingUp) {
+    page->answers["/v1/deliver/report"] = [this](const boost::json::object& body) {
+        return body.at("outcome") == "start" ? startReply : failure("broken");
+    };
+    begin();
+    claim({job("j1"), job("j2")});
+    EXPECT_EQ(reports(), (Lines{"j1 start", "j1 done", "j2 start", "j2 done"}));
+}
+
+TEST_F(DeliverServiceTest, onlyAClearYesLetsAJobBegin) {
+    const std::pair<HTTPResponse, const char*> rows[] = {
+        {data(R"({"proceed":false,"reason":"gone"})"), "gone"},
+        {data(R"({"reason":"gone"})"), "gone"},
+        {data("{}"), "the job is no longer valid"},
+        {failure("conflict"), "the daemon did not confirm the job"},
+        {data(R"({"proceed":"yes"})"), "the daemon did not confirm the job"},
+    };
+    begin();
+    for (const auto& [reply, reason] : rows) {
+        startReply = reply;
+        claim({job("j")});
+        EXPECT_EQ(reports().back(), std::string("j refused: ") + reason);
+    }
+    EXPECT_TRUE(runner->lines("select-pane").empty());
+}
+
+TEST_F(DeliverServiceTest, aJobOfAnotherPageSessionIsRefusedAndTheRefusalReported) {
+    const Lines refusal{"j refused: the answer was not pressed in this app"};
+    begin();
+    claim({job("j", Presence::tag("s2"))});
+    EXPECT_EQ(reports(), refusal);
+
+    // Logged out while the claim's reply was on its way: no tag at all.
+    page->posts.clear();
+    page->onClaim = [this] { spawn(loop.executor(), "reset", session->reset()); };
+    claim({job("j")});
+    EXPECT_EQ(reports(), refusal);
+}
+
+TEST_F(DeliverServiceTest, aDaemonWithoutDeliveryIsAskedRarelyAndAnyOtherErrorSoonAgain) {
+    const std::pair<HTTPResponse, double> rows[] = {{failure("not_implemented"), 30},
+        {failure("not_found"), 30}, {failure("busy"), 2}, {data(R"({"jobs":[{"id":"x"}]})"), 2},
+        {data("{}"), 2}};
+    begin();
+    for (const auto& [reply, pause] : rows) {
+        const auto before = asked("/v1/deliver/claim");
+        page->deliver(reply);
+        loop.drain();
+        pass(pause - 0.1);
+        EXPECT_EQ(asked("/v1/deliver/claim"), before) << reply.body;
+        pass(0.2);
+        EXPECT_EQ(asked("/v1/deliver/claim"), before + 1) << reply.body;
+    }
+}
+
+TEST_F(DeliverServiceTest, anUnchangedPictureIsRepeatedAfterTwentySecondsAsASignOfLife) {
+    begin();
+    EXPECT_EQ(page->bodies("/v1/live/hosts"),
+        (std::vector{
+            boost::json::object{{"hosts", boost::json::array()}, {"access", boost::json::object()}}}));
+    pass(20.1);
+    EXPECT_EQ(asked("/v1/live/hosts"), 1U);
+    clock->shiftWall(-3600);
+    pass(5);
+    EXPECT_EQ(asked("/v1/live/hosts"), 2U);
+
+    runITerm("/dev/ttys003\tABC\tmy tab\ttrue\n");
+    pass(5);
+    ASSERT_EQ(asked("/v1/live/hosts"), 3U) << "a change goes out with the next beat";
+    EXPECT_EQ(page->bodies("/v1/live/hosts").back(),
+        boost::json::parse(R"({"hosts":[{"host":"iterm2","tty":"ttys003","ref":"ABC","title":"my tab",)"
+                           R"("at_shell_prompt":true}],"access":{"iterm2":"ok"}})")
+            .as_object());
+    consent["com.googlecode.iterm2"] = consentNotAsked;
+    page->answers["/v1/live/hosts"] = [](const boost::json::object&) { return failure("busy"); };
+    pass(10);
+    EXPECT_EQ(asked("/v1/live/hosts"), 5U) << "what the daemon didn't take is tried again";
+}
+
+TEST_F(DeliverServiceTest, fourHundredSessionsAreSentAndAllAreCompared) {
+    std::string list;
+    for (int i = 0; i <= 400; ++i)
+        list += fmt::format("/dev/ttys{:03}\tR{}\t\tfalse\n", i, i);
+    runITerm(list);
+    begin();
+    ASSERT_EQ(asked("/v1/live/hosts"), 1U);
+    EXPECT_EQ(page->bodies("/v1/live/hosts")[0].at("hosts").as_array().size(), 400U);
+    pass(5);
+    EXPECT_EQ(asked("/v1/live/hosts"), 1U);
+    list.replace(list.rfind("false"), 5, "true");
+    runITerm(list);
+    pass(5);
+    EXPECT_EQ(asked("/v1/live/hosts"), 2U);
+}
+
+TEST_F(DeliverServiceTest, theConsentQuestionComesUpOnlyWhereAnAgentRuns) {
+    apps->running = {"com.googlecode.iterm2", "com.apple.Terminal"};
+    consent = {{"com.googlecode.iterm2", consentNotAsked}, {"com.apple.Terminal", consentNotAsked}};
+    runner->on(
+        "ps -axo", ScriptedRunner::says("10 1 /Applications/Utilities/Terminal.app/Terminal\n20 10 zsh\n"));
+    begin();
+    EXPECT_TRUE(questions.empty());
+    runner->on(
+        "ps -axo", ScriptedRunner::says(
+                       "10 1 /Applications/Utilities/Terminal.app/Terminal\n20 10 zsh\n30 20 claude\n"));
+    pass(10);
+    EXPECT_EQ(questions, Lines{"com.apple.Terminal"});
+    EXPECT_EQ(runner->calls.back().line, "ps -axo pid=,ppid=,comm=");
+    EXPECT_EQ(runner->calls.back().timeout, 3.0);
+
+    consent.clear();
+    runner->calls.clear();
+    pass(5);
+    EXPECT_TRUE(runner->lines("ps -axo").empty()) << "nobody waits";
+}
+
+TEST_F(DeliverServiceTest, tabsAreNamedTwelveAtATimeAndOnlyASuccessIsRemembered) {
+    std::string list;
+    std::vector<std::string> rows;
+    for (int i = 1; i <= 20; ++i) {
+        list += fmt::format("/dev/ttys{:03}\tR{}\t\tfalse\n", i, i);
+        rows.push_back(fmt::format(
+            R"({{"key":"k{}","host":"iterm2","tty":"ttys{:03}","callsign":"Ada-{}","status":"working"}})", i,
+            i, i));
+    }
+    std::string more;
+    page->answers["/v1/sessions/live"] = [&](const boost::json::object& body) {
+        EXPECT_TRUE(body.empty());
+        return data(fmt::format(R"({{"sessions":[{}]{}}})", fmt::join(rows, ","), more));
+    };
+    runner->on("itermLabel", ScriptedRunner::says("ok\n"));
+    runner->on("itermLabel /dev/ttys002",
+        {ScriptedRunner::says("moved\n"), ScriptedRunner::says("ok", 1), ScriptedRunner::says("ok")});
+    more = R"(,"crew_labels":false)";
+    runITerm(list);
+    begin();
+    EXPECT_TRUE(runner->lines("itermLabel").empty());
+
+    more.clear();
+    const std::size_t labelsByPass[] = {12, 9, 1, 0}; // ttys002 comes back until it says ok
+    for (const auto expected : labelsByPass) {
+        runner->calls.clear();
+        pass(5);
+        EXPECT_EQ(runner->lines("itermLabel").size(), expected);
+        if (expected == 12) {
+            EXPECT_EQ(runner->lines("itermLabel")[0], "osascript itermLabel /dev/ttys001 R1 Ada-1");
+            EXPECT_EQ(runner->calls.back().timeout, 5.0);
+        }
+    }
+    apps->running.clear();
+    const auto before = asked("/v1/sessions/live");
+    pass(5);
+    EXPECT_EQ(asked("/v1/sessions/live"), before);
+}
+
+TEST_F(DeliverServiceTest, theLoopsEndWithTheServiceAndWithStop) {
+    begin();
+    const std::weak_ptr<DeliverService> weak = service;
+    page->deliver(failure("not_found")); // the claim loop now sleeps
+    loop.drain();
+    service.reset();
+    EXPECT_TRUE(weak.expired()) << "no loop keeps it while it waits";
+    pass(31);
+    EXPECT_EQ(clock->sleepers(), 0U);
+
+    begin();
+    service->stop();
+    loop.drain();
+    EXPECT_EQ(clock->sleepers(), 0U);
+    EXPECT_TRUE(weak.expired());
+}
+
+} // namespace
+} // namespace kelvadrome::test

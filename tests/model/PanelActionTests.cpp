@@ -1,0 +1,194 @@
+#include "tests/model/World.h"
+
+namespace kelvadrome::test {
+namespace {
+
+Card question(const std::string& risk = "low") {
+    return {.id = "a", .version = 3, .kind = "question", .risk = risk, .title = "Go?"};
+}
+
+Card batch(std::optional<std::string> secondDefault, const std::string& risk = "low") {
+    auto card = question(risk);
+    card.kind = "batch";
+    card.rows = std::vector<BatchRow>{{"q1", "One?", "Yes", "idle"}, {"q2", "Two?", secondDefault, "idle"}};
+    return card;
+}
+
+class PanelActions : public testing::Test, protected World {
+protected:
+    void SetUp() override { start(); }
+
+    const PanelHold* hold() const {
+        const auto found = state().holds.find("a");
+        return found == state().holds.end() ? nullptr : &found->second;
+    }
+    void answerAndWait() {
+        model->answer(question(), "Yes");
+        loop.until([&] { return clock->sleepers() == 2; }, "the answer's first pause");
+    }
+};
+
+TEST_F(PanelActions, anAnswerGoesOutAtOnceShowsAsSentAndLeaves) {
+    model->answer(question(), "Yes");
+    ASSERT_TRUE(hold());
+    EXPECT_EQ(*hold(), (PanelHold{question(), "Yes", clock->now() + seconds(2.0), 2.0, false}));
+    EXPECT_EQ(panelCards(state(), clock->now()).size(), 1U) << "the row lives without a card of the daemon's";
+    loop.until([&] { return clock->sleepers() == 2; }, "the first pause");
+    ASSERT_EQ(page->posts.size(), 1U);
+    EXPECT_EQ(page->posts[0].url, FakePage::origin() + "/v1/cards/answer");
+    EXPECT_EQ(page->posts[0].body, R"({"card_id":"a","version":3,"answer":"Yes"})");
+
+    EXPECT_NEAR(clock->untilNext(), 2.3, 1e-6);
+    const auto refreshes = asked("/v1/cards/list");
+    clock->advance(2.29);
+    loop.drain();
+    EXPECT_FALSE(hold()->committed);
+    clock->advance(0.02);
+    loop.until([&] { return asked("/v1/cards/list") == refreshes + 1 && clock->sleepers() == 2; },
+        "the second pause");
+    EXPECT_TRUE(hold()->committed);
+    EXPECT_NEAR(clock->untilNext(), 2.5, 1e-6);
+    clock->advance(2.5);
+    loop.until([&] { return !hold(); }, "the row to leave");
+}
+
+TEST_F(PanelActions, aReplyAfterTheWindowLeavesAShortPause) {
+    page->holdPosts = true;
+    model->answer(question(), "Yes");
+    loop.until([&] { return page->posts.size() == 1; }, "the answer to go out");
+    clock->advance(3.0);
+    page->release();
+    loop.until([&] { return clock->sleepers() == 2; }, "the first pause");
+    EXPECT_NEAR(clock->untilNext(), 0.3, 1e-6);
+}
+
+TEST_F(PanelActions, undoInTheFirstPauseTakesTheRowAwayForGood) {
+    answerAndWait();
+    model->undo(question());
+    loop.until([&] { return !hold(); }, "the undo");
+    EXPECT_EQ(page->posts.back().url, FakePage::origin() + "/v1/page/cancel");
+    EXPECT_EQ(page->posts.back().body, R"({"card_id":"a"})");
+    loop.until([&] { return state().lastRefresh == clock->now(); }, "the refresh after it");
+    const auto refreshes = asked("/v1/cards/list");
+    clock->advance(2.3);
+    loop.until([&] { return clock->sleepers() == 1; }, "the pause to end");
+    EXPECT_FALSE(hold());
+    EXPECT_EQ(asked("/v1/cards/list"), refreshes) << "nothing was committed";
+}
+
+TEST_F(PanelActions, aRefusedUndoSaysSoAndTheRowRunsOut) {
+    page->replies["/v1/page/cancel"] = FakePage::failure("conflict", "It was sent.");
+    answerAndWait();
+    const auto refreshes = asked("/v1/cards/list");
+    model->undo(question());
+    loop.until([&] { return asked("/v1/cards/list") == refreshes + 1; }, "the refresh");
+    EXPECT_EQ(state().panelError, "Undo failed: It was sent.");
+    ASSERT_TRUE(hold());
+    clock->advance(2.3);
+    loop.until([&] { return hold()->committed && clock->sleepers() == 2; }, "the row to show as sent");
+    clock->advance(2.5);
+    loop.until([&] { return !hold(); }, "the row to leave");
+    EXPECT_EQ(state().panelError, "Undo failed: It was sent.");
+}
+
+TEST_F(PanelActions, aRefusedAnswerTakesTheRowAwayAndSaysWhy) {
+    page->replies["/v1/cards/answer"] = FakePage::failure("stale", "This card has changed.");
+    model->answer(question(), "Yes");
+    loop.until([&] { return !hold(); }, "the refusal");
+    EXPECT_EQ(state().panelError, "This card has changed.");
+    page->replies.clear();
+    model->answer(question(), "Yes");
+    EXPECT_EQ(state().panelError, std::nullopt) << "the next press clears it";
+}
+
+TEST_F(PanelActions, aFailedRefreshStillLetsTheRowLeave) {
+    answerAndWait();
+    daemon->on("/v1/cards/list", FakeReply::failure("internal", "no"));
+    clock->advance(2.3);
+    loop.until([&] { return hold()->committed && clock->sleepers() == 2; }, "the second pause");
+    clock->advance(2.5);
+    loop.until([&] { return !hold(); }, "the row to leave");
+}
+
+TEST_F(PanelActions, aHighRiskCardOpensThePageInsteadOfBeingAnswered) {
+    for (const bool accept : {false, true}) {
+        web->calls.clear();
+        screen->calls.clear();
+        if (accept) {
+            model->acceptDefaults(batch("No", "high"));
+        } else {
+            model->answer(question("high"), "Yes");
+        }
+        EXPECT_EQ(web->calls.lines(), std::vector<std::string>{"navigate / all a"});
+        EXPECT_EQ(screen->calls.lines(), std::vector<std::string>{"activate"});
+    }
+    loop.drain();
+    EXPECT_TRUE(state().holds.empty());
+    EXPECT_TRUE(page->posts.empty());
+}
+
+TEST_F(PanelActions, aBatchIsAcceptedOnlyWhenEveryQuestionHasADefault) {
+    model->acceptDefaults(batch(std::nullopt));
+    loop.drain();
+    EXPECT_TRUE(state().holds.empty());
+    EXPECT_TRUE(page->posts.empty());
+    model->acceptDefaults(batch("No"));
+    EXPECT_EQ(hold()->label, "Accept 2 defaults");
+    EXPECT_EQ(hold()->duration, 2.0);
+    loop.until([&] { return page->posts.size() == 1; }, "the answer");
+    EXPECT_TRUE(page->posts[0].body->contains(R"("answer":{"q1":"Yes","q2":"No"})")) << *page->posts[0].body;
+}
+
+TEST_F(PanelActions, aSnoozedRowComesBackAfterThirtyMinutes) {
+    cards({cardJSON("a")});
+    refresh();
+    model->snooze(state().cards[0]);
+    EXPECT_TRUE(panelCards(state(), clock->now()).empty());
+    EXPECT_TRUE(panelCards(state(), clock->now() + seconds(1800)).empty());
+    EXPECT_EQ(panelCards(state(), clock->now() + seconds(1800.5)).size(), 1U);
+    loop.drain();
+    EXPECT_TRUE(page->posts.empty());
+}
+
+TEST(StopNotifications, eachHighRiskStopIsNotifiedOfOnce) {
+    World world;
+    world.cards(
+        {World::cardJSON("1", "stop", "high"), World::cardJSON("2", "stop", "high", R"(,"state":"held")"),
+            World::cardJSON("3", "stop", "low"), World::cardJSON("4", "question", "high"),
+            World::cardJSON("5", "stop", "high", R"(,"state":"closed")")});
+    world.start();
+    EXPECT_EQ(world.notifier->posted, std::vector<std::int64_t>{2});
+    world.cards({});
+    world.refresh();
+    world.cards({World::cardJSON("1", "stop", "high"), World::cardJSON("6", "stop", "high")});
+    world.refresh();
+    world.loop.drain();
+    EXPECT_EQ(world.notifier->posted, (std::vector<std::int64_t>{2, 1})) << "1 came back under its id";
+}
+
+TEST(StopNotifications, goOutOnlyWhenTheSettingAndTheFlagAllowAndCountAsSeenAllTheSame) {
+    struct Row {
+        std::optional<DefaultsValue> setting;
+        bool flag;
+        bool posted;
+    };
+    for (const auto& row : {Row{std::nullopt, true, true}, {std::nullopt, false, false}, {true, true, true},
+             {true, false, false}, {false, true, false}, {std::string("NO"), true, true}}) {
+        World world;
+        world.flags.notifications = row.flag;
+        if (row.setting)
+            world.defaults->set("KDNotifyStops", *row.setting);
+        world.cards({World::cardJSON("1", "stop", "high")});
+        world.start();
+        world.loop.drain();
+        EXPECT_EQ(world.notifier->posted.size(), row.posted ? 1U : 0U);
+        EXPECT_EQ(world.state().notificationsAllowed, row.flag ? std::optional(true) : std::nullopt);
+        world.defaults->remove("KDNotifyStops");
+        world.refresh();
+        world.loop.drain();
+        EXPECT_EQ(world.notifier->posted.size(), row.posted ? 1U : 0U) << "seen already";
+    }
+}
+
+} // namespace
+} // namespace kelvadrome::test

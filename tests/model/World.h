@@ -1,0 +1,164 @@
+#pragma once
+
+#include "Kelvadrome/model/AppModel.h"
+
+#include "tests/support/FakeDaemon.h"
+#include "tests/support/FakeFrontEnd.h"
+#include "tests/support/FakePage.h"
+#include "tests/support/TestLoop.h"
+
+#include <fmt/format.h>
+#include <gtest/gtest.h>
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace kelvadrome::test {
+
+/// The connector and the voice, as far as the model calls them.
+class RecordingRelay final : public RelayConnecting {
+public:
+    explicit RecordingRelay(CallLog& calls) : calls_(calls) {}
+    Task<> startIfEnabled() override {
+        calls_.add("relay start");
+        co_return;
+    }
+    void stop() override { calls_.add("relay stop"); }
+
+private:
+    CallLog& calls_;
+};
+
+class RecordingVoice final : public VoiceControlling {
+public:
+    explicit RecordingVoice(CallLog& calls) : calls_(calls) {}
+    Task<> refresh(bool force) override {
+        calls_.add(force ? "voice refresh forced" : "voice refresh");
+        co_return;
+    }
+    Task<> pageAction(std::string action) override {
+        calls_.add("voice " + action);
+        co_return;
+    }
+
+private:
+    CallLog& calls_;
+};
+
+/// A model with a daemon on a real socket, a page port without one, a screen that remembers, and time that
+/// moves only when told. Change what the fields say, then `make`.
+class World {
+public:
+    World() {
+        daemon.emplace();
+        socketPath = daemon->socketPath();
+        clock = std::make_shared<ManualClock>();
+        serve();
+    }
+
+    /// The daemon's replies, from the fields below.
+    void serve() {
+        daemon->on("/v1/health", [this](const FakeRequest&) {
+            return FakeReply::data(fmt::format(R"({{"pid":{},"home":"/h"}})", pid.load()));
+        });
+        daemon->on("/v1/cards/list", FakeReply::data(R"({"cards":[]})"));
+        daemon->on("/v1/board", FakeReply::data(R"({"topics":[]})"));
+        daemon->on("/v1/agents/status", FakeReply::data("{}"));
+        daemon->on("/v1/inbox", FakeReply::data("{}"));
+        daemon->on("/v1/receipts/list", FakeReply::data(R"({"receipts":[]})"));
+        daemon->on("/v1/onboarding/status", FakeReply::data(R"({"completed":true})"));
+        stream = std::make_shared<FakeStream>();
+        daemon->on("/v1/stream", FakeReply::events(stream));
+    }
+
+    AppModel& make() {
+        env = DaemonEnvironment(
+            std::filesystem::path(socketPath).parent_path().string(), std::nullopt, std::nullopt);
+        DaemonClient client(UnixSocketTransport(socketPath, loop.pool()));
+        page = std::make_shared<FakePage>();
+        page->refuseLogin = refuseLogin;
+        AppModel::Dependencies d{.executor = loop.executor(),
+            .pool = &loop.pool(),
+            .clock = clock,
+            .defaults = defaults,
+            .flags = flags,
+            .env = env,
+            .supervisor = makeSupervisor(client),
+            .client = client,
+            .session = std::make_shared<PageSession>(loop.executor(), page, [] { return FakePage::mint(); }),
+            .background = background,
+            .web = web,
+            .screen = screen,
+            .notifier = notifier,
+            .automation =
+                std::make_shared<AutomationPrompter>(loop.executor(), probe, std::make_shared<MemoryFlags>()),
+            .relay = std::make_shared<RecordingRelay>(calls),
+            .voice = std::make_shared<RecordingVoice>(calls),
+            .startDelivery = [this] { calls.add("delivery"); }};
+        model = AppModel::make(std::move(d));
+        return *model;
+    }
+
+    std::shared_ptr<DaemonSupervisor> makeSupervisor(const DaemonClient& client);
+
+    const AppState& state() const { return model->state(); }
+
+    /// Starts the model and runs until only the poll sleeps.
+    void start() {
+        if (!model)
+            make();
+        model->start();
+        idle();
+    }
+
+    /// Runs until the one sleeper is the poll, at the beginning of its pause.
+    void idle() {
+        loop.until([&] { return clock->sleepers() == 1 && std::abs(clock->untilNext() - 5.0) < 1e-6; },
+            "the poll to begin its pause");
+        loop.until([&] { return !streamWanted || stream->opened(); }, "the event stream to be open");
+    }
+
+    /// One round of the poll.
+    void poll() {
+        clock->advance(5.0);
+        idle();
+    }
+
+    void refresh() { loop.run(model->refresh()); }
+
+    std::size_t asked(const std::string& path) const { return daemon->requests(path).size(); }
+
+    static std::string cardJSON(const std::string& id, const std::string& kind = "question",
+        const std::string& risk = "low", const std::string& more = "") {
+        return fmt::format(
+            R"({{"id":"{}","version":3,"kind":"{}","risk":"{}","title":"{}","opened_at":"2027-01-15T08:00:00Z"{}}})",
+            id, kind, risk, id, more);
+    }
+    void cards(const std::vector<std::string>& json) {
+        daemon->on(
+            "/v1/cards/list", FakeReply::data(fmt::format(R"({{"cards":[{}]}})", fmt::join(json, ","))));
+    }
+
+    TestLoop loop;
+    std::optional<FakeDaemon> daemon;
+    std::string socketPath;
+    std::atomic<int> pid = 100;
+    std::shared_ptr<FakeStream> stream;
+    bool streamWanted = true;
+    bool refuseLogin = false;
+    DebugFlags flags;
+    DaemonEnvironment env;
+    std::optional<BackgroundService> background;
+    AutomationProbe probe;
+    std::shared_ptr<ManualClock> clock;
+    std::shared_ptr<MemoryDefaults> defaults = std::make_shared<MemoryDefaults>();
+    std::shared_ptr<FakePage> page;
+    std::shared_ptr<RecordingScreen> screen = std::make_shared<RecordingScreen>();
+    std::shared_ptr<RecordingWeb> web = std::make_shared<RecordingWeb>();
+    std::shared_ptr<RecordingNotifier> notifier = std::make_shared<RecordingNotifier>();
+    CallLog calls;
+    std::shared_ptr<AppModel> model;
+};
+
+} // namespace kelvadrome::test

@@ -1,0 +1,244 @@
+#include "Kelvadrome/terminal/PanelView.h"
+#include "Kelvadrome/terminal/TerminalText.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <string>
+#include <vector>
+
+using namespace kelvadrome;
+
+namespace {
+
+const WallTime now = wallTime(1'800'000'000); // 2027-01-15T08:00:00Z
+
+Card card(const std::string& id, const std::string& title) {
+    Card card;
+    card.id = id;
+    card.kind = "question";
+    card.title = title;
+    card.agent = "claude";
+    card.openedAt = "2027-01-15T07:55:00Z";
+    card.options = {"Yes", "No"};
+    return card;
+}
+
+Card highRisk() {
+    auto stop = card("stop", "Delete the production database?");
+    stop.kind = "stop";
+    stop.risk = "high";
+    stop.topic = "t1";
+    return stop;
+}
+
+AppState ready(std::vector<Card> cards) {
+    AppState state;
+    state.connection = Connection::ready();
+    state.cards = std::move(cards);
+    state.topics["t1"] = {"t1", "データベース移行", {}, 0};
+    return state;
+}
+
+/// The panel of a state, with the first row picked.
+struct Panel {
+    AppState state;
+    PanelExtras extras;
+    PanelInput input;
+    MenuPanelContent content;
+
+    explicit Panel(AppState s) : state(std::move(s)) {
+        content = menuPanel(state, now);
+        input.update(content, state.cards, now - seconds(60));
+    }
+    void press(const std::string& letters) {
+        for (const char letter : letters)
+            input.press({Key::Kind::text, std::string(1, letter)}, now);
+    }
+    Picture draw(ScreenSize size) {
+        auto picture = PanelView::draw(content, input.focus(), extras, size);
+        input.drawn(picture.scroll, picture.page);
+        return picture;
+    }
+    std::vector<std::string> lines(ScreenSize size) {
+        std::vector<std::string> all;
+        for (const auto& line : draw(size).lines)
+            all.push_back(plainText(line));
+        return all;
+    }
+    std::string text(ScreenSize size) {
+        std::string all;
+        for (const auto& line : lines(size))
+            all += line + "\n";
+        return all;
+    }
+};
+
+void expectFits(Panel& panel, ScreenSize size) {
+    const auto picture = panel.draw(size);
+    EXPECT_EQ(picture.lines.size(), static_cast<std::size_t>(size.rows));
+    for (const auto& line : picture.lines) {
+        EXPECT_LE(TerminalText::width(plainText(line)), size.columns) << plainText(line);
+        EXPECT_EQ(plainText(line).find('\n'), std::string::npos);
+    }
+    if (picture.cursor) {
+        EXPECT_GE(picture.cursor->row, 0);
+        EXPECT_LT(picture.cursor->row, size.rows);
+        EXPECT_LT(picture.cursor->column, size.columns);
+    }
+}
+
+} // namespace
+
+TEST(PanelView, fortyColumnsShowEverythingAligned) {
+    auto question = card("q", "Which index should the orders table get?");
+    question.defaultAnswer = "Yes";
+    auto state = ready({highRisk(), question});
+    AgentsStatus::Session session;
+    session.agent = "codex";
+    session.sessionId = "1";
+    session.status = "busy";
+    session.detail = "テストを実行中です";
+    state.agents.emplace().sessions = {session};
+    Panel panel(std::move(state));
+    panel.press("j");
+    const std::vector<std::string> expected = {
+        "  2 need you                 kelvadrome ",
+        "  1 agent working",
+        "────────────────────────────────────────",
+        "  Claude Code · デ… ! High risk  5 min",
+        "  Delete the production database?",
+        "  - Yes   - No",
+        "     Review in kelvadrome",
+        "",
+        "▌ Claude Code                    5 min",
+        "▌ Which index should the orders table",
+        "▌ get?",
+        "▌ 1 Yes   2 No",
+        "▌ a  Yes",
+        "▌    Suggested. Holds 2 s so you can",
+        "▌    undo.",
+        "",
+        "────────────────────────────────────────",
+        "  ● Codex  テストを実行中です",
+        "  o  Open kelvadrome",
+        "  1-9 choose  t type     ? keys  q quit",
+    };
+    EXPECT_EQ(panel.lines({20, 40}), expected);
+}
+
+TEST(PanelView, everySizeAndStateFits) {
+    auto batch = card("b", "Release questions for the next minor version");
+    batch.kind = "batch";
+    batch.rows = {
+        {"q1", std::string(90, 'x'), "yes", ""}, {"q2", "日本語の質問です、とても長い質問です", {}, ""}};
+    auto talkative = card("t", "Zalgo e\u0301\u0301\u0301\u0301 and a tab\tand \x1b[2J");
+    talkative.body =
+        "First\n\n" + std::string(400, 'w') + " 漢字漢字漢字漢字漢字漢字漢字漢字漢字漢字漢字漢字";
+    talkative.options = {std::string(120, 'o'), "二つ目の選択肢はとても長いので折り返す必要があります", "c"};
+    talkative.topic = "t1";
+
+    auto holding = ready({card("h", "Hold")});
+    holding.holds["h"] =
+        PanelHold{holding.cards[0], "A label " + std::string(80, 'l'), now + seconds(1), 2, false};
+    auto failing = ready({});
+    failing.connection = Connection::failed("kelvadromed stopped. " + std::string(100, 'e'));
+    failing.panelError = std::string(300, 'p');
+    auto setup = ready({highRisk()});
+    setup.onboardingActive = true;
+    setup.backgroundState = BackgroundService::State{BackgroundServiceStatus::requiresApproval, true, {}, {}};
+    for (int i = 0; i < 20; ++i) {
+        AgentsStatus::Session session;
+        session.agent = "エージェントの長い名前" + std::to_string(i);
+        session.sessionId = std::to_string(i);
+        session.status = "waiting";
+        if (!setup.agents)
+            setup.agents.emplace();
+        setup.agents->sessions.push_back(session);
+    }
+
+    for (const auto& state : {ready({batch, talkative, highRisk()}), ready({talkative}), holding, failing,
+             setup, ready({}), AppState()}) {
+        for (const std::string keys : {"", " ", "j ", "t日本", "?"}) {
+            Panel panel(state);
+            panel.press(keys);
+            for (int rows = 1; rows < 32; ++rows) {
+                for (const int columns : {1, 20, 39, 40, 41, 57, 80, 120})
+                    expectFits(panel, {rows, columns});
+            }
+            panel.extras.link = PanelLink{"Open this page to review:",
+                "http://127.0.0.1:4711/login?t=" + std::string(64, 'k'), {"It opens once."}};
+            panel.extras.note = std::string(200, 'n');
+            for (int rows = 10; rows < 24; ++rows)
+                expectFits(panel, {rows, 40});
+        }
+    }
+}
+
+TEST(PanelView, theSelectedRowIsAlwaysInSight) {
+    Panel panel(ready({card("one", "One"), card("two", "Two"), card("three", "Three")}));
+    for (const auto* title : {"▌ One", "▌ Two", "▌ Three"}) {
+        EXPECT_TRUE(panel.text({10, 40}).contains(title)) << title;
+        panel.press("j");
+    }
+    EXPECT_TRUE(panel.text({12, 40}).contains("↑ more"));
+    panel.press("kk");
+    EXPECT_TRUE(panel.text({12, 40}).contains("↓ more"));
+}
+
+TEST(PanelView, aLongBodyScrollsWithinItsRow) {
+    auto question = card("q", "Long");
+    for (int i = 0; i < 40; ++i)
+        question.body += "line " + std::to_string(i) + "\n";
+    Panel panel(ready({question}));
+    panel.press(" ");
+    EXPECT_TRUE(panel.text({20, 40}).contains("line 0"));
+    for (int i = 0; i < 9; ++i) {
+        panel.input.press({Key::Kind::pageDown, {}}, now);
+        panel.draw({20, 40});
+    }
+    EXPECT_TRUE(panel.text({20, 40}).contains("line 39"));
+    EXPECT_TRUE(panel.text({20, 40}).contains("1 Yes"));
+    panel.input.press({Key::Kind::pageUp, {}}, now);
+    EXPECT_FALSE(panel.text({20, 40}).contains("1 Yes"));
+}
+
+TEST(PanelView, theLineBeingTypedShowsAsAWhole) {
+    Panel panel(ready({card("q", "Question")}));
+    panel.press("t");
+    panel.press("answer ");
+    for (int i = 0; i < 12; ++i)
+        panel.input.press({Key::Kind::text, "漢"}, now);
+    const auto picture = panel.draw({24, 40});
+    ASSERT_TRUE(picture.cursor);
+    EXPECT_EQ(plainText(picture.lines[static_cast<std::size_t>(picture.cursor->row)]),
+        "> answer 漢漢漢漢漢漢漢漢漢漢漢漢");
+    EXPECT_EQ(picture.cursor->column, 2 + 7 + 24);
+    panel.input.press({Key::Kind::home, {}}, now);
+    EXPECT_EQ(panel.draw({24, 40}).cursor->column, 2);
+    panel.input.press({Key::Kind::end, {}}, now);
+    for (int i = 0; i < 12; ++i)
+        panel.input.press({Key::Kind::text, "漢"}, now);
+    EXPECT_EQ(panel.draw({24, 40}).cursor->column, 2 + 2 * 9); // 15 fit behind "answer", 9 stand below
+}
+
+TEST(PanelView, holdsShowTheWayOutAndThenTheTick) {
+    auto state = ready({card("h", "Hold")});
+    state.holds["h"] = PanelHold{state.cards[0], "Yes", now + seconds(1), 2, false};
+    auto text = Panel(state).text({16, 60});
+    EXPECT_TRUE(text.contains("Yes"));
+    EXPECT_TRUE(text.contains("u  Sending in a moment. Undo."));
+    EXPECT_TRUE(text.contains("━━━━────"));
+    EXPECT_TRUE(text.contains("1 s"));
+    state.holds["h"].committed = true;
+    text = Panel(state).text({16, 60});
+    EXPECT_TRUE(text.contains("✓ Yes. Sent to Claude Code"));
+    EXPECT_FALSE(text.contains("Undo"));
+}
+
+TEST(PanelView, belowTheSmallestSizeItSaysSo) {
+    Panel panel(ready({card("q", "Question")}));
+    EXPECT_TRUE(panel.text({8, 39}).contains("1 needs you. kelvadrome needs 40"));
+    EXPECT_TRUE(panel.text({9, 80}).contains("columns and 10 lines"));
+    EXPECT_TRUE(panel.text({10, 40}).contains("▌ Question"));
+}

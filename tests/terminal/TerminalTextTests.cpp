@@ -1,0 +1,165 @@
+#include "Kelvadrome/terminal/LineEditor.h"
+#include "Kelvadrome/terminal/TerminalText.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+using namespace kelvadrome;
+using Lines = std::vector<std::string>;
+
+TEST(TerminalText, nothingFromOutsideReachesTheTerminalAsAControl) {
+    struct Row {
+        std::string from;
+        std::string to;
+    };
+    const std::vector<Row> rows = {
+        {"plain", "plain"},
+        {"\x1b[2Jgone\x07", "\uFFFD[2Jgone\uFFFD"},
+        {"\u009b31mred", "\uFFFD31mred"},
+        {"pay \u202Eeur 01\u202C", "pay \uFFFDeur 01\uFFFD"},
+        {"a\r\nb\tc\u2028d", "a\nb c\nd"},
+        {"zero\u200Bwidth\uFEFF", "zerowidth"},
+        {"\u0301alone", "\u25CC\u0301alone"},
+        {"bad \xff byte", "bad \uFFFD byte"},
+        {"👩\u200D💻", "👩\u200D💻"},
+    };
+    for (const auto& row : rows)
+        EXPECT_EQ(TerminalText::clean(row.from), row.to) << row.to;
+    EXPECT_EQ(TerminalText::cleanLine("  two \n lines\t "), "two lines");
+}
+
+TEST(TerminalText, widthCountsColumns) {
+    EXPECT_EQ(TerminalText::width("abc"), 3);
+    EXPECT_EQ(TerminalText::width("日本"), 4);
+    EXPECT_EQ(TerminalText::width("e\u0301"), 1);
+    EXPECT_EQ(TerminalText::width("한글"), 4);
+    EXPECT_EQ(TerminalText::width("●◆✗…⚠▌━"), 7);
+}
+
+TEST(TerminalText, wrapsWideAndCombiningTextWithinTheColumns) {
+    struct Row {
+        std::string text;
+        int columns;
+        Lines lines;
+    };
+    const std::vector<Row> rows = {
+        {"", 5, {""}},
+        {"one two three", 7, {"one two", "three"}},
+        {"one two", 3, {"one", "two"}},
+        {"unbreakable", 4, {"unbr", "eaka", "ble"}},
+        {"a unbreakable", 4, {"a", "unbr", "eaka", "ble"}},
+        {"日本語の文", 5, {"日本", "語の", "文"}},
+        {"ab日本", 5, {"ab日", "本"}},
+        {"cafe\u0301 cafe\u0301", 4, {"cafe\u0301", "cafe\u0301"}},
+        {"  indented text", 10, {"  indented", "text"}},
+        {"first\n\nsecond", 10, {"first", "", "second"}},
+        {"wide 日 end", 7, {"wide 日", "end"}},
+    };
+    for (const auto& row : rows) {
+        const auto lines = TerminalText::wrap(row.text, row.columns);
+        EXPECT_EQ(lines, row.lines) << row.text;
+        for (const auto& line : lines)
+            EXPECT_LE(TerminalText::width(line), row.columns) << row.text;
+    }
+}
+
+TEST(TerminalText, elidesWithoutCuttingACharacter) {
+    EXPECT_EQ(TerminalText::elide("short", 5), "short");
+    EXPECT_EQ(TerminalText::elide("longer", 5), "long…");
+    EXPECT_EQ(TerminalText::elide("日本語", 5), "日本…");
+    EXPECT_EQ(TerminalText::elide("日本語", 4), "日…");
+    EXPECT_EQ(TerminalText::elide("one two", 5), "one…");
+    EXPECT_EQ(TerminalText::elide("abc", 0), "");
+}
+
+namespace {
+
+/// A script of keys: "<" left, ">" right, "-" backspace, "." delete, "^a" and so on, anything else is typed.
+std::string edited(const std::string& script) {
+    LineEditor editor;
+    for (std::size_t i = 0; i < script.size(); ++i) {
+        switch (script[i]) {
+        case '<':
+            editor.left();
+            break;
+        case '>':
+            editor.right();
+            break;
+        case '-':
+            editor.backspace();
+            break;
+        case '.':
+            editor.deleteForward();
+            break;
+        case '^':
+            switch (script[++i]) {
+            case 'a':
+                editor.home();
+                break;
+            case 'e':
+                editor.end();
+                break;
+            case 'u':
+                editor.killToStart();
+                break;
+            case 'k':
+                editor.killToEnd();
+                break;
+            case 'w':
+                editor.killWord();
+                break;
+            }
+            break;
+        default:
+            editor.insert(script.substr(i, 1));
+            break;
+        }
+    }
+    return editor.text().substr(0, editor.cursor()) + "|" + editor.text().substr(editor.cursor());
+}
+
+} // namespace
+
+TEST(LineEditor, editsAroundTheCursor) {
+    EXPECT_EQ(edited("abc"), "abc|");
+    EXPECT_EQ(edited("ac<b"), "ab|c");
+    EXPECT_EQ(edited("abc<<-"), "|bc");
+    EXPECT_EQ(edited("abc^a."), "|bc");
+    EXPECT_EQ(edited("abc^a<-"), "|abc");
+    EXPECT_EQ(edited("abc>.^e"), "abc|");
+    EXPECT_EQ(edited("one two^w"), "one |");
+    EXPECT_EQ(edited("one two  ^w"), "one |");
+    EXPECT_EQ(edited("one two<<<^u"), "|two");
+    EXPECT_EQ(edited("one two<<<^k"), "one |");
+    EXPECT_EQ(edited("^w^u-"), "|");
+}
+
+TEST(LineEditor, theCursorNeverStandsInsideACharacter) {
+    LineEditor editor;
+    editor.insert("a👩\u200D💻e\u0301");
+    editor.left();
+    EXPECT_EQ(editor.text().substr(editor.cursor()), "e\u0301");
+    editor.left();
+    EXPECT_EQ(editor.cursor(), 1U);
+    editor.deleteForward();
+    EXPECT_EQ(editor.text(), "ae\u0301");
+    editor.end();
+    editor.backspace();
+    EXPECT_EQ(editor.text(), "a");
+    editor.insert("\u0308"); // joins the character before it
+    editor.left();
+    EXPECT_EQ(editor.cursor(), 0U);
+}
+
+TEST(LineEditor, holdsOnlyWhatCanBeSeen) {
+    LineEditor editor;
+    EXPECT_TRUE(editor.insert("two\r\nlines\nand\ta\x1b[31m tab\u200B"));
+    EXPECT_EQ(editor.text(), "two lines and a[31m tab");
+    EXPECT_FALSE(editor.insert(std::string(LineEditor::limit, 'x')));
+    EXPECT_EQ(editor.text().size(), LineEditor::limit);
+    editor.clear();
+    editor.insert("   ");
+    EXPECT_TRUE(editor.blank());
+}
