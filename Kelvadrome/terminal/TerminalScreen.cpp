@@ -21,6 +21,11 @@
 #include <termios.h>
 #include <unistd.h>
 
+// term.h names the terminal's capabilities by macros of everyday words.
+#undef bell
+#undef columns
+#undef lines
+
 namespace kelvadrome {
 
 namespace {
