@@ -83,6 +83,7 @@ async function tour() {
     await world.see(panel, /New questions land here first\./, 'an empty, connected panel', 30);
     health = await world.call('/v1/health', {}, 'GET');
     check(alive(health.pid), 'the daemon has no process');
+    await pause(4000); // the event stream opens when the start-up sequence has ended; what comes before it shows 20 s later
     return `the daemon was spawned (pid ${health.pid}), the panel says "All clear"`;
   });
 
