@@ -117,9 +117,10 @@ BorrowedParser::~BorrowedParser() {
     if (parser_->capacity() <= largestKeptDocument) keptParser = std::move(parser_);
 }
 
-JSONValue BorrowedParser::parse(std::string_view text) {
+JSONValue BorrowedParser::parse(std::string_view text, std::size_t readable) {
+    const bool copied = readable < text.size() + simdjson::SIMDJSON_PADDING;
     simdjson::dom::element root;
-    if (const auto error = parser_->parse(text.data(), text.size()).get(root)) {
+    if (const auto error = parser_->parse(text.data(), text.size(), copied).get(root)) {
         throw DecodingError("", std::string("is not valid JSON: ") + simdjson::error_message(error));
     }
     return JSONValue(root);

@@ -183,8 +183,8 @@ public:
     BorrowedParser(const BorrowedParser&) = delete;
     BorrowedParser& operator=(const BorrowedParser&) = delete;
 
-    /// Throws DecodingError for text that isn't one valid JSON document in UTF-8.
-    JSONValue parse(std::string_view text);
+    /// Throws DecodingError for text that isn't one valid JSON document in UTF-8. `readable` as in readJSON.
+    JSONValue parse(std::string_view text, std::size_t readable);
 
 private:
     std::unique_ptr<simdjson::dom::parser> parser_;
@@ -193,11 +193,12 @@ private:
 } // namespace detail
 
 /// Parses a whole document and hands its root to `read`, whose result is the result. The root and all that was
-/// reached from it end with the call.
+/// reached from it end with the call. `readable` is how much memory may be read from the text's start: a string's
+/// capacity is often enough beyond its end to parse it where it lies, without a copy.
 template <class Read>
-auto readJSON(std::string_view text, Read read) {
+auto readJSON(std::string_view text, Read read, std::size_t readable = 0) {
     detail::BorrowedParser parser;
-    return read(parser.parse(text));
+    return read(parser.parse(text, readable));
 }
 
 template <class T>

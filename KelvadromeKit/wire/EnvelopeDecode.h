@@ -23,9 +23,9 @@ T decode(const HTTPResponse& response) {
         throwEmpty(std::move(error), status);
     };
     if (success)
-        return readJSON(response.body, read);
+        return readJSON(response.body, read, response.body.capacity());
     try {
-        return readJSON(response.body, read);
+        return readJSON(response.body, read, response.body.capacity());
     } catch (const DecodingError&) {
         throwStatus(status);
     }

@@ -243,7 +243,7 @@ TEST(AppModel, aSessionMintedInTheBackgroundReachesThePages) {
     world.model->openOnboarding(false);
     world.loop.until([&] { return world.screen->onboardingMade; }, "the setup window");
     world.page->replies["/v1/cards/answer"] = FakePage::failure("unauthorized", "log in");
-    world.model->answer({.id = "a", .version = 1, .kind = "question"}, "Yes");
+    world.model->answer(World::card("a"), "Yes");
     world.loop.until([&] { return world.state().panelError == "log in"; }, "the answer to be refused twice");
     world.refresh();
     EXPECT_EQ(world.web->calls.last("load"), "load s2 inbox all");
@@ -290,7 +290,7 @@ TEST(AppModel, theFirstRunOpensSetupOnlyWhenTheDaemonSaysSoOrItIsForced) {
 TEST(AppModel, afterStopNothingOfItRunsOn) {
     World world;
     world.start();
-    world.model->answer({.id = "a", .version = 1, .kind = "question"}, "Yes");
+    world.model->answer(World::card("a"), "Yes");
     world.model->scheduleRefresh();
     world.loop.until(
         [&] { return world.page->posts.size() == 1 && world.clock->sleepers() == 3; }, "tasks under way");

@@ -17,6 +17,18 @@ Card question(const std::string& id, const std::string& risk = "low") {
     return card;
 }
 
+AgentsStatus::Session session(const std::string& id, const std::string& status) {
+    AgentsStatus::Session result;
+    result.agent = "claude";
+    result.sessionId = id;
+    result.status = status;
+    return result;
+}
+
+AgentsStatus::Lock lockOn(const std::string& resource, std::optional<AgentsStatus::Holder> holder) {
+    return {resource, std::move(holder), 0};
+}
+
 PanelHold holdOf(const Card& card, double secondsLeft) {
     return {card, "Yes", now + seconds(secondsLeft), 2.0, false};
 }
@@ -73,8 +85,8 @@ TEST(AppState, theDaemonsCountsAndSessionsGoBeforeOurOwn) {
     state.agents = AgentsStatus{};
     EXPECT_EQ(agentRows(state).size(), 1U) << "an empty list counts as none";
 
-    state.agents->sessions = {{.agent = "claude", .sessionId = "1", .status = "busy"},
-        {.agent = "claude", .sessionId = "2", .status = "idle", .detail = "needs you"}};
+    state.agents->sessions = {session("1", "busy"), session("2", "idle")};
+    state.agents->sessions[1].detail = "needs you";
     EXPECT_EQ(agentRows(state).size(), 2U);
     EXPECT_EQ(agentsWorking(state), 1);
     state.counts = InboxCounts{.needsYou = 7, .agentsWorking = 4};
@@ -84,26 +96,27 @@ TEST(AppState, theDaemonsCountsAndSessionsGoBeforeOurOwn) {
 
 TEST(AppState, theEdgeBrowserIsHeldForTheSessionThatItsHolderNames) {
     AppState state;
-    AgentsStatus::Session session{.agent = "claude", .sessionId = "1", .label = "Review"};
-    EXPECT_FALSE(holdsEdge(state, session));
+    auto review = session("1", "busy");
+    review.label = "Review";
+    EXPECT_FALSE(holdsEdge(state, review));
     state.agents = AgentsStatus{};
     state.agents->locks = {
-        {.resource = "printer", .holder = AgentsStatus::Holder{{}, "review"}}, {.resource = "edge"}};
+        lockOn("printer", AgentsStatus::Holder{{}, "review"}), lockOn("edge", std::nullopt)};
     EXPECT_TRUE(edgeLock(state));
-    EXPECT_FALSE(holdsEdge(state, session)) << "nobody holds it";
+    EXPECT_FALSE(holdsEdge(state, review)) << "nobody holds it";
     state.agents->locks[1].holder = AgentsStatus::Holder{"H-12 REVIEW of April", {}};
-    EXPECT_TRUE(holdsEdge(state, session));
+    EXPECT_TRUE(holdsEdge(state, review));
     state.agents->locks[1].holder = AgentsStatus::Holder{{}, "Claude review"};
-    EXPECT_TRUE(holdsEdge(state, session));
-    session.label.reset();
-    EXPECT_FALSE(holdsEdge(state, session));
+    EXPECT_TRUE(holdsEdge(state, review));
+    review.label.reset();
+    EXPECT_FALSE(holdsEdge(state, review));
     state.agents->locks[1].holder->handoff = "#4";
-    EXPECT_TRUE(holdsEdge(state, session));
+    EXPECT_TRUE(holdsEdge(state, review));
 }
 
 TEST(AppState, aTopicHasATitleWhenItIsOnTheBoard) {
     AppState state;
-    state.topics["t1"] = {.id = "t1", .title = "Taxes"};
+    state.topics["t1"] = {"t1", "Taxes", std::nullopt, 0};
     EXPECT_EQ(topicTitle(state, "t1"), "Taxes");
     EXPECT_EQ(topicTitle(state, "t2"), std::nullopt);
     EXPECT_EQ(topicTitle(state, std::nullopt), std::nullopt);

@@ -202,22 +202,23 @@ TEST(Pages, theFolderOfATopicIsTheFirstAbsolutePathInItsDetails) {
 }
 
 TEST(Pages, aTopicsFolderIsRevealedOrItsAbsenceIsSaid) {
+    for (const auto& reply : {FakeReply::failure("internal", "no", 500), FakeReply::data("{}"),
+             FakeReply::data("[]"), FakeReply::raw("HTTP/1.1 200 OK\r\n\r\n<html>"), FakeReply::raw("")}) {
+        World world;
+        world.daemon->on("/v1/topic/detail", reply);
+        world.loop.run(world.make().revealTopicFolder("t-1"));
+        EXPECT_EQ(world.state().panelError, "This topic has no folder on this Mac yet.");
+        EXPECT_EQ(world.daemon->requests("/v1/topic/detail").at(0).body, R"({"topic":"t-1"})");
+        EXPECT_TRUE(world.screen->calls.lines().empty());
+    }
     TemporaryFolder folder;
     World world;
     world.make();
-    const auto error = "This topic has no folder on this Mac yet.";
-    for (const auto& reply : {FakeReply::failure("internal", "no", 500), FakeReply::data("{}"),
-             FakeReply::data("[]"), FakeReply::raw("HTTP/1.1 200 OK\r\n\r\n<html>"), FakeReply::raw("")}) {
-        world.model->setNotice(std::nullopt);
-        world.daemon->on("/v1/topic/detail", reply);
-        world.loop.run(world.model->revealTopicFolder("t-1"));
-        EXPECT_EQ(world.state().panelError, error);
-    }
-    EXPECT_EQ(world.daemon->requests("/v1/topic/detail")[0].body, R"({"topic":"t-1"})");
     world.daemon->on(
         "/v1/topic/detail", FakeReply::data(R"({"folder":")" + folder.path().string() + R"("})"));
     world.loop.run(world.model->revealTopicFolder("t-1"));
     EXPECT_EQ(world.screen->calls.lines(), Lines{"revealFile " + folder.path().string()});
+    EXPECT_EQ(world.state().panelError, std::nullopt);
 }
 
 } // namespace

@@ -4,7 +4,7 @@ namespace kelvadrome::test {
 namespace {
 
 Card question(const std::string& risk = "low") {
-    return {.id = "a", .version = 3, .kind = "question", .risk = risk, .title = "Go?"};
+    return World::card("a", "question", risk);
 }
 
 Card batch(std::optional<std::string> secondDefault, const std::string& risk = "low") {

@@ -5,11 +5,15 @@
 #include "tests/support/FakeDaemon.h"
 #include "tests/support/FakeFrontEnd.h"
 #include "tests/support/FakePage.h"
+#include "tests/support/ScriptedLauncher.h"
 #include "tests/support/TestLoop.h"
 
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <cmath>
+#include <filesystem>
 #include <optional>
 #include <string>
 #include <vector>
@@ -73,9 +77,9 @@ public:
     }
 
     AppModel& make() {
-        env = DaemonEnvironment(
-            std::filesystem::path(socketPath).parent_path().string(), std::nullopt, std::nullopt);
-        DaemonClient client(UnixSocketTransport(socketPath, loop.pool()));
+        const auto home = std::filesystem::path(socketPath).parent_path().string();
+        const DaemonEnvironment env(home, std::nullopt, resources);
+        const DaemonClient client(UnixSocketTransport(socketPath, loop.pool()));
         page = std::make_shared<FakePage>();
         page->refuseLogin = refuseLogin;
         AppModel::Dependencies d{.executor = loop.executor(),
@@ -84,9 +88,10 @@ public:
             .defaults = defaults,
             .flags = flags,
             .env = env,
-            .supervisor = makeSupervisor(client),
+            .supervisor = std::make_shared<DaemonSupervisor>(env, client,
+                DaemonSupervisor::World{loop.executor(), &loop.pool(), clock, launcher}, EnvironmentMap{}),
             .client = client,
-            .session = std::make_shared<PageSession>(loop.executor(), page, [] { return FakePage::mint(); }),
+            .session = std::make_shared<PageSession>(loop.executor(), page, FakePage::mint),
             .background = background,
             .web = web,
             .screen = screen,
@@ -99,8 +104,6 @@ public:
         model = AppModel::make(std::move(d));
         return *model;
     }
-
-    std::shared_ptr<DaemonSupervisor> makeSupervisor(const DaemonClient& client);
 
     const AppState& state() const { return model->state(); }
 
@@ -129,6 +132,16 @@ public:
 
     std::size_t asked(const std::string& path) const { return daemon->requests(path).size(); }
 
+    static Card card(
+        const std::string& id, const std::string& kind = "question", const std::string& risk = "low") {
+        Card result;
+        result.id = id;
+        result.version = 3;
+        result.kind = kind;
+        result.risk = risk;
+        result.title = id;
+        return result;
+    }
     static std::string cardJSON(const std::string& id, const std::string& kind = "question",
         const std::string& risk = "low", const std::string& more = "") {
         return fmt::format(
@@ -148,7 +161,8 @@ public:
     bool streamWanted = true;
     bool refuseLogin = false;
     DebugFlags flags;
-    DaemonEnvironment env;
+    std::optional<std::string> resources;
+    std::shared_ptr<ScriptedLauncher> launcher = std::make_shared<ScriptedLauncher>();
     std::optional<BackgroundService> background;
     AutomationProbe probe;
     std::shared_ptr<ManualClock> clock;

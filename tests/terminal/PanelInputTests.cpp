@@ -164,7 +164,7 @@ TEST(PanelInput, undoFindsTheAnswerOnItsWay) {
 }
 
 TEST(PanelInput, whatIsTypedIsWhatIsSent) {
-    Fingers at({question("a")});
+    Fingers at({question("a"), question("b")});
     at.press("t");
     ASSERT_EQ(at.focus().mode, Mode::typing);
     EXPECT_FALSE(at.press(Key::Kind::enter)); // nothing typed yet
@@ -174,12 +174,19 @@ TEST(PanelInput, whatIsTypedIsWhatIsSent) {
     at.press(Key::Kind::backspace);
     expectAnswer(at.press(Key::Kind::enter), "a", "quit? 日");
     EXPECT_EQ(at.focus().mode, Mode::rows);
-    at.press("t");
-    EXPECT_TRUE(at.focus().editor.text().empty());
+
+    at.press("t"); // should the answer come back refused, its text is still there
+    EXPECT_EQ(at.focus().editor.text(), "quit? 日");
     EXPECT_EQ(at.control("c")->kind, Kind::quit);
+    at.control("u");
     at.press("x");
     at.press(Key::Kind::escape);
     EXPECT_EQ(at.focus().mode, Mode::rows);
+    at.press("t");
+    EXPECT_EQ(at.focus().editor.text(), "x");
+    at.press(Key::Kind::escape);
+    at.press("jt");
+    EXPECT_TRUE(at.focus().editor.text().empty());
 }
 
 TEST(PanelInput, aPasteIsTextAndNeverASetOfCommands) {

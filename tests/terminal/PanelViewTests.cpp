@@ -103,7 +103,7 @@ TEST(PanelView, fortyColumnsShowEverythingAligned) {
     Panel panel(std::move(state));
     panel.press("j");
     const std::vector<std::string> expected = {
-        "  2 need you                 kelvadrome ",
+        "  2 need you                  kelvadrome",
         "  1 agent working",
         "────────────────────────────────────────",
         "  Claude Code · デ… ! High risk  5 min",
@@ -121,7 +121,7 @@ TEST(PanelView, fortyColumnsShowEverythingAligned) {
         "",
         "────────────────────────────────────────",
         "  ● Codex  テストを実行中です",
-        "  o  Open kelvadrome",
+        "  o Open kelvadrome",
         "  1-9 choose  t type     ? keys  q quit",
     };
     EXPECT_EQ(panel.lines({20, 40}), expected);

@@ -1,0 +1,179 @@
+#include "Kelvadrome/platform/linux/PosixChild.h"
+#include "Kelvadrome/platform/linux/PosixCommand.h"
+#include "KelvadromeKit/daemon/DaemonSupervisor.h"
+
+#include "tests/support/TemporaryFolder.h"
+#include "tests/support/TestLoop.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <dirent.h>
+#include <filesystem>
+#include <fstream>
+
+namespace kelvadrome::test {
+namespace {
+
+namespace fs = std::filesystem;
+
+/// Real children, whose words and ends arrive on the test's loop.
+class PosixChildTest : public testing::Test {
+protected:
+    std::shared_ptr<ChildProcess> launch(const std::string& script, std::vector<std::string> more = {}) {
+        std::vector<std::string> arguments = {"-c", script, "sh"};
+        arguments.insert(arguments.end(), more.begin(), more.end());
+        return launcher.launch(
+            {"/bin/sh", arguments, {{"PATH", "/usr/bin:/bin"}, {"WORD", "w o"}}, folder.path()},
+            {.output = [this](std::string chunk) { post([this, chunk] { said += chunk; }); },
+                .exited = [this](std::int32_t code) { post([this, code] { ended.push_back(code); }); }});
+    }
+    void post(std::function<void()> then) { asio::post(loop.executor(), std::move(then)); }
+    void untilEnded() {
+        loop.until([this] { return !ended.empty(); }, "the child's end");
+    }
+
+    TestLoop loop;
+    TemporaryFolder folder;
+    std::string said;
+    std::vector<std::int32_t> ended;
+    PosixChildLauncher launcher;
+};
+
+std::size_t openDescriptors() {
+    std::size_t count = 0;
+    for ([[maybe_unused]] const auto& entry : fs::directory_iterator("/proc/self/fd"))
+        ++count;
+    return count;
+}
+
+TEST_F(PosixChildTest, itsWordsComeMergedAndInOrderBeforeItsEnd) {
+    const auto child = launch("echo \"$1|$WORD|$HOME\"; pwd; echo oops >&2; echo last; exit 7", {"a b"});
+    untilEnded();
+    EXPECT_EQ(said, "a b|w o|\n" + folder.path().string() + "\noops\nlast\n");
+    EXPECT_EQ(ended, std::vector<std::int32_t>{7});
+    EXPECT_FALSE(child->isRunning());
+    child->terminate(); // nobody's process any more
+    child->kill();
+}
+
+TEST_F(PosixChildTest, itInheritsThreeStreamsASessionAndNoIgnoredSignal) {
+    const Descriptor open(::open("/dev/null", O_RDONLY)); // not closed on exec
+    ::signal(SIGPIPE, SIG_IGN);
+    launch("ls /proc/self/fd | tr '\\n' ' '; ps -o sid= -p $$ | tr -d ' '; echo $$; grep SigIgn "
+           "/proc/self/status");
+    untilEnded();
+    std::istringstream lines(said);
+    std::string descriptors, session, own, ignored;
+    std::getline(lines, descriptors);
+    std::getline(lines, own);
+    std::getline(lines, ignored);
+    EXPECT_TRUE(descriptors.starts_with("0 1 2 3 ")) << said; // 3 is the folder that ls reads
+    EXPECT_EQ(descriptors, "0 1 2 3 " + own);
+    EXPECT_THAT(ignored, testing::EndsWith("0000000000000000"));
+}
+
+TEST_F(PosixChildTest, itEndsByASignalOrWhenItsInputDoes) {
+    auto told = launch("echo up; exec sleep 100");
+    loop.until([this] { return said == "up\n"; }, "the child to be up");
+    EXPECT_TRUE(told->isRunning());
+    told->terminate();
+    untilEnded();
+    EXPECT_EQ(ended.back(), SIGTERM);
+
+    ended.clear();
+    auto deaf = launch("trap '' TERM; echo deaf; while :; do sleep 1; done");
+    loop.until([this] { return said.ends_with("deaf\n"); }, "the child to be deaf");
+    deaf->terminate();
+    EXPECT_TRUE(deaf->isRunning());
+    deaf->kill();
+    untilEnded();
+    EXPECT_EQ(ended.back(), SIGKILL);
+
+    ended.clear();
+    auto reader = launch("cat; exit 3");
+    reader->closeInput();
+    untilEnded();
+    EXPECT_EQ(ended.back(), 3);
+
+    ended.clear();
+    launch("cat; exit 4"); // the object, and with it the pipe, is gone at once
+    untilEnded();
+    EXPECT_EQ(ended.back(), 4);
+}
+
+TEST_F(PosixChildTest, itsEndIsToldAlthoughAGrandchildHoldsItsOutput) {
+    launch("sleep 100 & echo $!; exit 5");
+    untilEnded();
+    EXPECT_EQ(ended.back(), 5);
+    EXPECT_EQ(::kill(std::stoi(said), SIGKILL), 0);
+}
+
+TEST_F(PosixChildTest, aMegabyteOfWordsArrivesWhole) {
+    launch("head -c 1000000 /dev/zero | tr '\\0' x");
+    untilEnded();
+    EXPECT_EQ(said.size(), 1000000U);
+}
+
+TEST_F(PosixChildTest, aFailedStartThrowsAndNothingLeaks) {
+    launch("exit 0");
+    untilEnded();
+    loop.drain();
+    const auto before = openDescriptors();
+    try {
+        launcher.launch({"/no/such/program", {}, {}, folder.path()}, {});
+        FAIL();
+    } catch (const std::system_error& error) {
+        EXPECT_STREQ(error.what(), "/no/such/program could not be started: No such file or directory");
+    }
+    EXPECT_THROW(launcher.launch({"/bin/sh", {}, {}, "/no/such/folder"}, {}), std::system_error);
+    for (int i = 0; i < 20; ++i) {
+        ended.clear();
+        launch("exit 0");
+        untilEnded();
+        runCommand("/bin/true", {}, {}, 5.0);
+    }
+    // The watcher lets go of the last one's pipe just after it told its end.
+    loop.until([&] { return openDescriptors() <= before; }, "the descriptors to be closed");
+}
+
+TEST(PosixCommand, givesBothStreamsAndTheStatus) {
+    EXPECT_EQ(runCommand("/bin/sh", {"-c", "echo out; echo err >&2; exit 9"}, {}, 10.0),
+        (CommandResult{9, "out\n", "err\n", false}));
+    const auto absent = runCommand("/bin/launchctl-not-here", {}, {}, 10.0);
+    EXPECT_EQ(absent.status, -1);
+    EXPECT_THAT(absent.errors, testing::HasSubstr("could not be started"));
+    EXPECT_EQ(runCommand("/bin/sh", {"-c", "head -c 3000000 /dev/zero"}, {{"PATH", "/usr/bin:/bin"}}, 10.0)
+                  .output.size(),
+        1U << 20);
+}
+
+TEST(PosixCommand, whatRunsTooLongIsKilledWithWhatItStarted) {
+    TemporaryFolder folder;
+    const auto result = runCommand("/bin/sh", {"-c", "sleep 100 & echo $! > " + (folder / "pid") + "; wait"},
+        {{"PATH", "/usr/bin:/bin"}}, 1.0);
+    EXPECT_TRUE(result.timedOut);
+    EXPECT_EQ(result.status, -1);
+    int pid = 0;
+    std::ifstream(folder / "pid") >> pid;
+    ASSERT_GT(pid, 0);
+    TestLoop loop;
+    loop.until(
+        [&] {
+            std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
+            std::string id, name, state;
+            return !(stat >> id >> name >> state) || state == "Z";
+        },
+        "the grandchild to die");
+}
+
+TEST(PosixChildLauncher, asksAProgramForItsOutput) {
+    PosixChildLauncher launcher;
+    EXPECT_EQ(launcher.output("/bin/sh", {"-c", "echo v24; echo noise >&2"}, 10.0), "v24\n");
+    EXPECT_EQ(launcher.output("/no/such/program", {}, 10.0), std::nullopt);
+    EXPECT_EQ(launcher.output("/bin/sleep", {"100"}, 0.2), std::nullopt);
+}
+
+} // namespace
+} // namespace kelvadrome::test
