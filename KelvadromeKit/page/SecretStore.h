@@ -8,8 +8,8 @@
 
 namespace kelvadrome {
 
-/// A failure of the secret store, by the numbers of the keychain: -50 for a bad value, -25300 for a missing
-/// item.
+/// A failure of the secret store, by the numbers of the keychain where it has one: -50 for a bad value,
+/// -25308 for a keyring that stayed locked; else the platform's own.
 class SecretStoreError : public std::exception {
 public:
     SecretStoreError(std::int32_t status, std::string operation);

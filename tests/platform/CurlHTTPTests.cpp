@@ -62,7 +62,7 @@ TEST_F(CurlHTTPTest, headersAndBodyArriveAsTheyAreAndALineEndInAHeaderIsRefused)
     EXPECT_EQ(seen.method, "POST");
     EXPECT_EQ(seen.body, *post.body);
     EXPECT_EQ(seen.headers.at("content-type"), "application/json");
-    EXPECT_EQ(seen.headers.at("x-empty"), "");
+    EXPECT_NE(seen.bytes.find("X-Empty:\r\n"), std::string::npos);
     EXPECT_EQ(daemon.requests("/bare").at(0).headers.at("content-length"), "0");
 
     post.headers = {{"Cookie", "a=1\r\nX-Forged: 1"}};

@@ -22,8 +22,12 @@ struct Unref {
 template <class T>
 using Owned = std::unique_ptr<T, Unref>;
 
+constexpr std::int32_t stillLocked = -25308; // the keychain's errSecInteractionNotAllowed
+
 const SecretSchema& schema() {
-    static const SecretSchema value = {"com.kelvadrome.mac.secret", SECRET_SCHEMA_NONE,
+    // Found by service and account alone: GNOME's keyring doesn't find a locked item by its schema's name,
+    // and a key that seems to be missing would be made anew.
+    static const SecretSchema value = {"com.kelvadrome.mac.secret", SECRET_SCHEMA_DONT_MATCH_NAME,
         {{"service", SECRET_SCHEMA_ATTRIBUTE_STRING}, {"account", SECRET_SCHEMA_ATTRIBUTE_STRING},
             {nullptr, SECRET_SCHEMA_ATTRIBUTE_STRING}},
         0, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr};
@@ -62,10 +66,13 @@ private:
     std::thread watchdog_;
 };
 
+bool hasDisplay() {
+    return std::getenv("DISPLAY") || std::getenv("WAYLAND_DISPLAY");
+}
+
 /// How long a call may take that can bring up the prompt for the keyring's password.
 double patience() {
-    const bool display = std::getenv("DISPLAY") || std::getenv("WAYLAND_DISPLAY");
-    return display ? SecretServiceStore::promptLimit : SecretServiceStore::limit;
+    return hasDisplay() ? SecretServiceStore::promptLimit : SecretServiceStore::limit;
 }
 
 /// Throws for an error, and frees it.
@@ -81,22 +88,29 @@ void check(GError* error, const char* operation) {
 SecretServiceStore::SecretServiceStore(std::string service, std::string account, std::string label)
     : service_(std::move(service)), account_(std::move(account)), label_(std::move(label)) {}
 
-bool SecretServiceStore::answers(double seconds) {
+SecretServiceStore::State SecretServiceStore::state(double seconds) {
     const Limit limit(seconds);
     GError* error = nullptr;
     const Owned<GDBusConnection> bus(g_bus_get_sync(G_BUS_TYPE_SESSION, limit.get(), &error));
     if (!bus) {
-        g_error_free(error);
-        return false;
+        g_clear_error(&error);
+        return State::absent;
     }
     // The shared connection would otherwise end this process when the bus goes away.
     g_dbus_connection_set_exit_on_close(bus.get(), FALSE);
     // Opening a session proves that it answers; a bus without a service fails at once.
     const Owned<SecretService> service(
         secret_service_get_sync(SECRET_SERVICE_OPEN_SESSION, limit.get(), &error));
-    if (error)
-        g_error_free(error);
-    return service != nullptr;
+    if (!service) {
+        g_clear_error(&error);
+        return State::absent;
+    }
+    if (hasDisplay())
+        return State::open;
+    const Owned<SecretCollection> keyring(secret_collection_for_alias_sync(
+        service.get(), SECRET_COLLECTION_DEFAULT, SECRET_COLLECTION_NONE, limit.get(), &error));
+    g_clear_error(&error);
+    return keyring && !secret_collection_get_locked(keyring.get()) ? State::open : State::locked;
 }
 
 void SecretServiceStore::set(const std::string& value) {
@@ -116,6 +130,9 @@ std::optional<std::string> SecretServiceStore::read() {
             account_.c_str(), nullptr),
         &secret_password_free);
     check(error, "read");
+    // One that stayed locked isn't a missing one: the caller would put another in its place.
+    if (!found && exists())
+        throw SecretStoreError(stillLocked, "read");
     if (!found || !Text::isValidUTF8(found.get()))
         return std::nullopt;
     return std::string(found.get());
@@ -129,8 +146,7 @@ bool SecretServiceStore::exists() {
         service_.c_str(), "account", account_.c_str(), nullptr);
     const bool found = items != nullptr;
     g_list_free_full(items, g_object_unref);
-    if (error)
-        g_error_free(error);
+    g_clear_error(&error);
     return found;
 }
 
@@ -149,9 +165,14 @@ SecretStore& MachineSecretStore::chosen() {
     std::lock_guard guard(lock_);
     if (!store_) {
         auto file = std::make_unique<FileSecretStore>(FileSecretStore::defaultFolder(), service_, account_);
-        keyring_ = !file->exists() && SecretServiceStore::answers();
+        auto keyring = std::make_unique<SecretServiceStore>(service_, account_, label_);
+        if (!file->exists()) {
+            const auto state = SecretServiceStore::state();
+            using enum SecretServiceStore::State;
+            keyring_ = state == open || (state == locked && keyring->exists());
+        }
         if (keyring_) {
-            store_ = std::make_unique<SecretServiceStore>(service_, account_, label_);
+            store_ = std::move(keyring);
         } else {
             store_ = std::move(file);
         }
@@ -180,7 +201,7 @@ std::string MachineSecretStore::whereabouts() {
     if (keyring_)
         return "In your desktop's keyring.";
     return "In a file that only you can read, in " + FileSecretStore::defaultFolder() +
-           ", since no keyring answered.";
+           ", since no open keyring was found.";
 }
 
 } // namespace kelvadrome

@@ -18,8 +18,13 @@ public:
 
     SecretServiceStore(std::string service, std::string account, std::string label);
 
-    /// Whether a Secret Service answers on this session's bus within so many seconds.
-    static bool answers(double seconds = limit);
+    enum class State {
+        absent, // no Secret Service answers on this session's bus
+        locked, // one does, but its keyring is locked or missing and there is no display to ask the user on
+        open,
+    };
+    /// What stands on this session's bus, found out within so many seconds.
+    static State state(double seconds = limit);
 
     void set(const std::string& value) override;
     std::optional<std::string> read() override;
@@ -32,7 +37,7 @@ private:
     std::string label_;
 };
 
-/// The store for one secret: the keyring where one answers, otherwise a file. A secret that a file holds
+/// The store for one secret: the keyring where one is open, otherwise a file. A secret that a file holds
 /// already stays there, so that a keyring which answers on some days only doesn't make two of it. Which of
 /// the two is found out at the first call, and stays. Calls block.
 class MachineSecretStore final : public SecretStore {
