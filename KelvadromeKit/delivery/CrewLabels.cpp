@@ -1,15 +1,20 @@
 #include "KelvadromeKit/delivery/CrewLabels.h"
 
+#include "KelvadromeKit/support/Text.h"
+
 #include <re2/re2.h>
 
 namespace kelvadrome::CrewLabels {
 
 namespace {
 
+constexpr std::size_t maxCallsign = 24; // scalars
+
 /// A letter, then letters, digits, apostrophes, blanks and hyphens: nothing else reaches a tab's title.
 bool isCallsign(const std::string& text) {
-    static const RE2 pattern("\\p{L}[\\p{L}0-9' -]{0,23}");
-    return RE2::FullMatch(text, pattern);
+    // The length stands outside the pattern: a counted repetition of all letters outgrows RE2's memory.
+    static const RE2 pattern("\\p{L}[\\p{L}0-9' -]*");
+    return Text::scalars(text).size() <= maxCallsign && RE2::FullMatch(text, pattern);
 }
 
 /// The one iTerm2 session on this tty; null when there is none or more than one.

@@ -39,11 +39,11 @@ TEST(CrewLabels, onlyATabThatIsOneSessionsBeyondDoubtIsRenamed) {
 
 TEST(CrewLabels, aCallsignIsANameAndNothingElse) {
     const std::string longest = "a" + std::string(23, 'b');
-    for (const std::string good : {"Ada-7", "O'Neil 2", "Zoë", "Z", longest.c_str()}) {
+    for (const auto& good : std::vector<std::string>{"Ada-7", "O'Neil 2", "Zoë", "Z", longest}) {
         EXPECT_EQ(CrewLabels::plan({row("ttys1", good)}, hosts, {}, true).size(), 1u) << good;
     }
-    for (const std::string bad : {"", "7up", " Ada", "Ada\n", "Ada\x1B[A", "A\u202Ed", "Ada!", "Ad\u0660",
-             "Zoe\u0308", "A\tb", (longest + "b").c_str()}) {
+    for (const auto& bad : std::vector<std::string>{"", "7up", " Ada", "Ada\n", "Ada\x1B[A", "A\u202Ed",
+             "Ada!", "Ad\u0660", "Zoe\u0308", "A\tb", longest + "b"}) {
         EXPECT_TRUE(CrewLabels::plan({row("ttys1", bad)}, hosts, {}, true).empty()) << bad;
     }
 }
