@@ -7,6 +7,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
+
 namespace kelvadrome {
 
 void PrintTo(const JobOutcome& outcome, std::ostream* out) {
@@ -17,6 +19,7 @@ namespace test {
 namespace {
 
 using Lines = std::vector<std::string>;
+using Pauses = std::vector<long>; // milliseconds
 const std::string psLine = "ps -o pid=,pgid=,tpgid=,tty=,comm= -p 501";
 const std::string alive = "  501   501   501 ttys004  /usr/local/bin/claude\n";
 const std::string uuid = "0123abcd-0123-4567-89AB-0123456789ab";
@@ -62,7 +65,8 @@ protected:
     }
 
     JobOutcome paced(Task<JobOutcome> road) {
-        return runPaced(loop, *clock, std::move(road), [this](double pause) { pauses.push_back(pause); });
+        return runPaced(loop, *clock, std::move(road),
+            [this](double pause) { pauses.push_back(std::lround(pause * 1000)); });
     }
 
     LiveExecutor::Start start() {
@@ -79,7 +83,7 @@ protected:
     TestLoop loop;
     std::shared_ptr<ManualClock> clock;
     std::shared_ptr<ScriptedRunner> runner;
-    std::vector<double> pauses;
+    Pauses pauses;
     std::optional<std::string> stop; // the daemon's no
     std::function<void()> whileAsking;
     int asked = 0;
@@ -94,7 +98,7 @@ TEST_F(LiveExecutorTest, anAnswerIsTypedInOrderWithALookBeforeEachKeyAndAPauseAf
         "tmux send-keys -t %3 Escape", psLine, "tmux send-keys -t %3 -l -- -n yes", psLine,
         "tmux send-keys -t %3 Enter"};
     EXPECT_EQ(runner->lines(), expected);
-    EXPECT_EQ(pauses, (std::vector{0.45, 0.25, 0.1}));
+    EXPECT_EQ(pauses, (Pauses{450, 250, 100}));
     EXPECT_EQ(asked, 1);
     EXPECT_EQ(callsAtStart, 3U) << "the go-ahead comes last before the keys";
     for (const auto& call : runner->calls)
@@ -311,7 +315,7 @@ protected:
 TEST_F(ScreenAnswerTest, theSelectionIsMovedThenConfirmedEachKeyFromAFreshRead) {
     EXPECT_EQ(answer("trust", {no, no, yes, blank}), JobOutcome::done());
     EXPECT_EQ(runner->lines(), (Lines{psLine, read, psLine, read, down, psLine, read, enter, read, psLine}));
-    EXPECT_EQ(pauses, (std::vector{0.3, 0.9}));
+    EXPECT_EQ(pauses, (Pauses{300, 900}));
     EXPECT_EQ(callsAtStart, 2U);
 
     healthy();
@@ -326,7 +330,7 @@ TEST_F(ScreenAnswerTest, theSelectionIsMovedThenConfirmedEachKeyFromAFreshRead) 
 TEST_F(ScreenAnswerTest, aQuestionThatDoesNotGoAlongEndsTheAnswer) {
     EXPECT_EQ(answer("trust", {no}), JobOutcome::failed("the selection did not move"));
     EXPECT_EQ(keys(), (Lines{down, down, down, down}));
-    EXPECT_EQ(pauses, (std::vector{0.3, 0.3, 0.3, 0.3}));
+    EXPECT_EQ(pauses, (Pauses{300, 300, 300, 300}));
     healthy();
     EXPECT_EQ(answer("trust", {blank}), JobOutcome::refused("the folder question is no longer on screen"));
     EXPECT_EQ(asked, 0);

@@ -25,8 +25,6 @@ class TmuxDelivery : public testing::Test {
 protected:
     TmuxDelivery() {
         std::filesystem::copy_file(FAKE_AGENT, agent_); // ps names a process by its file
-        // Without a server of its own config, and with keys that are passed on at once.
-        tmux({"-f", "/dev/null", "start-server", ";", "set-option", "-s", "escape-time", "0"});
     }
     ~TmuxDelivery() override { tmux({"kill-server"}); }
 
@@ -122,7 +120,7 @@ TEST_F(TmuxDelivery, keysAndTextArriveExactlyAsPressed) {
     EXPECT_EQ(perform(answer({DeliverStep::key("2")})), JobOutcome::done());
     expectTyped("2");
 
-    const std::string text = "-t 'Zoë' Enter; $HOME \\n 日本語 👩‍👩‍👧 \"q\" #{pane_id} %1";
+    const std::string text = "-t 'Zoë' Enter; $HOME \\n 日本語 🎉 \"q\" #{pane_id} %1";
     EXPECT_EQ(perform(answer({DeliverStep::escape(), DeliverStep::text(text)})), JobOutcome::done());
     expectTyped("2\033" + text + "\r");
     EXPECT_EQ(starts, 2);
@@ -154,8 +152,8 @@ TEST_F(TmuxDelivery, anAgentInTheBackgroundGetsNoKeys) {
     const auto job = answer({DeliverStep::key("1")});
     kill(SIGUSR2);
     const auto executor = live();
-    waitFor(
-        [&] { return !loop.run(executor.facts(pid))->foreground(); }, "another group to take the terminal");
+    waitFor([&] { return !loop.run(executor.facts(pid)).value().foreground(); },
+        "another group to take the terminal");
     const std::string background = "the agent is not in the foreground of its terminal";
     EXPECT_EQ(perform(job), JobOutcome::refused(background));
     EXPECT_EQ(type(job), JobOutcome::refused("before the first key: " + background));
