@@ -97,27 +97,24 @@ TEST(AppModel, theOlderOfTwoRefreshesIsThrownAwayWhole) {
     EXPECT_EQ(world.state().lastRefresh, refreshed);
 }
 
-TEST(AppModel, eventsWithinATimeSpanAreOneRefreshAndPingsAreNone) {
+TEST(AppModel, whatComesWithinAShortTimeIsOneRefreshAndPingsAreNone) {
     World world;
     world.start();
     const auto before = world.asked("/v1/cards/list");
-    world.stream->pushEvent("ping", "{}");
-    world.stream->pushEvent("card.opened", "{}");
-    world.stream->pushEvent("", "{}");
-    world.loop.until([&] { return world.clock->sleepers() == 2; }, "a refresh to be scheduled");
-    world.model->scheduleRefresh();
-    EXPECT_EQ(world.asked("/v1/cards/list"), before);
-    world.clock->advance(0.2);
-    world.loop.until([&] { return world.state().lastRefresh == world.clock->now(); }, "the refresh");
-    world.loop.drain();
-    EXPECT_EQ(world.asked("/v1/cards/list"), before + 1);
-    EXPECT_EQ(world.clock->sleepers(), 1U) << "one refresh for all";
-
-    world.stream->pushEvent("ping", "{}");
-    world.stream->pushEvent("unheard.of", "{}");
-    world.loop.until([&] { return world.clock->sleepers() == 2; }, "a refresh to be scheduled");
-    world.clock->advance(0.2);
-    world.loop.until([&] { return world.asked("/v1/cards/list") == before + 2; }, "the next refresh");
+    std::size_t rounds = 0;
+    for (const auto* name : {"card.opened", "unheard.of", ""}) {
+        world.stream->pushEvent("ping", "{}");
+        world.stream->pushEvent(name, "{}");
+        world.loop.until([&] { return world.clock->sleepers() == 2; }, "a refresh to be scheduled");
+        world.model->scheduleRefresh();
+        world.loop.drain();
+        EXPECT_EQ(world.asked("/v1/cards/list"), before + rounds) << "not before the pause is over";
+        world.clock->advance(0.2);
+        world.loop.until([&] { return world.state().lastRefresh == world.clock->now(); }, "the refresh");
+        world.loop.drain();
+        EXPECT_EQ(world.asked("/v1/cards/list"), before + ++rounds) << "after the event '" << name << "'";
+        EXPECT_EQ(world.clock->sleepers(), 1U);
+    }
 }
 
 TEST(AppModel, theEventStreamIsOpenedAgainTwoSecondsAfterItsEnd) {
@@ -192,17 +189,19 @@ TEST(AppModel, aDaemonThatCannotBeBroughtBackFailsUntilItAnswersAgain) {
         if (seen.empty() || seen.back() != world.state().connection)
             seen.push_back(world.state().connection);
     });
-    const auto pollAgain = [&](const std::function<bool()>& over) {
+    const auto pollUntil = [&](Connection::State wanted) {
         world.loop.until(
             [&] {
+                if (world.state().connection.state == wanted)
+                    return true;
                 const auto next = world.clock->untilNext();
                 if (next > 0)
                     world.clock->advance(next);
-                return over();
+                return false;
             },
             "polls to change the connection");
     };
-    pollAgain([&] { return world.state().connection.state == Connection::State::failed; });
+    pollUntil(Connection::State::failed);
     world.loop.drain();
     ASSERT_EQ(seen.size(), 2U);
     EXPECT_EQ(seen[0], Connection::starting());
@@ -212,7 +211,7 @@ TEST(AppModel, aDaemonThatCannotBeBroughtBackFailsUntilItAnswersAgain) {
     world.daemon.emplace(world.socketPath);
     world.serve();
     world.pid = 101;
-    pollAgain([&] { return world.state().connection.state == Connection::State::ready; });
+    pollUntil(Connection::State::ready);
     EXPECT_EQ(world.web->calls.countOf("load"), 2U);
 }
 
@@ -260,9 +259,9 @@ struct FirstRunCase {
 };
 
 TEST(AppModel, theFirstRunOpensSetupOnlyWhenTheDaemonSaysSoOrItIsForced) {
-    for (const auto& row :
-        {FirstRunCase{R"({"completed":true})", false, false, 1}, {R"({"completed":false})", false, true, 1},
-            {"{}", false, false, 1}, {R"({"completed":true})", true, true, 1}, {"", false, false, 3}}) {
+    for (const auto& row : std::vector<FirstRunCase>{{R"({"completed":true})", false, false, 1},
+             {R"({"completed":false})", false, true, 1}, {"{}", false, false, 1},
+             {R"({"completed":true})", true, true, 1}, {"", false, false, 3}}) {
         World world;
         world.flags.onboarding = row.forced;
         const std::string reply = row.reply;
@@ -282,8 +281,9 @@ TEST(AppModel, theFirstRunOpensSetupOnlyWhenTheDaemonSaysSoOrItIsForced) {
         EXPECT_EQ(world.screen->calls.count("openMainWindow"), row.setup ? 0U : 1U) << reply;
         EXPECT_EQ(world.screen->calls.count("orderOutMain"), row.setup ? 1U : 0U) << reply;
         EXPECT_EQ(world.state().onboardingActive, row.setup) << reply;
-        if (row.setup)
+        if (row.setup) {
             EXPECT_TRUE(world.screen->calls.has("presentOnboarding s1 first system"));
+        }
     }
 }
 

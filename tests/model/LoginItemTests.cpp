@@ -46,7 +46,13 @@ TEST(LoginItem, aChildMakesWayForItWhenTheUserWantsIt) {
     EXPECT_EQ(world.state().supervisorStatus->mode, DaemonSupervisor::Mode::spawned);
 
     world.model->setBackground(true);
-    world.loop.until([&] { return world.state().supervisorStatus->mode == DaemonSupervisor::Mode::attached; },
+    world.loop.until(
+        [&] {
+            const auto next = world.clock->untilNext(); // the pauses in which the child ends
+            if (next > 0 && next < 1)
+                world.clock->advance(next);
+            return world.state().supervisorStatus->mode == DaemonSupervisor::Mode::attached;
+        },
         "the hand-over");
     EXPECT_EQ(world.state().backgroundState->status, Status::enabled);
     EXPECT_EQ(world.launcher->children.at(0)->asked, (std::vector<std::string>{"terminate", "close input"}));

@@ -285,8 +285,16 @@ TEST(MenuPanel, anAgentLineSaysTheMostThatIsKnown) {
     EXPECT_EQ(line(s), "Codex Books: crashed (failed)");
 }
 
+namespace {
+
+std::optional<double> changesIn(const AppState& state) {
+    return menuPanelChangesIn(menuPanel(state, now), state, now);
+}
+
+} // namespace
+
 TEST(MenuPanel, itKnowsWhenTimeChangesIt) {
-    EXPECT_EQ(menuPanelChangesIn(ready(), now), std::nullopt);
+    EXPECT_EQ(changesIn(ready()), std::nullopt);
 
     struct Row {
         std::string openedAt;
@@ -299,7 +307,7 @@ TEST(MenuPanel, itKnowsWhenTimeChangesIt) {
         auto asked = card("a");
         asked.openedAt = row.openedAt;
         auto state = ready({asked});
-        const auto wait = menuPanelChangesIn(state, now);
+        const auto wait = changesIn(state);
         ASSERT_EQ(wait.has_value(), row.wait.has_value()) << row.openedAt;
         if (!wait)
             continue;
@@ -312,16 +320,16 @@ TEST(MenuPanel, itKnowsWhenTimeChangesIt) {
     auto state = ready({card("a")});
     state.later["a"] = now + seconds(1800);
     EXPECT_TRUE(menuPanel(state, now).rows.empty());
-    EXPECT_EQ(menuPanel(state, now + seconds(*menuPanelChangesIn(state, now))).rows.size(), 1U);
+    EXPECT_EQ(menuPanel(state, now + seconds(*changesIn(state))).rows.size(), 1U);
 
     state.holds["a"] = PanelHold{card("a"), "Yes", now + seconds(2), 2, false};
-    EXPECT_EQ(menuPanelChangesIn(state, now), 0.25);
+    EXPECT_EQ(changesIn(state), 0.25);
     state.later.clear();
     state.holds["a"].committed = true;
-    EXPECT_EQ(menuPanelChangesIn(state, now), std::nullopt);
+    EXPECT_EQ(changesIn(state), std::nullopt);
     state.connection = Connection::failed("gone");
     state.holds["a"].committed = false;
-    EXPECT_EQ(menuPanelChangesIn(state, now), std::nullopt);
+    EXPECT_EQ(changesIn(state), std::nullopt);
 }
 
 namespace {

@@ -15,10 +15,11 @@ TEST(Pages, theShellFollowsThePagesRoute) {
         const char* route;
         NavSection section; // from `skills`
     };
-    for (const auto& row : {Row{"/topics", NavSection::topics}, {"/topics/t-1?x=/agents", NavSection::topics},
-             {"agents", NavSection::agents}, {"//receipts//", NavSection::receipts}, {"/", NavSection::inbox},
-             {"", NavSection::inbox}, {"?card=1", NavSection::inbox}, {"/inbox", NavSection::inbox},
-             {"/search?q=a", NavSection::skills}, {"/Topics", NavSection::skills}}) {
+    for (const auto& row :
+        std::vector<Row>{{"/topics", NavSection::topics}, {"/topics/t-1?x=/agents", NavSection::topics},
+            {"agents", NavSection::agents}, {"//receipts//", NavSection::receipts}, {"/", NavSection::inbox},
+            {"", NavSection::inbox}, {"?card=1", NavSection::inbox}, {"/inbox", NavSection::inbox},
+            {"/search?q=a", NavSection::skills}, {"/Topics", NavSection::skills}}) {
         World world;
         world.flags.section = NavSection::skills;
         world.make().followPageRoute(row.route);
@@ -69,14 +70,14 @@ TEST(Pages, anOpenedPathBecomesRouteAndFocus) {
         NavSection section; // from `skills`
         const char* navigated;
     };
-    for (const auto& row :
-        {Row{"/", NavSection::inbox, "navigate / all -"}, {"", NavSection::inbox, "navigate / all -"},
-            {"/agents?card=c-1&card=c-2", NavSection::agents, "navigate /agents all c-1"},
-            {"/?x=1&card=a%20b+c?d", NavSection::inbox, "navigate / all a b+c?d"},
-            {"?card=c", NavSection::inbox, "navigate / all c"},
-            {"/?card", NavSection::inbox, "navigate / all -"},
-            {"/search?q=1", NavSection::skills, "navigate /search all -"},
-            {"/topics/t", NavSection::skills, "navigate /topics/t all -"}}) {
+    for (const auto& row : std::vector<Row>{{"/", NavSection::inbox, "navigate / all -"},
+             {"", NavSection::inbox, "navigate / all -"},
+             {"/agents?card=c-1&card=c-2", NavSection::agents, "navigate /agents all c-1"},
+             {"/?x=1&card=a%20b+c?d", NavSection::inbox, "navigate / all a b+c?d"},
+             {"?card=c", NavSection::inbox, "navigate / all c"},
+             {"/?card", NavSection::inbox, "navigate / all -"},
+             {"/search?q=1", NavSection::skills, "navigate /search all -"},
+             {"/topics/t", NavSection::skills, "navigate /topics/t all -"}}) {
         World world;
         world.flags.section = NavSection::skills;
         world.make().openMain(row.path);

@@ -6,6 +6,7 @@
 #include "tests/support/FakeFrontEnd.h"
 #include "tests/support/FakePage.h"
 #include "tests/support/ScriptedLauncher.h"
+#include "tests/support/TemporaryFolder.h"
 #include "tests/support/TestLoop.h"
 
 #include <fmt/format.h>
@@ -13,7 +14,6 @@
 
 #include <atomic>
 #include <cmath>
-#include <filesystem>
 #include <optional>
 #include <string>
 #include <vector>
@@ -55,9 +55,7 @@ private:
 class World {
 public:
     World() {
-        daemon.emplace();
-        socketPath = daemon->socketPath();
-        clock = std::make_shared<ManualClock>();
+        daemon.emplace(socketPath);
         serve();
     }
 
@@ -77,8 +75,7 @@ public:
     }
 
     AppModel& make() {
-        const auto home = std::filesystem::path(socketPath).parent_path().string();
-        const DaemonEnvironment env(home, std::nullopt, resources);
+        const DaemonEnvironment env(folder.path().string(), std::nullopt, resources);
         const DaemonClient client(UnixSocketTransport(socketPath, loop.pool()));
         page = std::make_shared<FakePage>();
         page->refuseLogin = refuseLogin;
@@ -154,8 +151,9 @@ public:
     }
 
     TestLoop loop;
+    TemporaryFolder folder;
+    const std::string socketPath = folder / "kelvadromed.sock";
     std::optional<FakeDaemon> daemon;
-    std::string socketPath;
     std::atomic<int> pid = 100;
     std::shared_ptr<FakeStream> stream;
     bool streamWanted = true;
@@ -165,7 +163,7 @@ public:
     std::shared_ptr<ScriptedLauncher> launcher = std::make_shared<ScriptedLauncher>();
     std::optional<BackgroundService> background;
     AutomationProbe probe;
-    std::shared_ptr<ManualClock> clock;
+    std::shared_ptr<ManualClock> clock = std::make_shared<ManualClock>();
     std::shared_ptr<MemoryDefaults> defaults = std::make_shared<MemoryDefaults>();
     std::shared_ptr<FakePage> page;
     std::shared_ptr<RecordingScreen> screen = std::make_shared<RecordingScreen>();
