@@ -1,4 +1,5 @@
 #include "Kelvadrome/platform/linux/FileDefaults.h"
+#include "KelvadromeKit/support/Descriptor.h"
 #include "KelvadromeKit/support/Files.h"
 #include "KelvadromeKit/support/Log.h"
 
