@@ -198,7 +198,7 @@ std::optional<double> ageChangesIn(const std::string& openedAt, WallTime now) {
 
 } // namespace
 
-std::optional<double> menuPanelChangesIn(const AppState& state, WallTime now) {
+std::optional<double> menuPanelChangesIn(const MenuPanelContent& panel, const AppState& state, WallTime now) {
     std::optional<double> soonest;
     const auto at = [&](std::optional<double> wait) {
         if (wait)
@@ -206,16 +206,14 @@ std::optional<double> menuPanelChangesIn(const AppState& state, WallTime now) {
     };
     for (const auto& [id, until] : state.later) {
         if (until >= now)
-            at((until - now).count() + 0.001);
+            at((until - now).count() + 0.001); // hidden at that very moment still
     }
-    if (state.connection.state != Connection::State::ready)
-        return soonest;
-    for (const auto& card : panelCards(state, now)) {
-        const auto hold = state.holds.find(card.id);
-        if (hold == state.holds.end()) {
-            at(ageChangesIn(card.openedAt, now));
-        } else if (!hold->second.committed && hold->second.until > now) {
-            at(countdownStep);
+    for (const auto& row : panel.rows) {
+        if (const auto* hold = std::get_if<HoldRow>(&row)) {
+            if (hold->left > 0)
+                at(countdownStep);
+        } else {
+            at(ageChangesIn(cardOf(row).openedAt, now));
         }
     }
     return soonest;

@@ -113,8 +113,8 @@ MenuPanelContent menuPanel(const AppState& state, WallTime now);
 /// beside the brand mark, absent when nothing needs the user.
 std::optional<std::string> menuBarLabel(const AppState& state);
 
-/// Seconds until time alone changes what `menuPanel` gives: a countdown's next step (4 a second), an age, a
-/// snoozed card's return. Absent when nothing will.
-std::optional<double> menuPanelChangesIn(const AppState& state, WallTime now);
+/// Seconds until time alone changes what `menuPanel` gave for this state: a countdown's next step (4 a
+/// second), an age, a snoozed card's return. Absent when nothing will.
+std::optional<double> menuPanelChangesIn(const MenuPanelContent& panel, const AppState& state, WallTime now);
 
 } // namespace kelvadrome

@@ -19,10 +19,10 @@
 #include "KelvadromeKit/support/Log.h"
 
 #include <boost/asio/io_context.hpp>
-#include <boost/asio/steady_timer.hpp>
 
 #include <csignal>
 #include <cstdio>
+#include <malloc.h>
 #include <unistd.h>
 
 namespace kelvadrome {
@@ -86,7 +86,10 @@ public:
     std::optional<std::string> run() {
         panel_->start();
         model_->start();
-        context_.run();
+        while (!ended_ && context_.run_one() > 0) {
+        }
+        // What was cancelled ends in its own time; what doesn't is left behind.
+        context_.run_for(drainLimit);
         const auto& connection = model_->state().connection;
         if (connection.state != Connection::State::failed)
             return std::nullopt;
@@ -177,17 +180,11 @@ private:
         self->deliver_->stop();
         co_await self->model_->stop();
         self->defaults_->synchronize();
-        // What was cancelled ends in its own time; what doesn't is left behind.
-        self->drain_.expires_after(drainLimit);
-        self->drain_.async_wait([self](const boost::system::error_code& error) {
-            if (!error)
-                self->context_.stop();
-        });
+        self->ended_ = true;
     }
 
     asio::io_context context_{1};
     const Executor executor_ = context_.get_executor();
-    asio::steady_timer drain_{context_};
     BackgroundPool pool_; // after the loop: its jobs post to the loop until they are joined
     const std::shared_ptr<SystemClock> clock_ = std::make_shared<SystemClock>();
     const LogindLock lock_;
@@ -205,6 +202,7 @@ private:
     std::shared_ptr<AppModel> model_;
     std::shared_ptr<TerminalPanel> panel_;
     bool quitting_ = false;
+    bool ended_ = false;
 };
 
 int fail(const std::string& words, int status) {
@@ -221,6 +219,9 @@ extern "C" void endNow(int) {
 int runPanel(const std::vector<std::string>& arguments) {
     if (const auto reason = TerminalScreen::unusable())
         return fail(*reason, 2);
+    // Replies pass through many threads: with an arena of memory for each, every one would keep its largest.
+    ::mallopt(M_ARENA_MAX, 1);
+    ::mallopt(M_MMAP_THRESHOLD, 128 * 1024);
     TerminalLog log(Files::join(Files::userHome(), "Library/Logs/Kelvadrome"));
     setLogSink([&log](std::string_view line) { log.append(line); });
     ::signal(SIGALRM, endNow);

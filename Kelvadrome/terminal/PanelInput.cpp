@@ -286,7 +286,18 @@ PanelInput::Command PanelInput::beginTyping(WallTime now) {
     focus_.typingTo = *row;
     focus_.typingGone = false;
     focus_.editor.clear();
+    // What was left, or came back refused, isn't lost.
+    if (draftOf_ == row->card.id)
+        focus_.editor.insert(draft_);
     return std::nullopt;
+}
+
+void PanelInput::endTyping() {
+    draft_ = focus_.editor.text();
+    draftOf_ = focus_.typingTo->card.id;
+    focus_.mode = Mode::rows;
+    focus_.typingTo.reset();
+    focus_.editor.clear();
 }
 
 PanelInput::Command PanelInput::pressTyping(const Key& key) {
@@ -303,8 +314,7 @@ PanelInput::Command PanelInput::pressTyping(const Key& key) {
     case Key::Kind::enter:
         return sendTyped();
     case Key::Kind::escape:
-        focus_.mode = Mode::rows;
-        focus_.typingTo.reset();
+        endTyping();
         return std::nullopt;
     case Key::Kind::backspace:
         editor.backspace();
@@ -353,9 +363,7 @@ PanelInput::Command PanelInput::sendTyped() {
     if (focus_.editor.blank())
         return hint("Type the answer first; Esc leaves.");
     PanelCommand command{.kind = Kind::answer, .card = focus_.typingTo->card, .text = focus_.editor.text()};
-    focus_.mode = Mode::rows;
-    focus_.typingTo.reset();
-    focus_.editor.clear();
+    endTyping();
     return command;
 }
 

@@ -84,7 +84,7 @@ struct PanelFocus {
 
 /// Turns keys into commands: a state machine without a screen and without effects. An answer only ever goes
 /// to a card that the user has had before the eyes: a row that came under the selection, or changed there, by
-/// itself takes no answer for a moment.
+/// itself takes no answer for a moment. What was typed for a card is there again when typing goes on.
 class PanelInput {
 public:
     static constexpr double settling = 0.6; // seconds
@@ -114,6 +114,7 @@ private:
     Command undo();
     Command beginTyping(WallTime now);
     Command sendTyped();
+    void endTyping();
     void move(int by, WallTime now);
     void page(int by, WallTime now);
     bool settled(WallTime now);
@@ -125,6 +126,8 @@ private:
     PanelFocus focus_;
     std::size_t index_ = 0; // of the selected row
     WallTime steadySince_ = distantPast;
+    std::string draft_;   // what was typed last,
+    std::string draftOf_; // and the id of the card that it was typed for
     bool pasting_ = false;
     bool linkShown_ = false;
     int page_ = 1;

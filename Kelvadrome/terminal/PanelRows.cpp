@@ -161,25 +161,28 @@ std::vector<StyledLine> cardLines(const PanelCard& row, bool selected, bool expa
     return out;
 }
 
+/// The time left to undo, as a bar and a number.
+StyledLine countdown(const HoldRow& row) {
+    constexpr int bar = 8;
+    const double share = row.duration > 0 ? row.left / row.duration : 0;
+    const int full = std::clamp(static_cast<int>(std::ceil(share * bar)), 0, bar);
+    StyledLine line;
+    for (int i = 0; i < bar; ++i)
+        line.push_back({i < full ? "━" : "─", i < full ? Style::warn : Style::dim});
+    line.push_back({fmt::format("  {:.0f} s", std::ceil(row.left)), Style::dim});
+    return line;
+}
+
 std::vector<StyledLine> holdLines(const HoldRow& row, bool selected, int columns) {
     std::vector<StyledLine> out;
-    StyledLine right;
-    if (!row.committed)
-        right.push_back({fmt::format("{:.0f} s", std::ceil(row.left)), Style::dim});
-    out.push_back(
-        spread(whoAndWhat(row.agent, row.topic, selected ? Style::strong : Style::plain), right, columns));
+    out.push_back(spread(whoAndWhat(row.agent, row.topic, selected ? Style::strong : Style::plain),
+        row.committed ? StyledLine() : countdown(row), columns));
     if (row.committed) {
         paragraph(out, "✓ " + cleanLine(row.words), Style::good, 0, columns, collapsedSummary);
         return out;
     }
     paragraph(out, cleanLine(row.label), Style::strong, 0, columns, collapsedSummary);
-    constexpr int bar = 8;
-    const double share = row.duration > 0 ? row.left / row.duration : 0;
-    const int full = std::clamp(static_cast<int>(std::ceil(share * bar)), 0, bar);
-    StyledLine countdown;
-    for (int i = 0; i < bar; ++i)
-        countdown.push_back({i < full ? "━" : "─", i < full ? Style::warn : Style::dim});
-    out.push_back(spread(keyed("u", true, row.words, Style::plain), countdown, columns));
+    out.push_back(cut(keyed("u", true, row.words, Style::plain), columns));
     return out;
 }
 

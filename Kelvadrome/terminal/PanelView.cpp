@@ -112,7 +112,7 @@ int scrollOf(const Body& body, int wanted, int height) {
 Lines topOf(const MenuPanelContent& content, int columns) {
     Lines top;
     top.push_back(
-        PanelRows::spread({{"  " + content.header, Style::strong}}, {{"kelvadrome ", Style::dim}}, columns));
+        PanelRows::spread({{"  " + content.header, Style::strong}}, {{"kelvadrome", Style::dim}}, columns));
     top.push_back(PanelRows::spread({{"  " + content.relief, Style::dim}}, {}, columns));
     return top;
 }
@@ -126,8 +126,8 @@ Lines blocksOf(const PanelFocus& focus, const MenuPanelContent& content, const P
             size.columns, longestError);
     }
     if (extras.note) {
-        PanelRows::paragraph(lines, "⚠ " + TerminalText::cleanLine(*extras.note), Style::warn, indent,
-            size.columns, longestError);
+        PanelRows::paragraph(
+            lines, TerminalText::cleanLine(*extras.note), Style::warn, indent, size.columns, longestError);
     }
     if (extras.link) {
         for (auto& line : PanelRows::link(*extras.link, size.columns))
@@ -153,10 +153,10 @@ Lines endOf(
     const MenuPanelContent& content, const PanelFocus& focus, const PanelExtras& extras, int columns) {
     StyledLine more;
     if (content.more)
-        more.push_back({*content.more + " ", Style::dim});
+        more.push_back({*content.more, Style::dim});
     Lines end;
     end.push_back(PanelRows::spread(
-        {{"  o", Style::accent}, {"  " + content.open.words, Style::plain}}, std::move(more), columns));
+        {{"  o", Style::accent}, {" " + content.open.words, Style::plain}}, std::move(more), columns));
     if (focus.hint.empty() && focus.digits.empty()) {
         end.push_back(PanelRows::keys(content, focus, extras, columns));
     } else {

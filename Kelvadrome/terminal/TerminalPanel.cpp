@@ -188,7 +188,7 @@ void TerminalPanel::paint() {
     with_.screen->draw(picture);
     if (stopped_)
         return;
-    wakeIn(menuPanelChangesIn(state, now));
+    wakeIn(menuPanelChangesIn(content, state, now));
     followSetup();
 }
 

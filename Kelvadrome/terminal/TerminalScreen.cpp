@@ -186,7 +186,8 @@ TerminalScreen::TerminalScreen() {
     library_ = std::make_unique<Library>();
     taken = 1;
     catchCrashes(true);
-    titles_ = ::tigetflag("XT") > 0;
+    const std::string_view type = ::termname();
+    titles_ = ::tigetflag("XT") > 0 || type.starts_with("screen") || type.starts_with("tmux");
     if (titles_)
         write("\x1b[22;2t");
     write(pasteOn);

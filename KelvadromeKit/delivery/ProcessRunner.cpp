@@ -3,6 +3,7 @@
 #include "KelvadromeKit/support/Descriptor.h"
 #include "KelvadromeKit/support/Text.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <chrono>

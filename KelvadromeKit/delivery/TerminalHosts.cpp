@@ -1,6 +1,9 @@
 #include "KelvadromeKit/delivery/LiveExecutor.h"
 #include "KelvadromeKit/delivery/LiveScripts.h"
 
+#include <algorithm>
+#include <iterator>
+
 namespace kelvadrome {
 
 namespace {

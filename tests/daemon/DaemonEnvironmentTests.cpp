@@ -26,14 +26,8 @@ TEST(DaemonEnvironment, theDataHomeIsTheFirstThatIsNamed) {
 TEST(DaemonEnvironment, pathsHangOnHomeAndResources) {
     const DaemonEnvironment env("/h/", std::nullopt, "/r/");
     EXPECT_EQ(env.socketPath(), "/h/kelvadromed.sock");
-    EXPECT_EQ(env.bundleRoot(), "/r/kelvadrome");
-    EXPECT_EQ(env.bundledNode(), "/r/node/bin/node");
-    EXPECT_EQ(env.launcherPath(), "/r/kelvadrome/kelvadromed-app.mjs");
-    EXPECT_EQ(env.webDistPath(), "/r/kelvadrome/web/dist");
-    EXPECT_EQ(env.cliPath(), "/r/kelvadrome/dist/bin.js");
     EXPECT_EQ(env.mcpPath(), "/r/kelvadrome/node_modules/@kelvadrome/mcp/dist/bin.js");
     const DaemonEnvironment bare("/h", std::nullopt, std::nullopt);
-    EXPECT_EQ(bare.bundleRoot(), std::nullopt);
     EXPECT_EQ(bare.mcpPath(), std::nullopt);
     EXPECT_EQ(bare.daemonArguments(), std::nullopt);
     EXPECT_EQ(bare.nodeCandidates(std::nullopt).front(), "/opt/homebrew/bin/node");
