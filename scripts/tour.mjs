@@ -40,20 +40,22 @@ async function ask(script) {
   const before = new Set((await world.cards()).map((card) => card.id));
   const pane = world.open(script, `exec '${node}' '${agentScript}' --script ${script} --once --pause 0`);
   const card = await world.until(`the card of "${script}"`, async () => (await world.cards()).find((card) => !before.has(card.id)));
-  await world.see(panel, script === 'stop' ? /Review in kelvadrome/ : title(card), `"${card.title}" on the panel`);
+  await world.see(panel, title(card), `"${card.title}" on the panel`);
   await world.see(pane, /choose|Enter to|Enter alone/, 'the question on the agent\'s pane');
-  await pause(900); // a row that has just come takes no answer, so that nobody answers what they have not seen
+  await pause(1500); // a row that has just come or changed takes no answer, so that nobody answers what they have not seen
   return { pane, card };
 }
 
-// The first words of a card's title, as a pattern that survives the panel's cutting.
+// How a card shows on the panel: a batch and a payment stop by their summaries, any other by the first words of its title.
 function title(card) {
+  if (card.kind === 'batch') return /defaults ready/;
+  if (card.kind === 'stop') return /Review in kelvadrome/;
   return new RegExp(card.title.slice(0, 24).replace(/[.*+?^${}()|[\]\\]/g, '\\$&'));
 }
 
 async function closed(card) {
   await world.until(`the card "${card.title}" to close`, async () => !(await world.cards()).some((other) => other.id === card.id));
-  await world.until('the row to leave the panel', () => !title(card).test(world.screen(panel)));
+  await world.until('the row to leave the panel', () => !title(card).test(world.screen(panel)) && !/Sent to|Sending/.test(world.screen(panel)));
 }
 
 async function lastRefusal(card) {
@@ -103,7 +105,7 @@ async function tour() {
     const { pane, card } = await ask('text');
     const text = 'Use port 8081 - grüße, 世界';
     world.keys(panel, 't');
-    await world.see(panel, /answer/i, 'the field');
+    await world.see(panel, /Your answer to/, 'the field');
     world.type(panel, text);
     await world.see(panel, /世界/, 'the typed words');
     world.keys(panel, 'Enter');
@@ -130,9 +132,9 @@ async function tour() {
     await world.until('the card to be open again', async () => (await world.cards()).find((other) => other.id === card.id)?.state === 'open');
     await pause(3000); // longer than the hold: a lost undo would have typed by now
     check(world.screen(pane) === before, 'something was typed in spite of the undo');
-    closePane(pane);
+    world.keys(pane, '3'); // answered by hand in the terminal: the agent takes its card back
     await closed(card);
-    return 'the card is open again and the pane is as it was';
+    return 'the card is open again and the pane is as it was; answered there by hand, it closed';
   });
 
   await step('high-risk stop', async () => {
@@ -175,7 +177,7 @@ async function tour() {
     process.kill(world.pid(pane), 'SIGKILL');
     await world.until('the agent to be gone', () => !world.paneAlive(pane));
     world.tmux('respawn-pane', '-t', pane, 'exec bash --norc');
-    await world.see(pane, /\$ $/m, 'the shell\'s prompt');
+    await world.see(pane, /bash.*[$#]/, 'the shell\'s prompt');
     const before = world.screen(pane);
     world.keys(panel, '1');
     const refusal = await lastRefusal(card);
@@ -183,7 +185,8 @@ async function tour() {
     check(world.screen(pane) === before, 'something was typed into the shell');
     closePane(pane);
     // Its card stays open for whoever reads it on the page; here it is put off.
-    await pause(900);
+    await world.until('the card to ask again', () => title(card).test(world.screen(panel)) && !/Sent to|Sending/.test(world.screen(panel)));
+    await pause(1500);
     world.keys(panel, 'z');
     await world.until('the row to be put off', () => !title(card).test(world.screen(panel)));
     return `refused with "${refusal}", nothing typed into the shell`;
@@ -198,6 +201,7 @@ async function tour() {
       return now.pid !== pid && now;
     }, 30);
     check((await world.cards()).length >= cards.length, 'cards were lost');
+    await pause(7000); // the panel looks at the daemon's health every 5 s, then logs in to the new one
     const { pane, card } = await ask('menu');
     world.keys(panel, '1');
     await world.see(pane, /You chose: .+/, 'an answer under the renewed session', 20);

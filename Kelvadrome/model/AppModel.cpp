@@ -191,6 +191,8 @@ Task<> AppModel::poll() {
 Task<> AppModel::pollHealthy(Health health) {
     if (lastPid_ && *lastPid_ != health.pid) { // another daemon than the one that knew our session
         lastPid_ = health.pid;
+        // Its page may be on another port, where the held session would never even be refused.
+        co_await d_.session->reset();
         co_await connect();
     }
     lastPid_ = health.pid;
