@@ -4,10 +4,12 @@
 #include "KelvadromeKit/delivery/HostAccess.h"
 
 #include <functional>
+#include <memory>
 
 namespace kelvadrome {
 
-/// The probes over a system's own calls.
+/// The probes over a system's own calls. To be destroyed before the executors that await its questions: with
+/// it, those that are still open end without an answer, and whoever awaits them is let go.
 class SystemHostAccess {
 public:
     /// What a system offers. Where scripting needs nobody's consent, the calls about it are left empty.
@@ -18,11 +20,17 @@ public:
     };
 
     explicit SystemHostAccess(Calls calls);
+    ~SystemHostAccess();
+    SystemHostAccess(const SystemHostAccess&) = delete;
+    SystemHostAccess& operator=(const SystemHostAccess&) = delete;
 
     HostAccessProbe probe() const;
     AutomationProbe automation() const;
 
 private:
+    class Questions;
+
+    std::shared_ptr<Questions> questions_;
     std::function<ConsentCode(std::string)> consent_;
     std::function<Task<ConsentCode>(std::string)> request_;
     std::function<bool()> screenLocked_;

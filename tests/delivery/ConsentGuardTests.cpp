@@ -72,5 +72,34 @@ TEST(SystemHostAccess, questionsAreAskedOneAfterTheOther) {
     EXPECT_EQ(most, 1);
 }
 
+Task<> awaitAnswer(AutomationProbe probe, std::shared_ptr<bool> kept) {
+    co_await probe.request("a");
+    *kept = true;
+}
+
+TEST(SystemHostAccess, aQuestionLeftOpenAtTheEndLetsItsCallerGoAndReachesNobody) {
+    const auto answered = std::make_shared<std::latch>(1);
+    const auto shown = std::make_shared<std::latch>(1);
+    std::weak_ptr<bool> caller;
+    {
+        TestLoop loop;
+        const SystemHostAccess access({nullptr,
+            [=](const std::string&) {
+                shown->count_down();
+                answered->wait();
+                return ConsentCode(0);
+            },
+            [] { return false; }});
+        auto kept = std::make_shared<bool>(false);
+        caller = kept;
+        spawn(loop.executor(), "question", awaitAnswer(access.automation(), std::move(kept)));
+        loop.drain();
+        shown->wait();
+        EXPECT_FALSE(caller.expired());
+    }
+    EXPECT_TRUE(caller.expired());
+    answered->count_down(); // the answer to a loop that is gone
+}
+
 } // namespace
 } // namespace kelvadrome::test
