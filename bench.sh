@@ -8,7 +8,7 @@ scripts/install-packages packaging/apt-packages.txt bench/apt-packages.txt
 scripts/build release
 cmake -S . -B build/bench -G Ninja -DCMAKE_BUILD_TYPE=Release -DKELVADROME_BENCH=ON -DBUILD_TESTING=OFF \
     >build/configure-bench.log 2>&1 || { cat build/configure-bench.log >&2; exit 1; }
-cmake --build build/bench --target bench_wire bench_delivery bench_tmux_answer
+cmake --build build/bench --target bench_wire bench_delivery
 
 peers=$PWD/build/bench-peers data=$PWD/build/bench-data
 bin=$PWD/build/release/bin node=$bin/resources/node/bin/node
@@ -26,6 +26,5 @@ build/bench/bin/bench_wire "${repeat[@]}" >"$results/wire.json" 2>/dev/null
 build/bench/bin/bench_delivery "${repeat[@]}" >"$results/delivery.json" 2>/dev/null
 "$node" bench/drivers/json-parse.mjs "$data" 1000 10000 100000 >"$results/json-parse.lines"
 "$node" bench/drivers/event-stream.mjs "$peers" >"$results/event-stream.lines"
-bench/drivers/tmux-answer build/bench/bin/bench_tmux_answer >"$results/tmux-answer.lines"
 "$node" bench/drivers/panel.mjs "$bin" >"$results/panel.lines"
 "$node" bench/drivers/report.mjs "$results"

@@ -55,7 +55,7 @@ for (const [mib, piece, word] of [[1, 16384, 'whole'], [64, 16384, 'whole'], [1,
 growth('event stream, growth 1 to 64 MiB whole', 'parseStream/1/16384', 'parseStream/64/16384', 64);
 growth('event stream, growth 1 to 64 MiB in bytes', 'parseStream/1/1', 'parseStream/64/1', 64);
 compare('ProcessRunner on /bin/true / posix_spawn', 'processOurs', 'processBare', 1.3);
-compare('a tmux answer less its pauses / shell script', 'tmuxAnswer/ours', 'tmuxAnswer/script', 1.1);
+compare('a tmux answer less its pauses / shell script', 'tmuxAnswerOurs', 'tmuxAnswerScript', 1.1);
 limit('panel with 1,000 cards, peak memory', 'panel/peak', 'MiB', 30);
 limit('panel, idle CPU over 60 s', 'panel/idle', '%', 0.2);
 
