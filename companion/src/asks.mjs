@@ -3,10 +3,12 @@
 import { invalid } from './errors.mjs';
 import { optional, required } from './check.mjs';
 import { oneLine, paragraphs } from './text.mjs';
+import { startOf } from './proc.mjs';
 import { MENU_KEYS, TRUST_OPTIONS, typable } from './answers.mjs';
 
 export const KINDS = ['question', 'stop', 'batch', 'conflict', 'handoff_review', 'precedent'];
 export const RISKS = ['low', 'medium', 'high'];
+export const SCOPES = ['scenario', 'tolvena', 'family', 'companies'];
 const HOSTS = ['iterm2', 'terminal', 'tmux', 'herdr', 'unknown'];
 const NAME = /^[A-Za-z0-9][A-Za-z0-9._-]{0,63}$/;
 const SESSION = /^[A-Za-z0-9][A-Za-z0-9._:-]{0,127}$/;
@@ -39,6 +41,8 @@ export function readLive(body) {
     codex_thread: optional.string(live, 'codex_thread', { pattern: SESSION }),
     cwd: optional.string(live, 'cwd', { max: 4096, pattern: /^\// }),
   };
+  // Ids of processes are used again; together with the start, one names its process for good.
+  if (result.pid !== undefined) result.started = startOf(result.pid);
   return Object.fromEntries(Object.entries(result).filter(([, value]) => value !== undefined));
 }
 
@@ -112,7 +116,7 @@ export function readAsk(body) {
   return {
     ask_id: optional.string(body, 'ask_id', { pattern: SESSION }), ...identity, session_id: identity.session_id ?? `${identity.agent}-${live?.pid ?? 'local'}`,
     kind, risk: optional.oneOf(body, 'risk', RISKS) ?? 'low', stop_type: optional.string(body, 'stop_type', { pattern: NAME }), topic: readTopic(body),
-    topic_title: line(optional.string, body, 'topic_title', 200), title: line(required.string, body, 'title', 500),
+    topic_title: line(optional.string, body, 'topic_title', 200), scope: optional.oneOf(body, 'scope', SCOPES), title: line(required.string, body, 'title', 500),
     body: paragraphs(optional.string(body, 'body', { max: 20_000 }) ?? ''), options, menu, screen, rows: readRows(body, kind),
     default: standard === undefined ? undefined : typable(standard, 'default'),
     blocking: optional.boolean(body, 'blocking') ?? true, refs: readRefs(body), live, delivery, label: line(optional.string, body, 'label', 80),

@@ -14,6 +14,9 @@ function fromRow(row) {
   return row;
 }
 
+/** An open card whose agent has ended is "gone": it can be dismissed, no longer answered. */
+const stateOf = (card) => (card.state === 'open' && card.gone_ms !== null ? 'gone' : card.state);
+
 /**
  * The questions. A card goes open -> held (an answer was pressed and can be taken back) -> armed (the answer is on its
  * way to the agent) -> closed; a way that fails leads back to open, with the card as it was. Each change raises `version`.
@@ -33,7 +36,7 @@ export class Cards {
   /** As it goes on the wire; absent fields are left out. */
   view(card) {
     const fields = {
-      id: card.id, version: card.version, kind: card.kind, risk: card.risk, state: card.state, topic: card.topic, agent: card.agent,
+      id: card.id, version: card.version, kind: card.kind, risk: card.risk, state: stateOf(card), topic: card.topic, agent: card.agent,
       session_id: card.session_id, stop_type: card.stop_type, title: card.title, body: card.body, options: card.options,
       default: card.default_answer, blocking: card.blocking, rows: card.rows, opened_at: iso(card.opened_ms),
       held_until: card.state === 'held' ? iso(card.held_until_ms) : null, refs: card.refs, menu: card.menu,
@@ -45,7 +48,13 @@ export class Cards {
   /** Cards that are not closed, the one that waits longest first. */
   list() { return this.store.all("SELECT * FROM cards WHERE state <> 'closed' ORDER BY seq").map((row) => this.view(fromRow(row))); }
   ofTopic(topic) { return this.store.all('SELECT * FROM cards WHERE topic = ? ORDER BY seq DESC LIMIT 100', topic).map((row) => this.view(fromRow(row))); }
-  needsYouCount() { return this.store.get(`SELECT count(*) AS n FROM cards WHERE state <> 'closed' AND ${NEEDS_YOU}`).n; }
+  needsYouCount() { return this.store.get(`SELECT count(*) AS n FROM cards WHERE state <> 'closed' AND gone_ms IS NULL AND ${NEEDS_YOU}`).n; }
+  ofKind(kind, limit) { return this.store.all('SELECT * FROM cards WHERE kind = ? ORDER BY seq DESC LIMIT ?', kind, limit).map((row) => this.view(fromRow(row))); }
+
+  /** The open cards whose answer would go to a process that is known by its id. */
+  answerable() {
+    return this.store.all("SELECT * FROM cards WHERE state = 'open' AND gone_ms IS NULL AND delivery <> 'keep' AND live IS NOT NULL").map(fromRow).filter((card) => card.live.pid !== undefined);
+  }
 
   /** Opens a card for a checked ask. The same `ask_id` again gives the card that the first one made. */
   open(ask, now = clock.now()) {
@@ -53,7 +62,8 @@ export class Cards {
       const known = ask.ask_id && this.store.get('SELECT id FROM cards WHERE ask_id = ?', ask.ask_id);
       if (known) return this.find(known.id);
       const id = newId('card', now);
-      this.app.topics.touch(ask.topic, { title: ask.topic_title, folder: ask.live?.cwd }, now);
+      ask.topic ??= this.app.onboarding.topicOf(ask.live?.cwd) ?? undefined;
+      this.app.topics.touch(ask.topic, { title: ask.topic_title, folder: ask.live?.cwd, scope: ask.scope }, now);
       this.app.sessions.touch({ agent: ask.agent, session_id: ask.session_id, label: ask.label, topic: ask.topic, live: ask.live, status: ask.blocking ? 'waiting' : 'working' }, now);
       this.store.insert('cards', {
         id, ask_id: ask.ask_id, version: 1, state: 'open', kind: ask.kind, risk: ask.risk, stop_type: ask.stop_type, topic: ask.topic, agent: ask.agent,
@@ -67,7 +77,7 @@ export class Cards {
 
   #changed(card, event = 'card.changed') {
     this.store.afterCommit(() => {
-      this.app.hub.publish(event, { id: card.id, version: card.version, state: card.state });
+      this.app.hub.publish(event, { id: card.id, version: card.version, state: stateOf(card), ...(card.outcome ? { outcome: card.outcome } : {}) });
       this.app.changed();
     });
     return card;
@@ -81,13 +91,10 @@ export class Cards {
   }
 
   /** Takes an answer and holds it for the undo window. Only for the version that the presser saw, and only once. */
-  answer({ id, version, answer, acceptAllDefaults, presence }, now = clock.now()) {
+  answer({ id, version, answer, acceptAllDefaults, presence, review, surface }, now = clock.now()) {
     return this.store.tx(() => {
-      const card = this.find(id);
-      if (card.version !== version || card.state !== 'open') {
-        throw stale(card.state === 'open' ? 'The question changed since you read it. Look at it again.' : this.#whyNotOpen(card));
-      }
-      const fitted = fitAnswer(card, answer, acceptAllDefaults);
+      const { card, fitted } = this.#fit({ id, version, answer, acceptAllDefaults });
+      if (card.risk === 'high' && surface === 'page') this.app.reviews.finish(review, [id, version, presence, fitted.answer]);
       const holdMs = this.app.settings.holdMs(card.risk);
       const held = this.update(card, { state: 'held', held_until_ms: now + holdMs, answer: JSON.stringify(fitted.answer), presence });
       const receipt = this.app.receipts.add('answer.held', `${fitted.words} for ${agentName(card.agent)}: "${card.title}". Undo within ${Math.round(holdMs / 1000)} s.`, this.#about(card), now);
@@ -95,7 +102,22 @@ export class Cards {
     });
   }
 
+  /** What a high-risk answer needs first: the answer as it would go out, to be read once more, and the token that confirms it. */
+  review({ id, version, answer, acceptAllDefaults, presence }) {
+    const { card, fitted } = this.#fit({ id, version, answer, acceptAllDefaults });
+    return { review: this.app.reviews.begin([id, version, presence, fitted.answer]), answer: fitted.answer, hold_s: this.app.settings.holdMs(card.risk) / 1000 };
+  }
+
+  /** The card and the answer as it fits it; throws when the card is not the one that the presser saw. */
+  #fit({ id, version, answer, acceptAllDefaults }) {
+    const card = this.find(id);
+    if (stateOf(card) !== 'open') throw stale(this.#whyNotOpen(card));
+    if (card.version !== version) throw stale('The question changed since you read it. Look at it again.');
+    return { card, fitted: fitAnswer(card, answer, acceptAllDefaults) };
+  }
+
   #whyNotOpen(card) {
+    if (stateOf(card) === 'gone') return `${agentName(card.agent)} has ended, so its question cannot be answered any more.`;
     if (card.state === 'closed') return card.outcome === 'answered' ? 'This question was answered already.' : 'This question is no longer asked.';
     return 'This question has an answer on its way already.';
   }

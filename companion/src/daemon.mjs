@@ -12,6 +12,9 @@ import { Topics } from './topics.mjs';
 import { Sessions } from './sessions.mjs';
 import { Cards } from './cards.mjs';
 import { Jobs } from './jobs.mjs';
+import { Departed } from './departed.mjs';
+import { Reviews } from './reviews.mjs';
+import { Onboarding } from './onboarding.mjs';
 import { PageAuth, nextPath, setCookie } from './page-auth.mjs';
 import { checkSurface, findRoute } from './routes.mjs';
 import { goneSignal, listen, makeServer, readJson, send, sendData, shut } from './http.mjs';
@@ -20,6 +23,7 @@ import { clearDeadSocket, prepareHome, refuseSecond } from './home.mjs';
 import { clock } from './clock.mjs';
 
 const VERSION = JSON.parse(readFileSync(new URL('../package.json', import.meta.url), 'utf8')).version;
+const LOOK_AROUND_MS = 2000;
 const USAGE = 'usage: kelvadromed-app.mjs [--home DIR] [--static DIR] [--port N]';
 export const defaultHome = () => join(homedir(), 'Library/Application Support/Kelvadrome');
 const log = (line) => process.stderr.write(`kelvadromed: ${line}\n`);
@@ -31,8 +35,8 @@ function readArguments(argv, env) {
   } catch (error) {
     throw new StartError(`${error.message}\n${USAGE}`, 64);
   }
-  const port = values.port === undefined ? 0 : Number(values.port);
-  if (!Number.isInteger(port) || port < 0 || port > 65535) throw new StartError(`--port must be a whole number from 0 to 65535, not "${values.port}".`, 64);
+  const port = values.port === undefined ? null : Number(values.port);
+  if (port !== null && (!Number.isInteger(port) || port < 0 || port > 65535)) throw new StartError(`--port must be a whole number from 0 to 65535, not "${values.port}".`, 64);
   return {
     home: resolve(values.home || env.KELVADROME_HOME || defaultHome()), port,
     staticRoot: resolve(values.static || fileURLToPath(new URL('../web/dist', import.meta.url))),
@@ -43,11 +47,11 @@ function readArguments(argv, env) {
 function readSettings(env) {
   const test = env.KELVADROME_TEST === '1';
   const hold = test && /^\d+$/.test(env.KELVADROME_TEST_HOLD_MS ?? '') ? Number(env.KELVADROME_TEST_HOLD_MS) : null;
-  return { test, holdMs: (risk) => hold ?? (risk === 'high' ? 5000 : 2000), expiryMs: 60_000 };
+  return { test, holdMs: (risk) => hold ?? (risk === 'high' ? 5000 : 2000), expiryMs: 60_000, goneAfterMs: 5000 };
 }
 
 class Daemon {
-  constructor(home, settings) {
+  constructor(home, settings, env) {
     this.home = home;
     this.settings = settings;
     this.started = clock.now();
@@ -59,6 +63,9 @@ class Daemon {
     this.sessions = new Sessions(this);
     this.cards = new Cards(this);
     this.jobs = new Jobs(this);
+    this.departed = new Departed(this);
+    this.reviews = new Reviews();
+    this.onboarding = new Onboarding(this, env);
     this.hosts = { hosts: [], access: {} };
     if (this.store.setAsideAs) {
       log(`the database was damaged; it is kept as ${this.store.setAsideAs}, and a fresh one is in use.`);
@@ -84,6 +91,7 @@ class Daemon {
     try {
       this.cards.commitDue();
       this.jobs.expireDue();
+      this.departed.look();
     } catch (error) {
       log(`internal error: ${error.stack}`);
       soonest = 1000;
@@ -91,7 +99,8 @@ class Daemon {
     this.jobs.wake();
     clearTimeout(this.timer);
     const next = [this.cards.nextHoldEnd(), this.jobs.nextExpiry()].filter((at) => at !== null);
-    if (next.length > 0) this.timer = setTimeout(() => this.changed(), Math.min(Math.max(Math.min(...next) - clock.now(), soonest), 60_000));
+    // An agent that ends tells nobody, so even a quiet daemon looks around every few seconds.
+    this.timer = setTimeout(() => this.changed(), Math.min(Math.max(Math.min(...next) - clock.now(), soonest), LOOK_AROUND_MS));
   }
 
   close() {
@@ -139,14 +148,24 @@ class Daemon {
   }
 }
 
+const listenOnPage = (page, port) => listen(page, { host: '127.0.0.1', port, exclusive: true });
+
+/** Without a port that was asked for, the one of last time is tried first, so that a page left open finds its daemon again. */
+async function openPage(app, page, port) {
+  const last = Number(app.store.setting('page_port') ?? 0);
+  if (port === null) await listenOnPage(page, last).catch(() => listenOnPage(page, 0));
+  else await listenOnPage(page, port);
+  app.auth.port = page.address().port;
+  if (app.auth.port !== last) app.store.keepSetting('page_port', app.auth.port);
+}
+
 async function openDoors(app, socketPath, port) {
   const page = makeServer((req, res) => app.handle('page', req, res), log);
   try {
-    await listen(page, { host: '127.0.0.1', port, exclusive: true });
+    await openPage(app, page, port);
   } catch (error) {
-    throw new StartError(error.code === 'EADDRINUSE' ? `Port ${port} on 127.0.0.1 is in use by another program.` : `Port ${port} on 127.0.0.1 cannot be used: ${error.message}.`, 69);
+    throw new StartError(error.code === 'EADDRINUSE' ? `Port ${port} on 127.0.0.1 is in use by another program.` : `Port ${port ?? 0} on 127.0.0.1 cannot be used: ${error.message}.`, 69);
   }
-  app.auth.port = page.address().port;
   const socket = makeServer((req, res) => app.handle('socket', req, res), log);
   try {
     await listen(socket, { path: socketPath });
@@ -177,7 +196,7 @@ async function start(argv, env) {
   process.umask(0o077);
   const socketPath = prepareHome(home);
   await refuseSecond(socketPath);
-  const app = new Daemon(home, readSettings(env));
+  const app = new Daemon(home, readSettings(env), env);
   clearDeadSocket(socketPath);
   app.staticRoot = staticRoot;
   const servers = await openDoors(app, socketPath, port);

@@ -19,10 +19,11 @@ export function ttyName(device) {
 export function parseStat(text) {
   const open = text.indexOf('(');
   const close = text.lastIndexOf(')');
-  const [state, ppid, pgid, , device, tpgid] = text.slice(close + 2).split(' ');
+  const fields = text.slice(close + 2).split(' ');
+  const [state, ppid, pgid, , device, tpgid] = fields;
   return {
     pid: Number(text.slice(0, open)), comm: text.slice(open + 1, close), state,
-    ppid: Number(ppid), pgid: Number(pgid), tty: ttyName(Number(device)), tpgid: Number(tpgid),
+    ppid: Number(ppid), pgid: Number(pgid), tty: ttyName(Number(device)), tpgid: Number(tpgid), started: Number(fields[19]),
   };
 }
 
@@ -43,11 +44,14 @@ export function processInfo(pid) {
   }
 }
 
-/** Whether the process still runs; one that has ended and was not yet collected does not. */
-export function isRunning(pid) {
+/**
+ * Whether the process still runs; one that has ended and was not yet collected does not. `started`, when known, is its
+ * `startOf`: another process that got the same id since is not it.
+ */
+export function isRunning(pid, started) {
   if (process.platform === 'linux') {
     const info = processInfo(pid);
-    return info !== null && info.state !== 'Z' && info.state !== 'X';
+    return info !== null && info.state !== 'Z' && info.state !== 'X' && (started === undefined || info.started === started);
   }
   try {
     process.kill(pid, 0);
@@ -56,6 +60,9 @@ export function isRunning(pid) {
     return error.code === 'EPERM';
   }
 }
+
+/** When the process started, in the kernel's ticks; undefined where that cannot be told. */
+export const startOf = (pid) => (process.platform === 'linux' ? processInfo(pid)?.started : undefined);
 
 /** One variable of another process's environment at its start; null when it has none or cannot be read. */
 export function environmentOf(pid, name) {

@@ -25,6 +25,10 @@ export class Receipts {
   /** The id of the newest receipt, as text. */
   watermark() { return String(this.store.get('SELECT max(event_id) AS last FROM receipts').last ?? 0); }
 
+  has(actions) {
+    return this.store.get(`SELECT 1 AS found FROM receipts WHERE action IN (${actions.map(() => '?').join(', ')}) LIMIT 1`, ...actions) !== undefined;
+  }
+
   countToday(actions) {
     const marks = actions.map(() => '?').join(', ');
     return this.store.get(`SELECT count(*) AS n FROM receipts WHERE ts_ms >= ? AND action IN (${marks})`, startOfToday(), ...actions).n;

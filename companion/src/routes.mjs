@@ -6,7 +6,7 @@ import { forbidden, notBuilt } from './errors.mjs';
 import { readAsk, readIdentity, readLive, readTopic } from './asks.mjs';
 import { KEY_HEADER } from './page-auth.mjs';
 import { oneLine } from './text.mjs';
-import { STATUS_WORDS } from './sessions.mjs';
+import { STATUS_WORDS, isWorking } from './sessions.mjs';
 
 const MAX_WAIT_MS = 25_000;
 const MAX_CLAIM_MS = 8_000;
@@ -17,12 +17,13 @@ const shortLine = (body, field, max) => {
   return text === undefined ? undefined : oneLine(text) || undefined;
 };
 
-function answer(app, { body, session }) {
-  const value = body.answer;
-  return app.cards.answer({
-    id: required.string(body, 'card_id'), version: required.integer(body, 'version'), answer: value,
-    acceptAllDefaults: optional.boolean(body, 'accept_all_defaults') ?? false, presence: session?.tag ?? app.auth.newestTag(),
-  });
+const pressed = (app, { body, session }) => ({
+  id: required.string(body, 'card_id'), version: required.integer(body, 'version'), answer: body.answer,
+  acceptAllDefaults: optional.boolean(body, 'accept_all_defaults') ?? false, presence: session?.tag ?? app.auth.newestTag(),
+});
+
+function answer(app, call) {
+  return app.cards.answer({ ...pressed(app, call), review: optional.string(call.body, 'review'), surface: call.session ? 'page' : 'socket' });
 }
 
 function touch(app, { body }) {
@@ -45,14 +46,18 @@ function report(app, { body, session }) {
   return app.jobs.report(id, { outcome, reason: shortLine(body, 'reason', 1000), path: optional.string(body, 'path') ?? 'host' }, session);
 }
 
-const counts = (app) => ({
-  needs_you: app.cards.needsYouCount(),
-  // No rule answers anything yet, so none was.
-  answered_by_rules_today: 0,
-  agents_working: app.sessions.workingCount(app.topics),
-  // Answers that are known to have arrived: typed and reported, or handed to the one who waited.
-  verified_today: app.receipts.countToday(['answer.typed', 'answer.handed']),
-});
+function inbox(app) {
+  const sessions = app.sessions.list(app.topics);
+  const counts = {
+    needs_you: app.cards.needsYouCount(),
+    // No rule answers anything yet, so none was.
+    answered_by_rules_today: 0,
+    agents_working: sessions.filter(isWorking).length,
+    // Answers that are known to have arrived: typed and reported, or handed to the one who waited.
+    verified_today: app.receipts.countToday(['answer.typed', 'answer.handed']),
+  };
+  return { counts, cards: app.cards.list(), sessions, topics: app.topics.board() };
+}
 
 function liveHosts(app, { body }) {
   app.hosts = { hosts: required.list(body, 'hosts', { max: 400 }), access: optional.object(body, 'access') ?? {} };
@@ -62,14 +67,16 @@ function liveHosts(app, { body }) {
 const routes = {
   'GET /v1/health': { on: both, run: (app) => app.health() },
   'GET /v1/stream': { on: both, stream: true },
-  'GET /v1/page/me': { on: ['page'], run: (app, { session }) => ({ csrf: session.csrf }) },
+  'GET /v1/page/me': { on: ['page'], run: (app, { session }) => ({ csrf: session.csrf, hold_s: { low: app.settings.holdMs('low') / 1000, high: app.settings.holdMs('high') / 1000 } }) },
 
   'POST /v1/cards/list': { on: both, run: (app) => ({ cards: app.cards.list() }) },
+  'POST /v1/cards/detail': { on: both, run: (app, { body }) => ({ card: app.cards.view(app.cards.find(required.string(body, 'card_id'))) }) },
+  'POST /v1/handoffs/list': { on: both, run: (app) => ({ cards: app.cards.ofKind('handoff_review', 100) }) },
   'POST /v1/board': { on: both, run: (app) => ({ topics: app.topics.board() }) },
   'POST /v1/topic/detail': { on: both, run: (app, { body }) => app.topics.detail(required.string(body, 'topic'), app.cards, app.receipts) },
   'POST /v1/receipts/list': { on: both, run: (app, { body }) => ({ receipts: app.receipts.list(optional.integer(body, 'limit', { min: 1, max: 1000 }) ?? 100) }) },
   'POST /v1/agents/status': { on: both, run: (app) => ({ sessions: app.sessions.list(app.topics), locks: [], autopilot: [] }) },
-  'POST /v1/inbox': { on: both, run: (app) => ({ counts: counts(app), cards: app.cards.list() }) },
+  'POST /v1/inbox': { on: both, run: inbox },
   'POST /v1/search': { on: both, run: (app, { body }) => app.topics.search(required.string(body, 'q', { max: 200 }).trim(), optional.integer(body, 'limit', { min: 1, max: 50 }) ?? 20) },
   'POST /v1/sessions/live': { on: both, run: (app) => ({ sessions: app.sessions.live(), crew_labels: true }) },
 
@@ -90,6 +97,10 @@ const routes = {
   } },
   'POST /v1/page/token': { on: ['socket'], run: (app, { headers }) => app.auth.mintLink(headers[KEY_HEADER]) },
 
+  'POST /v1/onboarding/status': { on: both, run: (app) => app.onboarding.status() },
+  'POST /v1/onboarding/folder': { on: both, run: (app, { body }) => app.onboarding.setFolder(required.string(body, 'path', { max: 4096 })) },
+  'POST /v1/onboarding/finish': { on: ['page'], run: (app) => app.onboarding.finish() },
+
   'POST /v1/test/advance': { on: [], testSocket: true, run: (app, { body }) => {
     clock.advance(required.integer(body, 'ms'));
     app.changed();
@@ -97,6 +108,7 @@ const routes = {
   } },
 
   'POST /v1/cards/answer': { on: ['page'], testSocket: true, run: answer },
+  'POST /v1/page/review': { on: ['page'], run: (app, call) => app.cards.review(pressed(app, call)) },
   'POST /v1/page/cancel': { on: ['page'], run: (app, { body }) => app.cards.undo(required.string(body, 'card_id')) },
   'POST /v1/page/dismiss': { on: ['page'], run: (app, { body }) => app.cards.dismiss(required.string(body, 'card_id'), required.integer(body, 'version')) },
   'POST /v1/deliver/claim': { on: ['page'], run: async (app, { body, session, signal }) => ({ jobs: await app.jobs.claim(session, optional.integer(body, 'wait_ms', { max: MAX_CLAIM_MS }) ?? 0, signal) }) },
@@ -105,7 +117,7 @@ const routes = {
 };
 
 const unbuilt = [
-  '/v1/talk/propose', '/v1/onboarding/status', '/v1/onboarding/folder', '/v1/relay/status', '/v1/relay/enable', '/v1/relay/device/revoke', '/v1/relay/pair/start',
+  '/v1/talk/propose', '/v1/relay/status', '/v1/relay/enable', '/v1/relay/device/revoke', '/v1/relay/pair/start',
   '/v1/relay/pair/decide', '/v1/voice/scan', '/v1/voice/settings/get', '/v1/voice/settings', '/v1/voice/engine/status', '/v1/voice/engine/used',
   '/v1/voice/budget/reserve', '/v1/voice/mode/switched', '/v1/voice/transcribe',
 ];

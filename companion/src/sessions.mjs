@@ -4,7 +4,7 @@ import { clock } from './clock.mjs';
 
 const ENDED_SHOWN_MS = 3_600_000;
 export const STATUS_WORDS = ['busy', 'working', 'waiting', 'waiting_me', 'idle', 'failed', 'ended'];
-const WORKING = ['busy', 'working'];
+export const isWorking = (row) => row.status === 'busy' || row.status === 'working';
 
 /** The agents that have told of themselves, by asking or by `kd touch`. */
 export class Sessions {
@@ -41,7 +41,7 @@ export class Sessions {
     const rows = this.store.all('SELECT * FROM sessions WHERE ended_ms IS NULL OR ended_ms > ? ORDER BY agent, session_id', now - ENDED_SHOWN_MS);
     for (const row of rows) {
       row.live = row.live ? JSON.parse(row.live) : null;
-      if (row.ended_ms === null && row.live?.pid !== undefined && !isRunning(row.live.pid)) {
+      if (row.ended_ms === null && row.live?.pid !== undefined && !isRunning(row.live.pid, row.live.started)) {
         this.store.run('UPDATE sessions SET status = ?, ended_ms = ?, doing = NULL WHERE agent = ? AND session_id = ?', 'ended', now, row.agent, row.session_id);
         row.status = 'ended';
         row.doing = null;
@@ -52,7 +52,7 @@ export class Sessions {
 
   /** Rows of `/v1/agents/status`. A session with a question that blocks it waits for the user, whatever it said last. */
   list(topics) {
-    const asking = new Set(this.store.all("SELECT DISTINCT agent, session_id FROM cards WHERE state <> 'closed' AND blocking = 1").map((row) => `${row.agent}\0${row.session_id}`));
+    const asking = new Set(this.store.all("SELECT DISTINCT agent, session_id FROM cards WHERE state <> 'closed' AND gone_ms IS NULL AND blocking = 1").map((row) => `${row.agent}\0${row.session_id}`));
     return this.#current().map((row) => {
       const waits = row.status !== 'ended' && asking.has(`${row.agent}\0${row.session_id}`);
       const fields = {
@@ -63,8 +63,6 @@ export class Sessions {
       return Object.fromEntries(Object.entries(fields).filter(([, value]) => value !== null && value !== undefined));
     });
   }
-
-  workingCount(topics) { return this.list(topics).filter((row) => WORKING.includes(row.status)).length; }
 
   /** Rows of `/v1/sessions/live`. */
   live() {

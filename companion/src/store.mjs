@@ -35,6 +35,10 @@ const MIGRATIONS = [
      live TEXT, callsign TEXT NOT NULL, seen_ms INTEGER NOT NULL, ended_ms INTEGER, PRIMARY KEY (agent, session_id)) STRICT;
    CREATE TABLE topics (
      id TEXT PRIMARY KEY, title TEXT NOT NULL, folder TEXT, touched_ms INTEGER NOT NULL) STRICT;`,
+  `ALTER TABLE cards ADD COLUMN gone_ms INTEGER;
+   ALTER TABLE topics ADD COLUMN scope TEXT;
+   CREATE INDEX cards_kind ON cards (kind, seq);
+   CREATE TABLE settings (name TEXT PRIMARY KEY, value TEXT NOT NULL) STRICT;`,
 ];
 
 const FILE = 'kelvadromed.db';
@@ -138,6 +142,10 @@ export class Store {
 
   /** Must be called inside `tx`. */
   afterCommit(tell) { this.#afterCommit.push(tell); }
+
+  /** A small fact that outlives the process; null when it was never kept. */
+  setting(name) { return this.get('SELECT value FROM settings WHERE name = ?', name)?.value ?? null; }
+  keepSetting(name, value) { this.run('INSERT INTO settings (name, value) VALUES (?, ?) ON CONFLICT (name) DO UPDATE SET value = excluded.value', name, String(value)); }
 
   close() { this.#db.close(); }
 }

@@ -11,19 +11,19 @@ export class Topics {
     this.hub = hub;
   }
 
-  /** Called in a transaction. A title or folder that is given replaces the old one; one that is not leaves it. */
-  touch(id, { title, folder } = {}, now = clock.now()) {
+  /** Called in a transaction. A title, folder or scope that is given replaces the old one; one that is not leaves it. */
+  touch(id, { title, folder, scope } = {}, now = clock.now()) {
     if (id === undefined || id === null) return;
     this.store.run(
-      `INSERT INTO topics (id, title, folder, touched_ms) VALUES (?1, coalesce(?2, ?1), ?3, ?4)
-       ON CONFLICT (id) DO UPDATE SET title = coalesce(?2, title), folder = coalesce(?3, folder), touched_ms = ?4`,
-      id, title ?? null, folder ?? null, now);
+      `INSERT INTO topics (id, title, folder, touched_ms, scope) VALUES (?1, coalesce(?2, ?1), ?3, ?4, ?5)
+       ON CONFLICT (id) DO UPDATE SET title = coalesce(?2, title), folder = coalesce(?3, folder), touched_ms = ?4, scope = coalesce(?5, scope)`,
+      id, title ?? null, folder ?? null, now, scope ?? null);
   }
 
   board() {
     return this.store.all(
-      `SELECT t.id, t.title, count(c.seq) AS open_cards FROM topics t LEFT JOIN cards c ON c.topic = t.id AND c.state <> 'closed'
-       GROUP BY t.id ORDER BY open_cards DESC, t.touched_ms DESC, t.id`);
+      `SELECT t.id, t.title, t.scope, count(c.seq) AS open_cards FROM topics t LEFT JOIN cards c ON c.topic = t.id AND c.state <> 'closed' AND c.gone_ms IS NULL
+       GROUP BY t.id ORDER BY open_cards DESC, t.touched_ms DESC, t.id`).map(({ scope, ...row }) => (scope ? { ...row, scope } : row));
   }
 
   title(id) { return id ? this.store.get('SELECT title FROM topics WHERE id = ?', id)?.title ?? null : null; }

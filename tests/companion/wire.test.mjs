@@ -15,7 +15,7 @@ test('every refusal is an envelope that names what was wrong, and loses nothing'
   const ask = (more) => JSON.stringify({ agent: 'claude', title: 'T', ...more });
   const table = [
     ['POST', '/v1/nope', '{}', 404, 'not_found', '/v1/nope'], ['GET', '/v1/cards/list', undefined, 405, 'method_not_allowed', 'GET'],
-    ['POST', '/v1/voice/scan', '{}', 501, 'not_implemented', 'voice'], ['POST', '/v1/onboarding/status', '{}', 501, 'not_implemented', ''],
+    ['POST', '/v1/voice/scan', '{}', 501, 'not_implemented', 'voice'], ['POST', '/v1/talk/propose', '{}', 501, 'not_implemented', ''],
     ['POST', '/v1/ask', '{"agent"', 400, 'validation_failed', 'JSON'], ['POST', '/v1/ask', '[]', 400, 'validation_failed', 'object'],
     ['POST', '/v1/ask', Buffer.from([0x7b, 0x22, 0xff, 0x22, 0x7d]), 400, 'validation_failed', 'UTF-8'], ['POST', '/v1/ask', 'x'.repeat(1_000_001), 413, 'too_large', '1000000'],
     ['POST', '/v1/ask', '{}', 400, 'validation_failed', 'agent'], ['POST', '/v1/ask', ask({ agent: 'a b' }), 400, 'validation_failed', 'agent'],

@@ -58,6 +58,12 @@ export class Page {
     return reply.data;
   }
 
+  /** Presses an answer that is marked as high risk: the daemon wants it reviewed first. */
+  async confirm(press) {
+    const { review } = await this.ok('/v1/page/review', press);
+    return this.ok('/v1/cards/answer', { ...press, review });
+  }
+
   async claimOne(waitMs = 5000) { return (await this.ok('/v1/deliver/claim', { wait_ms: waitMs })).jobs[0]; }
   report(jobId, outcome, more = {}) { return this.ok('/v1/deliver/report', { job_id: jobId, outcome, ...more }); }
 }

@@ -46,7 +46,7 @@ function askBody(values) {
   return {
     ask_id: randomUUID(), ...whoAsks(values), title, body: readBody(values), options: values.option, default: values.default, menu: values.menu,
     kind: values.kind ?? (values.row ? 'batch' : undefined), risk: values.risk ?? (values.trust ? 'medium' : undefined), stop_type: values['stop-type'],
-    topic: values.topic, rows: values.row?.map(readRow), screen: values.trust && { profile: 'claude_trust', folder: values.trust },
+    topic: values.topic, scope: values.scope, rows: values.row?.map(readRow), screen: values.trust && { profile: 'claude_trust', folder: values.trust },
     blocking: values['not-blocking'] ? false : undefined, refs: values.ref && Object.fromEntries(values.ref.map(readRef)), wait: values.wait, label: values.label,
   };
 }

@@ -21,6 +21,7 @@ kd ask
       --risk RISK        low (the standard), medium, high; high is answered on the main page only
       --stop-type TYPE   what a stop stops before, such as payment
       --topic TOPIC      what the question is about
+      --scope SCOPE      scenario, tolvena, family or companies: what the topic belongs to
       --row ID=TEXT[=DEFAULT]   1 question of a batch; repeat for more
       --trust FOLDER     claude's folder question is on the screen (folder as the screen names it)
       --not-blocking     the agent goes on working meanwhile

@@ -13,7 +13,7 @@ const identity = { agent: text, pid: text, session: text, host: text, 'host-ref'
 const COMMANDS = {
   ask: { run: ask, words: 0, options: {
     ...identity, title: { ...text, short: 't' }, body: { ...text, short: 'b' }, option: { ...many, short: 'o' }, default: { ...text, short: 'd' }, menu: flag,
-    kind: text, risk: text, 'stop-type': text, row: many, trust: text, 'not-blocking': flag, ref: many, wait: flag, 'wait-seconds': text,
+    kind: text, risk: text, scope: text, 'stop-type': text, row: many, trust: text, 'not-blocking': flag, ref: many, wait: flag, 'wait-seconds': text,
   } },
   withdraw: { run: withdraw, words: 1, options: {} },
   touch: { run: touch, words: 0, options: { ...identity, status: text, doing: text } },

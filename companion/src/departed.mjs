@@ -1,0 +1,43 @@
+// Questions whose agent has ended. Nobody is there to take an answer, so such a card must not look as if it waited for
+// one: it turns "gone", counts no longer, and stays only until the user has seen and dismissed it.
+import { clock } from './clock.mjs';
+import { isRunning } from './proc.mjs';
+import { agentName } from './names.mjs';
+
+const LOOK_MS = 1000;
+
+export class Departed {
+  #since = new Map();  // "pid started" of an ended process -> when it was first missed
+  #looked = -Infinity;
+
+  constructor(app) {
+    this.app = app;
+  }
+
+  /** Looks at most once a second, however many cards come and go. */
+  look(now = clock.now()) {
+    if (now - this.#looked < LOOK_MS) return;
+    this.#looked = now;
+    const running = new Map();
+    for (const card of this.app.cards.answerable()) {
+      const { pid, started } = card.live;
+      const key = `${pid} ${started ?? ''}`;
+      if (!running.has(key)) running.set(key, isRunning(pid, started));
+      if (!running.get(key) && this.#isOver(key, now)) this.#depart(card, now);
+    }
+    for (const key of this.#since.keys()) if (running.get(key) !== false) this.#since.delete(key);
+  }
+
+  /** A moment of grace: what is on its way when an agent ends still gets its proper refusal. */
+  #isOver(key, now) {
+    if (!this.#since.has(key)) this.#since.set(key, now);
+    return now - this.#since.get(key) >= this.app.settings.goneAfterMs;
+  }
+
+  #depart(card, now) {
+    this.app.store.tx(() => {
+      this.app.cards.update(card, { gone_ms: now });
+      this.app.receipts.add('card.agent_gone', `${agentName(card.agent)} ended before it had an answer: "${card.title}".`, { topic: card.topic, card_id: card.id }, now);
+    });
+  }
+}

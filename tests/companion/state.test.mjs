@@ -1,0 +1,151 @@
+// What the daemon keeps beside the questions: who is gone, what was reviewed, how far setup is, and the port of last time.
+import { test } from 'node:test';
+import assert from 'node:assert/strict';
+import { spawn } from 'node:child_process';
+import { once } from 'node:events';
+import { createServer } from 'node:net';
+import { chmodSync, mkdirSync, writeFileSync } from 'node:fs';
+import { join } from 'node:path';
+import { World, until } from './world.mjs';
+
+/** A process that stands for an agent and can be ended. */
+function agent(t) {
+  const child = spawn(process.execPath, ['-e', 'setInterval(() => {}, 1e6)'], { stdio: 'ignore' });
+  t.after(() => child.kill('SIGKILL'));
+  return child;
+}
+
+async function end(child) {
+  child.kill('SIGKILL');
+  await once(child, 'exit');
+}
+
+const liveOf = (child, more) => ({ pid: child.pid, tty: 'pts/9', host: 'tmux', host_ref: '%9', ...more });
+const gone = (world, id) => until(async () => {
+  await world.advance(3);
+  const card = await world.card(id);
+  return card.state === 'gone' && card;
+}, 'the card is gone');
+
+test('the question of an agent that ended can no longer be answered, counts no longer, and is dismissed', async (t) => {
+  const world = await World.open(t);
+  const page = await world.login();
+  const child = agent(t);
+  const id = await world.ask({ topic: 'Storage', live: liveOf(child) });
+  const [alive, kept] = [await world.ask(), await world.ask({ live: undefined, menu: false })];
+  await world.advance(20);
+  assert.equal((await world.card(id)).state, 'open');
+  await end(child);
+  const card = await gone(world, id);
+  assert.equal(card.version, 2);
+  const refused = await page.post('/v1/cards/answer', { card_id: id, version: 2, answer: 'Yes' });
+  assert.deepEqual([refused.status, refused.error.code], [409, 'stale']);
+  assert.match(refused.error.message, /Claude Code has ended/);
+  assert.equal((await world.ok('/v1/inbox')).counts.needs_you, 2);
+  assert.equal((await world.ok('/v1/board')).topics[0].open_cards, 0);
+  assert.equal((await world.receipts())[0].action, 'card.agent_gone');
+  await world.restart();
+  assert.equal((await world.card(id)).state, 'gone');
+  assert.deepEqual([(await world.card(alive)).state, (await world.card(kept)).state], ['open', 'open']);
+  await (await world.login()).ok('/v1/page/dismiss', { card_id: id, version: 2 });
+  assert.equal(await world.card(id), undefined);
+});
+
+test('an answer under way when its agent ends is refused properly first', async (t) => {
+  const world = await World.open(t);
+  const page = await world.login();
+  const child = agent(t);
+  const id = await world.askAndAnswer(page, { live: liveOf(child) });
+  const job = await page.claimOne();
+  await end(child);
+  await world.advance(20);
+  assert.equal((await world.card(id)).state, 'armed');
+  await page.report(job.id, 'refused', { reason: 'the agent process ended' });
+  assert.equal((await gone(world, id)).refs.last_refusal, 'the agent process ended');
+});
+
+test('a high risk is answered only as it was reviewed', async (t) => {
+  const world = await World.open(t, { KELVADROME_TEST_HOLD_MS: '' });
+  const [page, other] = [await world.login(), await world.login()];
+  const id = await world.ask({ risk: 'high' });
+  const press = { card_id: id, version: 1, answer: 'Yes' };
+  const review = async (body = press, from = page) => (await from.ok('/v1/page/review', body)).review;
+  const refusals = [
+    ['without a review', page, async () => press], ['an invented one', page, async () => ({ ...press, review: 'x' })],
+    ['of another answer', page, async () => ({ ...press, review: await review({ ...press, answer: 'No' }) })],
+    ['of another page session', page, async () => ({ ...press, review: await review(press, other) })],
+    ['that is too old', page, async () => { const token = await review(); await world.advance(601); return { ...press, review: token }; }],
+  ];
+  for (const [name, from, body] of refusals) assert.equal((await from.post('/v1/cards/answer', await body())).error?.code, 'review_needed', name);
+  assert.equal((await page.post('/v1/page/review', { ...press, answer: 'Maybe' })).error.code, 'validation_failed');
+  assert.equal((await page.post('/v1/page/review', { ...press, version: 2 })).error.code, 'stale');
+
+  const shown = await page.ok('/v1/page/review', press);
+  assert.deepEqual([shown.answer, shown.hold_s], ['Yes', 5]);
+  assert.equal((await page.ok('/v1/cards/answer', { ...press, review: shown.review })).status, 'held');
+  await page.ok('/v1/page/cancel', { card_id: id });
+  const again = await page.post('/v1/cards/answer', { ...press, version: 3, review: shown.review });
+  assert.equal(again.error.code, 'review_needed');
+});
+
+test('setup tells what is true: the folder, the agents on this machine, and when it is over', async (t) => {
+  const world = await World.open(t);
+  const [bin, work] = [join(world.home, 'bin'), join(world.home, 'work')];
+  mkdirSync(bin);
+  mkdirSync(join(work, 'shop/src'), { recursive: true });
+  writeFileSync(join(bin, 'aider'), '#!/bin/sh\n');
+  writeFileSync(join(bin, 'droid'), 'not executable');
+  chmodSync(join(bin, 'aider'), 0o755);
+  await world.restart({ PATH: bin, HOME: world.home });
+  const status = async () => world.ok('/v1/onboarding/status');
+  const first = await status();
+  assert.deepEqual([first.completed, first.folder], [false, undefined]);
+  const found = Object.fromEntries(first.agents.map((row) => [row.id, row]));
+  assert.deepEqual(found.aider, { id: 'aider', name: 'Aider', install: { state: 'installed', kind: 'path' }, path: join(bin, 'aider'), asked: false });
+  assert.equal(found.droid.install.state, 'missing');
+
+  for (const path of ['work', join(work, 'nope'), join(bin, 'aider')]) assert.equal((await world.call('/v1/onboarding/folder', { path })).error?.code, 'validation_failed', path);
+  assert.deepEqual(await world.ok('/v1/onboarding/folder', { path: `${work}/` }), { folder: work });
+  const topicAt = async (cwd, more) => (await world.card(await world.ask({ live: { cwd }, menu: false, ...more }))).topic;
+  assert.deepEqual([await topicAt(join(work, 'shop/src')), await topicAt(work), await topicAt('/elsewhere'), await topicAt(join(work, 'shop'), { topic: 'Own' })], ['shop', undefined, undefined, 'Own']);
+
+  assert.equal((await world.call('/v1/onboarding/finish')).error.code, 'forbidden');
+  const page = await world.login();
+  await page.ok('/v1/onboarding/finish');
+  await world.restart();
+  assert.deepEqual([(await status()).completed, (await status()).folder], [true, work]);
+});
+
+test('setup is over, too, once an answer has arrived', async (t) => {
+  const world = await World.open(t);
+  const page = await world.login();
+  await world.askAndAnswer(page);
+  const job = await page.claimOne();
+  await page.report(job.id, 'start');
+  assert.equal((await world.ok('/v1/onboarding/status')).completed, false);
+  await page.report(job.id, 'done');
+  assert.equal((await world.ok('/v1/onboarding/status')).completed, true);
+});
+
+test('the page port of last time is taken again when it is free', async (t) => {
+  const world = await World.open(t);
+  const { port } = world;
+  assert.equal((await world.restart()).port, port);
+  await world.kill();
+  const other = createServer().listen(port, '127.0.0.1');
+  await once(other, 'listening');
+  assert.notEqual((await world.start()).port, port);
+  other.close();
+});
+
+test('handoffs, scopes and single cards can be read', async (t) => {
+  const world = await World.open(t);
+  const page = await world.login();
+  const id = await world.ask({ kind: 'handoff_review', topic: 'Home', scope: 'family' });
+  const closed = await world.ask();
+  await page.ok('/v1/page/dismiss', { card_id: closed, version: 1 });
+  assert.deepEqual((await world.ok('/v1/handoffs/list')).cards.map((card) => card.id), [id]);
+  assert.equal((await world.ok('/v1/board')).topics[0].scope, 'family');
+  assert.equal((await world.ok('/v1/cards/detail', { card_id: closed })).card.outcome, 'dismissed');
+  assert.equal((await world.call('/v1/ask', { agent: 'claude', title: 'T', scope: 'all' })).error.code, 'validation_failed');
+});
