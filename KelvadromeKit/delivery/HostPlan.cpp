@@ -1,9 +1,13 @@
 #include "KelvadromeKit/delivery/HostPlan.h"
 
 #include "KelvadromeKit/delivery/LiveScripts.h"
+#include "KelvadromeKit/delivery/ShellLine.h"
 #include "KelvadromeKit/support/Text.h"
 
 #include <re2/re2.h>
+
+#include <algorithm>
+#include <iterator>
 
 namespace kelvadrome::HostPlan {
 
@@ -47,6 +51,34 @@ RunCommand itermStroke(
     return script(LiveScripts::itermWrite, tty, {ref, modes.at(stroke), payload});
 }
 
+/// A word for tmux exactly as it stands: unescaped, a semicolon at its end would end the command instead.
+std::string tmuxWord(std::string word) {
+    if (word.ends_with(';'))
+        word.insert(word.size() - 1, "\\");
+    return word;
+}
+
+/// A folder for tmux exactly as it stands. tmux expands formats in it, and "#(command)" is one: every "#" is
+/// doubled, except those right before "[", which tmux leaves alone.
+std::string tmuxFolder(std::string_view path) {
+    std::string result;
+    while (!path.empty()) {
+        const auto run = std::min(path.find_first_not_of('#'), path.size());
+        const auto rest = path.substr(run);
+        result.append(rest.starts_with('[') ? run : 2 * run, '#');
+        const auto plain = rest.substr(0, rest.find('#'));
+        result.append(plain);
+        path = rest.substr(plain.size());
+    }
+    return tmuxWord(std::move(result));
+}
+
+/// The program that tmux starts. Without arguments tmux hands it to a shell, which must see one word.
+std::string tmuxProgram(const std::string& path, bool alone) {
+    static const RE2 plain("[A-Za-z0-9_./-]+");
+    return alone && !RE2::FullMatch(path, plain) ? ShellLine::quote(path) : tmuxWord(path);
+}
+
 RunCommand tmuxStroke(
     const std::string& tmux, const std::string& ref, Stroke stroke, const std::string& payload) {
     if (stroke == Stroke::enter)
@@ -54,7 +86,7 @@ RunCommand tmuxStroke(
     if (stroke == Stroke::escape)
         return {tmux, {"send-keys", "-t", ref, "Escape"}, 0};
     // Literal and after "--", so that neither a key's name nor a leading dash reads as anything else.
-    return {tmux, {"send-keys", "-t", ref, "-l", "--", payload}, 0};
+    return {tmux, {"send-keys", "-t", ref, "-l", "--", tmuxWord(payload)}, 0};
 }
 
 RunCommand herdrStroke(
@@ -131,6 +163,10 @@ Plan herdrPlan(const DeliverJob& job, const Bins& bins) {
     return typed(*job.steps, [&](Stroke stroke, const std::string& payload) {
         return herdrStroke(*herdr, *job.hostRef, stroke, payload);
     });
+}
+
+bool isTTYOf(const DeliverJob& job, std::string_view tty) {
+    return job.tty && (tty == *job.tty || tty == "/dev/" + *job.tty);
 }
 
 void collectPids(const JSONValue& value, std::set<std::int64_t>& pids) {
@@ -226,8 +262,9 @@ std::optional<RunCommand> tmuxOpen(
     static const RE2 foreign("[^\\p{L}\\p{N}-]");
     std::string name = *job.sessionId;
     RE2::GlobalReplace(&name, foreign, "");
-    Words args{"new-session", "-d", "-s", "kd-" + name, "-c", job.open->cwd, "--", *agent};
-    args.insert(args.end(), argv.begin() + 1, argv.end());
+    Words args{"new-session", "-d", "-s", "kd-" + name, "-c", tmuxFolder(job.open->cwd), "--",
+        tmuxProgram(*agent, argv.size() == 1)};
+    std::transform(argv.begin() + 1, argv.end(), std::back_inserter(args), tmuxWord);
     return RunCommand{*tmux, std::move(args), 0};
 }
 
@@ -249,11 +286,33 @@ bool preflightPasses(const DeliverJob& job, std::string_view output) {
     if (job.host != "tmux")
         return true;
     const auto pieces = Text::split(Text::trimWhitespace(output), ' ', Text::EmptyPieces::drop, 1);
-    if (pieces.empty() || !job.tty)
-        return false;
-    if (pieces[0] != *job.tty && pieces[0] != "/dev/" + *job.tty)
+    if (pieces.empty() || !isTTYOf(job, pieces[0]))
         return false;
     return pieces.size() < 2 || !shells().contains(pieces[1]);
+}
+
+std::optional<RunCommand> paneState(const DeliverJob& job, const Bins& bins) {
+    const auto* tmux = find(bins, "tmux");
+    if (job.host != "tmux" || !tmux || !job.hostRef || !isTmuxPane(*job.hostRef))
+        return std::nullopt;
+    const char* const state = "#{pane_tty} #{pane_synchronized} #{pane_in_mode} #{pane_input_off}";
+    return RunCommand{*tmux, {"display-message", "-p", "-t", *job.hostRef, state}, 0};
+}
+
+std::optional<std::string> paneRefusal(const DeliverJob& job, std::string_view output) {
+    auto fields = Text::split(output.substr(0, output.find('\n')), ' ');
+    fields.resize(4);
+    if (!isTTYOf(job, fields[0]))
+        return "the pane no longer holds this session";
+    // An older tmux leaves blank what it doesn't know.
+    const auto isSet = [](std::string_view flag) { return !flag.empty() && flag != "0"; };
+    if (isSet(fields[1]))
+        return "the pane shares its keys with other panes";
+    if (isSet(fields[2]))
+        return "the pane is in a tmux mode: leave it first";
+    if (isSet(fields[3]))
+        return "the pane takes no keys";
+    return std::nullopt;
 }
 
 std::set<std::int64_t> herdrPids(std::string_view output) {

@@ -18,6 +18,7 @@ constexpr double keyLimit = 5.0;
 constexpr double queueLimit = 15.0;
 constexpr double focusLimit = 5.0;
 constexpr double openLimit = 10.0;
+constexpr double freshFor = 0.5; // how old a look at the terminal may be when the first key goes out
 
 RunCommand scriptCommand(std::string_view script, std::string argument) {
     return {std::string(HostPlan::osascript), {"-e", std::string(script), std::move(argument)}, 0};
@@ -93,8 +94,8 @@ Task<JobOutcome> LiveExecutor::focus(DeliverJob job) const {
     auto command = focusCommand(job, bins);
     if (!command)
         co_return JobOutcome::refused("this terminal cannot be focused");
-    auto refusal = co_await commandRefusal(std::move(*command), focusLimit, "focus failed");
-    co_return refusal ? JobOutcome::failed(std::move(*refusal)) : JobOutcome::done();
+    auto end = co_await endOf(std::move(*command), focusLimit, "focus failed", false);
+    co_return end ? std::move(*end) : JobOutcome::done();
 }
 
 Task<JobOutcome> LiveExecutor::open(DeliverJob job) const {
@@ -126,32 +127,29 @@ Task<JobOutcome> LiveExecutor::type(DeliverJob job, Start start) const {
     auto plan = HostPlan::commands(job, bins);
     if (!plan || plan->empty())
         co_return JobOutcome::refused(job.host + " cannot take this answer here");
-    if (auto preflight = HostPlan::preflight(job, bins)) {
-        const auto output = co_await runner->run(std::move(*preflight), preflightLimit);
-        if (output.status != 0 || !HostPlan::preflightPasses(job, output.stdoutText))
-            co_return JobOutcome::refused("the pane no longer holds this session");
-    }
-    if (!job.isCodexQueue()) {
-        const auto refusal = co_await processRefusal(job);
-        if (refusal)
-            co_return JobOutcome::refused("before the first key: " + *refusal);
-    }
+    auto refusal = co_await firstKeyRefusal(job);
+    if (refusal)
+        co_return JobOutcome::refused(std::move(*refusal));
+    const double looked = clock->uptime();
     auto stop = co_await start();
     if (stop)
         co_return JobOutcome::refused(std::move(*stop));
+    if (clock->uptime() - looked > freshFor) {
+        // The daemon took its time, in which the agent may have ended.
+        refusal = co_await firstKeyRefusal(job);
+        if (refusal)
+            co_return JobOutcome::refused(std::move(*refusal));
+    }
     co_return co_await typePlan(std::move(job), std::move(*plan));
 }
 
 Task<JobOutcome> LiveExecutor::typePlan(DeliverJob job, std::vector<RunCommand> plan) const {
     const bool queue = job.isCodexQueue();
     for (std::size_t i = 0; i < plan.size(); ++i) {
-        auto refusal = co_await commandRefusal(plan[i], queue ? queueLimit : keyLimit,
-            queue ? "codex queue did not accept the message" : "the terminal did not take the keys");
-        if (refusal) {
-            // The first command's key didn't go in, so nothing was pressed.
-            co_return i == 0 ? JobOutcome::refused(std::move(*refusal))
-                             : JobOutcome::failed(std::move(*refusal));
-        }
+        auto end = co_await endOf(plan[i], queue ? queueLimit : keyLimit,
+            queue ? "codex queue did not accept the message" : "the terminal did not take the keys", i == 0);
+        if (end)
+            co_return std::move(*end);
         co_await clock->sleep(static_cast<double>(plan[i].pauseAfterMs) / 1000);
         if (queue || i + 1 == plan.size())
             continue;
@@ -164,19 +162,49 @@ Task<JobOutcome> LiveExecutor::typePlan(DeliverJob job, std::vector<RunCommand> 
     co_return JobOutcome::done(queue ? "codex_queue" : "host");
 }
 
-/// Runs one command of a terminal; absent when it took it, `words` when it failed without a verdict of its
-/// own.
-Task<std::optional<std::string>> LiveExecutor::commandRefusal(
-    RunCommand command, double timeout, std::string words) const {
+/// Runs one command of a terminal; absent when it took it, else how the job ends, with `words` where there is
+/// no verdict. A `first` command that failed pressed nothing, unless it was stopped on its way.
+Task<std::optional<JobOutcome>> LiveExecutor::endOf(
+    RunCommand command, double timeout, std::string words, bool first) const {
     const bool script = command.path == HostPlan::osascript;
     const auto output = co_await runner->run(std::move(command), timeout);
-    if (script) {
-        if (auto refusal = HostPlan::scriptRefusal(output.stdoutText))
-            co_return refusal;
+    std::optional<std::string> why;
+    if (script)
+        why = HostPlan::scriptRefusal(output.stdoutText);
+    if (!why && output.status != 0)
+        why = std::move(words);
+    if (!why)
+        co_return std::nullopt;
+    co_return first && !output.timedOut ? JobOutcome::refused(std::move(*why))
+                                        : JobOutcome::failed(std::move(*why));
+}
+
+/// All that is looked at before the first key; what follows it looks at the process alone.
+Task<std::optional<std::string>> LiveExecutor::firstKeyRefusal(DeliverJob job) const {
+    if (job.isCodexQueue())
+        co_return std::nullopt;
+    if (auto preflight = HostPlan::preflight(job, bins)) {
+        const auto output = co_await runner->run(std::move(*preflight), preflightLimit);
+        if (output.status != 0 || !HostPlan::preflightPasses(job, output.stdoutText))
+            co_return "the pane no longer holds this session";
     }
-    if (output.status != 0)
-        co_return words;
+    auto refusal = co_await paneRefusal(job);
+    if (refusal)
+        co_return refusal;
+    refusal = co_await processRefusal(job);
+    if (refusal)
+        co_return "before the first key: " + *refusal;
     co_return std::nullopt;
+}
+
+Task<std::optional<std::string>> LiveExecutor::paneRefusal(DeliverJob job) const {
+    auto state = HostPlan::paneState(job, bins);
+    if (!state)
+        co_return std::nullopt;
+    const auto output = co_await runner->run(std::move(*state), preflightLimit);
+    if (output.status != 0)
+        co_return "the pane no longer holds this session";
+    co_return HostPlan::paneRefusal(job, output.stdoutText);
 }
 
 /// The process tests alone, on fresh facts: presence and expiry were judged before the daemon said go.

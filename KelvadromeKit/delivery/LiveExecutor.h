@@ -23,7 +23,8 @@ namespace kelvadrome {
 
 /// Carries a job from its first check to its outcome. The cheap checks come before the daemon hears anything,
 /// its go-ahead comes as late as possible, and after that a fresh look at the process table stands before
-/// every keystroke. "refused" means that no key reached the terminal, "failed" that some may have.
+/// every keystroke. "refused" means that no key reached the terminal, "failed" that some may have: a first
+/// key whose command had to be stopped may have gone in all the same.
 ///
 /// A value without state between jobs; works on any executor, but must outlive the tasks that it returned.
 /// These never throw, unless they are cancelled.
@@ -76,9 +77,11 @@ struct LiveExecutor {
 private:
     using Pressed = std::variant<std::string, JobOutcome>;
 
-    Task<std::optional<std::string>> commandRefusal(
-        RunCommand command, double timeout, std::string words) const;
+    Task<std::optional<JobOutcome>> endOf(
+        RunCommand command, double timeout, std::string words, bool first) const;
     Task<std::optional<std::string>> processRefusal(DeliverJob job) const;
+    Task<std::optional<std::string>> paneRefusal(DeliverJob job) const;
+    Task<std::optional<std::string>> firstKeyRefusal(DeliverJob job) const;
     Task<JobOutcome> typePlan(DeliverJob job, std::vector<RunCommand> plan) const;
     Task<Pressed> pressNext(DeliverJob job, bool first, std::function<WallTime()> now) const;
     Task<JobOutcome> afterReturn(DeliverJob job) const;

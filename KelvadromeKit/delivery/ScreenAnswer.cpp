@@ -43,6 +43,9 @@ Task<JobOutcome> LiveExecutor::trustAnswer(DeliverJob job, Start start, std::fun
     const auto question = co_await trustScreen(job);
     if (!question)
         co_return JobOutcome::refused("the folder question is no longer on screen");
+    auto refusal = co_await paneRefusal(job);
+    if (refusal)
+        co_return JobOutcome::refused(std::move(*refusal));
     auto stop = co_await start();
     if (stop)
         co_return JobOutcome::refused(std::move(*stop));
@@ -77,10 +80,9 @@ Task<LiveExecutor::Pressed> LiveExecutor::pressNext(
     auto command = HostPlan::navKey(job, key, bins);
     if (!command)
         co_return JobOutcome::refused(job.host + " cannot press this key");
-    auto refusal =
-        co_await commandRefusal(std::move(*command), keyLimit, "the terminal did not take the key");
-    if (refusal)
-        co_return ended(std::move(*refusal));
+    auto end = co_await endOf(std::move(*command), keyLimit, "the terminal did not take the key", first);
+    if (end)
+        co_return std::move(*end);
     co_return key;
 }
 

@@ -76,6 +76,15 @@ TEST(HostPlan, eachHostIsTypedIntoInItsOwnWords) {
         (Plan{iterm(write, {"", "key", "y"}, 150)}));
 }
 
+TEST(HostPlan, tmuxReadsNothingIntoAText) {
+    const std::pair<const char*, const char*> rows[] = {{"done;", "done\\;"}, {";", "\\;"}, {";;", ";\\;"},
+        {"a\\;", "a\\\\;"}, {"a; b", "a; b"}, {"a\\", "a\\"}};
+    for (const auto& [text, word] : rows) {
+        const auto plan = HostPlan::commands(jobOn("tmux", "%3", {S::text(text)}), bins);
+        EXPECT_EQ(plan->front().args.back(), word) << text;
+    }
+}
+
 TEST(HostPlan, theQueueOfCodexTakesOneTextAndOnlyWithoutAHost) {
     auto job = jobOn("unknown", std::nullopt, {S::text("go")});
     job.tty.reset();
@@ -173,6 +182,18 @@ TEST(HostPlan, tmuxStartsAnAgentInASessionOfItsOwn) {
     EXPECT_EQ(HostPlan::tmuxOpen(job, argv, bins),
         (RunCommand{"/b/tmux",
             {"new-session", "-d", "-s", "kd-abc-1ü²", "-c", "/w", "--", "/b/claude", "--resume", "id"}, 0}));
+    const std::pair<const char*, const char*> folders[] = {{"/#(touch x)", "/##(touch x)"}, {"/a#", "/a##"},
+        {"/#{pid}/##", "/##{pid}/####"}, {"/#[x]#(y)", "/#[x]##(y)"}, {"/##[", "/##["}, {"/a;", "/a\\;"}};
+    for (const auto& [cwd, word] : folders) {
+        job.open->cwd = cwd;
+        EXPECT_EQ(HostPlan::tmuxOpen(job, argv, bins)->args[5], word);
+    }
+    EXPECT_EQ(HostPlan::tmuxOpen(job, {"claude", "--", "go;"}, bins)->args.back(), "go\\;");
+    const auto program = [&](const std::vector<std::string>& words) {
+        return HostPlan::tmuxOpen(job, words, {{"tmux", "/t"}, {"claude", "/my $x/claude"}})->args[7];
+    };
+    EXPECT_EQ(program({"claude"}), "'/my $x/claude'") << "alone it goes through a shell";
+    EXPECT_EQ(program(argv), "/my $x/claude");
     EXPECT_FALSE(HostPlan::tmuxOpen(job, {}, bins));
     EXPECT_FALSE(HostPlan::tmuxOpen(job, {"grok"}, bins));
     EXPECT_FALSE(HostPlan::tmuxOpen(job, argv, {{"claude", "/b/claude"}}));
@@ -213,6 +234,29 @@ TEST(HostPlan, thePaneIsAskedWhatItHoldsBeforeTheFirstKey) {
     herdr.pid.reset();
     EXPECT_FALSE(HostPlan::preflightPasses(herdr, R"({"pid":501})"));
     EXPECT_TRUE(HostPlan::preflightPasses(jobOn("iterm2", "A"), ""));
+}
+
+TEST(HostPlan, aPaneMustTakeKeysAndKeepThemToItself) {
+    const auto tmux = jobOn("tmux", "%3");
+    EXPECT_EQ(HostPlan::paneState(tmux, bins),
+        (RunCommand{"/b/tmux",
+            {"display-message", "-p", "-t", "%3",
+                "#{pane_tty} #{pane_synchronized} #{pane_in_mode} #{pane_input_off}"},
+            0}));
+    for (const auto* host : {"iterm2", "herdr"})
+        EXPECT_FALSE(HostPlan::paneState(jobOn(host, "%3"), bins));
+    for (const auto& ref : hostileRefs)
+        EXPECT_FALSE(HostPlan::paneState(jobOn("tmux", ref), bins)) << ref;
+
+    const std::string shared = "the pane shares its keys with other panes", off = "the pane takes no keys",
+                      mode = "the pane is in a tmux mode: leave it first",
+                      gone = "the pane no longer holds this session";
+    const std::pair<const char*, std::string> rows[] = {{"/dev/ttys004 0 0 0\n", "passes"},
+        {"/dev/ttys004   \n", "passes"}, {"ttys004", "passes"}, {"/dev/ttys004 1 0 0\n", shared},
+        {"/dev/ttys004 0 1 0\n", mode}, {"/dev/ttys004 0 2 0\n", mode}, {"/dev/ttys004  0 1\n", off},
+        {"/dev/ttys009 0 0 0\n", gone}, {"   \n", gone}, {"", gone}};
+    for (const auto& [output, words] : rows)
+        EXPECT_EQ(HostPlan::paneRefusal(tmux, output).value_or("passes"), words) << output;
 }
 
 TEST(HostPlan, everyPidThatHerdrNamesIsFound) {

@@ -21,6 +21,8 @@ namespace {
 using Lines = std::vector<std::string>;
 using Pauses = std::vector<long>; // milliseconds
 const std::string psLine = "ps -o pid=,pgid=,tpgid=,tty=,comm= -p 501";
+const std::string stateLine =
+    "tmux display-message -p -t %3 #{pane_tty} #{pane_synchronized} #{pane_in_mode} #{pane_input_off}";
 const std::string alive = "  501   501   501 ttys004  /usr/local/bin/claude\n";
 const std::string uuid = "0123abcd-0123-4567-89AB-0123456789ab";
 
@@ -44,6 +46,7 @@ protected:
         runner = std::make_shared<ScriptedRunner>();
         runner->on(psLine, says(alive));
         runner->on("display-message", says("/dev/ttys004 claude\n"));
+        runner->on(stateLine, says("/dev/ttys004 0 0 0\n"));
         runner->on("tmux send-keys", says(""));
         runner->on("tmux select-pane", says(""));
         runner->on("itermWrite", says("ok\n"));
@@ -94,13 +97,13 @@ const std::vector<DeliverStep> twoSteps{DeliverStep::escape(), DeliverStep::text
 
 TEST_F(LiveExecutorTest, anAnswerIsTypedInOrderWithALookBeforeEachKeyAndAPauseAfterIt) {
     EXPECT_EQ(perform(answerJob(twoSteps)), JobOutcome::done());
-    const Lines expected{psLine, "tmux display-message -p -t %3 #{pane_tty} #{pane_current_command}", psLine,
-        "tmux send-keys -t %3 Escape", psLine, "tmux send-keys -t %3 -l -- -n yes", psLine,
+    const Lines expected{psLine, "tmux display-message -p -t %3 #{pane_tty} #{pane_current_command}",
+        stateLine, psLine, "tmux send-keys -t %3 Escape", psLine, "tmux send-keys -t %3 -l -- -n yes", psLine,
         "tmux send-keys -t %3 Enter"};
     EXPECT_EQ(runner->lines(), expected);
     EXPECT_EQ(pauses, (Pauses{450, 250, 100}));
     EXPECT_EQ(asked, 1);
-    EXPECT_EQ(callsAtStart, 3U) << "the go-ahead comes last before the keys";
+    EXPECT_EQ(callsAtStart, 4U) << "the go-ahead comes last before the keys";
     for (const auto& call : runner->calls)
         EXPECT_EQ(call.timeout, call.line.starts_with("tmux send") ? 5.0 : 3.0) << call.line;
 }
@@ -109,6 +112,7 @@ TEST_F(LiveExecutorTest, aFailureAtAnyStepEndsTheAnswerThere) {
     const std::string gone = "the agent process ended";
     const std::string untaken = "the terminal did not take the keys";
     const std::vector<JobOutcome> expected{JobOutcome::refused(gone),
+        JobOutcome::refused("the pane no longer holds this session"),
         JobOutcome::refused("the pane no longer holds this session"),
         JobOutcome::refused("before the first key: " + gone), JobOutcome::refused(untaken),
         JobOutcome::failed("stopped after 1 of 3 steps: " + gone), JobOutcome::failed(untaken),
@@ -119,7 +123,49 @@ TEST_F(LiveExecutorTest, aFailureAtAnyStepEndsTheAnswerThere) {
         runner->failing = i;
         EXPECT_EQ(perform(answerJob(twoSteps)), expected[i]);
         EXPECT_EQ(runner->calls.size(), i + 1) << "nothing ran after the failure";
-        EXPECT_EQ(asked, i > 2 ? 1 : 0);
+        EXPECT_EQ(asked, i > 3 ? 1 : 0);
+    }
+}
+
+TEST_F(LiveExecutorTest, aCommandThatWasStoppedMayHavePressedItsKey) {
+    const RunOutput stopped{15, "", "", true};
+    runner->on("send-keys", stopped);
+    EXPECT_EQ(perform(answerJob()), JobOutcome::failed("the terminal did not take the keys"));
+    healthy();
+    runner->on("capture-pane", says(question(true)));
+    runner->on("send-keys", stopped);
+    EXPECT_EQ(perform(trustJob()), JobOutcome::failed("the terminal did not take the key"));
+}
+
+TEST_F(LiveExecutorTest, aPaneWhoseKeysGoElsewhereGetsNone) {
+    runner->on(stateLine, says("/dev/ttys004 1 0 0\n"));
+    runner->on("capture-pane", says(question(true)));
+    for (const auto& job : {answerJob(), trustJob()}) {
+        EXPECT_EQ(perform(job), JobOutcome::refused("the pane shares its keys with other panes"));
+        EXPECT_EQ(asked, 0);
+    }
+    EXPECT_TRUE(runner->lines("send-keys").empty());
+}
+
+TEST_F(LiveExecutorTest, aDaemonThatTookItsTimeIsFollowedByANewLook) {
+    whileAsking = [this] { clock->advance(0.6); };
+    EXPECT_EQ(perform(answerJob()), JobOutcome::done());
+    EXPECT_EQ(runner->calls.size(), callsAtStart + 4) << "all three looks again, then the key";
+
+    const std::pair<std::string, const char*> changes[] = {
+        {psLine, "before the first key: the agent process ended"},
+        {stateLine, "the pane no longer holds this session"},
+        {"pane_current_command", "the pane no longer holds this session"},
+    };
+    for (const auto& [line, reason] : changes) {
+        healthy();
+        whileAsking = [this, line] {
+            clock->advance(0.6);
+            runner->on(line, says(""));
+        };
+        EXPECT_EQ(perform(answerJob()), JobOutcome::refused(reason));
+        EXPECT_EQ(asked, 1);
+        EXPECT_TRUE(runner->lines("send-keys").empty());
     }
 }
 
@@ -314,9 +360,10 @@ protected:
 
 TEST_F(ScreenAnswerTest, theSelectionIsMovedThenConfirmedEachKeyFromAFreshRead) {
     EXPECT_EQ(answer("trust", {no, no, yes, blank}), JobOutcome::done());
-    EXPECT_EQ(runner->lines(), (Lines{psLine, read, psLine, read, down, psLine, read, enter, read, psLine}));
+    EXPECT_EQ(runner->lines(),
+        (Lines{psLine, read, stateLine, psLine, read, down, psLine, read, enter, read, psLine}));
     EXPECT_EQ(pauses, (Pauses{300, 900}));
-    EXPECT_EQ(callsAtStart, 2U);
+    EXPECT_EQ(callsAtStart, 3U);
 
     healthy();
     EXPECT_EQ(answer("trust", {yes, yes, blank}), JobOutcome::done());
@@ -360,7 +407,8 @@ TEST_F(ScreenAnswerTest, aFailureAtAnyStepEndsTheAnswerThere) {
     const std::string left = "the folder question left the screen";
     const std::string untaken = "the terminal did not take the key";
     const std::vector<JobOutcome> expected{JobOutcome::refused("the agent process ended"),
-        JobOutcome::refused("the folder question is no longer on screen"), JobOutcome::refused(gone),
+        JobOutcome::refused("the folder question is no longer on screen"),
+        JobOutcome::refused("the pane no longer holds this session"), JobOutcome::refused(gone),
         JobOutcome::refused(left), JobOutcome::refused(untaken), JobOutcome::failed(gone),
         JobOutcome::failed(left), JobOutcome::failed(untaken)};
     for (std::size_t i = 0; i < expected.size(); ++i) {

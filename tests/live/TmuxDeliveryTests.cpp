@@ -126,8 +126,35 @@ TEST_F(TmuxDelivery, keysAndTextArriveExactlyAsPressed) {
 
     const std::string text = "-t 'Zoë' Enter; $HOME \\n 日本語 🎉 \"q\" #{pane_id} %1";
     EXPECT_EQ(perform(answer({DeliverStep::escape(), DeliverStep::text(text)})), JobOutcome::done());
-    expectTyped("2\033" + text + "\r");
-    EXPECT_EQ(starts, 2);
+    auto all = "2\033" + text + "\r";
+    expectTyped(all);
+    for (const std::string end : {";", "done;", "a\\;", ";;"}) {
+        EXPECT_EQ(perform(answer({DeliverStep::text(end)})), JobOutcome::done());
+        all += end + "\r";
+        expectTyped(all);
+    }
+    EXPECT_EQ(starts, 6);
+}
+
+TEST_F(TmuxDelivery, keysThatWouldGoElsewhereAreNotSent) {
+    startAgent();
+    const auto neighbour = folder / "neighbour";
+    tmux({"split-window", "-d", "-t", pane, "--", "/bin/sh", "-c", "exec cat > '" + neighbour + "'"});
+    waitFor([&] { return Files::exists(neighbour); }, "the other pane");
+    const auto job = answer({DeliverStep::text("rm")});
+    tmux({"set-option", "-w", "-t", pane, "synchronize-panes", "on"});
+    EXPECT_EQ(perform(job), JobOutcome::refused("the pane shares its keys with other panes"));
+    tmux({"set-option", "-w", "-t", pane, "synchronize-panes", "off"});
+    tmux({"copy-mode", "-t", pane});
+    EXPECT_EQ(perform(job), JobOutcome::refused("the pane is in a tmux mode: leave it first"));
+    tmux({"send-keys", "-t", pane, "-X", "cancel"});
+    tmux({"select-pane", "-d", "-t", pane});
+    EXPECT_EQ(perform(job), JobOutcome::refused("the pane takes no keys"));
+    tmux({"select-pane", "-e", "-t", pane});
+    EXPECT_EQ(starts, 0);
+    EXPECT_EQ(perform(job), JobOutcome::done());
+    expectTyped("rm\r");
+    EXPECT_EQ(Files::read(neighbour, 100), "");
 }
 
 TEST_F(TmuxDelivery, anAgentThatBecameAShellGetsNoKeys) {
@@ -220,6 +247,21 @@ TEST_F(TmuxDelivery, focusSelectsThePaneAndOpenStartsASession) {
     EXPECT_EQ(ask("=kd-0ab-1:", "#{pane_current_path}"), folder.path().string());
     waitFor([&] { return ask("=kd-0ab-1:", "#{pane_current_command}") == "claude"; }, "the agent to run");
     EXPECT_EQ(perform(job), JobOutcome::failed("tmux did not open the session")) << "the name is taken";
+}
+
+TEST_F(TmuxDelivery, aFoldersNameIsNothingButAName) {
+    startAgent();
+    auto job = answer({});
+    job.type = "open";
+    int number = 0;
+    for (const std::string name : {"#(touch trace)", "a#{pid}", "#[x]#(y)", "##", "100%d", "it's; $x;"}) {
+        const auto cwd = folder / name;
+        std::filesystem::create_directory(cwd);
+        job.sessionId = std::to_string(++number);
+        job.open = DeliverJob::Open{cwd, {"claude"}, std::nullopt};
+        EXPECT_EQ(perform(job), JobOutcome::done()) << name;
+        EXPECT_EQ(ask("=kd-" + *job.sessionId + ":", "#{pane_current_path}"), cwd);
+    }
 }
 
 } // namespace
