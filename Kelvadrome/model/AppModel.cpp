@@ -197,7 +197,9 @@ Task<> AppModel::pollHealthy(Health health) {
     }
     lastPid_ = health.pid;
     set(&AppState::health, std::move(health));
-    if (state_.connection.state == Connection::State::failed) {
+    // Also after a mere pause of the same daemon, and after a login item that came up late: nothing else
+    // would ever end the state `starting`.
+    if (state_.connection.state != Connection::State::ready) {
         co_await connect();
     } else if ((d_.clock->now() - state_.lastRefresh.value_or(distantPast)).count() > silenceLimit) {
         co_await refresh();

@@ -220,6 +220,23 @@ TEST(AppModel, aDaemonThatCannotBeBroughtBackFailsUntilItAnswersAgain) {
     EXPECT_EQ(world.web->calls.countOf("load"), 2U);
 }
 
+TEST(AppModel, aDaemonThatOnlyPausedIsReadyAgainWithTheSessionThatItKnows) {
+    World world;
+    world.start();
+    const auto busy = std::make_shared<std::atomic<int>>(1);
+    world.daemon->on("/v1/health", [busy](const FakeRequest&) {
+        return (*busy)-- > 0 ? FakeReply::failure("internal", "busy")
+                             : FakeReply::data(R"({"pid":100,"home":"/h"})");
+    });
+    world.poll();
+    EXPECT_EQ(world.state().connection, Connection::starting());
+    EXPECT_EQ(world.state().supervisorStatus->mode, DaemonSupervisor::Mode::attached);
+    world.poll();
+    EXPECT_EQ(world.state().connection, Connection::ready());
+    EXPECT_EQ(world.page->logins, 1);
+    EXPECT_EQ(world.web->calls.countOf("load"), 2U);
+}
+
 TEST(AppModel, aFailedSupervisorIsShownAndRetryTriesAgain) {
     World world;
     world.streamWanted = false;
