@@ -2,7 +2,7 @@
 #include "Kelvadrome/model/NativeActions.h"
 #include "KelvadromeKit/attention/InboxLogic.h"
 #include "KelvadromeKit/attention/RevealPolicy.h"
-#include "KelvadromeKit/page/JS.h"
+#include "KelvadromeKit/page/PageCall.h"
 #include "KelvadromeKit/page/PercentCoding.h"
 #include "KelvadromeKit/support/Files.h"
 #include "KelvadromeKit/support/Text.h"
@@ -68,11 +68,12 @@ void AppModel::openMain(std::string path) {
 void AppModel::open(NavSection section, std::optional<Card> card) {
     set(&AppState::section, section);
     d_.screen->activate();
-    const auto to = path(section);
+    auto to = path(section);
     if (card) {
-        d_.web->navigate(to, state_.scope, std::move(card->id));
+        d_.web->navigate(std::move(to), state_.scope, std::move(card->id));
     } else {
-        d_.web->callShell("b.navigate(" + JS::string(to) + ")", d_.web->url(to, state_.scope));
+        auto call = PageCall::navigate(to, std::nullopt);
+        d_.web->callShell(std::move(call.expression), d_.web->url(call.path, state_.scope, call.extra));
     }
 }
 

@@ -1,5 +1,6 @@
 #include "Kelvadrome/model/NativeActions.h"
 
+#include "Kelvadrome/model/MenuPanel.h"
 #include "KelvadromeKit/page/BridgeMessage.h"
 #include "KelvadromeKit/support/Files.h"
 
@@ -17,7 +18,7 @@ std::optional<std::string> text(const JSONObject& body, std::string_view key) {
 }
 
 void bringEdgeToFront(const JSONObject&, AppModel& model) {
-    model.screen().activateApplication("com.microsoft.edgemac");
+    model.screen().activateApplication(edgeBundleId);
 }
 
 void openFolder(const JSONObject& body, AppModel& model) {
