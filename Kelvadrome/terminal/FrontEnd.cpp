@@ -109,8 +109,9 @@ private:
         auto store = std::make_shared<MachineSecretStore>(
             std::string(PageKey::service), PageKey::account(env_.home), std::string(PageKey::label));
         const auto mint = mintLogin(client_, store, env_.home, pool_, executor_,
-            [this](std::string title, std::string text, std::string button) {
-                return host_->criticalAlert(std::move(title), std::move(text), std::move(button));
+            [this, display](std::string title, std::string text, std::string button) {
+                return tellOfForeignKey(
+                    host_, board_, display, std::move(title), std::move(text), std::move(button));
             });
         session_ = std::make_shared<PageSession>(executor_, std::make_shared<CurlHTTP>(pool_), mint);
         page_ = std::make_shared<TerminalPage>(TerminalPage::Dependencies{.executor = executor_,
@@ -121,6 +122,17 @@ private:
             .remote = environment_.contains("SSH_CONNECTION")});
         host_ = std::make_shared<TerminalHost>(TerminalHost::Dependencies{
             .screen = &screen_, .board = board_, .page = page_, .openURL = openURL});
+    }
+
+    /// Where the desktop isn't, its keyring may be out of reach, and with it the key that is registered.
+    static Task<> tellOfForeignKey(std::shared_ptr<TerminalHost> host, std::shared_ptr<PanelBoard> board,
+        bool display, std::string title, std::string text, std::string button) {
+        auto alert = host->criticalAlert(std::move(title), std::move(text), std::move(button));
+        co_await std::move(alert);
+        if (!display) {
+            board->setNote("If kelvadrome was set up on this machine's desktop, its key is in the keyring "
+                           "there: log in on the desktop, then press r.");
+        }
     }
 
     void makeModel() {

@@ -3,6 +3,7 @@
 #include "KelvadromeKit/page/PageKey.h"
 
 #include <atomic>
+#include <mutex>
 
 namespace kelvadrome {
 
@@ -16,7 +17,21 @@ struct MintState {
     Executor mainExecutor;
     CriticalAlert alert;
     std::atomic<bool> alerted = false;
+    std::mutex keyTurn{}; // held while the store is asked: two mints that both find no key would make two
 };
+
+struct HeldKey {
+    std::string text;
+    bool fresh; // made just now
+};
+
+HeldKey holdKey(MintState& state) {
+    std::lock_guard turn(state.keyTurn);
+    auto known = PageKey::stored(*state.store);
+    if (known)
+        return {std::move(*known), false};
+    return {PageKey::load(*state.store), true};
+}
 
 bool isConflict(const std::exception_ptr& error) {
     try {
@@ -37,10 +52,17 @@ Task<> tellUser(std::shared_ptr<MintState> state) {
 }
 
 Task<LoginLink> mint(std::shared_ptr<MintState> state) {
-    const auto load = [store = state->store] { return PageKey::load(*store); };
-    auto key = co_await state->pool->run(load);
-    auto link = co_await attempt(state->client.mintLogin(std::move(key)));
-    if (!link && isConflict(link.error()) && !state->alerted.exchange(true))
+    const auto hold = [state] { return holdKey(*state); };
+    auto key = co_await state->pool->run(hold);
+    auto link = co_await attempt(state->client.mintLogin(std::move(key.text)));
+    const bool conflict = !link && isConflict(link.error());
+    if (conflict && key.fresh) {
+        // The registered one may lie where this start can't look, in a keyring that is closed to it. A
+        // refused key in its place would shut the starts out that can.
+        const auto forget = [store = state->store] { store->remove(); };
+        co_await attempt(state->pool->run(forget));
+    }
+    if (conflict && !state->alerted.exchange(true))
         co_await runOn(state->mainExecutor, tellUser(state));
     co_return link.take();
 }

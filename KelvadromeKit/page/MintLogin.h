@@ -16,7 +16,8 @@ using CriticalAlert = std::function<Task<>(std::string title, std::string text, 
 
 /// What a page session mints its login links with: the page key from the store, then the daemon's link.
 /// Another key registered for this home ("conflict") is told to the user, once in the closure's life, by
-/// `alert` on `mainExecutor`; the error is thrown all the same. The pool must outlive the closure.
+/// `alert` on `mainExecutor`; the error is thrown all the same, and a key that was new isn't kept. The pool
+/// must outlive the closure.
 PageSession::Mint mintLogin(DaemonClient client, std::shared_ptr<SecretStore> store, std::string home,
     BackgroundPool& pool, Executor mainExecutor, CriticalAlert alert);
 

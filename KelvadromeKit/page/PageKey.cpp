@@ -37,9 +37,14 @@ std::string generate() {
     return key;
 }
 
+std::optional<std::string> stored(SecretStore& store) {
+    auto key = store.read();
+    return key && Text::characterCount(*key) >= keyCharacters ? std::move(key) : std::nullopt;
+}
+
 std::string load(SecretStore& store) {
-    if (auto stored = store.read(); stored && Text::characterCount(*stored) >= keyCharacters)
-        return *stored;
+    if (auto known = stored(store))
+        return std::move(*known);
     auto key = generate();
     store.set(key);
     return key;

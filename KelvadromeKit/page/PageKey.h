@@ -2,6 +2,7 @@
 
 #include "KelvadromeKit/page/SecretStore.h"
 
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -16,7 +17,9 @@ inline constexpr std::string_view label = "kelvadrome page key";
 std::string account(std::string_view home);
 /// 32 random bytes in URL-safe base64 without padding: 43 characters.
 std::string generate();
-/// The stored key, or a new one stored in place of a missing or shorter one. Throws SecretStoreError. Blocks.
+/// The stored key; absent when there is none or a shorter one. Throws SecretStoreError. Blocks.
+std::optional<std::string> stored(SecretStore& store);
+/// The stored key, or a new one stored in its place. Throws SecretStoreError. Blocks.
 std::string load(SecretStore& store);
 
 } // namespace kelvadrome::PageKey

@@ -143,14 +143,16 @@ TEST(MintLogin, aForeignKeyIsToldOnceAndThrownEachTime) {
     FakeDaemon daemon;
     daemon.on("/v1/page/claim", FakeReply::failure("conflict", "another key", 409));
     auto told = std::make_shared<std::vector<std::string>>();
-    const auto mint = mintLogin(DaemonClient(UnixSocketTransport(daemon.socketPath(), loop.pool())),
-        std::make_shared<MemorySecretStore>(), "/the/home", loop.pool(), loop.executor(),
+    const auto store = std::make_shared<MemorySecretStore>();
+    const auto mint = mintLogin(DaemonClient(UnixSocketTransport(daemon.socketPath(), loop.pool())), store,
+        "/the/home", loop.pool(), loop.executor(),
         [told](std::string title, std::string text, std::string button) -> Task<> {
             told->insert(told->end(), {title, text, button});
             return []() -> Task<> { co_return; }();
         });
     for (int i = 0; i < 2; ++i)
         EXPECT_THROW(loop.run(mint()), DaemonError);
+    EXPECT_FALSE(store->exists()) << "a refused key would stand in for the right one for good";
     EXPECT_EQ(
         *told, (std::vector<std::string>{"Another program holds the kelvadrome page key",
                    "kelvadrome cannot open its window safely. Quit kelvadrome, move page-key.sha256 out of "
@@ -159,5 +161,48 @@ TEST(MintLogin, aForeignKeyIsToldOnceAndThrownEachTime) {
     daemon.on("/v1/page/claim", FakeReply::failure("not_found", "old daemon", 404));
     daemon.on("/v1/page/token", FakeReply::data(R"({"url":"http://127.0.0.1:1/x","expires_at":"later"})"));
     EXPECT_EQ(loop.run(mint()).url, "http://127.0.0.1:1/x");
-    EXPECT_EQ(daemon.requests("/v1/page/token").at(0).headers.at("x-kd-page-key").size(), 43u);
+    const auto key = daemon.requests("/v1/page/token").at(0).headers.at("x-kd-page-key");
+    EXPECT_EQ(store->read(), key);
+    daemon.on("/v1/page/claim", FakeReply::failure("conflict", "another key", 409));
+    EXPECT_THROW(loop.run(mint()), DaemonError);
+    EXPECT_EQ(store->read(), key) << "a key that was there before stays";
+}
+
+namespace {
+
+/// A store whose first reader is held up until another has come, or a moment has passed without one.
+class SlowStore final : public SecretStore {
+public:
+    void set(const std::string& value) override { kept_.set(value); }
+    std::optional<std::string> read() override {
+        auto found = kept_.read();
+        std::unique_lock guard(lock_);
+        ++readers_;
+        came_.notify_all();
+        came_.wait_for(guard, std::chrono::milliseconds(100), [this] { return readers_ > 1; });
+        return found;
+    }
+    bool exists() override { return kept_.exists(); }
+    void remove() override { kept_.remove(); }
+
+private:
+    MemorySecretStore kept_;
+    std::mutex lock_;
+    std::condition_variable came_;
+    int readers_ = 0;
+};
+
+} // namespace
+
+TEST(MintLogin, twoFirstMintsAtOnceMakeOneKey) {
+    TestLoop loop;
+    FakeDaemon daemon;
+    daemon.on("/v1/page/claim", FakeReply::data(R"({"registered":true})"));
+    daemon.on("/v1/page/token", FakeReply::data(R"({"url":"http://127.0.0.1:1/x","expires_at":"later"})"));
+    const auto mint = mintLogin(DaemonClient(UnixSocketTransport(daemon.socketPath(), loop.pool())),
+        std::make_shared<SlowStore>(), "/the/home", loop.pool(), loop.executor(), {});
+    loop.run(gather(mint(), mint()));
+    const auto asked = daemon.requests("/v1/page/token");
+    ASSERT_EQ(asked.size(), 2u);
+    EXPECT_EQ(asked[0].headers.at("x-kd-page-key"), asked[1].headers.at("x-kd-page-key"));
 }

@@ -161,9 +161,10 @@ void SecretServiceStore::remove() {
 MachineSecretStore::MachineSecretStore(std::string service, std::string account, std::string label)
     : service_(std::move(service)), account_(std::move(account)), label_(std::move(label)) {}
 
-SecretStore& MachineSecretStore::chosen() {
+std::shared_ptr<SecretStore> MachineSecretStore::chosen() {
     std::lock_guard guard(lock_);
     if (!store_) {
+        keyring_ = false;
         auto file = std::make_unique<FileSecretStore>(FileSecretStore::defaultFolder(), service_, account_);
         auto keyring = std::make_unique<SecretServiceStore>(service_, account_, label_);
         if (!file->exists()) {
@@ -177,23 +178,25 @@ SecretStore& MachineSecretStore::chosen() {
             store_ = std::move(file);
         }
     }
-    return *store_;
+    return store_;
 }
 
 void MachineSecretStore::set(const std::string& value) {
-    chosen().set(value);
+    chosen()->set(value);
 }
 
 std::optional<std::string> MachineSecretStore::read() {
-    return chosen().read();
+    return chosen()->read();
 }
 
 bool MachineSecretStore::exists() {
-    return chosen().exists();
+    return chosen()->exists();
 }
 
 void MachineSecretStore::remove() {
-    chosen().remove();
+    chosen()->remove();
+    std::lock_guard guard(lock_);
+    store_.reset();
 }
 
 std::string MachineSecretStore::whereabouts() {

@@ -39,7 +39,7 @@ private:
 
 /// The store for one secret: the keyring where one is open, otherwise a file. A secret that a file holds
 /// already stays there, so that a keyring which answers on some days only doesn't make two of it. Which of
-/// the two is found out at the first call, and stays. Calls block.
+/// the two is found out at the first call, and stays until the secret is removed. Calls block.
 class MachineSecretStore final : public SecretStore {
 public:
     MachineSecretStore(std::string service, std::string account, std::string label);
@@ -53,13 +53,13 @@ public:
     std::string whereabouts();
 
 private:
-    SecretStore& chosen();
+    std::shared_ptr<SecretStore> chosen();
 
     std::string service_;
     std::string account_;
     std::string label_;
     std::mutex lock_;
-    std::unique_ptr<SecretStore> store_;
+    std::shared_ptr<SecretStore> store_;
     bool keyring_ = false;
 };
 
