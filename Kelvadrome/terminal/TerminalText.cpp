@@ -5,6 +5,8 @@
 #include <utf8proc.h>
 
 #include <algorithm>
+#include <clocale>
+#include <cwchar>
 
 namespace kelvadrome::TerminalText {
 
@@ -12,6 +14,26 @@ namespace {
 
 constexpr char32_t replacement = 0xFFFD;
 constexpr std::string_view dottedCircle = "\u25CC"; // carries a mark that has nothing to stand on
+
+/// While it lives, this thread measures by Unicode whatever the user's locale is.
+class UnicodeMeasure {
+public:
+    UnicodeMeasure() : before_(::uselocale(unicode())) {}
+    ~UnicodeMeasure() { ::uselocale(before_); }
+    UnicodeMeasure(const UnicodeMeasure&) = delete;
+    UnicodeMeasure& operator=(const UnicodeMeasure&) = delete;
+
+    /// Columns; negative for what can't be shown.
+    int columns(char32_t c) const { return ::wcwidth(static_cast<wchar_t>(c)); }
+
+private:
+    static locale_t unicode() {
+        static const locale_t made = ::newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr); // for good
+        return made;
+    }
+
+    locale_t before_;
+};
 
 bool isInvisible(char32_t c) {
     return c == 0x00AD || (c >= 0x200B && c <= 0x200F && c != 0x200C && c != 0x200D) || c == 0x061C ||
@@ -24,6 +46,7 @@ bool reordersText(char32_t c) {
 }
 
 std::u32string safeScalars(std::string_view text) {
+    const UnicodeMeasure measure;
     std::u32string safe;
     for (const char32_t c : Text::scalars(text)) {
         if (c == '\t') {
@@ -32,7 +55,7 @@ std::u32string safeScalars(std::string_view text) {
             safe += U'\n';
         } else if (c == '\r' || isInvisible(c)) {
             continue;
-        } else if (c < 0x20 || (c >= 0x7F && c < 0xA0) || reordersText(c)) {
+        } else if (c == 0 || measure.columns(c) < 0 || reordersText(c)) {
             safe += replacement;
         } else {
             safe += c;
@@ -69,6 +92,7 @@ std::string cleanLine(std::string_view text) {
 }
 
 std::vector<Cluster> clusters(std::string_view text) {
+    const UnicodeMeasure measure;
     std::vector<Cluster> result;
     const auto* bytes = reinterpret_cast<const utf8proc_uint8_t*>(text.data());
     std::size_t start = 0;
@@ -87,7 +111,7 @@ std::vector<Cluster> clusters(std::string_view text) {
             start = at;
             columns = 0;
         }
-        columns += std::max(0, utf8proc_charwidth(scalar));
+        columns += std::max(0, measure.columns(static_cast<char32_t>(scalar)));
         before = scalar;
         at += static_cast<std::size_t>(length);
     }

@@ -5,11 +5,11 @@
 #include <vector>
 
 /// Text as a terminal shows it, measured in columns. A character (grapheme cluster) is never cut; its width
-/// is the sum of its scalars' widths, which is how a terminal library counts.
+/// is the sum of its scalars' widths as the C library has them, which is how the terminal library counts.
 namespace kelvadrome::TerminalText {
 
-/// Safe to show: what would move the cursor, start a control sequence or reorder the line reads as U+FFFD,
-/// what has no look of its own is left out. Line feeds stay; a tab is a blank.
+/// Safe to show: what would move the cursor, start a control sequence or reorder the line, or isn't known
+/// here, reads as U+FFFD; what has no look of its own is left out. Line feeds stay; a tab is a blank.
 std::string clean(std::string_view text);
 /// `clean` on a single line: runs of blanks and line feeds are one blank, none at the ends.
 std::string cleanLine(std::string_view text);

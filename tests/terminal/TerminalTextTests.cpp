@@ -23,6 +23,7 @@ TEST(TerminalText, nothingFromOutsideReachesTheTerminalAsAControl) {
         {"zero\u200Bwidth\uFEFF", "zerowidth"},
         {"\u0301alone", "\u25CC\u0301alone"},
         {"bad \xff byte", "bad \uFFFD byte"},
+        {"unassigned \u0378", "unassigned \uFFFD"},
         {"👩\u200D💻", "👩\u200D💻"},
     };
     for (const auto& row : rows)
@@ -35,6 +36,8 @@ TEST(TerminalText, widthCountsColumns) {
     EXPECT_EQ(TerminalText::width("日本"), 4);
     EXPECT_EQ(TerminalText::width("e\u0301"), 1);
     EXPECT_EQ(TerminalText::width("한글"), 4);
+    EXPECT_EQ(TerminalText::width("\u1112\u1161\u11AB"), 2); // one syllable in three parts
+    EXPECT_EQ(TerminalText::width("हिन्दी"), 5);              // its vowel signs take columns of their own
     EXPECT_EQ(TerminalText::width("●◆✗…⚠▌━"), 7);
 }
 
