@@ -13,6 +13,9 @@ namespace {
 using Kind = PanelCommand::Kind;
 using Mode = PanelFocus::Mode;
 
+constexpr const char* highRiskHint = "High risk: v reviews it in kelvadrome.";
+constexpr const char* justChangedHint = "This row has just changed. Look again, then press again.";
+
 /// Whether an answer that is meant for one card fits the other: the same question with the same answers.
 bool sameQuestion(const Card& left, const Card& right) {
     return left.id == right.id && left.version == right.version && left.options == right.options &&
@@ -87,20 +90,20 @@ std::optional<PanelCommand> PanelInput::press(const Key& key, WallTime now) {
     }
     if (focus_.mode == Mode::typing)
         return pressTyping(key);
+    switch (key.kind) {
+    case Key::Kind::pageUp:
+        page(-1);
+        return std::nullopt;
+    case Key::Kind::pageDown:
+        page(1);
+        return std::nullopt;
+    default:
+        break;
+    }
     if (focus_.mode == Mode::alert) {
         if (key.kind == Key::Kind::enter)
             return plain(Kind::acknowledgeAlert);
         return std::nullopt;
-    }
-    switch (key.kind) {
-    case Key::Kind::pageUp:
-        page(-1, now);
-        return std::nullopt;
-    case Key::Kind::pageDown:
-        page(1, now);
-        return std::nullopt;
-    default:
-        break;
     }
     if (focus_.mode == Mode::help) {
         focus_.mode = Mode::rows;
@@ -110,11 +113,11 @@ std::optional<PanelCommand> PanelInput::press(const Key& key, WallTime now) {
     switch (key.kind) {
     case Key::Kind::up:
     case Key::Kind::backTab:
-        move(-1, now);
+        move(-1);
         return std::nullopt;
     case Key::Kind::down:
     case Key::Kind::tab:
-        move(1, now);
+        move(1);
         return std::nullopt;
     case Key::Kind::enter:
         if (!focus_.digits.empty())
@@ -156,10 +159,10 @@ PanelInput::Command PanelInput::pressText(const std::string& text, WallTime now)
     focus_.digits.clear();
     switch (letter) {
     case 'k':
-        move(-1, now);
+        move(-1);
         return std::nullopt;
     case 'j':
-        move(1, now);
+        move(1);
         return std::nullopt;
     case ' ':
         focus_.expanded = selectedRow() && !focus_.expanded;
@@ -173,9 +176,9 @@ PanelInput::Command PanelInput::pressText(const std::string& text, WallTime now)
     case 'u':
         return undo();
     case 'z':
-        return onCard(Kind::snooze);
+        return snooze(now);
     case 'v':
-        return onCard(Kind::review);
+        return review();
     case 'e':
         return answering(Kind::bringEdgeToFront, PanelAction::Kind::bringEdgeToFront, now);
     case 'o':
@@ -204,7 +207,7 @@ PanelInput::Command PanelInput::pressDigit(const std::string& digit, WallTime no
     if (!row)
         return std::nullopt;
     if (row->highRisk)
-        return hint("High risk: v reviews it in kelvadrome.");
+        return hint(highRiskHint);
     const auto count = row->card.options.size();
     if (focus_.digits.size() < 4)
         focus_.digits += digit;
@@ -225,7 +228,7 @@ PanelInput::Command PanelInput::chooseOption(std::size_t number, WallTime now) {
     if (!row || row->highRisk || number < 1 || number > row->card.options.size())
         return std::nullopt;
     if (!settled(now))
-        return hint("This row has just changed. Look again, then press again.");
+        return hint(justChangedHint);
     return PanelCommand{.kind = Kind::answer, .card = row->card, .text = row->card.options[number - 1]};
 }
 
@@ -235,21 +238,33 @@ PanelInput::Command PanelInput::answering(Kind kind, PanelAction::Kind offered, 
         return std::nullopt;
     const auto action = std::ranges::find(row->actions, offered, &PanelAction::kind);
     if (action == row->actions.end()) {
+        if (kind == Kind::bringEdgeToFront)
+            return hint("This card doesn't hold Edge.");
         if (row->highRisk)
-            return hint("High risk: v reviews it in kelvadrome.");
+            return hint(highRiskHint);
         return hint(
             kind == Kind::answer ? "This card suggests no answer." : "This card has no set of defaults.");
     }
     if (!settled(now))
-        return hint("This row has just changed. Look again, then press again.");
+        return hint(justChangedHint);
     return PanelCommand{.kind = kind, .card = row->card, .text = action->answer};
 }
 
-PanelInput::Command PanelInput::onCard(Kind kind) {
+/// What was snoozed by mistake would be out of sight for long.
+PanelInput::Command PanelInput::snooze(WallTime now) {
     const auto* row = selectedCard();
     if (!row)
         return std::nullopt;
-    return PanelCommand{.kind = kind, .card = row->card, .text = {}};
+    if (!settled(now))
+        return hint(justChangedHint);
+    return PanelCommand{.kind = Kind::snooze, .card = row->card, .text = {}};
+}
+
+PanelInput::Command PanelInput::review() {
+    const auto* row = selectedCard();
+    if (!row)
+        return std::nullopt;
+    return PanelCommand{.kind = Kind::review, .card = row->card, .text = {}};
 }
 
 PanelInput::Command PanelInput::undo() {
@@ -277,11 +292,11 @@ PanelInput::Command PanelInput::beginTyping(WallTime now) {
     if (!row)
         return std::nullopt;
     if (row->highRisk)
-        return hint("High risk: v reviews it in kelvadrome.");
+        return hint(highRiskHint);
     if (row->card.kind == "batch")
         return hint("This card asks several questions: v opens it in kelvadrome.");
     if (!settled(now))
-        return hint("This row has just changed. Look again, then press again.");
+        return hint(justChangedHint);
     focus_.mode = Mode::typing;
     focus_.typingTo = *row;
     focus_.typingGone = false;
@@ -367,7 +382,7 @@ PanelInput::Command PanelInput::sendTyped() {
     return command;
 }
 
-void PanelInput::move(int by, WallTime now) {
+void PanelInput::move(int by) {
     focus_.digits.clear();
     const auto count = static_cast<int>(content_.rows.size());
     if (count == 0)
@@ -378,14 +393,14 @@ void PanelInput::move(int by, WallTime now) {
     index_ = static_cast<std::size_t>(to);
     focus_.selected = cardOf(content_.rows[index_]).id;
     focus_.expanded = false;
-    steadySince_ = now - seconds(settling); // the user looks where the user went
+    steadySince_ = distantPast; // the user looks where the user went
 }
 
-void PanelInput::page(int by, WallTime now) {
-    if (focus_.mode == Mode::help || focus_.expanded) {
+void PanelInput::page(int by) {
+    if (focus_.mode != Mode::rows || focus_.expanded) {
         focus_.scroll = std::max(0, focus_.scroll + by * std::max(1, page_ - 1));
     } else {
-        move(by, now);
+        move(by);
     }
 }
 

@@ -84,7 +84,8 @@ struct PanelFocus {
 
 /// Turns keys into commands: a state machine without a screen and without effects. An answer only ever goes
 /// to a card that the user has had before the eyes: a row that came under the selection, or changed there, by
-/// itself takes no answer for a moment. What was typed for a card is there again when typing goes on.
+/// itself takes no answer for a moment, and isn't snoozed. What was typed for a card is there again when
+/// typing goes on.
 class PanelInput {
 public:
     static constexpr double settling = 0.6; // seconds
@@ -110,13 +111,14 @@ private:
     Command pressDigit(const std::string& digit, WallTime now);
     Command chooseOption(std::size_t number, WallTime now);
     Command answering(PanelCommand::Kind kind, PanelAction::Kind offered, WallTime now);
-    Command onCard(PanelCommand::Kind kind);
+    Command snooze(WallTime now);
+    Command review();
     Command undo();
     Command beginTyping(WallTime now);
     Command sendTyped();
     void endTyping();
-    void move(int by, WallTime now);
-    void page(int by, WallTime now);
+    void move(int by);
+    void page(int by);
     bool settled(WallTime now);
     const PanelRow* selectedRow() const;
     const PanelCard* selectedCard() const;

@@ -32,13 +32,14 @@ StyledLine cut(StyledLine line, int columns) {
     int left = columns;
     for (auto& span : line) {
         const int width = TerminalText::width(span.text);
-        if (width > left)
+        const bool whole = width <= left;
+        if (!whole)
             span.text = elide(span.text, left);
-        left -= TerminalText::width(span.text);
+        left -= width;
         if (!span.text.empty())
             result.push_back(std::move(span));
-        if (width > left && left <= 0)
-            break;
+        if (!whole)
+            break; // nothing may follow the ellipsis
     }
     return result;
 }
@@ -151,10 +152,11 @@ std::vector<StyledLine> cardLines(const PanelCard& row, bool selected, bool expa
     }
     auto choices = options(row, selected, columns);
     const bool whole = expanded || choices.size() <= collapsedOptions;
-    if (!whole)
+    if (!whole) {
         choices.resize(collapsedOptions);
-    if (!whole)
+        choices.back() = cut(std::move(choices.back()), columns - 2);
         choices.back().push_back({" …", Style::dim});
+    }
     for (auto& line : choices)
         out.push_back(cut(std::move(line), columns));
     appendActions(out, row, selected, columns);

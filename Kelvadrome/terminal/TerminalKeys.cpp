@@ -47,10 +47,12 @@ std::size_t behindSequence(const std::vector<RawKey>& batch, std::size_t at) {
 
 } // namespace
 
-std::vector<Key> keysFrom(const std::vector<RawKey>& batch) {
+std::vector<Key> keysFrom(const std::vector<RawKey>& batch, bool& pasting) {
     std::vector<Key> keys;
     for (std::size_t at = 0; at < batch.size();) {
         if (const auto* known = std::get_if<Key::Kind>(&batch[at])) {
+            if (*known == Key::Kind::pasteBegin || *known == Key::Kind::pasteEnd)
+                pasting = *known == Key::Kind::pasteBegin;
             keys.push_back({*known, {}});
             ++at;
             continue;
@@ -63,10 +65,10 @@ std::vector<Key> keysFrom(const std::vector<RawKey>& batch) {
             at = behindSequence(batch, at);
             continue;
         }
-        // Characters next to each other are one text, so that marks find what they stand on.
+        // Characters next to each other are one text, so that marks find what they stand on; pasted ones all.
         auto key = keyOf(c);
-        const bool joins =
-            key.kind == Key::Kind::text && c >= 0x80 && !keys.empty() && keys.back().kind == Key::Kind::text;
+        const bool joins = key.kind == Key::Kind::text && (pasting || c >= 0x80) && !keys.empty() &&
+                           keys.back().kind == Key::Kind::text;
         if (joins) {
             keys.back().text += key.text;
         } else if (c != 0) {

@@ -254,7 +254,7 @@ std::vector<Key> TerminalScreen::keys() {
             batch.emplace_back(*key);
         }
     }
-    return keysFrom(batch);
+    return keysFrom(batch, pasting_);
 }
 
 bool TerminalScreen::hungUp() const {

@@ -57,6 +57,7 @@ private:
     Descriptor input_;
     std::unique_ptr<Library> library_;
     bool titles_ = false;
+    bool pasting_ = false; // the last batch of keys ended inside a paste
     std::string title_;
 };
 

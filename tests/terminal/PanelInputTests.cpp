@@ -125,14 +125,15 @@ TEST(PanelInput, aRowThatMovedUnderTheFingerTakesNoAnswerForAMoment) {
     EXPECT_FALSE(at.press("a"));
     EXPECT_FALSE(at.press("1"));
     EXPECT_FALSE(at.press("t"));
-    at.now += seconds(PanelInput::settling);
+    EXPECT_FALSE(at.press("z"));
+    at.now += seconds(PanelInput::settling + 0.01);
     expectAnswer(at.press("1"), "b", "Yes");
 
     at.state.cards[0].version = 4;
     at.state.cards[0].options = {"No", "Yes"};
     at.show();
     EXPECT_FALSE(at.press("1"));
-    at.now += seconds(PanelInput::settling);
+    at.now += seconds(PanelInput::settling + 0.01);
     expectAnswer(at.press("1"), "b", "No");
     EXPECT_EQ(at.press("1")->card->version, 4);
 
@@ -248,9 +249,10 @@ TEST(PanelInput, alertsAndHelpTakeTheKeys) {
 }
 
 TEST(TerminalKeys, unknownSequencesAndAltAreNothing) {
-    const auto read = [](const std::vector<RawKey>& batch) {
+    bool pasting = false;
+    const auto read = [&](const std::vector<RawKey>& batch) {
         std::string all;
-        for (const auto& key : keysFrom(batch)) {
+        for (const auto& key : keysFrom(batch, pasting)) {
             switch (key.kind) {
             case Key::Kind::text:
                 all += key.text;
@@ -286,5 +288,20 @@ TEST(TerminalKeys, unknownSequencesAndAltAreNothing) {
     EXPECT_EQ(read(raw(U"\x1b[")), "");
     EXPECT_EQ(read(raw(U"\x03\x01")), "^c^a");
     EXPECT_EQ(read({char32_t(0x1b), Key::Kind::up}), "<esc><up>");
-    EXPECT_EQ(keysFrom(raw(U"e\u0301")).size(), 1U);
+    EXPECT_EQ(keysFrom(raw(U"e\u0301"), pasting).size(), 1U);
+
+    // A paste comes in few pieces, however long it is and wherever the batches end.
+    std::vector<RawKey> paste = {Key::Kind::pasteBegin};
+    for (const char32_t c : std::u32string(500, U'x') + U"\ry")
+        paste.emplace_back(c);
+    EXPECT_EQ(keysFrom(paste, pasting).size(), 4U);
+    EXPECT_TRUE(pasting);
+    paste = raw(U"more");
+    paste.emplace_back(Key::Kind::pasteEnd);
+    paste.emplace_back(U'a');
+    paste.emplace_back(U'b');
+    const auto rest = keysFrom(paste, pasting);
+    ASSERT_EQ(rest.size(), 4U);
+    EXPECT_EQ(rest[0].text, "more");
+    EXPECT_FALSE(pasting);
 }

@@ -106,12 +106,12 @@ TEST(PanelView, fortyColumnsShowEverythingAligned) {
         "  2 need you                  kelvadrome",
         "  1 agent working",
         "────────────────────────────────────────",
-        "  Claude Code · デ… ! High risk  5 min",
+        "  Claude Code · デ…   ! High risk  5 min",
         "  Delete the production database?",
         "  - Yes   - No",
         "     Review in kelvadrome",
         "",
-        "▌ Claude Code                    5 min",
+        "▌ Claude Code                      5 min",
         "▌ Which index should the orders table",
         "▌ get?",
         "▌ 1 Yes   2 No",
@@ -122,7 +122,7 @@ TEST(PanelView, fortyColumnsShowEverythingAligned) {
         "────────────────────────────────────────",
         "  ● Codex  テストを実行中です",
         "  o Open kelvadrome",
-        "  1-9 choose  t type     ? keys  q quit",
+        "  1-9 choose  t type      ? keys  q quit",
     };
     EXPECT_EQ(panel.lines({20, 40}), expected);
 }
@@ -201,6 +201,42 @@ TEST(PanelView, aLongBodyScrollsWithinItsRow) {
     EXPECT_TRUE(panel.text({20, 40}).contains("1 Yes"));
     panel.input.press({Key::Kind::pageUp, {}}, now);
     EXPECT_FALSE(panel.text({20, 40}).contains("1 Yes"));
+}
+
+TEST(PanelView, aLongAlertScrolls) {
+    Panel panel(ready({}));
+    panel.extras.alert = PanelAlert{"Title", std::string(400, 'w') + " the end", "OK"};
+    panel.input.setAlert(true);
+    EXPECT_TRUE(panel.text({10, 40}).contains("Title"));
+    EXPECT_FALSE(panel.text({10, 40}).contains("the end"));
+    for (int i = 0; i < 4; ++i) {
+        panel.input.press({Key::Kind::pageDown, {}}, now);
+        panel.draw({10, 40});
+    }
+    EXPECT_TRUE(panel.text({10, 40}).contains("the end"));
+    EXPECT_TRUE(panel.text({10, 40}).contains("Enter OK"));
+}
+
+TEST(PanelView, whatIsCutOffLeavesAMark) {
+    auto question = card("q", "Question");
+    question.options = {std::string(38, 'x'), std::string(36, 'y'), "third"};
+    Panel panel(ready({question}));
+    EXPECT_EQ(panel.lines({16, 40}).at(5), "▌ 1 " + std::string(36, 'x'));
+    EXPECT_EQ(panel.lines({16, 40}).at(6), "▌   xx …");
+    question.options = {std::string(36, 'x'), std::string(36, 'y'), "third"};
+    EXPECT_EQ(Panel(ready({question})).lines({16, 40}).at(6), "▌ 2 " + std::string(33, 'y') + "… …");
+
+    // Nothing follows an ellipsis, even where a column was left over before it.
+    auto titled = card("t", "Question");
+    titled.topic = "t1";
+    titled.risk = "high";
+    for (int columns = 40; columns < 60; ++columns) {
+        const auto line = Panel(ready({titled})).lines({16, columns}).at(3);
+        const auto mark = line.find("…");
+        if (mark != std::string::npos) {
+            EXPECT_EQ(line.find_first_not_of(' ', mark + 3), line.find('!')) << line;
+        }
+    }
 }
 
 TEST(PanelView, theLineBeingTypedShowsAsAWhole) {
