@@ -24,12 +24,14 @@ void TerminalHost::activateApplication(std::string) {
 }
 
 Task<> TerminalHost::criticalAlert(std::string title, std::string text, std::string button) {
-    co_await suspendUntil<bool>([&](Completion<bool> dismissed) {
-        alerts_.push_back({{std::move(title), std::move(text), std::move(button)}, dismissed});
+    PanelAlert alert{std::move(title), std::move(text), std::move(button)};
+    const auto show = [this, &alert](Completion<bool> dismissed) {
+        alerts_.push_back({std::move(alert), dismissed});
         if (alerts_.size() == 1)
             with_.board->setAlert(alerts_.front().alert);
         return [dismissed] { dismissed(false); };
-    });
+    };
+    co_await suspendUntil<bool>(show);
 }
 
 void TerminalHost::acknowledge() {

@@ -79,9 +79,9 @@ void TerminalPage::dismiss() {
 Task<> TerminalPage::mintAndShow(std::shared_ptr<TerminalPage> self, std::string title, std::string next) {
     auto& with = self->with_;
     auto minted = co_await attempt(with.mint());
-    // A later request has the panel's link by now.
-    if (co_await taskCancelled())
-        co_return;
+    const bool replaced = co_await taskCancelled();
+    if (replaced)
+        co_return; // a later request has the panel's link by now
     LoginLink login;
     std::string url;
     try {
