@@ -90,6 +90,7 @@ Task<DaemonSupervisor::Status> DaemonSupervisor::startOn(Self self, double timeo
 
 Task<> DaemonSupervisor::stopOn(Self self) {
     co_await lookAtCancellationOurselves();
+    self->stops_ += 1;
     co_await self->stopOwnedChild();
 }
 
@@ -149,6 +150,7 @@ Task<DaemonSupervisor::Status> DaemonSupervisor::recoverOn(Self self) {
 }
 
 Task<DaemonSupervisor::Status> DaemonSupervisor::recoverHere() {
+    const auto stops = stops_;
     const bool healthy = co_await isHealthy(lookTimeout);
     if (healthy) {
         if (status_.mode == Mode::failed || status_.mode == Mode::starting) {
@@ -157,6 +159,9 @@ Task<DaemonSupervisor::Status> DaemonSupervisor::recoverHere() {
         unhealthyChecks_ = 0;
         co_return status_;
     }
+    // A stop that comes between is the last word until the next start: nothing is restarted after it.
+    if (stops_ != stops)
+        co_return status_;
     if (launchdOwned_ && !process_) {
         status_.mode = Mode::starting;
         status_.lastError = "The background service is restarting.";
@@ -181,6 +186,8 @@ Task<DaemonSupervisor::Status> DaemonSupervisor::recoverHere() {
     }
     restartTimes_.push_back(now);
     co_await waitOut(std::min(std::exp2(static_cast<double>(count)), longestBackOff));
+    if (stops_ != stops)
+        co_return status_;
     status_.restarts += 1;
     co_return co_await bringUp(restartTimeout);
 }
@@ -212,9 +219,9 @@ Task<> DaemonSupervisor::spawnChild() {
         throw SpawnError("The bundled daemon is missing. Rebuild the app with scripts/macos/build.sh.");
     }
     Files::makeFolders(env_.home, 0700);
-    // A stop that came while Node was asked for its version has nothing to end: the child must not come after
-    // it.
-    if (!stopping_)
+    // While Node was asked for its version a stop may have come, which had nothing to end; the login item may
+    // have taken over; another start may have been faster, and its child is waited for.
+    if (!stopping_ && !launchdOwned_ && !childRuns())
         launch(*node, *arguments);
 }
 

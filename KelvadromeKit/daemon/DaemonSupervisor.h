@@ -100,6 +100,7 @@ private:
     // On the strand.
     std::shared_ptr<ChildProcess> process_; // holds the write end of the child's standard input
     std::uint64_t launches_ = 0;            // tells the present child's end from that of one before it
+    std::uint64_t stops_ = 0;               // calls of stop, so that a recovery under way sees one
     Status status_;
     bool stopping_ = false;            // a stop is intended, so the child's exit isn't news
     std::vector<double> restartTimes_; // uptimes of recent restart decisions

@@ -355,30 +355,86 @@ TEST_F(DaemonSupervisorTest, anIntendedStopIsNoNewsWhenItsEndIsToldLate) {
     EXPECT_EQ(child().asked.size(), 2U);
 }
 
-TEST_F(DaemonSupervisorTest, aStopWhileNodeIsAskedForItsVersionLeavesNoChildBehind) {
-    std::promise<void> asked;
-    std::promise<void> mayAnswer;
-    launcher->onVersion = [&] {
-        asked.set_value();
-        mayAnswer.get_future().wait();
-    };
-    auto& it = make();
-    Outcome<DaemonSupervisor::Status> outcome;
-    bool ended = false;
-    spawn(loop.executor(), "start", collect(it.start(1.0), &outcome, &ended));
-    auto question = asked.get_future();
-    loop.until([&] { return question.wait_for(std::chrono::seconds(0)) == std::future_status::ready; },
-        "the question");
-    loop.run(it.stop());
-    mayAnswer.set_value();
-    loop.until([&] { return clock->sleepers() > 0; }, "the wait for health");
-    EXPECT_TRUE(launcher->commands.empty());
-    while (!ended) {
-        loop.until([&] { return ended || clock->sleepers() > 0; }, "the deadline");
-        if (!ended)
-            clock->advance(1.0);
+TEST_F(DaemonSupervisorTest, whatComesWhileNodeIsAskedForItsVersionLeavesNoChildBehind) {
+    const std::function<void()> events[] = {
+        [this] { loop.run(supervisor->stop()); }, [this] { loop.run(supervisor->setLaunchdOwned(true)); }};
+    for (const auto& event : events) {
+        std::promise<void> asked;
+        std::promise<void> mayAnswer;
+        launcher->onVersion = [&] {
+            asked.set_value();
+            mayAnswer.get_future().wait();
+        };
+        auto& it = make();
+        Outcome<DaemonSupervisor::Status> outcome;
+        bool ended = false;
+        spawn(loop.executor(), "start", collect(it.start(1.0), &outcome, &ended));
+        auto question = asked.get_future();
+        loop.until([&] { return question.wait_for(std::chrono::seconds(0)) == std::future_status::ready; },
+            "the question");
+        event();
+        mayAnswer.set_value();
+        loop.until([&] { return clock->sleepers() > 0; }, "the wait for health");
+        EXPECT_TRUE(launcher->commands.empty());
+        while (!ended) {
+            loop.until([&] { return ended || clock->sleepers() > 0; }, "the deadline");
+            if (!ended)
+                clock->advance(1.0);
+        }
+        EXPECT_EQ(outcome->mode, Mode::failed);
     }
-    EXPECT_EQ(outcome->mode, Mode::failed);
+}
+
+TEST_F(DaemonSupervisorTest, twoStartsAtOnceMakeOneChild) {
+    std::atomic<int> asked = 0;
+    std::promise<void> mayAnswer;
+    launcher->onVersion = [&, answered = mayAnswer.get_future().share()] {
+        ++asked;
+        answered.wait();
+    };
+    launcher->onLaunch = [this](ScriptedChild&) { answer(); };
+    make();
+    Outcome<DaemonSupervisor::Status> outcomes[2];
+    bool ended[2] = {false, false};
+    for (int i = 0; i < 2; ++i)
+        spawn(loop.executor(), "start", collect(supervisor->start(15.0), &outcomes[i], &ended[i]));
+    loop.until([&] { return asked == 2; }, "both questions");
+    mayAnswer.set_value();
+    loop.until([&] { return ended[0] && ended[1]; }, "both starts");
+    EXPECT_EQ(launcher->commands.size(), 1U);
+    for (auto& outcome : outcomes) {
+        EXPECT_EQ(outcome->mode, Mode::spawned);
+        EXPECT_EQ(outcome->childPid, 100);
+    }
+}
+
+TEST_F(DaemonSupervisorTest, nothingIsRestartedAfterAStop) {
+    spawnHealthy();
+    child().tellEnd(9);
+    loop.drain();
+    const auto stopDuring = [this](const std::function<void()>& reach, const std::function<void()>& goOn) {
+        Outcome<DaemonSupervisor::Status> outcome;
+        bool ended = false;
+        spawn(loop.executor(), "recover", collect(supervisor->recover(), &outcome, &ended));
+        reach();
+        loop.run(supervisor->stop());
+        goOn();
+        loop.until([&] { return ended; }, "the recovery to end");
+        EXPECT_EQ(outcome->restarts, 0);
+        EXPECT_EQ(clock->sleepers(), 0U);
+        EXPECT_EQ(launcher->commands.size(), 1U);
+    };
+    const auto gate = std::make_shared<FakeGate>();
+    daemon->on("/v1/health", FakeReply::failure("busy", "later", 503).heldBy(gate));
+    const auto looks = daemon->requests().size();
+    stopDuring([&] { loop.until([&] { return daemon->requests().size() > looks; }, "the look"); },
+        [&] { gate->open(); });
+    fallSilent();
+    stopDuring([&] { loop.until([&] { return clock->sleepers() > 0; }, "the back-off"); },
+        [&] { clock->advance(1.0); });
+    // A later start begins anew.
+    launcher->onLaunch = [this](ScriptedChild&) { answer(); };
+    EXPECT_EQ(finish(supervisor->start(15.0)).mode, Mode::spawned);
 }
 
 TEST_F(DaemonSupervisorTest, cancellationEndsTheWaitForAChildAndTheChild) {
