@@ -98,7 +98,7 @@ int replaceProcess(const DaemonLaunchPlan& plan) {
 void redirect(int descriptor, const std::string& path) {
     // Without O_NONBLOCK a pipe put in the file's place would hold this process for ever.
     const int flags = O_WRONLY | O_CREAT | O_APPEND | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
-    const Descriptor file(::open(path.c_str(), flags, 0600));
+    Descriptor file(::open(path.c_str(), flags, 0600));
     if (!file)
         return;
     struct stat info {};
@@ -106,6 +106,11 @@ void redirect(int descriptor, const std::string& path) {
         return;
     ::fchmod(file.get(), 0600);
     ::fcntl(file.get(), F_SETFL, O_APPEND);
+    if (file.get() == descriptor) {
+        // It was closed, so that the file took its number, and is to stay open across exec.
+        ::fcntl(file.release(), F_SETFD, 0);
+        return;
+    }
     ::dup2(file.get(), descriptor);
 }
 

@@ -204,6 +204,15 @@ TEST(HeadlessCommand, aStreamOnlyEverGoesToTheEndOfAPrivateRegularFile) {
     EXPECT_EQ(text(folder / "log"), "old new");
     EXPECT_EQ(mode(folder / "log"), 0600);
     EXPECT_EQ(text(folder / "before"), "1234");
+
+    // The file takes the number of a stream that is closed.
+    const int closed = ::open("/dev/null", O_RDONLY);
+    ::close(closed);
+    HeadlessCommand::redirect(closed, folder / "log");
+    Descriptor opened(closed);
+    EXPECT_EQ(::write(closed, "er", 2), 2);
+    EXPECT_EQ(text(folder / "log"), "old newer");
+    EXPECT_EQ(::fcntl(closed, F_GETFD), 0); // open across exec
 }
 
 } // namespace
