@@ -26,8 +26,12 @@ int connect(const Descriptor& socket, const std::string& path) {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     std::memcpy(address.sun_path, path.data(), path.size());
-    return ::connect(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 ? 0
-                                                                                                     : errno;
+    while (::connect(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+        // A signal ends the wait for a full backlog, and nothing has been begun by then.
+        if (errno != EINTR)
+            return errno;
+    }
+    return 0;
 }
 
 void setTimeout(const Descriptor& socket, double seconds) {

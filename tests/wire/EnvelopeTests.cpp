@@ -66,6 +66,10 @@ TEST(Envelope, aReplyIsARecordWhatTheDaemonSaidOrADecodingError) {
         {200, "[]", "? is not an object"},
         {204, "", "? is not valid JSON"},
         {200, R"({"ok":true,"data":{"name":"a"}} x)", "? is not valid JSON"},
+        {200, "{\"ok\":true,\"data\":{\"name\":\"\xFF\"}}", "? is not valid JSON"},
+        {200, "{\"ok\":true,\"data\":{\"name\":\"a\"},\"\xC3\":1}", "? is not valid JSON"},
+        {502, "{\"ok\":false,\"error\":{\"code\":\"busy\",\"message\":\"\xFF\"}}",
+            "internal: HTTP 502 (502)"},
     };
     for (const auto& row : rows)
         EXPECT_EQ(outcome(row.status, row.body), row.expected) << row.body;

@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <csignal>
 #include <cstring>
 #include <filesystem>
 #include <poll.h>
@@ -153,6 +154,25 @@ TEST(UnixSocketTransport, anExchangeFailsAtEveryStepInItsOwnWords) {
     EXPECT_EQ(openDescriptors(), before);
 }
 
+TEST(UnixSocketTransport, aSignalDoesNotFailAConnectThatWaits) {
+    struct sigaction ignored {};
+    ignored.sa_handler = [](int) {};
+    ::sigaction(SIGUSR1, &ignored, nullptr); // without SA_RESTART
+    const Listener full(0);
+    TestLoop loop;
+    const UnixSocketTransport transport(full.path, loop.pool());
+    const auto queued = transport.openSocket(soon); // a backlog of 0 holds one
+    std::string problem = "none yet";
+    std::thread waiting([&] { problem = said([&] { transport.openSocket(20); }); });
+    for (int i = 0; i < 50; ++i) {
+        ::pthread_kill(waiting.native_handle(), SIGUSR1);
+        std::this_thread::yield();
+    }
+    const Descriptor taken(::accept4(full.fd.get(), nullptr, nullptr, SOCK_CLOEXEC));
+    waiting.join();
+    EXPECT_EQ(problem, "");
+}
+
 TEST(UnixSocketTransport, aReplyThatStopsAnywhereIsMalformedOrTimesOut) {
     const std::string reply = "HTTP/1.1 200 OK\r\nContent-Length: 4\r\n\r\nbody";
     FakeDaemon daemon;
@@ -229,6 +249,19 @@ TEST(EventStream, everyEndOfAStreamIsToldApart) {
         dropping.join();
     }
     EXPECT_EQ(openDescriptors(), before);
+}
+
+TEST(EventStream, aStreamCutAnywhereIsAnOrdinaryEnd) {
+    const std::string reply = "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n"
+                              "9\r\ndata: \xC3\xA9\n\r\n1\r\n\n\r\n0\r\n\r\n";
+    const auto eventAt = reply.find("\n\r\n0") + 1;
+    for (std::size_t sent = 0; sent <= reply.size(); ++sent) {
+        FakeDaemon daemon;
+        daemon.on("/v1/stream", FakeReply::raw(reply.substr(0, sent)));
+        Followed stream(daemon);
+        EXPECT_EQ(stream.ended(), "returned") << sent;
+        EXPECT_EQ(stream.seen(), sent < eventAt ? "" : "message=\xC3\xA9;") << sent;
+    }
 }
 
 TEST(EventStream, cancellingABlockedReadReturnsNormallyAndCloses) {
