@@ -1,5 +1,8 @@
 #include "KelvadromeKit/support/JSON.h"
 
+#include "KelvadromeKit/support/Text.h"
+
+#include <algorithm>
 #include <cmath>
 
 namespace kelvadrome {
@@ -13,6 +16,29 @@ thread_local std::unique_ptr<simdjson::dom::parser> keptParser;
 
 std::string describe(const std::string& path, const std::string& problem) {
     return path.empty() ? problem : path + " " + problem;
+}
+
+/// The text with ".0" behind each integer beyond 64 bits, which the parser refuses: it then reads as a number of
+/// the wrong type at its own place, and spoils nothing elsewhere.
+std::string withWideIntegersAsReals(std::string_view text) {
+    std::string result;
+    for (std::size_t at = 0, end; at < text.size(); at = end) {
+        if (text[at] == '"') {
+            for (end = at + 1; end < text.size() && text[end] != '"'; ++end) {
+                if (text[end] == '\\') ++end;
+            }
+            end = std::min(end + 1, text.size());
+        } else {
+            end = std::min(text.find_first_not_of("-+.0123456789Ee", at), text.size());
+            end = std::max(end, at + 1);
+        }
+        const auto piece = text.substr(at, end - at);
+        result += piece;
+        const auto digits = piece.substr(piece.starts_with('-') ? 1 : 0);
+        const bool integer = !digits.empty() && digits.find_first_not_of("0123456789") == digits.npos;
+        if (integer && !Text::parseInteger(piece)) result += ".0";
+    }
+    return result;
 }
 
 template <class T>
@@ -120,7 +146,9 @@ BorrowedParser::~BorrowedParser() {
 JSONValue BorrowedParser::parse(std::string_view text, std::size_t readable) {
     const bool copied = readable < text.size() + simdjson::SIMDJSON_PADDING;
     simdjson::dom::element root;
-    if (const auto error = parser_->parse(text.data(), text.size(), copied).get(root)) {
+    auto error = parser_->parse(text.data(), text.size(), copied).get(root);
+    if (error == simdjson::NUMBER_ERROR) error = parser_->parse(withWideIntegersAsReals(text)).get(root);
+    if (error) {
         throw DecodingError("", std::string("is not valid JSON: ") + simdjson::error_message(error));
     }
     return JSONValue(root);

@@ -56,6 +56,24 @@ TEST(JSONReading, nullAndMissingReadAlikeAndOnlyLenientSwallowsAWrongType) {
     });
 }
 
+TEST(JSONReading, anIntegerBeyond64BitsIsAWrongTypeAtItsOwnPlaceOnly) {
+    const std::string text = R"({"wide":-99999999999999999999,"in":"\"99999999999999999999","list":[
+        18446744073709551616, 9223372036854775807],"after":1})";
+    readJSON(text, [](const JSONValue& root) {
+        const auto object = root.object();
+        EXPECT_FALSE(object.lenient<std::int64_t>("wide"));
+        EXPECT_EQ(object.required<double>("wide"), -1e20);
+        EXPECT_EQ(object.required<std::string>("in"), "\"99999999999999999999");
+        EXPECT_EQ(*JSONValue(object.find("list")->array().at(1)).integer(), INT64_MAX);
+        EXPECT_EQ(object.required<std::int64_t>("after"), 1);
+        return 0;
+    });
+    for (const auto* bad : {"[99999999999999999999,01]", "[99999999999999999999,-]", "99999999999999999999.",
+             "[99999999999999999999,\"cut"}) {
+        EXPECT_THROW(decodeJSON<std::vector<double>>(bad), DecodingError) << bad;
+    }
+}
+
 TEST(JSONReading, oneDocumentMayBeReadInsideAnother) {
     const auto sum = readJSON("[1]", [](const JSONValue& outer) {
         const auto inner = decodeJSON<std::int64_t>("41");

@@ -136,6 +136,9 @@ TEST(Records, aFullCardKeepsEveryValueAndASmallOneItsDefaults) {
     Card full{"c", 3, "k", "high", "held", "t", "a", "s", "p", "T", "b", {"x", "y"}, "x", false,
         std::vector<BatchRow>{{"q", "t", {}, "w"}}, "o", "h", std::map<std::string, std::string>{{"a", "b"}}};
     EXPECT_EQ(decodeJSON<Card>(shapes[0].full), full);
+    auto wrong = json::parse(shapes[0].full).as_object();
+    wrong["refs"].as_object()["b"] = 5;
+    EXPECT_EQ(said([&] { decodeJSON<Card>(json::serialize(wrong)); }), "refs.b is not a string");
 
     Card small;
     small.id = "c", small.version = 1, small.kind = "k", small.title = "T", small.openedAt = "o";
@@ -148,7 +151,8 @@ TEST(Records, aFullCardKeepsEveryValueAndASmallOneItsDefaults) {
 
 TEST(Records, aWatermarkIsTextHoweverItIsSent) {
     const std::pair<std::string, std::optional<std::string>> rows[] = {{"12.9", "12"}, {"-0.5", "0"},
-        {"7", "7"}, {"\"w-1\"", "w-1"}, {"\"\"", ""}, {"true", {}}, {"1e300", {}}, {"[]", {}}};
+        {"7", "7"}, {"\"w-1\"", "w-1"}, {"\"\"", ""}, {"true", {}}, {"1e300", {}},
+        {"100000000000000000000", {}}, {"[]", {}}};
     for (const auto& [sent, read] : rows) {
         EXPECT_EQ(decodeJSON<Health>("{\"watermark\":" + sent + "}").watermark, read) << sent;
     }
