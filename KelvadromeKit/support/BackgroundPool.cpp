@@ -1,5 +1,7 @@
 #include "KelvadromeKit/support/BackgroundPool.h"
 
+#include <system_error>
+
 namespace kelvadrome {
 
 BackgroundPool::~BackgroundPool() {
@@ -17,9 +19,20 @@ void BackgroundPool::post(std::function<void()> job) {
     {
         std::lock_guard guard(lock_);
         jobs_.push_back(std::move(job));
-        if (jobs_.size() > idle_) threads_.emplace_back([this] { work(); });
+        if (jobs_.size() > idle_) grow();
     }
     wake_.notify_one();
+}
+
+void BackgroundPool::grow() {
+    try {
+        threads_.emplace_back([this] { work(); });
+    } catch (const std::system_error&) {
+        // The system gives no more threads: the job waits for one of those that are there.
+        if (!threads_.empty()) return;
+        jobs_.pop_back();
+        throw;
+    }
 }
 
 void BackgroundPool::work() {

@@ -64,6 +64,7 @@ private:
         }
     }
 
+    void grow();
     void work();
 
     std::mutex lock_;

@@ -167,6 +167,8 @@ void move(const std::string& from, const std::string& to) {
         throwError(errno, from, "could not be moved");
     std::error_code failed;
     std::filesystem::copy_file(from, to, failed);
+    if (failed && failed != std::errc::file_exists)
+        ::unlink(to.c_str()); // half of it, perhaps
     if (failed)
         throwError(failed.value(), from, "could not be moved");
     if (::unlink(from.c_str()) == 0)

@@ -112,8 +112,10 @@ std::string_view trim(std::string_view text, Drop drop) {
         while (start > 0 && text.size() - start < 4 && (static_cast<unsigned char>(text[start]) & 0xC0) == 0x80) {
             --start;
         }
-        if (!drop(decodeOne(text.substr(start)).scalar)) break;
-        text.remove_suffix(text.size() - start);
+        const auto one = decodeOne(text.substr(start));
+        // Bytes behind the scalar are ill-formed, and no blank.
+        if (start + one.length < text.size() || !drop(one.scalar)) break;
+        text.remove_suffix(one.length);
     }
     return text;
 }

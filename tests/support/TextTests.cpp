@@ -45,6 +45,9 @@ TEST(Text, splittingTellsEmptyPiecesApart) {
 TEST(Text, trimsAndCases) {
     EXPECT_EQ(Text::trimBlanks(" \t a b\n\t "), "a b\n");
     EXPECT_EQ(Text::trimWhitespace("\u00A0\n a \u2003\r\n"), "a");
+    for (const std::string kept : {"a \x80\x80", "a\n\xFF", "\xE2\x82 b\xE2\x82"}) {
+        EXPECT_EQ(Text::trimWhitespace(" " + kept), kept); // bad bytes are no blanks
+    }
     EXPECT_EQ(Text::lowercased("ÄB"), "äb");
     EXPECT_EQ(Text::uppercasedFirst("éa B"), "Éa B");
     EXPECT_EQ(Text::uppercasedFirst(""), "");
