@@ -5,6 +5,7 @@
 #include "KelvadromeKit/daemon/HeadlessCommand.h"
 
 #include <algorithm>
+#include <csignal>
 #include <cstdio>
 #include <dlfcn.h>
 #include <optional>
@@ -77,7 +78,11 @@ std::optional<std::string> modulePath(const std::string& name) {
 
 std::optional<std::string> frontEnd(const std::vector<std::string>& arguments) {
     const auto environment = Files::processEnvironment();
-    const bool display = environment.contains("WAYLAND_DISPLAY") || environment.contains("DISPLAY");
+    const auto named = [&](const char* variable) {
+        const auto found = environment.find(variable);
+        return found != environment.end() && !found->second.empty();
+    };
+    const bool display = named("WAYLAND_DISPLAY") || named("DISPLAY");
     const bool terminal = std::ranges::find(arguments, "--terminal") != arguments.end();
     if (display && !terminal) {
         if (auto desktop = modulePath("desktop"))
@@ -99,6 +104,8 @@ int startFrontEnd(const std::string& path, int argc, char** argv) {
 } // namespace
 
 int main(int argc, char** argv) {
+    // Whoever started us may ignore it, and then no child's status would ever come back.
+    ::signal(SIGCHLD, SIG_DFL);
     const std::vector<std::string> arguments(argv, argv + argc);
     if (const auto status = HeadlessCommand::run(arguments, headlessWorld(arguments)))
         return *status;

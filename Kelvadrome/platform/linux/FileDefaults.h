@@ -28,7 +28,7 @@ public:
     std::optional<DefaultsValue> object(std::string_view key) const override;
     void set(std::string_view key, DefaultsValue value) override;
     void remove(std::string_view key) override;
-    /// Also takes in what other processes wrote, and waits for the disk.
+    /// Also takes in what other processes wrote. What it still had to write is on the disk when it returns.
     bool synchronize() override;
 
 private:

@@ -3,13 +3,18 @@
 #include "KelvadromeKit/support/Files.h"
 
 #include <filesystem>
+#include <string_view>
 #include <system_error>
 
 namespace kelvadrome {
 
 std::string executablePath() {
+    constexpr std::string_view mark = " (deleted)"; // the kernel's, once an update has replaced the file
     std::error_code failed;
-    return std::filesystem::read_symlink("/proc/self/exe", failed).string();
+    auto path = std::filesystem::read_symlink("/proc/self/exe", failed).string();
+    if (path.ends_with(mark) && !Files::exists(path))
+        path.resize(path.size() - mark.size());
+    return path;
 }
 
 std::optional<std::string> resourceDirectory(const std::string& executable) {

@@ -5,7 +5,7 @@
 
 namespace kelvadrome {
 
-/// This program's own file, links followed.
+/// This program's own file, links followed; where its new version lies once an update has replaced it.
 std::string executablePath();
 
 /// Where the daemon's files and Node are: "resources" beside the executable, else "../share/kelvadrome" of
