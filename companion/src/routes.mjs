@@ -46,7 +46,7 @@ function report(app, { body, session }) {
   return app.jobs.report(id, { outcome, reason: shortLine(body, 'reason', 1000), path: optional.string(body, 'path') ?? 'host' }, session);
 }
 
-function inbox(app) {
+function inbox(app, { body }) {
   const sessions = app.sessions.list(app.topics);
   const counts = {
     needs_you: app.cards.needsYouCount(),
@@ -56,6 +56,7 @@ function inbox(app) {
     // Answers that are known to have arrived: typed and reported, or handed to the one who waited.
     verified_today: app.receipts.countToday(['answer.typed', 'answer.handed']),
   };
+  if (optional.boolean(body, 'counts_only')) return { counts };
   return { counts, cards: app.cards.list(), sessions, topics: app.topics.board() };
 }
 

@@ -98,7 +98,7 @@ const rawGet = (world, path, cookie) => new Promise((done) => request({ host: '1
 test('the page is served with a strict policy, only to a session, and nothing beside it', async (t) => {
   const world = await World.open(t);
   const page = await world.login();
-  for (const path of ['/', '/topics/x', '/onboarding', '/app.js', '/style.css']) {
+  for (const path of ['/', '/topics/x', '/onboarding', '/app.js', '/css/base.css']) {
     assert.equal((await visit(world, path)).status, 401, path);
     const reply = await page.raw('GET', path);
     assert.equal(reply.status, 200, path);

@@ -1,96 +1,151 @@
 // The page: which section shows, when it reads anew, and how it moves.
-import { listen } from './api.js';
-import { h } from './dom.js';
-import { NAVIGATION, sectionOf } from './sections.js';
-import { offerToShell, tellShell } from './shell.js';
+import { post } from './lib/api.js';
+import { Stream } from './lib/stream.js';
+import { growOlder } from './lib/words.js';
+import { sectionOf } from './sections/index.js';
+import { Chrome } from './page/chrome.js';
+import { Banner, failure } from './page/banner.js';
+import { Inspector } from './page/inspector.js';
+import { listenToKeys } from './page/keys.js';
+import { scope } from './page/scope.js';
+import { offerToShell, setMode, tellShell } from './page/shell.js';
 
-const REFRESH_PAUSE_MS = 120;
+const PAUSE_MS = 120;
 const POLL_MS = 20_000;
+const AGE_MS = 15_000;
 const KEPT = ['shell', 'scope', 'mode'];
 
+const root = document.documentElement;
 const main = document.getElementById('main');
-const banner = document.getElementById('banner');
 const first = new URLSearchParams(location.search);
-if (first.get('shell') === 'native') document.documentElement.dataset.shell = 'native';
-document.documentElement.dataset.mode = first.get('mode') === 'expert' ? 'expert' : 'simple';
+let section = null;
+let latest = null;  // what the section showed last
+let needsYou = 0;
+let restoring = null;
 
-let generation = 0;
-let focusCard = null;
+const stream = new Stream({
+  onEvent: (name, data) => {
+    section?.onEvent?.(name, data);
+    refreshSoon();
+  },
+  onState: (connection) => {
+    banner.connection(connection);
+    chrome.showConnection(connection.state);
+    inspector.refresh();
+  },
+});
+const banner = new Banner(() => stream.retry());
+const chrome = new Chrome({ search: (words) => go(`/search?q=${encodeURIComponent(words)}`) });
+const inspector = new Inspector({ connection: () => stream.state });
 
-function notice(words) {
-  banner.textContent = words ?? '';
-  banner.hidden = !words;
+// A burst of events is read once: never two reads at a time, and a pause that grows with what a read costs.
+let timer = null;
+let reading = false;
+let again = false;
+let cost = 0;
+
+function refreshSoon() {
+  if (reading) again = true;
+  else timer ??= setTimeout(refresh, Math.max(PAUSE_MS, 2 * cost));
 }
 
-function showNavigation() {
-  const here = `/${location.pathname.split('/')[1]}`;
-  document.getElementById('nav').replaceChildren(...NAVIGATION.map(([path, name]) => h('a', { href: path, 'aria-current': path === here ? 'page' : null }, name)));
-}
-
-/** Reads what the section needs and shows it; a result that was overtaken by a later one is dropped. */
 async function refresh() {
-  const mine = ++generation;
-  const query = new URLSearchParams(location.search);
-  const path = location.pathname;
+  clearTimeout(timer);
+  timer = null;
+  if (reading) {
+    again = true;
+    return;
+  }
+  reading = true;
+  again = false;
+  const began = performance.now();
+  const mine = section;
   try {
-    const section = sectionOf(path);
-    const data = await section.load(path, query);
-    if (mine !== generation) return;
-    place(section.show(data, path, query).flat().filter(Boolean));
-    notice(null);
-    focusWanted();
+    const data = await mine.load();
+    if (mine === section) show(data);
+    if (!('counts' in (data ?? {}))) showCount((await post('/v1/inbox', { counts_only: true })).counts.needs_you);
   } catch (error) {
-    if (mine !== generation) return;
-    notice(error.code === 'unauthorized' ? 'This page session has ended. Open the page from Kelvadrome again.' : error.message);
+    // The stream's own words stand above while the daemon is away; what was shown stays.
+    if (mine === section && latest === null && error.code !== 'unreachable' && error.code !== 'unauthorized') main.replaceChildren(failure(error, refresh));
+  }
+  cost = performance.now() - began;
+  reading = false;
+  if (again || mine !== section) refreshSoon();
+}
+
+function show(data) {
+  if (latest === null) main.replaceChildren(section.element);
+  latest = data;
+  const told = section.update(data);
+  if (told) showCount(told.needsYou);
+  showTitle();
+  inspector.refresh(new Map((data.cards ?? []).map((card) => [card.id, card])));
+  if (restoring !== null) scrollTo(0, restoring);
+  restoring = null;
+}
+
+function showCount(n) {
+  needsYou = n;
+  chrome.showCount(n);
+  showTitle();
+}
+
+function showTitle() {
+  document.title = `${needsYou > 0 ? `(${needsYou}) ` : ''}${section.title} – kelvadrome`;
+}
+
+function addressOf(route) {
+  try {
+    return new URL(route, location.origin);
+  } catch {
+    return null;
   }
 }
 
-/** Puts the elements into the page without moving those that are there already, so that focus and typed words stay. */
-function place(elements) {
-  const kept = new Set(elements);
-  for (const child of [...main.childNodes]) if (!kept.has(child)) child.remove();
-  elements.forEach((element, index) => {
-    if (main.children[index] !== element) main.insertBefore(element, main.children[index] ?? null);
-  });
-}
-
-function focusWanted() {
-  const card = focusCard && document.getElementById(focusCard);
-  if (!card) return;
-  focusCard = null;
-  card.scrollIntoView({ block: 'center' });
-  card.focus();
-}
-
-let timer = null;
-const refreshSoon = () => { timer ??= setTimeout(() => { timer = null; refresh(); }, REFRESH_PAUSE_MS); };
-
 /** Shows a route of this page ("/topics", "/?card=..."). False when there is no such section. */
-function go(route, { record = true } = {}) {
-  const url = new URL(route, location.origin);
-  if (url.origin !== location.origin || !sectionOf(url.pathname)) return false;
-  focusCard = url.searchParams.get('card');
+function go(route, { record = true, focus = true } = {}) {
+  const url = addressOf(route);
+  const found = url?.origin === location.origin ? sectionOf(url.pathname) : null;
+  if (!found) return false;
   for (const name of KEPT) if (first.has(name) && !url.searchParams.has(name)) url.searchParams.set(name, first.get(name));
-  if (record) history.pushState(null, '', url);
-  showNavigation();
+  if (record) {
+    history.replaceState({ scroll: scrollY }, '');
+    history.pushState(null, '', url);
+  }
+  root.dataset.section = found.name || 'inbox';
+  section = new found.Section(url.searchParams, found.id, { reload: refresh, go });
+  latest = null;
+  chrome.showRoute(url.pathname, url.searchParams);
   tellShell({ type: 'route', route: url.pathname });
+  showTitle();
+  restoring = record ? 0 : history.state?.scroll ?? null;
+  if (focus) main.focus({ preventScroll: true });
   refresh();
   return true;
 }
 
 document.addEventListener('click', (event) => {
   const link = event.target.closest('a');
-  if (!link || event.ctrlKey || event.metaKey || event.shiftKey || link.origin !== location.origin) return;
+  if (!link || event.defaultPrevented || event.ctrlKey || event.metaKey || event.shiftKey || link.origin !== location.origin || link.hash) return;
   if (go(link.pathname + link.search)) event.preventDefault();
 });
-document.getElementById('search').addEventListener('submit', (event) => {
-  event.preventDefault();
-  go(`/search?q=${encodeURIComponent(new FormData(event.target).get('q'))}`);
-});
-window.addEventListener('popstate', () => go(location.pathname + location.search, { record: false }));
+addEventListener('popstate', () => go(location.pathname + location.search, { record: false }));
+addEventListener('kd-setup', () => showSetup());
+scope.onChange = () => { if (latest) show(latest); };
 
-offerToShell({ go, notice });
-listen(refreshSoon, (open) => { if (!open) refreshSoon(); });
+/** The line that leads back to a setup that was not finished; the shell has one of its own. */
+function showSetup() {
+  post('/v1/onboarding/status').then((status) => { chrome.setup.hidden = status.completed !== false; }, () => {});
+}
+
+history.scrollRestoration = 'manual';
+scope.set(first.get('scope') ?? 'all');
+offerToShell({ go, section: () => section });
+listenToKeys({ search: () => chrome.field.focus() });
+go(location.pathname + location.search, { record: false, focus: false });
+stream.open();
 setInterval(refreshSoon, POLL_MS);
-go(location.pathname + location.search, { record: false });
+setInterval(() => growOlder(), AGE_MS);
+showSetup();
+setMode(root.dataset.mode);
 tellShell({ type: 'ready' });

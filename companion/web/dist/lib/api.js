@@ -1,0 +1,49 @@
+// Calls to the daemon, with the token that only this page may read.
+const TIMEOUT_MS = 10_000;
+let csrf = null;
+
+export class ApiError extends Error {
+  constructor(code, message) {
+    super(message);
+    this.code = code;
+  }
+}
+
+async function call(method, path, body) {
+  const headers = { ...(body ? { 'Content-Type': 'application/json' } : {}), ...(csrf ? { 'x-kd-csrf': csrf } : {}) };
+  const stop = new AbortController();
+  const timer = setTimeout(() => stop.abort(), TIMEOUT_MS);
+  let reply;
+  try {
+    const response = await fetch(path, { method, headers, body: body && JSON.stringify(body), signal: stop.signal });
+    reply = await response.json();
+  } catch {
+    throw new ApiError('unreachable', 'The daemon does not answer. Nothing was sent; your words stay here.');
+  } finally {
+    clearTimeout(timer);
+  }
+  if (!reply.ok) throw new ApiError(reply.error?.code ?? 'internal', reply.error?.message ?? 'The daemon gave no reason.');
+  return reply.data;
+}
+
+/** Who this page is to the daemon; throws "unauthorized" when its session has ended. */
+export async function me() {
+  const data = await call('GET', '/v1/page/me');
+  csrf = data.csrf;
+  return data;
+}
+
+export const health = () => call('GET', '/v1/health');
+
+export async function post(path, body = {}) {
+  if (csrf === null) await me();
+  try {
+    return await call('POST', path, body);
+  } catch (error) {
+    // The shell logged in anew meanwhile and the browser sends its new cookie: the token of the old one is refused,
+    // which changed nothing, so it is asked for once more.
+    if (error.code !== 'forbidden') throw error;
+    await me();
+    return call('POST', path, body);
+  }
+}
