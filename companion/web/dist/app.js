@@ -65,8 +65,8 @@ async function refresh() {
     if (mine === section) show(data);
     if (!('counts' in (data ?? {}))) showCount((await post('/v1/inbox', { counts_only: true })).counts.needs_you);
   } catch (error) {
-    // The stream's own words stand above while the daemon is away; what was shown stays.
-    if (mine === section && latest === null && error.code !== 'unreachable' && error.code !== 'unauthorized') main.replaceChildren(failure(error, refresh));
+    // What a section has shown stays, with the words of the stream above it; one that has shown nothing says why.
+    if (mine === section && latest === null) main.replaceChildren(failure(error, refresh));
   }
   cost = performance.now() - began;
   reading = false;
