@@ -1,0 +1,32 @@
+#include "Kelvadrome/gtk/web/PageStack.h"
+
+#include "Kelvadrome/gtk/web/GLibPointers.h"
+
+namespace kelvadrome {
+
+PageStack::PageStack(Gtk::Widget& page, std::function<void()> tryAgain)
+    : status_(ADW_STATUS_PAGE(adw_status_page_new())) {
+    stack_.add(page, "page");
+    adw_status_page_set_icon_name(status_, "dialog-warning-symbolic");
+    again_.set_halign(Gtk::Align::CENTER);
+    again_.add_css_class("pill");
+    again_.add_css_class("suggested-action");
+    again_.signal_clicked().connect(std::move(tryAgain));
+    adw_status_page_set_child(status_, GTK_WIDGET(again_.gobj()));
+    stack_.add(*Glib::wrap(GTK_WIDGET(status_)), "trouble");
+}
+
+void PageStack::showPage() {
+    trouble_.reset();
+    stack_.set_visible_child("page");
+}
+
+void PageStack::showTrouble(const std::string& title, const std::string& words) {
+    trouble_ = words;
+    adw_status_page_set_title(status_, title.c_str());
+    const GText markup(g_markup_escape_text(words.c_str(), -1));
+    adw_status_page_set_description(status_, markup.get());
+    stack_.set_visible_child("trouble");
+}
+
+} // namespace kelvadrome

@@ -1,0 +1,28 @@
+#pragma once
+
+#include "KelvadromeKit/support/Clock.h"
+#include "KelvadromeKit/support/Task.h"
+
+#include <memory>
+#include <string>
+#include <webkit/webkit.h>
+
+/// A web view set up for the daemon's page, and WebKit's slow calls as tasks. GLib's main loop only.
+namespace kelvadrome::PageView {
+
+/// No cookie or cache reaches the disk; the user agent is the one by which the page knows this shell; the
+/// page's own row of scopes is hidden; swipes go back and forward, pinches don't zoom.
+std::shared_ptr<WebKitWebView> make();
+
+/// Puts the cookies of a Set-Cookie header into the view's store; one that can't be read changes nothing.
+/// Gives up after 10 seconds.
+Task<> placeCookie(
+    std::shared_ptr<WebKitWebView> view, std::shared_ptr<Clock> clock, std::string header, std::string base);
+
+/// Whether a script's result is the boolean true. A script that fails, or takes over 10 seconds, gives false.
+Task<bool> evaluate(std::shared_ptr<WebKitWebView> view, std::shared_ptr<Clock> clock, std::string script);
+
+/// The machine can render without a GPU only in the older way; `folder` is where the GPUs are.
+bool hasGPU(const std::string& folder = "/dev/dri");
+
+} // namespace kelvadrome::PageView
