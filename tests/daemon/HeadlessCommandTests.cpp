@@ -167,6 +167,14 @@ TEST(HeadlessCommand, aLogThatIsALinkIsNotFollowedAndTheDaemonStartsAllTheSame) 
     EXPECT_EQ(text(command.item.folder / "old"), "out\n");
 }
 
+TEST(HeadlessCommand, withoutAPlaceForLogsAndDataTheDaemonStartsAllTheSame) {
+    Command command;
+    command.installNode("#!/bin/sh\necho out\nexit 7\n");
+    std::ofstream(command.item.folder / "home") << "in the way";
+    EXPECT_EQ(command.execInChild(command.item.folder / "old"), 7);
+    EXPECT_EQ(text(command.item.folder / "old"), "out\n");
+}
+
 TEST(HeadlessCommand, whatKeepsTheDaemonFromStartingIsInTheExitStatus) {
     Command none;
     EXPECT_EQ(none.run({"--kelvadromed"}), 78);
