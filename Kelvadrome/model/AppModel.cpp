@@ -1,5 +1,7 @@
 #include "Kelvadrome/model/AppModel.h"
 
+#include "KelvadromeKit/onboarding/FirstRun.h"
+
 namespace kelvadrome {
 
 namespace {
@@ -133,8 +135,8 @@ Task<> AppModel::decideFirstRun() {
     }
     if (tasks_.closed())
         co_return;
-    const bool completed = !answer || answer->completed != false;
-    if (completed && !d_.flags.onboarding) {
+    const auto completed = answer ? answer->completed : std::nullopt;
+    if (FirstRun::decide(completed, d_.flags.onboarding) == FirstRun::Decision::main) {
         openMainWindow();
     } else {
         d_.screen->orderOutMain();
