@@ -180,7 +180,8 @@ bool FileDefaults::write(bool durable) {
     }
 }
 
-/// Empty for a file that isn't there, or was damaged and is now kept aside. Throws std::system_error.
+/// Empty for a file that isn't there. One that is damaged is kept aside, and what was last read of it is
+/// written anew. Throws std::system_error.
 boost::json::object FileDefaults::readFile() {
     const auto text = Files::read(path_, largestFile);
     if (!text) {
@@ -193,7 +194,9 @@ boost::json::object FileDefaults::readFile() {
     if (!failed && parsed.is_object())
         return parsed.get_object();
     keepAside(failed ? failed.message() : "not an object");
-    return {};
+    if (!values_.empty())
+        Files::replace(path_, boost::json::serialize(values_) + "\n", 0600, false);
+    return values_;
 }
 
 void FileDefaults::keepAside(const std::string& why) {
@@ -201,8 +204,8 @@ void FileDefaults::keepAside(const std::string& why) {
     for (int number = 1; Files::exists(aside); ++number)
         aside = fmt::format("{}.damaged-{}", path_, number);
     Files::move(path_, aside);
-    tell(fmt::format(
-        "{} is damaged ({}). It was kept as {}, and the settings start anew.", path_, why, aside));
+    tell(fmt::format("{} is damaged ({}). It was kept as {}, and the settings {}.", path_, why, aside,
+        values_.empty() ? "start anew" : "of this run go on"));
 }
 
 void FileDefaults::tell(const std::string& words) {

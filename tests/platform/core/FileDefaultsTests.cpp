@@ -126,6 +126,20 @@ TEST_F(FileDefaultsTest, aDamagedFileIsKeptAsideAndToldOnce) {
     EXPECT_EQ(Files::read(path + ".damaged-1", 100), "[1]");
 }
 
+TEST_F(FileDefaultsTest, aFileThatIsDamagedMeanwhileCostsNoSetting) {
+    write(R"({"a":1,"list":[2]})");
+    auto defaults = open();
+    write("{\"a\":1,\"li");
+    EXPECT_TRUE(defaults.synchronize());
+    EXPECT_EQ(text(), "{\"a\":1,\"list\":[2]}\n");
+    EXPECT_EQ(defaults.object("a"), DefaultsValue(std::int64_t(1)));
+    defaults.set("b", true);
+    EXPECT_EQ(text(), "{\"a\":1,\"list\":[2],\"b\":true}\n");
+    EXPECT_EQ(Files::read(path + ".damaged", 100), "{\"a\":1,\"li");
+    ASSERT_EQ(log.size(), 1U);
+    EXPECT_THAT(log[0], HasSubstr("the settings of this run go on"));
+}
+
 TEST_F(FileDefaultsTest, whatCannotBeWrittenStaysInMemoryUntilItCan) {
     std::ofstream(folder / "config") << "in the way";
     auto defaults = open();
