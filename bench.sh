@@ -6,9 +6,9 @@ cd "$(dirname "$0")"
 
 scripts/install-packages packaging/apt-packages.txt bench/apt-packages.txt
 scripts/build release
-cmake -S . -B build/bench -G Ninja -DCMAKE_BUILD_TYPE=Release -DKELVADROME_BENCH=ON -DBUILD_TESTING=OFF \
-    >build/configure-bench.log 2>&1 || { cat build/configure-bench.log >&2; exit 1; }
-cmake --build build/bench --target bench_wire bench_delivery
+cmake --preset release -DKELVADROME_BENCH=ON >build/configure-bench.log 2>&1 ||
+    { cat build/configure-bench.log >&2; exit 1; }
+cmake --build build/release --target bench_wire bench_delivery
 
 peers=$PWD/build/bench-peers data=$PWD/build/bench-data
 bin=$PWD/build/release/bin node=$bin/resources/node/bin/node
@@ -22,8 +22,8 @@ rm -rf "$results"
 mkdir -p "$results"
 export KELVADROME_BENCH_DATA=$data
 repeat=(--benchmark_format=json --benchmark_repetitions=5 --benchmark_report_aggregates_only=true)
-build/bench/bin/bench_wire "${repeat[@]}" >"$results/wire.json" 2>/dev/null
-build/bench/bin/bench_delivery "${repeat[@]}" >"$results/delivery.json" 2>/dev/null
+"$bin"/bench_wire "${repeat[@]}" >"$results/wire.json" 2>/dev/null
+"$bin"/bench_delivery "${repeat[@]}" >"$results/delivery.json" 2>/dev/null
 "$node" bench/drivers/json-parse.mjs "$data" 1000 10000 100000 >"$results/json-parse.lines"
 "$node" bench/drivers/event-stream.mjs "$peers" >"$results/event-stream.lines"
 "$node" bench/drivers/panel.mjs "$bin" >"$results/panel.lines"
