@@ -117,6 +117,10 @@ std::optional<JSONValue> JSONObject::find(std::string_view key) const {
     return std::nullopt;
 }
 
+std::string JSONObject::text() const {
+    return simdjson::minify(object_);
+}
+
 std::string JSONDecoder<std::string>::decode(const JSONValue& value) {
     return std::string(orWrongType(value.string(), "is not a string"));
 }

@@ -107,6 +107,9 @@ public:
         }
     }
 
+    /// The object as JSON, to keep it for longer than the document lives.
+    std::string text() const;
+
     simdjson::dom::object::iterator begin() const { return object_.begin(); }
     simdjson::dom::object::iterator end() const { return object_.end(); }
 

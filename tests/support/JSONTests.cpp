@@ -82,3 +82,9 @@ TEST(JSONReading, oneDocumentMayBeReadInsideAnother) {
     });
     EXPECT_EQ(sum, 42);
 }
+
+TEST(JSONReading, anObjectCanBeKeptAsText) {
+    const std::string text = R"({"a":[1,{"b":"x\"\n\u00fc"}],"c":null,"d":-2.5})";
+    const auto kept = readJSON(text, [](const JSONValue& root) { return root.object().text(); });
+    EXPECT_EQ(kept, R"({"a":[1,{"b":"x\"\nü"}],"c":null,"d":-2.5})");
+}
