@@ -62,24 +62,31 @@ bool holdsEdge(const AppState& state, const AgentsStatus::Session& session) {
 }
 
 std::vector<Card> panelCards(const AppState& state, WallTime now) {
-    auto cards = InboxLogic::needingYou(state.cards);
-    std::erase_if(cards, [&](const Card& card) {
+    // By address, since only the first few of perhaps thousands are copied.
+    std::vector<const Card*> shown;
+    for (const auto& card : state.cards) {
         const auto later = state.later.find(card.id);
         const auto hiddenUntil = later == state.later.end() ? distantPast : later->second;
-        return !(hiddenUntil < now) && !state.holds.contains(card.id);
-    });
+        if (InboxLogic::needsYou(card) && (hiddenUntil < now || state.holds.contains(card.id)))
+            shown.push_back(&card);
+    }
+    std::ranges::stable_sort(
+        shown, [](const Card* left, const Card* right) { return InboxLogic::goesBefore(*left, *right); });
 
     std::vector<const PanelHold*> holds;
     for (const auto& [id, hold] : state.holds)
         holds.push_back(&hold);
     std::ranges::stable_sort(holds, {}, &PanelHold::until);
     for (const auto* hold : holds) {
-        const bool shown = std::ranges::find(cards, hold->card.id, &Card::id) != cards.end();
-        if (!shown)
-            cards.insert(cards.begin(), hold->card);
+        if (std::ranges::find(shown, hold->card.id, &Card::id) == shown.end())
+            shown.insert(shown.begin(), &hold->card);
     }
-    if (cards.size() > panelRows)
-        cards.resize(panelRows);
+    std::vector<Card> cards;
+    for (const auto* card : shown) {
+        if (cards.size() == panelRows)
+            break;
+        cards.push_back(*card);
+    }
     return cards;
 }
 

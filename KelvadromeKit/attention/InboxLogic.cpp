@@ -8,7 +8,7 @@
 #include <algorithm>
 #include <array>
 #include <set>
-#include <tuple>
+#include <utility>
 
 namespace kelvadrome::InboxLogic {
 
@@ -130,10 +130,13 @@ bool needsYou(const Card& card) {
     return isNeedsYouKind(card.kind) && isLiveState(card.state);
 }
 
+bool goesBefore(const Card& left, const Card& right) {
+    const auto rank = [](const Card& card) { return std::pair(card.risk != "high", !card.blocking); };
+    return rank(left) < rank(right);
+}
+
 std::vector<Card> ordered(std::vector<Card> cards) {
-    const auto rank = [](const Card& card) { return std::tuple(card.risk != "high", !card.blocking); };
-    std::stable_sort(
-        cards.begin(), cards.end(), [&](const Card& a, const Card& b) { return rank(a) < rank(b); });
+    std::stable_sort(cards.begin(), cards.end(), goesBefore);
     return cards;
 }
 
@@ -286,11 +289,17 @@ std::string statusWord(
 }
 
 std::vector<AgentsStatus::Session> sessionsFromCards(const std::vector<Card>& cards) {
+    std::vector<const Card*> live;
+    for (const auto& card : cards) {
+        if (isLiveState(card.state) && card.agent)
+            live.push_back(&card);
+    }
+    std::ranges::stable_sort(
+        live, [](const Card* left, const Card* right) { return goesBefore(*left, *right); });
     std::vector<AgentsStatus::Session> sessions;
     std::set<std::string> seen;
-    for (const auto& card : ordered(cards)) {
-        if (!isLiveState(card.state) || !card.agent)
-            continue;
+    for (const auto* const one : live) {
+        const auto& card = *one;
         if (!seen.insert(*card.agent + ":" + card.sessionId.value_or("")).second)
             continue;
         AgentsStatus::Session session;

@@ -27,7 +27,9 @@ bool isNeedsYouKind(std::string_view kind);
 bool isLiveState(std::string_view state);
 
 bool needsYou(const Card& card);
-/// High risk first, then blocking, then the daemon's order.
+/// High risk first, then blocking; of two that tie neither goes before the other.
+bool goesBefore(const Card& left, const Card& right);
+/// By `goesBefore`, then in the daemon's order.
 std::vector<Card> ordered(std::vector<Card> cards);
 /// `ordered` of those that need the user.
 std::vector<Card> needingYou(const std::vector<Card>& cards);
