@@ -371,10 +371,14 @@ std::vector<StyledLine> help(int columns) {
         {"Esc", "close the link"}, {"r", "try again"}, {"f", "finish setup"}, {"b", "background permission"},
         {"PgUp PgDn", "scroll"}, {"^L", "draw again"}, {"q", "quit (also Ctrl-C)"}}};
     std::vector<StyledLine> lines;
+    constexpr int keyColumns = 11;
     for (const auto& item : all) {
-        const auto pad = std::string(static_cast<std::size_t>(11 - TerminalText::width(item.key)), ' ');
-        lines.push_back(cut(
-            {{"  ", Style::plain}, {item.key + pad, Style::accent}, {item.words, Style::plain}}, columns));
+        std::string key = item.key;
+        for (auto& words : TerminalText::wrap(item.words, columns - gutter - keyColumns)) {
+            key.append(static_cast<std::size_t>(keyColumns - TerminalText::width(key)), ' ');
+            lines.push_back({{"  ", Style::plain}, {std::exchange(key, {}), Style::accent},
+                {std::move(words), Style::plain}});
+        }
     }
     return lines;
 }
