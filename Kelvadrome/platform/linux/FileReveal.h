@@ -1,0 +1,30 @@
+#pragma once
+
+#include "Kelvadrome/platform/linux/SessionBus.h"
+
+#include <memory>
+#include <string>
+
+namespace kelvadrome {
+
+/// Shows a file in the user's file manager, selected where the file manager can do that. Main thread.
+class FileReveal {
+public:
+    explicit FileReveal(
+        std::shared_ptr<SessionBus> bus, int limit = 10'000); // milliseconds, for each attempt
+    ~FileReveal();
+    FileReveal(const FileReveal&) = delete;
+    FileReveal& operator=(const FileReveal&) = delete;
+
+    /// Returns at once. `path` is absolute. Where no file manager answers on the bus, its folder is opened.
+    void reveal(const std::string& path);
+
+private:
+    void openThroughPortal(const std::string& path);
+
+    std::shared_ptr<SessionBus> bus_;
+    const int limit_;
+    std::shared_ptr<void> life_ = std::make_shared<bool>();
+};
+
+} // namespace kelvadrome

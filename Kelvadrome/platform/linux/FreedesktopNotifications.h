@@ -1,0 +1,75 @@
+#pragma once
+
+#include "Kelvadrome/model/Notifier.h"
+#include "Kelvadrome/platform/linux/SessionBus.h"
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <set>
+#include <string>
+
+namespace kelvadrome {
+
+/// Notifications through org.freedesktop.Notifications. A press on the body opens as the button does, since
+/// some servers show no buttons. Servers come and go; what an earlier one showed is forgotten with it.
+/// Main thread.
+class FreedesktopNotifications final : public NotificationCenter,
+                                       public std::enable_shared_from_this<FreedesktopNotifications> {
+public:
+    static std::shared_ptr<FreedesktopNotifications> make(
+        std::shared_ptr<SessionBus> bus, int limit = SessionBus::defaultLimit);
+
+    /// False without a session bus.
+    bool acceptsThisProcess() override;
+    void setOpened(std::function<void()> opened) override { opened_ = std::move(opened); }
+    void registerCategory(Category category) override;
+    /// Whether a server answers, or could be started. Never throws.
+    Task<bool> requestAuthorization() override;
+    /// A request with the identifier of one that is shown replaces it. Throws when no server takes it.
+    Task<> add(NotificationRequest request) override;
+
+    /// Takes back what this object posted; one that is under way isn't left standing either.
+    void withdraw(const std::string& identifier);
+    void withdrawThread(const std::string& thread);
+
+    /// Called before `opened`, with what lets a window come to the front.
+    std::function<void(std::string)> onActivationToken;
+    /// Called when a server appears (true) or goes.
+    std::function<void(bool)> onServer;
+
+private:
+    struct Posted {
+        std::string thread;
+        std::uint32_t id = 0; // 0 while the server hasn't taken it
+        bool withdrawn = false;
+        std::string activationToken = {};
+    };
+    using Capabilities = std::set<std::string>;
+
+    FreedesktopNotifications(std::shared_ptr<SessionBus> bus, int limit);
+    void listen();
+    void serverChanged(const std::string& owner);
+    void invoked(std::uint32_t id, const std::string& action);
+    void taken(const std::string& identifier, GVariant* reply);
+    bool knowsAction(const std::string& action) const;
+    Task<std::optional<Capabilities>> capabilities(SessionBus::Start start);
+    Task<bool> couldBeStarted();
+    GVariant* arguments(
+        const NotificationRequest& request, const Capabilities& server, std::uint32_t replaces) const;
+    GVariant* actions(const NotificationRequest& request, const Capabilities& server) const;
+    std::map<std::string, Posted>::iterator find(std::uint32_t id);
+    Task<std::shared_ptr<GVariant>> ask(SessionBus::Peer peer, std::string method,
+        std::shared_ptr<GVariant> arguments, std::string replyType, SessionBus::Start start);
+
+    const std::shared_ptr<SessionBus> bus_;
+    const int limit_; // milliseconds
+    std::function<void()> opened_;
+    std::map<std::string, Category> categories_;
+    std::map<std::string, Posted> posted_;     // by identifier
+    std::string server_;                       // its connection; empty when there is none
+    std::optional<Capabilities> capabilities_; // of that server
+    std::vector<Subscription> listening_;
+};
+
+} // namespace kelvadrome
