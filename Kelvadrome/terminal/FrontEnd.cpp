@@ -1,21 +1,9 @@
-#include "Kelvadrome/model/AppModel.h"
-#include "Kelvadrome/model/DeliverService.h"
+#include "Kelvadrome/hub/LocalHub.h"
 #include "Kelvadrome/model/Notifier.h"
-#include "Kelvadrome/platform/linux/CurlHTTP.h"
-#include "Kelvadrome/platform/linux/FileDefaults.h"
-#include "Kelvadrome/platform/linux/LaunchctlEffects.h"
-#include "Kelvadrome/platform/linux/LogindLock.h"
-#include "Kelvadrome/platform/linux/PosixChild.h"
 #include "Kelvadrome/platform/linux/PosixSpawn.h"
-#include "Kelvadrome/platform/linux/Resources.h"
-#include "Kelvadrome/platform/linux/SecretServiceStore.h"
 #include "Kelvadrome/terminal/TerminalHost.h"
 #include "Kelvadrome/terminal/TerminalLog.h"
 #include "Kelvadrome/terminal/TerminalPanel.h"
-#include "KelvadromeKit/delivery/ProcessRunner.h"
-#include "KelvadromeKit/delivery/SystemHostAccess.h"
-#include "KelvadromeKit/page/MintLogin.h"
-#include "KelvadromeKit/page/PageKey.h"
 #include "KelvadromeKit/support/Log.h"
 
 #include <boost/asio/io_context.hpp>
@@ -45,36 +33,24 @@ void openInBrowser(const EnvironmentMap& environment, const std::string& url) {
     }
 }
 
-/// The login item, where this run may manage it: with the standard home and the daemon's files in place.
-std::optional<BackgroundService> backgroundService(
-    const DaemonEnvironment& env, const EnvironmentMap& environment) {
-    if (env.home != DaemonEnvironment::defaultHome() || !env.resources)
-        return std::nullopt;
-    const auto systemctl = systemSystemctl();
-    return BackgroundService{.service = std::make_shared<SystemdAgentService>(systemctl, executablePath(),
-                                 SystemdAgentService::standardFolder(environment)),
-        .legacy = LegacyLaunchAgent::inHome(Files::userHome()),
-        .storageRoot = env.home,
-        .effects = BackgroundService::Effects::live(linuxLaunchctl(systemProgram(), systemctl)),
-        .build = KELVADROME_VERSION};
-}
-
 /// Everything of one run, in the order in which it is made; it ends in the reverse one.
 class TerminalApplication {
 public:
     explicit TerminalApplication(const std::vector<std::string>& arguments)
-        : environment_(Files::processEnvironment()),
-          defaults_(std::make_shared<FileDefaults>(FileDefaults::standardPath(environment_), arguments)),
-          flags_(DebugFlags::current(*defaults_)),
-          env_(DaemonEnvironment::resolveHome(flags_.home, environment_), flags_.port,
-              resourceDirectory(executablePath())),
-          client_(env_.socketPath(), pool_) {
+        : hub_(
+              arguments, context_.get_executor(), pool_,
+              [this](std::string title, std::string text, std::string button) {
+                  return tellOfForeignKey(
+                      host_, board_, display_, std::move(title), std::move(text), std::move(button));
+              },
+              std::make_shared<NoApps>()),
+          display_(hub_.environment.contains("DISPLAY") || hub_.environment.contains("WAYLAND_DISPLAY")) {
         makePage();
         makeModel();
-        panel_ = std::make_shared<TerminalPanel>(TerminalPanel::Dependencies{.executor = executor_,
-            .clock = clock_,
+        panel_ = std::make_shared<TerminalPanel>(TerminalPanel::Dependencies{.executor = hub_.executor,
+            .clock = hub_.clock,
             .model = model_,
-            .client = client_,
+            .client = hub_.client,
             .screen = &screen_,
             .board = board_,
             .host = host_,
@@ -98,28 +74,20 @@ public:
 
 private:
     void makePage() {
-        const bool display = environment_.contains("DISPLAY") || environment_.contains("WAYLAND_DISPLAY");
         std::function<void(std::string)> openURL;
-        if (display) {
+        if (display_) {
             openURL = [this](std::string url) {
-                pool_.post(
-                    [environment = environment_, url = std::move(url)] { openInBrowser(environment, url); });
+                pool_.post([environment = hub_.environment, url = std::move(url)] {
+                    openInBrowser(environment, url);
+                });
             };
         }
-        auto store = std::make_shared<MachineSecretStore>(
-            std::string(PageKey::service), PageKey::account(env_.home), std::string(PageKey::label));
-        const auto mint = mintLogin(client_, store, env_.home, pool_, executor_,
-            [this, display](std::string title, std::string text, std::string button) {
-                return tellOfForeignKey(
-                    host_, board_, display, std::move(title), std::move(text), std::move(button));
-            });
-        session_ = std::make_shared<PageSession>(executor_, std::make_shared<CurlHTTP>(pool_), mint);
-        page_ = std::make_shared<TerminalPage>(TerminalPage::Dependencies{.executor = executor_,
-            .clock = clock_,
+        page_ = std::make_shared<TerminalPage>(TerminalPage::Dependencies{.executor = hub_.executor,
+            .clock = hub_.clock,
             .board = board_,
-            .mint = mint,
+            .mint = hub_.mint,
             .openURL = openURL,
-            .remote = environment_.contains("SSH_CONNECTION")});
+            .remote = hub_.environment.contains("SSH_CONNECTION")});
         host_ = std::make_shared<TerminalHost>(TerminalHost::Dependencies{
             .screen = &screen_, .board = board_, .page = page_, .openURL = openURL});
     }
@@ -136,42 +104,13 @@ private:
     }
 
     void makeModel() {
-        const SystemHostAccess access(
-            {.check = {}, .request = {}, .screenLocked = [this] { return lock_.screenLocked(); }});
-        const auto automation = std::make_shared<AutomationPrompter>(
-            executor_, access.automation(), std::make_shared<DefaultsFlags>(defaults_));
-        const auto home = Files::userHome();
-        deliver_ = std::make_shared<DeliverService>(DeliverService::Dependencies{.executor = executor_,
-            .clock = clock_,
-            .session = session_,
-            .live = LiveExecutor{.runner = std::make_shared<ProcessRunner>(pool_, environment_),
-                .bins = LiveExecutor::findBins(home),
-                .clock = clock_,
-                .home = home},
-            .prompter = automation,
-            .probe = access.probe(),
-            .apps = std::make_shared<NoApps>()});
-        const auto supervisor = std::make_shared<DaemonSupervisor>(env_, client_,
-            DaemonSupervisor::World{executor_, &pool_, clock_, std::make_shared<PosixChildLauncher>()},
-            environment_);
-        const auto notifier = std::make_shared<Notifier>(executor_, std::make_shared<TerminalBell>(screen_));
-        model_ = AppModel::make({.executor = executor_,
-            .pool = &pool_,
-            .clock = clock_,
-            .defaults = defaults_,
-            .flags = flags_,
-            .env = env_,
-            .supervisor = supervisor,
-            .client = client_,
-            .session = session_,
-            .background = backgroundService(env_, environment_),
-            .web = page_,
-            .screen = host_,
-            .notifier = notifier,
-            .automation = automation,
-            .relay = nullptr,
-            .voice = nullptr,
-            .startDelivery = [deliver = deliver_] { deliver->start(); }});
+        const auto notifier =
+            std::make_shared<Notifier>(hub_.executor, std::make_shared<TerminalBell>(screen_));
+        auto parts = hub_.modelDependencies();
+        parts.web = page_;
+        parts.screen = host_;
+        parts.notifier = notifier;
+        model_ = AppModel::make(std::move(parts));
         notifier->onOpen = [weak = std::weak_ptr(model_)] {
             if (const auto model = weak.lock())
                 model->openFirstNeedingYou();
@@ -182,35 +121,27 @@ private:
         if (std::exchange(quitting_, true))
             return;
         ::alarm(longestEnd);
-        spawn(executor_, "quit", end(this));
+        spawn(hub_.executor, "quit", end(this));
     }
 
     static Task<> end(TerminalApplication* self) {
         self->panel_->farewell("Stopping");
         self->panel_->stop();
         self->page_->close();
-        self->deliver_->stop();
+        self->hub_.deliver->stop();
         co_await self->model_->stop();
-        self->defaults_->synchronize();
+        self->hub_.defaults->synchronize();
         self->ended_ = true;
     }
 
     asio::io_context context_{1};
-    const Executor executor_ = context_.get_executor();
     BackgroundPool pool_; // after the loop: its jobs post to the loop until they are joined
-    const std::shared_ptr<SystemClock> clock_ = std::make_shared<SystemClock>();
-    const LogindLock lock_;
-    const EnvironmentMap environment_;
-    const std::shared_ptr<FileDefaults> defaults_;
-    const DebugFlags flags_;
-    const DaemonEnvironment env_;
-    const DaemonClient client_;
+    LocalHub hub_;
+    const bool display_;
     TerminalScreen screen_;
     const std::shared_ptr<PanelBoard> board_ = std::make_shared<PanelBoard>();
-    std::shared_ptr<PageSession> session_;
     std::shared_ptr<TerminalPage> page_;
     std::shared_ptr<TerminalHost> host_;
-    std::shared_ptr<DeliverService> deliver_;
     std::shared_ptr<AppModel> model_;
     std::shared_ptr<TerminalPanel> panel_;
     bool quitting_ = false;

@@ -23,6 +23,12 @@ std::optional<NavSection> navSectionFromRawValue(std::string_view text) {
     return std::nullopt;
 }
 
+std::string title(NavSection section) {
+    std::string text(rawValue(section));
+    text.front() = static_cast<char>(text.front() - 'a' + 'A');
+    return text;
+}
+
 std::string path(NavSection section) {
     return section == NavSection::inbox ? "/" : "/" + std::string(rawValue(section));
 }

@@ -15,6 +15,7 @@ inline constexpr std::array allNavSections = {NavSection::inbox, NavSection::top
 
 std::string_view rawValue(NavSection section); // the enumerator's name
 std::optional<NavSection> navSectionFromRawValue(std::string_view text);
+std::string title(NavSection section); // as a person reads it: "Inbox"
 /// The page's path: "/" for the inbox, otherwise "/" and the raw value.
 std::string path(NavSection section);
 

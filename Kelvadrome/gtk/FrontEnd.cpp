@@ -1,0 +1,206 @@
+#include "Kelvadrome/gtk/DesktopScreen.h"
+#include "Kelvadrome/gtk/MainLoop.h"
+#include "Kelvadrome/gtk/Menu.h"
+#include "Kelvadrome/gtk/PanelWindow.h"
+#include "Kelvadrome/gtk/Theme.h"
+#include "Kelvadrome/gtk/web/WebPane.h"
+#include "Kelvadrome/hub/LocalHub.h"
+#include "Kelvadrome/model/AppLifecycle.h"
+#include "Kelvadrome/model/NativeActions.h"
+#include "Kelvadrome/model/Notifier.h"
+
+#include <adwaita.h>
+#include <csignal>
+#include <cstdio>
+#include <glib-unix.h>
+#include <gtkmm/application.h>
+
+namespace kelvadrome {
+
+namespace {
+
+constexpr const char* applicationId = "com.kelvadrome.mac";
+constexpr double drainLimit = 3; // seconds for what was cancelled to end
+
+/// Everything of one run, in the order in which it is made; it ends in the reverse one.
+class DesktopApplication {
+public:
+    explicit DesktopApplication(const std::vector<std::string>& arguments)
+        : arguments_(arguments), hub_(
+                                     arguments, loop_.executor(), pool_,
+                                     [this](std::string title, std::string text, std::string button) {
+                                         return screen_->criticalAlert(
+                                             std::move(title), std::move(text), std::move(button));
+                                     },
+                                     nullptr) {
+        // Runs on another home are not the running instance's business.
+        const auto flags = Gio::Application::Flags::HANDLES_OPEN |
+                           (hub_.flags.home ? Gio::Application::Flags::NON_UNIQUE : Gio::Application::Flags::NONE);
+        application_ = Gtk::Application::create(applicationId, flags);
+        application_->signal_startup().connect([this] { startUp(); });
+        application_->signal_activate().connect([this] { activated(); });
+        application_->signal_open().connect(
+            [this](const Gio::Application::type_vec_files& files, const Glib::ustring&) { opened(files); });
+    }
+
+    int run() {
+        std::vector<char*> words{arguments_.front().data()};
+        for (auto& argument : arguments_) {
+            if (argument.find("://") != std::string::npos)
+                words.push_back(argument.data());
+        }
+        const int status = application_->run(static_cast<int>(words.size()), words.data());
+        loop_.runUntil([] { return false; }, model_ ? 0.2 : 0);
+        return status;
+    }
+
+private:
+    void startUp() {
+        adw_init();
+        Theme::install();
+        application_->hold(); // closing the last window ends nothing
+        makeModel();
+        makeWindows();
+        model_->applyAppearance();
+        model_->start();
+        window_->show(model_->state());
+        for (const int signal : {SIGTERM, SIGINT, SIGHUP}) {
+            g_unix_signal_add(
+                signal,
+                [](gpointer self) -> gboolean {
+                    static_cast<DesktopApplication*>(self)->quit();
+                    return G_SOURCE_CONTINUE;
+                },
+                this);
+        }
+    }
+
+    void makeModel() {
+        page_ = WebPane::make({.executor = hub_.executor,
+            .clock = hub_.clock,
+            .openURL = [screen = screen_](std::string url) { screen->openURL(std::move(url)); }});
+        auto parts = hub_.modelDependencies();
+        parts.web = page_;
+        parts.screen = screen_;
+        const auto notifier = std::make_shared<Notifier>(hub_.executor, center_);
+        parts.notifier = notifier;
+        model_ = AppModel::make(std::move(parts));
+        const std::weak_ptr<AppModel> weak = model_;
+        notifier->onOpen = [weak] {
+            if (const auto model = weak.lock())
+                model->openFirstNeedingYou();
+        };
+        page_->onMessage = [weak](const std::string& type, const JSONObject& body) {
+            if (const auto model = weak.lock())
+                NativeActions::handle(type, body, *model);
+        };
+        lifecycle_ = std::make_unique<AppLifecycle>(
+            model_, hub_.client, [screen = screen_](AppLifecycle::QuitQuestion question) {
+                return screen->confirm(std::move(question.text), std::move(question.detail),
+                    std::move(question.quit), std::move(question.keepRunning));
+            });
+    }
+
+    void makeWindows() {
+        window_ = std::make_unique<MainWindow>(model_, page_->widget(), hub_.defaults);
+        panel_ = std::make_unique<PanelWindow>(model_, hub_.clock,
+            PanelView::Effects{.openSettings = [this] { openSettings(); },
+                .openLoginItems = [this] { openSettings(); },
+                .done = {}});
+        strip_ = std::make_unique<AgentStripWindow>([this] { model_->openFirstNeedingYou(); });
+        application_->add_window(*window_);
+        application_->add_window(*panel_);
+        application_->add_window(*strip_);
+        screen_->attach(window_.get(), strip_.get(), {});
+        menu_ = std::make_unique<Menu>(*application_, model_);
+        addAction("settings", "<Control>comma", [this] { openSettings(); });
+        addAction("panel", "<Control>p", [this] { panel_->toggle(std::nullopt); });
+        addAction("search", "<Control>f", [this] { window_->focusSearch(); });
+        addAction("quit", "<Control>q", [this] { quit(); });
+        watching_ = model_->observe([this] { changed(); });
+    }
+
+    void addAction(const char* name, const char* key, std::function<void()> run) {
+        application_->add_action(name, std::move(run));
+        application_->set_accel_for_action(std::string("app.") + name, key);
+    }
+
+    void changed() {
+        const auto& state = model_->state();
+        window_->show(state);
+        panel_->refresh();
+        menu_->show(state);
+    }
+
+    void activated() {
+        if (!std::exchange(launched_, true)) {
+            window_->set_visible(true);
+            if (!hub_.flags.quietWindows)
+                window_->present();
+            return;
+        }
+        model_->reopen();
+    }
+
+    void opened(const Gio::Application::type_vec_files& files) {
+        launched_ = true;
+        for (const auto& file : files) model_->handleOpenURL(file->get_uri());
+    }
+
+    void openSettings() {}
+
+    void quit() {
+        if (!std::exchange(quitting_, true))
+            spawn(hub_.executor, "quit", end(this));
+    }
+
+    static Task<> end(DesktopApplication* self) {
+        const bool ends = co_await self->lifecycle_->shouldTerminate();
+        self->quitting_ = ends;
+        if (!ends)
+            co_return;
+        self->watching_.cancel();
+        self->hub_.deliver->stop();
+        self->hub_.defaults->synchronize();
+        self->screen_->forget();
+        self->application_->quit();
+    }
+
+    std::vector<std::string> arguments_;
+    MainLoop loop_;
+    BackgroundPool pool_; // after the loop: its jobs post to the loop until they are joined
+    const std::shared_ptr<DesktopScreen> screen_ = std::make_shared<DesktopScreen>(DesktopScreen::Desktop{});
+    LocalHub hub_;
+    Glib::RefPtr<Gtk::Application> application_;
+    std::shared_ptr<NotificationCenter> center_;
+    std::shared_ptr<WebPane> page_;
+    std::shared_ptr<AppModel> model_;
+    std::unique_ptr<AppLifecycle> lifecycle_;
+    std::unique_ptr<MainWindow> window_;
+    std::unique_ptr<PanelWindow> panel_;
+    std::unique_ptr<AgentStripWindow> strip_;
+    std::unique_ptr<Menu> menu_;
+    Subscription watching_;
+    bool launched_ = false;
+    bool quitting_ = false;
+};
+
+int runDesktop(const std::vector<std::string>& arguments) {
+    WebPane::prepareProcess();
+    ::signal(SIGPIPE, SIG_IGN);
+    try {
+        return DesktopApplication(arguments).run();
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "kelvadrome: %s\n", error.what());
+        return 2;
+    }
+}
+
+} // namespace
+
+} // namespace kelvadrome
+
+/// What `main` looks up in this module.
+extern "C" __attribute__((visibility("default"))) int kelvadromeRunFrontEnd(int argc, char** argv) {
+    return kelvadrome::runDesktop({argv, argv + argc});
+}

@@ -1,0 +1,70 @@
+#include "Kelvadrome/gtk/PanelWindow.h"
+
+#include "Kelvadrome/gtk/WindowHints.h"
+
+#include <gtkmm/eventcontrollerkey.h>
+#include <gtkmm/shortcutcontroller.h>
+
+namespace kelvadrome {
+
+namespace {
+
+constexpr int width = 380;
+constexpr int tallest = 640;
+
+} // namespace
+
+PanelWindow::PanelWindow(std::shared_ptr<AppModel> model, std::shared_ptr<Clock> clock, PanelView::Effects effects)
+    : view_(std::move(model), std::move(clock), [&] {
+          auto all = std::move(effects);
+          all.done = [this] { set_visible(false); };
+          return all;
+      }()) {
+    set_title("kelvadrome");
+    set_name("panel");
+    set_decorated(false);
+    set_resizable(false);
+    set_hide_on_close(true);
+    add_css_class("panel-window");
+    scroller_.set_policy(Gtk::PolicyType::NEVER, Gtk::PolicyType::AUTOMATIC);
+    scroller_.set_propagate_natural_height(true);
+    scroller_.set_max_content_height(tallest);
+    scroller_.set_size_request(width, -1);
+    scroller_.set_child(view_);
+    set_child(scroller_);
+
+    const auto keys = Gtk::EventControllerKey::create();
+    keys->signal_key_pressed().connect(
+        [this](guint key, guint, Gdk::ModifierType) {
+            if (key != GDK_KEY_Escape)
+                return false;
+            set_visible(false);
+            return true;
+        },
+        false);
+    add_controller(keys);
+    property_is_active().signal_changed().connect([this] {
+        if (!is_active() && get_visible())
+            set_visible(false);
+    });
+    signal_map().connect([this] {
+        WindowHints::panel(*this, place_);
+        view_.setShown(true);
+    });
+    signal_hide().connect([this] { view_.setShown(false); });
+}
+
+void PanelWindow::toggle(std::optional<std::pair<int, int>> place) {
+    if (get_visible()) {
+        set_visible(false);
+    } else {
+        open(place);
+    }
+}
+
+void PanelWindow::open(std::optional<std::pair<int, int>> place) {
+    place_ = place;
+    present();
+}
+
+} // namespace kelvadrome

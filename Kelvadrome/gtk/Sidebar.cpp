@@ -1,0 +1,147 @@
+#include "Kelvadrome/gtk/Sidebar.h"
+
+#include "Kelvadrome/gtk/AccessibleName.h"
+#include "KelvadromeKit/attention/InboxLogic.h"
+
+#include <algorithm>
+
+namespace kelvadrome {
+
+namespace {
+
+std::string count(std::int64_t number) {
+    return number > 0 ? std::to_string(number) : std::string();
+}
+
+std::string sectionCount(NavSection section, const AppState& state) {
+    switch (section) {
+    case NavSection::inbox:
+        return count(needsYouCount(state));
+    case NavSection::topics:
+        return count(state.topicCount);
+    case NavSection::receipts:
+        return count(state.receiptsToday);
+    case NavSection::agents:
+        return count(static_cast<std::int64_t>(agentRows(state).size()));
+    default:
+        return {};
+    }
+}
+
+Gtk::Label* label(const std::string& text, const char* style) {
+    auto* const made = Gtk::make_managed<Gtk::Label>(text);
+    made->set_xalign(0);
+    made->set_ellipsize(Pango::EllipsizeMode::END);
+    if (*style)
+        made->add_css_class(style);
+    return made;
+}
+
+Gtk::Widget* content(const std::string& title, const std::string& detail, const std::string& count,
+    const std::string& lamp) {
+    auto* const box = Gtk::make_managed<Gtk::Box>(Gtk::Orientation::HORIZONTAL, 8);
+    if (!lamp.empty()) {
+        auto* const dot = Gtk::make_managed<Gtk::Box>();
+        dot->add_css_class("lamp");
+        dot->add_css_class(lamp);
+        dot->set_valign(Gtk::Align::CENTER);
+        box->append(*dot);
+    }
+    auto* const texts = Gtk::make_managed<Gtk::Box>(Gtk::Orientation::VERTICAL);
+    texts->set_hexpand(true);
+    texts->append(*label(title, ""));
+    if (!detail.empty())
+        texts->append(*label(detail, "sidebar-detail"));
+    box->append(*texts);
+    if (!count.empty())
+        box->append(*label(count, "count"));
+    return box;
+}
+
+} // namespace
+
+Sidebar::Sidebar(std::shared_ptr<AppModel> model) : model_(std::move(model)) {
+    set_policy(Gtk::PolicyType::NEVER, Gtk::PolicyType::AUTOMATIC);
+    set_size_request(220, -1);
+    list_.add_css_class("navigation-sidebar");
+    list_.set_selection_mode(Gtk::SelectionMode::SINGLE);
+    list_.signal_row_activated().connect([this](Gtk::ListBoxRow* row) { activate(row->get_index()); });
+    list_.set_header_func([this](Gtk::ListBoxRow* row, Gtk::ListBoxRow*) {
+        const auto& shown = shown_.at(static_cast<std::size_t>(row->get_index()));
+        if (shown.group.empty()) {
+            row->unset_header();
+        } else {
+            row->set_header(*label(shown.group, "sidebar-heading"));
+        }
+    });
+    set_child(list_);
+}
+
+std::vector<Sidebar::Row> Sidebar::rows(const AppState& state) {
+    std::vector<Row> rows;
+    for (const auto section : allNavSections) {
+        rows.push_back({SidebarItem::Section{section}, title(section), {}, sectionCount(section, state), {}, {}});
+    }
+    bool first = true;
+    for (const auto& session : agentRows(state)) {
+        const auto lamp = InboxLogic::lamp(session.status, session.detail);
+        rows.push_back({SidebarItem::Agent{session.agent + ":" + session.sessionId},
+            InboxLogic::agentDisplay(session.agent, session.label),
+            session.detail.value_or(InboxLogic::statusWord(session.status, false, false, std::nullopt)), {},
+            std::string(rawValue(lamp)), std::exchange(first, false) ? "Agents" : ""});
+    }
+    first = true;
+    for (const auto& pilot : state.agents ? state.agents->autopilot : std::vector<AgentsStatus::Autopilot>()) {
+        rows.push_back({SidebarItem::Autopilot{pilot.scope + ":" + pilot.actionClass},
+            pilot.label.value_or(InboxLogic::humanize(pilot.actionClass)),
+            std::string(rawValue(InboxLogic::annunciator(pilot.level))), {}, {},
+            std::exchange(first, false) ? "Autopilot" : ""});
+    }
+    return rows;
+}
+
+void Sidebar::show(const AppState& state) {
+    auto fresh = rows(state);
+    if (fresh != shown_) {
+        shown_ = std::move(fresh);
+        rebuild();
+    }
+    select(state);
+}
+
+void Sidebar::rebuild() {
+    while (auto* const row = list_.get_row_at_index(0)) list_.remove(*row);
+    for (const auto& shown : shown_) {
+        auto* const row = Gtk::make_managed<Gtk::ListBoxRow>();
+        row->set_child(*content(shown.title, shown.detail, shown.count, shown.lamp));
+        std::string name = shown.title;
+        for (const auto& more : {shown.count, shown.detail})
+            name += more.empty() ? "" : ", " + more;
+        setAccessibleName(*row, name);
+        list_.append(*row);
+    }
+    list_.invalidate_headers();
+}
+
+void Sidebar::select(const AppState& state) {
+    const auto found = std::ranges::find(
+        shown_, SidebarItem::Value(SidebarItem::Section{state.section}), &Row::item);
+    auto* const row =
+        found == shown_.end() ? nullptr : list_.get_row_at_index(static_cast<int>(found - shown_.begin()));
+    if (row && list_.get_selected_row() != row)
+        list_.select_row(*row);
+}
+
+void Sidebar::activate(int index) {
+    if (index < 0 || static_cast<std::size_t>(index) >= shown_.size())
+        return;
+    const auto item = shown_[static_cast<std::size_t>(index)].item;
+    if (const auto* const section = std::get_if<SidebarItem::Section>(&item)) {
+        model_->open(section->section, std::nullopt);
+    } else {
+        model_->open(std::holds_alternative<SidebarItem::Agent>(item) ? NavSection::agents : NavSection::autopilot,
+            std::nullopt);
+    }
+}
+
+} // namespace kelvadrome

@@ -1,0 +1,47 @@
+#include "Kelvadrome/gtk/Theme.h"
+
+#include <adwaita.h>
+
+namespace kelvadrome::Theme {
+
+namespace {
+
+constexpr const char* sheet = R"css(
+.panel { padding: 18px; }
+.panel-window, .strip-window { border-radius: 12px; }
+.panel .card { padding: 12px; }
+.panel .card.high-risk { box-shadow: inset 4px 0 @error_color, 0 0 0 1px alpha(currentColor, .12); }
+.panel .summary { font-weight: 600; }
+.panel .caption, .sidebar-detail, .fact-name { font-size: smaller; opacity: .75; }
+.panel .empty { padding: 18px 0; }
+.panel progressbar > trough, .panel progressbar > trough > progress { min-height: 4px; }
+
+.lamp { min-width: 10px; min-height: 10px; border-radius: 5px; background: alpha(currentColor, .3); }
+.lamp.needsYou { background: @warning_color; }
+.lamp.working { background: @success_color; }
+.lamp.waiting { background: @accent_color; }
+
+.sidebar-heading { font-weight: 700; font-size: smaller; opacity: .75; padding: 18px 14px 6px; }
+.count { font-size: smaller; font-weight: 700; padding: 2px 8px; border-radius: 10px; background: alpha(currentColor, .1); }
+.inspector .log { font-family: monospace; font-size: smaller; }
+.strip-window button { padding: 4px 12px; }
+)css";
+
+} // namespace
+
+void install() {
+    auto* const provider = gtk_css_provider_new();
+    gtk_css_provider_load_from_data(provider, sheet, -1);
+    gtk_style_context_add_provider_for_display(
+        gdk_display_get_default(), GTK_STYLE_PROVIDER(provider), GTK_STYLE_PROVIDER_PRIORITY_APPLICATION);
+    g_object_unref(provider);
+}
+
+void apply(Appearance appearance) {
+    adw_style_manager_set_color_scheme(adw_style_manager_get_default(),
+        appearance == Appearance::dark    ? ADW_COLOR_SCHEME_FORCE_DARK
+        : appearance == Appearance::light ? ADW_COLOR_SCHEME_FORCE_LIGHT
+                                          : ADW_COLOR_SCHEME_DEFAULT);
+}
+
+} // namespace kelvadrome::Theme

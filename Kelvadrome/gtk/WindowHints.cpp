@@ -1,0 +1,137 @@
+#include "Kelvadrome/gtk/WindowHints.h"
+
+#include <algorithm>
+#include <gdk/x11/gdkx.h>
+#include <initializer_list>
+
+namespace kelvadrome::WindowHints {
+
+namespace {
+
+constexpr int edge = 8;
+
+struct Area {
+    long x = 0, y = 0, width = 0, height = 0; // device pixels
+};
+
+/// An X11 window of ours. Absent on another display system, and before the window is realised.
+struct XWindow {
+    Display* display;
+    Window id;
+    int scale;
+    int width, height; // device pixels
+};
+
+std::optional<XWindow> xWindow(Gtk::Window& window) {
+    auto* const surface = gtk_native_get_surface(GTK_NATIVE(window.gobj()));
+    if (!surface || !GDK_IS_X11_SURFACE(surface))
+        return std::nullopt;
+    const int scale = gdk_surface_get_scale_factor(surface);
+    return XWindow{gdk_x11_display_get_xdisplay(gdk_surface_get_display(surface)), gdk_x11_surface_get_xid(surface),
+        scale, gdk_surface_get_width(surface) * scale, gdk_surface_get_height(surface) * scale};
+}
+
+Atom atom(const XWindow& window, const char* name) {
+    return XInternAtom(window.display, name, False);
+}
+
+/// Asks the window manager to add or remove states; before the window is mapped nobody listens.
+void setState(const XWindow& window, bool add, std::initializer_list<const char*> names) {
+    for (const auto* name : names) {
+        XEvent event{};
+        event.xclient.type = ClientMessage;
+        event.xclient.window = window.id;
+        event.xclient.message_type = atom(window, "_NET_WM_STATE");
+        event.xclient.format = 32;
+        event.xclient.data.l[0] = add ? 1 : 0;
+        event.xclient.data.l[1] = static_cast<long>(atom(window, name));
+        event.xclient.data.l[3] = 1; // an ordinary application
+        XSendEvent(window.display, DefaultRootWindow(window.display), False,
+            SubstructureRedirectMask | SubstructureNotifyMask, &event);
+    }
+}
+
+void setDesktop(const XWindow& window, long desktop) {
+    XEvent event{};
+    event.xclient.type = ClientMessage;
+    event.xclient.window = window.id;
+    event.xclient.message_type = atom(window, "_NET_WM_DESKTOP");
+    event.xclient.format = 32;
+    event.xclient.data.l[0] = desktop;
+    event.xclient.data.l[1] = 1;
+    XSendEvent(window.display, DefaultRootWindow(window.display), False,
+        SubstructureRedirectMask | SubstructureNotifyMask, &event);
+}
+
+constexpr long everyDesktop = 0xFFFFFFFF;
+
+/// The part of the first screen that panels and docks leave free.
+Area workArea(const XWindow& window) {
+    const int screen = DefaultScreen(window.display);
+    Area area{0, 0, DisplayWidth(window.display, screen), DisplayHeight(window.display, screen)};
+    if (auto* const monitor = gdk_x11_display_get_primary_monitor(gdk_display_get_default())) {
+        GdkRectangle whole;
+        gdk_monitor_get_geometry(monitor, &whole);
+        area = {whole.x * window.scale, whole.y * window.scale, whole.width * window.scale,
+            whole.height * window.scale};
+        GdkRectangle free;
+        gdk_x11_monitor_get_workarea(monitor, &free);
+        if (free.width > 0 && free.height > 0) {
+            area = {free.x * window.scale, free.y * window.scale, free.width * window.scale,
+                free.height * window.scale};
+        }
+    }
+    return area;
+}
+
+void moveTo(const XWindow& window, long x, long y) {
+    XMoveWindow(window.display, window.id, static_cast<int>(x), static_cast<int>(y));
+    XFlush(window.display);
+}
+
+} // namespace
+
+void panel(Gtk::Window& window, std::optional<std::pair<int, int>> place) {
+    const auto x11 = xWindow(window);
+    if (!x11)
+        return;
+    setState(*x11, true, {"_NET_WM_STATE_SKIP_TASKBAR", "_NET_WM_STATE_SKIP_PAGER", "_NET_WM_STATE_ABOVE"});
+    const auto area = workArea(*x11);
+    const long right = area.x + area.width - x11->width - edge;
+    long x = right, y = area.y + edge;
+    if (place) {
+        x = std::clamp<long>(place->first - x11->width / 2, area.x + edge, std::max(area.x + edge, right));
+        // Below an item at the top of the screen, above one at its foot.
+        const bool below = place->second < area.y + area.height / 2;
+        y = below ? std::max<long>(place->second + edge, area.y + edge)
+                  : std::min<long>(place->second, area.y + area.height) - x11->height - edge;
+    }
+    moveTo(*x11, x, std::max(y, area.y));
+}
+
+void strip(Gtk::Window& window) {
+    const auto x11 = xWindow(window);
+    if (!x11)
+        return;
+    XWMHints hints{};
+    hints.flags = InputHint;
+    hints.input = False;
+    XSetWMHints(x11->display, x11->id, &hints);
+    setState(*x11, true,
+        {"_NET_WM_STATE_ABOVE", "_NET_WM_STATE_STICKY", "_NET_WM_STATE_SKIP_TASKBAR", "_NET_WM_STATE_SKIP_PAGER"});
+    setDesktop(*x11, everyDesktop);
+    const auto area = workArea(*x11);
+    moveTo(*x11, std::max(area.x, area.x + area.width - 300L * x11->scale), area.y + 56L * x11->scale);
+}
+
+bool canPlace() {
+    auto* const display = gdk_display_get_default();
+    return display && GDK_IS_X11_DISPLAY(display);
+}
+
+void skipTaskbar(Gtk::Window& window, bool skip) {
+    if (const auto x11 = xWindow(window))
+        setState(*x11, skip, {"_NET_WM_STATE_SKIP_TASKBAR", "_NET_WM_STATE_SKIP_PAGER"});
+}
+
+} // namespace kelvadrome::WindowHints

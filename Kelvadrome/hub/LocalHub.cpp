@@ -1,0 +1,82 @@
+#include "Kelvadrome/hub/LocalHub.h"
+
+#include "Kelvadrome/platform/linux/CurlHTTP.h"
+#include "Kelvadrome/platform/linux/LaunchctlEffects.h"
+#include "Kelvadrome/platform/linux/PosixChild.h"
+#include "Kelvadrome/platform/linux/Resources.h"
+#include "Kelvadrome/platform/linux/SystemdAgentService.h"
+#include "KelvadromeKit/delivery/ProcessRunner.h"
+#include "KelvadromeKit/delivery/SystemHostAccess.h"
+#include "KelvadromeKit/page/PageKey.h"
+
+namespace kelvadrome {
+
+namespace {
+
+/// The login item, where this run may manage it: with the standard home and the daemon's files in place.
+std::optional<BackgroundService> backgroundService(
+    const DaemonEnvironment& env, const EnvironmentMap& environment) {
+    if (env.home != DaemonEnvironment::defaultHome() || !env.resources)
+        return std::nullopt;
+    const auto systemctl = systemSystemctl();
+    return BackgroundService{.service = std::make_shared<SystemdAgentService>(systemctl, executablePath(),
+                                 SystemdAgentService::standardFolder(environment)),
+        .legacy = LegacyLaunchAgent::inHome(Files::userHome()),
+        .storageRoot = env.home,
+        .effects = BackgroundService::Effects::live(linuxLaunchctl(systemProgram(), systemctl)),
+        .build = KELVADROME_VERSION};
+}
+
+SystemHostAccess hostAccess(const LogindLock& lock) {
+    return SystemHostAccess({.check = {}, .request = {}, .screenLocked = [&lock] { return lock.screenLocked(); }});
+}
+
+} // namespace
+
+LocalHub::LocalHub(const std::vector<std::string>& arguments, Executor on, BackgroundPool& threads,
+    CriticalAlert alert, std::shared_ptr<RunningApps> apps)
+    : executor(std::move(on)), pool(threads), environment(Files::processEnvironment()),
+      defaults(std::make_shared<FileDefaults>(FileDefaults::standardPath(environment), arguments)),
+      flags(DebugFlags::current(*defaults)),
+      env(DaemonEnvironment::resolveHome(flags.home, environment), flags.port,
+          resourceDirectory(executablePath())),
+      client(env.socketPath(), pool),
+      pageKey(std::make_shared<MachineSecretStore>(
+          std::string(PageKey::service), PageKey::account(env.home), std::string(PageKey::label))),
+      mint(mintLogin(client, pageKey, env.home, pool, executor, std::move(alert))),
+      session(std::make_shared<PageSession>(executor, std::make_shared<CurlHTTP>(pool), mint)),
+      automation(std::make_shared<AutomationPrompter>(
+          executor, hostAccess(lock).automation(), std::make_shared<DefaultsFlags>(defaults))),
+      deliver(std::make_shared<DeliverService>(DeliverService::Dependencies{.executor = executor,
+          .clock = clock,
+          .session = session,
+          .live = LiveExecutor{.runner = std::make_shared<ProcessRunner>(pool, environment),
+              .bins = LiveExecutor::findBins(Files::userHome()),
+              .clock = clock,
+              .home = Files::userHome()},
+          .prompter = automation,
+          .probe = hostAccess(lock).probe(),
+          .apps = std::move(apps)})) {}
+
+AppModel::Dependencies LocalHub::modelDependencies() const {
+    return {.executor = executor,
+        .pool = &pool,
+        .clock = clock,
+        .defaults = defaults,
+        .flags = flags,
+        .env = env,
+        .supervisor = std::make_shared<DaemonSupervisor>(env, client,
+            DaemonSupervisor::World{executor, &pool, clock, std::make_shared<PosixChildLauncher>()}, environment),
+        .client = client,
+        .session = session,
+        .background = backgroundService(env, environment),
+        .web = nullptr,
+        .screen = nullptr,
+        .notifier = nullptr,
+        .automation = automation,
+        .relay = nullptr,
+        .voice = nullptr,
+        .startDelivery = [deliver = deliver] { deliver->start(); }};
+}
+
+} // namespace kelvadrome

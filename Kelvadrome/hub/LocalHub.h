@@ -1,0 +1,44 @@
+#pragma once
+
+#include "Kelvadrome/model/AppModel.h"
+#include "Kelvadrome/model/DeliverService.h"
+#include "Kelvadrome/platform/linux/FileDefaults.h"
+#include "Kelvadrome/platform/linux/LogindLock.h"
+#include "Kelvadrome/platform/linux/SecretServiceStore.h"
+#include "KelvadromeKit/page/MintLogin.h"
+
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace kelvadrome {
+
+/// What every front end of this machine is built on, in the order in which it is made: settings, the daemon's
+/// place and client, the page session, the delivery and the supervisor. A front end adds its windows and makes
+/// the model. Main executor; outlives the model.
+class LocalHub {
+public:
+    /// `pool` outlives the hub. `alert` shows a critical message once the front end stands.
+    LocalHub(const std::vector<std::string>& arguments, Executor executor, BackgroundPool& pool,
+        CriticalAlert alert, std::shared_ptr<RunningApps> apps);
+
+    /// The model's dependencies but for `web`, `screen` and `notifier`.
+    AppModel::Dependencies modelDependencies() const;
+
+    const Executor executor;
+    BackgroundPool& pool;
+    const std::shared_ptr<Clock> clock = std::make_shared<SystemClock>();
+    const LogindLock lock;
+    const EnvironmentMap environment;
+    const std::shared_ptr<FileDefaults> defaults;
+    const DebugFlags flags;
+    const DaemonEnvironment env;
+    const DaemonClient client;
+    const std::shared_ptr<MachineSecretStore> pageKey;
+    const PageSession::Mint mint;
+    const std::shared_ptr<PageSession> session;
+    const std::shared_ptr<AutomationPrompter> automation;
+    const std::shared_ptr<DeliverService> deliver;
+};
+
+} // namespace kelvadrome
