@@ -91,7 +91,8 @@ Task<> DeliverService::claimLoop(
             const auto self = weak.lock();
             if (!self)
                 co_return;
-            co_await self->handle(std::move(job));
+            // What escapes a job, such as a machine without a thread to spare, is that job's end only.
+            co_await attempt(self->handle(std::move(job)));
         }
     }
 }
@@ -114,8 +115,8 @@ Task<> DeliverService::handle(DeliverJob job) {
 Task<> DeliverService::hostsLoop(std::weak_ptr<DeliverService> weak, std::shared_ptr<Clock> clock) {
     for (;;) {
         if (const auto self = weak.lock()) {
-            co_await self->reportHosts();
-            co_await self->labelTabs();
+            co_await attempt(self->reportHosts());
+            co_await attempt(self->labelTabs());
         } else {
             co_return;
         }

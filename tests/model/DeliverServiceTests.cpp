@@ -340,6 +340,29 @@ TEST_F(DeliverServiceTest, tabsAreNamedTwelveAtATimeAndOnlyASuccessIsRemembered)
     EXPECT_EQ(asked("/v1/sessions/live"), before);
 }
 
+TEST_F(DeliverServiceTest, whatEscapesAJobOrABeatEndsNeitherLoop) {
+    bool broken = true;
+    const auto breaking = [&broken](std::string text) {
+        return [&broken, text] {
+            if (broken)
+                throw std::runtime_error("no thread to spare");
+            return ScriptedRunner::says(text);
+        };
+    };
+    runITerm("");
+    runner->on("itermList", breaking("/dev/ttys003\tABC\tmy tab\ttrue\n"));
+    runner->on("tmux select-pane", breaking(""));
+    begin();
+    claim({job("j1"), job("j2")});
+    EXPECT_EQ(reports(), (Lines{"j1 start", "j2 start"})) << "nobody knows how they ended";
+    EXPECT_EQ(asked("/v1/live/hosts"), 0U);
+    broken = false;
+    claim({job("j3")});
+    pass(5);
+    EXPECT_EQ(reports().back(), "j3 done");
+    EXPECT_EQ(asked("/v1/live/hosts"), 1U);
+}
+
 TEST_F(DeliverServiceTest, theLoopsEndWithTheServiceAndWithStop) {
     begin();
     const std::weak_ptr<DeliverService> weak = service;
