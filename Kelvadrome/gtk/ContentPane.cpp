@@ -1,6 +1,7 @@
 #include "Kelvadrome/gtk/ContentPane.h"
 
 #include <glibmm/markup.h>
+
 #include <gtkmm/box.h>
 #include <gtkmm/button.h>
 #include <gtkmm/spinner.h>

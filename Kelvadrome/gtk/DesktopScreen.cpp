@@ -3,11 +3,12 @@
 #include "Kelvadrome/gtk/Theme.h"
 #include "KelvadromeKit/support/Log.h"
 
+#include <giomm/appinfo.h>
+
 #include <adwaita.h>
 #include <charconv>
 #include <gdkmm/clipboard.h>
 #include <gdkmm/display.h>
-#include <giomm/appinfo.h>
 
 namespace kelvadrome {
 
@@ -18,11 +19,13 @@ Task<std::string> choose(AdwMessageDialog* dialog) {
     const auto ask = [dialog](Completion<std::string> chosen) {
         auto kept = std::make_unique<Completion<std::string>>(chosen);
         g_signal_connect_data(
-            dialog, "response",
-            G_CALLBACK(+[](AdwMessageDialog*, const char* id, gpointer to) {
+            dialog, "response", G_CALLBACK(+[](AdwMessageDialog*, const char* id, gpointer to) {
                 (*static_cast<Completion<std::string>*>(to))(std::string(id));
             }),
-            kept.release(), [](gpointer to, GClosure*) { std::unique_ptr<Completion<std::string>>(static_cast<Completion<std::string>*>(to)); },
+            kept.release(),
+            [](gpointer to, GClosure*) {
+                std::unique_ptr<Completion<std::string>>(static_cast<Completion<std::string>*>(to));
+            },
             GConnectFlags(0));
         gtk_window_present(GTK_WINDOW(dialog));
         return std::function<void()>([chosen] { chosen(std::string()); });

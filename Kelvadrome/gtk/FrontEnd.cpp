@@ -9,10 +9,11 @@
 #include "Kelvadrome/model/NativeActions.h"
 #include "Kelvadrome/model/Notifier.h"
 
+#include <glib-unix.h>
+
 #include <adwaita.h>
 #include <csignal>
 #include <cstdio>
-#include <glib-unix.h>
 #include <gtkmm/application.h>
 
 namespace kelvadrome {
@@ -26,16 +27,17 @@ constexpr double drainLimit = 3; // seconds for what was cancelled to end
 class DesktopApplication {
 public:
     explicit DesktopApplication(const std::vector<std::string>& arguments)
-        : arguments_(arguments), hub_(
-                                     arguments, loop_.executor(), pool_,
-                                     [this](std::string title, std::string text, std::string button) {
-                                         return screen_->criticalAlert(
-                                             std::move(title), std::move(text), std::move(button));
-                                     },
-                                     nullptr) {
+        : arguments_(arguments),
+          hub_(
+              arguments, loop_.executor(), pool_,
+              [this](std::string title, std::string text, std::string button) {
+                  return screen_->criticalAlert(std::move(title), std::move(text), std::move(button));
+              },
+              nullptr) {
         // Runs on another home are not the running instance's business.
-        const auto flags = Gio::Application::Flags::HANDLES_OPEN |
-                           (hub_.flags.home ? Gio::Application::Flags::NON_UNIQUE : Gio::Application::Flags::NONE);
+        const auto flags =
+            Gio::Application::Flags::HANDLES_OPEN |
+            (hub_.flags.home ? Gio::Application::Flags::NON_UNIQUE : Gio::Application::Flags::NONE);
         application_ = Gtk::Application::create(applicationId, flags);
         application_->signal_startup().connect([this] { startUp(); });
         application_->signal_activate().connect([this] { activated(); });
@@ -144,7 +146,8 @@ private:
 
     void opened(const Gio::Application::type_vec_files& files) {
         launched_ = true;
-        for (const auto& file : files) model_->handleOpenURL(file->get_uri());
+        for (const auto& file : files)
+            model_->handleOpenURL(file->get_uri());
     }
 
     void openSettings() {}

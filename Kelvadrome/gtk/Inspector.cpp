@@ -30,7 +30,8 @@ void InspectorPane::show(const AppState& state) {
     if (fresh == shown_)
         return;
     shown_ = std::move(fresh);
-    while (auto* const child = groups_.get_first_child()) groups_.remove(*child);
+    while (auto* const child = groups_.get_first_child())
+        groups_.remove(*child);
     for (const auto& group : shown_) {
         auto* const box = Gtk::make_managed<Gtk::Box>(Gtk::Orientation::VERTICAL, 6);
         box->append(*text(group.title, "heading"));

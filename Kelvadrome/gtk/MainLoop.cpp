@@ -89,7 +89,8 @@ void MainLoop::runUntil(const std::function<bool()>& done, double limit) {
         },
         &late, nullptr);
     g_source_attach(alarm, context_);
-    while (!late && !done()) g_main_context_iteration(context_, TRUE);
+    while (!late && !done())
+        g_main_context_iteration(context_, TRUE);
     g_source_destroy(alarm);
     g_source_unref(alarm);
 }

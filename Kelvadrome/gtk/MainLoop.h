@@ -4,16 +4,17 @@
 
 #include <boost/asio/execution.hpp>
 #include <boost/asio/execution_context.hpp>
+#include <glib.h>
+
 #include <deque>
 #include <functional>
-#include <glib.h>
 #include <memory>
 #include <mutex>
 
 namespace kelvadrome {
 
-/// GLib's main loop as an executor: what is posted, from any thread, runs in one of the loop's coming turns. A
-/// turn stops early enough for the next frame to be drawn. Must outlive all that holds its executor; what
+/// GLib's main loop as an executor: what is posted, from any thread, runs in one of the loop's coming turns.
+/// A turn stops early enough for the next frame to be drawn. Must outlive all that holds its executor; what
 /// hasn't run by then is destroyed with it.
 class MainLoop final : public asio::execution_context {
 public:

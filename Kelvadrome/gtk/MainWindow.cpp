@@ -4,9 +4,10 @@
 #include "Kelvadrome/gtk/Menu.h"
 #include "KelvadromeKit/support/Text.h"
 
-#include <array>
 #include <fmt/format.h>
 #include <glibmm/markup.h>
+
+#include <array>
 #include <gtkmm/box.h>
 #include <gtkmm/stringlist.h>
 
@@ -29,8 +30,7 @@ GtkWidget* bare(Gtk::Widget& widget) {
 
 } // namespace
 
-MainWindow::MainWindow(
-    std::shared_ptr<AppModel> model, Gtk::Widget& page, std::shared_ptr<Defaults> defaults)
+MainWindow::MainWindow(std::shared_ptr<AppModel> model, Gtk::Widget& page, std::shared_ptr<Defaults> defaults)
     : model_(model), defaults_(std::move(defaults)), sidebar_(model), content_(model, page) {
     set_title("kelvadrome");
     set_name("main");
@@ -51,7 +51,8 @@ void MainWindow::makeToolbar() {
     header_.pack_start(sidebarButton_);
 
     std::vector<Glib::ustring> scopes;
-    for (const auto scope : allScopeFilters) scopes.emplace_back(std::string(title(scope)));
+    for (const auto scope : allScopeFilters)
+        scopes.emplace_back(std::string(title(scope)));
     scope_.set_model(Gtk::StringList::create(scopes));
     name(scope_, "Which part of your work is shown");
     scope_.property_selected().signal_changed().connect([this] {
@@ -86,7 +87,8 @@ void MainWindow::makeToolbar() {
     auto* const modes = Gtk::make_managed<Gtk::Box>();
     modes->add_css_class("linked");
     expert_.set_group(simple_);
-    for (auto* const button : {&simple_, &expert_}) modes->append(*button);
+    for (auto* const button : {&simple_, &expert_})
+        modes->append(*button);
     name(simple_, "Simple: the sidebar of this window");
     name(expert_, "Expert: the page alone");
     expert_.signal_toggled().connect([this] {

@@ -7,8 +7,9 @@ namespace kelvadrome {
 Menu::Menu(Gtk::Application& application, std::shared_ptr<AppModel> model) {
     for (auto& command : kelvadromeCommands()) {
         const auto run = [model, act = command.run] { act(*model); };
-        auto action = command.checked ? Gio::SimpleAction::create_bool(command.id, command.checked(model->state()))
-                                      : Gio::SimpleAction::create(command.id);
+        auto action = command.checked
+                          ? Gio::SimpleAction::create_bool(command.id, command.checked(model->state()))
+                          : Gio::SimpleAction::create(command.id);
         action->signal_activate().connect([run](const Glib::VariantBase&) { run(); });
         application.add_action(action);
         if (!command.key.empty())
@@ -44,7 +45,8 @@ Glib::RefPtr<Gio::Menu> Menu::primary() {
 }
 
 void Menu::show(const AppState& state) {
-    for (const auto& [action, checked] : toggles_) action->change_state(checked(state));
+    for (const auto& [action, checked] : toggles_)
+        action->change_state(checked(state));
 }
 
 } // namespace kelvadrome

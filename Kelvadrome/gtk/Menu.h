@@ -3,6 +3,7 @@
 #include "Kelvadrome/model/Commands.h"
 
 #include <giomm/menu.h>
+
 #include <gtkmm/application.h>
 #include <memory>
 #include <vector>

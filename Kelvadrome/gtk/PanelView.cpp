@@ -2,9 +2,10 @@
 
 #include "Kelvadrome/gtk/AccessibleName.h"
 
+#include <glibmm/main.h>
+
 #include <algorithm>
 #include <cmath>
-#include <glibmm/main.h>
 #include <gtkmm/button.h>
 #include <gtkmm/entry.h>
 #include <gtkmm/expander.h>
@@ -38,9 +39,11 @@ Gtk::Box* box(Gtk::Orientation orientation, int spacing) {
 }
 
 /// Who asks, about what, and since when.
-std::string origin(const std::string& agent, const std::optional<std::string>& topic, const std::string& age) {
+std::string origin(
+    const std::string& agent, const std::optional<std::string>& topic, const std::string& age) {
     std::string words = agent;
-    for (const auto& more : {topic.value_or(""), age}) words += more.empty() ? "" : " · " + more;
+    for (const auto& more : {topic.value_or(""), age})
+        words += more.empty() ? "" : " · " + more;
     return words;
 }
 
@@ -91,7 +94,8 @@ void PanelView::wakeIn(std::optional<double> seconds) {
 
 void PanelView::rebuild(const MenuPanelContent& content) {
     focusable_.clear();
-    while (auto* const child = get_first_child()) remove(*child);
+    while (auto* const child = get_first_child())
+        remove(*child);
     addHeader(content);
     if (content.setup)
         addLine(*content.setup);
@@ -343,8 +347,10 @@ void PanelView::perform(const PanelAction& action, const std::optional<Card>& ca
 void PanelView::keepFocus() {
     focused_.clear();
     const auto* const root = get_root();
-    for (const Gtk::Widget* widget = root ? root->get_focus() : nullptr; widget; widget = widget->get_parent()) {
-        const auto found = std::ranges::find(focusable_, widget, &std::pair<const std::string, Gtk::Widget*>::second);
+    for (const Gtk::Widget* widget = root ? root->get_focus() : nullptr; widget;
+         widget = widget->get_parent()) {
+        const auto found =
+            std::ranges::find(focusable_, widget, &std::pair<const std::string, Gtk::Widget*>::second);
         if (found == focusable_.end())
             continue;
         focused_ = found->first;
@@ -358,7 +364,8 @@ void PanelView::restoreFocus() {
         return;
     found->second->grab_focus();
     if (auto* const entry = dynamic_cast<Gtk::Entry*>(found->second))
-        entry->set_position(-1); // selecting all, as taking the focus does, would have the next key replace it
+        entry->set_position(
+            -1); // selecting all, as taking the focus does, would have the next key replace it
 }
 
 } // namespace kelvadrome

@@ -13,8 +13,9 @@
 
 namespace kelvadrome {
 
-/// The panel's content as widgets: header, cards and rows under way, agents, footer. Draws what MenuPanelContent
-/// says, and wakes by itself when time alone changes it. What the user is typing survives a change.
+/// The panel's content as widgets: header, cards and rows under way, agents, footer. Draws what
+/// MenuPanelContent says, and wakes by itself when time alone changes it. What the user is typing survives a
+/// change.
 class PanelView final : public Gtk::Box {
 public:
     struct Effects {

@@ -14,7 +14,8 @@ constexpr int tallest = 640;
 
 } // namespace
 
-PanelWindow::PanelWindow(std::shared_ptr<AppModel> model, std::shared_ptr<Clock> clock, PanelView::Effects effects)
+PanelWindow::PanelWindow(
+    std::shared_ptr<AppModel> model, std::shared_ptr<Clock> clock, PanelView::Effects effects)
     : view_(std::move(model), std::move(clock), [&] {
           auto all = std::move(effects);
           all.done = [this] { set_visible(false); };

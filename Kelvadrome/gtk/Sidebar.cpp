@@ -37,8 +37,8 @@ Gtk::Label* label(const std::string& text, const char* style) {
     return made;
 }
 
-Gtk::Widget* content(const std::string& title, const std::string& detail, const std::string& count,
-    const std::string& lamp) {
+Gtk::Widget* content(
+    const std::string& title, const std::string& detail, const std::string& count, const std::string& lamp) {
     auto* const box = Gtk::make_managed<Gtk::Box>(Gtk::Orientation::HORIZONTAL, 8);
     if (!lamp.empty()) {
         auto* const dot = Gtk::make_managed<Gtk::Box>();
@@ -80,7 +80,8 @@ Sidebar::Sidebar(std::shared_ptr<AppModel> model) : model_(std::move(model)) {
 std::vector<Sidebar::Row> Sidebar::rows(const AppState& state) {
     std::vector<Row> rows;
     for (const auto section : allNavSections) {
-        rows.push_back({SidebarItem::Section{section}, title(section), {}, sectionCount(section, state), {}, {}});
+        rows.push_back(
+            {SidebarItem::Section{section}, title(section), {}, sectionCount(section, state), {}, {}});
     }
     bool first = true;
     for (const auto& session : agentRows(state)) {
@@ -91,7 +92,8 @@ std::vector<Sidebar::Row> Sidebar::rows(const AppState& state) {
             std::string(rawValue(lamp)), std::exchange(first, false) ? "Agents" : ""});
     }
     first = true;
-    for (const auto& pilot : state.agents ? state.agents->autopilot : std::vector<AgentsStatus::Autopilot>()) {
+    for (const auto& pilot :
+        state.agents ? state.agents->autopilot : std::vector<AgentsStatus::Autopilot>()) {
         rows.push_back({SidebarItem::Autopilot{pilot.scope + ":" + pilot.actionClass},
             pilot.label.value_or(InboxLogic::humanize(pilot.actionClass)),
             std::string(rawValue(InboxLogic::annunciator(pilot.level))), {}, {},
@@ -110,7 +112,8 @@ void Sidebar::show(const AppState& state) {
 }
 
 void Sidebar::rebuild() {
-    while (auto* const row = list_.get_row_at_index(0)) list_.remove(*row);
+    while (auto* const row = list_.get_row_at_index(0))
+        list_.remove(*row);
     for (const auto& shown : shown_) {
         auto* const row = Gtk::make_managed<Gtk::ListBoxRow>();
         row->set_child(*content(shown.title, shown.detail, shown.count, shown.lamp));
@@ -124,8 +127,8 @@ void Sidebar::rebuild() {
 }
 
 void Sidebar::select(const AppState& state) {
-    const auto found = std::ranges::find(
-        shown_, SidebarItem::Value(SidebarItem::Section{state.section}), &Row::item);
+    const auto found =
+        std::ranges::find(shown_, SidebarItem::Value(SidebarItem::Section{state.section}), &Row::item);
     auto* const row =
         found == shown_.end() ? nullptr : list_.get_row_at_index(static_cast<int>(found - shown_.begin()));
     if (row && list_.get_selected_row() != row)
@@ -139,7 +142,8 @@ void Sidebar::activate(int index) {
     if (const auto* const section = std::get_if<SidebarItem::Section>(&item)) {
         model_->open(section->section, std::nullopt);
     } else {
-        model_->open(std::holds_alternative<SidebarItem::Agent>(item) ? NavSection::agents : NavSection::autopilot,
+        model_->open(
+            std::holds_alternative<SidebarItem::Agent>(item) ? NavSection::agents : NavSection::autopilot,
             std::nullopt);
     }
 }

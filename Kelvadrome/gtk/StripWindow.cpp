@@ -39,7 +39,8 @@ void AgentStripWindow::update(const std::optional<AgentStrip>& strip) {
         return set_visible(false);
     if (shown_ != strip) {
         shown_ = strip;
-        while (auto* const child = row_.get_first_child()) row_.remove(*child);
+        while (auto* const child = row_.get_first_child())
+            row_.remove(*child);
         for (std::size_t i = 0; i < std::min(strip->items.size(), lampsShown); ++i) {
             const auto& item = strip->items[i];
             auto* const lamp = Gtk::make_managed<Gtk::Box>();

@@ -38,10 +38,10 @@ void install() {
 }
 
 void apply(Appearance appearance) {
-    adw_style_manager_set_color_scheme(adw_style_manager_get_default(),
-        appearance == Appearance::dark    ? ADW_COLOR_SCHEME_FORCE_DARK
-        : appearance == Appearance::light ? ADW_COLOR_SCHEME_FORCE_LIGHT
-                                          : ADW_COLOR_SCHEME_DEFAULT);
+    adw_style_manager_set_color_scheme(
+        adw_style_manager_get_default(), appearance == Appearance::dark    ? ADW_COLOR_SCHEME_FORCE_DARK
+                                         : appearance == Appearance::light ? ADW_COLOR_SCHEME_FORCE_LIGHT
+                                                                           : ADW_COLOR_SCHEME_DEFAULT);
 }
 
 } // namespace kelvadrome::Theme

@@ -27,8 +27,9 @@ std::optional<XWindow> xWindow(Gtk::Window& window) {
     if (!surface || !GDK_IS_X11_SURFACE(surface))
         return std::nullopt;
     const int scale = gdk_surface_get_scale_factor(surface);
-    return XWindow{gdk_x11_display_get_xdisplay(gdk_surface_get_display(surface)), gdk_x11_surface_get_xid(surface),
-        scale, gdk_surface_get_width(surface) * scale, gdk_surface_get_height(surface) * scale};
+    return XWindow{gdk_x11_display_get_xdisplay(gdk_surface_get_display(surface)),
+        gdk_x11_surface_get_xid(surface), scale, gdk_surface_get_width(surface) * scale,
+        gdk_surface_get_height(surface) * scale};
 }
 
 Atom atom(const XWindow& window, const char* name) {
@@ -118,7 +119,8 @@ void strip(Gtk::Window& window) {
     hints.input = False;
     XSetWMHints(x11->display, x11->id, &hints);
     setState(*x11, true,
-        {"_NET_WM_STATE_ABOVE", "_NET_WM_STATE_STICKY", "_NET_WM_STATE_SKIP_TASKBAR", "_NET_WM_STATE_SKIP_PAGER"});
+        {"_NET_WM_STATE_ABOVE", "_NET_WM_STATE_STICKY", "_NET_WM_STATE_SKIP_TASKBAR",
+            "_NET_WM_STATE_SKIP_PAGER"});
     setDesktop(*x11, everyDesktop);
     const auto area = workArea(*x11);
     moveTo(*x11, std::max(area.x, area.x + area.width - 300L * x11->scale), area.y + 56L * x11->scale);

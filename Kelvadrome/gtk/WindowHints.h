@@ -4,16 +4,17 @@
 #include <optional>
 #include <utility>
 
-/// What GTK 4 leaves to the display system, as far as that lets it be said: on X11 by the properties of EWMH. A
-/// Wayland compositor places windows by itself, and nothing here applies.
+/// What GTK 4 leaves to the display system, as far as that lets it be said: on X11 by the properties of EWMH.
+/// A Wayland compositor places windows by itself, and nothing here applies.
 namespace kelvadrome::WindowHints {
 
-/// Out of the task bar, on every desktop, next to `place` (the tray item's, in screen pixels) or at the upper end
-/// of the screen. The window must be mapped.
+/// Out of the task bar, on every desktop, next to `place` (the tray item's, in screen pixels) or at the upper
+/// end of the screen. The window must be mapped.
 void panel(Gtk::Window& window, std::optional<std::pair<int, int>> place);
 
-/// The strip: above all others, on every desktop, out of the task bar, taking no focus; with its upper left corner
-/// 300 points from the work area's right edge and 56 from its upper edge. To be set when it is mapped first.
+/// The strip: above all others, on every desktop, out of the task bar, taking no focus; with its upper left
+/// corner 300 points from the work area's right edge and 56 from its upper edge. To be set when it is mapped
+/// first.
 void strip(Gtk::Window& window);
 
 /// Whether windows stay where `strip` and `panel` put them.

@@ -28,7 +28,8 @@ std::optional<BackgroundService> backgroundService(
 }
 
 SystemHostAccess hostAccess(const LogindLock& lock) {
-    return SystemHostAccess({.check = {}, .request = {}, .screenLocked = [&lock] { return lock.screenLocked(); }});
+    return SystemHostAccess(
+        {.check = {}, .request = {}, .screenLocked = [&lock] { return lock.screenLocked(); }});
 }
 
 } // namespace
@@ -37,9 +38,8 @@ LocalHub::LocalHub(const std::vector<std::string>& arguments, Executor on, Backg
     CriticalAlert alert, std::shared_ptr<RunningApps> apps)
     : executor(std::move(on)), pool(threads), environment(Files::processEnvironment()),
       defaults(std::make_shared<FileDefaults>(FileDefaults::standardPath(environment), arguments)),
-      flags(DebugFlags::current(*defaults)),
-      env(DaemonEnvironment::resolveHome(flags.home, environment), flags.port,
-          resourceDirectory(executablePath())),
+      flags(DebugFlags::current(*defaults)), env(DaemonEnvironment::resolveHome(flags.home, environment),
+                                                 flags.port, resourceDirectory(executablePath())),
       client(env.socketPath(), pool),
       pageKey(std::make_shared<MachineSecretStore>(
           std::string(PageKey::service), PageKey::account(env.home), std::string(PageKey::label))),
@@ -66,7 +66,8 @@ AppModel::Dependencies LocalHub::modelDependencies() const {
         .flags = flags,
         .env = env,
         .supervisor = std::make_shared<DaemonSupervisor>(env, client,
-            DaemonSupervisor::World{executor, &pool, clock, std::make_shared<PosixChildLauncher>()}, environment),
+            DaemonSupervisor::World{executor, &pool, clock, std::make_shared<PosixChildLauncher>()},
+            environment),
         .client = client,
         .session = session,
         .background = backgroundService(env, environment),

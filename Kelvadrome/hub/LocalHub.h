@@ -14,8 +14,8 @@
 namespace kelvadrome {
 
 /// What every front end of this machine is built on, in the order in which it is made: settings, the daemon's
-/// place and client, the page session, the delivery and the supervisor. A front end adds its windows and makes
-/// the model. Main executor; outlives the model.
+/// place and client, the page session, the delivery and the supervisor. A front end adds its windows and
+/// makes the model. Main executor; outlives the model.
 class LocalHub {
 public:
     /// `pool` outlives the hub. `alert` shows a critical message once the front end stands.

@@ -21,9 +21,9 @@ std::vector<KelvadromeCommand> kelvadromeCommands() {
     };
     for (std::size_t i = 0; i < allNavSections.size(); ++i) {
         const auto section = allNavSections[i];
-        commands.push_back({"section-" + std::string(rawValue(section)), title(section),
-            "<Control>" + std::to_string(i + 1),
-            [section](AppModel& model) { model.open(section, std::nullopt); }});
+        commands.push_back(
+            {"section-" + std::string(rawValue(section)), title(section), "<Control>" + std::to_string(i + 1),
+                [section](AppModel& model) { model.open(section, std::nullopt); }});
     }
     return commands;
 }

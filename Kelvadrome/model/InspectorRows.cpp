@@ -34,8 +34,8 @@ InspectorGroup supervision(const DaemonSupervisor::Status& status) {
 }
 
 InspectorGroup healthGroup(const Health& health) {
-    InspectorGroup group{
-        "Health", {{"Version", health.version}, {"Process", std::to_string(health.pid)}, {"Home", health.home}}};
+    InspectorGroup group{"Health",
+        {{"Version", health.version}, {"Process", std::to_string(health.pid)}, {"Home", health.home}}};
     if (health.watermark)
         group.rows.push_back({"Watermark", *health.watermark});
     if (health.uptimeS)
