@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <optional>
 #include <string>
 #include <variant>
 #include <vector>
@@ -41,7 +42,6 @@ private:
     using Properties = std::map<std::string, Property>;
 
     static Properties properties(const BusMenuEntry& entry);
-    static Properties rootProperties();
     GVariant* answer(const std::string& method, GVariant* arguments);
     GVariant* layout(std::int32_t parent, std::int32_t depth, GVariant* names) const;
     GVariant* groupProperties(GVariant* ids, GVariant* names) const;

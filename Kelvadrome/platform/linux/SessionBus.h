@@ -26,6 +26,11 @@ public:
     /// Absent when the call failed or its limit has passed.
     using Reply = std::function<void(GVariant* value)>;
     enum class Start { ifActivatable, never };
+    struct Options {
+        Start start = Start::ifActivatable;
+        int limit = defaultLimit;
+        GUnixFDList* descriptors = nullptr; // that the handles among the arguments count
+    };
 
     /// What a served method answers with: InvalidArgs and these words.
     struct Refusal : std::runtime_error {
@@ -51,11 +56,11 @@ public:
     /// Takes `arguments`, which may be floating. `reply` comes later, or at once without a bus, and only
     /// while `owner` lives.
     void call(const Peer& peer, const char* method, GVariant* arguments, const char* replyType,
-        std::weak_ptr<void> owner, Reply reply, Start start = Start::ifActivatable, int limit = defaultLimit);
-    /// As `call`, with the descriptors that handles in `arguments` count.
-    void callWithDescriptors(const Peer& peer, const char* method, GVariant* arguments,
-        GUnixFDList* descriptors, const char* replyType, std::weak_ptr<void> owner, Reply reply,
-        int limit = defaultLimit);
+        std::weak_ptr<void> owner, Reply reply, Options options);
+    void call(const Peer& peer, const char* method, GVariant* arguments, const char* replyType,
+        std::weak_ptr<void> owner, Reply reply) {
+        call(peer, method, arguments, replyType, std::move(owner), std::move(reply), Options());
+    }
     /// Without waiting for an answer, and without starting the peer for it.
     void tell(const Peer& peer, const char* method, GVariant* arguments);
 
@@ -70,7 +75,7 @@ public:
     void emit(const char* path, const char* interface, const char* signal, GVariant* arguments);
 
 private:
-    OwnedObject<GDBusConnection> connection_;
+    std::shared_ptr<GDBusConnection> connection_;
 };
 
 /// A string value; what isn't UTF-8 is repaired, since GLib takes no other.

@@ -84,7 +84,7 @@ private:
     State state_;
     BusMenu menu_;
     const std::string ownName_; // asked of the bus when the first watcher comes
-    std::string watcher_;       // its connection; empty when there is none
+    bool joining_ = false;
     bool registered_ = false;
     bool hosted_ = false;
     std::string activationToken_; // for the coming press

@@ -1,0 +1,47 @@
+#include "Kelvadrome/platform/linux/LauncherBadge.h"
+
+namespace kelvadrome {
+
+namespace {
+
+constexpr const char* path = "/com/kelvadrome/mac/launcher";
+constexpr const char* interface = "com.canonical.Unity.LauncherEntry";
+constexpr const char* docks = "com.canonical.Unity"; // the name that docks of any make take
+constexpr const char* application = "application://com.kelvadrome.mac.desktop";
+constexpr const char* xml = R"xml(<node><interface name="com.canonical.Unity.LauncherEntry">
+<method name="Query"><arg type="s" direction="out"/><arg type="a{sv}" direction="out"/></method>
+<signal name="Update"><arg type="s"/><arg type="a{sv}"/></signal>
+</interface></node>)xml";
+
+} // namespace
+
+LauncherBadge::LauncherBadge(std::shared_ptr<SessionBus> bus) : bus_(std::move(bus)) {
+    served_ = bus_->serve(path, xml, {.call = [this](const std::string&, GVariant*) { return update(); }});
+    docks_ = bus_->watch(docks, [this](const std::string& owner) {
+        if (!owner.empty() && count_)
+            announce();
+    });
+}
+
+LauncherBadge::~LauncherBadge() {
+    set(std::nullopt);
+}
+
+void LauncherBadge::set(std::optional<std::int64_t> count) {
+    if (std::exchange(count_, count) != count)
+        announce();
+}
+
+GVariant* LauncherBadge::update() const {
+    GVariantDict properties;
+    g_variant_dict_init(&properties, nullptr);
+    g_variant_dict_insert(&properties, "count", "x", count_.value_or(0));
+    g_variant_dict_insert(&properties, "count-visible", "b", static_cast<gboolean>(count_.has_value()));
+    return g_variant_new("(s@a{sv})", application, g_variant_dict_end(&properties));
+}
+
+void LauncherBadge::announce() {
+    bus_->emit(path, interface, "Update", update());
+}
+
+} // namespace kelvadrome
