@@ -82,7 +82,7 @@ Task<bool> OnboardingCoordinator::offerToPage(std::weak_ptr<OnboardingHost> weak
     if (!host)
         co_return false;
     auto answer = co_await attempt(host->evaluate(folderChosenScript(path)));
-    co_return answer&&* answer;
+    co_return answer ? *answer : false;
 }
 
 OnboardingCoordinator::CloseDecision OnboardingCoordinator::closeRequested() const {
@@ -103,7 +103,7 @@ Task<bool> OnboardingCoordinator::askToClose(Self self, Ask ask) {
         co_return false;
     auto answer = co_await attempt(ask(std::get<ClosePrompt>(std::move(decision))));
     self->asking_ = false;
-    co_return answer&&* answer;
+    co_return answer ? *answer : false;
 }
 
 } // namespace kelvadrome

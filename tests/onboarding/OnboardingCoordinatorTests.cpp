@@ -123,7 +123,7 @@ TEST_F(Onboarding, whatIsNoFolderChangesNothing) {
     std::ofstream(file) << "x";
     const auto unspeakable = folder / "caf\xE9"; // neither the page nor the daemon can be told
     std::filesystem::create_directory(unspeakable);
-    for (const auto& path : {file, folder / "missing", std::string("tests"), std::string(), unspeakable}) {
+    for (const auto& path : {file, folder / "missing", std::string("."), std::string(), unspeakable}) {
         EXPECT_EQ(choose(path), Lines{"pick /home/me"}) << path;
         EXPECT_EQ(setup->lastError(), "That folder is not available.") << path;
         EXPECT_EQ(setup->lastFolder(), folder.path().string()) << path;
