@@ -107,11 +107,11 @@ std::map<std::string, FreedesktopNotifications::Posted>::iterator FreedesktopNot
     return std::ranges::find_if(posted_, [&](const auto& entry) { return id != 0 && entry.second.id == id; });
 }
 
-Task<Value> FreedesktopNotifications::ask(SessionBus::Peer peer, std::string method, Value arguments,
-    std::string replyType, SessionBus::Start start) {
+Task<Value> FreedesktopNotifications::ask(SessionBus::Peer peer, const char* method, Value arguments,
+    const char* replyType, SessionBus::Start start) {
     const auto self = shared_from_this();
     const auto begin = [&](Completion<Value> done) {
-        bus_->call(peer, method.c_str(), arguments.get(), replyType.c_str(), self,
+        bus_->call(peer, method, arguments.get(), replyType, self,
             [done](GVariant* reply) { done(held(reply)); }, {.start = start, .limit = limit_});
     };
     co_return co_await suspendUntil<Value>(begin);

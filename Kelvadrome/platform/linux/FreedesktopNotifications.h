@@ -59,8 +59,8 @@ private:
         const NotificationRequest& request, const Capabilities& server, std::uint32_t replaces) const;
     GVariant* actions(const NotificationRequest& request, const Capabilities& server) const;
     std::map<std::string, Posted>::iterator find(std::uint32_t id);
-    Task<std::shared_ptr<GVariant>> ask(SessionBus::Peer peer, std::string method,
-        std::shared_ptr<GVariant> arguments, std::string replyType, SessionBus::Start start);
+    Task<std::shared_ptr<GVariant>> ask(SessionBus::Peer peer, const char* method,
+        std::shared_ptr<GVariant> arguments, const char* replyType, SessionBus::Start start);
 
     const std::shared_ptr<SessionBus> bus_;
     const int limit_; // milliseconds

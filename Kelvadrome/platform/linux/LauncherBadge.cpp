@@ -33,11 +33,8 @@ void LauncherBadge::set(std::optional<std::int64_t> count) {
 }
 
 GVariant* LauncherBadge::update() const {
-    GVariantDict properties;
-    g_variant_dict_init(&properties, nullptr);
-    g_variant_dict_insert(&properties, "count", "x", count_.value_or(0));
-    g_variant_dict_insert(&properties, "count-visible", "b", static_cast<gboolean>(count_.has_value()));
-    return g_variant_new("(s@a{sv})", application, g_variant_dict_end(&properties));
+    return g_variant_new_parsed("(%s, {'count': <%x>, 'count-visible': <%b>})", application,
+        count_.value_or(0), static_cast<gboolean>(count_.has_value()));
 }
 
 void LauncherBadge::announce() {

@@ -1,6 +1,6 @@
 #include "Kelvadrome/platform/linux/LogindLock.h"
 
-#include <gio/gio.h>
+#include "Kelvadrome/platform/linux/GLibOwned.h"
 
 #include <string>
 #include <string_view>
@@ -16,16 +16,6 @@ constexpr const char* managerInterface = "org.freedesktop.login1.Manager";
 constexpr const char* sessionInterface = "org.freedesktop.login1.Session";
 constexpr const char* propertiesInterface = "org.freedesktop.DBus.Properties";
 constexpr int callLimit = 5000; // milliseconds
-
-template <auto release>
-struct Release {
-    void operator()(auto* pointer) const { release(pointer); }
-};
-template <class T>
-using Object = std::unique_ptr<T, Release<g_object_unref>>;
-using Variant = std::unique_ptr<GVariant, Release<g_variant_unref>>;
-using Text = std::unique_ptr<char, Release<g_free>>;
-using Error = std::unique_ptr<GError, Release<g_error_free>>;
 
 } // namespace
 
@@ -57,7 +47,7 @@ private:
     }
 
     void connect() {
-        const Text address(g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr));
+        const OwnedText address(g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr));
         if (!address)
             return;
         const auto flags = static_cast<GDBusConnectionFlags>(
@@ -76,7 +66,7 @@ private:
         --pending_;
         GError* raw = nullptr;
         bus_.reset(g_dbus_connection_new_for_address_finish(result, &raw));
-        const Error error(raw);
+        const OwnedError error(raw);
         if (!bus_)
             return; // a machine without a system bus has no lock to tell of
         g_signal_connect(bus_.get(), "closed",
@@ -104,7 +94,7 @@ private:
         }
         if (path != session_ || !g_variant_is_of_type(parameters, G_VARIANT_TYPE("(sa{sv}as)")))
             return;
-        const Variant changed(g_variant_get_child_value(parameters, 1));
+        const OwnedVariant changed(g_variant_get_child_value(parameters, 1));
         gboolean hint = FALSE;
         if (g_variant_lookup(changed.get(), "LockedHint", "b", &hint))
             locked_ = hint != FALSE;
@@ -134,7 +124,7 @@ private:
             locked_ = false;
             return;
         }
-        Variant value;
+        OwnedVariant value;
         GVariant* raw = nullptr;
         g_variant_get(reply, "(v)", &raw);
         value.reset(raw);
@@ -157,8 +147,8 @@ private:
                 const std::unique_ptr<Call> call(static_cast<Call*>(data));
                 --call->self->pending_;
                 GError* raw = nullptr;
-                const Variant reply(g_dbus_connection_call_finish(G_DBUS_CONNECTION(bus), result, &raw));
-                const Error error(raw);
+                const OwnedVariant reply(g_dbus_connection_call_finish(G_DBUS_CONNECTION(bus), result, &raw));
+                const OwnedError error(raw);
                 if (!call->self->stopping_)
                     (call->self->*call->take)(reply.get());
             },
@@ -167,9 +157,9 @@ private:
 
     std::atomic<bool> locked_ = false;
     std::atomic<bool> stopping_ = false;
-    std::unique_ptr<GMainContext, Release<g_main_context_unref>> context_;
-    Object<GCancellable> cancel_;
-    Object<GDBusConnection> bus_;
+    std::unique_ptr<GMainContext, GLibRelease<g_main_context_unref>> context_;
+    OwnedObject<GCancellable> cancel_;
+    OwnedObject<GDBusConnection> bus_;
     std::string session_; // object path; empty when there is none
     int pending_ = 0;     // calls whose replies are to come
     std::thread thread_;  // the last: it uses all the others

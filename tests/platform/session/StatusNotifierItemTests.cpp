@@ -1,0 +1,208 @@
+#include "Kelvadrome/platform/linux/StatusNotifierItem.h"
+
+#include "tests/platform/session/PrivateBus.h"
+
+#include <gmock/gmock.h>
+
+namespace kelvadrome::test {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+constexpr const char* watcherName = "org.kde.StatusNotifierWatcher";
+constexpr const char* watcherPath = "/StatusNotifierWatcher";
+
+struct FakeWatcher : FakePeer {
+    explicit FakeWatcher(OwnedObject<GDBusConnection> connection, bool withHost)
+        : FakePeer(std::move(connection), watcherName), hosted(withHost) {
+        served = bus.serve(watcherPath,
+            "<node><interface name='org.kde.StatusNotifierWatcher'><method name='RegisterStatusNotifierItem'>"
+            "<arg type='s' direction='in'/></method>"
+            "<property name='IsStatusNotifierHostRegistered' type='b' access='read'/></interface></node>",
+            {.call = [this](const std::string&, GVariant* arguments) -> GVariant* {
+                 const char* name = nullptr;
+                 g_variant_get(arguments, "(&s)", &name);
+                 items.emplace_back(name);
+                 if (refusing)
+                     throw SessionBus::Refusal("not yet");
+                 return nullptr;
+             },
+                .property =
+                    [this](const std::string&) {
+                        ++looks;
+                        return g_variant_new_boolean(hosted);
+                    }});
+    }
+    void setHosted(bool now, const char* signal) {
+        hosted = now;
+        bus.emit(watcherPath, watcherName, signal, nullptr);
+    }
+
+    bool hosted;
+    bool refusing = false;
+    int looks = 0;
+    std::vector<std::string> items;
+};
+
+class StatusNotifierItemTest : public PrivateBus {
+protected:
+    using Item = StatusNotifierItem;
+
+    std::unique_ptr<FakeWatcher> watcher(bool withHost) {
+        return std::make_unique<FakeWatcher>(connection(), withHost);
+    }
+    std::unique_ptr<Item> makeItem(Item::Presses presses = {}, Item::Icon icon = {}) {
+        auto item = std::make_unique<Item>(bus, std::move(icon), std::move(presses));
+        item->onHosted = [this](bool hosted) { told.push_back(hosted); };
+        return item;
+    }
+    SessionBus::Peer itemPeer(const std::string& name, const char* interface = "org.kde.StatusNotifierItem") {
+        return {name.c_str(), "/StatusNotifierItem", interface};
+    }
+    std::string property(SessionBus& reader, const std::string& item, const char* name) {
+        const auto value = ask(reader, itemPeer(item, "org.freedesktop.DBus.Properties"), "Get",
+            g_variant_new("(ss)", "org.kde.StatusNotifierItem", name), "(v)");
+        return value ? print(value.get()) : "refused";
+    }
+
+    std::vector<bool> told;
+};
+
+TEST_F(StatusNotifierItemTest, aHostReadsTheItemAndItsPressesArrive) {
+    std::vector<std::string> pressed;
+    const auto note = [&](const char* what) {
+        return [&pressed, what](Item::Press press) {
+            pressed.push_back(fmt::format("{} {},{} {}", what, press.x, press.y, press.activationToken));
+        };
+    };
+    const auto host = watcher(true);
+    const auto item = makeItem({note("activate"), note("secondary"), note("menu")},
+        {.themePath = "/icons", .pixmaps = {{1, 1, std::string("\x01\x02\x03\x04")}}});
+    item->show({.label = "3", .tooltip = "3 <need> you", .status = Item::Status::needsAttention});
+    waitFor([&] { return item->hosted(); }, "the host");
+    ASSERT_EQ(host->items.size(), 1U);
+    const auto name = host->items[0];
+    EXPECT_THAT(name, HasSubstr("org.kde.StatusNotifierItem-"));
+
+    auto& reader = host->bus;
+    EXPECT_EQ(property(reader, name, "Id"), "(<'com.kelvadrome.mac'>,)");
+    EXPECT_EQ(property(reader, name, "IconName"), "(<'com.kelvadrome.mac-symbolic'>,)");
+    EXPECT_EQ(property(reader, name, "IconThemePath"), "(<'/icons'>,)");
+    EXPECT_EQ(property(reader, name, "IconPixmap"), "(<[(1, 1, [byte 0x01, 0x02, 0x03, 0x04])]>,)");
+    EXPECT_EQ(property(reader, name, "Status"), "(<'NeedsAttention'>,)");
+    EXPECT_EQ(property(reader, name, "XAyatanaLabel"), "(<'3'>,)");
+    EXPECT_EQ(
+        property(reader, name, "ToolTip"), "(<('', @a(iiay) [], 'kelvadrome', '3 &lt;need&gt; you')>,)");
+    EXPECT_EQ(property(reader, name, "Menu"), "(<objectpath '/StatusNotifierItem/Menu'>,)");
+    EXPECT_EQ(property(reader, name, "ItemIsMenu"), "(<false>,)");
+
+    const auto press = [&](const char* method) {
+        EXPECT_TRUE(ask(reader, itemPeer(name), method, g_variant_new("(ii)", 7, -2), "()")) << method;
+    };
+    ask(reader, itemPeer(name), "ProvideXdgActivationToken", g_variant_new("(s)", "token"), "()");
+    press("Activate");
+    press("SecondaryActivate");
+    press("ContextMenu");
+    EXPECT_THAT(pressed, ElementsAre("activate 7,-2 token", "secondary 7,-2 ", "menu 7,-2 "));
+}
+
+TEST_F(StatusNotifierItemTest, aPressMayEndTheItemOrFailAndTheHostIsAnsweredAllTheSame) {
+    const auto host = watcher(true);
+    std::unique_ptr<Item> item;
+    item = makeItem({.activate = [&](Item::Press) { item.reset(); },
+        .secondary = [](Item::Press) { throw std::runtime_error("a fault in the window"); }});
+    waitFor([&] { return item->hosted(); }, "the host");
+    const auto name = host->items.at(0);
+    EXPECT_FALSE(ask(host->bus, itemPeer(name), "SecondaryActivate", g_variant_new("(ii)", 0, 0), "()"));
+    EXPECT_TRUE(ask(host->bus, itemPeer(name), "Activate", g_variant_new("(ii)", 0, 0), "()"));
+    settle(*bus, host->bus);
+    const auto owned = ask(host->bus, busPeer, "NameHasOwner", g_variant_new("(s)", name.c_str()), "(b)");
+    EXPECT_EQ(print(owned.get()), "(false,)");
+}
+
+TEST_F(StatusNotifierItemTest, aHostIsToldOfEachChangeOnce) {
+    const auto host = watcher(true);
+    const auto item = makeItem();
+    waitFor([&] { return item->hosted(); }, "the host");
+    std::vector<std::string> heard;
+    std::vector<Subscription> listening;
+    const auto name = host->items.at(0);
+    for (const char* signal : {"NewTitle", "NewToolTip", "NewStatus", "XAyatanaNewLabel", "NewIcon"}) {
+        for (const char* type : {"()", "(s)", "(ss)"})
+            listening.push_back(host->bus.listen(itemPeer(name), signal, type,
+                [&heard, signal](GVariant* arguments) { heard.push_back(signal + print(arguments)); }));
+    }
+    settle(host->bus, *bus);
+    const auto show = [&](Item::State state) {
+        heard.clear();
+        item->show(std::move(state));
+        settle(*bus, host->bus);
+        return heard;
+    };
+    EXPECT_THAT(show({.label = "2", .tooltip = "two", .status = Item::Status::needsAttention}),
+        ElementsAre("NewToolTip()", "XAyatanaNewLabel('2', '')", "NewStatus('NeedsAttention',)"));
+    EXPECT_THAT(
+        show({.label = "2", .tooltip = "two", .status = Item::Status::needsAttention}), ElementsAre());
+    EXPECT_THAT(
+        show({.title = "Finish setup", .label = "2", .tooltip = "two", .status = Item::Status::passive}),
+        ElementsAre("NewTitle()", "NewToolTip()", "NewStatus('Passive',)"));
+}
+
+TEST_F(StatusNotifierItemTest, watchersAndHostsComeAndGo) {
+    const auto item = makeItem();
+    settle(*bus, *bus);
+    EXPECT_FALSE(item->hosted());
+
+    auto first = watcher(false);
+    waitFor([&] { return first->looks == 1; }, "the look for a host");
+    settle(*bus, *bus);
+    EXPECT_FALSE(item->hosted());
+    first->setHosted(true, "StatusNotifierHostRegistered");
+    waitFor([&] { return item->hosted(); }, "the host that came later");
+    first->setHosted(true, "StatusNotifierHostUnregistered"); // one of two
+    waitFor([&] { return first->looks == 3; }, "the second look");
+    settle(*bus, *bus);
+    EXPECT_TRUE(item->hosted());
+    first->setHosted(false, "StatusNotifierHostUnregistered");
+    waitFor([&] { return !item->hosted(); }, "the last host to go");
+    first->setHosted(true, "StatusNotifierHostRegistered");
+    waitFor([&] { return item->hosted(); }, "a host again");
+    EXPECT_EQ(first->items.size(), 1U);
+    first.reset();
+    waitFor([&] { return !item->hosted(); }, "the watcher to go");
+
+    auto second = watcher(true);
+    second->refusing = true;
+    waitFor([&] { return second->items.size() == 1; }, "the refused item");
+    settle(*bus, *bus);
+    EXPECT_FALSE(item->hosted());
+    second->refusing = false;
+    second->setHosted(true, "StatusNotifierHostRegistered");
+    waitFor([&] { return item->hosted(); }, "the watcher that was ready later");
+    EXPECT_EQ(second->items.size(), 2U);
+    EXPECT_THAT(told, ElementsAre(true, false, true, false, true));
+}
+
+TEST_F(StatusNotifierItemTest, aBusThatGoesAwayEndsNothing) {
+    const auto host = watcher(true);
+    const auto item = makeItem();
+    waitFor([&] { return item->hosted(); }, "the host");
+    stop();
+    waitFor([&] { return !item->hosted(); }, "the end of the bus");
+    EXPECT_FALSE(bus->connected());
+    item->show({.label = "1"});
+    item->setMenu({{.id = 1, .label = "Open"}});
+}
+
+TEST(StatusNotifierPixmap, premultipliedPixelsBecomeStraightOnesInNetworkOrder) {
+    const std::uint32_t rows[] = {0x80402000, 0xff010203, 0xdeadbeef, // the third is padding
+        0x00000000, 0x01010101, 0xdeadbeef};
+    const auto pixmap =
+        StatusNotifierItem::Pixmap::fromPremultiplied(2, 2, 12, reinterpret_cast<const unsigned char*>(rows));
+    const std::string expected("\x80\x80\x40\x00\xff\x01\x02\x03\x00\x00\x00\x00\x01\xff\xff\xff", 16);
+    EXPECT_EQ(pixmap, (StatusNotifierItem::Pixmap{2, 2, expected}));
+}
+
+} // namespace
+} // namespace kelvadrome::test
