@@ -130,9 +130,26 @@ TEST_F(FileRevealTest, onABareDesktopItsFolderIsOpened) {
     EXPECT_EQ(opened(), folder.path());
 }
 
-using NoBusTest = PrivateBus;
+using SessionBusTest = PrivateBus;
 
-TEST_F(NoBusTest, withoutOneNothingIsOfferedAndNothingFailsButWhatMust) {
+TEST_F(SessionBusTest, aReplyReachesNobodyButALivingOwnerAndWhatThatThrowsGoesNoFurther) {
+    auto gone = std::make_shared<bool>();
+    const auto stays = std::make_shared<bool>();
+    int replies = 0;
+    const auto ask = [&](const std::shared_ptr<void>& owner) {
+        bus->call(busPeer, "GetId", nullptr, "(s)", owner, [&](GVariant*) {
+            ++replies;
+            throw std::runtime_error("a fault in the reply");
+        });
+    };
+    ask(gone);
+    ask(stays);
+    gone.reset();
+    settle(*bus, *bus);
+    EXPECT_EQ(replies, 1);
+}
+
+TEST_F(SessionBusTest, withoutOneNothingIsOfferedAndNothingFailsButWhatMust) {
     EXPECT_TRUE(SessionBus::open()->connected());
     const auto none = std::make_shared<SessionBus>(nullptr);
     StatusNotifierItem item(none, {}, {});
