@@ -30,7 +30,7 @@ void openFolder(const std::string& path) {
 
 } // namespace
 
-FileReveal::FileReveal(std::shared_ptr<SessionBus> bus, int limit) : bus_(std::move(bus)), limit_(limit) {}
+FileReveal::FileReveal(std::shared_ptr<SessionBus> bus) : bus_(std::move(bus)) {}
 
 FileReveal::~FileReveal() = default;
 
@@ -44,7 +44,7 @@ void FileReveal::reveal(const std::string& path) {
             if (!reply)
                 openThroughPortal(path);
         },
-        {.limit = limit_});
+        {.limit = limit});
 }
 
 /// It takes the open file, which is how a program in a sandbox proves that it may see it.
@@ -61,7 +61,7 @@ void FileReveal::openThroughPortal(const std::string& path) {
             if (!reply)
                 openFolder(path);
         },
-        {.limit = limit_, .descriptors = files.get()});
+        {.limit = limit, .descriptors = files.get()});
 }
 
 } // namespace kelvadrome

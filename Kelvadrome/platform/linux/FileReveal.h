@@ -10,8 +10,9 @@ namespace kelvadrome {
 /// Shows a file in the user's file manager, selected where the file manager can do that. Main thread.
 class FileReveal {
 public:
-    explicit FileReveal(
-        std::shared_ptr<SessionBus> bus, int limit = 10'000); // milliseconds, for each attempt
+    static constexpr int limit = 10'000; // milliseconds for each attempt: a file manager may have to start
+
+    explicit FileReveal(std::shared_ptr<SessionBus> bus);
     ~FileReveal();
     FileReveal(const FileReveal&) = delete;
     FileReveal& operator=(const FileReveal&) = delete;
@@ -23,7 +24,6 @@ private:
     void openThroughPortal(const std::string& path);
 
     std::shared_ptr<SessionBus> bus_;
-    const int limit_;
     std::shared_ptr<void> life_ = std::make_shared<bool>();
 };
 
