@@ -90,11 +90,13 @@ OnboardingWindow::~OnboardingWindow() {
 void OnboardingWindow::makeWindow() {
     window_->set_name("onboarding");
     window_->set_title("Set up kelvadrome");
-    window_->set_default_size(width, height);
     auto* bar = Gtk::make_managed<Gtk::HeaderBar>();
     bar->add_css_class("flat");
     bar->set_title_widget(*Gtk::make_managed<Gtk::Label>()); // the page has its own title
     window_->set_titlebar(*bar);
+    int least = 0, barHeight = 0, baseline = 0;
+    bar->measure(Gtk::Orientation::VERTICAL, -1, least, barHeight, baseline, baseline);
+    window_->set_default_size(width, height + barHeight);
 
     toasts_ = ADW_TOAST_OVERLAY(adw_toast_overlay_new());
     adw_toast_overlay_set_child(toasts_, web_->widget().gobj());
@@ -232,7 +234,7 @@ void OnboardingWindow::closeOnboardingWindow() {
     if (!visible())
         return;
     if (sheet_)
-        adw_message_dialog_response(sheet_, "cancel"); // which closes it
+        gtk_window_close(GTK_WINDOW(sheet_)); // which answers "cancel"
     window_->set_visible(false);
     if (onClosed)
         onClosed();

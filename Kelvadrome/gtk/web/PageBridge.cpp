@@ -25,12 +25,12 @@ constexpr const char* pageScript = R"((function () {
   'use strict';
   const stringify = JSON.stringify, apply = Reflect.apply, prototypeOf = Reflect.getPrototypeOf;
   const Message = CustomEvent, dispatch = EventTarget.prototype.dispatchEvent, top = document;
-  const ours = Object.prototype;
+  const ours = Object.prototype, event = '@EVENT@';  // not in the function, whose text can be read
   function postMessage(message) {
     if (typeof message === 'object' && message !== null && prototypeOf(message) !== ours) return;
     const detail = stringify(message);
     if (detail !== undefined)
-      apply(dispatch, top, [new Message('@EVENT@', { __proto__: null, detail })]);
+      apply(dispatch, top, [new Message(event, { __proto__: null, detail })]);
   }
   const kelvadrome = Object.freeze({ postMessage });
   const messageHandlers = Object.freeze({ kelvadrome });
