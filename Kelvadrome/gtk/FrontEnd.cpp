@@ -3,11 +3,17 @@
 #include "Kelvadrome/gtk/Menu.h"
 #include "Kelvadrome/gtk/PanelWindow.h"
 #include "Kelvadrome/gtk/Theme.h"
+#include "Kelvadrome/gtk/TrayIcon.h"
+#include "Kelvadrome/gtk/web/OnboardingWindow.h"
 #include "Kelvadrome/gtk/web/WebPane.h"
 #include "Kelvadrome/hub/LocalHub.h"
 #include "Kelvadrome/model/AppLifecycle.h"
 #include "Kelvadrome/model/NativeActions.h"
 #include "Kelvadrome/model/Notifier.h"
+#include "Kelvadrome/platform/linux/DesktopApps.h"
+#include "Kelvadrome/platform/linux/FileReveal.h"
+#include "Kelvadrome/platform/linux/FreedesktopNotifications.h"
+#include "Kelvadrome/platform/linux/LauncherBadge.h"
 
 #include <glib-unix.h>
 
@@ -33,7 +39,7 @@ public:
               [this](std::string title, std::string text, std::string button) {
                   return screen_->criticalAlert(std::move(title), std::move(text), std::move(button));
               },
-              nullptr) {
+              apps_) {
         // Runs on another home are not the running instance's business.
         const auto flags =
             Gio::Application::Flags::HANDLES_OPEN |
@@ -84,7 +90,7 @@ private:
         auto parts = hub_.modelDependencies();
         parts.web = page_;
         parts.screen = screen_;
-        const auto notifier = std::make_shared<Notifier>(hub_.executor, center_);
+        const auto notifier = std::make_shared<Notifier>(hub_.executor, FreedesktopNotifications::make(bus_));
         parts.notifier = notifier;
         model_ = AppModel::make(std::move(parts));
         const std::weak_ptr<AppModel> weak = model_;
@@ -110,16 +116,48 @@ private:
                 .openLoginItems = [this] { openSettings(); },
                 .done = {}});
         strip_ = std::make_unique<AgentStripWindow>([this] { model_->openFirstNeedingYou(); });
+        setup_ = OnboardingWindow::make({.executor = hub_.executor,
+            .clock = hub_.clock,
+            .openURL = [screen = screen_](std::string url) { screen->openURL(std::move(url)); },
+            .client = hub_.client,
+            .model = model_,
+            .home = Files::userHome(),
+            .picker = nullptr});
         application_->add_window(*window_);
         application_->add_window(*panel_);
         application_->add_window(*strip_);
-        screen_->attach(window_.get(), strip_.get(), {});
+        application_->add_window(setup_->window());
+        screen_->attach(window_.get(), strip_.get(), setupHooks(setup_));
+        tray_ = std::make_unique<TrayIcon>(bus_, model_,
+            TrayIcon::Presses{.panel = [this](auto place) { panel_->toggle(place); },
+                .settings = [this] { openSettings(); },
+                .quit = [this] { quit(); }});
         menu_ = std::make_unique<Menu>(*application_, model_);
         addAction("settings", "<Control>comma", [this] { openSettings(); });
         addAction("panel", "<Control>p", [this] { panel_->toggle(std::nullopt); });
         addAction("search", "<Control>f", [this] { window_->focusSearch(); });
         addAction("quit", "<Control>q", [this] { quit(); });
         watching_ = model_->observe([this] { changed(); });
+    }
+
+    static DesktopScreen::Setup setupHooks(const std::shared_ptr<OnboardingWindow>& window) {
+        return {.present =
+                    [window](PageSession::Credentials credentials, bool firstRun, std::string theme,
+                        bool quietly) {
+                        if (quietly) {
+                            window->presentQuietly(std::move(credentials), firstRun, std::move(theme));
+                        } else {
+                            window->present(std::move(credentials), firstRun, std::move(theme));
+                        }
+                    },
+            .renew = [window](
+                         PageSession::Credentials credentials) { window->renew(std::move(credentials)); },
+            .raise =
+                [window] {
+                    window->raise();
+                    return true;
+                },
+            .close = [window] { window->closeOnboardingWindow(); }};
     }
 
     void addAction(const char* name, const char* key, std::function<void()> run) {
@@ -131,6 +169,7 @@ private:
         const auto& state = model_->state();
         window_->show(state);
         panel_->refresh();
+        tray_->show(state);
         menu_->show(state);
     }
 
@@ -172,16 +211,24 @@ private:
     std::vector<std::string> arguments_;
     MainLoop loop_;
     BackgroundPool pool_; // after the loop: its jobs post to the loop until they are joined
-    const std::shared_ptr<DesktopScreen> screen_ = std::make_shared<DesktopScreen>(DesktopScreen::Desktop{});
+    const std::shared_ptr<SessionBus> bus_ = SessionBus::open();
+    const std::shared_ptr<DesktopApps> apps_ = std::make_shared<DesktopApps>();
+    LauncherBadge badge_{bus_};
+    FileReveal files_{bus_};
+    const std::shared_ptr<DesktopScreen> screen_ = std::make_shared<DesktopScreen>(
+        DesktopScreen::Desktop{.setBadge = [this](auto count) { badge_.set(count); },
+            .revealFile = [this](std::string path) { files_.reveal(path); },
+            .apps = apps_});
     LocalHub hub_;
     Glib::RefPtr<Gtk::Application> application_;
-    std::shared_ptr<NotificationCenter> center_;
     std::shared_ptr<WebPane> page_;
     std::shared_ptr<AppModel> model_;
     std::unique_ptr<AppLifecycle> lifecycle_;
     std::unique_ptr<MainWindow> window_;
     std::unique_ptr<PanelWindow> panel_;
     std::unique_ptr<AgentStripWindow> strip_;
+    std::shared_ptr<OnboardingWindow> setup_;
+    std::unique_ptr<TrayIcon> tray_;
     std::unique_ptr<Menu> menu_;
     Subscription watching_;
     bool launched_ = false;

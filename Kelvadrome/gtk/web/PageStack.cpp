@@ -11,7 +11,10 @@ PageStack::PageStack(Gtk::Widget& page, std::function<void()> tryAgain)
     again_.set_halign(Gtk::Align::CENTER);
     again_.add_css_class("pill");
     again_.add_css_class("suggested-action");
-    again_.signal_clicked().connect(std::move(tryAgain));
+    again_.signal_clicked().connect([this, tryAgain = std::move(tryAgain)] {
+        again_.set_sensitive(false); // until it is known what came of it
+        tryAgain();
+    });
     adw_status_page_set_child(status_, GTK_WIDGET(again_.gobj()));
     stack_.add(*Glib::wrap(GTK_WIDGET(status_)), "trouble");
 }
@@ -23,6 +26,7 @@ void PageStack::showPage() {
 
 void PageStack::showTrouble(const std::string& title, const std::string& words) {
     trouble_ = words;
+    again_.set_sensitive(true);
     adw_status_page_set_title(status_, title.c_str());
     const GText markup(g_markup_escape_text(words.c_str(), -1));
     adw_status_page_set_description(status_, markup.get());

@@ -147,6 +147,8 @@ Task<> WebPane::callOrLoad(
 }
 
 void WebPane::runScript(std::string script) {
+    if (!stands_)
+        return;
     webkit_web_view_evaluate_javascript(view_.get(), script.c_str(), static_cast<gssize>(script.size()),
         nullptr, nullptr, nullptr, nullptr, nullptr);
 }
@@ -239,13 +241,14 @@ void WebPane::loadFinished() {
 }
 
 void WebPane::loadFailed(const char* url, const GError& error) {
-    failed_ = true;
-    if (placing_)
+    const bool told = std::exchange(failed_, true);
+    if (placing_ || told)
         return;
+    const bool blank = !stands_ || trouble();
     if (!isNoFailure(error)) {
         wanted_ = url;
         showTrouble(notLoaded, fmt::format("kelvadrome could not reach its page: {}.", error.message));
-    } else if (!stands_ && error.domain == WEBKIT_POLICY_ERROR && !trouble()) {
+    } else if (blank && error.domain == WEBKIT_POLICY_ERROR) {
         showTrouble(notLoaded, "The daemon sent the page to an address that is not its own.");
     }
 }
@@ -362,7 +365,7 @@ void WebPane::showTrouble(const char* title, const std::string& words) {
     watching_.cancel();
     loaded_ = false;
     const double pause = holdOff_.failed(with_.clock->uptime());
-    stack_.showTrouble(title, fmt::format("{} It is tried again by itself in {:.0f} seconds.", words, pause));
+    stack_.showTrouble(title, fmt::format("{} kelvadrome tries again in {:.0f} seconds.", words, pause));
     waiting_.cancel();
     waiting_ = tasks_.launch("page retry", tryAgainLater(weak_from_this(), pause));
 }

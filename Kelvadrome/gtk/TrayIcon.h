@@ -1,0 +1,34 @@
+#pragma once
+
+#include "Kelvadrome/model/AppModel.h"
+#include "Kelvadrome/platform/linux/StatusNotifierItem.h"
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <utility>
+
+namespace kelvadrome {
+
+/// The item in the tray: the count of what needs the user, the panel behind a press, and a menu.
+class TrayIcon {
+public:
+    struct Presses {
+        std::function<void(std::optional<std::pair<int, int>> place)> panel;
+        std::function<void()> settings;
+        std::function<void()> quit;
+    };
+
+    TrayIcon(std::shared_ptr<SessionBus> bus, std::shared_ptr<AppModel> model, Presses presses);
+
+    void show(const AppState& state);
+
+private:
+    std::vector<BusMenuEntry> menu(const AppState& state) const;
+
+    std::shared_ptr<AppModel> model_;
+    Presses presses_;
+    StatusNotifierItem item_;
+};
+
+} // namespace kelvadrome
