@@ -95,6 +95,7 @@ Task<> WebPane::placeCookieAndRequest(std::weak_ptr<WebPane> weak) {
 
 void WebPane::request(std::string url) {
     wanted_ = std::move(url);
+    requested_ = true;
     webkit_web_view_load_uri(view_.get(), wanted_.c_str());
 }
 
@@ -196,7 +197,7 @@ void WebPane::connectSignals() {
 void WebPane::loadChanged(WebKitLoadEvent event) {
     switch (event) {
     case WEBKIT_LOAD_STARTED:
-        failed_ = whole_ = false;
+        requested_ = failed_ = whole_ = false;
         lastProgress_ = with_.clock->uptime();
         watching_.cancel();
         watching_ = tasks_.launch("page limit", giveUpWhenQuiet(weak_from_this()));
@@ -209,7 +210,8 @@ void WebPane::loadChanged(WebKitLoadEvent event) {
         break;
     case WEBKIT_LOAD_FINISHED:
         watching_.cancel();
-        if (!failed_ && !placing_) // a page that is about to be replaced doesn't count
+        // The end of a page that is about to be replaced doesn't count.
+        if (!failed_ && !placing_ && !requested_)
             loadFinished();
         break;
     case WEBKIT_LOAD_REDIRECTED:

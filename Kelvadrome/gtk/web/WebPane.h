@@ -105,9 +105,10 @@ private:
     std::string setCookieHeader_;                 // of the session in use
     bool loaded_ = false;
     bool firstLoadDue_ = false;
-    bool stands_ = false; // the web process has a document to show
-    bool failed_ = false; // the load under way has
-    bool whole_ = false;  // its document has arrived to the end
+    bool requested_ = false; // a load that hasn't begun yet
+    bool stands_ = false;    // the web process has a document to show
+    bool failed_ = false;    // the load under way has
+    bool whole_ = false;     // its document has arrived to the end
     double lastProgress_ = 0;
     TaskHandle placing_; // set while the cookie is put in its place, before a request
     TaskHandle watching_;

@@ -5,6 +5,7 @@
 
 #include "tests/support/FakeDaemon.h"
 #include "tests/support/HeadlessDisplay.h"
+#include "tests/support/TemporaryFolder.h"
 #include "tests/support/TestLoop.h"
 
 #include <fmt/format.h>
@@ -33,7 +34,12 @@ protected:
             GTEST_SKIP() << display.problem();
         }
         static const bool ready = [] {
+            static const TemporaryFolder home; // nothing of the user's is touched
+            for (const auto* name : {"XDG_CONFIG_HOME", "XDG_DATA_HOME", "XDG_CACHE_HOME"})
+                setenv(name, home.path().c_str(), 1);
+            setenv("GSETTINGS_BACKEND", "memory", 1);
             setenv("GTK_A11Y", "none", 1); // there is no bus for it here
+            g_set_prgname("kelvadrome-tests");
             WebPane::prepareProcess();
             adw_init();
             Gtk::init_gtkmm_internals();
