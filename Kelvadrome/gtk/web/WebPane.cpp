@@ -96,6 +96,7 @@ Task<> WebPane::placeCookieAndRequest(std::weak_ptr<WebPane> weak) {
 void WebPane::request(std::string url) {
     wanted_ = std::move(url);
     requested_ = true;
+    watchLoad();
     webkit_web_view_load_uri(view_.get(), wanted_.c_str());
 }
 
@@ -197,10 +198,8 @@ void WebPane::connectSignals() {
 void WebPane::loadChanged(WebKitLoadEvent event) {
     switch (event) {
     case WEBKIT_LOAD_STARTED:
-        requested_ = failed_ = whole_ = false;
-        lastProgress_ = with_.clock->uptime();
-        watching_.cancel();
-        watching_ = tasks_.launch("page limit", giveUpWhenQuiet(weak_from_this()));
+        requested_ = false;
+        watchLoad();
         break;
     case WEBKIT_LOAD_COMMITTED:
         stands_ = true;
@@ -209,9 +208,10 @@ void WebPane::loadChanged(WebKitLoadEvent event) {
         watchDocument();
         break;
     case WEBKIT_LOAD_FINISHED:
+        if (placing_ || requested_)
+            break; // the end of a page that is about to be replaced doesn't count
         watching_.cancel();
-        // The end of a page that is about to be replaced doesn't count.
-        if (!failed_ && !placing_ && !requested_)
+        if (!failed_)
             loadFinished();
         break;
     case WEBKIT_LOAD_REDIRECTED:
@@ -253,6 +253,13 @@ void WebPane::loadFailed(const char* url, const GError& error) {
     } else if (blank && error.domain == WEBKIT_POLICY_ERROR) {
         showTrouble(notLoaded, "The daemon sent the page to an address that is not its own.");
     }
+}
+
+void WebPane::watchLoad() {
+    failed_ = whole_ = false;
+    lastProgress_ = with_.clock->uptime();
+    watching_.cancel();
+    watching_ = tasks_.launch("page limit", giveUpWhenQuiet(weak_from_this()));
 }
 
 Task<> WebPane::giveUpWhenQuiet(std::weak_ptr<WebPane> weak) {

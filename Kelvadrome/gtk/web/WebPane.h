@@ -77,6 +77,7 @@ private:
     // What WebKit tells.
     void connectSignals();
     void loadChanged(WebKitLoadEvent event);
+    void watchLoad();
     void watchDocument();
     void forgetDocument();
     void loadFinished();
