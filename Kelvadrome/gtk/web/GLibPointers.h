@@ -19,11 +19,6 @@ std::shared_ptr<T> share(T* object) {
     return adopt(object);
 }
 
-struct GErrorFree {
-    void operator()(GError* error) const { g_error_free(error); }
-};
-using GErrorPointer = std::unique_ptr<GError, GErrorFree>;
-
 struct GFree {
     void operator()(void* memory) const { g_free(memory); }
 };

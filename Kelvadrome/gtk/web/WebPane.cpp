@@ -317,7 +317,7 @@ bool WebPane::decide(WebKitPolicyDecision* decision, WebKitPolicyDecisionType ty
     } else {
         webkit_policy_decision_ignore(decision);
     }
-    if (verdict == openInBrowser)
+    if (verdict == openInBrowser && with_.openURL)
         with_.openURL(url);
     return true;
 }
