@@ -58,6 +58,9 @@ public:
         daemon.emplace(socketPath);
         serve();
     }
+    ~World() { clock->letGo(); }
+    World(const World&) = delete;
+    World& operator=(const World&) = delete;
 
     /// The daemon's replies, from the fields below.
     void serve() {

@@ -62,6 +62,12 @@ double ManualClock::untilNext() const {
     return waiting_.empty() ? -1 : waiting_.begin()->first - elapsed_;
 }
 
+void ManualClock::letGo() {
+    decltype(waiting_) ended;
+    std::lock_guard guard(lock_);
+    ended.swap(waiting_); // what they hold goes after the lock: its end may come back here
+}
+
 void TestLoop::until(const std::function<bool()>& condition, const std::string& what) {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::duration<double>(limit);
     while (!condition()) {
