@@ -14,6 +14,7 @@
 #include "Kelvadrome/platform/linux/FileReveal.h"
 #include "Kelvadrome/platform/linux/FreedesktopNotifications.h"
 #include "Kelvadrome/platform/linux/LauncherBadge.h"
+#include "Kelvadrome/platform/linux/SystemdAgentService.h"
 
 #include <glib-unix.h>
 
@@ -27,7 +28,7 @@ namespace kelvadrome {
 namespace {
 
 constexpr const char* applicationId = "com.kelvadrome.mac";
-constexpr double drainLimit = 3; // seconds for what was cancelled to end
+constexpr double drainLimit = 0.2; // seconds for what was cancelled to end
 
 /// Everything of one run, in the order in which it is made; it ends in the reverse one.
 class DesktopApplication {
@@ -58,7 +59,8 @@ public:
                 words.push_back(argument.data());
         }
         const int status = application_->run(static_cast<int>(words.size()), words.data());
-        loop_.runUntil([] { return false; }, model_ ? 0.2 : 0);
+        if (model_)
+            loop_.runUntil([] { return false; }, drainLimit);
         return status;
     }
 
@@ -112,9 +114,7 @@ private:
     void makeWindows() {
         window_ = std::make_unique<MainWindow>(model_, page_->widget(), hub_.defaults);
         panel_ = std::make_unique<PanelWindow>(model_, hub_.clock,
-            PanelView::Effects{.openSettings = [this] { openSettings(); },
-                .openLoginItems = [this] { openSettings(); },
-                .done = {}});
+            PanelView::Effects{.openLoginItems = [this] { tellOfLoginItem(); }, .done = {}});
         strip_ = std::make_unique<AgentStripWindow>([this] { model_->openFirstNeedingYou(); });
         setup_ = OnboardingWindow::make({.executor = hub_.executor,
             .clock = hub_.clock,
@@ -129,11 +129,9 @@ private:
         application_->add_window(setup_->window());
         screen_->attach(window_.get(), strip_.get(), setupHooks(setup_));
         tray_ = std::make_unique<TrayIcon>(bus_, model_,
-            TrayIcon::Presses{.panel = [this](auto place) { panel_->toggle(place); },
-                .settings = [this] { openSettings(); },
-                .quit = [this] { quit(); }});
+            TrayIcon::Presses{
+                .panel = [this](auto place) { panel_->toggle(place); }, .quit = [this] { quit(); }});
         menu_ = std::make_unique<Menu>(*application_, model_);
-        addAction("settings", "<Control>comma", [this] { openSettings(); });
         addAction("panel", "<Control>p", [this] { panel_->toggle(std::nullopt); });
         addAction("search", "<Control>f", [this] { window_->focusSearch(); });
         addAction("quit", "<Control>q", [this] { quit(); });
@@ -189,7 +187,11 @@ private:
             model_->handleOpenURL(file->get_uri());
     }
 
-    void openSettings() {}
+    void tellOfLoginItem() {
+        model_->openMainWindow();
+        model_->setNotice(std::string("The background service is masked. \"systemctl --user unmask ") +
+                          SystemdAgentService::unitName + "\" allows it.");
+    }
 
     void quit() {
         if (!std::exchange(quitting_, true))

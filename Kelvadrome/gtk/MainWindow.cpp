@@ -61,7 +61,8 @@ void MainWindow::makeToolbar() {
     });
     header_.pack_start(scope_);
 
-    search_.set_placeholder_text("Search");
+    // GTK 4.8 has the property, but no function for it on this widget.
+    g_object_set(search_.gobj(), "placeholder-text", "Search", nullptr);
     search_.set_width_chars(28);
     name(search_, "Search cards, topics and receipts");
     search_.signal_activate().connect([this] {

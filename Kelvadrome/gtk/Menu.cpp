@@ -38,7 +38,6 @@ Glib::RefPtr<Gio::Menu> Menu::primary() {
     menu->append_section({}, group);
     group = Gio::Menu::create();
     group->append("Show Inspector", "app.inspector");
-    group->append("Settings", "app.settings");
     group->append("Quit", "app.quit");
     menu->append_section({}, group);
     return menu;

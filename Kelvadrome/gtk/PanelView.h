@@ -19,7 +19,6 @@ namespace kelvadrome {
 class PanelView final : public Gtk::Box {
 public:
     struct Effects {
-        std::function<void()> openSettings;
         std::function<void()> openLoginItems;
         std::function<void()> done; // the panel has served its purpose: the main window was asked for
     };

@@ -49,12 +49,16 @@ Gtk::Widget* content(
     }
     auto* const texts = Gtk::make_managed<Gtk::Box>(Gtk::Orientation::VERTICAL);
     texts->set_hexpand(true);
+    texts->set_valign(Gtk::Align::CENTER);
     texts->append(*label(title, ""));
     if (!detail.empty())
         texts->append(*label(detail, "sidebar-detail"));
     box->append(*texts);
-    if (!count.empty())
-        box->append(*label(count, "count"));
+    if (!count.empty()) {
+        auto* const number = label(count, "count");
+        number->set_valign(Gtk::Align::CENTER);
+        box->append(*number);
+    }
     return box;
 }
 

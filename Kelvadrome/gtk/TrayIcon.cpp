@@ -47,8 +47,7 @@ std::vector<BusMenuEntry> TrayIcon::menu(const AppState& state) const {
         .checked = state.agentStripShown,
         .pressed = [model = model_] { model->setAgentStrip(!model->state().agentStripShown); }});
     entries.push_back({.id = 5, .separator = true});
-    add(6, "Settings", [this] { presses_.settings(); });
-    add(7, "Quit", [this] { presses_.quit(); });
+    add(6, "Quit", [this] { presses_.quit(); });
     return entries;
 }
 

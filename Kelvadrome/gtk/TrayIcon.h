@@ -15,7 +15,6 @@ class TrayIcon {
 public:
     struct Presses {
         std::function<void(std::optional<std::pair<int, int>> place)> panel;
-        std::function<void()> settings;
         std::function<void()> quit;
     };
 
