@@ -26,11 +26,11 @@ Descriptor duplicate(const Descriptor& socket) {
 } // namespace
 
 EventStream::EventStream(
-    const std::string& socketPath, std::string path, std::function<void(SSEParser::Event)> onEvent)
+    const std::string& socketPath, std::string path, std::function<void(const SSEParser::Event&)> onEvent)
     : EventStream(UnixSocket::make(socketPath), socketPath, std::move(path), std::move(onEvent)) {}
 
 EventStream::EventStream(Descriptor socket, const std::string& socketPath, std::string path,
-    std::function<void(SSEParser::Event)> onEvent)
+    std::function<void(const SSEParser::Event&)> onEvent)
     : socketPath_(socketPath), path_(std::move(path)), onEvent_(std::move(onEvent)),
       socket_(duplicate(socket)), closer_(std::move(socket)) {}
 
@@ -104,9 +104,7 @@ void EventStream::takeBytes(std::string_view bytes) {
 }
 
 void EventStream::takeBody(std::string_view bytes) {
-    const auto text = chunks_ ? text_.take(chunks_->feed(bytes)) : text_.take(bytes);
-    for (auto& event : parser_.feed(text))
-        onEvent_(std::move(event));
+    parser_.feed(chunks_ ? text_.take(chunks_->feed(bytes)) : text_.take(bytes), onEvent_);
 }
 
 } // namespace kelvadrome

@@ -18,8 +18,8 @@ class EventStream {
 public:
     /// `socketPath` and `path` are the socket's and the route's; `onEvent` is called within `run`. Throws
     /// TransportError.
-    EventStream(
-        const std::string& socketPath, std::string path, std::function<void(SSEParser::Event)> onEvent);
+    EventStream(const std::string& socketPath, std::string path,
+        std::function<void(const SSEParser::Event&)> onEvent);
 
     /// Connects, asks, and reads until the peer closes or `cancel` is called. Throws TransportError
     /// otherwise.
@@ -28,7 +28,7 @@ public:
 
 private:
     EventStream(Descriptor socket, const std::string& socketPath, std::string path,
-        std::function<void(SSEParser::Event)> onEvent);
+        std::function<void(const SSEParser::Event&)> onEvent);
 
     void exchange();
     void end();
@@ -38,7 +38,7 @@ private:
 
     const std::string socketPath_;
     const std::string path_;
-    const std::function<void(SSEParser::Event)> onEvent_;
+    const std::function<void(const SSEParser::Event&)> onEvent_;
     // A second descriptor of the same socket: the one that another thread closes may name another file a
     // moment later.
     Descriptor socket_;

@@ -1,11 +1,33 @@
 #include "KelvadromeKit/wire/SSEParser.h"
 
-#include <utility>
-
 namespace kelvadrome {
+
+namespace {
+
+constexpr std::string_view unnamed = "message";
+
+/// The value of a line for the field `name`, without the one blank that may stand before it.
+std::optional<std::string_view> value(std::string_view line, std::string_view name) {
+    if (!line.starts_with(name))
+        return std::nullopt;
+    line.remove_prefix(name.size());
+    if (line.empty())
+        return line;
+    if (line.front() != ':')
+        return std::nullopt;
+    line.remove_prefix(line.starts_with(": ") ? 2 : 1);
+    return line;
+}
+
+} // namespace
 
 std::vector<SSEParser::Event> SSEParser::feed(std::string_view text) {
     std::vector<Event> finished;
+    feed(text, [&finished](const Event& event) { finished.push_back(event); });
+    return finished;
+}
+
+void SSEParser::feed(std::string_view text, const std::function<void(const Event&)>& onEvent) {
     // What is pending holds no line feed, so only new text is searched and only a line cut in two is copied.
     for (std::size_t end; (end = text.find('\n')) != text.npos; text.remove_prefix(end + 1)) {
         auto line = text.substr(0, end);
@@ -13,37 +35,36 @@ std::vector<SSEParser::Event> SSEParser::feed(std::string_view text) {
             line = pending_.append(line);
         if (line.ends_with('\r'))
             line.remove_suffix(1);
-        takeLine(line, finished);
+        if (line.empty()) {
+            endEvent(onEvent);
+        } else {
+            takeField(line);
+        }
         pending_.clear();
     }
     pending_.append(text);
-    return finished;
 }
 
-void SSEParser::takeLine(std::string_view line, std::vector<Event>& finished) {
-    if (line.empty()) {
-        if (hasData_ || current_.event != "message")
-            finished.push_back(std::move(current_));
-        current_ = Event();
-        hasData_ = false;
-        return;
-    }
-    if (line.front() == ':')
-        return; // a comment, such as a keep-alive
-    const auto colon = line.find(':');
-    const auto name = line.substr(0, colon);
-    auto value = colon == line.npos ? std::string_view() : line.substr(colon + 1);
-    if (value.starts_with(' '))
-        value.remove_prefix(1);
-    if (name == "data") {
+void SSEParser::endEvent(const std::function<void(const Event&)>& onEvent) {
+    if (hasData_ || current_.event != unnamed)
+        onEvent(current_);
+    current_.event = unnamed;
+    current_.data.clear();
+    current_.id.reset();
+    hasData_ = false;
+}
+
+/// Comments, such as a keep-alive, are among the lines that aren't known.
+void SSEParser::takeField(std::string_view line) {
+    if (const auto data = value(line, "data")) {
         if (hasData_)
             current_.data += '\n';
-        current_.data += value;
+        current_.data += *data;
         hasData_ = true;
-    } else if (name == "event") {
-        current_.event = value;
-    } else if (name == "id") {
-        current_.id = value;
+    } else if (const auto event = value(line, "event")) {
+        current_.event = *event;
+    } else if (const auto id = value(line, "id")) {
+        current_.id = *id;
     }
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -22,8 +23,13 @@ public:
     /// The events that this piece (whole UTF-8 characters) finished, in order.
     std::vector<Event> feed(std::string_view text);
 
+    /// The same, each handed to `onEvent` as it ends. It is the parser's own and changes with the next: a
+    /// long stream allocates nothing for its events.
+    void feed(std::string_view text, const std::function<void(const Event&)>& onEvent);
+
 private:
-    void takeLine(std::string_view line, std::vector<Event>& finished);
+    void takeField(std::string_view line);
+    void endEvent(const std::function<void(const Event&)>& onEvent);
 
     std::string pending_; // a line's start, without a line feed
     Event current_;

@@ -37,7 +37,7 @@ HTTPResponse exchange(const UnixSocketTransport& transport, std::string_view req
     return HTTPWire::parse(readToEnd(socket.get()));
 }
 
-Task<> follow(std::string socketPath, std::string path, std::function<void(SSEParser::Event)> onEvent,
+Task<> follow(std::string socketPath, std::string path, std::function<void(const SSEParser::Event&)> onEvent,
     BackgroundPool* pool) {
     const auto stream = std::make_shared<EventStream>(socketPath, std::move(path), std::move(onEvent));
     const auto run = [stream] { stream->run(); };
@@ -74,7 +74,8 @@ Task<HTTPResponse> UnixSocketTransport::send(std::string method, std::string pat
     });
 }
 
-Task<> UnixSocketTransport::stream(std::string path, std::function<void(SSEParser::Event)> onEvent) const {
+Task<> UnixSocketTransport::stream(
+    std::string path, std::function<void(const SSEParser::Event&)> onEvent) const {
     return follow(path_, std::move(path), std::move(onEvent), pool_);
 }
 
