@@ -28,11 +28,17 @@ void parseStream(benchmark::State& state) {
         for (std::size_t at = 0; at < text.size(); at += piece) {
             parser.feed(std::string_view(text).substr(at, piece), [&events](const auto&) { ++events; });
         }
-        if (events == 0) state.SkipWithError("no events");
+        if (events == 0)
+            state.SkipWithError("no events");
     }
 }
 
 } // namespace
 
 // The arguments: MiB of text, bytes a piece.
-BENCHMARK(parseStream)->Args({1, 16384})->Args({64, 16384})->Args({1, 1})->Args({64, 1})->Unit(benchmark::kMillisecond);
+BENCHMARK(parseStream)
+    ->Args({1, 16384})
+    ->Args({64, 16384})
+    ->Args({1, 1})
+    ->Args({64, 1})
+    ->Unit(benchmark::kMillisecond);

@@ -1,16 +1,16 @@
 // One exchange over the socket: ours, libcurl on the same socket, and a bare connect, write and read loop.
 
 #include "KelvadromeKit/wire/UnixSocketTransport.h"
-#include "bench/LocalServer.h"
 
-#include <benchmark/benchmark.h>
 #include <boost/asio/io_context.hpp>
 #include <curl/curl.h>
+
+#include "bench/LocalServer.h"
+#include <benchmark/benchmark.h>
+#include <cstring>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
-
-#include <cstring>
 
 using namespace kelvadrome;
 using kelvadrome::bench::LocalServer;
@@ -18,7 +18,8 @@ using kelvadrome::bench::LocalServer;
 namespace {
 
 void requireBody(benchmark::State& state, std::size_t size) {
-    if (size != static_cast<std::size_t>(state.range(0))) state.SkipWithError("a reply of another size");
+    if (size != static_cast<std::size_t>(state.range(0)))
+        state.SkipWithError("a reply of another size");
 }
 
 Task<> exchanges(UnixSocketTransport transport, benchmark::State* state) {
@@ -32,9 +33,11 @@ void exchangeOurs(benchmark::State& state) {
     const LocalServer server(std::string(static_cast<std::size_t>(state.range(0)), 'x'));
     asio::io_context loop(1);
     BackgroundPool pool;
-    asio::co_spawn(loop, exchanges(UnixSocketTransport(server.path(), pool), &state), [](std::exception_ptr error) {
-        if (error) std::rethrow_exception(error);
-    });
+    asio::co_spawn(
+        loop, exchanges(UnixSocketTransport(server.path(), pool), &state), [](std::exception_ptr error) {
+            if (error)
+                std::rethrow_exception(error);
+        });
     loop.run();
 }
 
@@ -53,7 +56,8 @@ void exchangeCurl(benchmark::State& state) {
     curl_easy_setopt(handle.get(), CURLOPT_WRITEDATA, &body);
     for (auto _ : state) {
         body.clear();
-        if (curl_easy_perform(handle.get()) != CURLE_OK) state.SkipWithError("libcurl failed");
+        if (curl_easy_perform(handle.get()) != CURLE_OK)
+            state.SkipWithError("libcurl failed");
         requireBody(state, body.size());
     }
 }

@@ -1,12 +1,12 @@
 #include "bench/LocalServer.h"
 
 #include <fmt/format.h>
-#include <sys/socket.h>
-#include <sys/un.h>
-#include <unistd.h>
 
 #include <cstring>
 #include <stdexcept>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
 
 namespace kelvadrome::bench {
 
@@ -39,16 +39,19 @@ void LocalServer::serve() {
     char buffer[65536];
     while (!closing_) {
         const Descriptor peer(::accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC));
-        if (!peer) continue;
+        if (!peer)
+            continue;
         std::string request;
         while (request.find("\r\n\r\n") == std::string::npos) {
             const auto count = ::read(peer.get(), buffer, sizeof buffer);
-            if (count <= 0) break;
+            if (count <= 0)
+                break;
             request.append(buffer, static_cast<std::size_t>(count));
         }
         for (std::size_t done = 0; done < reply_.size();) {
             const auto count = ::send(peer.get(), reply_.data() + done, reply_.size() - done, MSG_NOSIGNAL);
-            if (count <= 0) break;
+            if (count <= 0)
+                break;
             done += static_cast<std::size_t>(count);
         }
     }

@@ -8,7 +8,8 @@
 
 namespace kelvadrome::bench {
 
-/// Answers every connection on a Unix socket with the same bytes and closes it, as the daemon does. One thread.
+/// Answers every connection on a Unix socket with the same bytes and closes it, as the daemon does. One
+/// thread.
 class LocalServer {
 public:
     /// `body` is sent after a minimal head with its length.

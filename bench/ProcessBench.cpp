@@ -2,8 +2,9 @@
 
 #include "KelvadromeKit/delivery/ProcessRunner.h"
 
-#include <benchmark/benchmark.h>
 #include <boost/asio/io_context.hpp>
+
+#include <benchmark/benchmark.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -16,7 +17,8 @@ Task<> runs(CommandRunning* runner, benchmark::State* state) {
     const RunCommand command{"/bin/true", {}, 0};
     for (auto _ : *state) {
         const auto output = co_await runner->run(command, 5.0);
-        if (output.status != 0) state->SkipWithError("/bin/true failed");
+        if (output.status != 0)
+            state->SkipWithError("/bin/true failed");
     }
 }
 
@@ -25,7 +27,8 @@ void processOurs(benchmark::State& state) {
     BackgroundPool pool;
     ProcessRunner runner(pool);
     asio::co_spawn(loop, runs(&runner, &state), [](std::exception_ptr error) {
-        if (error) std::rethrow_exception(error);
+        if (error)
+            std::rethrow_exception(error);
     });
     loop.run();
 }
