@@ -6,7 +6,7 @@ import { fileURLToPath } from 'node:url';
 import { invalid } from './errors.mjs';
 import { AGENTS } from './proc.mjs';
 import { agentName } from './names.mjs';
-import { oneLine } from './text.mjs';
+import { cut, oneLine } from './text.mjs';
 
 const KD = fileURLToPath(new URL('../dist/bin.js', import.meta.url));
 // Where agents install themselves, for a daemon that was started without a login shell's PATH.
@@ -68,6 +68,6 @@ export class Onboarding {
   topicOf(cwd) {
     if (!this.folder || !cwd) return null;
     const [first] = relative(this.folder, cwd).split(sep);
-    return first && first !== '..' ? oneLine(first).slice(0, 120) || null : null;
+    return first && first !== '..' ? cut(oneLine(first), 119) || null : null;
   }
 }
