@@ -13,8 +13,6 @@ TEST(Observation, manyChangesInOneTurnAreToldOnce) {
     ChangeAnnouncer changes(loop.executor());
     int told = 0;
     auto subscription = changes.observe([&] { ++told; });
-    loop.drain();
-    EXPECT_EQ(told, 0);
     changes.changed();
     changes.changed();
     EXPECT_EQ(told, 0) << "never in the middle of the change";

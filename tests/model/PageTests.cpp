@@ -1,200 +1,171 @@
 #include "Kelvadrome/model/NativeActions.h"
 
 #include "tests/model/World.h"
-#include "tests/support/TemporaryFolder.h"
-
-#include <fstream>
 
 namespace kelvadrome::test {
 namespace {
 
 using Lines = std::vector<std::string>;
 
-TEST(Pages, theShellFollowsThePagesRoute) {
-    struct Row {
-        const char* route;
-        NavSection section; // from `skills`
-    };
-    for (const auto& row :
-        std::vector<Row>{{"/topics", NavSection::topics}, {"/topics/t-1?x=/agents", NavSection::topics},
+class Pages : public testing::Test, protected World {};
+
+TEST_F(Pages, theShellFollowsThePagesRoute) {
+    make();
+    for (const auto& [route, section] :
+        std::vector<std::pair<std::string, NavSection>>{{"/topics/t-1?x=/agents", NavSection::topics},
             {"agents", NavSection::agents}, {"//receipts//", NavSection::receipts}, {"/", NavSection::inbox},
-            {"", NavSection::inbox}, {"?card=1", NavSection::inbox}, {"/inbox", NavSection::inbox},
+            {"?card=1", NavSection::inbox}, {"/inbox", NavSection::inbox},
             {"/search?q=a", NavSection::skills}, {"/Topics", NavSection::skills}}) {
-        World world;
-        world.flags.section = NavSection::skills;
-        world.make().followPageRoute(row.route);
-        EXPECT_EQ(world.state().section, row.section) << row.route;
-        world.loop.drain();
-        EXPECT_EQ(world.clock->sleepers(), 0U) << "the scope `all` needs no giving back";
+        model->followPageRoute("/skills");
+        model->followPageRoute(route);
+        EXPECT_EQ(state().section, section) << route;
     }
+    loop.drain();
+    EXPECT_EQ(clock->sleepers(), 0U) << "the scope `all` needs no giving back";
 }
 
-TEST(Pages, aPageThatHasJustLoadedGetsTheShellsScopeBack) {
-    World world;
-    world.make().setScope(ScopeFilter::companies);
-    EXPECT_EQ(world.defaults->string("KDScopeFilter"), "companies");
-    world.model->followPageRoute("/topics");
-    world.loop.advance(*world.clock, 0.24);
-    EXPECT_EQ(world.web->calls.lines(), Lines{"setScope companies /"});
-    world.loop.advance(*world.clock, 0.02);
-    EXPECT_EQ(world.web->calls.lines(), (Lines{"setScope companies /", "setScope companies /topics"}));
+TEST_F(Pages, aPageThatHasJustLoadedGetsTheShellsScopeBack) {
+    make().setScope(ScopeFilter::companies);
+    EXPECT_EQ(defaults->string("KDScopeFilter"), "companies");
+    model->followPageRoute("/topics");
+    loop.advance(*clock, 0.24);
+    EXPECT_EQ(web->calls.lines(), Lines{"setScope companies /"});
+    loop.advance(*clock, 0.02);
+    EXPECT_EQ(web->calls.lines(), (Lines{"setScope companies /", "setScope companies /topics"}));
 
-    world.web->calls.clear();
-    world.loop.run(world.model->connect());
-    world.web->onFirstLoad();
-    world.loop.advance(*world.clock, 0.41);
-    EXPECT_EQ(world.web->calls.lines(), (Lines{"load s1 topics companies", "setScope companies /topics"}));
-    world.model->setScope(ScopeFilter::all);
-    world.web->onFirstLoad();
-    world.loop.drain();
-    EXPECT_EQ(world.clock->sleepers(), 0U);
+    web->calls.clear();
+    loop.run(model->connect());
+    web->onFirstLoad();
+    loop.advance(*clock, 0.41);
+    EXPECT_EQ(web->calls.lines(), (Lines{"load s1 topics companies", "setScope companies /topics"}));
+    model->setScope(ScopeFilter::all);
+    web->onFirstLoad();
+    loop.drain();
+    EXPECT_EQ(clock->sleepers(), 0U);
 }
 
-TEST(Pages, whatIsStoredDecidesOnHowTheModelBegins) {
-    World world;
-    world.defaults->set("KDScopeFilter", std::string("moon"));
-    world.defaults->set("KDAgentStrip", true);
-    world.defaults->set("interfaceMode", std::string("expert"));
-    world.flags.inspector = true;
-    world.make();
-    EXPECT_EQ(world.state().scope, ScopeFilter::all);
-    EXPECT_TRUE(world.state().agentStripShown);
-    EXPECT_EQ(world.state().interfaceMode, InterfaceMode::expert);
-    EXPECT_EQ(world.web->mode, InterfaceMode::expert);
-    EXPECT_FALSE(world.state().inspectorShown) << "expert mode has none";
+TEST_F(Pages, whatIsStoredDecidesOnHowTheModelBegins) {
+    defaults->set("KDScopeFilter", std::string("moon"));
+    defaults->set("KDAgentStrip", true);
+    defaults->set("interfaceMode", std::string("expert"));
+    flags.inspector = true;
+    make();
+    EXPECT_EQ(state().scope, ScopeFilter::all);
+    EXPECT_TRUE(state().agentStripShown);
+    EXPECT_EQ(state().interfaceMode, InterfaceMode::expert);
+    EXPECT_EQ(web->mode, InterfaceMode::expert);
+    EXPECT_FALSE(state().inspectorShown) << "expert mode has none";
 }
 
-TEST(Pages, anOpenedPathBecomesRouteAndFocus) {
+TEST_F(Pages, anOpenedPathBecomesRouteAndFocus) {
+    make();
     struct Row {
         const char* path;
         NavSection section; // from `skills`
         const char* navigated;
     };
-    for (const auto& row : std::vector<Row>{{"/", NavSection::inbox, "navigate / all -"},
-             {"", NavSection::inbox, "navigate / all -"},
+    for (const auto& row : std::vector<Row>{{"", NavSection::inbox, "navigate / all -"},
              {"/agents?card=c-1&card=c-2", NavSection::agents, "navigate /agents all c-1"},
              {"/?x=1&card=a%20b+c?d", NavSection::inbox, "navigate / all a b+c?d"},
              {"?card=c", NavSection::inbox, "navigate / all c"},
              {"/?card", NavSection::inbox, "navigate / all -"},
-             {"/search?q=1", NavSection::skills, "navigate /search all -"},
              {"/topics/t", NavSection::skills, "navigate /topics/t all -"}}) {
-        World world;
-        world.flags.section = NavSection::skills;
-        world.make().openMain(row.path);
-        EXPECT_EQ(world.state().section, row.section) << row.path;
-        EXPECT_EQ(world.web->calls.lines(), Lines{row.navigated}) << row.path;
-        EXPECT_EQ(world.screen->calls.lines(), (Lines{"openMainWindow", "activate"}));
+        model->followPageRoute("/skills");
+        model->openMain(row.path);
+        EXPECT_EQ(state().section, row.section) << row.path;
+        EXPECT_EQ(web->calls.lines().back(), row.navigated) << row.path;
+        EXPECT_EQ(screen->calls.lines(), (Lines{"openMainWindow", "activate"}));
+        screen->calls.clear();
     }
-    World quiet;
-    quiet.flags.quietWindows = true;
-    quiet.make().openMain("/");
-    EXPECT_EQ(quiet.screen->calls.lines(), Lines{"openMainWindow"});
+    flags.quietWindows = true;
+    make().openMain("/");
+    EXPECT_EQ(screen->calls.lines(), Lines{"openMainWindow"});
 }
 
-TEST(Pages, aSectionIsOpenedInThePageOrByItsAddress) {
-    World world;
-    world.make().open(NavSection::topics, std::nullopt);
-    EXPECT_EQ(world.web->calls.last("callShell"), R"(callShell b.navigate("/topics") -)")
+TEST_F(Pages, aSectionIsOpenedInThePageOrByItsAddress) {
+    make().open(NavSection::topics, std::nullopt);
+    EXPECT_EQ(web->calls.last("callShell"), R"(callShell b.navigate("/topics") -)")
         << "no page was loaded yet";
-    world.loop.run(world.model->connect());
-    world.model->setScope(ScopeFilter::family);
-    world.model->setInterfaceMode(InterfaceMode::expert, InterfaceModeSource::menu);
-    world.model->open(NavSection::inbox, std::nullopt);
-    EXPECT_EQ(world.web->calls.last("callShell"),
+    loop.run(model->connect());
+    model->setScope(ScopeFilter::family);
+    model->setInterfaceMode(InterfaceMode::expert, InterfaceModeSource::menu);
+    model->open(NavSection::inbox, std::nullopt);
+    EXPECT_EQ(web->calls.last("callShell"),
         R"(callShell b.navigate("/") http://127.0.0.1:4711/?shell=native&scope=family&mode=expert)");
-    EXPECT_EQ(world.web->url("/search", ScopeFilter::all, {{"q", "a b&c=d/é"}}),
-        "http://127.0.0.1:4711/search?shell=native&mode=expert&q=a%20b%26c%3Dd%2F%C3%A9");
 
-    world.cards({World::cardJSON("low"), World::cardJSON("high", "stop", "high")});
-    world.refresh();
-    world.model->openFirstNeedingYou();
-    EXPECT_EQ(world.web->calls.last("navigate"), "navigate / family high");
+    cards({cardJSON("low"), cardJSON("high", "stop", "high")});
+    refresh();
+    model->openFirstNeedingYou();
+    EXPECT_EQ(web->calls.last("navigate"), "navigate / family high");
 }
 
-TEST(Pages, aSwitchOfModeIsStoredAndEchoedUnlessItCameFromThePage) {
-    World world;
-    world.flags.inspector = true;
-    world.make().setInterfaceMode(InterfaceMode::expert, InterfaceModeSource::page);
-    EXPECT_EQ(world.state().interfaceMode, InterfaceMode::expert);
-    EXPECT_EQ(world.web->mode, InterfaceMode::expert);
-    EXPECT_FALSE(world.state().inspectorShown);
-    EXPECT_EQ(world.defaults->string("interfaceMode"), "expert");
-    EXPECT_EQ(world.web->calls.lines(), Lines{});
-    world.model->setInterfaceMode(InterfaceMode::simple, InterfaceModeSource::toolbar);
-    EXPECT_EQ(world.web->calls.countOf("runScript window.kelvadrome && window.kelvadrome.setMode"), 1U);
+TEST_F(Pages, aSwitchOfModeIsStoredAndEchoedUnlessItCameFromThePage) {
+    flags.inspector = true;
+    make().setInterfaceMode(InterfaceMode::expert, InterfaceModeSource::page);
+    EXPECT_EQ(web->mode, InterfaceMode::expert);
+    EXPECT_FALSE(state().inspectorShown);
+    EXPECT_EQ(defaults->string("interfaceMode"), "expert");
+    EXPECT_EQ(web->calls.lines(), Lines{});
+    model->setInterfaceMode(InterfaceMode::simple, InterfaceModeSource::toolbar);
+    EXPECT_EQ(web->calls.countOf("runScript window.kelvadrome && window.kelvadrome.setMode"), 1U);
 }
 
-TEST(Pages, theAgentStripIsStoredAndShownAtOnceAndAtEachRefresh) {
-    World world;
-    world.make().setAgentStrip(true);
-    EXPECT_EQ(world.defaults->storedBoolean("KDAgentStrip"), true);
-    world.cards({World::cardJSON("a")});
-    world.daemon->on("/v1/agents/status", FakeReply::failure("internal", "no"));
-    world.refresh();
-    world.model->setAgentStrip(false);
-    world.refresh();
-    EXPECT_EQ(world.screen->calls.countOf("updateAgentStrip"), 3U);
-    EXPECT_EQ(world.screen->calls.lines()[0], "updateAgentStrip All clear");
-    EXPECT_EQ(world.screen->calls.lines()[1], "updateAgentStrip 1 needs you");
-    EXPECT_EQ(world.screen->calls.last("updateAgentStrip"), "updateAgentStrip none");
+TEST_F(Pages, theAgentStripIsStoredAndShownAtOnceAndAtEachRefresh) {
+    make().setAgentStrip(true);
+    EXPECT_EQ(defaults->storedBoolean("KDAgentStrip"), true);
+    cards({cardJSON("a")});
+    refresh();
+    model->setAgentStrip(false);
+    refresh();
+    EXPECT_EQ(screen->calls.countOf("updateAgentStrip"), 3U);
+    EXPECT_TRUE(screen->calls.has("updateAgentStrip 1 needs you"));
+    EXPECT_EQ(screen->calls.last("updateAgentStrip"), "updateAgentStrip none");
 }
 
-TEST(Pages, aURLOfOursOpensTheWindowThatIsDue) {
-    for (const auto* url : {"kelvadrome://open", "KELVADROME://Open/x?y=1"}) {
-        World world;
-        world.make().handleOpenURL(url);
-        EXPECT_EQ(world.screen->calls.lines(), (Lines{"openMainWindow", "activate"})) << url;
+TEST_F(Pages, aURLOfOursOpensTheWindowThatIsDue) {
+    make();
+    for (const auto* url :
+        {"https://open", "kelvadrome://close", "kelvadrome:open", "", "kelvadrome://open me"}) {
+        model->handleOpenURL(url);
+        EXPECT_TRUE(screen->calls.lines().empty()) << url;
     }
-    World world;
-    for (const auto* url : {"https://open", "kelvadrome://close", "kelvadrome:open", "kelvadrome://", "",
-             "kelvadrome://open me"}) {
-        world.make().handleOpenURL(url);
-        EXPECT_TRUE(world.screen->calls.lines().empty()) << url;
-    }
-    world.model->openOnboarding(false);
-    world.model->handleOpenURL("kelvadrome://open"); // the window isn't made yet
-    world.loop.until(
-        [&] { return world.screen->calls.countOf("presentOnboarding") == 2; }, "the setup window");
-    world.screen->calls.clear();
-    world.model->handleOpenURL("kelvadrome://open");
-    EXPECT_EQ(world.screen->calls.lines(), (Lines{"raiseOnboarding", "activate"}));
-    world.model->onboardingFinished();
-    EXPECT_FALSE(world.state().onboardingActive);
-    EXPECT_EQ(world.screen->calls.last("close"), "closeOnboarding");
-    EXPECT_EQ(world.web->calls.last("navigate"), "navigate / all -");
+    model->handleOpenURL("KELVADROME://Open/x?y=1");
+    EXPECT_EQ(screen->calls.lines(), (Lines{"openMainWindow", "activate"}));
+    model->openOnboarding(false);
+    model->handleOpenURL("kelvadrome://open"); // the window isn't made yet
+    loop.until([&] { return screen->calls.countOf("presentOnboarding") == 2; }, "the setup window");
+    screen->calls.clear();
+    model->handleOpenURL("kelvadrome://open");
+    EXPECT_EQ(screen->calls.lines(), (Lines{"raiseOnboarding", "activate"}));
 }
 
-TEST(Pages, setupWithoutAPageSessionSaysSo) {
-    World world;
-    world.refuseLogin = true;
-    world.make().openOnboarding(true);
-    world.loop.until([&] { return world.state().panelError.has_value(); }, "the refusal");
-    EXPECT_EQ(world.state().panelError, "kelvadrome could not open its page session.");
-    EXPECT_TRUE(world.state().onboardingActive);
+TEST_F(Pages, setupWithoutAPageSessionSaysSo) {
+    refuseLogin = true;
+    make().openOnboarding(true);
+    loop.until([&] { return state().panelError.has_value(); }, "the refusal");
+    EXPECT_TRUE(state().onboardingActive);
+    EXPECT_FALSE(screen->onboardingMade);
 }
 
-TEST(Pages, theForcedAppearanceGoesToTheScreenAndThePage) {
+TEST_F(Pages, theForcedAppearanceGoesToTheScreenAndThePage) {
     for (const auto& [word, expected] : std::vector<std::pair<std::optional<std::string>, std::string>>{
              {"dark", "dark"}, {"light", "light"}, {"sepia", "system"}, {std::nullopt, "system"}}) {
-        World world;
-        world.flags.appearance = word;
-        world.make().applyAppearance();
-        EXPECT_EQ(world.screen->calls.lines(), Lines{"setAppearance " + expected});
-        world.loop.run(world.model->connect());
-        EXPECT_EQ(world.web->theme, word.value_or("system"));
+        flags.appearance = word;
+        make().applyAppearance();
+        EXPECT_EQ(screen->calls.last("setAppearance"), "setAppearance " + expected);
+        loop.run(model->connect());
+        EXPECT_EQ(web->theme, word.value_or("system"));
     }
 }
 
-TEST(Pages, theFolderOfATopicIsTheFirstAbsolutePathInItsDetails) {
+TEST(TopicFolder, isTheFirstAbsolutePathInTheDetails) {
     for (const auto& [json, path] : std::vector<std::pair<std::string, std::optional<std::string>>>{
-             {R"({"folder":"/a","folder_path":"/b"})", "/a"},
              {R"({"folder":"a","folder_path":"/b","continuity_path":"/c/d.md"})", "/b"},
              {R"({"folder":7,"folder_path":null,"continuity_path":"/c/d.md"})", "/c"},
              {R"({"continuity_path":"/d.md"})", "/"}, {R"({"continuity_path":"/c/d/"})", "/c"},
              {R"({"topic":{"topic":{"folder":"/deep"}}})", "/deep"},
-             {R"({"folder":"","topic":{"continuity_path":"/c/d.md"}})", "/c"},
              {R"({"folder":"/outer","topic":{"folder":"/inner"}})", "/outer"},
-             {R"({"topic":"/t"})", std::nullopt}, {"{}", std::nullopt}}) {
+             {R"({"topic":"/t"})", std::nullopt}}) {
         EXPECT_EQ(
             readJSON(json, [](const JSONValue& root) { return NativeActions::findPath(root.object()); }),
             path)
@@ -202,24 +173,120 @@ TEST(Pages, theFolderOfATopicIsTheFirstAbsolutePathInItsDetails) {
     }
 }
 
-TEST(Pages, aTopicsFolderIsRevealedOrItsAbsenceIsSaid) {
-    for (const auto& reply : {FakeReply::failure("internal", "no", 500), FakeReply::data("{}"),
-             FakeReply::data("[]"), FakeReply::raw("HTTP/1.1 200 OK\r\n\r\n<html>"), FakeReply::raw("")}) {
-        World world;
-        world.daemon->on("/v1/topic/detail", reply);
-        world.loop.run(world.make().revealTopicFolder("t-1"));
-        EXPECT_EQ(world.state().panelError, "This topic has no folder on this Mac yet.");
-        EXPECT_EQ(world.daemon->requests("/v1/topic/detail").at(0).body, R"({"topic":"t-1"})");
-        EXPECT_TRUE(world.screen->calls.lines().empty());
+TEST_F(Pages, aTopicsFolderIsRevealedOrItsAbsenceIsSaid) {
+    for (const auto& reply : {FakeReply::failure("internal", "no", 500), FakeReply::data("[]"),
+             FakeReply::raw("HTTP/1.1 200 OK\r\n\r\n<html>"), FakeReply::raw("")}) {
+        daemon->on("/v1/topic/detail", reply);
+        loop.run(make().revealTopicFolder("t-1"));
+        EXPECT_EQ(state().panelError, "This topic has no folder on this Mac yet.");
     }
-    TemporaryFolder folder;
-    World world;
-    world.make();
-    world.daemon->on(
-        "/v1/topic/detail", FakeReply::data(R"({"folder":")" + folder.path().string() + R"("})"));
-    world.loop.run(world.model->revealTopicFolder("t-1"));
-    EXPECT_EQ(world.screen->calls.lines(), Lines{"revealFile " + folder.path().string()});
-    EXPECT_EQ(world.state().panelError, std::nullopt);
+    EXPECT_TRUE(screen->calls.lines().empty());
+    EXPECT_EQ(daemon->requests("/v1/topic/detail").at(0).body, R"({"topic":"t-1"})");
+    daemon->on("/v1/topic/detail", FakeReply::data(R"({"folder":")" + folder.path().string() + R"("})"));
+    loop.run(make().revealTopicFolder("t-1"));
+    EXPECT_EQ(screen->calls.lines(), Lines{"revealFile " + folder.path().string()});
+    EXPECT_EQ(state().panelError, std::nullopt);
+}
+
+/// What a page says to the shell.
+class NativeAction : public Pages {
+protected:
+    NativeAction() {
+        probe = {.check = [this](std::string) { return consent; },
+            .request = [](std::string) -> Task<ConsentCode> { co_return 0; },
+            .screenLocked = [this] { return locked; }};
+        make();
+    }
+
+    void say(const std::string& type, const std::string& body) {
+        readJSON(body, [&](const JSONValue& root) {
+            NativeActions::handle(type, root.object(), *model);
+            return 0;
+        });
+        loop.drain();
+    }
+    void act(const std::string& action, const std::string& rest = "") {
+        say("action", R"({"action":")" + action + "\"" + rest + "}");
+    }
+
+    ConsentCode consent;
+    bool locked = false;
+};
+
+TEST_F(NativeAction, whatFailsACheckIsDroppedWithoutAWord) {
+    for (const auto& [type, body] : std::vector<std::pair<std::string, std::string>>{
+             {"route", R"({"route":7})"}, {"mode", R"({"mode":"wizard"})"}, {"voice", "{}"}, {"action", "{}"},
+             {"action", R"({"action":"format"})"}, {"other", R"({"action":"chooseFolder"})"},
+             {"action", R"({"action":"delegate","command":"rm -rf ~"})"},
+             {"action", R"({"action":"delegate","command":"kdx"})"},
+             {"action", R"({"action":"runSkill","run_id":"r1","command":"kd skills run r2"})"},
+             {"action", R"({"action":"allowTerminal","app":"xterm"})"},
+             {"action", R"({"action":"openFolder"})"},
+             {"action", R"({"action":"openReceiptFile","path":"/no/such/file"})"},
+             {"action", R"({"action":"openReceiptFile","path":"etc/passwd"})"}, {"ready", "{}"}}) {
+        say(type, body);
+        EXPECT_EQ(screen->calls.lines(), Lines{}) << type << body;
+        EXPECT_EQ(web->calls.lines(), Lines{}) << type << body;
+        EXPECT_EQ(calls.lines(), Lines{}) << type << body;
+        EXPECT_EQ(state().notice, std::nullopt) << type << body;
+        EXPECT_FALSE(state().onboardingActive) << type << body;
+    }
+    EXPECT_TRUE(daemon->requests().empty());
+}
+
+TEST_F(NativeAction, eachMessageHasItsEffect) {
+    say("route", R"({"route":"/agents"})");
+    EXPECT_EQ(state().section, NavSection::agents);
+    say("mode", R"({"mode":"expert"})");
+    EXPECT_EQ(state().interfaceMode, InterfaceMode::expert);
+    EXPECT_EQ(web->calls.lines(), Lines{}) << "no echo into the page";
+    say("voice", R"({"action":"start"})");
+    EXPECT_EQ(calls.lines(), Lines{"voice start"});
+
+    act("runSkill", R"(,"run_id":"r_1-A","command":"kd skills run r_1-A")");
+    EXPECT_EQ(screen->calls.last("copyText"), "copyText kd skills run r_1-A");
+    act("delegate", R"(,"command":"q hello")");
+    EXPECT_EQ(screen->calls.last("copyText"), "copyText q hello");
+    EXPECT_EQ(state().notice, "Command copied. Paste it in Terminal to start the handoff.");
+    act("bringEdgeToFront");
+    EXPECT_EQ(screen->calls.last("activateApplication"), "activateApplication com.microsoft.edgemac");
+
+    act("openReceiptFile", R"(,"path":")" + folder.path().string() + R"(/.")");
+    EXPECT_EQ(screen->calls.last("revealFile"), "revealFile " + folder.path().string());
+    act("openFolder", R"(,"topic":"t-9")");
+    loop.until([&] { return asked("/v1/topic/detail") == 1; }, "the topic's details to be asked for");
+
+    act("chooseFolder");
+    loop.until([&] { return screen->onboardingMade; }, "the setup window");
+    EXPECT_EQ(screen->calls.last("presentOnboarding"), "presentOnboarding s1 again system");
+    say("onboarding_done", "{}");
+    EXPECT_FALSE(state().onboardingActive);
+    EXPECT_EQ(screen->calls.last("close"), "closeOnboarding");
+    EXPECT_EQ(web->calls.last("navigate"), "navigate / all -");
+}
+
+TEST_F(NativeAction, aTerminalIsAskedForAndThePageToldHowItStands) {
+    const auto told = [&](std::size_t times) {
+        loop.until([&] { return web->calls.countOf("runScript") == times; }, "the page to be told");
+    };
+    consent = consentNotAsked;
+    act("allowTerminal", R"(,"app":"iterm2")");
+    told(1);
+    EXPECT_EQ(screen->calls.lines(), Lines{});
+    EXPECT_TRUE(web->calls.lines()[0].ends_with(R"(({"iterm2":"notDetermined","terminal":"notDetermined"}))"))
+        << web->calls.lines()[0];
+    consent = consentDenied;
+    act("allowTerminal", R"(,"app":"terminal")");
+    told(2);
+    EXPECT_EQ(screen->calls.lines(),
+        Lines{"openURL x-apple.systempreferences:com.apple.preference.security?Privacy_Automation"});
+    locked = true;
+    act("allowTerminal", R"(,"app":"terminal")");
+    told(3);
+    EXPECT_TRUE(state().notice);
+    act("terminalAccess");
+    told(4);
+    EXPECT_EQ(screen->calls.lines().size(), 1U);
 }
 
 } // namespace

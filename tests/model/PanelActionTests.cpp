@@ -8,8 +8,7 @@ Card question(const std::string& risk = "low") {
 }
 
 Card batch(std::optional<std::string> secondDefault, const std::string& risk = "low") {
-    auto card = question(risk);
-    card.kind = "batch";
+    auto card = World::card("a", "batch", risk);
     card.rows = std::vector<BatchRow>{{"q1", "One?", "Yes", "idle"}, {"q2", "Two?", secondDefault, "idle"}};
     return card;
 }
@@ -84,6 +83,7 @@ TEST_F(PanelActions, aRefusedUndoSaysSoAndTheRowRunsOut) {
     loop.until([&] { return asked("/v1/cards/list") == refreshes + 1; }, "the refresh");
     EXPECT_EQ(state().panelError, "Undo failed: It was sent.");
     ASSERT_TRUE(hold());
+    daemon->on("/v1/cards/list", FakeReply::failure("internal", "no")); // a failed refresh keeps no row
     clock->advance(2.3);
     loop.until([&] { return hold()->committed && clock->sleepers() == 2; }, "the row to show as sent");
     clock->advance(2.5);
@@ -99,15 +99,6 @@ TEST_F(PanelActions, aRefusedAnswerTakesTheRowAwayAndSaysWhy) {
     page->replies.clear();
     model->answer(question(), "Yes");
     EXPECT_EQ(state().panelError, std::nullopt) << "the next press clears it";
-}
-
-TEST_F(PanelActions, aFailedRefreshStillLetsTheRowLeave) {
-    answerAndWait();
-    daemon->on("/v1/cards/list", FakeReply::failure("internal", "no"));
-    clock->advance(2.3);
-    loop.until([&] { return hold()->committed && clock->sleepers() == 2; }, "the second pause");
-    clock->advance(2.5);
-    loop.until([&] { return !hold(); }, "the row to leave");
 }
 
 TEST_F(PanelActions, aHighRiskCardOpensThePageInsteadOfBeingAnswered) {
@@ -129,66 +120,18 @@ TEST_F(PanelActions, aHighRiskCardOpensThePageInsteadOfBeingAnswered) {
 
 TEST_F(PanelActions, aBatchIsAcceptedOnlyWhenEveryQuestionHasADefault) {
     model->acceptDefaults(batch(std::nullopt));
-    loop.drain();
     EXPECT_TRUE(state().holds.empty());
-    EXPECT_TRUE(page->posts.empty());
     model->acceptDefaults(batch("No"));
     EXPECT_EQ(hold()->label, "Accept 2 defaults");
-    EXPECT_EQ(hold()->duration, 2.0);
     loop.until([&] { return page->posts.size() == 1; }, "the answer");
     EXPECT_TRUE(page->posts[0].body->contains(R"("answer":{"q1":"Yes","q2":"No"})")) << *page->posts[0].body;
 }
 
 TEST_F(PanelActions, aSnoozedRowComesBackAfterThirtyMinutes) {
-    cards({cardJSON("a")});
-    refresh();
-    model->snooze(state().cards[0]);
-    EXPECT_TRUE(panelCards(state(), clock->now()).empty());
-    EXPECT_TRUE(panelCards(state(), clock->now() + seconds(1800)).empty());
-    EXPECT_EQ(panelCards(state(), clock->now() + seconds(1800.5)).size(), 1U);
+    model->snooze(question());
+    EXPECT_EQ(state().later.at("a"), clock->now() + seconds(1800));
     loop.drain();
-    EXPECT_TRUE(page->posts.empty());
-}
-
-TEST(StopNotifications, eachHighRiskStopIsNotifiedOfOnce) {
-    World world;
-    world.cards(
-        {World::cardJSON("1", "stop", "high"), World::cardJSON("2", "stop", "high", R"(,"state":"held")"),
-            World::cardJSON("3", "stop", "low"), World::cardJSON("4", "question", "high"),
-            World::cardJSON("5", "stop", "high", R"(,"state":"closed")")});
-    world.start();
-    EXPECT_EQ(world.notifier->posted, std::vector<std::int64_t>{2});
-    world.cards({});
-    world.refresh();
-    world.cards({World::cardJSON("1", "stop", "high"), World::cardJSON("6", "stop", "high")});
-    world.refresh();
-    world.loop.drain();
-    EXPECT_EQ(world.notifier->posted, (std::vector<std::int64_t>{2, 1})) << "1 came back under its id";
-}
-
-TEST(StopNotifications, goOutOnlyWhenTheSettingAndTheFlagAllowAndCountAsSeenAllTheSame) {
-    struct Row {
-        std::optional<DefaultsValue> setting;
-        bool flag;
-        bool posted;
-    };
-    for (const auto& row :
-        std::vector<Row>{{std::nullopt, true, true}, {std::nullopt, false, false}, {true, true, true},
-            {true, false, false}, {false, true, false}, {std::string("NO"), true, true}}) {
-        World world;
-        world.flags.notifications = row.flag;
-        if (row.setting)
-            world.defaults->set("KDNotifyStops", *row.setting);
-        world.cards({World::cardJSON("1", "stop", "high")});
-        world.start();
-        world.loop.drain();
-        EXPECT_EQ(world.notifier->posted.size(), row.posted ? 1U : 0U);
-        EXPECT_EQ(world.state().notificationsAllowed, row.flag ? std::optional(true) : std::nullopt);
-        world.defaults->remove("KDNotifyStops");
-        world.refresh();
-        world.loop.drain();
-        EXPECT_EQ(world.notifier->posted.size(), row.posted ? 1U : 0U) << "seen already";
-    }
+    EXPECT_TRUE(page->posts.empty()) << "the daemon isn't told";
 }
 
 } // namespace

@@ -130,6 +130,19 @@ public:
 
     void refresh() { loop.run(model->refresh()); }
 
+    /// Turns the clock by each pause as it comes, those above `longest` seconds excepted.
+    void turnUntil(const std::function<bool()>& condition, const std::string& what, double longest = 60) {
+        loop.until(
+            [&] {
+                const bool holds = condition();
+                const auto next = clock->untilNext();
+                if (!holds && next > 0 && next <= longest)
+                    clock->advance(next);
+                return holds;
+            },
+            what);
+    }
+
     std::size_t asked(const std::string& path) const { return daemon->requests(path).size(); }
 
     static Card card(

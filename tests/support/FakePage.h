@@ -16,7 +16,7 @@ namespace kelvadrome::test {
 
 /// The daemon's page port without a port. Each login is a new session, "s1", "s2" and so on. A POST without a
 /// reply of its own is answered with an empty receipt. All on one executor.
-class FakePage final : public LocalHTTP {
+class FakePage : public LocalHTTP {
 public:
     std::vector<HTTPRequest> posts;
     std::map<std::string, HTTPResponse> replies; // by path
@@ -24,6 +24,9 @@ public:
     bool refuseLogin = false;
     bool holdPosts = false; // nothing is answered before `release`
 
+    static HTTPResponse data(const std::string& json) {
+        return {200, {}, R"({"ok":true,"data":)" + json + "}"};
+    }
     static HTTPResponse failure(const std::string& code, const std::string& message) {
         return {400, {}, R"({"ok":false,"error":{"code":")" + code + R"(","message":")" + message + R"("}})"};
     }
@@ -43,8 +46,17 @@ public:
             co_return HTTPResponse{303, {{"set-cookie", "kd_session=" + value + "; Path=/; HttpOnly"}}, {}};
         }
         if (path == "/v1/page/me")
-            co_return HTTPResponse{200, {}, R"({"ok":true,"data":{"csrf":"c"}})"};
+            co_return data(R"({"csrf":"c"})");
         posts.push_back(request);
+        co_return co_await answer(path);
+    }
+
+    static std::string origin() { return "http://127.0.0.1:4711"; }
+    static Task<LoginLink> mint() { co_return LoginLink{origin() + "/login?t=1", ""}; }
+
+protected:
+    /// The reply to the latest post.
+    virtual Task<HTTPResponse> answer(std::string path) {
         if (holdPosts) {
             co_await suspendUntil<bool>(
                 [this](Completion<bool> finish) { held_.push_back(std::move(finish)); });
@@ -52,11 +64,8 @@ public:
         const auto reply = replies.find(path);
         if (reply != replies.end())
             co_return reply->second;
-        co_return HTTPResponse{200, {}, R"({"ok":true,"data":{}})"};
+        co_return data("{}");
     }
-
-    static std::string origin() { return "http://127.0.0.1:4711"; }
-    static Task<LoginLink> mint() { co_return LoginLink{origin() + "/login?t=1", ""}; }
 
 private:
     std::vector<Completion<bool>> held_;

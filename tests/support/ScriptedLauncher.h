@@ -3,6 +3,8 @@
 #include "KelvadromeKit/daemon/ChildProcess.h"
 
 #include <atomic>
+#include <filesystem>
+#include <fstream>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -11,6 +13,15 @@
 #include <vector>
 
 namespace kelvadrome::test {
+
+/// Makes `resources` a resource directory with a launcher and a "Node", an executable of this text.
+inline void installDaemon(const std::string& resources, const std::string& node = "") {
+    std::filesystem::create_directories(resources + "/node/bin");
+    std::filesystem::create_directories(resources + "/kelvadrome");
+    std::ofstream(resources + "/kelvadrome/kelvadromed-app.mjs") << "";
+    std::ofstream(resources + "/node/bin/node") << node;
+    std::filesystem::permissions(resources + "/node/bin/node", std::filesystem::perms::owner_all);
+}
 
 /// A child that does what the test says, and remembers what was asked of it.
 class ScriptedChild final : public ChildProcess {

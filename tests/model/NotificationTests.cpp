@@ -1,0 +1,122 @@
+#include "Kelvadrome/model/Notifier.h"
+
+#include "tests/model/World.h"
+
+namespace kelvadrome::test {
+namespace {
+
+class FakeCenter final : public NotificationCenter {
+public:
+    bool accepts = true;
+    std::optional<bool> answer = true; // absent: an error
+    bool failsToAdd = false;
+    std::function<void()> opened;
+    std::vector<Category> categories;
+    std::vector<NotificationRequest> requests;
+
+    bool acceptsThisProcess() override { return accepts; }
+    void setOpened(std::function<void()> call) override { opened = std::move(call); }
+    void registerCategory(Category category) override { categories.push_back(std::move(category)); }
+    Task<bool> requestAuthorization() override { co_return answer.value(); }
+    Task<> add(NotificationRequest request) override {
+        requests.push_back(std::move(request));
+        if (failsToAdd)
+            throw std::runtime_error("no centre");
+        co_return;
+    }
+};
+
+class NotifierTest : public testing::Test {
+protected:
+    void setUp(bool enabled = true) {
+        loop.run(notifier->setUp(enabled, [this](bool allowed) { reports.push_back(allowed); }));
+        loop.run(notifier->postStop(0)); // never shows
+    }
+    void post(std::int64_t count) { loop.run(notifier->postStop(count)); }
+
+    TestLoop loop;
+    std::shared_ptr<FakeCenter> center = std::make_shared<FakeCenter>();
+    std::shared_ptr<Notifier> notifier = std::make_shared<Notifier>(loop.executor(), center);
+    std::vector<bool> reports;
+};
+
+TEST_F(NotifierTest, onceAllowedEachCallIsOneNotification) {
+    setUp();
+    EXPECT_EQ(reports, std::vector{true});
+    post(1);
+    center->failsToAdd = true;
+    post(2); // its error is nobody's
+    ASSERT_EQ(center->requests.size(), 2U);
+    EXPECT_EQ(center->requests[1].body, "2 stops need you. Open to review.");
+    EXPECT_EQ(center->requests[1].category, center->categories.at(0).identifier);
+    EXPECT_NE(center->requests[0].identifier, center->requests[1].identifier);
+}
+
+TEST_F(NotifierTest, withoutAYesNothingIsShown) {
+    setUp(false);
+    center->accepts = false;
+    setUp();
+    EXPECT_TRUE(reports.empty() && center->categories.empty()) << "nobody was asked";
+    center->accepts = true;
+    for (const auto answer : {std::optional(false), std::optional<bool>()}) {
+        center->answer = answer;
+        setUp();
+        EXPECT_FALSE(reports.back());
+        post(1);
+    }
+    EXPECT_TRUE(center->requests.empty());
+}
+
+TEST_F(NotifierTest, anOpenedNotificationArrivesOnTheMainExecutor) {
+    setUp();
+    int opened = 0;
+    notifier->onOpen = [&] { ++opened; };
+    std::thread([&] { center->opened(); }).join();
+    EXPECT_EQ(opened, 0);
+    loop.until([&] { return opened == 1; }, "the press to arrive");
+    notifier.reset();
+    center->opened(); // after its end a press is nothing
+    loop.drain();
+    EXPECT_EQ(opened, 1);
+}
+
+TEST(StopNotifications, eachHighRiskStopIsNotifiedOfOnce) {
+    World world;
+    world.cards(
+        {World::cardJSON("1", "stop", "high"), World::cardJSON("2", "stop", "high", R"(,"state":"held")"),
+            World::cardJSON("3", "stop", "low"), World::cardJSON("4", "question", "high"),
+            World::cardJSON("5", "stop", "high", R"(,"state":"closed")")});
+    world.start();
+    EXPECT_EQ(world.notifier->posted, std::vector<std::int64_t>{2});
+    world.cards({});
+    world.refresh();
+    world.cards({World::cardJSON("1", "stop", "high"), World::cardJSON("6", "stop", "high")});
+    world.refresh();
+    world.loop.drain();
+    EXPECT_EQ(world.notifier->posted, (std::vector<std::int64_t>{2, 1})) << "1 came back under its id";
+}
+
+TEST(StopNotifications, goOutOnlyWhenTheSettingAndTheFlagAllowAndCountAsSeenAllTheSame) {
+    struct Row {
+        std::optional<DefaultsValue> setting;
+        bool flag;
+        bool posted;
+    };
+    for (const auto& row : std::vector<Row>{
+             {{}, false, false}, {true, true, true}, {false, true, false}, {std::string("NO"), true, true}}) {
+        World world;
+        world.flags.notifications = row.flag;
+        if (row.setting)
+            world.defaults->set("KDNotifyStops", *row.setting);
+        world.cards({World::cardJSON("1", "stop", "high")});
+        world.start();
+        EXPECT_EQ(world.state().notificationsAllowed, row.flag ? std::optional(true) : std::nullopt);
+        world.defaults->remove("KDNotifyStops");
+        world.refresh();
+        world.loop.drain();
+        EXPECT_EQ(world.notifier->posted.size(), row.posted ? 1U : 0U) << "seen already";
+    }
+}
+
+} // namespace
+} // namespace kelvadrome::test
