@@ -4,6 +4,8 @@
 #include "Kelvadrome/gtk/PanelWindow.h"
 #include "Kelvadrome/gtk/Theme.h"
 #include "Kelvadrome/gtk/TrayIcon.h"
+#include "Kelvadrome/gtk/WindowHints.h"
+#include "Kelvadrome/gtk/settings/SettingsWindow.h"
 #include "Kelvadrome/gtk/web/OnboardingWindow.h"
 #include "Kelvadrome/gtk/web/WebPane.h"
 #include "Kelvadrome/hub/LocalHub.h"
@@ -14,6 +16,7 @@
 #include "Kelvadrome/platform/linux/FileReveal.h"
 #include "Kelvadrome/platform/linux/FreedesktopNotifications.h"
 #include "Kelvadrome/platform/linux/LauncherBadge.h"
+#include "Kelvadrome/platform/linux/Resources.h"
 #include "Kelvadrome/platform/linux/SystemdAgentService.h"
 
 #include <glib-unix.h>
@@ -77,6 +80,7 @@ private:
         for (const int signal : {SIGTERM, SIGINT, SIGHUP}) {
             g_unix_signal_add(
                 signal,
+        findIcons();
                 [](gpointer self) -> gboolean {
                     static_cast<DesktopApplication*>(self)->quit();
                     return G_SOURCE_CONTINUE;
@@ -92,9 +96,19 @@ private:
         auto parts = hub_.modelDependencies();
         parts.web = page_;
         parts.screen = screen_;
-        const auto notifier = std::make_shared<Notifier>(hub_.executor, FreedesktopNotifications::make(bus_));
+        const auto notifications = FreedesktopNotifications::make(bus_);
+        notifications->onActivationToken = WindowHints::useActivationToken;
+        const auto notifier = std::make_shared<Notifier>(hub_.executor, notifications);
         parts.notifier = notifier;
         model_ = AppModel::make(std::move(parts));
+    /// The application's own, wherever it was built or installed.
+    static void findIcons() {
+        auto* const theme = gtk_icon_theme_get_for_display(gdk_display_get_default());
+        if (const auto folder = iconDirectory(executablePath()))
+            gtk_icon_theme_add_search_path(theme, folder->c_str());
+        gtk_window_set_default_icon_name(applicationId);
+    }
+
         const std::weak_ptr<AppModel> weak = model_;
         notifier->onOpen = [weak] {
             if (const auto model = weak.lock())

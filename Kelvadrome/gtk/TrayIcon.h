@@ -23,11 +23,14 @@ public:
     void show(const AppState& state);
 
 private:
-    std::vector<BusMenuEntry> menu(const AppState& state) const;
+    std::vector<BusMenuEntry> menu(const AppState& state);
+    void openPanel(const StatusNotifierItem::Press& press);
 
     std::shared_ptr<AppModel> model_;
     Presses presses_;
     StatusNotifierItem item_;
 };
+    std::int64_t drawn_ = 0; // the count that `images_` show; none for 0, where the icon is its own
+    std::vector<StatusNotifierItem::Pixmap> images_;
 
 } // namespace kelvadrome

@@ -59,6 +59,8 @@ Task<> AppModel::stop() {
     pollTask_.cancel();
     tasks_.close();
     co_await d_.supervisor->stop();
+    for (const auto& [notification, stops] : std::exchange(posted_, {}))
+        d_.notifier->withdraw(notification); // a press on it would open nothing any more
 }
 
 Task<> AppModel::live(std::weak_ptr<AppModel> weak) {

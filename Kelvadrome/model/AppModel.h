@@ -19,6 +19,7 @@
 #include "KelvadromeKit/wire/DaemonClient.h"
 
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <set>
@@ -164,6 +165,8 @@ private:
 
     // The panel, AppModelActions.cpp.
     void hold(Card card, std::string label, Task<PageSession::ReceiptOut> call);
+    Task<> notifyOf(std::set<std::string> stops);
+    void withdrawEndedStops();
     Task<> sendHeld(std::string id, Task<PageSession::ReceiptOut> call);
     Task<> finishHold(std::string id);
     Task<> undoNow(std::string id, Task<PageSession::ReceiptOut> call);
@@ -183,8 +186,9 @@ private:
     bool firstRunDecided_ = false;
     bool refreshPending_ = false;
     std::int64_t refreshGeneration_ = 0;
-    std::optional<std::int64_t> lastPid_; // of the daemon that this model is connected to
-    std::set<std::string> notified_;      // ids of the cards that a notification was due for
+    std::optional<std::int64_t> lastPid_;                 // of the daemon that this model is connected to
+    std::set<std::string> notified_;                      // ids of the cards that a notification was due for
+    std::map<std::string, std::set<std::string>> posted_; // the cards that a notification stands for
 };
 
 } // namespace kelvadrome

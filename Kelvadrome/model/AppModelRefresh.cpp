@@ -34,8 +34,8 @@ std::int64_t receiptsOn(WallTime day, const std::vector<Receipt>& receipts) {
     });
 }
 
-Task<> postStop(std::shared_ptr<Notifying> notifier, std::int64_t count) {
-    co_await notifier->postStop(count);
+bool isOpenStop(const Card& card) {
+    return InboxLogic::isHighRiskStop(card) && InboxLogic::isLiveState(card.state);
 }
 
 } // namespace
@@ -120,6 +120,7 @@ void AppModel::apply(Reads reads) {
     if (reads.cards) {
         set(&AppState::cards, std::move(*reads.cards));
         notifyNewStops();
+        withdrawEndedStops();
     }
     if (reads.board) {
         const auto rows = static_cast<std::int64_t>(reads.board->size());
@@ -159,11 +160,10 @@ Task<> AppModel::renewPage() {
 }
 
 void AppModel::notifyNewStops() {
-    std::vector<std::string> fresh;
+    std::set<std::string> fresh;
     for (const auto& card : state_.cards) {
-        const bool counts = InboxLogic::isHighRiskStop(card) && InboxLogic::isLiveState(card.state);
-        if (counts && !notified_.contains(card.id))
-            fresh.push_back(card.id);
+        if (isOpenStop(card) && !notified_.contains(card.id))
+            fresh.insert(card.id);
     }
     if (fresh.empty())
         return;
@@ -171,7 +171,34 @@ void AppModel::notifyNewStops() {
     const bool wanted = d_.defaults->storedBoolean("KDNotifyStops").value_or(true);
     if (!wanted || !d_.flags.notifications)
         return;
-    launch("stop notification", postStop(d_.notifier, static_cast<std::int64_t>(fresh.size())));
+    launch("stop notification", notifyOf(std::move(fresh)));
+}
+
+Task<> AppModel::notifyOf(std::set<std::string> stops) {
+    const auto self = shared_from_this();
+    auto notification = co_await d_.notifier->postStop(static_cast<std::int64_t>(stops.size()));
+    if (notification.empty())
+        co_return;
+    if (tasks_.closed()) {
+        d_.notifier->withdraw(std::move(notification));
+        co_return;
+    }
+    posted_.emplace(std::move(notification), std::move(stops));
+    withdrawEndedStops(); // they may have ended while it was posted
+}
+
+/// A notification goes when all the stops that it tells of are over.
+void AppModel::withdrawEndedStops() {
+    const auto isOver = [this](const std::string& id) {
+        return std::ranges::none_of(
+            state_.cards, [&](const Card& card) { return card.id == id && isOpenStop(card); });
+    };
+    std::erase_if(posted_, [&](const auto& entry) {
+        const bool over = std::ranges::all_of(entry.second, isOver);
+        if (over)
+            d_.notifier->withdraw(entry.first);
+        return over;
+    });
 }
 
 } // namespace kelvadrome

@@ -33,21 +33,45 @@ Task<> Notifier::setUp(bool enabled, std::function<void(bool)> report) {
         });
     });
     center_->registerCategory({categoryIdentifier, {{actionIdentifier, actionTitle}}});
-    auto allowed = co_await attempt(center_->requestAuthorization());
-    enabled_ = allowed && *allowed;
-    report(enabled_);
+    report_ = std::move(report);
+    reported_.reset();
+    center_->setAuthorizationChanged([weak = weak_from_this(), executor = executor_] {
+        spawn(executor, "notification permission", askAgain(weak));
+    });
+    co_await ask();
 }
 
-Task<> Notifier::postStop(std::int64_t count) {
+Task<> Notifier::askAgain(std::weak_ptr<Notifier> weak) {
+    if (const auto self = weak.lock())
+        co_await self->ask();
+}
+
+Task<> Notifier::ask() {
+    const auto self = shared_from_this();
+    again_ = true;
+    if (std::exchange(asking_, true))
+        co_return; // who asks already will ask once more
+    while (std::exchange(again_, false)) {
+        auto allowed = co_await attempt(center_->requestAuthorization());
+        enabled_ = allowed && *allowed;
+    }
+    asking_ = false;
+    if (std::exchange(reported_, enabled_) != enabled_)
+        report_(enabled_);
+}
+
+Task<std::string> Notifier::postStop(std::int64_t count) {
     const auto self = shared_from_this();
     if (!enabled_ || count < 1)
-        co_return;
+        co_return std::string();
     NotificationRequest request{.identifier = uniqueIdentifier(),
         .title = "kelvadrome",
         .body = InboxLogic::notificationBody(count),
         .category = categoryIdentifier,
         .thread = threadIdentifier};
-    co_await attempt(center_->add(std::move(request)));
+    auto identifier = request.identifier;
+    const auto added = co_await attempt(center_->add(std::move(request)));
+    co_return added ? identifier : std::string();
 }
 
 } // namespace kelvadrome

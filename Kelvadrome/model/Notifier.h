@@ -40,8 +40,12 @@ public:
     virtual void registerCategory(Category category) = 0;
     /// Whether alerts, sounds and badges may be shown; may ask the user. May throw.
     virtual Task<bool> requestAuthorization() = 0;
+    /// `changed` is called on the main executor when the answer to that may have become another one.
+    virtual void setAuthorizationChanged(std::function<void()> changed) { (void)changed; }
     /// Shows a notification at once, with the default sound and of active urgency. May throw.
     virtual Task<> add(NotificationRequest request) = 0;
+    /// Takes back what was added under this identifier; one that is under way isn't left standing either.
+    virtual void withdraw(const std::string& identifier) { (void)identifier; }
 };
 
 /// One notification for the new high-risk stops, through whichever centre the system has.
@@ -56,13 +60,21 @@ public:
     Notifier(Executor executor, std::shared_ptr<NotificationCenter> center);
 
     Task<> setUp(bool enabled, std::function<void(bool)> report) override;
-    Task<> postStop(std::int64_t count) override;
+    Task<std::string> postStop(std::int64_t count) override;
+    void withdraw(std::string notification) override { center_->withdraw(notification); }
     /// Whether the user allows notifications, as far as is known.
     bool enabled() const { return enabled_; }
 
 private:
+    Task<> ask();
+    static Task<> askAgain(std::weak_ptr<Notifier> weak);
+
     Executor executor_;
     std::shared_ptr<NotificationCenter> center_;
+    std::function<void(bool)> report_;
+    std::optional<bool> reported_;
+    bool asking_ = false;
+    bool again_ = false; // what is being answered may be out of date
     bool enabled_ = false;
 };
 

@@ -115,6 +115,7 @@ public:
 class RecordingNotifier final : public Notifying {
 public:
     std::vector<std::int64_t> posted;
+    std::vector<std::string> withdrawn; // "1" is the first that was posted
     bool allowed = true;
 
     Task<> setUp(bool enabled, std::function<void(bool)> report) override {
@@ -126,6 +127,7 @@ public:
         posted.push_back(count);
         co_return;
     }
+    void withdraw(std::string notification) override { withdrawn.push_back(std::move(notification)); }
 };
 
 } // namespace kelvadrome::test

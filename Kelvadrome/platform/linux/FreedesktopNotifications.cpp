@@ -80,8 +80,8 @@ void FreedesktopNotifications::serverChanged(const std::string& owner) {
     capabilities_.reset();
     const bool differs = server_.empty() != owner.empty();
     server_ = owner;
-    if (const auto tell = onServer; tell && differs)
-        tell(!owner.empty());
+    if (const auto tell = changed_; tell && differs)
+        tell();
 }
 
 void FreedesktopNotifications::invoked(std::uint32_t id, const std::string& action) {
@@ -160,7 +160,7 @@ Task<bool> FreedesktopNotifications::couldBeStarted() {
 Task<> FreedesktopNotifications::add(NotificationRequest request) {
     const auto self = shared_from_this();
     const auto identifier = request.identifier;
-    posted_[identifier].thread = request.thread;
+    posted_[identifier];
     const auto answered = co_await capabilities(SessionBus::Start::ifActivatable);
     // Meanwhile it may have been taken back, or closed where it replaces another.
     const auto posted = posted_.find(identifier);
@@ -212,16 +212,6 @@ void FreedesktopNotifications::withdraw(const std::string& identifier) {
     }
     bus_->tell(server, "CloseNotification", g_variant_new("(u)", posted->second.id));
     posted_.erase(posted);
-}
-
-void FreedesktopNotifications::withdrawThread(const std::string& thread) {
-    std::vector<std::string> identifiers;
-    for (const auto& [identifier, posted] : posted_) {
-        if (posted.thread == thread)
-            identifiers.push_back(identifier);
-    }
-    for (const auto& identifier : identifiers)
-        withdraw(identifier);
 }
 
 /// None for a server that offers no actions: some of those show a dialog instead when there are any.

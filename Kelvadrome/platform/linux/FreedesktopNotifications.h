@@ -26,21 +26,18 @@ public:
     void registerCategory(Category category) override;
     /// Whether a server answers, or could be started. Never throws.
     Task<bool> requestAuthorization() override;
+    /// That is when a server appears or goes.
+    void setAuthorizationChanged(std::function<void()> changed) override { changed_ = std::move(changed); }
     /// A request with the identifier of one that is shown replaces it. Throws when no server takes it.
     Task<> add(NotificationRequest request) override;
 
-    /// Takes back what this object posted; one that is under way isn't left standing either.
-    void withdraw(const std::string& identifier);
-    void withdrawThread(const std::string& thread);
+    void withdraw(const std::string& identifier) override;
 
     /// Called before `opened`, with what lets a window come to the front.
     std::function<void(std::string)> onActivationToken;
-    /// Called when a server appears (true) or goes.
-    std::function<void(bool)> onServer;
 
 private:
     struct Posted {
-        std::string thread;
         std::uint32_t id = 0; // 0 while the server hasn't taken it
         bool withdrawn = false;
         std::string activationToken = {};
@@ -65,6 +62,7 @@ private:
     const std::shared_ptr<SessionBus> bus_;
     const int limit_; // milliseconds
     std::function<void()> opened_;
+    std::function<void()> changed_;
     std::map<std::string, Category> categories_;
     std::map<std::string, Posted> posted_;     // by identifier
     std::string server_;                       // its connection; empty when there is none

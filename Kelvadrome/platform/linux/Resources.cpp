@@ -28,4 +28,14 @@ std::optional<std::string> resourceDirectory(const std::string& executable) {
     return std::nullopt;
 }
 
+std::optional<std::string> iconDirectory(const std::string& executable) {
+    const auto folder = Files::parent(executable);
+    for (const auto& place :
+        {Files::join(folder, "resources/icons"), Files::join(Files::parent(folder), "share/icons")}) {
+        if (Files::exists(Files::join(place, "hicolor/scalable/apps/com.kelvadrome.mac.svg")))
+            return place;
+    }
+    return std::nullopt;
+}
+
 } // namespace kelvadrome

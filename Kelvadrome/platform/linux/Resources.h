@@ -12,4 +12,8 @@ std::string executablePath();
 /// its folder.
 std::optional<std::string> resourceDirectory(const std::string& executable);
 
+/// The folder that holds the application's icons as the theme "hicolor": "resources/icons" beside the
+/// executable, else "../share/icons" of its folder.
+std::optional<std::string> iconDirectory(const std::string& executable);
+
 } // namespace kelvadrome

@@ -129,6 +129,10 @@ void StatusNotifierItem::show(State state) {
         changed("XAyatanaNewLabel", g_variant_new("(@s@s)", busText(state_.label), busText("")));
     if (before.status != state_.status)
         changed("NewStatus", g_variant_new("(s)", word(state_.status)));
+    if (before.pixmaps != state_.pixmaps) {
+        changed("NewIcon");
+        changed("NewAttentionIcon");
+    }
 }
 
 GVariant* StatusNotifierItem::property(const std::string& name) const {
@@ -144,10 +148,10 @@ GVariant* StatusNotifierItem::property(const std::string& name) const {
         return g_variant_new_int32(0);
     if (name == "IconThemePath")
         return busText(icon_.themePath);
-    if (name == "IconName" || name == "AttentionIconName")
+    if (name == "IconName" || (name == "AttentionIconName" && state_.pixmaps.empty()))
         return busText(icon_.name);
     if (name == "IconPixmap" || name == "AttentionIconPixmap")
-        return toVariant(icon_.pixmaps);
+        return toVariant(state_.pixmaps.empty() ? icon_.pixmaps : state_.pixmaps);
     if (name == "OverlayIconPixmap")
         return toVariant({});
     if (name == "ToolTip") {
@@ -174,7 +178,7 @@ GVariant* StatusNotifierItem::answer(const std::string& method, GVariant* argume
         return nullptr;
     Press press;
     g_variant_get(arguments, "(ii)", &press.x, &press.y);
-    press.activationToken = std::exchange(activationToken_, {});
+    press.activationToken = takeActivationToken();
     // A copy: the press may end this item.
     const auto pressed = method == "Activate"            ? presses_.activate
                          : method == "SecondaryActivate" ? presses_.secondary

@@ -6,6 +6,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace kelvadrome {
@@ -39,6 +40,9 @@ public:
         std::string label = {};   // beside the icon, where a host shows one: the count, say
         std::string tooltip = {}; // under the title
         Status status = Status::active;
+        /// Drawn for this state, such as the icon with a count on it: what a host shows while attention is
+        /// needed, and for the icon where it doesn't find the name. Empty for the icon's own.
+        std::vector<Pixmap> pixmaps = {};
 
         bool operator==(const State&) const = default;
     };
@@ -63,6 +67,9 @@ public:
 
     void show(State state);
     void setMenu(std::vector<BusMenuEntry> entries) { menu_.show(std::move(entries)); }
+
+    /// What a host gave for a press that is no call of the item's, such as one in its menu; mostly empty.
+    std::string takeActivationToken() { return std::exchange(activationToken_, {}); }
 
     /// Whether some host shows the item, as far as is known.
     bool hosted() const { return hosted_; }

@@ -78,7 +78,7 @@ protected:
             {Notifier::categoryIdentifier, {{Notifier::actionIdentifier, Notifier::actionTitle}}});
         center->setOpened([this] { said.emplace_back("opened"); });
         center->onActivationToken = [this](const std::string& token) { said.push_back(token); };
-        center->onServer = [this](bool present) { said.emplace_back(present ? "server" : "no server"); };
+        center->setAuthorizationChanged([this] { said.emplace_back("another server"); });
         settle(*bus, *bus);
         return center;
     }
@@ -141,7 +141,7 @@ TEST_F(NotificationsTest, whatIsOverIsTakenBackAndWhatIsUnderWayDoesNotStay) {
     EXPECT_THAT(shown->replaced, ElementsAre(0U, 0U, 0U, 2U));
     center->withdraw("a");
     center->withdraw("a");
-    center->withdrawThread("stops");
+    center->withdraw("b");
     settle(*bus, shown->bus);
     EXPECT_THAT(shown->closed, ElementsAre(1U, 2U));
 
@@ -161,7 +161,7 @@ TEST_F(NotificationsTest, oneThatIsTakenBackBeforeTheServerIsAskedNeverShows) {
     const auto center = FreedesktopNotifications::make(bus); // doesn't know the server yet
     spawn(loop.executor(), "post", center->add(stopping("a")));
     loop.drain();
-    center->withdrawThread("stops");
+    center->withdraw("a");
     run(center->add(stopping("b", "another")));
     EXPECT_EQ(shown->notified.size(), 1U);
 }
@@ -181,6 +181,21 @@ TEST_F(NotificationsTest, permissionIsWhetherAServerAnswersOrCouldBeStarted) {
     const auto startable = make();
     const auto hasty = FreedesktopNotifications::make(bus, 200);
     {
+TEST_F(NotificationsTest, permissionFollowsTheServersThatComeAndGoAndIsToldOncePerChange) {
+    const auto center = FreedesktopNotifications::make(bus);
+    const auto notifier = std::make_shared<Notifier>(loop.executor(), center);
+    run(notifier->setUp(true, [this](bool allowed) { said.emplace_back(allowed ? "allowed" : "refused"); }));
+    EXPECT_EQ(run(notifier->postStop(1)).take(), "");
+    auto first = server();
+    waitFor([&] { return notifier->enabled(); }, "the first server to count");
+    EXPECT_NE(run(notifier->postStop(1)).take(), "");
+    first.reset();
+    waitFor([&] { return !notifier->enabled(); }, "its end to count");
+    const auto second = server();
+    waitFor([&] { return notifier->enabled(); }, "the second server to count");
+    EXPECT_THAT(said, ElementsAre("refused", "allowed", "refused", "allowed"));
+}
+
         const auto stuck = server();
         stuck->hang();
         EXPECT_FALSE(allowed(*hasty));
@@ -197,7 +212,7 @@ TEST_F(NotificationsTest, aServerThatVanishesTakesItsNotificationsAndTheNextOneI
     auto first = server();
     const auto center = make();
     ASSERT_TRUE(run(center->add(stopping("a"))));
-    EXPECT_THAT(said, ElementsAre("server"));
+    EXPECT_THAT(said, ElementsAre("another server"));
     first.reset();
     waitFor([&] { return said.size() == 2; }, "the server to vanish");
     EXPECT_FALSE(run(center->add(stopping("b"))));
@@ -206,7 +221,7 @@ TEST_F(NotificationsTest, aServerThatVanishesTakesItsNotificationsAndTheNextOneI
     waitFor([&] { return said.size() == 3; }, "the next server");
     second->invoke(1, "default"); // somebody else's first
     settle(second->bus, *bus);
-    EXPECT_THAT(said, ElementsAre("server", "no server", "server"));
+    EXPECT_THAT(said, testing::Each("another server"));
     ASSERT_TRUE(run(center->add(stopping("c"))));
     EXPECT_THAT(second->notified.at(0), Not(HasSubstr("default")));
     second->invoke(1, "default");
@@ -226,7 +241,7 @@ TEST_F(NotificationsTest, theNotifierReachesItsUserThroughIt) {
     ASSERT_EQ(shown->notified.size(), 1U);
     shown->invoke(1, "default");
     waitFor([&] { return opened == 1; }, "the press");
-    center->withdrawThread(Notifier::threadIdentifier);
+    notifier->withdraw(notification);
     settle(*bus, shown->bus);
     EXPECT_THAT(shown->closed, ElementsAre(1U));
 }

