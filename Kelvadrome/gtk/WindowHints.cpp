@@ -1,6 +1,8 @@
 #include "Kelvadrome/gtk/WindowHints.h"
 
 #include <algorithm>
+#include <cmath>
+#include <gdk/wayland/gdkwayland.h>
 #include <gdk/x11/gdkx.h>
 #include <initializer_list>
 
@@ -131,9 +133,51 @@ bool canPlace() {
     return display && GDK_IS_X11_DISPLAY(display);
 }
 
+void useActivationToken(const std::string& token) {
+    auto* const display = gdk_display_get_default();
+    if (token.empty() || !display)
+        return;
+    if (GDK_IS_X11_DISPLAY(display))
+        gdk_x11_display_set_startup_notification_id(display, token.c_str());
+    if (GDK_IS_WAYLAND_DISPLAY(display))
+        gdk_wayland_display_set_startup_notification_id(display, token.c_str());
+}
+
 void skipTaskbar(Gtk::Window& window, bool skip) {
     if (const auto x11 = xWindow(window))
         setState(*x11, skip, {"_NET_WM_STATE_SKIP_TASKBAR", "_NET_WM_STATE_SKIP_PAGER"});
+}
+
+void resizeCentred(Gtk::Window& window, int width, int height) {
+    const auto x11 = xWindow(window);
+    if (!x11)
+        return window.set_default_size(width, height);
+    auto* const surface = gtk_native_get_surface(GTK_NATIVE(window.gobj()));
+    auto* const display = gdk_surface_get_display(surface);
+    auto area = workArea(*x11);
+    if (auto* const monitor = gdk_display_get_monitor_at_surface(display, surface)) {
+        GdkRectangle free;
+        gdk_x11_monitor_get_workarea(monitor, &free);
+        if (free.width > 0 && free.height > 0)
+            area = {
+                free.x * x11->scale, free.y * x11->scale, free.width * x11->scale, free.height * x11->scale};
+    }
+    // The frame is what the user sees: the surface without its shadow.
+    double shadowX = 0, shadowY = 0;
+    gtk_native_get_surface_transform(GTK_NATIVE(window.gobj()), &shadowX, &shadowY);
+    const long left = std::lround(shadowX * x11->scale), top = std::lround(shadowY * x11->scale);
+    int x = 0, y = 0;
+    Window child = 0;
+    XTranslateCoordinates(x11->display, x11->id, DefaultRootWindow(x11->display), 0, 0, &x, &y, &child);
+    const long newWidth = std::min<long>(width * x11->scale, area.width);
+    const long newHeight = std::min<long>(height * x11->scale, area.height);
+    const auto placed = [](long at, long size, long newSize, long begin, long room) {
+        return std::clamp(at + (size - newSize) / 2, begin, begin + room - newSize);
+    };
+    moveTo(*x11, placed(x + left, window.get_width() * x11->scale, newWidth, area.x, area.width) - left,
+        placed(y + top, window.get_height() * x11->scale, newHeight, area.y, area.height) - top);
+    window.set_default_size(
+        static_cast<int>(newWidth / x11->scale), static_cast<int>(newHeight / x11->scale));
 }
 
 } // namespace kelvadrome::WindowHints

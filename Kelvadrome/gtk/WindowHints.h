@@ -2,6 +2,7 @@
 
 #include <gtkmm/window.h>
 #include <optional>
+#include <string>
 #include <utility>
 
 /// What GTK 4 leaves to the display system, as far as that lets it be said: on X11 by the properties of EWMH.
@@ -20,7 +21,15 @@ void strip(Gtk::Window& window);
 /// Whether windows stay where `strip` and `panel` put them.
 bool canPlace();
 
-/// Out of the task bar, or back in it.
+/// What another program gave so that the window presented next may take the focus; empty text is nothing. On
+/// every display system.
+void useActivationToken(const std::string& token);
+
+/// Out of the task bar and the window list, or back in them. The window must be mapped.
 void skipTaskbar(Gtk::Window& window, bool skip);
+
+/// Gives the window this size, in points, around the middle where it stands, inside its screen's work area.
+/// Where the display places windows by itself, it gets the size alone.
+void resizeCentred(Gtk::Window& window, int width, int height);
 
 } // namespace kelvadrome::WindowHints

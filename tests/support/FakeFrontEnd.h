@@ -125,7 +125,7 @@ public:
     }
     Task<> postStop(std::int64_t count) override {
         posted.push_back(count);
-        co_return;
+        co_return std::to_string(posted.size());
     }
     void withdraw(std::string notification) override { withdrawn.push_back(std::move(notification)); }
 };
