@@ -21,6 +21,12 @@ target_compile_definitions(kelvadrome_options INTERFACE
 # takes a variant in a coroutine's frame for unset.
 target_compile_options(kelvadrome_options INTERFACE
     -Wno-restrict -Wno-array-bounds -Wno-stringop-overflow -Wno-stringop-overread -Wno-maybe-uninitialized)
+if(CMAKE_UNITY_BUILD)
+    # What takes most of the time of a source is to load the precompiled header, so that eight at once are built
+    # four times as fast. GCC then takes the frames of coroutines for types that other sources see.
+    set(CMAKE_UNITY_BUILD_BATCH_SIZE 8)
+    target_compile_options(kelvadrome_options INTERFACE -Wno-subobject-linkage)
+endif()
 if(KELVADROME_SANITIZE)
     target_compile_options(kelvadrome_options INTERFACE
         -fsanitize=${KELVADROME_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)

@@ -18,7 +18,7 @@ constexpr double lookTimeout = 2.0; // seconds, as all below
 constexpr double waitTimeout = 1.0; // of a health check while waiting
 constexpr double childPause = 0.15; // between the checks of a child that comes up
 constexpr double loginPause = 0.25; // between the checks of the login item's daemon
-constexpr double stopPause = 0.1;   // between looks at a child that was told to end
+constexpr double endPause = 0.1;   // between looks at a child that was told to end
 constexpr int stopLooks = 30;
 constexpr int hungChecks = 3;
 constexpr double restartWindow = 120.0;
@@ -285,7 +285,7 @@ Task<> DaemonSupervisor::stopOwnedChild() {
     }
     child->terminate();
     for (int look = 0; look < stopLooks && child->isRunning(); ++look)
-        co_await waitOut(stopPause);
+        co_await waitOut(endPause);
     if (child->isRunning())
         child->kill();
     child->closeInput();

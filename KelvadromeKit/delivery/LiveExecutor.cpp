@@ -14,7 +14,6 @@ namespace {
 
 constexpr double psLimit = 3.0; // seconds, as all limits here
 constexpr double preflightLimit = 3.0;
-constexpr double keyLimit = 5.0;
 constexpr double queueLimit = 15.0;
 constexpr double focusLimit = 5.0;
 constexpr double openLimit = 10.0;

@@ -75,6 +75,8 @@ struct LiveExecutor {
     Task<std::vector<HostSession>> hosts(bool itermRunning, bool terminalRunning) const;
 
 private:
+    static constexpr double keyLimit = 5.0; // seconds that a terminal has to take a key
+
     using Pressed = std::variant<std::string, JobOutcome>;
 
     Task<std::optional<JobOutcome>> endOf(

@@ -6,7 +6,6 @@ namespace kelvadrome {
 namespace {
 
 constexpr double readLimit = 5.0; // seconds, as all times here
-constexpr double keyLimit = 5.0;
 constexpr double pauseAfterReturn = 0.9;
 constexpr double pauseAfterMove = 0.3;
 constexpr int attempts = 4;
