@@ -32,6 +32,15 @@ namespace {
 
 constexpr const char* applicationId = "com.kelvadrome.mac";
 constexpr double drainLimit = 0.2; // seconds for what was cancelled to end
+// Seconds after the start at which the debug switches act.
+constexpr double windowSizePause = 1.0;
+constexpr double settingsPause = 2.0;
+constexpr double panelPause = 5.0;
+
+Task<> actAfter(std::shared_ptr<Clock> clock, double seconds, std::function<void()> act) {
+    co_await clock->sleep(seconds);
+    act();
+}
 
 /// Everything of one run, in the order in which it is made; it ends in the reverse one.
 class DesktopApplication {
@@ -71,22 +80,31 @@ private:
     void startUp() {
         adw_init();
         Theme::install();
+        findIcons();
         application_->hold(); // closing the last window ends nothing
         makeModel();
         makeWindows();
         model_->applyAppearance();
         model_->start();
         window_->show(model_->state());
+        followDebugSwitches();
         for (const int signal : {SIGTERM, SIGINT, SIGHUP}) {
             g_unix_signal_add(
                 signal,
-        findIcons();
                 [](gpointer self) -> gboolean {
                     static_cast<DesktopApplication*>(self)->quit();
                     return G_SOURCE_CONTINUE;
                 },
                 this);
         }
+    }
+
+    /// The application's own, wherever it was built or installed.
+    static void findIcons() {
+        auto* const theme = gtk_icon_theme_get_for_display(gdk_display_get_default());
+        if (const auto folder = iconDirectory(executablePath()))
+            gtk_icon_theme_add_search_path(theme, folder->c_str());
+        gtk_window_set_default_icon_name(applicationId);
     }
 
     void makeModel() {
@@ -101,14 +119,6 @@ private:
         const auto notifier = std::make_shared<Notifier>(hub_.executor, notifications);
         parts.notifier = notifier;
         model_ = AppModel::make(std::move(parts));
-    /// The application's own, wherever it was built or installed.
-    static void findIcons() {
-        auto* const theme = gtk_icon_theme_get_for_display(gdk_display_get_default());
-        if (const auto folder = iconDirectory(executablePath()))
-            gtk_icon_theme_add_search_path(theme, folder->c_str());
-        gtk_window_set_default_icon_name(applicationId);
-    }
-
         const std::weak_ptr<AppModel> weak = model_;
         notifier->onOpen = [weak] {
             if (const auto model = weak.lock())
@@ -128,7 +138,9 @@ private:
     void makeWindows() {
         window_ = std::make_unique<MainWindow>(model_, page_->widget(), hub_.defaults);
         panel_ = std::make_unique<PanelWindow>(model_, hub_.clock,
-            PanelView::Effects{.openLoginItems = [this] { tellOfLoginItem(); }, .done = {}});
+            PanelView::Effects{.openLoginItems = [this] { openSettings(SettingsTab::general); },
+                .openSettings = [this] { openSettings(std::nullopt); },
+                .done = {}});
         strip_ = std::make_unique<AgentStripWindow>([this] { model_->openFirstNeedingYou(); });
         setup_ = OnboardingWindow::make({.executor = hub_.executor,
             .clock = hub_.clock,
@@ -137,19 +149,67 @@ private:
             .model = model_,
             .home = Files::userHome(),
             .picker = nullptr});
-        application_->add_window(*window_);
+        makeSettings();
         application_->add_window(*panel_);
         application_->add_window(*strip_);
-        application_->add_window(setup_->window());
+        for (auto* const window : ordinaryWindows()) {
+            application_->add_window(*window);
+            window->signal_map().connect([this, window] {
+                if (!AppLifecycle::showsInDock(*hub_.defaults))
+                    WindowHints::skipTaskbar(*window, true);
+            });
+        }
         screen_->attach(window_.get(), strip_.get(), setupHooks(setup_));
         tray_ = std::make_unique<TrayIcon>(bus_, model_,
-            TrayIcon::Presses{
-                .panel = [this](auto place) { panel_->toggle(place); }, .quit = [this] { quit(); }});
+            TrayIcon::Presses{.panel = [this](auto place) { panel_->toggle(place); },
+                .settings = [this] { openSettings(std::nullopt); },
+                .quit = [this] { quit(); }});
         menu_ = std::make_unique<Menu>(*application_, model_);
         addAction("panel", "<Control>p", [this] { panel_->toggle(std::nullopt); });
         addAction("search", "<Control>f", [this] { window_->focusSearch(); });
+        addAction("settings", "<Control>comma", [this] { openSettings(std::nullopt); });
         addAction("quit", "<Control>q", [this] { quit(); });
         watching_ = model_->observe([this] { changed(); });
+    }
+
+    void makeSettings() {
+        settings_ = std::make_unique<SettingsWindow>(SettingsModel::make({.executor = hub_.executor,
+            .pool = &pool_,
+            .model = model_,
+            .defaults = hub_.defaults,
+            .automation = hub_.automation,
+            .session = hub_.session,
+            .apps = apps_,
+            .place = hub_.settingsPlace(WindowHints::canPlace()),
+            .secretPlace = [key = hub_.pageKey] { return key->whereabouts(); },
+            .showInDock =
+                [this](bool shown) {
+                    for (auto* const window : ordinaryWindows()) {
+                        if (window->get_mapped())
+                            WindowHints::skipTaskbar(*window, !shown);
+                    }
+                }}));
+    }
+
+    /// Those that have a place in the dock and in the window list.
+    std::vector<Gtk::Window*> ordinaryWindows() {
+        return {window_.get(), &setup_->window(), &settings_->window()};
+    }
+
+    void openSettings(std::optional<SettingsTab> tab) { settings_->open(tab, window_.get()); }
+
+    void followDebugSwitches() {
+        const auto after = [this](const char* name, double seconds, std::function<void()> act) {
+            model_->launch(name, actAfter(hub_.clock, seconds, std::move(act)));
+        };
+        if (const auto size = AppLifecycle::windowSize(hub_.defaults->string("KDWindowSize").value_or(""))) {
+            after("window size", windowSizePause,
+                [this, size] { WindowHints::resizeCentred(*window_, size->first, size->second); });
+        }
+        if (hub_.flags.openPanel)
+            after("panel", panelPause, [this] { panel_->open(std::nullopt); });
+        if (const auto tab = hub_.flags.settingsTab)
+            after("settings", settingsPause, [this, tab] { openSettings(settingsTabFromRawValue(*tab)); });
     }
 
     static DesktopScreen::Setup setupHooks(const std::shared_ptr<OnboardingWindow>& window) {
@@ -201,12 +261,6 @@ private:
             model_->handleOpenURL(file->get_uri());
     }
 
-    void tellOfLoginItem() {
-        model_->openMainWindow();
-        model_->setNotice(std::string("The background service is masked. \"systemctl --user unmask ") +
-                          SystemdAgentService::unitName + "\" allows it.");
-    }
-
     void quit() {
         if (!std::exchange(quitting_, true))
             spawn(hub_.executor, "quit", end(this));
@@ -244,6 +298,7 @@ private:
     std::unique_ptr<PanelWindow> panel_;
     std::unique_ptr<AgentStripWindow> strip_;
     std::shared_ptr<OnboardingWindow> setup_;
+    std::unique_ptr<SettingsWindow> settings_;
     std::unique_ptr<TrayIcon> tray_;
     std::unique_ptr<Menu> menu_;
     Subscription watching_;

@@ -158,10 +158,6 @@ void MainWindow::focusSearch() {
     search_.grab_focus();
 }
 
-void MainWindow::resizeTo(int width, int height) {
-    set_default_size(width, height);
-}
-
 void MainWindow::restoreSize() {
     int width = defaultWidth, height = defaultHeight;
     const auto kept = defaults_->string(sizeKey).value_or("");

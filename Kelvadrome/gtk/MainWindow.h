@@ -26,8 +26,6 @@ public:
 
     void show(const AppState& state);
     void focusSearch();
-    /// The window's size from the key KDWindowSize, when that holds one.
-    void resizeTo(int width, int height);
 
 private:
     void makeToolbar();

@@ -37,7 +37,9 @@ Glib::RefPtr<Gio::Menu> Menu::primary() {
     }
     menu->append_section({}, group);
     group = Gio::Menu::create();
+    group->append("What Needs You", "app.panel");
     group->append("Show Inspector", "app.inspector");
+    group->append("Settings", "app.settings");
     group->append("Quit", "app.quit");
     menu->append_section({}, group);
     return menu;

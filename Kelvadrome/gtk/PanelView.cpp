@@ -120,6 +120,18 @@ void PanelView::addHeader(const MenuPanelContent& content) {
     words->append(*text(content.header, "title-3"));
     words->append(*text(content.relief, "dim-label"));
     row->append(*words);
+    auto* const settings = Gtk::make_managed<Gtk::Button>();
+    settings->set_icon_name("emblem-system-symbolic");
+    settings->add_css_class("flat");
+    settings->set_valign(Gtk::Align::START);
+    settings->set_tooltip_text("Settings");
+    setAccessibleName(*settings, "Settings");
+    settings->signal_clicked().connect([this] {
+        effects_.done();
+        effects_.openSettings();
+    });
+    focusable_["settings"] = settings;
+    row->append(*settings);
     append(*row);
 }
 

@@ -20,6 +20,7 @@ class PanelView final : public Gtk::Box {
 public:
     struct Effects {
         std::function<void()> openLoginItems;
+        std::function<void()> openSettings;
         std::function<void()> done; // the panel has served its purpose: the main window was asked for
     };
 

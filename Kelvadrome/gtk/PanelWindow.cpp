@@ -21,7 +21,7 @@ PanelWindow::PanelWindow(
           all.done = [this] { set_visible(false); };
           return all;
       }()) {
-    set_title("kelvadrome");
+    set_title("What needs you");
     set_name("panel");
     set_decorated(false);
     set_resizable(false);

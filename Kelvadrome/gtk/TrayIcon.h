@@ -15,6 +15,7 @@ class TrayIcon {
 public:
     struct Presses {
         std::function<void(std::optional<std::pair<int, int>> place)> panel;
+        std::function<void()> settings;
         std::function<void()> quit;
     };
 
@@ -29,8 +30,8 @@ private:
     std::shared_ptr<AppModel> model_;
     Presses presses_;
     StatusNotifierItem item_;
-};
     std::int64_t drawn_ = 0; // the count that `images_` show; none for 0, where the icon is its own
     std::vector<StatusNotifierItem::Pixmap> images_;
+};
 
 } // namespace kelvadrome

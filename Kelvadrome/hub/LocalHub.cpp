@@ -5,6 +5,7 @@
 #include "Kelvadrome/platform/linux/PosixChild.h"
 #include "Kelvadrome/platform/linux/Resources.h"
 #include "Kelvadrome/platform/linux/SystemdAgentService.h"
+#include "KelvadromeKit/daemon/DaemonLaunchPlan.h"
 #include "KelvadromeKit/delivery/ProcessRunner.h"
 #include "KelvadromeKit/delivery/SystemHostAccess.h"
 #include "KelvadromeKit/page/PageKey.h"
@@ -78,6 +79,27 @@ AppModel::Dependencies LocalHub::modelDependencies() const {
         .relay = nullptr,
         .voice = nullptr,
         .startDelivery = [deliver = deliver] { deliver->start(); }};
+}
+
+SettingsFacts::Place LocalHub::settingsPlace(bool windowsObey) const {
+    SettingsFacts::Place place{.dataHome = env.home,
+        .socket = env.socketPath(),
+        .settingsFile = FileDefaults::standardPath(environment),
+        .executable = executablePath(),
+        .version = KELVADROME_VERSION,
+        .allowLoginItem = std::string("systemctl --user unmask ") + SystemdAgentService::unitName,
+        .ownHome = env.home != DaemonEnvironment::defaultHome(),
+        .windowsObey = windowsObey,
+        .mayNotify = flags.notifications,
+        .loginItem = backgroundService(env, environment).has_value()};
+    if (env.resources) {
+        if (const auto plan = DaemonLaunchPlan::make(*env.resources, environment, Files::userHome()))
+            place.daemonLog = plan->stdoutPath;
+    }
+    const auto bins = LiveExecutor::findBins(Files::userHome());
+    if (const auto tmux = bins.find("tmux"); tmux != bins.end())
+        place.tmux = tmux->second;
+    return place;
 }
 
 } // namespace kelvadrome

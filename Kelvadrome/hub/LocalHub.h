@@ -2,6 +2,7 @@
 
 #include "Kelvadrome/model/AppModel.h"
 #include "Kelvadrome/model/DeliverService.h"
+#include "Kelvadrome/model/SettingsRows.h"
 #include "Kelvadrome/platform/linux/FileDefaults.h"
 #include "Kelvadrome/platform/linux/LogindLock.h"
 #include "Kelvadrome/platform/linux/SecretServiceStore.h"
@@ -24,6 +25,8 @@ public:
 
     /// The model's dependencies but for `web`, `screen` and `notifier`.
     AppModel::Dependencies modelDependencies() const;
+    /// What the settings tell of this machine; `windowsObey` is the display's to say.
+    SettingsFacts::Place settingsPlace(bool windowsObey) const;
 
     const Executor executor;
     BackgroundPool& pool;

@@ -28,6 +28,7 @@ std::shared_ptr<AppModel> AppModel::make(Dependencies dependencies) {
 
 AppModel::AppModel(Dependencies dependencies)
     : d_(std::move(dependencies)), changes_(d_.executor), tasks_(d_.executor) {
+    state_.appearance = d_.flags.appearance.value_or("system");
     state_.section = d_.flags.section.value_or(NavSection::inbox);
     const auto scope = d_.defaults->string("KDScopeFilter");
     if (scope)
@@ -58,9 +59,9 @@ Task<> AppModel::stop() {
     liveTask_.cancel();
     pollTask_.cancel();
     tasks_.close();
-    co_await d_.supervisor->stop();
     for (const auto& [notification, stops] : std::exchange(posted_, {}))
         d_.notifier->withdraw(notification); // a press on it would open nothing any more
+    co_await d_.supervisor->stop();
 }
 
 Task<> AppModel::live(std::weak_ptr<AppModel> weak) {
@@ -226,18 +227,33 @@ void AppModel::setBackground(bool on) {
 
 Task<> AppModel::changeBackground(bool on) {
     const auto self = shared_from_this();
+    ++backgroundChanges_;
+    set(&AppState::backgroundChanging, true);
     const auto change = [background = *d_.background, defaults = d_.defaults, on] {
         return background.set(on, *defaults);
     };
     auto changed = co_await d_.pool->run(change);
+    ++backgroundChanges_;
     set(&AppState::backgroundState, std::move(changed));
     co_await handOver();
+    set(&AppState::backgroundChanging, false);
 }
 
 void AppModel::refreshBackground() {
-    if (!d_.background)
-        return;
-    auto current = d_.background->current(*d_.defaults);
+    if (d_.background)
+        launch("login item", readBackground());
+}
+
+Task<> AppModel::readBackground() {
+    const auto self = shared_from_this();
+    const auto changes = backgroundChanges_;
+    const auto read = [background = *d_.background, defaults = d_.defaults] {
+        return background.current(*defaults);
+    };
+    auto current = co_await d_.pool->run(read);
+    // What a change tells is newer.
+    if (changes != backgroundChanges_ || state_.backgroundChanging)
+        co_return;
     const auto& known = state_.backgroundState;
     const bool statusChanged = !known || known->status != current.status;
     if (known) {
@@ -246,7 +262,7 @@ void AppModel::refreshBackground() {
     }
     set(&AppState::backgroundState, std::move(current));
     if (statusChanged)
-        launch("hand over", handOver());
+        co_await handOver();
 }
 
 /// A child daemon makes way for the login item's.

@@ -92,6 +92,8 @@ public:
     void openOnboarding(bool firstRun);
     void onboardingFinished();
     void applyAppearance();
+    /// "system", "light" or "dark", for windows and page, from now on and in later runs.
+    void setAppearance(std::string appearance);
     /// Keeps the shell's section in step with the page.
     void followPageRoute(std::string route);
     void setScope(ScopeFilter scope);
@@ -115,7 +117,7 @@ public:
 
     // The login item.
     void setBackground(bool on);
-    /// Reads the login item's state again, at once: this blocks for as long as the system takes to tell.
+    /// Reads the login item's state again, which may have been changed elsewhere.
     void refreshBackground();
 
     // The terminals that answers are typed into.
@@ -154,6 +156,7 @@ private:
     Task<> pollHealthy(Health health);
     Task<> pollFailed();
     Task<> changeBackground(bool on);
+    Task<> readBackground();
     Task<> handOver();
 
     // Refreshing, AppModelRefresh.cpp.
@@ -162,11 +165,11 @@ private:
     void apply(Reads reads);
     Task<> renewPage();
     void notifyNewStops();
+    Task<> notifyOf(std::set<std::string> stops);
+    void withdrawEndedStops();
 
     // The panel, AppModelActions.cpp.
     void hold(Card card, std::string label, Task<PageSession::ReceiptOut> call);
-    Task<> notifyOf(std::set<std::string> stops);
-    void withdrawEndedStops();
     Task<> sendHeld(std::string id, Task<PageSession::ReceiptOut> call);
     Task<> finishHold(std::string id);
     Task<> undoNow(std::string id, Task<PageSession::ReceiptOut> call);
@@ -185,6 +188,7 @@ private:
     TaskHandle pollTask_;
     bool firstRunDecided_ = false;
     bool refreshPending_ = false;
+    std::int64_t backgroundChanges_ = 0; // begun or ended
     std::int64_t refreshGeneration_ = 0;
     std::optional<std::int64_t> lastPid_;                 // of the daemon that this model is connected to
     std::set<std::string> notified_;                      // ids of the cards that a notification was due for

@@ -114,8 +114,7 @@ Task<> AppModel::presentOnboarding(bool firstRun) {
         set(&AppState::panelError, "kelvadrome could not open its page session.");
         co_return;
     }
-    d_.screen->presentOnboarding(
-        std::move(*credentials), firstRun, d_.flags.appearance.value_or("system"), d_.flags.quietWindows);
+    d_.screen->presentOnboarding(std::move(*credentials), firstRun, state_.appearance, d_.flags.quietWindows);
 }
 
 void AppModel::onboardingFinished() {
@@ -125,10 +124,18 @@ void AppModel::onboardingFinished() {
 }
 
 void AppModel::applyAppearance() {
-    const auto& wanted = d_.flags.appearance;
+    const auto& wanted = state_.appearance;
     d_.screen->setAppearance(wanted == "dark"    ? Appearance::dark
                              : wanted == "light" ? Appearance::light
                                                  : Appearance::system);
+}
+
+void AppModel::setAppearance(std::string appearance) {
+    d_.defaults->set("KDAppearance", appearance);
+    d_.web->theme = appearance;
+    d_.web->runScript(setThemeScript(appearance));
+    set(&AppState::appearance, std::move(appearance));
+    applyAppearance();
 }
 
 void AppModel::followPageRoute(std::string route) {

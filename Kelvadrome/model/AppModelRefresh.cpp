@@ -64,7 +64,7 @@ Task<> AppModel::connect() {
     if (tasks_.closed())
         co_return;
     set(&AppState::connection, Connection::ready());
-    d_.web->theme = d_.flags.appearance.value_or("system");
+    d_.web->theme = state_.appearance;
     d_.web->onFirstLoad = [weak = weak_from_this()] {
         const auto model = weak.lock();
         if (model && model->state_.scope != ScopeFilter::all)

@@ -53,6 +53,7 @@ struct AppState {
     ScopeFilter scope = ScopeFilter::all;
     std::string searchText;
     bool inspectorShown = false;
+    std::string appearance = "system"; // as KDAppearance words it: "dark", "light", or the system's
     InterfaceMode interfaceMode = InterfaceMode::simple;
     bool agentStripShown = false;
     std::map<std::string, PanelHold> holds; // by card id
@@ -62,6 +63,7 @@ struct AppState {
     std::optional<bool> notificationsAllowed;
     std::optional<std::string> notice;
     std::optional<BackgroundService::State> backgroundState;
+    bool backgroundChanging = false; // the system is being told what the user wants
     bool onboardingActive = false;
 };
 

@@ -1,0 +1,49 @@
+#pragma once
+
+#include "Kelvadrome/gtk/web/GLibPointers.h"
+#include "Kelvadrome/model/SettingsRows.h"
+
+#include <adwaita.h>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace kelvadrome {
+
+/// One row of the settings as a widget. Shows what it is given and forwards what the user does.
+class SettingsRowView {
+public:
+    struct Presses {
+        std::function<void(std::string id, bool on)> toggle;
+        std::function<void(std::string id, std::size_t index)> choose;
+        std::function<void(std::string id)> press;
+    };
+
+    /// `presses` outlives the view.
+    SettingsRowView(const SettingsRow& row, const Presses& presses);
+    ~SettingsRowView();
+    SettingsRowView(const SettingsRowView&) = delete;
+    SettingsRowView& operator=(const SettingsRowView&) = delete;
+
+    /// Whether the row can be shown by this widget: the same thing, with the same kind of control.
+    bool fits(const SettingsRow& row) const;
+    void show(const SettingsRow& row);
+    GtkWidget* widget() const { return GTK_WIDGET(widget_.get()); }
+
+private:
+    void make(const SettingsRow& row);
+    void addSuffix(GtkWidget* widget);
+    void showControl(const SettingsRow& row);
+
+    const Presses& presses_;
+    SettingsRow shown_;
+    std::shared_ptr<AdwPreferencesRow> widget_;
+    std::shared_ptr<GtkSwitch> switch_;
+    std::shared_ptr<GtkButton> button_;
+    GtkLabel* value_ = nullptr; // the widget's
+    std::vector<std::unique_ptr<SettingsRowView>> folded_;
+    bool showing_ = false; // what changes now is no press
+};
+
+} // namespace kelvadrome

@@ -1,0 +1,123 @@
+#include "Kelvadrome/gtk/settings/SettingsWindow.h"
+
+#include "Kelvadrome/gtk/WordmarkView.h"
+
+#include <glibmm/markup.h>
+
+#include <algorithm>
+
+namespace kelvadrome {
+
+namespace {
+
+constexpr int width = 780;
+constexpr int height = 620;
+constexpr double wordmarkSize = 56;
+
+constexpr std::array<const char*, allSettingsTabs.size()> icons = {"preferences-system-symbolic",
+    "utilities-terminal-symbolic", "media-playlist-consecutive-symbolic", "channel-secure-symbolic",
+    "help-about-symbolic"};
+
+} // namespace
+
+SettingsWindow::SettingsWindow(std::shared_ptr<SettingsModel> model)
+    : model_(std::move(model)), presses_{
+                                    .toggle = [this](std::string id, bool on) { model_->toggle(id, on); },
+                                    .choose = [this](std::string id,
+                                                  std::size_t index) { model_->choose(id, index); },
+                                    .press = [this](std::string id) { model_->press(id); }},
+      adw_(ADW_PREFERENCES_WINDOW(adw_preferences_window_new())), window_(Glib::wrap(GTK_WINDOW(adw_))) {
+    window_->set_name("settings");
+    window_->set_title("Settings");
+    window_->set_default_size(width, height);
+    window_->set_hide_on_close(true);
+    adw_preferences_window_set_search_enabled(adw_, TRUE);
+    for (const auto tab : allSettingsTabs)
+        pages_[static_cast<std::size_t>(tab)] = makePage(tab);
+    model_->onNotice = [this](const std::string& words) {
+        adw_preferences_window_add_toast(adw_, adw_toast_new(Glib::Markup::escape_text(words).c_str()));
+    };
+    // Coming back to it, from a terminal or the system's own settings, looks anew.
+    window_->property_is_active().signal_changed().connect([this] {
+        if (window_->property_is_active().get_value())
+            model_->lookAgain();
+    });
+    watching_ = model_->observe([this] { show(); });
+}
+
+SettingsWindow::~SettingsWindow() {
+    watching_.cancel();
+    model_->onNotice = nullptr;
+    gtk_window_destroy(GTK_WINDOW(adw_));
+}
+
+SettingsWindow::Page SettingsWindow::makePage(SettingsTab tab) {
+    Page page{ADW_PREFERENCES_PAGE(adw_preferences_page_new()), {}, {}};
+    adw_preferences_page_set_name(page.widget, std::string(rawValue(tab)).c_str());
+    adw_preferences_page_set_title(page.widget, std::string(title(tab)).c_str());
+    adw_preferences_page_set_icon_name(page.widget, icons[static_cast<std::size_t>(tab)]);
+    if (tab == SettingsTab::about) {
+        auto* const group = ADW_PREFERENCES_GROUP(adw_preferences_group_new());
+        auto* const mark = Gtk::make_managed<WordmarkView>(wordmarkSize);
+        mark->set_margin_top(12);
+        mark->set_margin_bottom(12);
+        adw_preferences_group_add(group, GTK_WIDGET(mark->gobj()));
+        adw_preferences_page_add(page.widget, group);
+    }
+    page.shown = model_->pane(tab);
+    for (const auto& shown : page.shown) {
+        Group group{ADW_PREFERENCES_GROUP(adw_preferences_group_new()), {}};
+        adw_preferences_group_set_title(group.widget, Glib::Markup::escape_text(shown.title).c_str());
+        adw_preferences_group_set_description(group.widget, Glib::Markup::escape_text(shown.detail).c_str());
+        adw_preferences_page_add(page.widget, group.widget);
+        fill(group, shown.rows);
+        page.groups.push_back(std::move(group));
+    }
+    adw_preferences_window_add(adw_, page.widget);
+    return page;
+}
+
+void SettingsWindow::open(std::optional<SettingsTab> tab, Gtk::Window* parent) {
+    if (!window_->get_visible()) {
+        gtk_window_set_transient_for(
+            GTK_WINDOW(adw_), parent && parent->get_visible() ? parent->gobj() : nullptr);
+        window_->set_visible(true);
+        show();
+    }
+    if (tab)
+        adw_preferences_window_set_visible_page(adw_, pages_[static_cast<std::size_t>(*tab)].widget);
+    window_->present();
+}
+
+void SettingsWindow::show() {
+    if (!window_->get_visible())
+        return;
+    for (const auto tab : allSettingsTabs) {
+        auto& page = pages_[static_cast<std::size_t>(tab)];
+        auto fresh = model_->pane(tab);
+        if (fresh == page.shown)
+            continue;
+        for (std::size_t i = 0; i < fresh.size(); ++i)
+            fill(page.groups.at(i), fresh[i].rows);
+        page.shown = std::move(fresh);
+    }
+}
+
+/// Puts the rows in order; a widget that fits its row stays, and with it the focus.
+void SettingsWindow::fill(Group& group, const std::vector<SettingsRow>& rows) {
+    std::size_t kept = 0;
+    while (kept < std::min(group.rows.size(), rows.size()) && group.rows[kept]->fits(rows[kept])) {
+        group.rows[kept]->show(rows[kept]);
+        ++kept;
+    }
+    while (group.rows.size() > kept) {
+        adw_preferences_group_remove(group.widget, group.rows.back()->widget());
+        group.rows.pop_back();
+    }
+    for (std::size_t i = kept; i < rows.size(); ++i) {
+        group.rows.push_back(std::make_unique<SettingsRowView>(rows[i], presses_));
+        adw_preferences_group_add(group.widget, group.rows.back()->widget());
+    }
+}
+
+} // namespace kelvadrome

@@ -1,0 +1,49 @@
+#pragma once
+
+#include "Kelvadrome/gtk/settings/SettingsRowView.h"
+#include "Kelvadrome/model/SettingsModel.h"
+
+#include <array>
+#include <gtkmm/window.h>
+#include <memory>
+#include <optional>
+#include <vector>
+
+namespace kelvadrome {
+
+/// The settings, a page for each tab. Closing hides the window, Escape too; hidden, it draws nothing.
+class SettingsWindow {
+public:
+    explicit SettingsWindow(std::shared_ptr<SettingsModel> model);
+    ~SettingsWindow();
+    SettingsWindow(const SettingsWindow&) = delete;
+    SettingsWindow& operator=(const SettingsWindow&) = delete;
+
+    /// Brings the window up, in front of `parent` while that is visible. Without a tab it stays on the last.
+    void open(std::optional<SettingsTab> tab, Gtk::Window* parent);
+    Gtk::Window& window() { return *window_; }
+
+private:
+    struct Group {
+        AdwPreferencesGroup* widget = nullptr; // the page's
+        std::vector<std::unique_ptr<SettingsRowView>> rows;
+    };
+    struct Page {
+        AdwPreferencesPage* widget = nullptr; // the window's
+        std::vector<Group> groups;
+        std::vector<SettingsGroup> shown;
+    };
+
+    Page makePage(SettingsTab tab);
+    void show();
+    void fill(Group& group, const std::vector<SettingsRow>& rows);
+
+    std::shared_ptr<SettingsModel> model_;
+    SettingsRowView::Presses presses_;
+    AdwPreferencesWindow* adw_; // as window_, ours until destroyed
+    Gtk::Window* window_;
+    std::array<Page, allSettingsTabs.size()> pages_;
+    Subscription watching_;
+};
+
+} // namespace kelvadrome

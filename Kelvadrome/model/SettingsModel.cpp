@@ -1,0 +1,148 @@
+#include "Kelvadrome/model/SettingsModel.h"
+
+#include "Kelvadrome/model/AppLifecycle.h"
+#include "KelvadromeKit/delivery/TerminalAccessRow.h"
+
+namespace kelvadrome {
+
+std::shared_ptr<SettingsModel> SettingsModel::make(Dependencies dependencies) {
+    struct Model final : SettingsModel {
+        explicit Model(Dependencies d) : SettingsModel(std::move(d)) {}
+    };
+    return std::make_shared<Model>(std::move(dependencies));
+}
+
+SettingsModel::SettingsModel(Dependencies dependencies)
+    : d_(std::move(dependencies)), changes_(d_.executor), tasks_(d_.executor) {
+    facts_.place = d_.place;
+    facts_.showInDock = AppLifecycle::showsInDock(*d_.defaults);
+    facts_.notifyStops = d_.defaults->storedBoolean("KDNotifyStops").value_or(true);
+    watching_ = d_.model->observe([this] { changes_.changed(); });
+}
+
+std::vector<SettingsGroup> SettingsModel::pane(SettingsTab tab) const {
+    return settingsPane(tab, d_.model->state(), facts_);
+}
+
+void SettingsModel::lookAgain() {
+    d_.model->refreshBackground();
+    tasks_.launch("terminal access", readTerminals(weak_from_this()));
+    tasks_.launch("crew labels", readCrew(weak_from_this()));
+    if (!facts_.secretPlace)
+        tasks_.launch("secret's place", readSecretPlace(weak_from_this()));
+}
+
+void SettingsModel::toggle(const std::string& id, bool on) {
+    if (id == SettingsId::loginItem) {
+        d_.model->setBackground(on);
+    } else if (id == SettingsId::agentStrip) {
+        d_.model->setAgentStrip(on);
+    } else if (id == SettingsId::showInDock) {
+        d_.defaults->set("KDShowInDock", on);
+        facts_.showInDock = on;
+        d_.showInDock(on);
+    } else if (id == SettingsId::notifyStops) {
+        d_.defaults->set("KDNotifyStops", on);
+        facts_.notifyStops = on;
+    }
+    changes_.changed();
+}
+
+void SettingsModel::choose(const std::string& id, std::size_t index) {
+    if (id == SettingsId::appearance && index < appearanceWords.size()) {
+        d_.model->setAppearance(std::string(appearanceWords[index]));
+    } else if (id == SettingsId::interfaceMode) {
+        d_.model->setInterfaceMode(
+            index == 1 ? InterfaceMode::expert : InterfaceMode::simple, InterfaceModeSource::settings);
+    }
+}
+
+void SettingsModel::press(const std::string& id) {
+    auto& model = *d_.model;
+    if (id == SettingsId::allowLoginItem) {
+        model.screen().copyText(d_.place.allowLoginItem);
+        if (onNotice)
+            onNotice("Copied");
+    } else if (id == SettingsId::editRules) {
+        model.openMain(path(NavSection::autopilot));
+    } else if (id == SettingsId::revealHome) {
+        model.screen().revealFile(d_.place.dataHome);
+    }
+    for (const auto app : allTerminalApps) {
+        if (id == SettingsId::terminal(app))
+            pressTerminal(app);
+    }
+}
+
+void SettingsModel::pressTerminal(TerminalApp app) {
+    const auto& terminal = facts_.terminals[app];
+    using Press = TerminalAccessRow::Content::Press;
+    switch (TerminalAccessRow::content(app, terminal.status, terminal.running, terminal.asking, terminal.note)
+                .press) {
+    case Press::request:
+        facts_.terminals[app].asking = true;
+        changes_.changed();
+        tasks_.launch("terminal permission", request(weak_from_this(), app));
+        break;
+    case Press::openSettings:
+        d_.model->screen().openURL(std::string(TerminalAccessRow::settingsURL));
+        break;
+    case Press::nothing:
+        break;
+    }
+}
+
+Task<> SettingsModel::request(std::weak_ptr<SettingsModel> weak, TerminalApp app) {
+    auto self = weak.lock();
+    if (!self)
+        co_return;
+    auto question = self->d_.automation->request(app);
+    self.reset(); // the question may stay open for as long as the user likes
+    const auto result = co_await std::move(question);
+    self = weak.lock();
+    if (!self)
+        co_return;
+    auto& terminal = self->facts_.terminals[app];
+    terminal.asking = false;
+    terminal.note = TerminalAccessRow::noteAfter(result);
+    if (result.kind == AutomationPrompter::RequestResult::Kind::status)
+        terminal.status = result.status;
+    self->changes_.changed();
+}
+
+Task<> SettingsModel::readTerminals(std::weak_ptr<SettingsModel> weak) {
+    const auto self = weak.lock();
+    if (!self)
+        co_return;
+    for (const auto app : allTerminalApps) {
+        const auto status = co_await self->d_.automation->status(app);
+        auto& terminal = self->facts_.terminals[app];
+        terminal.status = status;
+        terminal.running = self->d_.apps->isRunning(std::string(bundleId(app)));
+    }
+    self->changes_.changed();
+}
+
+/// A daemon that doesn't tell leaves what it told last.
+Task<> SettingsModel::readCrew(std::weak_ptr<SettingsModel> weak) {
+    const auto self = weak.lock();
+    if (!self)
+        co_return;
+    boost::json::object all;
+    auto crew = co_await attempt(self->d_.session->post<CrewLabelList>("/v1/sessions/live", std::move(all)));
+    if (!crew)
+        co_return;
+    self->facts_.crew = std::move(*crew);
+    self->changes_.changed();
+}
+
+Task<> SettingsModel::readSecretPlace(std::weak_ptr<SettingsModel> weak) {
+    const auto self = weak.lock();
+    if (!self)
+        co_return;
+    const auto read = self->d_.secretPlace;
+    self->facts_.secretPlace = co_await self->d_.pool->run(read);
+    self->changes_.changed();
+}
+
+} // namespace kelvadrome

@@ -1,0 +1,65 @@
+#pragma once
+
+#include "Kelvadrome/model/AppModel.h"
+#include "Kelvadrome/model/RunningApps.h"
+#include "Kelvadrome/model/SettingsRows.h"
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace kelvadrome {
+
+/// What stands behind the settings window: knows what the rows show and does what a press on one asks for, at
+/// once and lastingly. Main executor; made with `make`, since its tasks hold it weakly.
+class SettingsModel : public std::enable_shared_from_this<SettingsModel> {
+public:
+    struct Dependencies {
+        Executor executor;              // the main one
+        BackgroundPool* pool = nullptr; // outlives the model
+        std::shared_ptr<AppModel> model;
+        std::shared_ptr<Defaults> defaults;
+        std::shared_ptr<AutomationPrompter> automation;
+        std::shared_ptr<PageSession> session;
+        std::shared_ptr<RunningApps> apps;
+        SettingsFacts::Place place;
+        std::function<std::string()> secretPlace; // blocks; called on the pool
+        std::function<void(bool)> showInDock;     // puts the windows into the dock, or takes them out of it
+    };
+
+    static std::shared_ptr<SettingsModel> make(Dependencies dependencies);
+
+    std::vector<SettingsGroup> pane(SettingsTab tab) const;
+    /// Told after something that a pane shows may have changed.
+    [[nodiscard]] Subscription observe(std::function<void()> observer) {
+        return changes_.observe(std::move(observer));
+    }
+    /// The window came up, or to the front again: looks anew at what others may have changed meanwhile.
+    void lookAgain();
+
+    // Presses, by the row's id. An id that isn't known does nothing.
+    void toggle(const std::string& id, bool on);
+    void choose(const std::string& id, std::size_t index);
+    void press(const std::string& id);
+
+    /// A short word on what a press has done.
+    std::function<void(std::string)> onNotice;
+
+private:
+    explicit SettingsModel(Dependencies dependencies);
+
+    void pressTerminal(TerminalApp app);
+    static Task<> readTerminals(std::weak_ptr<SettingsModel> weak);
+    static Task<> readCrew(std::weak_ptr<SettingsModel> weak);
+    static Task<> readSecretPlace(std::weak_ptr<SettingsModel> weak);
+    static Task<> request(std::weak_ptr<SettingsModel> weak, TerminalApp app);
+
+    Dependencies d_;
+    SettingsFacts facts_;
+    ChangeAnnouncer changes_;
+    TaskBag tasks_;
+    Subscription watching_;
+};
+
+} // namespace kelvadrome
