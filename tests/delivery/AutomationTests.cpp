@@ -1,11 +1,15 @@
 #include "KelvadromeKit/delivery/AutomationPrompter.h"
+#include "KelvadromeKit/delivery/ConsentGuard.h"
 #include "KelvadromeKit/delivery/HostAccess.h"
+#include "KelvadromeKit/delivery/SystemHostAccess.h"
 #include "KelvadromeKit/delivery/TerminalAccessRow.h"
 #include "KelvadromeKit/delivery/TerminalAncestry.h"
 
 #include "tests/support/TestLoop.h"
 
 #include <gtest/gtest.h>
+
+#include <latch>
 
 using namespace kelvadrome;
 using namespace kelvadrome::test;
@@ -41,7 +45,8 @@ struct Question {
     }
 };
 
-struct World {
+class AutomationPrompterTest : public testing::Test {
+protected:
     TestLoop loop;
     std::shared_ptr<Question> question = std::make_shared<Question>();
     std::shared_ptr<MemoryFlags> flags = std::make_shared<MemoryFlags>();
@@ -63,107 +68,96 @@ struct World {
     }
 };
 
+Task<> awaitAnswer(AutomationProbe probe, std::shared_ptr<bool> kept) {
+    co_await probe.request("a");
+    *kept = true;
+}
+
 } // namespace
 
-TEST(AutomationPrompter, aStatusNeverAsks) {
-    World world;
+TEST_F(AutomationPrompterTest, aStatusNeverAsks) {
     const std::pair<ConsentCode, AutomationStatus> rows[] = {{0, AutomationStatus::granted},
         {-1743, AutomationStatus::denied}, {-1744, AutomationStatus::notDetermined},
-        {-600, AutomationStatus::unknown}, {std::nullopt, AutomationStatus::unknown}};
+        {-600, AutomationStatus::unknown}};
     for (const auto& [code, status] : rows) {
-        world.question->checked = code;
-        EXPECT_EQ(world.loop.run(world.prompter->status(TerminalApp::terminal)), status);
+        question->checked = code;
+        EXPECT_EQ(loop.run(prompter->status(TerminalApp::terminal)), status);
     }
-    EXPECT_TRUE(world.question->asked.empty());
+    EXPECT_TRUE(question->asked.empty());
 }
 
-TEST(AutomationPrompter, aPressAsksOnlyWhenThereIsSomethingToAsk) {
-    World world;
-    world.question->locked = true;
-    EXPECT_EQ(world.request(), (Result{Kind::screenLocked}));
-    world.question->locked = false;
-    world.question->checked = 0;
-    EXPECT_EQ(world.request(), (Result{Kind::status, AutomationStatus::granted}));
-    world.question->checked = consentDenied;
-    EXPECT_EQ(world.request(), (Result{Kind::status, AutomationStatus::denied}));
-    EXPECT_TRUE(world.question->asked.empty());
+TEST_F(AutomationPrompterTest, aPressAsksOnlyWhenThereIsSomethingToAsk) {
+    question->locked = true;
+    EXPECT_EQ(request(), (Result{Kind::screenLocked}));
+    question->locked = false;
+    question->checked = 0;
+    EXPECT_EQ(request(), (Result{Kind::status, AutomationStatus::granted}));
+    question->checked = consentDenied;
+    EXPECT_EQ(request(), (Result{Kind::status, AutomationStatus::denied}));
+    EXPECT_TRUE(question->asked.empty());
 
-    world.flags->set(AutomationPrompter::autoKey(TerminalApp::iterm2)); // binds only the automatic path
+    flags->set(AutomationPrompter::autoKey(TerminalApp::iterm2)); // binds only the automatic path
     for (const ConsentCode checked : {ConsentCode(consentNotAsked), ConsentCode()}) {
-        world.question->checked = checked;
-        const auto pressed = world.start(world.prompter->request(TerminalApp::iterm2));
-        ASSERT_EQ(world.question->open.size(), 1u);
-        world.question->answer(0);
-        world.loop.drain();
+        question->checked = checked;
+        const auto pressed = start(prompter->request(TerminalApp::iterm2));
+        ASSERT_EQ(question->open.size(), 1u);
+        question->answer(0);
+        loop.drain();
         EXPECT_EQ(pressed->value().take(), (Result{Kind::status, AutomationStatus::granted}));
     }
-    EXPECT_EQ(world.question->asked, std::vector<std::string>(2, "com.googlecode.iterm2"));
+    EXPECT_EQ(question->asked, std::vector<std::string>(2, "com.googlecode.iterm2"));
 }
 
-TEST(AutomationPrompter, oneQuestionAtATimePerApp) {
-    World world;
-    const auto first = world.start(world.prompter->request(TerminalApp::iterm2));
-    EXPECT_EQ(world.request(), (Result{Kind::alreadyAsking}));
-    EXPECT_FALSE(world.automatic());
-    const auto other = world.start(world.prompter->request(TerminalApp::terminal));
-    EXPECT_EQ(
-        world.question->asked, (std::vector<std::string>{"com.googlecode.iterm2", "com.apple.Terminal"}));
-    world.question->answer(std::nullopt);
-    world.loop.drain();
+TEST_F(AutomationPrompterTest, oneQuestionAtATimePerApp) {
+    const auto first = start(prompter->request(TerminalApp::iterm2));
+    EXPECT_EQ(request(), (Result{Kind::alreadyAsking}));
+    EXPECT_FALSE(automatic());
+    const auto other = start(prompter->request(TerminalApp::terminal));
+    EXPECT_EQ(question->asked, (std::vector<std::string>{"com.googlecode.iterm2", "com.apple.Terminal"}));
+    question->answer(std::nullopt);
+    loop.drain();
     EXPECT_EQ(first->value().take(), (Result{Kind::status, AutomationStatus::unknown}));
     EXPECT_FALSE(other->has_value());
-    const auto third = world.start(world.prompter->request(TerminalApp::iterm2));
-    EXPECT_EQ(world.question->asked.size(), 3u);
-    world.question->answer(0);
-    world.question->answer(0);
-    world.loop.drain();
+    const auto third = start(prompter->request(TerminalApp::iterm2));
+    EXPECT_EQ(question->asked.size(), 3u);
+    question->answer(0);
+    question->answer(0);
+    loop.drain();
     EXPECT_TRUE(other->has_value() && third->has_value());
 }
 
-TEST(AutomationPrompter, aQuestionThatFailsIsNoLongerInFlight) {
-    World world;
-    auto probe = Question::probe(world.question);
+TEST_F(AutomationPrompterTest, aQuestionThatFailsIsNoLongerInFlight) {
+    auto probe = Question::probe(question);
     probe.request = [](const std::string&) -> Task<ConsentCode> {
         throw std::runtime_error("no window server");
     };
-    const auto prompter = std::make_shared<AutomationPrompter>(world.loop.executor(), probe, world.flags);
+    const auto prompter = std::make_shared<AutomationPrompter>(loop.executor(), probe, flags);
     for (int i = 0; i < 2; ++i) {
-        EXPECT_THROW(world.loop.run(prompter->request(TerminalApp::iterm2)), std::runtime_error);
+        EXPECT_THROW(loop.run(prompter->request(TerminalApp::iterm2)), std::runtime_error);
     }
 }
 
-TEST(AutomationPrompter, byItselfItAsksOnceEverAndOnlyWhenItHelps) {
-    World world;
+TEST_F(AutomationPrompterTest, byItselfItAsksOnceEverAndOnlyWhenItHelps) {
     const auto key = AutomationPrompter::autoKey(TerminalApp::iterm2);
-    EXPECT_EQ(key, "KDAutomationAutoAsked.iterm2");
-    EXPECT_FALSE(world.automatic(false));
-    world.question->locked = true;
-    EXPECT_FALSE(world.automatic());
-    world.question->locked = false;
+    EXPECT_FALSE(automatic(false));
+    question->locked = true;
+    EXPECT_FALSE(automatic());
+    question->locked = false;
     for (const ConsentCode checked : {ConsentCode(0), ConsentCode(consentDenied), ConsentCode()}) {
-        world.question->checked = checked;
-        EXPECT_FALSE(world.automatic());
+        question->checked = checked;
+        EXPECT_FALSE(automatic());
     }
-    EXPECT_FALSE(world.flags->isSet(key)) << "nothing was asked yet";
+    EXPECT_FALSE(flags->isSet(key)) << "nothing was asked yet";
 
-    world.question->checked = consentNotAsked;
-    const auto asked = world.start(world.prompter->autoRequestIfNeeded(TerminalApp::iterm2, true));
-    EXPECT_TRUE(world.flags->isSet(key)) << "set while the question is still open";
-    EXPECT_FALSE(world.flags->isSet(AutomationPrompter::autoKey(TerminalApp::terminal)));
-    world.question->answer(std::nullopt);
-    world.loop.drain();
+    question->checked = consentNotAsked;
+    const auto asked = start(prompter->autoRequestIfNeeded(TerminalApp::iterm2, true));
+    EXPECT_TRUE(flags->isSet(key)) << "set while the question is still open";
+    EXPECT_FALSE(flags->isSet(AutomationPrompter::autoKey(TerminalApp::terminal)));
+    question->answer(std::nullopt);
+    loop.drain();
     EXPECT_EQ(asked->value().take(), AutomationStatus::unknown);
-    EXPECT_FALSE(world.automatic()) << "a lost answer is not asked for again";
-    EXPECT_EQ(world.question->asked.size(), 1u);
-}
-
-TEST(DefaultsFlags, aFlagIsABooleanOfTheUsersDefaults) {
-    const auto defaults = std::make_shared<MemoryDefaults>();
-    DefaultsFlags flags(defaults);
-    EXPECT_FALSE(flags.isSet("KDx"));
-    flags.set("KDx");
-    EXPECT_TRUE(flags.isSet("KDx"));
-    EXPECT_EQ(defaults->storedBoolean("KDx"), true);
+    EXPECT_FALSE(automatic()) << "a lost answer is not asked for again";
+    EXPECT_EQ(question->asked.size(), 1u);
 }
 
 TEST(HostAccess, aListScriptsResultSaysHowTheAppIsReached) {
@@ -176,18 +170,12 @@ TEST(HostAccess, aListScriptsResultSaysHowTheAppIsReached) {
     EXPECT_EQ(word(good, consentDenied, true), "ok");
     EXPECT_EQ(word(failed, consentDenied), "denied");
     EXPECT_EQ(word(refused, std::nullopt), "denied");
-    EXPECT_EQ(word(refused, consentNotAsked), "denied");
     EXPECT_EQ(word(failed, consentNotAsked), "waiting");
     EXPECT_EQ(word(hung, consentNotAsked, true), "waiting");
     EXPECT_EQ(word(failed, 0, true), "none");
-    EXPECT_EQ(word(failed, std::nullopt), "none");
     EXPECT_EQ(word(hung, 0, true), "locked");
-    EXPECT_EQ(word(hung, std::nullopt, true), "locked");
     EXPECT_EQ(word(hung, 0), "busy");
     EXPECT_EQ(word(hung, std::nullopt), "waiting");
-    EXPECT_EQ(word(hung, -600), "waiting");
-    const auto none = HostAccessProbe::none();
-    EXPECT_FALSE(none.consent("com.apple.Terminal") || none.screenLocked());
 }
 
 TEST(TerminalAncestry, agentsAreFollowedUpToTheirTerminalApp) {
@@ -200,50 +188,109 @@ TEST(TerminalAncestry, agentsAreFollowedUpToTheirTerminalApp) {
         return ps + fmt::format("{} 1 /Applications/iTerm.app/Contents/MacOS/iTerm2\n", 11 + between);
     };
     const std::pair<std::string, Hosts> rows[] = {
-        {chain(1), {iterm}},
         {chain(10), {iterm}},
         {chain(11), {}},
         {"10 11 /usr/local/bin/Claude\n11 1 iTermServer-3.5\n", {iterm}},
-        {"10 11 codex\n11 1 /Applications/iTerm2.app/x\n20 21 pi\n21 1 "
-         "/System/Terminal.app/Contents/MacOS/Terminal\n",
-            {iterm, terminal}},
         {"10 11 cursor-agent\n11 1 Terminal\n", {}},
-        {"10 1 claude\n1 0 launchd\n", {}},
         {"10 10 claude\n", {}},
         {"10 11 claude\n11 10 zsh\n", {}},
-        {"10 11 claude\n12 1 iTerm2\n", {}},
-        {"10 11 claudette\n11 1 iTerm2\n", {}},
+        {"10 11 claude\n12 1 iTerm2\n11 1\n1 x y\n", {}},
         {"10 11 vim claude\n11 1 iTerm2\n", {}},
         {"  10   11   /opt/My Tools/claude  \nPID PPID COMM\n11 1 iTerm2\n", {iterm}},
-        {"", {}},
+        {"10 11 pi\n11 1 /System/Terminal.app/Contents/MacOS/Terminal\n20 21 codex\n21 1 iTerm2\n",
+            {iterm, terminal}},
     };
     for (const auto& [ps, hosts] : rows)
         EXPECT_EQ(TerminalAncestry::hostsWithAgents(ps), hosts) << ps;
-    EXPECT_EQ(TerminalAncestry::rows(" 1  0 /sbin/my init \n1 x y\n2 1\n"),
-        (std::map<std::int64_t, TerminalAncestry::Row>{{1, {1, 0, "/sbin/my init"}}}));
-    EXPECT_EQ(TerminalAncestry::agents().size(), 12u);
 }
 
-TEST(TerminalAccessRow, theRowSaysWhatIsSoAndWhatToDo) {
-    using Content = TerminalAccessRow::Content;
+TEST(TerminalAccessRow, thePressFitsWhatIsSo) {
+    using Press = TerminalAccessRow::Content::Press;
     const auto row = [](AutomationStatus status, bool running = true, bool asking = false) {
         return TerminalAccessRow::content(TerminalApp::iterm2, status, running, asking, "note");
     };
-    EXPECT_EQ(row(AutomationStatus::granted).text, "Allowed");
-    const auto denied = row(AutomationStatus::denied);
-    EXPECT_EQ(denied.note, "You said no. Turn kelvadrome on for iTerm2 in Privacy and Security, Automation.");
-    EXPECT_EQ(denied.button, "Open System Settings");
-    EXPECT_EQ(denied.press, Content::Press::openSettings);
-    EXPECT_EQ(row(AutomationStatus::notDetermined), (Content{"", "note", "Allow", Content::Press::request}));
-    EXPECT_EQ(row(AutomationStatus::notDetermined, true, true),
-        (Content{"", "note", "Waiting for your answer", Content::Press::nothing}));
+    EXPECT_EQ(row(AutomationStatus::denied).press, Press::openSettings);
+    EXPECT_EQ(row(AutomationStatus::notDetermined).press, Press::request);
+    EXPECT_EQ(row(AutomationStatus::notDetermined, true, true).press, Press::nothing);
     EXPECT_EQ(row(AutomationStatus::unknown, false).text, "Open iTerm2 first");
-    EXPECT_EQ(row(AutomationStatus::unknown).text, "Not known yet");
+    EXPECT_EQ(row(AutomationStatus::unknown).note, "note");
+}
 
-    EXPECT_EQ(TerminalAccessRow::noteAfter({Kind::screenLocked}),
-        "Unlock the Mac first: macOS shows its question only on an unlocked screen.");
-    EXPECT_EQ(
-        TerminalAccessRow::noteAfter({Kind::alreadyAsking}), "macOS is asking you now. Answer its window.");
-    EXPECT_FALSE(TerminalAccessRow::noteAfter({Kind::status, AutomationStatus::denied}));
-    EXPECT_EQ(allowTitle(TerminalApp::terminal), "Allow kelvadrome to type into Terminal");
+TEST(ConsentGuard, whileACallHangsAllGetNoAnswerAndNoneIsAdded) {
+    struct Stuck {
+        std::latch release{1};
+        std::latch returned{1};
+        std::atomic<int> calls = 0;
+    };
+    const auto stuck = std::make_shared<Stuck>();
+    const ConsentGuard guard([stuck](const std::string&) {
+        if (++stuck->calls == 1) {
+            stuck->release.wait();
+            stuck->returned.count_down();
+        }
+        return ConsentCode(0);
+    });
+    EXPECT_EQ(guard.consent("a"), std::nullopt); // after its second
+    EXPECT_EQ(guard.consent("a"), std::nullopt);
+    EXPECT_EQ(stuck->calls, 1);
+    stuck->release.count_down();
+    stuck->returned.wait();
+    ConsentCode code;
+    while (!(code = guard.consent("a")))
+        std::this_thread::yield(); // the call is over in a moment
+    EXPECT_EQ(code, 0);
+    EXPECT_EQ(stuck->calls, 2);
+}
+
+TEST(SystemHostAccess, aSystemWithoutConsentHasNoOpinion) {
+    TestLoop loop;
+    const SystemHostAccess access({nullptr, nullptr, [] { return true; }});
+    EXPECT_EQ(access.probe().consent("a"), std::nullopt);
+    EXPECT_TRUE(access.probe().screenLocked());
+    EXPECT_EQ(access.automation().check("a"), std::nullopt);
+    EXPECT_EQ(loop.run(access.automation().request("a")), std::nullopt);
+}
+
+TEST(SystemHostAccess, questionsAreAskedOneAfterTheOther) {
+    TestLoop loop;
+    std::atomic<int> open = 0, most = 0;
+    const SystemHostAccess access({nullptr,
+        [&](const std::string& bundle) {
+            const int now = ++open;
+            if (now > most)
+                most = now;
+            std::this_thread::yield();
+            --open;
+            return ConsentCode(bundle == "a" ? 0 : consentDenied);
+        },
+        [] { return false; }});
+    const auto probe = access.automation();
+    auto [a, b] = loop.run(gather(probe.request("a"), probe.request("b")));
+    EXPECT_EQ(a.take(), 0);
+    EXPECT_EQ(b.take(), consentDenied);
+    EXPECT_EQ(most, 1);
+}
+
+TEST(SystemHostAccess, aQuestionLeftOpenAtTheEndLetsItsCallerGoAndReachesNobody) {
+    const auto answered = std::make_shared<std::latch>(1);
+    const auto shown = std::make_shared<std::latch>(1);
+    std::weak_ptr<bool> caller;
+    {
+        TestLoop loop;
+        const SystemHostAccess access({nullptr,
+            [=](const std::string&) {
+                shown->count_down();
+                answered->wait();
+                return ConsentCode(0);
+            },
+            [] { return false; }});
+        auto kept = std::make_shared<bool>(false);
+        caller = kept;
+        spawn(loop.executor(), "question", awaitAnswer(access.automation(), std::move(kept)));
+        loop.drain();
+        shown->wait();
+        EXPECT_FALSE(caller.expired());
+    }
+    EXPECT_TRUE(caller.expired());
+    answered->count_down(); // the answer to a loop that is gone
 }

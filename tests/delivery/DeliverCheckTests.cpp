@@ -1,5 +1,6 @@
 #include "KelvadromeKit/delivery/DeliverCheck.h"
 #include "KelvadromeKit/delivery/Presence.h"
+#include "KelvadromeKit/support/Text.h"
 
 #include "tests/delivery/Jobs.h"
 
@@ -95,7 +96,6 @@ TEST(DeliverCheck, anOpenJobIsJudgedByItsPromptAlone) {
         {
             {"nothing", [](Case& c) { c.job.open.reset(); }, "nothing to open"},
             {"no prompt", [](Case& c) { c.job.open->prompt.reset(); }, "passes"},
-            {"unclean", [](Case& c) { c.job.open->prompt = "go  on"; }, textRefused},
             {"a command", [](Case& c) { c.job.open->prompt = "!ls"; }, textRefused},
             {"empty", [](Case& c) { c.job.open->prompt = ""; }, textRefused},
             {"no process", [](Case& c) { c.facts.reset(), c.job.pid.reset(), c.job.steps.reset(); },
@@ -123,32 +123,25 @@ TEST(DeliverCheck, theKeysOfAnAnswerAreAllKnownAndItsTextIsAsTheUserSawIt) {
             {"empty", withSteps({}), noKeys},
             {"four", withSteps({4, S::escape()}), "passes"},
             {"five", withSteps({5, S::escape()}), noKeys},
-            {"9", withSteps({S::key("9")}), "passes"},
             {"y", withSteps({S::key("y")}), "passes"},
             {"0", withSteps({S::key("0")}), badKey},
-            {"Y", withSteps({S::key("Y")}), badKey},
             {"10", withSteps({S::key("10")}), badKey},
             {"no key", withSteps({S::key("")}), badKey},
             {"keycap", withSteps({S::key("1\u20E3")}), badKey},
-            {"plain", withSteps({S::text("yes, go on")}), "passes"},
             {"composed", withSteps({S::text("caf\u00E9")}), "passes"},
             {"decomposed", withSteps({S::text("cafe\u0301")}), "passes"},
             {"longest", withSteps({S::text(limit)}), "passes"},
             {"too long", withSteps({S::text(limit + "x")}), textRefused},
             {"doubled blank", withSteps({S::text("a  b")}), textRefused},
-            {"leading blank", withSteps({S::text(" a")}), textRefused},
             {"trailing blank", withSteps({S::text("a ")}), textRefused},
-            {"tab", withSteps({S::text("a\tb")}), textRefused},
             {"newline", withSteps({S::text("a\nb")}), textRefused},
             {"return", withSteps({S::text("a\r")}), textRefused},
             {"colour", withSteps({S::text("a\x1B[31mb")}), textRefused},
             {"bidi mark", withSteps({S::text("a\u202Eb")}), textRefused},
-            {"invisible", withSteps({S::text("a\u200Bb")}), textRefused},
             {"slash command", withSteps({S::text("/clear")}), textRefused},
             {"not UTF-8", withSteps({S::text("a\xFF")}), textRefused},
             {"nav without a question", withSteps({S::nav("down")}), badKey},
-            {"the first bad step counts", withSteps({S::escape(), S::text(" "), S::key("Y")}), textRefused},
-            {"and so does its place", withSteps({S::key("Y"), S::text(" ")}), badKey},
+            {"a later step", withSteps({S::escape(), S::key("1"), S::text("/clear")}), textRefused},
         });
 }
 
@@ -172,7 +165,7 @@ TEST(DeliverCheck, theQueueOfCodexNeedsItsProcessAndNoTerminal) {
             {"no process", [](Case& c) { c.facts.reset(); }, gone},
             {"other pid", [](Case& c) { c.facts->pid = 502; }, gone},
             {"other program", [](Case& c) { c.facts->comm = "/opt/codex/node"; }, gone},
-            {"keys are judged first", [](Case& c) { c.job.steps->clear(), c.job.pid.reset(); }, noKeys},
+            {"no keys", [](Case& c) { c.job.steps->clear(); }, noKeys},
             {"on a host it is typed", [](Case& c) { c.job.host = "tmux"; }, "no session to type into"},
             {"without a thread too", [](Case& c) { c.job.codexThread.reset(); }, "no session to type into"},
         });
@@ -220,28 +213,6 @@ TEST(DeliverCheck, focusNeedsTheSessionButNotTheForegroundAndSoDoesAnyOtherType)
     EXPECT_EQ(focus.verdict(), "passes");
 }
 
-TEST(DeliverCheck, theEarlierRefusalGivesTheWords) {
-    // Each change breaks a later test; applied from the last to the first, each gives the words of its own.
-    const std::vector<Row> answer{
-        {"foreground", [](Case& c) { c.facts->tpgid = 1; }, background},
-        {"group", [](Case& c) { c.job.pgid = 5; }, "the agent process changed"},
-        {"terminal", [](Case& c) { c.facts->tty.reset(); }, moved},
-        {"program", [](Case& c) { c.facts->comm = "vim"; }, "the process on this terminal is not claude"},
-        {"pid", [](Case& c) { c.facts->pid = 5; }, ended},
-        {"tty", [](Case& c) { c.job.tty.reset(); }, "no session to type into"},
-        {"want", [](Case& c) { c.job.screen->want = "no"; }, badKey},
-        {"text", [](Case& c) { c.job.steps = {DeliverStep::text("a\n")}; }, textRefused},
-        {"steps", [](Case& c) { c.job.steps = std::vector(5, DeliverStep::text("a\n")); }, noKeys},
-        {"presence", [](Case& c) { c.tags.clear(); }, notPressed},
-        {"expiry", [](Case& c) { c.now = wallTime(9e9); }, expired},
-    };
-    Case worse{trustJob()};
-    for (const auto& row : answer) {
-        row.change(worse);
-        EXPECT_EQ(worse.verdict(), row.verdict) << row.what;
-    }
-}
-
 TEST(ProcFacts, theFirstWholeLineIsTheProcess) {
     using F = ProcFacts;
     const struct {
@@ -259,9 +230,7 @@ TEST(ProcFacts, theFirstWholeLineIsTheProcess) {
         {"\n\nPID PGID TPGID TT COMM\n1 2 3 ttys1\n4 5 6 ttys2 sh\n7 8 9 ttys3 zsh\n",
             F{4, 5, 6, "ttys2", "sh"}},
         {"1 2 3x ttys1 sh", std::nullopt},
-        {"0x1 2 3 ttys1 sh", std::nullopt},
         {"1 2 99999999999999999999 ttys1 sh", std::nullopt},
-        {"", std::nullopt},
         {"ps: illegal option\n", std::nullopt},
     };
     for (const auto& row : rows)
@@ -280,22 +249,85 @@ TEST(ProcFacts, anAgentIsKnownByTheLastPartOfItsCommand) {
     EXPECT_FALSE(is("", "claude"));
 }
 
-TEST(ProcFacts, garbageNeverMakesAProcessOfTheWrongShape) {
-    std::mt19937 random(7);
-    const std::string pieces[] = {
-        " ", "  ", "\n", "1", "501", "-7", "x", "?", "??", "-", "ttys1", "/a b/c", "\t", "\xFF", "+", "\r"};
-    for (int round = 0; round < 20000; ++round) {
-        const auto output = randomText(random, pieces, 14);
-        const auto facts = ProcFacts::parse(output);
-        if (!facts)
-            continue;
-        EXPECT_NE(facts->comm.find_first_not_of(" \n"), std::string::npos) << output;
-        EXPECT_TRUE(!facts->tty || (!facts->tty->empty() && *facts->tty != "?" && *facts->tty != "??"))
-            << output;
+TEST(Presence, aTagIsTheStartOfTheSessionsHash) {
+    EXPECT_EQ(Presence::tag("abc"), "ba7816bf8f01cfea414140de5dae2223");
+}
+
+namespace {
+
+const std::string required =
+    R"("id":"j1","type":"answer","agent":"claude","host":"tmux","presence":"tag","expires_at":"later")";
+
+std::string claim(const std::string& step) {
+    return R"({"jobs":[{)" + required + R"(,"steps":[)" + step + "]}]}";
+}
+
+} // namespace
+
+TEST(DeliverJob, allOfAJobIsRead) {
+    const auto job = decodeJSON<DeliverJob>(R"({"id":"j1","type":"answer","card_id":"c1","agent":"claude",
+        "session_id":"s1","pid":501,"pgid":500,"tty":"ttys004","host":"tmux","host_ref":"%3",
+        "steps":[{"kind":"escape","key":"x"},{"kind":"key","key":"1"},{"kind":"text","text":"go"},
+                 {"kind":"nav","key":"enter"}],
+        "codex_thread":"t1","open":{"cwd":"/w","argv":["claude"],"prompt":"hi"},
+        "screen":{"profile":"claude_trust","want":"trust","folder":"/w"},
+        "presence":"tag","expires_at":"1970-01-01T00:00:09.5Z","later_addition":1})");
+    auto expected = answerJob(
+        {DeliverStep::escape(), DeliverStep::key("1"), DeliverStep::text("go"), DeliverStep::nav("enter")});
+    expected.cardId = "c1";
+    expected.sessionId = "s1";
+    expected.pgid = 500;
+    expected.codexThread = "t1";
+    expected.open = DeliverJob::Open{"/w", {"claude"}, "hi"};
+    expected.screen = DeliverJob::Screen{"claude_trust", "trust", "/w"};
+    expected.expiresAt = "1970-01-01T00:00:09.5Z";
+    EXPECT_EQ(job, expected);
+    EXPECT_EQ(job.expiry(), wallTime(9.5));
+}
+
+TEST(DeliverJob, whatMayBeAbsentMayBeNull) {
+    const auto bare = decodeJSON<DeliverJob>("{" + required + "}");
+    const auto nulls = decodeJSON<DeliverJob>(
+        "{" + required +
+        R"(,"card_id":null,"session_id":null,"pid":null,"pgid":null,"tty":null,"host_ref":null,"steps":null,
+            "codex_thread":null,"open":null,"screen":null})");
+    EXPECT_EQ(bare, nulls);
+    EXPECT_FALSE(bare.pid);
+    EXPECT_FALSE(bare.expiry());
+}
+
+TEST(DeliverJob, oneBadPieceFailsTheWholeClaim) {
+    const struct {
+        std::string json, path, problem;
+    } rows[] = {
+        {claim(R"({"kind":"nav","key":"left"})"), "jobs[0].steps[0].key", "unknown nav key"},
+        {claim(R"({"kind":"key","key":"1"},{"kind":"click"})"), "jobs[0].steps[1].kind", "unknown step"},
+        {claim(R"({"kind":"key"})"), "jobs[0].steps[0].key", "is missing"},
+        {claim(R"({"kind":"text","key":"1"})"), "jobs[0].steps[0].text", "is missing"},
+        {claim(R"({"kind":"key","key":1})"), "jobs[0].steps[0].key", "is not a string"},
+        {R"({"jobs":[{"id":"j1","type":"t","agent":"a","host":"h","presence":"p"}]})", "jobs[0].expires_at",
+            "is missing"},
+    };
+    for (const auto& row : rows) {
+        try {
+            decodeJSON<DeliverClaimOut>(row.json);
+            ADD_FAILURE() << "decoded: " << row.json;
+        } catch (const DecodingError& error) {
+            EXPECT_EQ(error.path(), row.path);
+            EXPECT_EQ(error.problem(), row.problem);
+        }
     }
 }
 
-TEST(Presence, aTagIsTheStartOfTheSessionsHash) {
-    EXPECT_EQ(Presence::tag("abc"), "ba7816bf8f01cfea414140de5dae2223");
-    EXPECT_EQ(Presence::tag(""), "e3b0c44298fc1c149afbf4c8996fb924");
+TEST(JobOutcome, aReasonIsCutToItsFirst200CharactersAndLeftOutWhenAbsent) {
+    EXPECT_EQ(JobOutcome::done("codex_queue").wire(),
+        (boost::json::object{{"outcome", "done"}, {"path", "codex_queue"}}));
+    EXPECT_EQ(JobOutcome::refused("gone").wire(),
+        (boost::json::object{{"outcome", "refused"}, {"path", "host"}, {"reason", "gone"}}));
+    std::string longReason;
+    for (int i = 0; i < 500; ++i)
+        longReason += "e\u0301";
+    const auto cut = JobOutcome::failed(longReason).wire();
+    EXPECT_EQ(cut.at("outcome"), "failed");
+    EXPECT_EQ(cut.at("reason").as_string(), longReason.substr(0, 200 * 3));
 }

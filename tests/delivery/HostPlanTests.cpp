@@ -42,47 +42,28 @@ RunCommand iterm(std::string_view script, std::vector<std::string> rest, std::in
     return command;
 }
 
-const std::vector<std::string> hostileRefs{"", "%", "3", "%3;rm", "%3 ", "%3\n", " %3", "%-1", "%3:0", "-t",
-    "%٣", "%3\u202E", "w1:p", "w1:p2;x", "w1:p2\n", "w:p1", "W1:p2", "w1:p2 --", "w1.p2", "\x1B[A", "=main"};
+const std::vector<std::string> hostileRefs{"", "%", "3", "%3;rm", "%3\n", " %3", "%-1", "%٣", "w1:p",
+    "w1:p2;x", "w1:p2\n", "w:p1", "W1:p2", "w1.p2", "=main"};
 
 } // namespace
 
 TEST(HostPlan, eachHostIsTypedIntoInItsOwnWords) {
     EXPECT_EQ(HostPlan::commands(jobOn("tmux", "%3"), bins),
-        (Plan{
-            {"/b/tmux", {"send-keys", "-t", "%3", "-l", "--", "1"}, 150},
+        (Plan{{"/b/tmux", {"send-keys", "-t", "%3", "-l", "--", "1"}, 150},
             {"/b/tmux", {"send-keys", "-t", "%3", "-l", "--", "-l; $(x)"}, 250},
             {"/b/tmux", {"send-keys", "-t", "%3", "Enter"}, 100},
-            {"/b/tmux", {"send-keys", "-t", "%3", "Escape"}, 450},
-        }));
+            {"/b/tmux", {"send-keys", "-t", "%3", "Escape"}, 450}}));
     EXPECT_EQ(HostPlan::commands(jobOn("herdr", "w1:p20"), bins),
-        (Plan{
-            {"/b/herdr", {"pane", "send-keys", "w1:p20", "1"}, 150},
+        (Plan{{"/b/herdr", {"pane", "send-keys", "w1:p20", "1"}, 150},
             {"/b/herdr", {"pane", "send-text", "w1:p20", "-l; $(x)"}, 250},
             {"/b/herdr", {"pane", "send-keys", "w1:p20", "enter"}, 100},
-            {"/b/herdr", {"pane", "send-keys", "w1:p20", "esc"}, 450},
-        }));
+            {"/b/herdr", {"pane", "send-keys", "w1:p20", "esc"}, 450}}));
     EXPECT_EQ(HostPlan::commands(jobOn("herdr", "w1:p20", {S::text("go")}), bins),
         (Plan{{"/b/herdr", {"agent", "prompt", "w1:p20", "go"}, 150}}));
     const auto& write = LiveScripts::itermWrite;
-    EXPECT_EQ(
-        HostPlan::commands(jobOn("iterm2", "A-1"), {}), (Plan{
-                                                            iterm(write, {"A-1", "key", "1"}, 150),
-                                                            iterm(write, {"A-1", "text", "-l; $(x)"}, 250),
-                                                            iterm(write, {"A-1", "cr", ""}, 100),
-                                                            iterm(write, {"A-1", "esc", ""}, 450),
-                                                        }));
-    EXPECT_EQ(HostPlan::commands(jobOn("iterm2", std::nullopt, {S::key("y")}), {}),
-        (Plan{iterm(write, {"", "key", "y"}, 150)}));
-}
-
-TEST(HostPlan, tmuxReadsNothingIntoAText) {
-    const std::pair<const char*, const char*> rows[] = {{"done;", "done\\;"}, {";", "\\;"}, {";;", ";\\;"},
-        {"a\\;", "a\\\\;"}, {"a; b", "a; b"}, {"a\\", "a\\"}};
-    for (const auto& [text, word] : rows) {
-        const auto plan = HostPlan::commands(jobOn("tmux", "%3", {S::text(text)}), bins);
-        EXPECT_EQ(plan->front().args.back(), word) << text;
-    }
+    EXPECT_EQ(HostPlan::commands(jobOn("iterm2", "A-1"), {}),
+        (Plan{iterm(write, {"A-1", "key", "1"}, 150), iterm(write, {"A-1", "text", "-l; $(x)"}, 250),
+            iterm(write, {"A-1", "cr", ""}, 100), iterm(write, {"A-1", "esc", ""}, 450)}));
 }
 
 TEST(HostPlan, theQueueOfCodexTakesOneTextAndOnlyWithoutAHost) {
@@ -109,9 +90,8 @@ TEST(HostPlan, whatCannotBeTypedThereIsNoPlan) {
     job = jobOn("tmux", "%3");
     job.steps.reset();
     EXPECT_FALSE(HostPlan::commands(job, bins)) << "no steps";
-    for (const auto* host : {"terminal", "unknown", "", "TMUX", "screen"}) {
+    for (const auto* host : {"terminal", "unknown", "TMUX"})
         EXPECT_FALSE(HostPlan::commands(jobOn(host, "%3"), bins)) << host;
-    }
     const std::pair<const char*, const char*> hosts[] = {{"tmux", "%3"}, {"herdr", "w1:p2"}, {"iterm2", "A"}};
     for (const auto& [host, ref] : hosts) {
         EXPECT_EQ(HostPlan::commands(jobOn(host, ref, {}), bins), Plan{}) << host;
@@ -122,10 +102,8 @@ TEST(HostPlan, whatCannotBeTypedThereIsNoPlan) {
         EXPECT_FALSE(HostPlan::commands(jobOn("herdr", ref), bins)) << ref;
         EXPECT_FALSE(HostPlan::commands(jobOn("herdr", ref, {S::text("go")}), bins)) << ref;
     }
-    for (const auto* host : {"tmux", "herdr"}) {
-        EXPECT_FALSE(HostPlan::commands(jobOn(host, std::nullopt), bins));
-        EXPECT_FALSE(HostPlan::commands(jobOn(host, host == std::string("tmux") ? "%3" : "w1:p2"), {}));
-    }
+    for (const auto* host : {"tmux", "herdr"})
+        EXPECT_FALSE(HostPlan::commands(jobOn(host, std::nullopt), bins)) << host;
 }
 
 TEST(HostPlan, aScreenIsReadAndSteeredInTmuxAndITerm2Only) {
@@ -142,34 +120,30 @@ TEST(HostPlan, aScreenIsReadAndSteeredInTmuxAndITerm2Only) {
         EXPECT_EQ(HostPlan::navKey(job, key, {}), iterm(LiveScripts::itermWrite, {"%3", mode, ""}));
     }
     EXPECT_EQ(HostPlan::screenRead(job, {}), iterm(LiveScripts::itermRead, {"%3"}));
-    for (const auto* key : {"left", "Up", "", "1"})
-        EXPECT_FALSE(HostPlan::navKey(job, key, bins)) << key;
+    EXPECT_FALSE(HostPlan::navKey(job, "left", bins));
 
-    const auto neither = [](const DeliverJob& j, const HostPlan::Bins& tools) {
-        return !HostPlan::screenRead(j, tools) && !HostPlan::navKey(j, "up", tools);
+    const auto neither = [](const DeliverJob& j) {
+        return !HostPlan::screenRead(j, bins) && !HostPlan::navKey(j, "up", bins);
     };
-    EXPECT_TRUE(neither(trustJob(), {}));
-    for (const auto* host : {"herdr", "terminal", "unknown"}) {
+    for (const auto* host : {"herdr", "terminal"}) {
         job.host = host;
-        EXPECT_TRUE(neither(job, bins)) << host;
+        EXPECT_TRUE(neither(job)) << host;
     }
     for (const auto& ref : hostileRefs) {
         job = trustJob();
         job.hostRef = ref;
-        EXPECT_TRUE(neither(job, bins)) << ref;
+        EXPECT_TRUE(neither(job)) << ref;
     }
     for (const auto* host : {"tmux", "iterm2"}) {
         job = trustJob();
         job.host = host;
         job.hostRef.reset();
-        EXPECT_TRUE(neither(job, bins)) << host;
+        EXPECT_TRUE(neither(job)) << host;
         job.hostRef = "%3";
         job.tty.reset();
-        EXPECT_TRUE(neither(job, bins)) << host;
+        EXPECT_TRUE(neither(job)) << host;
         job.tty = "ttys004";
         job.screen->profile = "other";
-        EXPECT_FALSE(HostPlan::screenRead(job, bins)) << host;
-        job.screen.reset();
         EXPECT_FALSE(HostPlan::screenRead(job, bins)) << host;
     }
 }
@@ -182,43 +156,23 @@ TEST(HostPlan, tmuxStartsAnAgentInASessionOfItsOwn) {
     EXPECT_EQ(HostPlan::tmuxOpen(job, argv, bins),
         (RunCommand{"/b/tmux",
             {"new-session", "-d", "-s", "kd-abc-1ü²", "-c", "/w", "--", "/b/claude", "--resume", "id"}, 0}));
-    const std::pair<const char*, const char*> folders[] = {{"/#(touch x)", "/##(touch x)"}, {"/a#", "/a##"},
-        {"/#{pid}/##", "/##{pid}/####"}, {"/#[x]#(y)", "/#[x]##(y)"}, {"/##[", "/##["}, {"/a;", "/a\\;"}};
-    for (const auto& [cwd, word] : folders) {
-        job.open->cwd = cwd;
-        EXPECT_EQ(HostPlan::tmuxOpen(job, argv, bins)->args[5], word);
-    }
     EXPECT_EQ(HostPlan::tmuxOpen(job, {"claude", "--", "go;"}, bins)->args.back(), "go\\;");
     const auto program = [&](const std::vector<std::string>& words) {
         return HostPlan::tmuxOpen(job, words, {{"tmux", "/t"}, {"claude", "/my $x/claude"}})->args[7];
     };
     EXPECT_EQ(program({"claude"}), "'/my $x/claude'") << "alone it goes through a shell";
     EXPECT_EQ(program(argv), "/my $x/claude");
-    EXPECT_FALSE(HostPlan::tmuxOpen(job, {}, bins));
     EXPECT_FALSE(HostPlan::tmuxOpen(job, {"grok"}, bins));
     EXPECT_FALSE(HostPlan::tmuxOpen(job, argv, {{"claude", "/b/claude"}}));
-    auto without = job;
-    without.sessionId.reset();
-    EXPECT_FALSE(HostPlan::tmuxOpen(without, argv, bins));
-    job.open.reset();
-    EXPECT_FALSE(HostPlan::tmuxOpen(job, argv, bins));
 }
 
 TEST(HostPlan, thePaneIsAskedWhatItHoldsBeforeTheFirstKey) {
-    EXPECT_EQ(HostPlan::preflight(jobOn("tmux", "%3"), bins),
-        (RunCommand{
-            "/b/tmux", {"display-message", "-p", "-t", "%3", "#{pane_tty} #{pane_current_command}"}, 0}));
     EXPECT_EQ(HostPlan::preflight(jobOn("herdr", "w1:p2"), bins),
         (RunCommand{"/b/herdr", {"pane", "process-info", "--pane", "w1:p2"}, 0}));
-    EXPECT_FALSE(HostPlan::preflight(jobOn("iterm2", "A"), bins));
-    EXPECT_FALSE(HostPlan::preflight(jobOn("tmux", std::nullopt), bins));
-    EXPECT_FALSE(HostPlan::preflight(jobOn("tmux", "%3"), {}));
-
     const auto tmux = jobOn("tmux", "%3");
     const std::pair<const char*, bool> answers[] = {{"/dev/ttys004 claude\n", true}, {"ttys004 node", true},
-        {"/dev/ttys004", true}, {"/dev/ttys004 zsh", false}, {"/dev/ttys004   -zsh \n", false},
-        {"/dev/ttys004 login", false}, {"/dev/ttys009 claude", false}, {"/dev/ttys0041 claude", false},
-        {"/dev//dev/ttys004 claude", false}, {"", false}, {" \n", false}, {"claude /dev/ttys004", false}};
+        {"/dev/ttys004", true}, {"/dev/ttys004   -zsh \n", false}, {"/dev/ttys009 claude", false},
+        {"/dev/ttys0041 claude", false}, {" \n", false}, {"claude /dev/ttys004", false}};
     for (const auto& [output, passes] : answers)
         EXPECT_EQ(HostPlan::preflightPasses(tmux, output), passes) << output;
     auto lost = tmux;
@@ -233,28 +187,17 @@ TEST(HostPlan, thePaneIsAskedWhatItHoldsBeforeTheFirstKey) {
     EXPECT_FALSE(HostPlan::preflightPasses(herdr, R"({"pid":502,"ppid":501})"));
     herdr.pid.reset();
     EXPECT_FALSE(HostPlan::preflightPasses(herdr, R"({"pid":501})"));
-    EXPECT_TRUE(HostPlan::preflightPasses(jobOn("iterm2", "A"), ""));
 }
 
 TEST(HostPlan, aPaneMustTakeKeysAndKeepThemToItself) {
     const auto tmux = jobOn("tmux", "%3");
-    EXPECT_EQ(HostPlan::paneState(tmux, bins),
-        (RunCommand{"/b/tmux",
-            {"display-message", "-p", "-t", "%3",
-                "#{pane_tty} #{pane_synchronized} #{pane_in_mode} #{pane_input_off}"},
-            0}));
-    for (const auto* host : {"iterm2", "herdr"})
-        EXPECT_FALSE(HostPlan::paneState(jobOn(host, "%3"), bins));
-    for (const auto& ref : hostileRefs)
-        EXPECT_FALSE(HostPlan::paneState(jobOn("tmux", ref), bins)) << ref;
-
     const std::string shared = "the pane shares its keys with other panes", off = "the pane takes no keys",
                       mode = "the pane is in a tmux mode: leave it first",
                       gone = "the pane no longer holds this session";
     const std::pair<const char*, std::string> rows[] = {{"/dev/ttys004 0 0 0\n", "passes"},
         {"/dev/ttys004   \n", "passes"}, {"ttys004", "passes"}, {"/dev/ttys004 1 0 0\n", shared},
-        {"/dev/ttys004 0 1 0\n", mode}, {"/dev/ttys004 0 2 0\n", mode}, {"/dev/ttys004  0 1\n", off},
-        {"/dev/ttys009 0 0 0\n", gone}, {"   \n", gone}, {"", gone}};
+        {"/dev/ttys004 0 2 0\n", mode}, {"/dev/ttys004  0 1\n", off}, {"/dev/ttys009 0 0 0\n", gone},
+        {"", gone}};
     for (const auto& [output, words] : rows)
         EXPECT_EQ(HostPlan::paneRefusal(tmux, output).value_or("passes"), words) << output;
 }
@@ -267,32 +210,9 @@ TEST(HostPlan, everyPidThatHerdrNamesIsFound) {
         {R"({"pid":"14","PID":15,"parent_pid":16,"pid2":17})", {}},
         {R"({"pid":1.5,"shell_pid":true,"x":null})", {}},
         {R"({"pid":12} trailing)", {}},
-        {R"({"pid":12)", {}},
-        {"", {}},
         {"12", {}},
         {std::string(5000, '['), {}},
     };
     for (const auto& [output, pids] : rows)
         EXPECT_EQ(HostPlan::herdrPids(output), pids) << output.substr(0, 80);
-
-    std::mt19937 random(11);
-    const std::string pieces[] = {"{", "}", "[", "]", "\"pid\":", "\"shell_pid\":", "\"k\":", "12", "-3",
-        "\"x\"", ",", "null", "1e3", "\xFF", "\\"};
-    for (int round = 0; round < 20000; ++round) {
-        const auto output = randomText(random, pieces, 10);
-        for (const auto pid : HostPlan::herdrPids(output))
-            EXPECT_TRUE(pid == 12 || pid == -3 || pid == 1000) << output;
-    }
-}
-
-TEST(HostPlan, aVerdictIsOkOrARefusal) {
-    const std::pair<const char*, const char*> rows[] = {{" ok\n", "passes"},
-        {"missing\n", "the terminal tab is gone"}, {"ambiguous", "2 terminal tabs share this tty"},
-        {"moved", "the session moved to another terminal tab"},
-        {"shell", "the terminal is at a shell prompt: the agent ended"},
-        {"unknown job", "the terminal did not say what runs in the tab"}, {"", "the terminal did not answer"},
-        {"OK", "the terminal did not answer"}, {"ok ok", "the terminal did not answer"}};
-    for (const auto& [output, words] : rows) {
-        EXPECT_EQ(HostPlan::scriptRefusal(output).value_or("passes"), words) << output;
-    }
 }

