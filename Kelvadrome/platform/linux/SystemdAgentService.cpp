@@ -35,6 +35,13 @@ std::string quoted(const std::string& path) {
     return result + '"';
 }
 
+/// The three doors that systemctl tries. Where none is, starting it only costs time.
+bool mayHaveManager(const std::map<std::string, std::string>& environment) {
+    const auto& folder = environment.at("XDG_RUNTIME_DIR");
+    return environment.contains("DBUS_SESSION_BUS_ADDRESS") || Files::exists(folder + "/systemd/private") ||
+           Files::exists(folder + "/bus");
+}
+
 std::string reason(const CommandResult& result) {
     if (result.timedOut)
         return "systemctl did not answer";
@@ -51,6 +58,8 @@ Systemctl systemSystemctl() {
         auto environment = Files::processEnvironment();
         // Without a login shell's variables the manager is still where it always is.
         environment.emplace("XDG_RUNTIME_DIR", fmt::format("/run/user/{}", ::getuid()));
+        if (!mayHaveManager(environment))
+            return CommandResult{.status = 1, .output = {}, .errors = "there is no systemd of this user"};
         arguments.insert(arguments.begin(), "--user");
         return runCommand("/usr/bin/systemctl", arguments, environment, limit);
     };
