@@ -17,7 +17,17 @@ SettingsModel::SettingsModel(Dependencies dependencies)
     facts_.place = d_.place;
     facts_.showInDock = AppLifecycle::showsInDock(*d_.defaults);
     facts_.notifyStops = d_.defaults->storedBoolean("KDNotifyStops").value_or(true);
-    watching_ = d_.model->observe([this] { changes_.changed(); });
+    watching_ = d_.model->observe([this] { modelChanged(); });
+}
+
+void SettingsModel::modelChanged() {
+    changes_.changed();
+    const auto& state = d_.model->state();
+    auto now = std::pair(state.connection, state.agents);
+    if (!looking_ || now == crewOf_)
+        return;
+    crewOf_ = std::move(now);
+    tasks_.launch("crew labels", readCrew(weak_from_this()));
 }
 
 std::vector<SettingsGroup> SettingsModel::pane(SettingsTab tab) const {
@@ -25,6 +35,7 @@ std::vector<SettingsGroup> SettingsModel::pane(SettingsTab tab) const {
 }
 
 void SettingsModel::lookAgain() {
+    looking_ = true;
     d_.model->refreshBackground();
     tasks_.launch("terminal access", readTerminals(weak_from_this()));
     tasks_.launch("crew labels", readCrew(weak_from_this()));

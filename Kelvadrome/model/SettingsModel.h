@@ -35,8 +35,10 @@ public:
     [[nodiscard]] Subscription observe(std::function<void()> observer) {
         return changes_.observe(std::move(observer));
     }
-    /// The window came up, or to the front again: looks anew at what others may have changed meanwhile.
+    /// The window came up, or to the front again: looks anew at what others may have changed meanwhile, and
+    /// from here on at what the agents' changes bring, until `lookAway`.
     void lookAgain();
+    void lookAway() { looking_ = false; }
 
     // Presses, by the row's id. An id that isn't known does nothing.
     void toggle(const std::string& id, bool on);
@@ -49,6 +51,7 @@ public:
 private:
     explicit SettingsModel(Dependencies dependencies);
 
+    void modelChanged();
     void pressTerminal(TerminalApp app);
     static Task<> readTerminals(std::weak_ptr<SettingsModel> weak);
     static Task<> readCrew(std::weak_ptr<SettingsModel> weak);
@@ -57,6 +60,8 @@ private:
 
     Dependencies d_;
     SettingsFacts facts_;
+    bool looking_ = false;
+    std::pair<Connection, std::optional<AgentsStatus>> crewOf_; // for which the crew was read last
     ChangeAnnouncer changes_;
     TaskBag tasks_;
     Subscription watching_;

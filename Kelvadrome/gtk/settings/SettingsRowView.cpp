@@ -70,10 +70,6 @@ void SettingsRowView::make(const SettingsRow& row) {
     adw_preferences_row_set_use_markup(widget_.get(), FALSE);
     if (!row.value.empty()) {
         value_ = GTK_LABEL(gtk_label_new(nullptr));
-        gtk_label_set_wrap(value_, TRUE);
-        gtk_label_set_wrap_mode(value_, PANGO_WRAP_WORD_CHAR);
-        gtk_label_set_justify(value_, GTK_JUSTIFY_RIGHT);
-        gtk_label_set_xalign(value_, 1);
         gtk_widget_add_css_class(GTK_WIDGET(value_), "dim-label");
         addSuffix(GTK_WIDGET(value_));
     }

@@ -42,6 +42,7 @@ SettingsWindow::SettingsWindow(std::shared_ptr<SettingsModel> model)
         if (window_->property_is_active().get_value())
             model_->lookAgain();
     });
+    window_->signal_hide().connect([this] { model_->lookAway(); });
     watching_ = model_->observe([this] { show(); });
 }
 
