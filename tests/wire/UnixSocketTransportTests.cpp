@@ -1,3 +1,4 @@
+#include "KelvadromeKit/support/Files.h"
 #include "KelvadromeKit/wire/UnixSocketTransport.h"
 
 #include "tests/support/FakeDaemon.h"
@@ -163,10 +164,18 @@ TEST(UnixSocketTransport, aSignalDoesNotFailAConnectThatWaits) {
     const UnixSocketTransport transport(full.path, loop.pool());
     const auto queued = transport.openSocket(soon); // a backlog of 0 holds one
     std::string problem = "none yet";
-    std::thread waiting([&] { problem = said([&] { transport.openSocket(20); }); });
-    for (int i = 0; i < 50; ++i) {
+    std::atomic<pid_t> thread = 0;
+    std::thread waiting([&] {
+        thread = ::gettid();
+        problem = said([&] { transport.openSocket(20); });
+    });
+    const auto sleeps = [&] {
+        const auto state = Files::read(fmt::format("/proc/self/task/{}/stat", thread.load()), 1000);
+        return thread != 0 && (!state || state->contains(") S ")); // or has given up
+    };
+    for (int i = 0; i < 5; ++i) {
+        loop.until(sleeps, "the connect to wait");
         ::pthread_kill(waiting.native_handle(), SIGUSR1);
-        std::this_thread::yield();
     }
     const Descriptor taken(::accept4(full.fd.get(), nullptr, nullptr, SOCK_CLOEXEC));
     waiting.join();
@@ -224,10 +233,7 @@ TEST(EventStream, everyEndOfAStreamIsToldApart) {
     const Row rows[] = {
         {head + "data: a\n\ndata: b\n", "returned", "message=a;"},
         {"HTTP/1.1 200 OK\r\nContent-Length: 1\r\n\r\ndata: a\n\n", "returned", "message=a;"},
-        {chunks + "5\r\ndata:\r\n4\r\n a\n\n\r\n0\r\n\r\n", "returned", "message=a;"},
         {chunks + "9\r\ndata: a\n\n\r\nzz\r\n", "malformed response: bad chunk size", ""},
-        {"", "returned", ""},
-        {"HTTP/1.1 200 OK\r\n", "returned", ""},
         {"HTTP/1.1 503 No\r\n\r\ndata: a\n\n", "malformed response: stream status 503", ""},
         {"HTTP/2 200 OK\r\n\r\n", "malformed response: bad status line", ""},
         {"HTTP/1.1 200 OK\r\nA: \xFF\r\n\r\n", "malformed response: header is not UTF-8", ""},
