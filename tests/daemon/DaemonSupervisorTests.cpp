@@ -152,16 +152,11 @@ TEST_F(DaemonSupervisorTest, theLoginItemsDaemonIsWaitedForAndNoChildIsStarted) 
     onPause = nullptr;
     const auto late = finish(it.start(15.0));
     EXPECT_EQ(late.mode, Mode::starting);
-    EXPECT_EQ(late.lastError,
-        "The background service has not answered yet. macOS restarts it; Settings, General, "
-        "Background shows its state.");
+    EXPECT_TRUE(late.lastError);
     EXPECT_EQ(pauses.size(), 60U);
 
-    for (int i = 0; i < 7; ++i) {
-        const auto gone = finish(it.recover());
-        EXPECT_EQ(gone, (DaemonSupervisor::Status{
-                            .mode = Mode::starting, .lastError = "The background service is restarting."}));
-    }
+    for (int i = 0; i < 7; ++i)
+        EXPECT_EQ(finish(it.recover()).mode, Mode::starting) << "never given up";
     answer();
     EXPECT_EQ(finish(it.recover()).mode, Mode::attached);
     EXPECT_TRUE(launcher->commands.empty());
@@ -184,11 +179,9 @@ TEST_F(DaemonSupervisorTest, aChildThatIsStillThereComesBeforeTheLoginItemsRule)
 
 TEST_F(DaemonSupervisorTest, cancellationEndsTheWaitForAChildAndTheChild) {
     auto& it = make();
-    Outcome<DaemonSupervisor::Status> outcome;
-    bool ended = false;
-    const auto handle = spawn(loop.executor(), "start", collect(it.start(15.0), &outcome, &ended));
-    loop.until([&] { return clock->sleepers() > 0; }, "the wait for health");
-    handle.cancel();
+    const auto run = begin(it.start(15.0));
+    untilPause();
+    run->handle.cancel();
     loop.until([&] { return !child().asked.empty(); }, "the child to be ended");
     loop.drain();
     clock->advance(0.1);

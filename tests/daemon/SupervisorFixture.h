@@ -3,9 +3,9 @@
 #include "KelvadromeKit/daemon/DaemonSupervisor.h"
 
 #include "tests/support/FakeDaemon.h"
+#include "tests/support/Paced.h"
 #include "tests/support/ScriptedLauncher.h"
 #include "tests/support/TemporaryFolder.h"
-#include "tests/support/TestLoop.h"
 
 #include <gtest/gtest.h>
 
@@ -21,11 +21,7 @@ using Mode = DaemonSupervisor::Mode;
 class DaemonSupervisorTest : public testing::Test {
 protected:
     DaemonSupervisorTest() {
-        fs::create_directories(folder / "res/node/bin");
-        fs::create_directories(folder / "res/kelvadrome");
-        std::ofstream(folder / "res/node/bin/node") << "#!/bin/sh\n";
-        fs::permissions(folder / "res/node/bin/node", fs::perms::owner_all);
-        std::ofstream(folder / "res/kelvadrome/kelvadromed-app.mjs") << "";
+        installDaemon(folder / "res");
         env = DaemonEnvironment(folder / "home", 4000, folder / "res");
     }
 
@@ -47,26 +43,32 @@ protected:
     template <class T>
     T finish(Task<T> task) {
         pauses.clear();
-        Outcome<T> outcome;
-        bool ended = false;
-        spawn(loop.executor(), "test", collect(std::move(task), &outcome, &ended));
-        while (true) {
-            loop.until([&] { return ended || clock->sleepers() > 0; }, "the task to end or to pause");
-            if (ended)
-                return outcome.take();
-            const auto next = clock->untilNext();
+        return runPaced(loop, *clock, std::move(task), [this](double pause) {
             if (onPause) {
                 onPause(pauses.size());
                 loop.drain();
             }
-            pauses.push_back(next);
-            clock->advance(next);
-        }
+            pauses.push_back(pause);
+        });
     }
-    template <class T>
-    static Task<> collect(Task<T> task, Outcome<T>* outcome, bool* ended) {
-        *outcome = co_await attempt(std::move(task));
-        *ended = true;
+
+    /// A start or a recovery that is under way.
+    struct Run {
+        Outcome<DaemonSupervisor::Status> outcome;
+        bool ended = false;
+        TaskHandle handle;
+    };
+    std::shared_ptr<Run> begin(Task<DaemonSupervisor::Status> task) {
+        auto run = std::make_shared<Run>();
+        run->handle = spawn(loop.executor(), "test", follow(std::move(task), run));
+        return run;
+    }
+    static Task<> follow(Task<DaemonSupervisor::Status> task, std::shared_ptr<Run> run) {
+        run->outcome = co_await attempt(std::move(task));
+        run->ended = true;
+    }
+    void untilPause() {
+        loop.until([&] { return clock->sleepers() > 0; }, "a pause");
     }
 
     DaemonSupervisor::Status status() { return loop.run(supervisor->currentStatus()); }

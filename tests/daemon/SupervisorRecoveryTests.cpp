@@ -110,22 +110,17 @@ TEST_F(DaemonSupervisorTest, whatComesWhileNodeIsAskedForItsVersionLeavesNoChild
             mayAnswer.get_future().wait();
         };
         auto& it = make();
-        Outcome<DaemonSupervisor::Status> outcome;
-        bool ended = false;
-        spawn(loop.executor(), "start", collect(it.start(1.0), &outcome, &ended));
+        const auto run = begin(it.start(1.0));
         auto question = asked.get_future();
         loop.until([&] { return question.wait_for(std::chrono::seconds(0)) == std::future_status::ready; },
             "the question");
         event();
         mayAnswer.set_value();
-        loop.until([&] { return clock->sleepers() > 0; }, "the wait for health");
+        untilPause();
         EXPECT_TRUE(launcher->commands.empty());
-        while (!ended) {
-            loop.until([&] { return ended || clock->sleepers() > 0; }, "the deadline");
-            if (!ended)
-                clock->advance(1.0);
-        }
-        EXPECT_EQ(outcome->mode, Mode::failed);
+        clock->advance(1.0);
+        loop.until([&] { return run->ended; }, "the deadline");
+        EXPECT_EQ(run->outcome->mode, Mode::failed);
     }
 }
 
@@ -138,17 +133,14 @@ TEST_F(DaemonSupervisorTest, twoStartsAtOnceMakeOneChild) {
     };
     launcher->onLaunch = [this](ScriptedChild&) { answer(); };
     make();
-    Outcome<DaemonSupervisor::Status> outcomes[2];
-    bool ended[2] = {false, false};
-    for (int i = 0; i < 2; ++i)
-        spawn(loop.executor(), "start", collect(supervisor->start(15.0), &outcomes[i], &ended[i]));
+    const auto first = begin(supervisor->start(15.0)), second = begin(supervisor->start(15.0));
     loop.until([&] { return asked == 2; }, "both questions");
     mayAnswer.set_value();
-    loop.until([&] { return ended[0] && ended[1]; }, "both starts");
+    loop.until([&] { return first->ended && second->ended; }, "both starts");
     EXPECT_EQ(launcher->commands.size(), 1U);
-    for (auto& outcome : outcomes) {
-        EXPECT_EQ(outcome->mode, Mode::spawned);
-        EXPECT_EQ(outcome->childPid, 100);
+    for (const auto& run : {first, second}) {
+        EXPECT_EQ(run->outcome->mode, Mode::spawned);
+        EXPECT_EQ(run->outcome->childPid, 100);
     }
 }
 
@@ -157,14 +149,12 @@ TEST_F(DaemonSupervisorTest, nothingIsRestartedAfterAStop) {
     child().tellEnd(9);
     loop.drain();
     const auto stopDuring = [this](const std::function<void()>& reach, const std::function<void()>& goOn) {
-        Outcome<DaemonSupervisor::Status> outcome;
-        bool ended = false;
-        spawn(loop.executor(), "recover", collect(supervisor->recover(), &outcome, &ended));
+        const auto run = begin(supervisor->recover());
         reach();
         loop.run(supervisor->stop());
         goOn();
-        loop.until([&] { return ended; }, "the recovery to end");
-        EXPECT_EQ(outcome->restarts, 0);
+        loop.until([&] { return run->ended; }, "the recovery to end");
+        EXPECT_EQ(run->outcome->restarts, 0);
         EXPECT_EQ(clock->sleepers(), 0U);
         EXPECT_EQ(launcher->commands.size(), 1U);
     };
@@ -174,8 +164,7 @@ TEST_F(DaemonSupervisorTest, nothingIsRestartedAfterAStop) {
     stopDuring([&] { loop.until([&] { return daemon->requests().size() > looks; }, "the look"); },
         [&] { gate->open(); });
     fallSilent();
-    stopDuring([&] { loop.until([&] { return clock->sleepers() > 0; }, "the back-off"); },
-        [&] { clock->advance(1.0); });
+    stopDuring([&] { untilPause(); }, [&] { clock->advance(1.0); });
     // A later start begins anew.
     launcher->onLaunch = [this](ScriptedChild&) { answer(); };
     EXPECT_EQ(finish(supervisor->start(15.0)).mode, Mode::spawned);
@@ -186,12 +175,10 @@ TEST_F(DaemonSupervisorTest, cancellationDoesNotCutTheBackOffShort) {
     fallSilent();
     child().tellEnd(1);
     loop.drain();
-    Outcome<DaemonSupervisor::Status> outcome;
-    bool ended = false;
-    const auto handle = spawn(loop.executor(), "recover", collect(supervisor->recover(), &outcome, &ended));
-    loop.until([&] { return clock->sleepers() > 0; }, "the back-off");
+    const auto run = begin(supervisor->recover());
+    untilPause();
     clock->advance(0.4);
-    handle.cancel();
+    run->handle.cancel();
     loop.drain();
     ASSERT_EQ(clock->sleepers(), 1U);
     EXPECT_NEAR(clock->untilNext(), 0.6, 1e-6);
