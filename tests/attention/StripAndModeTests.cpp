@@ -1,7 +1,6 @@
 #include "KelvadromeKit/attention/AgentStrip.h"
 #include "KelvadromeKit/attention/InterfaceMode.h"
 #include "KelvadromeKit/attention/RevealPolicy.h"
-#include "KelvadromeKit/attention/ScopeFilter.h"
 
 #include <gtest/gtest.h>
 
@@ -58,17 +57,6 @@ TEST(InterfaceMode, aSwitchFromThePageIsNotEchoedAndARepeatedOneNotStored) {
     EXPECT_EQ(InterfaceModeLogic::apply(expert, simple, InterfaceModeSource::toolbar),
         (InterfaceModeEffects{simple, true, false, false, script}));
 
-    MemoryDefaults defaults;
+    MemoryDefaults defaults({{"interfaceMode", std::string("EXPERT")}});
     EXPECT_EQ(loadInterfaceMode(defaults), simple);
-    saveInterfaceMode(expert, defaults);
-    EXPECT_EQ(loadInterfaceMode(defaults), expert);
-    defaults.set("interfaceMode", std::string("EXPERT"));
-    EXPECT_EQ(loadInterfaceMode(defaults), simple);
-}
-
-TEST(ScopeFilter, rawValuesReadBack) {
-    for (const auto scope : allScopeFilters)
-        EXPECT_EQ(scopeFilterFromRawValue(rawValue(scope)), scope);
-    EXPECT_FALSE(scopeFilterFromRawValue("everything"));
-    EXPECT_EQ(title(ScopeFilter::companies), "Companies");
 }

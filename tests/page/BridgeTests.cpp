@@ -35,23 +35,18 @@ TEST(BridgeMessage, whatIsNotUnderstoodIsOther) {
         std::string type, body;
         Message message;
     } rows[] = {
-        {"ready", "{}", Ready{}},
         {"route", R"({"route":"/topics"})", Route{"/topics"}},
         {"route", R"({"route":5})", Other{"route", std::nullopt}},
         {"onboarding", R"({"step":3,"primary_enabled":true})", Onboarding{"3", true}},
         {"onboarding", R"({"step":1.5,"primary_enabled":"yes"})", Onboarding{"1.5", false}},
-        {"onboarding", "{}", Onboarding{std::nullopt, false}},
-        {"onboarding_done", "{}", OnboardingDone{}},
         {"mode", R"({"mode":"expert"})", Mode{InterfaceMode::expert}},
         {"mode", R"({"mode":"Expert"})", Other{"mode", std::nullopt}},
-        {"voice", R"({"action":"start"})", Voice{"start"}},
         {"voice", "{}", Other{"voice", std::nullopt}},
         {"action", "{}", Other{"action", std::nullopt}},
         {"action", R"({"action":"chooseFolder"})", ChooseFolder{}},
         {"action", R"({"action":"runSkill","run_id":"r1","command":"kd skills run r1"})",
             RunSkill{"r1", "kd skills run r1"}},
         {"action", R"({"action":"runSkill","run_id":"r1","command":"rm -rf"})", Other{"action", "runSkill"}},
-        {"action", R"({"action":"delegate"})", Other{"action", "delegate"}},
         {"surprise", R"({"action":"x"})", Other{"surprise", std::nullopt}},
     };
     for (const auto& row : rows) {

@@ -14,8 +14,9 @@ using namespace kelvadrome::test;
 namespace {
 
 /// A daemon with its page on a real port, and a session that logs in to it.
-struct PageWorld {
-    PageWorld() {
+class PageSessionTest : public testing::Test {
+protected:
+    PageSessionTest() {
         port = daemon.listenOnTCP();
         link = fmt::format("http://127.0.0.1:{}/login?t=once&surface=other", port);
         login({{"Set-Cookie", "kd_session=a%20b; Path=/; HttpOnly"}, {"Set-Cookie", "other=1"},
@@ -58,28 +59,26 @@ using Kind = PageSession::Failure::Kind;
 
 } // namespace
 
-TEST(PageSession, aLoginTakesTheLinkOnceAndKeepsItsCookieAndToken) {
-    PageWorld world;
-    EXPECT_FALSE(world.loop.run(world.session->current()));
-    const auto credentials = world.loop.run(world.session->ensure());
-    EXPECT_EQ(credentials.base, fmt::format("http://127.0.0.1:{}", world.port));
-    EXPECT_EQ(credentials.port, world.port);
+TEST_F(PageSessionTest, aLoginTakesTheLinkOnceAndKeepsItsCookieAndToken) {
+    EXPECT_FALSE(loop.run(session->current()));
+    const auto credentials = loop.run(session->ensure());
+    EXPECT_EQ(credentials.base, fmt::format("http://127.0.0.1:{}", port));
+    EXPECT_EQ(credentials.port, port);
     EXPECT_EQ(credentials.cookieValue, "a b");
     EXPECT_EQ(credentials.csrf, "token");
     EXPECT_EQ(credentials.setCookieHeader, "kd_session=a%20b; Path=/; HttpOnly");
-    EXPECT_EQ(world.loop.run(world.session->ensure()), credentials);
-    EXPECT_EQ(world.mints, 1);
-    ASSERT_EQ(world.daemon.requests("/login").size(), 1u);
-    EXPECT_EQ(world.daemon.requests("/login")[0].query, "t=once&surface=mac");
-    EXPECT_EQ(world.daemon.requests("/v1/page/me")[0].headers.at("cookie"), "kd_session=a b");
-    EXPECT_TRUE(world.daemon.requests("/").empty()); // the redirect is not followed
+    EXPECT_EQ(loop.run(session->ensure()), credentials);
+    EXPECT_EQ(mints, 1);
+    ASSERT_EQ(daemon.requests("/login").size(), 1u);
+    EXPECT_EQ(daemon.requests("/login")[0].query, "t=once&surface=mac");
+    EXPECT_EQ(daemon.requests("/v1/page/me")[0].headers.at("cookie"), "kd_session=a b");
+    EXPECT_TRUE(daemon.requests("/").empty()); // the redirect is not followed
 }
 
-TEST(PageSession, aPostCarriesCookieAndTokenAndReadsTheReceipt) {
-    PageWorld world;
-    const auto receipt = world.loop.run(world.session->acceptDefaults("c1", 7, {{"q", "yes"}}));
+TEST_F(PageSessionTest, aPostCarriesCookieAndTokenAndReadsTheReceipt) {
+    const auto receipt = loop.run(session->acceptDefaults("c1", 7, {{"q", "yes"}}));
     EXPECT_EQ(receipt, (PageSession::ReceiptOut{"Answered", "held"}));
-    const auto request = world.daemon.requests("/v1/cards/answer").at(0);
+    const auto request = daemon.requests("/v1/cards/answer").at(0);
     EXPECT_EQ(request.method, "POST");
     EXPECT_EQ(request.headers.at("cookie"), "kd_session=a%20b");
     EXPECT_EQ(request.headers.at("x-kd-csrf"), "token");
@@ -87,55 +86,53 @@ TEST(PageSession, aPostCarriesCookieAndTokenAndReadsTheReceipt) {
     EXPECT_EQ(boost::json::parse(request.body),
         boost::json::parse(
             R"({"card_id":"c1","version":7,"answer":{"q":"yes"},"accept_all_defaults":true})"));
-    world.daemon.on("/v1/page/cancel", FakeReply::data(R"({"receipt":"text","status":"ok"})"));
-    EXPECT_EQ(world.loop.run(world.session->cancelHold("c1")), (PageSession::ReceiptOut{std::nullopt, "ok"}));
+    daemon.on("/v1/page/cancel", FakeReply::data(R"({"receipt":"text","status":"ok"})"));
+    EXPECT_EQ(loop.run(session->cancelHold("c1")), (PageSession::ReceiptOut{std::nullopt, "ok"}));
 }
 
-TEST(PageSession, anUnauthorizedPostLogsInAnewOnceAndOtherRefusalsDoNot) {
-    PageWorld world;
+TEST_F(PageSessionTest, anUnauthorizedPostLogsInAnewOnceAndOtherRefusalsDoNot) {
     const auto codes = std::make_shared<std::vector<std::string>>(std::vector<std::string>{"unauthorized"});
-    world.daemon.on("/v1/cards/answer", [codes](const FakeRequest&) {
+    daemon.on("/v1/cards/answer", [codes](const FakeRequest&) {
         if (codes->empty())
             return FakeReply::data("{}");
         const auto code = codes->back();
         codes->pop_back();
         return FakeReply::failure(code, "no", 401);
     });
-    world.loop.run(world.session->answer("c", 1, "yes"));
-    EXPECT_EQ(world.mints, 2);
+    loop.run(session->answer("c", 1, "yes"));
+    EXPECT_EQ(mints, 2);
 
     *codes = {"unauthorized", "unauthorized"};
-    EXPECT_THROW(world.loop.run(world.session->answer("c", 1, "yes")), DaemonError);
-    EXPECT_EQ(world.mints, 3);
+    EXPECT_THROW(loop.run(session->answer("c", 1, "yes")), DaemonError);
+    EXPECT_EQ(mints, 3);
     *codes = {"conflict"};
-    EXPECT_THROW(world.loop.run(world.session->answer("c", 1, "yes")), DaemonError);
-    EXPECT_EQ(world.mints, 3);
+    EXPECT_THROW(loop.run(session->answer("c", 1, "yes")), DaemonError);
+    EXPECT_EQ(mints, 3);
 }
 
-TEST(PageSession, aLoginFailsAtEachOfItsStepsInItsOwnWay) {
+TEST_F(PageSessionTest, aLoginFailsAtEachOfItsStepsInItsOwnWay) {
     for (const auto* bad : {"http://localhost:{}/login?t=1", "https://127.0.0.1/login", "nonsense {}",
              "http://127.0.0.2:{}/x", "http://127.0.0.1@evil.example:{}/login"}) {
-        PageWorld world;
-        world.link = fmt::format(fmt::runtime(bad), world.port);
-        EXPECT_EQ(world.failure(), Kind::badLoginURL) << world.link;
-        EXPECT_EQ(world.daemon.connections(), 0u);
+        link = fmt::format(fmt::runtime(bad), port);
+        EXPECT_EQ(failure(), Kind::badLoginURL) << link;
     }
-    PageWorld world;
-    world.login({}, 401);
-    EXPECT_EQ(world.failure(), Kind::loginRefused);
-    EXPECT_EQ(world.status, 401);
-    world.login({{"Location", "/"}});
-    EXPECT_EQ(world.failure(), Kind::noCookie);
-    world.login({{"Set-Cookie", "my_kd_session=1"}});
-    EXPECT_EQ(world.failure(), Kind::noCookie);
-    world.login({{"Set-Cookie", "kd_session=x"}}, 200);
-    world.daemon.on("/v1/page/me", FakeReply::failure("forbidden", "no", 403));
-    EXPECT_THROW(world.loop.run(world.session->ensure()), DaemonError);
-    world.daemon.on("/v1/page/me", FakeReply::raw("HTTP/1.1 200 OK\r\nContent-Length: 50\r\n\r\n{"));
-    EXPECT_THROW(world.loop.run(world.session->ensure()), std::runtime_error);
-    EXPECT_FALSE(world.loop.run(world.session->current()));
-    world.daemon.on("/v1/page/me", FakeReply::data(R"({"csrf":"t"})"));
-    EXPECT_EQ(world.loop.run(world.session->ensure()).csrf, "t");
+    EXPECT_EQ(daemon.connections(), 0u);
+    link = fmt::format("http://127.0.0.1:{}/login?t=once", port);
+    login({}, 401);
+    EXPECT_EQ(failure(), Kind::loginRefused);
+    EXPECT_EQ(status, 401);
+    login({{"Location", "/"}});
+    EXPECT_EQ(failure(), Kind::noCookie);
+    login({{"Set-Cookie", "my_kd_session=1"}});
+    EXPECT_EQ(failure(), Kind::noCookie);
+    login({{"Set-Cookie", "kd_session=x"}}, 200);
+    daemon.on("/v1/page/me", FakeReply::failure("forbidden", "no", 403));
+    EXPECT_THROW(loop.run(session->ensure()), DaemonError);
+    daemon.on("/v1/page/me", FakeReply::raw("HTTP/1.1 200 OK\r\nContent-Length: 50\r\n\r\n{"));
+    EXPECT_THROW(loop.run(session->ensure()), std::runtime_error);
+    EXPECT_FALSE(loop.run(session->current()));
+    daemon.on("/v1/page/me", FakeReply::data(R"({"csrf":"t"})"));
+    EXPECT_EQ(loop.run(session->ensure()).csrf, "t");
 }
 
 TEST(MintLogin, aForeignKeyIsToldOnceAndThrownEachTime) {
@@ -153,11 +150,8 @@ TEST(MintLogin, aForeignKeyIsToldOnceAndThrownEachTime) {
     for (int i = 0; i < 2; ++i)
         EXPECT_THROW(loop.run(mint()), DaemonError);
     EXPECT_FALSE(store->exists()) << "a refused key would stand in for the right one for good";
-    EXPECT_EQ(
-        *told, (std::vector<std::string>{"Another program holds the kelvadrome page key",
-                   "kelvadrome cannot open its window safely. Quit kelvadrome, move page-key.sha256 out of "
-                   "/the/home, then open kelvadrome again.",
-                   "OK"}));
+    ASSERT_EQ(told->size(), 3U);
+    EXPECT_TRUE(told->at(1).contains("move page-key.sha256 out of /the/home")) << told->at(1);
     daemon.on("/v1/page/claim", FakeReply::failure("not_found", "old daemon", 404));
     daemon.on("/v1/page/token", FakeReply::data(R"({"url":"http://127.0.0.1:1/x","expires_at":"later"})"));
     EXPECT_EQ(loop.run(mint()).url, "http://127.0.0.1:1/x");

@@ -1,3 +1,4 @@
+#include "KelvadromeKit/onboarding/FirstRun.h"
 #include "KelvadromeKit/onboarding/OnboardingCoordinator.h"
 
 #include "tests/support/TemporaryFolder.h"
@@ -74,22 +75,11 @@ TEST_F(Onboarding, keepsWhatThePageSaysOfItselfAndLeavesTheRestToOthers) {
     EXPECT_TRUE(loop.run(setup->handle(BridgeMessage::Onboarding{"agents", true})));
     EXPECT_EQ(setup->step(), "agents");
     EXPECT_TRUE(setup->primaryEnabled());
-    EXPECT_TRUE(loop.run(setup->handle(BridgeMessage::Onboarding{std::nullopt, false})));
-    EXPECT_EQ(setup->step(), std::nullopt);
-    EXPECT_FALSE(setup->primaryEnabled());
-
-    const std::vector<BridgeMessage::Message> others{BridgeMessage::Ready{}, BridgeMessage::Route{"/topics"},
-        BridgeMessage::RunSkill{"r", "kd run"}, BridgeMessage::Voice{"start"}, BridgeMessage::Mode{},
-        BridgeMessage::Other{"action", "open"}};
+    const std::vector<BridgeMessage::Message> others{BridgeMessage::Ready{},
+        BridgeMessage::RunSkill{"r", "kd run"}, BridgeMessage::Other{"action", "open"}};
     for (const auto& message : others)
         EXPECT_FALSE(loop.run(setup->handle(message)));
     EXPECT_EQ(around->calls, Lines{});
-}
-
-TEST_F(Onboarding, doneClosesTheWindowAndThenOpensTheInbox) {
-    EXPECT_TRUE(loop.run(setup->handle(BridgeMessage::OnboardingDone{})));
-    EXPECT_TRUE(setup->finished());
-    EXPECT_EQ(around->calls, (Lines{"close", "inbox"}));
 }
 
 TEST_F(Onboarding, aPageThatTakesTheFolderSendsItByItself) {
@@ -153,9 +143,7 @@ TEST_F(Onboarding, aTaskKeepsTheCoordinatorNotTheWindow) {
 
 TEST_F(Onboarding, closingAsksUntilSetupIsDoneAndOnlyOnceAtATime) {
     using Decision = OnboardingCoordinator::CloseDecision;
-    const ClosePrompt question{"Finish setup later?", "Finish later", "Keep going"};
-    EXPECT_EQ(setup->closeRequested(), Decision(question));
-
+    EXPECT_EQ(setup->closeRequested(), Decision(ClosePrompt::finishLater));
     std::vector<Completion<bool>> questions;
     const OnboardingCoordinator::Ask ask = [&](ClosePrompt) {
         const auto keep = [&questions](Completion<bool> answer) { questions.push_back(std::move(answer)); };
@@ -181,10 +169,25 @@ TEST_F(Onboarding, closingAsksUntilSetupIsDoneAndOnlyOnceAtATime) {
     };
     EXPECT_FALSE(loop.run(setup->mayClose(failing)));
 
-    loop.run(setup->handle(BridgeMessage::OnboardingDone{}));
+    EXPECT_TRUE(loop.run(setup->handle(BridgeMessage::OnboardingDone{})));
+    EXPECT_EQ(around->calls, (Lines{"close", "inbox"}));
     EXPECT_EQ(setup->closeRequested(), Decision(OnboardingCoordinator::Close{}));
     EXPECT_TRUE(loop.run(setup->mayClose(ask)));
     EXPECT_TRUE(questions.empty());
+}
+
+TEST(FirstRun, thePageReplacesWhateverPathAndQueryTheBaseHas) {
+    const std::string page = "http://127.0.0.1:4711/onboarding?shell=native&first_run=";
+    EXPECT_EQ(FirstRun::url("http://127.0.0.1:4711/topics/x?scope=work&first_run=7", true), page + "1");
+    EXPECT_EQ(FirstRun::url("http://127.0.0.1:4711/", false), page + "0");
+    for (const auto* base : {"", "127.0.0.1:4711", "/onboarding", "http://a b/"})
+        EXPECT_EQ(FirstRun::url(base, true), std::nullopt) << base;
+}
+
+TEST(FirstRun, aQuitIsQuestionedOnlyWhileSomethingIsInstalling) {
+    EXPECT_EQ(FirstRun::quitPrompt({}), std::nullopt);
+    EXPECT_EQ(FirstRun::quitPrompt({"Codex", "Claude"}), "Codex and Claude are installing. Quit anyway?");
+    EXPECT_EQ(FirstRun::quitPrompt({"A", "B", "C"}), "A, B and C are installing. Quit anyway?");
 }
 
 } // namespace
