@@ -1,10 +1,11 @@
 #include "tests/support/FakeDaemon.h"
 
+#include "KelvadromeKit/support/Text.h"
+
 #include <fmt/format.h>
 
 #include <algorithm>
 #include <arpa/inet.h>
-#include <cctype>
 #include <cstring>
 #include <netinet/in.h>
 #include <poll.h>
@@ -51,11 +52,6 @@ bool waitFor(int fd, int event) {
         if (ends[1].revents && ::recv(fd, &byte, 1, MSG_DONTWAIT) <= 0)
             return false;
     }
-}
-
-std::string lower(std::string text) {
-    std::ranges::transform(text, text.begin(), [](unsigned char c) { return std::tolower(c); });
-    return text;
 }
 
 std::string head(const FakeReply& reply) {
@@ -145,10 +141,7 @@ FakeDaemon::FakeDaemon(std::string socketPath) : socketPath_(std::move(socketPat
         throw std::invalid_argument("the path is too long");
     std::memcpy(address.sun_path, socketPath_.c_str(), socketPath_.size());
     ::unlink(socketPath_.c_str());
-    checked(::bind(listener.get(), reinterpret_cast<sockaddr*>(&address), sizeof address), "bind");
-    checked(::listen(listener.get(), 64), "listen");
-    acceptors_.emplace_back([this, fd = listener.get()] { acceptFrom(fd); });
-    listeners_.push_back(std::move(listener));
+    listen(std::move(listener), reinterpret_cast<sockaddr*>(&address), sizeof address);
 }
 
 FakeDaemon::~FakeDaemon() {
@@ -161,12 +154,17 @@ std::uint16_t FakeDaemon::listenOnTCP() {
     address.sin_family = AF_INET;
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     socklen_t length = sizeof address;
-    checked(::bind(listener.get(), reinterpret_cast<sockaddr*>(&address), length), "bind");
+    listen(std::move(listener), reinterpret_cast<sockaddr*>(&address), length);
+    checked(::getsockname(listeners_.back().get(), reinterpret_cast<sockaddr*>(&address), &length),
+        "getsockname");
+    return ntohs(address.sin_port);
+}
+
+void FakeDaemon::listen(Descriptor listener, const sockaddr* address, std::uint32_t length) {
+    checked(::bind(listener.get(), address, length), "bind");
     checked(::listen(listener.get(), 64), "listen");
-    checked(::getsockname(listener.get(), reinterpret_cast<sockaddr*>(&address), &length), "getsockname");
     acceptors_.emplace_back([this, fd = listener.get()] { acceptFrom(fd); });
     listeners_.push_back(std::move(listener));
-    return ntohs(address.sin_port);
 }
 
 void FakeDaemon::on(const std::string& path, Handler handler) {
@@ -289,7 +287,7 @@ std::optional<FakeRequest> FakeDaemon::readRequest(int fd) {
             const auto stop = bytes.find("\r\n", at);
             const auto colon = bytes.find(": ", at);
             if (colon < stop) {
-                request.headers[lower(bytes.substr(at, colon - at))] =
+                request.headers[Text::lowercased(bytes.substr(at, colon - at))] =
                     bytes.substr(colon + 2, stop - colon - 2);
             }
             at = stop + 2;

@@ -12,6 +12,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <sys/socket.h>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -124,6 +125,7 @@ private:
         std::thread thread;
     };
 
+    void listen(Descriptor listener, const sockaddr* address, std::uint32_t length);
     void acceptFrom(int listener);
     void serve(int fd);
     FakeReply answer(const FakeRequest& request);

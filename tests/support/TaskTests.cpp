@@ -8,13 +8,15 @@ using namespace kelvadrome::test;
 
 namespace {
 
-Task<> sleepThenMark(std::shared_ptr<Clock> clock, double duration, std::shared_ptr<std::vector<double>> marks) {
+Task<> sleepThenMark(
+    std::shared_ptr<Clock> clock, double duration, std::shared_ptr<std::vector<double>> marks) {
     co_await clock->sleep(duration);
     marks->push_back(duration);
 }
 
 Task<int> valueOrThrow(int value) {
-    if (value < 0) throw std::runtime_error("negative");
+    if (value < 0)
+        throw std::runtime_error("negative");
     co_return value;
 }
 
@@ -65,7 +67,8 @@ TEST(Tasks, whatASuspensionCapturesIsLetGoOnce) {
     const auto held = std::make_shared<int>(1);
     const auto ending = std::make_shared<std::optional<Completion<int>>>();
     int result = 0;
-    asio::co_spawn(loop.executor(), heldWhile(held, ending), [&](std::exception_ptr, int value) { result = value; });
+    asio::co_spawn(
+        loop.executor(), heldWhile(held, ending), [&](std::exception_ptr, int value) { result = value; });
     loop.drain();
     EXPECT_GT(held.use_count(), 1);
     ending->value()(5);
@@ -105,16 +108,18 @@ TEST(Tasks, aBlockedPoolStillTakesMoreWork) {
     std::mutex gate;
     gate.lock();
     auto blocked = std::make_shared<bool>(false);
-    spawn(loop.executor(), "blocked", [](BackgroundPool* pool, std::mutex* gate, std::shared_ptr<bool> done) -> Task<> {
-        co_await pool->run([gate] { std::lock_guard guard(*gate); });
-        *done = true;
-    }(&loop.pool(), &gate, blocked));
+    spawn(loop.executor(), "blocked",
+        [](BackgroundPool* pool, std::mutex* gate, std::shared_ptr<bool> done) -> Task<> {
+            co_await pool->run([gate] { std::lock_guard guard(*gate); });
+            *done = true;
+        }(&loop.pool(), &gate, blocked));
     loop.drain();
     EXPECT_EQ(loop.run(loop.pool().run([] { return 7; })), 7);
     EXPECT_FALSE(*blocked);
     gate.unlock();
     loop.until([&] { return *blocked; }, "the blocked job");
-    EXPECT_THROW(loop.run(loop.pool().run([]() -> int { throw std::runtime_error("no"); })), std::runtime_error);
+    EXPECT_THROW(
+        loop.run(loop.pool().run([]() -> int { throw std::runtime_error("no"); })), std::runtime_error);
 }
 
 TEST(Tasks, theSystemClockSleepsAndCanBeCancelled) {

@@ -15,7 +15,8 @@ double ManualClock::uptime() const {
 }
 
 Task<> ManualClock::sleep(double duration) {
-    if (duration <= 0) co_return;
+    if (duration <= 0)
+        co_return;
     const auto cancelled = co_await suspendUntil<bool>([this, duration](auto completion) {
         auto sleeper = std::make_shared<Completion<bool>>(std::move(completion));
         {
@@ -24,7 +25,8 @@ Task<> ManualClock::sleep(double duration) {
         }
         return [this, weak = std::weak_ptr(sleeper)] {
             const auto sleeper = weak.lock();
-            if (!sleeper) return;
+            if (!sleeper)
+                return;
             {
                 std::lock_guard guard(lock_);
                 std::erase_if(waiting_, [&](const auto& entry) { return entry.second == sleeper; });
@@ -32,7 +34,8 @@ Task<> ManualClock::sleep(double duration) {
             (*sleeper)(true);
         };
     });
-    if (cancelled) throw boost::system::system_error(asio::error::operation_aborted);
+    if (cancelled)
+        throw boost::system::system_error(asio::error::operation_aborted);
 }
 
 void ManualClock::advance(double duration) {
@@ -41,10 +44,12 @@ void ManualClock::advance(double duration) {
         std::lock_guard guard(lock_);
         elapsed_ += duration;
         const auto end = waiting_.upper_bound(elapsed_ + 1e-9);
-        for (auto it = waiting_.begin(); it != end; ++it) due.push_back(it->second);
+        for (auto it = waiting_.begin(); it != end; ++it)
+            due.push_back(it->second);
         waiting_.erase(waiting_.begin(), end);
     }
-    for (const auto& sleeper : due) (*sleeper)(false);
+    for (const auto& sleeper : due)
+        (*sleeper)(false);
 }
 
 void ManualClock::shiftWall(double duration) {
@@ -71,7 +76,8 @@ void ManualClock::letGo() {
 void TestLoop::until(const std::function<bool()>& condition, const std::string& what) {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::duration<double>(limit);
     while (!condition()) {
-        if (std::chrono::steady_clock::now() >= deadline) throw std::runtime_error("waited in vain for " + what);
+        if (std::chrono::steady_clock::now() >= deadline)
+            throw std::runtime_error("waited in vain for " + what);
         context_.restart();
         context_.run_one_for(std::chrono::milliseconds(20));
     }
@@ -90,7 +96,8 @@ void TestLoop::advance(ManualClock& clock, double duration) {
         clock.advance(step);
         duration -= step;
         drain();
-        if (step == 0 && next < 0) break;
+        if (step == 0 && next < 0)
+            break;
     }
     drain();
 }
