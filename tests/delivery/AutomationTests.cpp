@@ -2,7 +2,6 @@
 #include "KelvadromeKit/delivery/ConsentGuard.h"
 #include "KelvadromeKit/delivery/HostAccess.h"
 #include "KelvadromeKit/delivery/SystemHostAccess.h"
-#include "KelvadromeKit/delivery/TerminalAccessRow.h"
 #include "KelvadromeKit/delivery/TerminalAncestry.h"
 
 #include "tests/support/TestLoop.h"
@@ -75,25 +74,16 @@ Task<> awaitAnswer(AutomationProbe probe, std::shared_ptr<bool> kept) {
 
 } // namespace
 
-TEST_F(AutomationPrompterTest, aStatusNeverAsks) {
-    const std::pair<ConsentCode, AutomationStatus> rows[] = {{0, AutomationStatus::granted},
-        {-1743, AutomationStatus::denied}, {-1744, AutomationStatus::notDetermined},
-        {-600, AutomationStatus::unknown}};
-    for (const auto& [code, status] : rows) {
-        question->checked = code;
-        EXPECT_EQ(loop.run(prompter->status(TerminalApp::terminal)), status);
-    }
-    EXPECT_TRUE(question->asked.empty());
-}
-
 TEST_F(AutomationPrompterTest, aPressAsksOnlyWhenThereIsSomethingToAsk) {
     question->locked = true;
     EXPECT_EQ(request(), (Result{Kind::screenLocked}));
     question->locked = false;
-    question->checked = 0;
-    EXPECT_EQ(request(), (Result{Kind::status, AutomationStatus::granted}));
-    question->checked = consentDenied;
-    EXPECT_EQ(request(), (Result{Kind::status, AutomationStatus::denied}));
+    for (const auto& [code, status] :
+        {std::pair(0, AutomationStatus::granted), std::pair(consentDenied, AutomationStatus::denied)}) {
+        question->checked = code;
+        EXPECT_EQ(request(), (Result{Kind::status, status}));
+        EXPECT_EQ(loop.run(prompter->status(TerminalApp::terminal)), status);
+    }
     EXPECT_TRUE(question->asked.empty());
 
     flags->set(AutomationPrompter::autoKey(TerminalApp::iterm2)); // binds only the automatic path
@@ -192,8 +182,7 @@ TEST(TerminalAncestry, agentsAreFollowedUpToTheirTerminalApp) {
         {chain(11), {}},
         {"10 11 /usr/local/bin/Claude\n11 1 iTermServer-3.5\n", {iterm}},
         {"10 11 cursor-agent\n11 1 Terminal\n", {}},
-        {"10 10 claude\n", {}},
-        {"10 11 claude\n11 10 zsh\n", {}},
+        {"10 10 claude\n20 21 claude\n21 20 zsh\n", {}},
         {"10 11 claude\n12 1 iTerm2\n11 1\n1 x y\n", {}},
         {"10 11 vim claude\n11 1 iTerm2\n", {}},
         {"  10   11   /opt/My Tools/claude  \nPID PPID COMM\n11 1 iTerm2\n", {iterm}},
@@ -202,18 +191,6 @@ TEST(TerminalAncestry, agentsAreFollowedUpToTheirTerminalApp) {
     };
     for (const auto& [ps, hosts] : rows)
         EXPECT_EQ(TerminalAncestry::hostsWithAgents(ps), hosts) << ps;
-}
-
-TEST(TerminalAccessRow, thePressFitsWhatIsSo) {
-    using Press = TerminalAccessRow::Content::Press;
-    const auto row = [](AutomationStatus status, bool running = true, bool asking = false) {
-        return TerminalAccessRow::content(TerminalApp::iterm2, status, running, asking, "note");
-    };
-    EXPECT_EQ(row(AutomationStatus::denied).press, Press::openSettings);
-    EXPECT_EQ(row(AutomationStatus::notDetermined).press, Press::request);
-    EXPECT_EQ(row(AutomationStatus::notDetermined, true, true).press, Press::nothing);
-    EXPECT_EQ(row(AutomationStatus::unknown, false).text, "Open iTerm2 first");
-    EXPECT_EQ(row(AutomationStatus::unknown).note, "note");
 }
 
 TEST(ConsentGuard, whileACallHangsAllGetNoAnswerAndNoneIsAdded) {

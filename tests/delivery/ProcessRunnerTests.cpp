@@ -37,7 +37,6 @@ protected:
 
 TEST_F(ProcessRunnerTest, outputErrorsAndStatusComeBackApart) {
     EXPECT_EQ(shell("printf out; printf err >&2; exit 7"), (RunOutput{7, "out", "err", false}));
-    EXPECT_EQ(shell("kill -9 $$").status, SIGKILL);
     EXPECT_EQ(run({"/usr/bin/printf", {"%s|", "", "a b", "-n", "$HOME"}, 0}).stdoutText, "|a b|-n|$HOME|");
 }
 
@@ -45,7 +44,6 @@ TEST_F(ProcessRunnerTest, aCommandThatCannotStartIsAFailureWithoutAWord) {
     TemporaryFolder folder;
     const RunOutput nothing{-1, "", "", false};
     EXPECT_EQ(run({folder / "missing", {}, 0}), nothing);
-    EXPECT_EQ(run({folder.path().string(), {}, 0}), nothing);
     EXPECT_EQ(run({"", {}, 0}), nothing);
     EXPECT_EQ(run({"/bin/echo", {std::string("a\0b", 3)}, 0}), nothing);
     EXPECT_EQ(run({"/bin/echo", {std::string(4'000'000, 'x')}, 0}), nothing)

@@ -49,7 +49,6 @@ TEST(TrustScreen, theSelectionIsRead) {
     };
     EXPECT_EQ(selectedAfter(moved), "trust");
     EXPECT_EQ(selectedAfter([](Screen& s) { s.exit = "> No, exit\r"; }), "exit");
-    EXPECT_EQ(selectedAfter([](Screen& s) { s.above.assign(200, "noise"); }), "exit");
     const auto crlf = Text::replaceAll(Screen().text(), "\n", "\r\n");
     EXPECT_TRUE(TrustScreen::match(crlf, folder, home));
 }
@@ -68,7 +67,6 @@ TEST(TrustScreen, anyDoubtIsNoMatch) {
         {"answered", [](Screen& s) { s.footer.push_back("$ "), s.footer.push_back("$ ls"); }},
         {"no question", [](Screen& s) { s.question[0] = " Quick check"; }},
         {"no heading", [](Screen& s) { s.heading = " Workspace:"; }},
-        {"longer heading", [](Screen& s) { s.heading = " Accessing workspace: x"; }},
         {"heading below", [](Screen& s) { s.heading = "", s.question.push_back(" Accessing workspace:"); }},
         {"no path", [](Screen& s) { s.path = {""}; }},
         {"other path", [](Screen& s) { s.path = {" /Users/me/q"}; }},
@@ -81,7 +79,6 @@ TEST(TrustScreen, anyDoubtIsNoMatch) {
     };
     for (const auto& [what, spoil] : rows)
         EXPECT_EQ(selectedAfter(spoil), "none") << what;
-    EXPECT_FALSE(TrustScreen::match("", folder, home));
     EXPECT_FALSE(
         TrustScreen::match("No, exit\nYes, I trust this folder\nEnter to confirm Esc to cancel", {}, {}));
 }
