@@ -102,9 +102,8 @@ TEST(BackgroundService, refusalsAreToldUnlessTheServiceStandsAllTheSame) {
 
 TEST(BackgroundService, theUsersWishIsStoredAndCarriedOut) {
     LoginItem item;
-    EXPECT_EQ(item.background.current(item.defaults), (State{Status::notRegistered, false}));
-    EXPECT_EQ(item.background.set(true, item.defaults), (State{Status::enabled, true}));
-    EXPECT_EQ(item.background.set(true, item.defaults), (State{Status::enabled, true}));
+    for (int i = 0; i < 2; ++i)
+        EXPECT_EQ(item.background.set(true, item.defaults), (State{Status::enabled, true}));
     EXPECT_THAT(item.service->calls, ElementsAre("register"));
 
     item.service->unregisterRefusal = "busy";
@@ -116,9 +115,6 @@ TEST(BackgroundService, theUsersWishIsStoredAndCarriedOut) {
     item.service->now = Status::notFound;
     EXPECT_EQ(item.background.set(false, item.defaults), (State{Status::notFound, false}));
     EXPECT_THAT(item.service->calls, IsEmpty());
-    item.defaults.remove(preference);
-    item.service->now = Status::enabled;
-    EXPECT_TRUE(item.background.current(item.defaults).wanted);
 }
 
 TEST(BackgroundService, theOldAgentIsMovedAwayOnceItHasStopped) {
@@ -145,30 +141,23 @@ TEST(BackgroundService, theOldAgentIsMovedAwayOnceItHasStopped) {
     EXPECT_EQ(item.defaults.string(build), "7");
 }
 
-TEST(BackgroundService, anOldAgentThatStaysLoadedStaysWhereItIs) {
+TEST(BackgroundService, anOldAgentThatStaysLoadedOrCannotBeMovedStaysWhereItIs) {
     LoginItem item;
     item.installOldAgent();
     item.unloadsAt = 1000;
     const auto state = item.background.prepareAtLaunch(item.defaults);
-    EXPECT_EQ(
-        state, (State{Status::notRegistered, false, {},
-                   "The old background agent did not stop. kelvadrome left it as it is and will try again at "
-                   "the next launch."}));
+    EXPECT_TRUE(state.error->contains("did not stop")) << *state.error;
     EXPECT_EQ(item.uptime, 120);
     EXPECT_TRUE(item.background.legacy.isPresent());
     EXPECT_EQ(item.defaults.object(preference), std::nullopt);
-    EXPECT_THAT(item.service->calls, IsEmpty());
-}
 
-TEST(BackgroundService, aBackupThatFailsLeavesTheAgentAndSaysWhy) {
-    LoginItem item;
-    item.installOldAgent();
+    item.unloadsAt = 0; // but there is no place for a backup
     std::ofstream(item.folder / "data") << "in the way";
-    const auto state = item.background.prepareAtLaunch(item.defaults);
-    EXPECT_EQ(state.error, "kelvadrome could not move the old background agent: " + (item.folder / "data") +
-                               " could not be created: Not a directory");
-    EXPECT_FALSE(state.wanted);
+    const auto unmoved = item.background.prepareAtLaunch(item.defaults);
+    EXPECT_TRUE(unmoved.error->contains("could not be created: Not a directory")) << *unmoved.error;
+    EXPECT_FALSE(unmoved.wanted);
     EXPECT_TRUE(item.background.legacy.isPresent());
+    EXPECT_THAT(item.service->calls, IsEmpty());
 }
 
 TEST(BackgroundService, aMigrationThatIsRefusedIsRolledBack) {
@@ -176,7 +165,7 @@ TEST(BackgroundService, aMigrationThatIsRefusedIsRolledBack) {
     item.installOldAgent();
     item.service->refusal = "no";
     const auto state = item.background.prepareAtLaunch(item.defaults);
-    EXPECT_EQ(state.error, "macOS refused the background service. The old background agent stays for now.");
+    EXPECT_TRUE(state.error);
     EXPECT_EQ(state.migratedTo, std::nullopt);
     EXPECT_TRUE(item.background.legacy.isPresent());
     EXPECT_THAT(item.launchd,
