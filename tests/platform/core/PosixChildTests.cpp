@@ -5,7 +5,6 @@
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/TestLoop.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <csignal>
@@ -43,10 +42,8 @@ protected:
 };
 
 std::size_t openDescriptors() {
-    std::size_t count = 0;
-    for ([[maybe_unused]] const auto& entry : fs::directory_iterator("/proc/self/fd"))
-        ++count;
-    return count;
+    const fs::directory_iterator folder("/proc/self/fd");
+    return static_cast<std::size_t>(std::distance(begin(folder), end(folder)));
 }
 
 TEST_F(PosixChildTest, itsWordsComeMergedAndInOrderBeforeItsEnd) {
@@ -106,16 +103,12 @@ TEST_F(PosixChildTest, itEndsByASignalOrWhenItsInputDoes) {
 }
 
 TEST_F(PosixChildTest, itsEndIsToldAlthoughAGrandchildHoldsItsOutput) {
-    launch("sleep 100 & echo $!; exit 5");
+    launch("sleep 100 & echo $!; head -c 1000000 /dev/zero | tr '\\0' x; exit 5");
     untilEnded();
     EXPECT_EQ(ended.back(), 5);
-    EXPECT_EQ(::kill(std::stoi(said), SIGKILL), 0);
-}
-
-TEST_F(PosixChildTest, aMegabyteOfWordsArrivesWhole) {
-    launch("head -c 1000000 /dev/zero | tr '\\0' x");
-    untilEnded();
-    EXPECT_EQ(said.size(), 1000000U);
+    const auto line = said.find('\n');
+    EXPECT_EQ(said.size() - line - 1, 1000000U) << "all of its words";
+    EXPECT_EQ(::kill(std::stoi(said.substr(0, line)), SIGKILL), 0);
 }
 
 TEST_F(PosixChildTest, aFailedStartThrowsAndNothingLeaks) {
@@ -143,9 +136,7 @@ TEST_F(PosixChildTest, aFailedStartThrowsAndNothingLeaks) {
 TEST(PosixCommand, givesBothStreamsAndTheStatus) {
     EXPECT_EQ(runCommand("/bin/sh", {"-c", "echo out; echo err >&2; exit 9"}, {}, 10.0),
         (CommandResult{9, "out\n", "err\n", false}));
-    const auto absent = runCommand("/bin/launchctl-not-here", {}, {}, 10.0);
-    EXPECT_EQ(absent.status, -1);
-    EXPECT_THAT(absent.errors, testing::HasSubstr("could not be started"));
+    EXPECT_EQ(runCommand("/bin/launchctl-not-here", {}, {}, 10.0).status, -1);
     EXPECT_EQ(runCommand("/bin/sh", {"-c", "head -c 3000000 /dev/zero"}, {{"PATH", "/usr/bin:/bin"}}, 10.0)
                   .output.size(),
         1U << 20);
@@ -170,8 +161,7 @@ TEST(PosixCommand, whatRunsTooLongIsKilledWithWhatItStarted) {
         "the grandchild to die");
 }
 
-TEST(PosixChildLauncher, asksAProgramForItsOutput) {
-    PosixChildLauncher launcher;
+TEST_F(PosixChildTest, aProgramIsAskedForItsOutput) {
     EXPECT_EQ(launcher.output("/bin/sh", {"-c", "echo v24; echo noise >&2"}, 10.0), "v24\n");
     EXPECT_EQ(launcher.output("/no/such/program", {}, 10.0), std::nullopt);
     EXPECT_EQ(launcher.output("/bin/sleep", {"100"}, 0.2), std::nullopt);
