@@ -1,7 +1,10 @@
 #include "Kelvadrome/gtk/ContentPane.h"
 
+#include "Kelvadrome/gtk/AccessibleName.h"
+
 #include <glibmm/markup.h>
 
+#include <algorithm>
 #include <gtkmm/box.h>
 #include <gtkmm/button.h>
 #include <gtkmm/spinner.h>
@@ -19,11 +22,22 @@ AdwStatusPage* statusPage(const char* title, const char* description) {
 
 } // namespace
 
-ContentPane::ContentPane(std::shared_ptr<AppModel> model, Gtk::Widget& page) {
+ContentPane::ContentPane(std::shared_ptr<AppModel> model, std::shared_ptr<Clock> clock, Page page)
+    : model_(model), trouble_(std::move(page.trouble)),
+      native_(
+          model, std::move(clock), [this](const Card& card) { review(card); },
+          [model] { model->web().reload(); }) {
     set_hexpand(true);
     set_vexpand(true);
     set_transition_type(Gtk::StackTransitionType::CROSSFADE);
+    addStarting();
+    addFailed();
+    addPage(page.widget);
+    add(native_, "native");
+    hideOtherPages(*this);
+}
 
+void ContentPane::addStarting() {
     auto* const starting =
         statusPage("Starting kelvadrome", "Opening the local daemon and your page session.");
     auto* const spinner = Gtk::make_managed<Gtk::Spinner>();
@@ -33,20 +47,53 @@ ContentPane::ContentPane(std::shared_ptr<AppModel> model, Gtk::Widget& page) {
     property_visible_child_name().signal_changed().connect(
         [this, spinner] { spinner->set_spinning(get_visible_child_name() == "starting"); });
     adw_status_page_set_child(starting, GTK_WIDGET(spinner->gobj()));
+    add(*Glib::wrap(GTK_WIDGET(starting)), "starting");
+    spinner->set_spinning(true);
+}
 
+void ContentPane::addFailed() {
     failed_ = statusPage("kelvadrome is not running", "");
     adw_status_page_set_icon_name(failed_, "dialog-warning-symbolic");
     auto* const again = Gtk::make_managed<Gtk::Button>("Try again");
     again->add_css_class("pill");
     again->add_css_class("suggested-action");
     again->set_halign(Gtk::Align::CENTER);
-    again->signal_clicked().connect([model] { model->retry(); });
+    again->signal_clicked().connect([model = model_] { model->retry(); });
     adw_status_page_set_child(failed_, GTK_WIDGET(again->gobj()));
-
-    add(*Glib::wrap(GTK_WIDGET(starting)), "starting");
     add(*Glib::wrap(GTK_WIDGET(failed_)), "failed");
-    add(page, "ready");
-    spinner->set_spinning(true);
+}
+
+void ContentPane::addPage(Gtk::Widget& page) {
+    auto* const press = Gtk::make_managed<Gtk::Button>("Back to the list");
+    press->signal_clicked().connect([this] {
+        reviewed_.reset();
+        show(model_->state());
+        native_.focusFirst();
+    });
+    back_.append(*press);
+    back_.set_margin(6);
+    back_.set_visible(false);
+    page.set_vexpand(true);
+    page_.append(back_);
+    page_.append(page);
+    add(page_, "ready");
+}
+
+/// A card of high risk is answered on the page alone; the list comes back when it is over.
+void ContentPane::review(const Card& card) {
+    reviewed_ = card.id;
+    model_->open(NavSection::inbox, card);
+    show(model_->state());
+    page_.child_focus(Gtk::DirectionType::TAB_FORWARD);
+}
+
+bool ContentPane::wantsNative(const AppState& state) {
+    const auto trouble = trouble_();
+    native_.setTrouble(trouble);
+    const bool wanted = (state.nativeInbox || trouble) && state.section == NavSection::inbox;
+    if (!wanted || std::ranges::find(state.cards, reviewed_, &Card::id) == state.cards.end())
+        reviewed_.reset();
+    return wanted && (!reviewed_ || trouble);
 }
 
 void ContentPane::show(const AppState& state) {
@@ -61,7 +108,9 @@ void ContentPane::show(const AppState& state) {
         break;
     }
     case Connection::State::ready:
-        set_visible_child("ready");
+        set_visible_child(wantsNative(state) ? "native" : "ready");
+        back_.set_visible(reviewed_.has_value());
+        native_.show();
         break;
     }
 }

@@ -136,7 +136,6 @@ private:
     }
 
     void makeWindows() {
-        window_ = std::make_unique<MainWindow>(model_, page_->widget(), hub_.defaults);
         panel_ = std::make_unique<PanelWindow>(model_, hub_.clock,
             PanelView::Effects{.openLoginItems = [this] { openSettings(SettingsTab::general); },
                 .openSettings = [this] { openSettings(std::nullopt); },
@@ -150,6 +149,11 @@ private:
             .home = Files::userHome(),
             .picker = nullptr});
         makeSettings();
+        // The last, since it is nearly always open: GTK 4.8 crashes when a screen reader asks for a window
+        // that has just gone while the last one made is hidden.
+        window_ = std::make_unique<MainWindow>(model_, hub_.clock,
+            ContentPane::Page{page_->widget(), [page = page_] { return page->trouble(); }}, hub_.defaults);
+        page_->setTroubleChanged([this] { window_->show(model_->state()); });
         application_->add_window(*panel_);
         application_->add_window(*strip_);
         for (auto* const window : ordinaryWindows()) {
@@ -275,6 +279,7 @@ private:
         self->hub_.deliver->stop();
         self->hub_.defaults->synchronize();
         self->screen_->forget();
+        self->page_->setTroubleChanged({});
         self->application_->quit();
     }
 

@@ -1,18 +1,19 @@
 #include "Kelvadrome/gtk/Inspector.h"
 
-#include <gtkmm/label.h>
+#include "Kelvadrome/gtk/AccessibleName.h"
+#include "Kelvadrome/gtk/Words.h"
+
+#include <algorithm>
 
 namespace kelvadrome {
 
 namespace {
 
-Gtk::Label* text(const std::string& words, const char* style) {
-    auto* const label = Gtk::make_managed<Gtk::Label>(words);
-    label->set_xalign(0);
-    label->set_wrap(true);
-    label->set_wrap_mode(Pango::WrapMode::WORD_CHAR);
-    label->add_css_class(style);
-    return label;
+bool haveSameTitles(const std::vector<InspectorGroup>& left, const std::vector<InspectorGroup>& right) {
+    const auto sameRow = [](const InspectorRow& a, const InspectorRow& b) { return a.title == b.title; };
+    return std::ranges::equal(left, right, [&](const InspectorGroup& a, const InspectorGroup& b) {
+        return a.title == b.title && std::ranges::equal(a.rows, b.rows, sameRow);
+    });
 }
 
 } // namespace
@@ -25,24 +26,41 @@ InspectorPane::InspectorPane() {
     set_child(groups_);
 }
 
-void InspectorPane::show(const AppState& state) {
-    auto fresh = inspectorGroups(state);
+/// A value that stays keeps what is selected in it.
+void InspectorPane::show(const AppState& state, const SidebarItem::Value& selected) {
+    auto fresh = inspectorGroups(state, selected);
     if (fresh == shown_)
         return;
+    const bool same = haveSameTitles(fresh, shown_);
     shown_ = std::move(fresh);
+    if (!same)
+        return rebuild();
+    for (std::size_t g = 0; g < shown_.size(); ++g) {
+        for (std::size_t r = 0; r < shown_[g].rows.size(); ++r) {
+            if (values_[g][r]->get_text() != shown_[g].rows[r].value.c_str())
+                values_[g][r]->set_text(shown_[g].rows[r].value);
+        }
+    }
+}
+
+void InspectorPane::rebuild() {
+    values_.clear();
     while (auto* const child = groups_.get_first_child())
         groups_.remove(*child);
     for (const auto& group : shown_) {
         auto* const box = Gtk::make_managed<Gtk::Box>(Gtk::Orientation::VERTICAL, 6);
-        box->append(*text(group.title, "heading"));
+        box->append(*wordsLabel(group.title, "heading"));
+        auto& values = values_.emplace_back();
         for (const auto& row : group.rows) {
             auto* const pair = Gtk::make_managed<Gtk::Box>(Gtk::Orientation::VERTICAL);
             if (!row.title.empty())
-                pair->append(*text(row.title, "fact-name"));
-            auto* const value = text(row.value, row.title.empty() ? "log" : "fact");
+                pair->append(*wordsLabel(row.title, "fact-name"));
+            auto* const value = wordsLabel(row.value, row.title.empty() ? "log" : "fact");
             value->set_selectable(true);
+            setAccessibleName(*value, (row.title.empty() ? group.title : row.title) + ": " + row.value);
             pair->append(*value);
             box->append(*pair);
+            values.push_back(value);
         }
         groups_.append(*box);
     }

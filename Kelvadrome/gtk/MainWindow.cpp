@@ -24,19 +24,26 @@ void name(Gtk::Widget& widget, const char* words) {
     setAccessibleName(widget, words);
 }
 
+void reveal(AdwFlap* flap, Gtk::Widget& side, bool revealed) {
+    adw_flap_set_reveal_flap(flap, revealed);
+    setAccessibleHidden(side, !revealed);
+}
+
 GtkWidget* bare(Gtk::Widget& widget) {
     return GTK_WIDGET(widget.gobj());
 }
 
 } // namespace
 
-MainWindow::MainWindow(std::shared_ptr<AppModel> model, Gtk::Widget& page, std::shared_ptr<Defaults> defaults)
-    : model_(model), defaults_(std::move(defaults)), sidebar_(model), content_(model, page) {
+MainWindow::MainWindow(std::shared_ptr<AppModel> model, std::shared_ptr<Clock> clock, ContentPane::Page page,
+    std::shared_ptr<Defaults> defaults)
+    : model_(model), defaults_(std::move(defaults)), sidebar_(model),
+      content_(model, std::move(clock), std::move(page)) {
     set_title("kelvadrome");
     set_name("main");
     set_hide_on_close(true);
     makeToolbar();
-    makeBody(page);
+    makeBody();
     restoreSize();
     signal_hide().connect([this] { rememberSize(); });
     show(model_->state());
@@ -47,7 +54,7 @@ void MainWindow::makeToolbar() {
     name(sidebarButton_, "Show the sidebar");
     sidebarButton_.set_active(true);
     sidebarButton_.signal_toggled().connect(
-        [this] { adw_flap_set_reveal_flap(left_, sidebarButton_.get_active()); });
+        [this] { reveal(left_, sidebar_, sidebarButton_.get_active()); });
     header_.pack_start(sidebarButton_);
 
     std::vector<Glib::ustring> scopes;
@@ -85,6 +92,14 @@ void MainWindow::makeToolbar() {
     });
     header_.pack_end(inspectorButton_);
 
+    nativeButton_.set_icon_name("view-list-symbolic");
+    name(nativeButton_, "Native inbox: the cards without the page, as a screen reader can read them");
+    nativeButton_.signal_toggled().connect([this] {
+        if (!showing_)
+            model_->setNativeInbox(nativeButton_.get_active());
+    });
+    header_.pack_end(nativeButton_);
+
     auto* const modes = Gtk::make_managed<Gtk::Box>();
     modes->add_css_class("linked");
     expert_.set_group(simple_);
@@ -102,7 +117,7 @@ void MainWindow::makeToolbar() {
     set_titlebar(header_);
 }
 
-void MainWindow::makeBody(Gtk::Widget&) {
+void MainWindow::makeBody() {
     right_ = ADW_FLAP(adw_flap_new());
     adw_flap_set_flap_position(right_, GTK_PACK_END);
     adw_flap_set_content(right_, bare(content_));
@@ -111,6 +126,7 @@ void MainWindow::makeBody(Gtk::Widget&) {
     adw_flap_set_locked(right_, TRUE);
     adw_flap_set_swipe_to_open(right_, FALSE);
 
+    sidebar_.onSelected = [this] { show(model_->state()); };
     left_ = ADW_FLAP(adw_flap_new());
     adw_flap_set_content(left_, GTK_WIDGET(right_));
     adw_flap_set_flap(left_, bare(sidebar_));
@@ -127,14 +143,15 @@ void MainWindow::show(const AppState& state) {
     const bool chrome = !hidesNativeChrome(state.interfaceMode);
     sidebar_.show(state);
     if (chrome && state.inspectorShown)
-        inspector_.show(state);
+        inspector_.show(state, sidebar_.selected());
     content_.show(state);
-    adw_flap_set_reveal_flap(left_, chrome && sidebarButton_.get_active());
-    adw_flap_set_reveal_flap(right_, chrome && state.inspectorShown);
+    reveal(left_, sidebar_, chrome && sidebarButton_.get_active());
+    reveal(right_, inspector_, chrome && state.inspectorShown);
     sidebarButton_.set_visible(chrome);
     scope_.set_visible(chrome);
     inspectorButton_.set_visible(chrome);
     inspectorButton_.set_active(state.inspectorShown);
+    nativeButton_.set_active(state.nativeInbox);
     (chrome ? simple_ : expert_).set_active(true);
     for (guint i = 0; i < allScopeFilters.size(); ++i) {
         if (allScopeFilters[i] == state.scope && scope_.get_selected() != i)

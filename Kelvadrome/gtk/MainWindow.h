@@ -21,15 +21,16 @@ namespace kelvadrome {
 /// sidebar and the window is the page. Closing hides it; the application stays.
 class MainWindow final : public Gtk::ApplicationWindow {
 public:
-    /// `page` is the web pane's widget. Remembers its size in `defaults`.
-    MainWindow(std::shared_ptr<AppModel> model, Gtk::Widget& page, std::shared_ptr<Defaults> defaults);
+    /// Remembers its size in `defaults`.
+    MainWindow(std::shared_ptr<AppModel> model, std::shared_ptr<Clock> clock, ContentPane::Page page,
+        std::shared_ptr<Defaults> defaults);
 
     void show(const AppState& state);
     void focusSearch();
 
 private:
     void makeToolbar();
-    void makeBody(Gtk::Widget& page);
+    void makeBody();
     void restoreSize();
     void rememberSize();
     void showNotice(const AppState& state);
@@ -42,6 +43,7 @@ private:
     Gtk::DropDown scope_;
     Gtk::ToggleButton simple_{"Simple"};
     Gtk::ToggleButton expert_{"Expert"};
+    Gtk::ToggleButton nativeButton_;
     Gtk::ToggleButton inspectorButton_;
     Gtk::MenuButton menu_;
     Sidebar sidebar_;

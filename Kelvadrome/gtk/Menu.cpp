@@ -23,6 +23,12 @@ Menu::Menu(Gtk::Application& application, std::shared_ptr<AppModel> model) {
     application.add_action(inspector);
     application.set_accel_for_action("app.inspector", "<Control><Alt>i");
     toggles_.push_back({inspector, [](const AppState& state) { return state.inspectorShown; }});
+    const auto native = Gio::SimpleAction::create_bool("native-inbox", model->state().nativeInbox);
+    native->signal_activate().connect(
+        [model](const Glib::VariantBase&) { model->setNativeInbox(!model->state().nativeInbox); });
+    application.add_action(native);
+    application.set_accel_for_action("app.native-inbox", "<Control><Shift>n");
+    toggles_.push_back({native, [](const AppState& state) { return state.nativeInbox; }});
 }
 
 Glib::RefPtr<Gio::Menu> Menu::primary() {
@@ -38,6 +44,7 @@ Glib::RefPtr<Gio::Menu> Menu::primary() {
     menu->append_section({}, group);
     group = Gio::Menu::create();
     group->append("What Needs You", "app.panel");
+    group->append("Native Inbox", "app.native-inbox");
     group->append("Show Inspector", "app.inspector");
     group->append("Settings", "app.settings");
     group->append("Quit", "app.quit");

@@ -1,21 +1,22 @@
 #pragma once
 
+#include "Kelvadrome/gtk/CardList.h"
+#include "Kelvadrome/gtk/Waking.h"
 #include "Kelvadrome/model/AppModel.h"
 #include "Kelvadrome/model/MenuPanel.h"
 
 #include <functional>
 #include <gtkmm/box.h>
-#include <map>
+#include <gtkmm/button.h>
+#include <gtkmm/label.h>
 #include <memory>
 #include <optional>
-#include <set>
-#include <string>
 
 namespace kelvadrome {
 
 /// The panel's content as widgets: header, cards and rows under way, agents, footer. Draws what
-/// MenuPanelContent says, and wakes by itself when time alone changes it. What the user is typing survives a
-/// change.
+/// MenuPanelContent says, and wakes by itself when time alone changes it. Only what has changed is drawn
+/// anew, so that the focus and what the user is typing survive.
 class PanelView final : public Gtk::Box {
 public:
     struct Effects {
@@ -25,7 +26,6 @@ public:
     };
 
     PanelView(std::shared_ptr<AppModel> model, std::shared_ptr<Clock> clock, Effects effects);
-    ~PanelView() override;
 
     /// Shows the model's state as of now.
     void show();
@@ -33,31 +33,32 @@ public:
     void setShown(bool shown);
 
 private:
-    void rebuild(const MenuPanelContent& content);
-    void addHeader(const MenuPanelContent& content);
+    void makeHeader();
+    void makeFooter();
+    void draw(const MenuPanelContent& content);
+    void drawLines(const MenuPanelContent& content);
+    void drawMessage(const MenuPanelContent& content);
+    void drawAgents(const std::vector<AgentLine>& agents);
     void addLine(const PanelLine& line);
-    void addBody(const MenuPanelContent& content);
-    void addAgents(const std::vector<AgentLine>& agents);
-    void addFooter(const MenuPanelContent& content);
-    Gtk::Widget* card(const PanelCard& card);
-    Gtk::Widget* cardDetails(const PanelCard& card);
-    Gtk::Widget* hold(const HoldRow& hold);
-    Gtk::Widget* button(const PanelAction& action, const std::string& key, std::optional<Card> card = {});
-    void perform(const PanelAction& action, const std::optional<Card>& card);
-    void keepFocus();
-    void restoreFocus();
-    void wakeIn(std::optional<double> seconds);
+    void perform(const PanelAction& action);
 
     std::shared_ptr<AppModel> model_;
     std::shared_ptr<Clock> clock_;
     Effects effects_;
     std::optional<MenuPanelContent> shownContent_;
-    std::map<std::string, Gtk::Widget*> focusable_; // by a key that a rebuild keeps
-    std::string focused_;
-    std::map<std::string, std::string> typed_; // by card id
-    std::set<std::string> opened_;             // cards whose details show
-    sigc::connection waking_;
+    Waking waking_;
     bool shown_ = false;
+
+    Gtk::Label header_;
+    Gtk::Label relief_;
+    Gtk::Box lines_{Gtk::Orientation::VERTICAL, 6};
+    Gtk::Box message_{Gtk::Orientation::VERTICAL, 6};
+    CardList cards_;
+    Gtk::Box agents_{Gtk::Orientation::VERTICAL, 6};
+    Gtk::Box error_{Gtk::Orientation::HORIZONTAL, 6};
+    Gtk::Label errorWords_;
+    Gtk::Button open_;
+    Gtk::Label more_;
 };
 
 } // namespace kelvadrome

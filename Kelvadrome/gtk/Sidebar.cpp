@@ -1,9 +1,11 @@
 #include "Kelvadrome/gtk/Sidebar.h"
 
 #include "Kelvadrome/gtk/AccessibleName.h"
+#include "Kelvadrome/gtk/Focus.h"
 #include "KelvadromeKit/attention/InboxLogic.h"
 
 #include <algorithm>
+#include <tuple>
 
 namespace kelvadrome {
 
@@ -90,18 +92,17 @@ std::vector<Sidebar::Row> Sidebar::rows(const AppState& state) {
     bool first = true;
     for (const auto& session : agentRows(state)) {
         const auto lamp = InboxLogic::lamp(session.status, session.detail);
-        rows.push_back({SidebarItem::Agent{session.agent + ":" + session.sessionId},
-            InboxLogic::agentDisplay(session.agent, session.label),
+        rows.push_back({SidebarItem::of(session), InboxLogic::agentDisplay(session.agent, session.label),
             session.detail.value_or(InboxLogic::statusWord(session.status, false, false, std::nullopt)), {},
             std::string(rawValue(lamp)), std::exchange(first, false) ? "Agents" : ""});
     }
     first = true;
     for (const auto& pilot :
         state.agents ? state.agents->autopilot : std::vector<AgentsStatus::Autopilot>()) {
-        rows.push_back({SidebarItem::Autopilot{pilot.scope + ":" + pilot.actionClass},
-            pilot.label.value_or(InboxLogic::humanize(pilot.actionClass)),
-            std::string(rawValue(InboxLogic::annunciator(pilot.level))), {}, {},
-            std::exchange(first, false) ? "Autopilot" : ""});
+        rows.push_back(
+            {SidebarItem::of(pilot), pilot.label.value_or(InboxLogic::actionLabel(pilot.actionClass)),
+                std::string(rawValue(InboxLogic::annunciator(pilot.level))), {}, {},
+                std::exchange(first, false) ? "Autopilot" : ""});
     }
     return rows;
 }
@@ -109,30 +110,61 @@ std::vector<Sidebar::Row> Sidebar::rows(const AppState& state) {
 void Sidebar::show(const AppState& state) {
     auto fresh = rows(state);
     if (fresh != shown_) {
-        shown_ = std::move(fresh);
-        rebuild();
+        const bool sameItems = std::ranges::equal(
+            fresh, shown_, {}, [](const Row& row) { return std::tie(row.item, row.group); },
+            [](const Row& row) { return std::tie(row.item, row.group); });
+        const auto before = std::exchange(shown_, std::move(fresh));
+        if (sameItems) {
+            for (std::size_t i = 0; i < shown_.size(); ++i) {
+                if (shown_[i] != before[i])
+                    fill(i);
+            }
+        } else {
+            rebuild();
+        }
     }
     select(state);
 }
 
+/// The row that had the focus has it again.
 void Sidebar::rebuild() {
+    std::optional<SidebarItem::Value> focused;
+    for (std::size_t i = 0; auto* const row = list_.get_row_at_index(static_cast<int>(i)); ++i) {
+        if (holdsFocus(*row))
+            focused = items_[i];
+    }
     while (auto* const row = list_.get_row_at_index(0))
         list_.remove(*row);
-    for (const auto& shown : shown_) {
-        auto* const row = Gtk::make_managed<Gtk::ListBoxRow>();
-        row->set_child(*content(shown.title, shown.detail, shown.count, shown.lamp));
-        std::string name = shown.title;
-        for (const auto& more : {shown.count, shown.detail})
-            name += more.empty() ? "" : ", " + more;
-        setAccessibleName(*row, name);
-        list_.append(*row);
+    items_.clear();
+    for (std::size_t i = 0; i < shown_.size(); ++i) {
+        list_.append(*Gtk::make_managed<Gtk::ListBoxRow>());
+        items_.push_back(shown_[i].item);
+        fill(i);
     }
     list_.invalidate_headers();
+    if (!focused)
+        return;
+    const auto again = std::ranges::find(items_, *focused);
+    list_.get_row_at_index(again == items_.end() ? 0 : static_cast<int>(again - items_.begin()))
+        ->grab_focus();
 }
 
+void Sidebar::fill(std::size_t index) {
+    const auto& shown = shown_[index];
+    auto* const row = list_.get_row_at_index(static_cast<int>(index));
+    row->set_child(*content(shown.title, shown.detail, shown.count, shown.lamp));
+    std::string name = shown.title;
+    for (const auto& more : {shown.count, shown.detail})
+        name += more.empty() ? "" : ", " + more;
+    setAccessibleName(*row, name);
+}
+
+/// What the user selected stays so while its section shows and it is there; otherwise the section's own row.
 void Sidebar::select(const AppState& state) {
-    const auto found =
-        std::ranges::find(shown_, SidebarItem::Value(SidebarItem::Section{state.section}), &Row::item);
+    if (SidebarItem::section(selected_) != state.section ||
+        std::ranges::find(shown_, selected_, &Row::item) == shown_.end())
+        selected_ = SidebarItem::Section{state.section};
+    const auto found = std::ranges::find(shown_, selected_, &Row::item);
     auto* const row =
         found == shown_.end() ? nullptr : list_.get_row_at_index(static_cast<int>(found - shown_.begin()));
     if (row && list_.get_selected_row() != row)
@@ -142,14 +174,10 @@ void Sidebar::select(const AppState& state) {
 void Sidebar::activate(int index) {
     if (index < 0 || static_cast<std::size_t>(index) >= shown_.size())
         return;
-    const auto item = shown_[static_cast<std::size_t>(index)].item;
-    if (const auto* const section = std::get_if<SidebarItem::Section>(&item)) {
-        model_->open(section->section, std::nullopt);
-    } else {
-        model_->open(
-            std::holds_alternative<SidebarItem::Agent>(item) ? NavSection::agents : NavSection::autopilot,
-            std::nullopt);
-    }
+    selected_ = shown_[static_cast<std::size_t>(index)].item;
+    model_->open(SidebarItem::section(selected_), std::nullopt);
+    if (onSelected)
+        onSelected();
 }
 
 } // namespace kelvadrome

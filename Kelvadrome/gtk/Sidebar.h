@@ -1,33 +1,17 @@
 #pragma once
 
 #include "Kelvadrome/model/AppModel.h"
+#include "Kelvadrome/model/SidebarItem.h"
 
+#include <functional>
 #include <gtkmm/box.h>
 #include <gtkmm/label.h>
 #include <gtkmm/listbox.h>
 #include <gtkmm/scrolledwindow.h>
 #include <string>
-#include <variant>
 #include <vector>
 
 namespace kelvadrome {
-
-/// What the sidebar can have selected.
-struct SidebarItem {
-    struct Section {
-        NavSection section;
-        bool operator==(const Section&) const = default;
-    };
-    struct Agent {
-        std::string id; // agent, ":", session id
-        bool operator==(const Agent&) const = default;
-    };
-    struct Autopilot {
-        std::string id; // scope, ":", action class
-        bool operator==(const Autopilot&) const = default;
-    };
-    using Value = std::variant<Section, Agent, Autopilot>;
-};
 
 /// The sections with their counts, the agents with their lamps, and what runs on autopilot.
 class Sidebar final : public Gtk::ScrolledWindow {
@@ -35,6 +19,9 @@ public:
     explicit Sidebar(std::shared_ptr<AppModel> model);
 
     void show(const AppState& state);
+    const SidebarItem::Value& selected() const { return selected_; }
+    /// Called when the user has selected an agent or something on autopilot.
+    std::function<void()> onSelected;
 
 private:
     struct Row {
@@ -50,12 +37,15 @@ private:
 
     static std::vector<Row> rows(const AppState& state);
     void rebuild();
+    void fill(std::size_t index);
     void select(const AppState& state);
     void activate(int index);
 
     std::shared_ptr<AppModel> model_;
     Gtk::ListBox list_;
     std::vector<Row> shown_;
+    std::vector<SidebarItem::Value> items_; // of the rows in the list
+    SidebarItem::Value selected_; // by the user; the section's own row when it isn't in the section shown
 };
 
 } // namespace kelvadrome

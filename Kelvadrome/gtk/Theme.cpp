@@ -9,12 +9,14 @@ namespace {
 constexpr const char* sheet = R"css(
 .panel { padding: 18px; }
 .panel-window, .strip-window { border-radius: 12px; }
-.panel .card { padding: 12px; }
-.panel .card.high-risk { box-shadow: inset 4px 0 @error_color, 0 0 0 1px alpha(currentColor, .12); }
-.panel .summary { font-weight: 600; }
-.panel .caption, .sidebar-detail, .fact-name { font-size: smaller; opacity: .75; }
+.question { padding: 12px; }
+.question:focus-visible { outline: 2px solid @accent_color; outline-offset: 2px; }
+.question.high-risk { box-shadow: inset 4px 0 @error_color, 0 0 0 1px alpha(currentColor, .12); }
+.question .summary { font-weight: 600; }
+.question .risk { font-size: smaller; font-weight: 700; color: @error_color; }
+.question .caption, .sidebar-detail, .fact-name { font-size: smaller; opacity: .75; }
 .panel .empty { padding: 18px 0; }
-.panel progressbar > trough, .panel progressbar > trough > progress { min-height: 4px; }
+.question progressbar > trough, .question progressbar > trough > progress { min-height: 4px; }
 
 .lamp { min-width: 10px; min-height: 10px; border-radius: 5px; background: alpha(currentColor, .3); }
 .lamp.needsYou { background: @warning_color; }

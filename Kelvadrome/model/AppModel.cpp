@@ -37,6 +37,7 @@ AppModel::AppModel(Dependencies dependencies)
     d_.web->mode = state_.interfaceMode;
     state_.inspectorShown = d_.flags.inspector && !hidesNativeChrome(state_.interfaceMode);
     state_.agentStripShown = d_.defaults->boolean("KDAgentStrip");
+    state_.nativeInbox = d_.defaults->boolean("KDNativeInbox");
 }
 
 void AppModel::start() {

@@ -103,6 +103,8 @@ public:
     void setInspectorShown(bool shown);
     void setInterfaceMode(InterfaceMode mode, InterfaceModeSource source);
     void setAgentStrip(bool on);
+    /// Remembered, as the strip is.
+    void setNativeInbox(bool on);
     Task<> revealTopicFolder(std::string topic);
     /// Selects a file that the page named in the file manager, when the policy allows it and it exists.
     void reveal(std::string path);
@@ -111,6 +113,8 @@ public:
     // The panel. A high-risk card is never answered from it: the page opens on the card instead.
     void answer(Card card, std::string label);
     void acceptDefaults(Card card);
+    /// Answers a batch, by question id; a question without an answer takes its default.
+    void answerBatch(Card card, std::map<std::string, std::string> answers);
     void undo(Card card);
     /// Hides the card's row for 30 minutes; the daemon isn't told.
     void snooze(Card card);

@@ -34,6 +34,18 @@ void AppModel::acceptDefaults(Card card) {
     hold(std::move(card), std::move(label), std::move(call));
 }
 
+void AppModel::answerBatch(Card card, std::map<std::string, std::string> answers) {
+    if (answers == InboxLogic::batchDefaults(card))
+        return acceptDefaults(std::move(card));
+    if (card.risk == "high") {
+        open(NavSection::inbox, std::move(card));
+        return;
+    }
+    auto label = std::to_string(answers.size()) + (answers.size() == 1 ? " answer" : " answers");
+    auto call = d_.session->acceptDefaults(card.id, card.version, std::move(answers));
+    hold(std::move(card), std::move(label), std::move(call));
+}
+
 /// The answer goes out at once; the daemon holds its effect back for as long as the row can be undone.
 void AppModel::hold(Card card, std::string label, Task<PageSession::ReceiptOut> call) {
     set(&AppState::panelError, std::nullopt);

@@ -200,6 +200,11 @@ void AppModel::setAgentStrip(bool on) {
     showAgentStrip();
 }
 
+void AppModel::setNativeInbox(bool on) {
+    d_.defaults->set("KDNativeInbox", on);
+    set(&AppState::nativeInbox, on);
+}
+
 void AppModel::showAgentStrip() {
     d_.screen->updateAgentStrip(state_.agentStripShown
                                     ? std::optional(AgentStrip(agentRows(state_), needsYouCount(state_)))

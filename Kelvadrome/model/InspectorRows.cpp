@@ -1,5 +1,7 @@
 #include "Kelvadrome/model/InspectorRows.h"
 
+#include "KelvadromeKit/attention/InboxLogic.h"
+
 #include <fmt/format.h>
 
 namespace kelvadrome {
@@ -43,6 +45,47 @@ InspectorGroup healthGroup(const Health& health) {
     return group;
 }
 
+InspectorGroup agentGroup(const AppState& state, const AgentsStatus::Session& session) {
+    InspectorGroup group{InboxLogic::agentDisplay(session.agent, session.label),
+        {{"Status", InboxLogic::statusWord(session.status, false, false, std::nullopt)}}};
+    const auto add = [&](const char* title, const std::optional<std::string>& value) {
+        if (value && !value->empty())
+            group.rows.push_back({title, *value});
+    };
+    add("Doing", session.detail);
+    add("Topic", session.topicTitle ? session.topicTitle : topicTitle(state, session.topic));
+    add("Kind", session.kind);
+    if (holdsEdge(state, session))
+        add("Holds", "Edge");
+    add("Session", session.sessionId);
+    return group;
+}
+
+InspectorGroup autopilotGroup(const AgentsStatus::Autopilot& pilot) {
+    InspectorGroup group{pilot.label.value_or(InboxLogic::actionLabel(pilot.actionClass)),
+        {{"Level", pilot.level + ", " + std::string(rawValue(InboxLogic::annunciator(pilot.level)))},
+            {"Scope", pilot.scope == "*" ? "Everywhere" : pilot.scope}, {"Action", pilot.actionClass}}};
+    if (pilot.mode)
+        group.rows.push_back({"Mode", *pilot.mode});
+    if (pilot.floor)
+        group.rows.push_back({"Floor", "It stays at this level"});
+    return group;
+}
+
+/// Absent for a section, and for what is no longer there.
+std::optional<InspectorGroup> selectedGroup(const AppState& state, const SidebarItem::Value& selected) {
+    for (const auto& session : agentRows(state)) {
+        if (selected == SidebarItem::Value(SidebarItem::of(session)))
+            return agentGroup(state, session);
+    }
+    for (const auto& pilot :
+        state.agents ? state.agents->autopilot : std::vector<AgentsStatus::Autopilot>()) {
+        if (selected == SidebarItem::Value(SidebarItem::of(pilot)))
+            return autopilotGroup(pilot);
+    }
+    return std::nullopt;
+}
+
 } // namespace
 
 std::string_view modeWords(DaemonSupervisor::Mode mode) {
@@ -59,8 +102,10 @@ std::string_view modeWords(DaemonSupervisor::Mode mode) {
     return "";
 }
 
-std::vector<InspectorGroup> inspectorGroups(const AppState& state) {
+std::vector<InspectorGroup> inspectorGroups(const AppState& state, const SidebarItem::Value& selected) {
     std::vector<InspectorGroup> groups;
+    if (auto group = selectedGroup(state, selected))
+        groups.push_back(std::move(*group));
     if (state.supervisorStatus)
         groups.push_back(supervision(*state.supervisorStatus));
     if (state.health)

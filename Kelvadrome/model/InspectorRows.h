@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Kelvadrome/model/AppState.h"
+#include "Kelvadrome/model/SidebarItem.h"
 
 #include <string>
 #include <vector>
@@ -22,8 +23,9 @@ struct InspectorGroup {
     bool operator==(const InspectorGroup&) const = default;
 };
 
-/// What the inspector tells of the daemon and of the page's session. What isn't known has no row.
-std::vector<InspectorGroup> inspectorGroups(const AppState& state);
+/// What the inspector tells of the agent or the autopilot that is selected, of the daemon and of the page's
+/// session. What isn't known has no row.
+std::vector<InspectorGroup> inspectorGroups(const AppState& state, const SidebarItem::Value& selected = {});
 
 /// A daemon's mode, as the inspector words it.
 std::string_view modeWords(DaemonSupervisor::Mode mode);

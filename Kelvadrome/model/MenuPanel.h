@@ -1,71 +1,13 @@
 #pragma once
 
-#include "Kelvadrome/model/AppState.h"
+#include "Kelvadrome/model/CardRows.h"
 #include "KelvadromeKit/attention/InboxLogic.h"
 
 #include <optional>
 #include <string>
-#include <variant>
 #include <vector>
 
 namespace kelvadrome {
-
-/// Something that the panel offers: what it does and the words on it.
-struct PanelAction {
-    enum class Kind {
-        finishSetup,      // AppModel::openOnboarding
-        openLoginItems,   // the system's settings for the login item
-        retry,            // AppModel::retry
-        review,           // AppModel::open(inbox, card)
-        bringEdgeToFront, // Screen::activateApplication(edgeBundleId)
-        answer,           // AppModel::answer(card, `answer`)
-        acceptDefaults,   // AppModel::acceptDefaults(card)
-        snooze,           // AppModel::snooze(card)
-        undo,             // AppModel::undo(card)
-        openMain,         // AppModel::openMain("/")
-    };
-
-    Kind kind = Kind::openMain;
-    std::string words = {};
-    std::string note = {};   // beside the button; mostly empty
-    std::string answer = {}; // of Kind::answer
-
-    bool operator==(const PanelAction&) const = default;
-};
-
-inline constexpr const char* edgeBundleId = "com.microsoft.edgemac";
-
-/// A card that asks the user.
-struct PanelCard {
-    Card card = {};
-    std::string agent = {}; // the asking agent's display name
-    std::optional<std::string> topic = {};
-    std::string age = {};
-    std::string summary = {};
-    bool highRisk = false;                 // to be reviewed in the page; never answered from here
-    std::vector<PanelAction> actions = {}; // the chief one first, "Snooze" last
-
-    bool operator==(const PanelCard&) const = default;
-};
-
-/// An answer on its way.
-struct HoldRow {
-    Card card = {};
-    std::string agent = {};
-    std::optional<std::string> topic = {};
-    std::string label = {}; // the words of the answer
-    bool committed = false;
-    std::string words = {}; // while it can be undone beside the label, then in its place, behind a check mark
-    double left = 0;        // seconds in which it can be undone
-    double duration = 0;    // seconds, the whole of that window
-    std::optional<PanelAction> undo = {};
-
-    bool operator==(const HoldRow&) const = default;
-};
-
-using PanelRow = std::variant<PanelCard, HoldRow>;
-/// The card that a row stands for.
-const Card& cardOf(const PanelRow& row);
 
 struct AgentLine {
     InboxLogic::Lamp lamp = InboxLogic::Lamp::idle;
@@ -109,12 +51,14 @@ struct MenuPanelContent {
 
 MenuPanelContent menuPanel(const AppState& state, WallTime now);
 
+/// What the agents and the rules do, below the header.
+std::string reliefLine(const AppState& state);
+
 /// The title of the panel's item in a menu bar: "Finish setup" while setup is under way; otherwise the number
 /// beside the brand mark, absent when nothing needs the user.
 std::optional<std::string> menuBarLabel(const AppState& state);
 
-/// Seconds until time alone changes what `menuPanel` gave for this state: a countdown's next step (4 a
-/// second), an age, a snoozed card's return. Absent when nothing will.
+/// Seconds until time alone changes what `menuPanel` gave for this state; see `cardRowsChangeIn`.
 std::optional<double> menuPanelChangesIn(const MenuPanelContent& panel, const AppState& state, WallTime now);
 
 } // namespace kelvadrome

@@ -1,5 +1,6 @@
 #include "Kelvadrome/gtk/web/PageStack.h"
 
+#include "Kelvadrome/gtk/AccessibleName.h"
 #include "Kelvadrome/gtk/web/GLibPointers.h"
 
 namespace kelvadrome {
@@ -17,11 +18,14 @@ PageStack::PageStack(Gtk::Widget& page, std::function<void()> tryAgain)
     });
     adw_status_page_set_child(status_, GTK_WIDGET(again_.gobj()));
     stack_.add(*Glib::wrap(GTK_WIDGET(status_)), "trouble");
+    hideOtherPages(stack_);
 }
 
 void PageStack::showPage() {
-    trouble_.reset();
+    const bool changes = std::exchange(trouble_, std::nullopt).has_value();
     stack_.set_visible_child("page");
+    if (changes && onChange)
+        onChange();
 }
 
 void PageStack::showTrouble(const std::string& title, const std::string& words) {
@@ -31,6 +35,8 @@ void PageStack::showTrouble(const std::string& title, const std::string& words) 
     const GText markup(g_markup_escape_text(words.c_str(), -1));
     adw_status_page_set_description(status_, markup.get());
     stack_.set_visible_child("trouble");
+    if (onChange)
+        onChange();
 }
 
 } // namespace kelvadrome

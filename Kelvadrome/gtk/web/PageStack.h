@@ -14,6 +14,9 @@ class PageStack {
 public:
     PageStack(Gtk::Widget& page, std::function<void()> tryAgain);
 
+    /// Called after the page has given way to words, or the words to the page.
+    std::function<void()> onChange;
+
     Gtk::Widget& widget() { return stack_; }
     void showPage();
     /// `title` is plain text; so is `words`, full sentences.

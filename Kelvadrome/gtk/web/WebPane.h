@@ -38,6 +38,8 @@ public:
 
     /// What a window shows: the page, or the words in its place.
     Gtk::Widget& widget() { return stack_.widget(); }
+    /// `changed` is called when `trouble` has.
+    void setTroubleChanged(std::function<void()> changed) { stack_.onChange = std::move(changed); }
     /// What the page tells the shell. Messages from frames inside it and from other origins never get here.
     PageBridge::OnMessage onMessage;
 

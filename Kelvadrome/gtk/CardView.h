@@ -1,0 +1,71 @@
+#pragma once
+
+#include "Kelvadrome/model/CardRows.h"
+
+#include <functional>
+#include <gtkmm/box.h>
+#include <gtkmm/entry.h>
+#include <gtkmm/label.h>
+#include <gtkmm/progressbar.h>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace kelvadrome {
+
+/// What presses on a card do, and what is typed into cards: by card id, or for a question of a batch by card
+/// id, "/" and question id. A text outlives the widget that it was typed into, until its answer is sent.
+struct CardDesk {
+    std::function<void(const PanelAction& action, const Card& card)> perform;
+    std::function<void(const Card& card, std::string words)> answer;
+    std::function<void(const Card& card, std::map<std::string, std::string> answers)> answerBatch;
+    std::map<std::string, std::string> drafts = {};
+};
+
+/// One card that asks, or one answer on its way. A card can be focused itself, so that a screen reader tells
+/// all of it at once.
+class CardView final : public Gtk::Box {
+public:
+    enum class Form {
+        folded, // the whole question and the free answer behind "Read and answer"
+        open,
+    };
+
+    CardView(std::shared_ptr<CardDesk> desk, Form form);
+
+    /// Changes no more widgets than it must; the focus stays, or goes to what has taken the place of what had
+    /// it.
+    void show(const PanelRow& row);
+    /// Gives the focus to the first thing to press or to type into, or to the card itself.
+    void focusFirst();
+
+private:
+    void build(const PanelRow& row);
+    void buildCard(const PanelCard& card);
+    void buildHold(const HoldRow& hold);
+    void refresh(const PanelRow& row);
+    Gtk::Box* question(const PanelCard& card);
+    void addOptions(Gtk::Box& to, const PanelCard& card);
+    void addFreeAnswer(Gtk::Box& to, const PanelCard& card);
+    void addBatch(Gtk::Box& to, const PanelCard& card);
+    void addActions(const PanelCard& card);
+    void sendBatch(const Card& card);
+    Gtk::Widget* button(const PanelAction& action, const Card& card);
+    Gtk::Entry* entry(const std::string& key, const std::string& name);
+    void keep(const std::string& key, Gtk::Widget& widget) { controls_.emplace_back(key, &widget); }
+    std::optional<std::string> focusedControl() const;
+    Gtk::Widget* control(const std::string& key) const;
+
+    std::shared_ptr<CardDesk> desk_;
+    const Form form_;
+    std::optional<PanelRow> shown_;
+    bool unfolded_ = false;
+    std::vector<std::pair<std::string, Gtk::Widget*>> controls_; // in the order of their focus
+    Gtk::Label* origin_ = nullptr;                               // of a card
+    Gtk::Label* later_ = nullptr;                                // of a card
+    Gtk::ProgressBar* left_ = nullptr;                           // of an answer that can be undone
+};
+
+} // namespace kelvadrome

@@ -1,0 +1,52 @@
+#include "Kelvadrome/model/InboxList.h"
+
+#include "Kelvadrome/model/MenuPanel.h"
+
+#include <algorithm>
+
+namespace kelvadrome {
+
+namespace {
+
+bool inScope(const AppState& state, const Card& card) {
+    if (state.scope == ScopeFilter::all || state.holds.contains(card.id))
+        return true;
+    const auto topic = card.topic ? state.topics.find(*card.topic) : state.topics.end();
+    return topic != state.topics.end() && topic->second.scope == rawValue(state.scope);
+}
+
+/// 0 needs the user, 1 is open all the same, 2 is to come back later.
+int place(const AppState& state, const Card& card, WallTime now) {
+    const auto later = state.later.find(card.id);
+    if (later != state.later.end() && later->second >= now && !state.holds.contains(card.id))
+        return 2;
+    return InboxLogic::needsYou(card) ? 0 : 1;
+}
+
+} // namespace
+
+InboxList inboxList(const AppState& state, WallTime now) {
+    InboxList list;
+    list.header = InboxLogic::cautionText(needsYouCount(state));
+    list.relief = reliefLine(state);
+    list.error = state.panelError;
+    std::vector<Card> cards;
+    for (const auto& card : InboxLogic::ordered(state.cards)) {
+        if (!InboxLogic::isLiveState(card.state))
+            continue;
+        if (inScope(state, card)) {
+            cards.push_back(card);
+        } else {
+            ++list.elsewhere;
+        }
+    }
+    std::ranges::stable_sort(cards, {}, [&](const Card& card) { return place(state, card, now); });
+    for (const auto& [id, hold] : state.holds) {
+        if (std::ranges::find(cards, id, &Card::id) == cards.end())
+            cards.insert(cards.begin(), hold.card);
+    }
+    list.rows = cardRows(state, cards, now);
+    return list;
+}
+
+} // namespace kelvadrome
