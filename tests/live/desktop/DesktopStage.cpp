@@ -1,0 +1,303 @@
+#include "tests/live/desktop/DesktopStage.h"
+
+#include "KelvadromeKit/support/Files.h"
+#include "KelvadromeKit/support/Text.h"
+
+#include <algorithm>
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+
+namespace kelvadrome::test {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr const char* accessibilityService = "/usr/share/dbus-1/services/org.a11y.Bus.service";
+
+std::optional<std::string> missing() {
+    for (const std::string program : {"openbox", "xdotool", "xprop", "tmux"}) {
+        if (!fs::exists("/usr/bin/" + program))
+            return program;
+    }
+    return fs::exists(accessibilityService) ? std::nullopt : std::optional<std::string>("at-spi2-core");
+}
+
+std::string kept(const std::string& path) {
+    return Files::read(path, 1'000'000).value_or("");
+}
+
+} // namespace
+
+void DesktopStage::SetUp() {
+    // The one service that may start by itself.
+    const auto services = folder / "services";
+    fs::create_directory(services);
+    fs::copy(accessibilityService, services);
+    PrivateBus::start(services);
+    display = std::make_unique<HeadlessDisplay>(); // after the bus, which takes DISPLAY away
+    const auto lacking = display->problem().empty() ? missing() : std::optional(display->problem());
+    if (lacking) {
+        std::fprintf(stderr, "SKIPPED, NOTHING TESTED: %s\n", lacking->c_str());
+        GTEST_SKIP() << *lacking;
+    }
+    windowManager_ = std::make_unique<Program>(
+        std::vector<std::string>{"openbox", "--sm-disable"}, environment(), folder / "openbox.log");
+    until(
+        [&] {
+            return run({"xprop", "-root", "_NET_SUPPORTED"}).find("ACTIVE_WINDOW") != std::string::npos;
+        },
+        "the window manager");
+    notifications =
+        std::make_unique<FakeNotificationServer>(connection(), std::vector<const char*>{"actions", "body"});
+    tray = std::make_unique<FakeTrayWatcher>(connection(), true);
+    reader = std::make_unique<ScreenReader>();
+    daemon_.emplace(folder / "home/kelvadromed.sock", loop.pool());
+}
+
+void DesktopStage::TearDown() {
+    if (app && app->running() && !HasFatalFailure())
+        quitApp();
+    app.reset();
+    run({"tmux", "kill-server"});
+}
+
+Program::Environment DesktopStage::environment() const {
+    const auto variable = [](const char* name) { return std::string(g_getenv(name) ? g_getenv(name) : ""); };
+    const auto own = folder.path().string();
+    return {{"PATH", "/usr/bin:/bin"}, {"HOME", own}, {"USER", "desktop"}, {"SHELL", "/bin/sh"},
+        {"LANG", "C.UTF-8"}, {"TERM", "xterm-256color"}, {"XDG_CONFIG_HOME", own + "/config"},
+        {"XDG_DATA_HOME", own + "/data"}, {"XDG_CACHE_HOME", own + "/cache"}, {"XDG_RUNTIME_DIR", own},
+        {"TMUX_TMPDIR", own}, {"KELVADROME_HOME", own + "/home"}, {"DISPLAY", variable("DISPLAY")},
+        {"DBUS_SESSION_BUS_ADDRESS", variable("DBUS_SESSION_BUS_ADDRESS")}, {"GDK_BACKEND", "x11"},
+        {"GSK_RENDERER", "cairo"}, {"GSETTINGS_BACKEND", "memory"}};
+}
+
+// The application
+
+void DesktopStage::startApp(const std::vector<std::string>& arguments) {
+    std::vector<std::string> words{bin + "/kelvadrome"};
+    words.insert(words.end(), arguments.begin(), arguments.end());
+    app = std::make_unique<Program>(words, environment(), folder / "app.log");
+}
+
+void DesktopStage::startAgain(const std::vector<std::string>& arguments) {
+    std::vector<std::string> words{bin + "/kelvadrome"};
+    words.insert(words.end(), arguments.begin(), arguments.end());
+    const Program second(words, environment(), folder / "second.log");
+    until([&] { return !second.running(); }, "the second start to end by itself");
+    EXPECT_EQ(second.exitStatus(), 0) << kept(folder / "second.log");
+}
+
+void DesktopStage::quitApp() {
+    app->signal(SIGTERM);
+    until([&] { return !app->running(); }, "the application to end");
+    EXPECT_EQ(app->exitStatus(), 0) << kept(folder / "app.log");
+}
+
+void DesktopStage::finishSetupBeforehand() {
+    const auto home = folder / "home";
+    fs::create_directory(home);
+    fs::permissions(home, fs::perms::owner_all);
+    const auto store = bin + "/resources/kelvadrome/src/store.mjs";
+    output({node(), "--no-warnings", "--input-type=module", "-e",
+               "const { Store } = await import('file://" + store + "'); const store = new Store('" + home +
+                   "'); store.keepSetting('setup_finished', 'now');"},
+        environment());
+}
+
+/// The program in a folder of its own, whose daemon is the real one but for the state of one agent.
+void DesktopStage::pretendInstalling(const std::string& agent) {
+    const fs::path real = bin, own = folder / "bin";
+    const auto companion = fs::canonical(real / "resources/kelvadrome");
+    fs::create_directories(own / "resources/kelvadrome");
+    // The program finds its modules and resources beside itself, so a link of its name won't do.
+    std::error_code otherDisk;
+    fs::create_hard_link(real / "kelvadrome", own / "kelvadrome", otherDisk);
+    if (otherDisk)
+        fs::copy_file(real / "kelvadrome", own / "kelvadrome");
+    fs::create_symlink(real / "libkelvadrome-desktop.so", own / "libkelvadrome-desktop.so");
+    fs::create_symlink(real / "resources/node", own / "resources/node");
+    for (const auto& entry : fs::directory_iterator(companion)) {
+        if (entry.path().filename() != "kelvadromed-app.mjs")
+            fs::create_symlink(entry.path(), own / "resources/kelvadrome" / entry.path().filename());
+    }
+    std::ofstream(own / "resources/kelvadrome/kelvadromed-app.mjs") << fmt::format(
+        "const {{ Onboarding }} = await import('{0}/src/onboarding.mjs');\n"
+        "const real = Onboarding.prototype.status;\n"
+        "Onboarding.prototype.status = function () {{\n"
+        "  const status = real.call(this);\n"
+        "  status.agents.find((agent) => agent.id === '{1}').install = {{ state: 'running' }};\n"
+        "  return status;\n"
+        "}};\n"
+        "await import('{0}/kelvadromed-app.mjs');\n",
+        companion.string(), agent);
+    bin = own;
+}
+
+std::vector<pid_t> DesktopStage::childrenNamed(const std::string& name) const {
+    std::vector<pid_t> found;
+    std::vector<pid_t> parents{app->pid()};
+    while (!parents.empty()) {
+        const auto parent = parents.back();
+        parents.pop_back();
+        for (const auto& task : fs::directory_iterator(fmt::format("/proc/{}/task", parent))) {
+            std::istringstream children(kept(task.path() / "children"));
+            for (pid_t pid = 0; children >> pid;) {
+                parents.push_back(pid);
+                if (Text::trimWhitespace(kept(fmt::format("/proc/{}/comm", pid))) == name)
+                    found.push_back(pid);
+            }
+        }
+    }
+    return found;
+}
+
+std::int64_t DesktopStage::daemonPid() {
+    auto health = PrivateBus::run(daemon_->health(3));
+    return health ? health->pid : 0;
+}
+
+std::vector<Card> DesktopStage::cards() {
+    auto cards = PrivateBus::run(daemon_->cards());
+    return cards ? std::move(*cards) : std::vector<Card>();
+}
+
+// A person
+
+void DesktopStage::keys(const std::string& chord) {
+    std::vector<std::string> words{"xdotool", "key", "--delay", "40"};
+    for (const auto key : Text::split(chord, ' '))
+        words.emplace_back(key);
+    run(words);
+}
+
+void DesktopStage::type(const std::string& words) {
+    run({"xdotool", "type", "--delay", "20", words});
+}
+
+std::string DesktopStage::activeWindow() const {
+    return run({"xdotool", "getactivewindow", "getwindowname"});
+}
+
+ScreenReader::Thing DesktopStage::see(const std::string& name, const std::string& role) {
+    std::optional<ScreenReader::Thing> found;
+    until([&] { return (found = reader->find(name, role)).has_value(); }, "\"" + name + "\" to show");
+    return found.value();
+}
+
+ScreenReader::Thing DesktopStage::seePart(const std::string& words, const std::string& role) {
+    std::optional<ScreenReader::Thing> found;
+    until([&] { return (found = reader->findPart(words, role)).has_value(); }, "\"" + words + "\" to show");
+    return found.value();
+}
+
+void DesktopStage::gone(const std::string& name, const std::string& role) {
+    until([&] { return !reader->find(name, role); }, "\"" + name + "\" to go");
+}
+
+void DesktopStage::tabTo(const std::string& name) {
+    until(
+        [&] {
+            const auto at = reader->focused();
+            if (at && at->name == name)
+                return true;
+            keys("Tab");
+            return false;
+        },
+        "the focus on \"" + name + "\"");
+}
+
+void DesktopStage::waitActive(const std::string& window) {
+    until([&] { return activeWindow() == window; }, "\"" + window + "\" to be in front");
+}
+
+bool DesktopStage::isSelected(const std::string& section) const {
+    const auto row = reader->findPart(section, "list item");
+    return row && row->selected;
+}
+
+void DesktopStage::activateTrayItem() {
+    until([&] { return !tray->items.empty(); }, "the item in the tray");
+    const auto name = tray->items.back();
+    const SessionBus::Peer item{name.c_str(), "/StatusNotifierItem", "org.kde.StatusNotifierItem"};
+    ask(tray->bus, item, "Activate", g_variant_new("(ii)", 1200, 4), "()");
+}
+
+void DesktopStage::approveOnPage() {
+    keys("1"); // chooses, which shows the review with the focus on "Back"
+    g_usleep(0);
+    keys("Tab"); // to "Confirm and send"
+    keys("Return");
+}
+
+void DesktopStage::walkThroughSetup() {}
+
+void DesktopStage::resize(const std::string& window, int width, int height) {
+    run({"xdotool", "search", "--onlyvisible", "--name", exact(window), "windowsize", std::to_string(width),
+        std::to_string(height)});
+}
+
+std::string DesktopStage::sizeOf(const std::string& window) const {
+    const auto geometry =
+        run({"xdotool", "search", "--onlyvisible", "--name", exact(window), "getwindowgeometry", "--shell"});
+    std::string size;
+    for (const auto line : Text::split(geometry, '\n')) {
+        if (line.starts_with("WIDTH="))
+            size = line.substr(6);
+        if (line.starts_with("HEIGHT="))
+            size += "x" + std::string(line.substr(7));
+    }
+    return size;
+}
+
+// Agents
+
+Card DesktopStage::startAgent(const std::string& script) {
+    const auto before = cards();
+    const auto agent = bin + "/resources/kelvadrome/sample-agent/sample-agent.mjs";
+    const auto config = folder / "tmux.conf";
+    std::ofstream(config) << "set -g remain-on-exit on\n";
+    run({"tmux", "-f", config, "new-session", "-d", "-s", script, "-x", "100", "-y", "30",
+        "exec '" + node() + "' '" + agent + "' --script " + script + " --once --pause 0"});
+    std::optional<Card> asked;
+    until(
+        [&] {
+            for (auto& card : cards()) {
+                if (std::ranges::none_of(before, [&](const Card& old) { return old.id == card.id; }))
+                    asked = std::move(card);
+            }
+            return asked.has_value();
+        },
+        "the card of \"" + script + "\"");
+    return *asked;
+}
+
+std::string DesktopStage::pane(const std::string& script) const {
+    return run({"tmux", "capture-pane", "-p", "-J", "-t", script});
+}
+
+void DesktopStage::seeInPane(const std::string& script, const std::string& words) {
+    until([&] { return pane(script).find(words) != std::string::npos; }, "\"" + words + "\" in the pane");
+}
+
+void DesktopStage::until(const std::function<bool()>& condition, const std::string& what) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::duration<double>(limit);
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() >= deadline) {
+            throw std::runtime_error(
+                fmt::format("waited in vain for {}\nthe application {}, in front: {}\n{}\n{}", what,
+                    app && app->running() ? "runs" : "doesn't run", activeWindow(),
+                    reader ? reader->describe() : "", kept(folder / "app.log")));
+        }
+        const auto pause = std::chrono::steady_clock::now() + std::chrono::milliseconds(50);
+        while (std::chrono::steady_clock::now() < pause) { // the peers on the bus answer meanwhile
+            loop.drain();
+            if (!g_main_context_iteration(nullptr, FALSE))
+                g_usleep(5000);
+        }
+    }
+}
+
+} // namespace kelvadrome::test

@@ -1,0 +1,91 @@
+#pragma once
+
+#include "KelvadromeKit/wire/DaemonClient.h"
+
+#include "tests/live/desktop/Program.h"
+#include "tests/live/desktop/ScreenReader.h"
+#include "tests/platform/session/FakeNotificationServer.h"
+#include "tests/platform/session/FakeTrayWatcher.h"
+#include "tests/support/HeadlessDisplay.h"
+#include "tests/support/TemporaryFolder.h"
+
+namespace kelvadrome::test {
+
+/// A desktop of the test's own: display, window manager, session bus, screen reader, notification server and
+/// tray. On it the real program with its daemon, in a fresh home, and agents in tmux panes. Nothing of the
+/// user's is read or touched.
+class DesktopStage : public PrivateBus {
+protected:
+    static constexpr double limit = 25; // seconds; only a hung test ever sees it
+
+    void SetUp() override;
+    void TearDown() override;
+
+    // The application.
+    void startApp(const std::vector<std::string>& arguments = {});
+    /// A second start while the first runs; it ends by itself.
+    void startAgain(const std::vector<std::string>& arguments = {});
+    /// SIGTERM, and the exit that follows.
+    void quitApp();
+    /// From here on the daemon says that setup is over.
+    void finishSetupBeforehand();
+    /// From here on the daemon of this application says that it installs the agent.
+    void pretendInstalling(const std::string& agent);
+    /// The processes below the application's of this name.
+    std::vector<pid_t> childrenNamed(const std::string& name) const;
+    std::int64_t daemonPid();
+    std::vector<Card> cards();
+
+    // A person.
+    void keys(const std::string& chord); // "ctrl+p", or several with blanks
+    void type(const std::string& words);
+    std::string activeWindow() const;
+    ScreenReader::Thing see(const std::string& name, const std::string& role = {});
+    ScreenReader::Thing seePart(const std::string& words, const std::string& role = {});
+    void gone(const std::string& name, const std::string& role = {});
+    void press(const std::string& name, const std::string& role = {}) { reader->press(see(name, role)); }
+    /// Tab until that has the focus.
+    void tabTo(const std::string& name);
+    void waitActive(const std::string& window);
+    /// Whether the sidebar's row of this section is selected.
+    bool isSelected(const std::string& section) const;
+    void activateTrayItem();
+    /// Approves a high-risk card that the page shows, with the page's keys.
+    void approveOnPage();
+    /// Through the setup page to its end, with its keys.
+    void walkThroughSetup();
+    /// For a window's title.
+    void bringToFront(const std::string& window) {
+        run({"xdotool", "search", "--onlyvisible", "--name", exact(window), "windowactivate"});
+    }
+    void resize(const std::string& window, int width, int height);
+    std::string sizeOf(const std::string& window) const; // "1000x640"
+
+    // Agents.
+    /// Starts the sample agent in a pane of its own, and waits for its card.
+    Card startAgent(const std::string& script);
+    std::string pane(const std::string& script) const;
+    void seeInPane(const std::string& script, const std::string& words);
+
+    /// Waits for what another process does; a failure says how everything stood.
+    void until(const std::function<bool()>& condition, const std::string& what);
+
+    TemporaryFolder folder;
+    std::string bin = KELVADROME_BIN; // the folder of the program
+    std::unique_ptr<HeadlessDisplay> display;
+    std::unique_ptr<FakeNotificationServer> notifications;
+    std::unique_ptr<FakeTrayWatcher> tray;
+    std::unique_ptr<ScreenReader> reader;
+    std::unique_ptr<Program> app;
+
+private:
+    static std::string exact(const std::string& title) { return "^" + title + "$"; }
+    Program::Environment environment() const;
+    std::string node() const { return bin + "/resources/node/bin/node"; }
+    std::string run(const std::vector<std::string>& words) const { return output(words, environment()); }
+
+    std::unique_ptr<Program> windowManager_;
+    std::optional<DaemonClient> daemon_;
+};
+
+} // namespace kelvadrome::test

@@ -1,0 +1,50 @@
+#include "tests/live/desktop/DesktopStage.h"
+
+#include <csignal>
+
+namespace kelvadrome::test {
+namespace {
+
+constexpr const char* setup = "Set up kelvadrome";
+
+TEST_F(DesktopStage, aFirstStartLeadsThroughSetupAndAsksBeforeAnInstallIsLost) {
+    pretendInstalling("claude");
+    startApp();
+    waitActive(setup);
+
+    app->signal(SIGTERM);
+    see("Claude is installing. Quit anyway?");
+    see("The install stops with kelvadrome and shows as interrupted at the next start.");
+    press("Keep running", "button");
+    gone("Claude is installing. Quit anyway?");
+    EXPECT_TRUE(app->running());
+
+    // Closing asks once; "Finish later" leaves a line in the panel.
+    waitActive(setup);
+    keys("alt+F4");
+    see("Finish setup later?");
+    press("Keep going", "button");
+    gone("Finish setup later?");
+    waitActive(setup);
+    keys("alt+F4");
+    press("Finish later", "button");
+    until([&] { return activeWindow() != setup; }, "the setup window to close");
+    activateTrayItem();
+    see("3 short steps. Nothing installs or changes before you press.");
+    press("Finish setup", "button");
+    waitActive(setup);
+
+    // A second start brings setup back, not the main window.
+    keys("alt+F4");
+    press("Finish later", "button");
+    until([&] { return activeWindow() != setup; }, "the setup window to close");
+    startAgain();
+    waitActive(setup);
+
+    walkThroughSetup();
+    waitActive("kelvadrome");
+    EXPECT_FALSE(reader->find(setup));
+}
+
+} // namespace
+} // namespace kelvadrome::test

@@ -1,0 +1,90 @@
+#include "tests/live/desktop/Program.h"
+
+#include "KelvadromeKit/support/Text.h"
+
+#include <csignal>
+#include <stdexcept>
+#include <sys/prctl.h>
+
+namespace kelvadrome::test {
+
+namespace {
+
+/// For as long as it lives, the words or variables as GLib wants them.
+class Pointers {
+public:
+    explicit Pointers(std::vector<std::string> texts) : texts_(std::move(texts)) {
+        for (auto& text : texts_)
+            pointers_.push_back(text.data());
+        pointers_.push_back(nullptr);
+    }
+    char** get() { return pointers_.data(); }
+
+private:
+    std::vector<std::string> texts_;
+    std::vector<char*> pointers_;
+};
+
+std::vector<std::string> lines(const Program::Environment& environment) {
+    std::vector<std::string> lines;
+    for (const auto& [name, value] : environment)
+        lines.push_back(name + "=" + value);
+    return lines;
+}
+
+void endWithParent(gpointer) {
+    ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+}
+
+} // namespace
+
+Program::Program(
+    const std::vector<std::string>& words, const Environment& environment, const std::string& log) {
+    const OwnedObject<GSubprocessLauncher> launcher(
+        g_subprocess_launcher_new(static_cast<GSubprocessFlags>(G_SUBPROCESS_FLAGS_STDERR_MERGE)));
+    Pointers variables(lines(environment));
+    g_subprocess_launcher_set_environ(launcher.get(), variables.get());
+    g_subprocess_launcher_set_stdout_file_path(launcher.get(), log.c_str());
+    g_subprocess_launcher_set_child_setup(launcher.get(), &endWithParent, nullptr, nullptr);
+    Pointers arguments(words);
+    GError* error = nullptr;
+    process_.reset(g_subprocess_launcher_spawnv(launcher.get(), arguments.get(), &error));
+    if (!process_) {
+        const OwnedError owned(error);
+        throw std::runtime_error(error->message);
+    }
+    pid_ = static_cast<pid_t>(std::atoi(g_subprocess_get_identifier(process_.get())));
+}
+
+Program::~Program() {
+    g_subprocess_force_exit(process_.get());
+    g_subprocess_wait(process_.get(), nullptr, nullptr);
+}
+
+bool Program::running() const {
+    return g_subprocess_get_identifier(process_.get()) != nullptr;
+}
+
+void Program::signal(int number) {
+    g_subprocess_send_signal(process_.get(), number);
+}
+
+std::optional<int> Program::exitStatus() const {
+    if (running() || !g_subprocess_get_if_exited(process_.get()))
+        return std::nullopt;
+    return g_subprocess_get_exit_status(process_.get());
+}
+
+std::string output(const std::vector<std::string>& words, const Program::Environment& environment) {
+    Pointers arguments(words);
+    Pointers variables(lines(environment));
+    char* written = nullptr;
+    int status = 0;
+    const auto flags = static_cast<GSpawnFlags>(G_SPAWN_SEARCH_PATH | G_SPAWN_STDERR_TO_DEV_NULL);
+    const bool ran = g_spawn_sync(nullptr, arguments.get(), variables.get(), flags, nullptr, nullptr,
+        &written, nullptr, &status, nullptr);
+    const OwnedText owned(written);
+    return ran && status == 0 && written ? std::string(Text::trimWhitespace(written)) : std::string();
+}
+
+} // namespace kelvadrome::test

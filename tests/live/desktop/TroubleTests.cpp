@@ -1,0 +1,69 @@
+#include "tests/live/desktop/DesktopStage.h"
+
+#include <gmock/gmock.h>
+
+#include <csignal>
+#include <filesystem>
+
+namespace kelvadrome::test {
+namespace {
+
+bool alive(pid_t pid) {
+    return std::filesystem::exists("/proc/" + std::to_string(pid));
+}
+
+TEST_F(DesktopStage, whatTheApplicationLeansOnMayDieAndTheApplicationGoesOn) {
+    finishSetupBeforehand();
+    startApp();
+    waitActive("kelvadrome");
+    until([&] { return childrenNamed("WebKitWebProces").size() == 2; }, "the page's process and setup's");
+
+    // The page's process.
+    for (const auto pid : childrenNamed("WebKitWebProces"))
+        ::kill(pid, SIGKILL);
+    see("The page stopped working");
+    press("Try again", "button");
+    gone("The page stopped working");
+
+    // The notification server, the tray.
+    notifications.reset();
+    tray.reset();
+    startAgent("stop");
+    keys("ctrl+p");
+    see("Review in kelvadrome");
+    keys("Escape");
+    tray = std::make_unique<FakeTrayWatcher>(connection(), true);
+    until([&] { return !tray->items.empty(); }, "the item in the new tray");
+
+    // The daemon: what it knew is there again, and answers go out under a new session.
+    const auto before = daemonPid();
+    ::kill(static_cast<pid_t>(before), SIGKILL);
+    until(
+        [&] {
+            const auto now = daemonPid();
+            return now != 0 && now != before;
+        },
+        "another daemon");
+    EXPECT_THAT(cards(), testing::SizeIs(1));
+    const auto card = startAgent("menu");
+    activateTrayItem();
+    see("2 need you");
+    tabTo("PostgreSQL. Suggested. Holds 2 s so you can undo.");
+    keys("Return");
+    seeInPane("menu", "You chose: PostgreSQL");
+    keys("Escape");
+
+    // The page has the new session too.
+    waitActive("kelvadrome");
+    approveOnPage();
+    seeInPane("stop", "You chose: Approve");
+
+    // In order: the program last, its child and the socket before.
+    const auto child = static_cast<pid_t>(daemonPid());
+    quitApp();
+    EXPECT_FALSE(alive(child));
+    EXPECT_FALSE(std::filesystem::exists(folder / "home/kelvadromed.sock"));
+}
+
+} // namespace
+} // namespace kelvadrome::test
