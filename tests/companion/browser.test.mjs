@@ -1,9 +1,7 @@
 // The page in a real browser, as people use it: by keyboard and by pointer, while cards come and go and the daemon does, too.
 import { after, test as always } from 'node:test';
 import assert from 'node:assert/strict';
-import { spawn } from 'node:child_process';
-import { once } from 'node:events';
-import { World, until } from './world.mjs';
+import { World, agent, until } from './world.mjs';
 import { closeBrowser, open, renew, without } from './browser.mjs';
 
 const test = (name, run) => always(name, { skip: without }, run);
@@ -65,7 +63,7 @@ test('by pointer: defaults, a batch, own words that cannot be typed, and a dismi
   await card.getByRole('button', { name: 'Keep' }).click();
   await card.getByRole('button', { name: 'Dismiss…' }).click();
   await card.getByRole('button', { name: 'Dismiss', exact: true }).click();
-  await until(async () => !(await world.card(free)), 'the card is dismissed');
+  await world.closed(free);
 });
 
 test('a high risk is sent only after its review was confirmed', async (t) => {
@@ -145,17 +143,16 @@ test('a burst of a thousand questions is read a few times and shown in part', as
 
 test('the questions of agents that ended stand apart and are dismissed together', async (t) => {
   const world = await World.open(t);
-  const child = spawn(process.execPath, ['-e', 'setInterval(() => {}, 1e6)'], { stdio: 'ignore' });
-  const id = await world.ask({ live: { pid: child.pid, tty: 'pts/9', host: 'tmux', host_ref: '%9' } });
+  const child = agent(t);
+  const id = await world.ask({ live: child.live });
   const tab = await open(t, world);
-  child.kill('SIGKILL');
-  await once(child, 'exit');
-  await until(async () => { await world.advance(3); return (await world.card(id)).state === 'gone'; }, 'the card is gone');
+  await child.end();
+  await world.abandoned(id);
   await shows(tab.getByText('Claude Code has ended. Nobody is left to take an answer.'));
   assert.equal(await tab.locator(`#${id} .options`).count(), 0);
   await shows(tab.getByRole('heading', { name: 'All clear' }));
   await tab.getByRole('button', { name: 'Dismiss all' }).click();
-  await until(async () => !(await world.card(id)), 'it is dismissed');
+  await world.closed(id);
 });
 
 test('the shell steers the page, and hears of what the page does', async (t) => {

@@ -5,8 +5,6 @@ import { readdirSync, writeFileSync } from 'node:fs';
 import { join } from 'node:path';
 import { World, until } from './world.mjs';
 
-const reopened = (world, id) => until(async () => { const card = await world.card(id); return card?.state === 'open' && card; }, 'the card is open again');
-
 test('an answer that was on hold goes out after the restart, and only the asker who pressed could have typed it', async (t) => {
   const world = await World.open(t, { KELVADROME_TEST_HOLD_MS: '600000' });
   const before = await world.login();
@@ -21,7 +19,7 @@ test('an answer that was on hold goes out after the restart, and only the asker 
   const job = await after.claimOne();
   assert.equal(job.card_id, id);
   await after.report(job.id, 'refused', { reason: 'the answer was not pressed in this app' });
-  assert.equal((await reopened(world, id)).refs.last_refusal, 'the answer was not pressed in this app');
+  assert.equal((await world.reopened(id)).refs.last_refusal, 'the answer was not pressed in this app');
 });
 
 test('an undone hold stays undone', async (t) => {
@@ -46,9 +44,9 @@ test('a job that was claimed before the crash is not started after it', async (t
   const after = await world.login();
   assert.deepEqual(await after.report(job.id, 'start'), { proceed: false, reason: 'the job was claimed by another page session' });
   await after.report(job.id, 'refused', { reason: 'gone' });
-  assert.equal((await reopened(world, id)).refs.last_refusal, 'gone');
+  assert.equal((await world.reopened(id)).refs.last_refusal, 'gone');
   await world.advance(60);
-  assert.equal((await reopened(world, forgotten)).refs.last_refusal, 'the delivery was never begun');
+  assert.equal((await world.reopened(forgotten)).refs.last_refusal, 'the delivery was never begun');
 });
 
 test('a job that was typing during the crash is reported by the new session, or ends as unfinished', async (t) => {
@@ -63,14 +61,13 @@ test('a job that was typing during the crash is reported by the new session, or 
   assert.deepEqual(await after.report(jobs[0].id, 'done', { path: 'host' }), { accepted: true });
   assert.equal(await world.card(id), undefined);
   await world.advance(60);
-  assert.match((await reopened(world, mute)).refs.last_refusal, /never reported\. Some keys may have been typed/);
+  assert.match((await world.reopened(mute)).refs.last_refusal, /never reported\. Some keys may have been typed/);
 });
 
 test('a reported job stays reported, and an ask that is repeated after a crash makes no second card', async (t) => {
   const world = await World.open(t);
   const page = await world.login();
-  const id = await world.askAndAnswer(page, { ask_id: 'the-same' });
-  const job = await page.claimOne();
+  const { id, job } = await world.answered(page, { ask_id: 'the-same' });
   await page.report(job.id, 'start');
   await page.report(job.id, 'done');
   await world.restart();

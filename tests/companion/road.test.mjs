@@ -3,9 +3,6 @@ import { test } from 'node:test';
 import assert from 'node:assert/strict';
 import { World, until } from './world.mjs';
 
-const gone = (world, id) => until(async () => !(await world.card(id)), 'the card is closed');
-const reopened = (world, id) => until(async () => { const card = await world.card(id); return card.state === 'open' && card; }, 'the card is open again');
-
 test('an answer goes from ask to typed: held, armed, claimed, started, done', async (t) => {
   const world = await World.open(t, { KELVADROME_TEST_HOLD_MS: '' });
   const page = await world.login();
@@ -30,7 +27,10 @@ test('an answer goes from ask to typed: held, armed, claimed, started, done', as
   assert.equal((await world.card(id)).state, 'armed');
   assert.deepEqual(await page.report(job.id, 'start'), { proceed: true });
   assert.deepEqual(await page.report(job.id, 'start'), { proceed: false, reason: 'the job was started before' });
+  const setupIsOver = async () => (await world.ok('/v1/onboarding/status')).completed;
+  assert.equal(await setupIsOver(), false);
   await page.report(job.id, 'done', { path: 'host' });
+  assert.equal(await setupIsOver(), true, 'once an answer has arrived');
 
   assert.equal(await world.card(id), undefined);
   assert.deepEqual((await world.receipts()).map((receipt) => receipt.action), ['answer.typed', 'answer.held']);
@@ -94,14 +94,12 @@ test('the answer is typed as the kind of question wants it', async (t) => {
     [{ options: [], menu: false, kind: 'batch', rows }, 'just start', [{ kind: 'text', text: 'just start' }]],
   ];
   for (const [ask, answer, steps] of cases) {
-    await world.askAndAnswer(page, ask, answer);
-    const job = await page.claimOne();
+    const { job } = await world.answered(page, ask, answer);
     assert.deepEqual(job.steps, steps);
     assert.equal('screen' in job, false);
   }
   for (const [answer, want, keys] of [['Yes, I trust this folder', 'trust', ['down', 'enter']], ['No, exit', 'exit', ['enter']]]) {
-    await world.askAndAnswer(page, { options: undefined, menu: undefined, screen: { profile: 'claude_trust', folder: '/a b' } }, answer);
-    const job = await page.claimOne();
+    const { job } = await world.answered(page, { options: undefined, menu: undefined, screen: { profile: 'claude_trust', folder: '/a b' } }, answer);
     assert.deepEqual(job.screen, { profile: 'claude_trust', folder: '/a b', want });
     assert.deepEqual(job.steps, keys.map((key) => ({ kind: 'nav', key })));
   }
@@ -170,7 +168,7 @@ test('a refused or failed job opens the card again as it was, with the reason', 
   };
   const refused = await answerAndClaim();
   await page.report(refused.id, 'refused', { reason: 'the agent process ended', path: 'host' });
-  let card = await reopened(world, id);
+  let card = await world.reopened(id);
   assert.deepEqual([card.body, card.refs], ['the body', { pr: '12', last_refusal: 'the agent process ended' }]);
   assert.equal(card.version, 4);
   assert.match((await world.receipts())[0].line, /the agent process ended\. Nothing was typed/);
@@ -180,7 +178,7 @@ test('a refused or failed job opens the card again as it was, with the reason', 
   const failed = await answerAndClaim();
   assert.deepEqual(await page.report(failed.id, 'start'), { proceed: true });
   await page.report(failed.id, 'failed', { reason: 'stopped after 1 of 2 steps: x', path: 'host' });
-  card = await reopened(world, id);
+  card = await world.reopened(id);
   assert.match(card.refs.last_refusal, /Some keys may have been typed/);
   assert.deepEqual(await page.report(failed.id, 'done'), { accepted: false, reason: 'the job is over' });
   assert.equal((await world.card(id)).state, 'open');
@@ -192,44 +190,40 @@ test('a job that nobody starts expires; one that was started and never reported 
   const unclaimed = await world.askAndAnswer(page);
   await until(async () => (await world.card(unclaimed)).state === 'armed', 'the answer is armed');
   await world.advance(60);
-  assert.equal((await reopened(world, unclaimed)).refs.last_refusal, 'nobody took the answer in time');
+  assert.equal((await world.reopened(unclaimed)).refs.last_refusal, 'nobody took the answer in time');
 
-  const claimed = await world.askAndAnswer(page);
-  const idle = await page.claimOne();
+  const { id: claimed, job: idle } = await world.answered(page);
   await world.advance(60);
-  assert.equal((await reopened(world, claimed)).refs.last_refusal, 'the delivery was never begun');
+  assert.equal((await world.reopened(claimed)).refs.last_refusal, 'the delivery was never begun');
   assert.deepEqual(await page.report(idle.id, 'start'), { proceed: false, reason: 'the job expired' });
 
-  const started = await world.askAndAnswer(page);
-  const slow = await page.claimOne();
+  const { id: started, job: slow } = await world.answered(page);
   await world.advance(40);
   assert.deepEqual(await page.report(slow.id, 'start'), { proceed: true });
   // Its typing gets a full term of its own, past the job's.
   await world.advance(40);
   assert.equal((await world.card(started)).state, 'armed');
   await world.advance(20);
-  assert.match((await reopened(world, started)).refs.last_refusal, /Some keys may have been typed/);
+  assert.match((await world.reopened(started)).refs.last_refusal, /Some keys may have been typed/);
   assert.deepEqual(await page.report(slow.id, 'done'), { accepted: true });
-  await gone(world, started);
+  await world.closed(started);
 });
 
 test('a withdrawn question stops its job before the first key, and lets one that types come to its end', async (t) => {
   const world = await World.open(t);
   const page = await world.login();
-  const stopped = await world.askAndAnswer(page);
-  const early = await page.claimOne();
+  const { id: stopped, job: early } = await world.answered(page);
   assert.equal((await world.ok('/v1/ask/withdraw', { card_id: stopped })).outcome, 'withdrawn');
   assert.deepEqual(await page.report(early.id, 'start'), { proceed: false, reason: 'the question was withdrawn' });
   assert.deepEqual(await page.report(early.id, 'refused', { reason: 'x' }), { accepted: false, reason: 'the job is over' });
 
   // The agent takes its question back because it got the typed answer, a moment before the report says so.
   for (const [outcome, action] of [['done', 'answer.typed'], ['failed', 'answer.failed']]) {
-    const id = await world.askAndAnswer(page);
-    const job = await page.claimOne();
+    const { id, job } = await world.answered(page);
     await page.report(job.id, 'start');
     assert.equal((await world.ok('/v1/ask/withdraw', { card_id: id })).state, 'armed');
     await page.report(job.id, outcome, { reason: outcome === 'done' ? undefined : 'the terminal did not take the keys' });
-    await gone(world, id);
+    await world.closed(id);
     assert.equal((await world.receipts())[0].action, action);
   }
 });
@@ -247,9 +241,9 @@ test('an answer for a waiting asker is handed over once it waits, and comes back
   const left = await world.askAndAnswer(page, { wait: true });
   await until(async () => (await world.card(left)).state === 'armed', 'the answer is ready');
   await world.advance(60);
-  assert.equal((await reopened(world, left)).refs.last_refusal, 'the asker no longer waits');
+  assert.equal((await world.reopened(left)).refs.last_refusal, 'the asker no longer waits');
 
   const kept = await world.askAndAnswer(page, { live: undefined });
-  await gone(world, kept);
+  await world.closed(kept);
   assert.equal((await world.ok('/v1/ask/wait', { card_id: kept, wait_ms: 0 })).answer, 'Yes');
 });

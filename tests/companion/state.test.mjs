@@ -1,42 +1,22 @@
 // What the daemon keeps beside the questions: who is gone, what was reviewed, how far setup is, and the port of last time.
 import { test } from 'node:test';
 import assert from 'node:assert/strict';
-import { spawn } from 'node:child_process';
 import { once } from 'node:events';
 import { createServer } from 'node:net';
 import { chmodSync, mkdirSync, writeFileSync } from 'node:fs';
 import { join } from 'node:path';
-import { World, until } from './world.mjs';
-
-/** A process that stands for an agent and can be ended. */
-function agent(t) {
-  const child = spawn(process.execPath, ['-e', 'setInterval(() => {}, 1e6)'], { stdio: 'ignore' });
-  t.after(() => child.kill('SIGKILL'));
-  return child;
-}
-
-async function end(child) {
-  child.kill('SIGKILL');
-  await once(child, 'exit');
-}
-
-const liveOf = (child, more) => ({ pid: child.pid, tty: 'pts/9', host: 'tmux', host_ref: '%9', ...more });
-const gone = (world, id) => until(async () => {
-  await world.advance(3);
-  const card = await world.card(id);
-  return card.state === 'gone' && card;
-}, 'the card is gone');
+import { World, agent } from './world.mjs';
 
 test('the question of an agent that ended can no longer be answered, counts no longer, and is dismissed', async (t) => {
   const world = await World.open(t);
   const page = await world.login();
   const child = agent(t);
-  const id = await world.ask({ topic: 'Storage', live: liveOf(child) });
+  const id = await world.ask({ topic: 'Storage', live: child.live });
   const [alive, kept] = [await world.ask(), await world.ask({ live: undefined, menu: false })];
   await world.advance(20);
   assert.equal((await world.card(id)).state, 'open');
-  await end(child);
-  const card = await gone(world, id);
+  await child.end();
+  const card = await world.abandoned(id);
   assert.equal(card.version, 2);
   const refused = await page.post('/v1/cards/answer', { card_id: id, version: 2, answer: 'Yes' });
   assert.deepEqual([refused.status, refused.error.code], [409, 'stale']);
@@ -55,13 +35,12 @@ test('an answer under way when its agent ends is refused properly first', async 
   const world = await World.open(t);
   const page = await world.login();
   const child = agent(t);
-  const id = await world.askAndAnswer(page, { live: liveOf(child) });
-  const job = await page.claimOne();
-  await end(child);
+  const { id, job } = await world.answered(page, { live: child.live });
+  await child.end();
   await world.advance(20);
   assert.equal((await world.card(id)).state, 'armed');
   await page.report(job.id, 'refused', { reason: 'the agent process ended' });
-  assert.equal((await gone(world, id)).refs.last_refusal, 'the agent process ended');
+  assert.equal((await world.abandoned(id)).refs.last_refusal, 'the agent process ended');
 });
 
 test('a high risk is answered only as it was reviewed', async (t) => {
@@ -114,17 +93,6 @@ test('setup tells what is true: the folder, the agents on this machine, and when
   await page.ok('/v1/onboarding/finish');
   await world.restart();
   assert.deepEqual([(await status()).completed, (await status()).folder], [true, work]);
-});
-
-test('setup is over, too, once an answer has arrived', async (t) => {
-  const world = await World.open(t);
-  const page = await world.login();
-  await world.askAndAnswer(page);
-  const job = await page.claimOne();
-  await page.report(job.id, 'start');
-  assert.equal((await world.ok('/v1/onboarding/status')).completed, false);
-  await page.report(job.id, 'done');
-  assert.equal((await world.ok('/v1/onboarding/status')).completed, true);
 });
 
 test('the page port of last time is taken again when it is free', async (t) => {

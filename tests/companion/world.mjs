@@ -1,5 +1,6 @@
 // A private world for one test: the real daemon in a home of its own, with the means to end, stop and look at it.
 import { spawn, execFile } from 'node:child_process';
+import { once } from 'node:events';
 import { mkdtempSync, rmSync } from 'node:fs';
 import { request } from 'node:http';
 import { tmpdir } from 'node:os';
@@ -9,6 +10,18 @@ import { fileURLToPath } from 'node:url';
 export const COMPANION = fileURLToPath(new URL('../../companion/', import.meta.url));
 export const KD = join(COMPANION, 'dist/bin.js');
 export const PAGE_KEY = 'k'.repeat(43);
+
+/** A process that stands for an agent in a pane; `end` ends it. */
+export function agent(t) {
+  const child = spawn(process.execPath, ['-e', 'setInterval(() => {}, 1e6)'], { stdio: 'ignore' });
+  t.after(() => child.kill('SIGKILL'));
+  child.live = { pid: child.pid, tty: 'pts/9', host: 'tmux', host_ref: '%9' };
+  child.end = async () => {
+    child.kill('SIGKILL');
+    await once(child, 'exit');
+  };
+  return child;
+}
 
 /** Waits until `condition` gives something truthy and gives that; fails with `message` after 30 s. */
 export async function until(condition, message, limitMs = 30_000) {
@@ -156,6 +169,23 @@ export class World {
     const id = await this.ask(more);
     await page.ok('/v1/cards/answer', { card_id: id, version: 1, answer });
     return id;
+  }
+
+  /** The same, and the job that comes of it. */
+  async answered(page, more, answer) {
+    const id = await this.askAndAnswer(page, more, answer);
+    return { id, job: await page.claimOne() };
+  }
+
+  reopened(id) { return until(async () => { const card = await this.card(id); return card?.state === 'open' && card; }, 'the card is open again'); }
+  closed(id) { return until(async () => !(await this.card(id)), 'the card is closed'); }
+  /** A card whose agent has ended; looks for ended agents come every few seconds. */
+  abandoned(id) {
+    return until(async () => {
+      await this.advance(3);
+      const card = await this.card(id);
+      return card.state === 'gone' && card;
+    }, 'the card is gone');
   }
 
   kd(args, options = {}) {
