@@ -24,7 +24,6 @@ target_compile_options(kelvadrome_options INTERFACE
 if(CMAKE_UNITY_BUILD)
     # What takes most of the time of a source is to load the precompiled header, so that eight at once are built
     # four times as fast. GCC then takes the frames of coroutines for types that other sources see.
-    set(CMAKE_UNITY_BUILD_BATCH_SIZE 8)
     target_compile_options(kelvadrome_options INTERFACE -Wno-subobject-linkage)
 endif()
 if(KELVADROME_SANITIZE)

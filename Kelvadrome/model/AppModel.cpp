@@ -7,7 +7,6 @@ namespace kelvadrome {
 namespace {
 
 constexpr double startTimeout = 15.0;
-constexpr double healthTimeout = 3.0;
 constexpr double pollPause = 5.0;
 constexpr double streamPause = 2.0;
 constexpr double silenceLimit = 20.0; // without a refresh for longer than this, the poll does one

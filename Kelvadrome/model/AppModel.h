@@ -135,6 +135,8 @@ public:
     WebController& web() { return *d_.web; }
 
 private:
+    static constexpr double healthTimeout = 3.0; // seconds
+
     explicit AppModel(Dependencies dependencies);
 
     /// Equal values change nothing and tell nobody.

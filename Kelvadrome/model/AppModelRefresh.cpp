@@ -10,7 +10,6 @@ namespace kelvadrome {
 namespace {
 
 constexpr double coalescePause = 0.2;
-constexpr double healthTimeout = 3.0;
 constexpr std::int64_t receiptLimit = 200;
 
 std::tm localTime(WallTime time) {
