@@ -277,6 +277,7 @@ private:
             co_return;
         self->watching_.cancel();
         self->hub_.deliver->stop();
+        self->window_->rememberSize();
         self->hub_.defaults->synchronize();
         self->screen_->forget();
         self->page_->setTroubleChanged({});

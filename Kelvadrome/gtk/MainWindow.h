@@ -27,12 +27,13 @@ public:
 
     void show(const AppState& state);
     void focusSearch();
+    /// In the defaults; hiding the window does so too.
+    void rememberSize();
 
 private:
     void makeToolbar();
     void makeBody();
     void restoreSize();
-    void rememberSize();
     void showNotice(const AppState& state);
 
     std::shared_ptr<AppModel> model_;
