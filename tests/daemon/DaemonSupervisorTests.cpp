@@ -49,19 +49,11 @@ TEST_F(DaemonSupervisorTest, whatKeepsAChildFromStartingIsSaidInItsOwnWords) {
         std::function<void()> spoil;
         std::string words;
     };
-    const std::string missing = "The bundled daemon is missing. Rebuild the app with scripts/macos/build.sh.";
     std::vector<Row> rows = {
         {"an old Node", [&] { launcher->version = "v22.12.0\n"; },
             "Node v22.12.0 is too old. kelvadrome needs Node 22.13 or later."},
-        {"a mute Node", [&] { launcher->version = std::nullopt; },
-            "Node ? is too old. kelvadrome needs Node 22.13 or later."},
-        {"no launcher", [&] { fs::remove(folder / "res/kelvadrome/kelvadromed-app.mjs"); }, missing},
-        {"no resources",
-            [&] {
-                processEnvironment["PATH"] = folder / "res/node/bin";
-                env.resources.reset();
-            },
-            missing},
+        {"no launcher", [&] { fs::remove(folder / "res/kelvadrome/kelvadromed-app.mjs"); },
+            "The bundled daemon is missing. Rebuild the app with scripts/macos/build.sh."},
         {"a home that can't be made",
             [&] {
                 std::ofstream(folder / "file") << "";
@@ -193,24 +185,18 @@ TEST_F(DaemonSupervisorTest, cancellationEndsTheWaitForAChildAndTheChild) {
 
 TEST_F(DaemonSupervisorTest, theLogTailKeepsTheLastFortyLinesOfThreeHundredCharacters) {
     spawnHealthy();
-    std::string lines;
+    std::string words, wide;
     for (int i = 1; i <= 41; ++i)
-        lines += fmt::format("line {}\n\n", i);
-    child().say(lines);
-    loop.drain();
-    auto tail = status().logTail;
-    ASSERT_EQ(tail.size(), 40U);
-    EXPECT_EQ(tail.front(), "line 2");
-    EXPECT_EQ(tail.back(), "line 41");
-
-    std::string wide;
+        words += fmt::format("line {}\n\n", i);
     for (int i = 0; i < 301; ++i)
         wide += "é";
+    child().say(words);
     child().say(wide + "\nbad \xff byte");
     loop.drain();
-    tail = status().logTail;
+    const auto tail = status().logTail;
     ASSERT_EQ(tail.size(), 40U);
     EXPECT_EQ(tail.front(), "line 4");
+    EXPECT_EQ(tail[37], "line 41");
     EXPECT_EQ(tail[38], wide.substr(0, 600));
     EXPECT_EQ(tail.back(), "bad \xEF\xBF\xBD byte");
 }
