@@ -2,6 +2,7 @@
 
 #include "Kelvadrome/gtk/WindowHints.h"
 
+#include <gdkmm/surface.h>
 #include <gtkmm/eventcontrollerkey.h>
 #include <gtkmm/shortcutcontroller.h>
 
@@ -48,7 +49,15 @@ PanelWindow::PanelWindow(
         if (!is_active() && get_visible())
             set_visible(false);
     });
+    // Its size is known only after it has been mapped, and grows with its rows.
+    signal_realize().connect([this] {
+        get_surface()->signal_layout().connect([this](int, int height) {
+            if (get_mapped() && height != std::exchange(placedHeight_, height))
+                WindowHints::panel(*this, place_);
+        });
+    });
     signal_map().connect([this] {
+        placedHeight_ = 0;
         WindowHints::panel(*this, place_);
         view_.setShown(true);
     });

@@ -22,6 +22,7 @@ private:
     Gtk::ScrolledWindow scroller_;
     PanelView view_;
     std::optional<std::pair<int, int>> place_;
+    int placedHeight_ = 0; // for which it was placed last
 };
 
 } // namespace kelvadrome

@@ -28,6 +28,7 @@ AgentStripWindow::AgentStripWindow(std::function<void()> open) {
     press_.signal_clicked().connect(std::move(open));
     handle_.set_child(press_);
     set_child(handle_);
+    signal_realize().connect([this] { WindowHints::refuseFocus(*this); });
     signal_map().connect([this] {
         if (!std::exchange(placed_, true))
             WindowHints::strip(*this);

@@ -1,5 +1,6 @@
 #include "Kelvadrome/gtk/WindowHints.h"
 
+#include <X11/Xatom.h>
 #include <algorithm>
 #include <cmath>
 #include <gdk/wayland/gdkwayland.h>
@@ -66,6 +67,16 @@ void setDesktop(const XWindow& window, long desktop) {
         SubstructureRedirectMask | SubstructureNotifyMask, &event);
 }
 
+void dropProtocol(const XWindow& window, const char* name) {
+    Atom* protocols = nullptr;
+    int count = 0;
+    if (!XGetWMProtocols(window.display, window.id, &protocols, &count))
+        return;
+    auto* const end = std::remove(protocols, protocols + count, atom(window, name));
+    XSetWMProtocols(window.display, window.id, protocols, static_cast<int>(end - protocols));
+    XFree(protocols);
+}
+
 constexpr long everyDesktop = 0xFFFFFFFF;
 
 /// The part of the first screen that panels and docks leave free.
@@ -112,14 +123,30 @@ void panel(Gtk::Window& window, std::optional<std::pair<int, int>> place) {
     moveTo(*x11, x, std::max(y, area.y));
 }
 
-void strip(Gtk::Window& window) {
+void refuseFocus(Gtk::Window& window) {
     const auto x11 = xWindow(window);
     if (!x11)
         return;
     XWMHints hints{};
-    hints.flags = InputHint;
+    if (auto* const present = XGetWMHints(x11->display, x11->id)) {
+        hints = *present;
+        XFree(present);
+    }
+    hints.flags |= InputHint;
     hints.input = False;
     XSetWMHints(x11->display, x11->id, &hints);
+    // With this one a window is asked to take the focus by itself, and the toolkit would.
+    dropProtocol(*x11, "WM_TAKE_FOCUS");
+    const unsigned long never = 0;
+    XChangeProperty(x11->display, x11->id, atom(*x11, "_NET_WM_USER_TIME"), XA_CARDINAL, 32, PropModeReplace,
+        reinterpret_cast<const unsigned char*>(&never), 1);
+}
+
+void strip(Gtk::Window& window) {
+    const auto x11 = xWindow(window);
+    if (!x11)
+        return;
+    refuseFocus(window); // again: mapping it wrote the toolkit's own hints
     setState(*x11, true,
         {"_NET_WM_STATE_ABOVE", "_NET_WM_STATE_STICKY", "_NET_WM_STATE_SKIP_TASKBAR",
             "_NET_WM_STATE_SKIP_PAGER"});

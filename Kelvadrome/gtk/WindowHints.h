@@ -13,6 +13,10 @@ namespace kelvadrome::WindowHints {
 /// end of the screen. The window must be mapped.
 void panel(Gtk::Window& window, std::optional<std::pair<int, int>> place);
 
+/// The window never takes the focus, not even when it appears. To be said when it is realised, which is
+/// before it is mapped.
+void refuseFocus(Gtk::Window& window);
+
 /// The strip: above all others, on every desktop, out of the task bar, taking no focus; with its upper left
 /// corner 300 points from the work area's right edge and 56 from its upper edge. To be set when it is mapped
 /// first.

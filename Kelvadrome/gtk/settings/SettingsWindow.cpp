@@ -31,6 +31,7 @@ SettingsWindow::SettingsWindow(std::shared_ptr<SettingsModel> model)
     window_->set_title("Settings");
     window_->set_default_size(width, height);
     window_->set_hide_on_close(true);
+    window_->set_modal(false); // what it opens, such as the page, must be usable
     adw_preferences_window_set_search_enabled(adw_, TRUE);
     for (const auto tab : allSettingsTabs)
         pages_[static_cast<std::size_t>(tab)] = makePage(tab);
