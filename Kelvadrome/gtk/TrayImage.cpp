@@ -1,5 +1,6 @@
 #include "Kelvadrome/gtk/TrayImage.h"
 
+#include "Kelvadrome/gtk/WordmarkPath.h"
 #include "KelvadromeKit/brand/Wordmark.h"
 
 #include <cairomm/context.h>
@@ -19,8 +20,8 @@ constexpr double side = 64;
 constexpr double cornerRadius = 13;
 constexpr double markScale = 0.8;
 constexpr double markX = 28, markY = 32; // the mark's centre in its own units
-constexpr double badgeRadius = 19;
-constexpr double badgeX = side - badgeRadius, badgeY = badgeRadius;
+constexpr double badgeRadius = 17;
+constexpr double badgeX = side - badgeRadius, badgeY = side - badgeRadius;
 
 void roundedSquare(const Context& cairo) {
     constexpr double quarter = std::numbers::pi / 2;
@@ -35,23 +36,6 @@ void roundedSquare(const Context& cairo) {
     cairo->close_path();
 }
 
-struct Pen {
-    const Context& cairo;
-
-    void operator()(const Wordmark::Move& to) const { cairo->move_to(to.x, to.y); }
-    void operator()(const Wordmark::Line& to) const { cairo->line_to(to.x, to.y); }
-    void operator()(const Wordmark::Quad& to) const {
-        double x = 0, y = 0;
-        cairo->get_current_point(x, y);
-        cairo->curve_to(x + (to.cx - x) * 2 / 3, y + (to.cy - y) * 2 / 3, to.x + (to.cx - to.x) * 2 / 3,
-            to.y + (to.cy - to.y) * 2 / 3, to.x, to.y);
-    }
-    void operator()(const Wordmark::Cubic& to) const {
-        cairo->curve_to(to.c1x, to.c1y, to.c2x, to.c2y, to.x, to.y);
-    }
-    void operator()(const Wordmark::Close&) const { cairo->close_path(); }
-};
-
 void drawMark(const Context& cairo) {
     roundedSquare(cairo);
     cairo->set_source_rgb(0.13, 0.40, 0.77);
@@ -61,8 +45,7 @@ void drawMark(const Context& cairo) {
     cairo->scale(markScale, markScale);
     cairo->translate(-markX, -markY);
     static const auto commands = Wordmark::parse(Wordmark::dotPath);
-    for (const auto& command : commands)
-        std::visit(Pen{cairo}, command);
+    addToPath(*cairo.get(), commands);
     cairo->set_source_rgb(1, 1, 1);
     cairo->fill();
     cairo->restore();
@@ -79,7 +62,7 @@ void drawCount(const Context& cairo, std::int64_t count) {
     cairo->fill();
     cairo->select_font_face(
         "sans-serif", Cairo::ToyFontFace::Slant::NORMAL, Cairo::ToyFontFace::Weight::BOLD);
-    cairo->set_font_size(words.size() > 1 ? 24 : 32);
+    cairo->set_font_size(words.size() > 1 ? 22 : 29);
     Cairo::TextExtents extents;
     cairo->get_text_extents(words, extents);
     cairo->move_to(

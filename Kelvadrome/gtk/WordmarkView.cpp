@@ -1,6 +1,7 @@
 #include "Kelvadrome/gtk/WordmarkView.h"
 
 #include "Kelvadrome/gtk/AccessibleName.h"
+#include "Kelvadrome/gtk/WordmarkPath.h"
 #include "KelvadromeKit/brand/Wordmark.h"
 #include "KelvadromeKit/support/Log.h"
 
@@ -25,28 +26,9 @@ Commands parsed(std::string_view path) {
     }
 }
 
-/// Adds one command to the path; cairo has no quadratic curves, but each is a cubic one.
-struct Pen {
-    Cairo::Context& on;
-
-    void operator()(const Wordmark::Move& to) const { on.move_to(to.x, to.y); }
-    void operator()(const Wordmark::Line& to) const { on.line_to(to.x, to.y); }
-    void operator()(const Wordmark::Quad& to) const {
-        double x = 0, y = 0;
-        on.get_current_point(x, y);
-        on.curve_to(x + (to.cx - x) * 2 / 3, y + (to.cy - y) * 2 / 3, to.x + (to.cx - to.x) * 2 / 3,
-            to.y + (to.cy - to.y) * 2 / 3, to.x, to.y);
-    }
-    void operator()(const Wordmark::Cubic& to) const {
-        on.curve_to(to.c1x, to.c1y, to.c2x, to.c2y, to.x, to.y);
-    }
-    void operator()(const Wordmark::Close&) const { on.close_path(); }
-};
-
 void fill(const Cairo::RefPtr<Cairo::Context>& on, const Commands& commands, const Gdk::RGBA& colour) {
     on->begin_new_path();
-    for (const auto& command : commands)
-        std::visit(Pen{*on.get()}, command);
+    addToPath(*on.get(), commands);
     Gdk::Cairo::set_source_rgba(on, colour);
     on->fill();
 }
