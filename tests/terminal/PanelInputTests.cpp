@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <map>
 #include <string>
 #include <vector>
 
@@ -252,27 +253,12 @@ TEST(TerminalKeys, unknownSequencesAndAltAreNothing) {
     bool pasting = false;
     const auto read = [&](const std::vector<RawKey>& batch) {
         std::string all;
+        static const std::map<Key::Kind, std::string> names = {{Key::Kind::text, ""},
+            {Key::Kind::escape, "<esc>"}, {Key::Kind::enter, "<enter>"}, {Key::Kind::up, "<up>"},
+            {Key::Kind::control, "^"}};
         for (const auto& key : keysFrom(batch, pasting)) {
-            switch (key.kind) {
-            case Key::Kind::text:
-                all += key.text;
-                break;
-            case Key::Kind::escape:
-                all += "<esc>";
-                break;
-            case Key::Kind::enter:
-                all += "<enter>";
-                break;
-            case Key::Kind::up:
-                all += "<up>";
-                break;
-            case Key::Kind::control:
-                all += "^" + key.text;
-                break;
-            default:
-                all += "<other>";
-                break;
-            }
+            const auto name = names.find(key.kind);
+            all += name == names.end() ? "<other>" : name->second + key.text;
         }
         return all;
     };

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <map>
 #include <string>
 #include <vector>
 
@@ -81,44 +82,18 @@ namespace {
 
 /// A script of keys: "<" left, ">" right, "-" backspace, "." delete, "^a" and so on, anything else is typed.
 std::string edited(const std::string& script) {
+    static const std::map<std::string, void (LineEditor::*)()> keys = {{"<", &LineEditor::left},
+        {">", &LineEditor::right}, {"-", &LineEditor::backspace}, {".", &LineEditor::deleteForward},
+        {"^a", &LineEditor::home}, {"^e", &LineEditor::end}, {"^u", &LineEditor::killToStart},
+        {"^k", &LineEditor::killToEnd}, {"^w", &LineEditor::killWord}};
     LineEditor editor;
     for (std::size_t i = 0; i < script.size(); ++i) {
-        switch (script[i]) {
-        case '<':
-            editor.left();
-            break;
-        case '>':
-            editor.right();
-            break;
-        case '-':
-            editor.backspace();
-            break;
-        case '.':
-            editor.deleteForward();
-            break;
-        case '^':
-            switch (script[++i]) {
-            case 'a':
-                editor.home();
-                break;
-            case 'e':
-                editor.end();
-                break;
-            case 'u':
-                editor.killToStart();
-                break;
-            case 'k':
-                editor.killToEnd();
-                break;
-            case 'w':
-                editor.killWord();
-                break;
-            }
-            break;
-        default:
-            editor.insert(script.substr(i, 1));
-            break;
-        }
+        const auto word = script[i] == '^' ? script.substr(i++, 2) : script.substr(i, 1);
+        const auto key = keys.find(word);
+        if (key == keys.end())
+            editor.insert(word);
+        else
+            (editor.*key->second)();
     }
     return editor.text().substr(0, editor.cursor()) + "|" + editor.text().substr(editor.cursor());
 }
