@@ -14,16 +14,12 @@ TEST(Wordmark, pathsAreReadIntoCommands) {
     const struct {
         const char* text;
         Commands commands;
-    } rows[] = {
-        {"", {}},
-        {"M 1 2 L 3 4 Z", {Move{1, 2}, Line{3, 4}, Close{}}},
-        {"1 2", {Move{1, 2}}},
+    } rows[] = {{"", {}}, {"M 1 2 L 3 4 Z", {Move{1, 2}, Line{3, 4}, Close{}}}, {"1 2", {Move{1, 2}}},
         {"1 2 3 4 Z Z", {Move{1, 2}, Line{3, 4}, Close{}, Close{}}},
         {"Q 1 2 3 4 5 6 7 8", {Quad{1, 2, 3, 4}, Quad{5, 6, 7, 8}}},
         {"C 1 2 3 4 5 6 7 8 9 10 11 12", {Cubic{1, 2, 3, 4, 5, 6}, Cubic{7, 8, 9, 10, 11, 12}}},
         {"M1,2-3-4.5", {Move{1, 2}, Line{-3, -4.5}}},
-        {"M+1 .5Z M 2. \n3", {Move{1, .5}, Close{}, Move{2, 3}}},
-    };
+        {"M+1 .5Z M 2. \n3", {Move{1, .5}, Close{}, Move{2, 3}}}};
     for (const auto& row : rows)
         EXPECT_EQ(parse(row.text), row.commands) << row.text;
 }

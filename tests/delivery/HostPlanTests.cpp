@@ -208,11 +208,8 @@ TEST(HostPlan, everyPidThatHerdrNamesIsFound) {
         {R"({"panes":[{"pid":12,"shell_pid":"x","kids":[{"pid":13}]}]})", {12, 13}},
         {R"([{"shell_pid":7},{"pid":{"pid":8}},{"pid":[{"pid":9},10]}])", {7, 8, 9}},
         {R"({"pid":"14","PID":15,"parent_pid":16,"pid2":17})", {}},
-        {R"({"pid":1.5,"shell_pid":true,"x":null})", {}},
-        {R"({"pid":12} trailing)", {}},
-        {"12", {}},
-        {std::string(5000, '['), {}},
-    };
+        {R"({"pid":1.5,"shell_pid":true,"x":null})", {}}, {R"({"pid":12} trailing)", {}}, {"12", {}},
+        {std::string(5000, '['), {}}};
     for (const auto& [output, pids] : rows)
         EXPECT_EQ(HostPlan::herdrPids(output), pids) << output.substr(0, 80);
 }

@@ -99,24 +99,14 @@ TEST(ShellLine, onlyTheTemplatesPass) {
         const char* cwd;
         Words argv;
         bool passes;
-    } rows[] = {
-        {"/w", {"grok"}, true},
-        {"/w", {"claude", id}, true},
-        {"/w", {"claude", "--resume", id}, true},
-        {"/w", {"claude", "-r", id}, true},
-        {"/w", {"vim"}, false},
-        {"/w", {"/bin/claude"}, false},
-        {"/w", {"claude", "--resume"}, false},
+    } rows[] = {{"/w", {"grok"}, true}, {"/w", {"claude", id}, true},
+        {"/w", {"claude", "--resume", id}, true}, {"/w", {"claude", "-r", id}, true}, {"/w", {"vim"}, false},
+        {"/w", {"/bin/claude"}, false}, {"/w", {"claude", "--resume"}, false},
         {"/w", {"claude", "--resume", id + "\n"}, false},
         {"/w", {"claude", "--resume", "0123abCG" + id.substr(8)}, false},
-        {"/w", {"claude", "--dangerous", id}, false},
-        {"/w", {"claude", "--resume", "-r", id}, false},
-        {"/w", {}, false},
-        {"~/w", {"claude"}, false},
-        {"/w\nls", {"claude"}, false},
-        {"/w\x1B[A", {"claude"}, false},
-        {"/ünï", {"claude"}, true},
-    };
+        {"/w", {"claude", "--dangerous", id}, false}, {"/w", {"claude", "--resume", "-r", id}, false},
+        {"/w", {}, false}, {"~/w", {"claude"}, false}, {"/w\nls", {"claude"}, false},
+        {"/w\x1B[A", {"claude"}, false}, {"/ünï", {"claude"}, true}};
     for (const auto& row : rows) {
         EXPECT_EQ(ShellLine::validated(row.cwd, row.argv).has_value(), row.passes)
             << row.cwd << " " << testing::PrintToString(row.argv);

@@ -29,7 +29,8 @@ public:
     std::size_t sleepers() const;
     /// Seconds until the next sleeper's deadline; negative when none waits.
     double untilNext() const;
-    /// Ends the sleepers where they are, as the end of a process does. They may hold this clock, which holds them.
+    /// Ends the sleepers where they are, as the end of a process does. They may hold this clock, which holds
+    /// them.
     void letGo();
 
 private:

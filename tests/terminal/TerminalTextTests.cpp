@@ -15,18 +15,11 @@ TEST(TerminalText, nothingFromOutsideReachesTheTerminalAsAControl) {
         std::string from;
         std::string to;
     };
-    const std::vector<Row> rows = {
-        {"plain", "plain"},
-        {"\x1b[2Jgone\x07", "\uFFFD[2Jgone\uFFFD"},
-        {"\u009b31mred", "\uFFFD31mred"},
-        {"pay \u202Eeur 01\u202C", "pay \uFFFDeur 01\uFFFD"},
-        {"a\r\nb\tc\u2028d", "a\nb c\nd"},
-        {"zero\u200Bwidth\uFEFF", "zerowidth"},
-        {"\u0301alone", "\u25CC\u0301alone"},
-        {"bad \xff byte", "bad \uFFFD byte"},
-        {"unassigned \u0378", "unassigned \uFFFD"},
-        {"👩\u200D💻", "👩\u200D💻"},
-    };
+    const std::vector<Row> rows = {{"plain", "plain"}, {"\x1b[2Jgone\x07", "\uFFFD[2Jgone\uFFFD"},
+        {"\u009b31mred", "\uFFFD31mred"}, {"pay \u202Eeur 01\u202C", "pay \uFFFDeur 01\uFFFD"},
+        {"a\r\nb\tc\u2028d", "a\nb c\nd"}, {"zero\u200Bwidth\uFEFF", "zerowidth"},
+        {"\u0301alone", "\u25CC\u0301alone"}, {"bad \xff byte", "bad \uFFFD byte"},
+        {"unassigned \u0378", "unassigned \uFFFD"}, {"👩\u200D💻", "👩\u200D💻"}};
     for (const auto& row : rows)
         EXPECT_EQ(TerminalText::clean(row.from), row.to) << row.to;
     EXPECT_EQ(TerminalText::cleanLine("  two \n lines\t "), "two lines");
@@ -48,19 +41,12 @@ TEST(TerminalText, wrapsWideAndCombiningTextWithinTheColumns) {
         int columns;
         Lines lines;
     };
-    const std::vector<Row> rows = {
-        {"", 5, {""}},
-        {"one two three", 7, {"one two", "three"}},
-        {"one two", 3, {"one", "two"}},
-        {"unbreakable", 4, {"unbr", "eaka", "ble"}},
-        {"a unbreakable", 4, {"a", "unbr", "eaka", "ble"}},
-        {"日本語の文", 5, {"日本", "語の", "文"}},
-        {"ab日本", 5, {"ab日", "本"}},
-        {"cafe\u0301 cafe\u0301", 4, {"cafe\u0301", "cafe\u0301"}},
-        {"  indented text", 10, {"  indented", "text"}},
-        {"first\n\nsecond", 10, {"first", "", "second"}},
-        {"wide 日 end", 7, {"wide 日", "end"}},
-    };
+    const std::vector<Row> rows = {{"", 5, {""}}, {"one two three", 7, {"one two", "three"}},
+        {"one two", 3, {"one", "two"}}, {"unbreakable", 4, {"unbr", "eaka", "ble"}},
+        {"a unbreakable", 4, {"a", "unbr", "eaka", "ble"}}, {"日本語の文", 5, {"日本", "語の", "文"}},
+        {"ab日本", 5, {"ab日", "本"}}, {"cafe\u0301 cafe\u0301", 4, {"cafe\u0301", "cafe\u0301"}},
+        {"  indented text", 10, {"  indented", "text"}}, {"first\n\nsecond", 10, {"first", "", "second"}},
+        {"wide 日 end", 7, {"wide 日", "end"}}};
     for (const auto& row : rows) {
         const auto lines = TerminalText::wrap(row.text, row.columns);
         EXPECT_EQ(lines, row.lines) << row.text;

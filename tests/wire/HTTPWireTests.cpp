@@ -93,19 +93,15 @@ TEST(HTTPWire, aReplyIsReadByItsOwnLengthWords) {
 }
 
 TEST(HTTPWire, whatIsNoReplyIsRefusedInTheRightWords) {
-    const std::pair<std::string, std::string> rows[] = {
-        {"", "no header end"},
-        {"\r\n\r\n", "empty header"},
-        {ok + "A: \xFF\r\n\r\n", "header is not UTF-8"},
-        {"HTTP/2 200 OK\r\n\r\n", "bad status line"},
+    const std::pair<std::string, std::string> rows[] = {{"", "no header end"}, {"\r\n\r\n", "empty header"},
+        {ok + "A: \xFF\r\n\r\n", "header is not UTF-8"}, {"HTTP/2 200 OK\r\n\r\n", "bad status line"},
         {"HTTP/1.1 abc\r\n\r\n", "bad status line"},
         {"HTTP/1.1 99999999999999999999 OK\r\n\r\n", "bad status line"},
         {ok + "Content-Length: -1\r\n\r\n1234", "body shorter than Content-Length"},
         {ok + "Content-Length: 9223372036854775807\r\n\r\n1234", "body shorter than Content-Length"},
         {chunked + "7fffffffffffffff\r\nab", "chunked body ended early"},
         {chunked + "-2\r\nab\r\n", "bad chunk size"},
-        {chunked + "ffffffffffffffffff\r\nab\r\n", "bad chunk size"},
-    };
+        {chunked + "ffffffffffffffffff\r\nab\r\n", "bad chunk size"}};
     for (const auto& [reply, words] : rows)
         EXPECT_EQ(refusal(reply), words) << reply;
 }
@@ -129,14 +125,11 @@ TEST(ChunkedDecoder, anySplitGivesTheSameBytes) {
         std::string output;
         bool finished;
     };
-    const Row rows[] = {
-        {"5\r\nhello\r\n0\r\n", "hello", true},
-        {"5\r\nhello\r\n0\r", "hello", false},
+    const Row rows[] = {{"5\r\nhello\r\n0\r\n", "hello", true}, {"5\r\nhello\r\n0\r", "hello", false},
         {"5;name=value;more\r\nhello\r\n;;1\r\n!\r\n", "hello!", false},
         {"2\r\nab??3\r\ncde\r\n0\r\nTrailer: 1\r\n\r\n5\r\nextra", "abcde", true},
         {" \t+A\t\r\n0123456789\r\nb\r\n0123456789a\r\n-0\r\n", "01234567890123456789a", true},
-        {"4\r\n\r\n\r\n\r\n0\r\n", "\r\n\r\n", true},
-    };
+        {"4\r\n\r\n\r\n\r\n0\r\n", "\r\n\r\n", true}};
     for (const auto& row : rows) {
         splitEverywhere(row.input, [&](const std::vector<std::string>& pieces) {
             bool finished = false;
