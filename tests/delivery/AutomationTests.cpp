@@ -180,8 +180,6 @@ TEST(TerminalAncestry, agentsAreFollowedUpToTheirTerminalApp) {
     const std::pair<std::string, Hosts> rows[] = {
         {chain(10), {iterm}},
         {chain(11), {}},
-        {"10 11 /usr/local/bin/Claude\n11 1 iTermServer-3.5\n", {iterm}},
-        {"10 11 cursor-agent\n11 1 Terminal\n", {}},
         {"10 10 claude\n20 21 claude\n21 20 zsh\n", {}},
         {"10 11 claude\n12 1 iTerm2\n11 1\n1 x y\n", {}},
         {"10 11 vim claude\n11 1 iTerm2\n", {}},
