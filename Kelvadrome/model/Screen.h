@@ -32,7 +32,7 @@ public:
         PageSession::Credentials credentials, bool firstRun, std::string theme, bool quietly) = 0;
     /// Reloads the setup window, if it is visible, with another session.
     virtual void renewOnboarding(PageSession::Credentials credentials) = 0;
-    /// Brings the setup window forward; false when none was ever made.
+    /// Brings the setup window forward; false when none is open.
     virtual bool raiseOnboarding() = 0;
     /// Closes the setup window without asking, if it is visible.
     virtual void closeOnboarding() = 0;

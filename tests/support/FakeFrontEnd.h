@@ -123,7 +123,7 @@ public:
             report(allowed);
         co_return;
     }
-    Task<> postStop(std::int64_t count) override {
+    Task<std::string> postStop(std::int64_t count) override {
         posted.push_back(count);
         co_return std::to_string(posted.size());
     }
