@@ -141,29 +141,17 @@ private:
                 .openSettings = [this] { openSettings(std::nullopt); },
                 .done = {}});
         strip_ = std::make_unique<AgentStripWindow>([this] { model_->openFirstNeedingYou(); });
-        setup_ = OnboardingWindow::make({.executor = hub_.executor,
-            .clock = hub_.clock,
-            .openURL = [screen = screen_](std::string url) { screen->openURL(std::move(url)); },
-            .client = hub_.client,
-            .model = model_,
-            .home = Files::userHome(),
-            .picker = nullptr});
         makeSettings();
         // The last, since it is nearly always open: GTK 4.8 crashes when a screen reader asks for a window
         // that has just gone while the last one made is hidden.
         window_ = std::make_unique<MainWindow>(model_, hub_.clock,
             ContentPane::Page{page_->widget(), [page = page_] { return page->trouble(); }}, hub_.defaults);
         page_->setTroubleChanged([this] { window_->show(model_->state()); });
-        application_->add_window(*panel_);
-        application_->add_window(*strip_);
-        for (auto* const window : ordinaryWindows()) {
-            application_->add_window(*window);
-            window->signal_map().connect([this, window] {
-                if (!AppLifecycle::showsInDock(*hub_.defaults))
-                    WindowHints::skipTaskbar(*window, true);
-            });
-        }
-        screen_->attach(window_.get(), strip_.get(), setupHooks(setup_));
+        adoptWhenShown(*panel_);
+        adoptWhenShown(*strip_);
+        addOrdinaryWindow(settings_->window());
+        addOrdinaryWindow(*window_);
+        screen_->attach(window_.get(), strip_.get(), setupHooks());
         tray_ = std::make_unique<TrayIcon>(bus_, model_,
             TrayIcon::Presses{.panel = [this](auto place) { panel_->toggle(place); },
                 .settings = [this] { openSettings(std::nullopt); },
@@ -174,6 +162,35 @@ private:
         addAction("settings", "<Control>comma", [this] { openSettings(std::nullopt); });
         addAction("quit", "<Control>q", [this] { quit(); });
         watching_ = model_->observe([this] { changed(); });
+    }
+
+    /// One that has a place in the dock and in the window list.
+    void addOrdinaryWindow(Gtk::Window& window) {
+        adoptWhenShown(window);
+        window.signal_map().connect([this, &window] {
+            if (!AppLifecycle::showsInDock(*hub_.defaults))
+                WindowHints::skipTaskbar(window, true);
+        });
+    }
+
+    /// Made when setup is first asked for: it costs a web process.
+    OnboardingWindow& setup() {
+        if (setup_)
+            return *setup_;
+        setup_ = OnboardingWindow::make({.executor = hub_.executor,
+            .clock = hub_.clock,
+            .openURL = [screen = screen_](std::string url) { screen->openURL(std::move(url)); },
+            .client = hub_.client,
+            .model = model_,
+            .home = Files::userHome(),
+            .picker = nullptr});
+        addOrdinaryWindow(setup_->window());
+        return *setup_;
+    }
+
+    /// Hidden, a window is no longer the application's, and the menu's keys don't work in it.
+    void adoptWhenShown(Gtk::Window& window) {
+        window.signal_show().connect([this, &window] { application_->add_window(window); });
     }
 
     void makeSettings() {
@@ -195,9 +212,11 @@ private:
                 }}));
     }
 
-    /// Those that have a place in the dock and in the window list.
     std::vector<Gtk::Window*> ordinaryWindows() {
-        return {window_.get(), &setup_->window(), &settings_->window()};
+        std::vector<Gtk::Window*> windows{window_.get(), &settings_->window()};
+        if (setup_)
+            windows.push_back(&setup_->window());
+        return windows;
     }
 
     void openSettings(std::optional<SettingsTab> tab) { settings_->open(tab, window_.get()); }
@@ -216,24 +235,33 @@ private:
             after("settings", settingsPause, [this, tab] { openSettings(settingsTabFromRawValue(*tab)); });
     }
 
-    static DesktopScreen::Setup setupHooks(const std::shared_ptr<OnboardingWindow>& window) {
-        return {.present =
-                    [window](PageSession::Credentials credentials, bool firstRun, std::string theme,
-                        bool quietly) {
-                        if (quietly) {
-                            window->presentQuietly(std::move(credentials), firstRun, std::move(theme));
-                        } else {
-                            window->present(std::move(credentials), firstRun, std::move(theme));
-                        }
-                    },
-            .renew = [window](
-                         PageSession::Credentials credentials) { window->renew(std::move(credentials)); },
+    DesktopScreen::Setup setupHooks() {
+        return {
+            .present =
+                [this](PageSession::Credentials credentials, bool firstRun, std::string theme, bool quietly) {
+                    if (quietly) {
+                        setup().presentQuietly(std::move(credentials), firstRun, std::move(theme));
+                    } else {
+                        setup().present(std::move(credentials), firstRun, std::move(theme));
+                    }
+                },
+            .renew =
+                [this](PageSession::Credentials credentials) {
+                    if (setup_)
+                        setup_->renew(std::move(credentials));
+                },
             .raise =
-                [window] {
-                    window->raise();
+                [this] {
+                    if (!setup_ || !setup_->visible())
+                        return false;
+                    setup_->raise();
                     return true;
                 },
-            .close = [window] { window->closeOnboardingWindow(); }};
+            .close =
+                [this] {
+                    if (setup_)
+                        setup_->closeOnboardingWindow();
+                }};
     }
 
     void addAction(const char* name, const char* key, std::function<void()> run) {
