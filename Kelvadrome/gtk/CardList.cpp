@@ -17,7 +17,7 @@ CardList::CardList(std::shared_ptr<CardDesk> desk, CardView::Form form)
         limit_ += step;
         draw();
         if (before < views_.size())
-            view(before)->grab_focus();
+            view(before)->focusTitle();
     });
     append(more_);
     const auto keys = Gtk::EventControllerKey::create();
@@ -96,7 +96,7 @@ bool CardList::move(int by) {
     const auto at = focusedIndex();
     if (!at || (by < 0 && *at == 0) || (by > 0 && *at + 1 == views_.size()))
         return false;
-    return view(by > 0 ? *at + 1 : *at - 1)->grab_focus();
+    return view(by > 0 ? *at + 1 : *at - 1)->focusTitle();
 }
 
 } // namespace kelvadrome

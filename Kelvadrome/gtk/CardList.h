@@ -16,7 +16,7 @@ public:
 
     void show(const std::vector<PanelRow>& rows);
     /// Gives the focus to the first card; false when there is none.
-    bool focusFirst() { return !views_.empty() && view(0)->grab_focus(); }
+    bool focusFirst() { return !views_.empty() && view(0)->focusTitle(); }
 
 private:
     static constexpr std::size_t step = 30; // rows at first, and more with each press on "Show more"

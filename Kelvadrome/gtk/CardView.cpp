@@ -3,13 +3,13 @@
 #include "Kelvadrome/gtk/AccessibleName.h"
 #include "Kelvadrome/gtk/Focus.h"
 #include "Kelvadrome/gtk/Words.h"
+#include "KelvadromeKit/support/Text.h"
 
 #include <fmt/chrono.h>
 
 #include <algorithm>
 #include <gtkmm/button.h>
 #include <gtkmm/expander.h>
-#include <gtkmm/flowbox.h>
 #include <gtkmm/image.h>
 
 namespace kelvadrome {
@@ -27,6 +27,19 @@ std::string origin(
     for (const auto& more : {topic.value_or(""), age})
         words += more.empty() ? "" : " · " + more;
     return words;
+}
+
+/// The answers to choose from, but those that an action offers already.
+std::vector<PanelAction> optionsOf(const PanelCard& card) {
+    std::vector<PanelAction> options;
+    for (const auto& option : card.card.options) {
+        const bool offered = std::ranges::any_of(card.actions, [&](const auto& action) {
+            return action.kind == PanelAction::Kind::answer && action.answer == option;
+        });
+        if (!offered)
+            options.push_back({.kind = PanelAction::Kind::answer, .words = option, .answer = option});
+    }
+    return options;
 }
 
 std::string laterWords(const std::optional<WallTime>& later) {
@@ -52,20 +65,12 @@ PanelRow lasting(PanelRow row) {
     return row;
 }
 
-Gtk::FlowBox* buttonRow() {
-    auto* const row = Gtk::make_managed<Gtk::FlowBox>();
-    row->set_selection_mode(Gtk::SelectionMode::NONE);
-    row->set_column_spacing(6);
-    row->set_row_spacing(6);
-    row->set_max_children_per_line(3);
-    // To a screen reader it is no table: only its buttons count.
-    g_object_set(row->gobj(), "accessible-role", GTK_ACCESSIBLE_ROLE_GROUP, nullptr);
-    return row;
-}
-
-void append(Gtk::FlowBox& row, Gtk::Widget& button) {
-    row.append(button);
-    button.get_parent()->set_focusable(false); // the button is what takes the focus
+/// Side by side while there is room for their words, else one below the other.
+Gtk::Box* buttonBox(const std::vector<PanelAction>& actions, std::size_t room) {
+    std::size_t width = 0;
+    for (const auto& action : actions)
+        width += Text::characterCount(action.words) + 4;
+    return box(width <= room ? Gtk::Orientation::HORIZONTAL : Gtk::Orientation::VERTICAL, 6);
 }
 
 } // namespace
@@ -75,7 +80,6 @@ CardView::CardView(std::shared_ptr<CardDesk> desk, Form form)
     g_object_set(gobj(), "accessible-role", GTK_ACCESSIBLE_ROLE_GROUP, nullptr);
     add_css_class("card");
     add_css_class("question");
-    set_focusable(true);
 }
 
 void CardView::show(const PanelRow& row) {
@@ -102,14 +106,21 @@ void CardView::focusFirst() {
     const auto usable = std::ranges::find_if(controls_,
         [](const auto& entry) { return entry.second->is_sensitive() && entry.second->get_mapped(); });
     if (usable == controls_.end() || !usable->second->grab_focus())
-        grab_focus();
+        focusTitle();
+}
+
+/// What stands for the whole card when a screen reader comes by.
+Gtk::Label* CardView::makeTitle(const std::string& words) {
+    title_ = wordsLabel(words, "summary");
+    title_->set_selectable(true); // no other label takes the focus
+    return title_;
 }
 
 void CardView::build(const PanelRow& row) {
     while (auto* const child = get_first_child())
         remove(*child);
     controls_.clear();
-    origin_ = later_ = nullptr;
+    title_ = origin_ = later_ = nullptr;
     left_ = nullptr;
     remove_css_class("high-risk");
     if (const auto* const card = std::get_if<PanelCard>(&row)) {
@@ -123,7 +134,9 @@ void CardView::build(const PanelRow& row) {
 /// What time changes.
 void CardView::refresh(const PanelRow& row) {
     if (const auto* const card = std::get_if<PanelCard>(&row)) {
-        origin_->set_text(origin(card->agent, card->topic, card->age));
+        const auto words = origin(card->agent, card->topic, card->age);
+        origin_->set_text(words);
+        setAccessibleName(*title_, (card->highRisk ? "High risk, " : "") + words + ", " + card->summary);
         const auto later = laterWords(card->later);
         later_->set_text(later);
         later_->set_visible(!later.empty());
@@ -144,62 +157,57 @@ void CardView::buildCard(const PanelCard& card) {
     if (high)
         head->append(*wordsLabel("High risk", "risk"));
     append(*head);
-    append(*wordsLabel(card.summary, "summary"));
+    append(*makeTitle(card.summary));
     later_ = wordsLabel({}, "caption");
     append(*later_);
-    setAccessibleName(
-        *this, (high ? "High risk, " : "") + origin(card.agent, card.topic, card.age) + ", " + card.summary);
-    setAccessibleDescription(*this, high ? std::string() : card.card.body);
-    if (!high)
-        append(*question(card));
+    setAccessibleDescription(*title_, high ? std::string() : card.card.body);
+    if (!high && form_ == Form::open)
+        addText(*this, card);
+    if (!high && form_ == Form::folded)
+        addFolded(card);
+    const bool answers = !high && form_ == Form::open;
+    const bool choices = card.actions.size() > 1 || !card.card.options.empty();
+    if (answers && !choices)
+        addAnswer(*this, card);
     addActions(card);
+    if (answers && choices)
+        addAnswer(*this, card);
 }
 
-/// The whole question with every way to answer it, as the form wants it.
-Gtk::Box* CardView::question(const PanelCard& card) {
-    auto* const all = box(Gtk::Orientation::VERTICAL, 6);
+/// What is asked, below its one line.
+void CardView::addText(Gtk::Box& to, const PanelCard& card) {
     if (card.summary != card.card.title)
-        all->append(*wordsLabel(card.card.title, "body"));
-    if (!card.card.body.empty()) {
-        auto* const body = wordsLabel(card.card.body, "body");
-        body->set_selectable(true);
-        body->set_focusable(false);
-        all->append(*body);
-    }
-    // The expander stands before what it holds.
-    Gtk::Expander* fold = nullptr;
-    if (form_ == Form::folded) {
-        fold = Gtk::make_managed<Gtk::Expander>("Read and answer");
-        keep("fold", *fold);
-    }
+        to.append(*wordsLabel(card.card.title, ""));
+    if (card.card.body.empty())
+        return;
+    auto* const body = wordsLabel(card.card.body, "");
+    body->set_selectable(true);
+    body->set_can_focus(false); // the title is what is focused, and tells it
+    to.append(*body);
+}
+
+/// Answers in one's own words.
+void CardView::addAnswer(Gtk::Box& to, const PanelCard& card) {
     if (card.card.rows && !card.card.rows->empty()) {
-        addBatch(*all, card);
+        addBatch(to, card);
     } else {
-        addOptions(*all, card);
-        addFreeAnswer(*all, card);
+        addFreeAnswer(to, card);
     }
-    if (!fold)
-        return all;
+}
+
+void CardView::addFolded(const PanelCard& card) {
+    auto* const fold = Gtk::make_managed<Gtk::Expander>("Read and answer");
+    setAccessibleName(*fold, "Read and answer");
+    keep("fold", *fold); // it stands before what it holds
+    auto* const all = box(Gtk::Orientation::VERTICAL, 6);
+    addText(*all, card);
+    if (const auto options = optionsOf(card); !options.empty())
+        all->append(*buttons(options, card));
+    addAnswer(*all, card);
     fold->set_child(*all);
     fold->set_expanded(unfolded_);
     fold->property_expanded().signal_changed().connect([this, fold] { unfolded_ = fold->get_expanded(); });
-    auto* const around = box(Gtk::Orientation::VERTICAL, 0);
-    around->append(*fold);
-    return around;
-}
-
-void CardView::addOptions(Gtk::Box& to, const PanelCard& card) {
-    auto* const row = buttonRow();
-    for (const auto& option : card.card.options) {
-        const bool offered = std::ranges::any_of(card.actions, [&](const auto& action) {
-            return action.kind == PanelAction::Kind::answer && action.answer == option;
-        });
-        if (!offered)
-            kelvadrome::append(*row,
-                *button({.kind = PanelAction::Kind::answer, .words = option, .answer = option}, card.card));
-    }
-    if (row->get_first_child())
-        to.append(*row);
+    append(*fold);
 }
 
 Gtk::Entry* CardView::entry(const std::string& key, const std::string& name) {
@@ -234,7 +242,7 @@ void CardView::addFreeAnswer(Gtk::Box& to, const PanelCard& card) {
 void CardView::addBatch(Gtk::Box& to, const PanelCard& card) {
     for (const auto& question : *card.card.rows) {
         auto* const row = box(Gtk::Orientation::VERTICAL, 6);
-        row->append(*wordsLabel(question.text, "body"));
+        row->append(*wordsLabel(question.text, ""));
         desk_->drafts.try_emplace(
             card.card.id + "/" + question.questionId, question.defaultAnswer.value_or(""));
         auto* const words = entry(card.card.id + "/" + question.questionId, "Answer to: " + question.text);
@@ -270,25 +278,35 @@ void CardView::sendBatch(const Card& card) {
     desk_->answerBatch(card, std::move(answers));
 }
 
+/// What a press does at once: the chief action, in the open form the options, and to be left alone.
 void CardView::addActions(const PanelCard& card) {
-    auto* const row = buttonRow();
-    std::string note;
-    for (const auto& action : card.actions) {
-        const bool snooze = action.kind == PanelAction::Kind::snooze;
-        if (snooze && card.later)
-            continue; // it is already
-        auto* const press = button(action, card.card);
-        if (&action == &card.actions.front() && !snooze)
-            press->add_css_class("suggested-action");
-        if (snooze)
-            press->add_css_class("flat");
-        kelvadrome::append(*row, *press);
-        if (note.empty())
-            note = action.note;
+    auto actions = card.actions;
+    if (form_ == Form::open && !card.highRisk) {
+        const auto options = optionsOf(card);
+        actions.insert(actions.end() - 1, options.begin(), options.end()); // the last is "Snooze"
     }
-    append(*row);
-    if (!note.empty())
-        append(*wordsLabel(note, "caption"));
+    if (card.later)
+        actions.pop_back();
+    if (!actions.empty())
+        append(*buttons(actions, card));
+    const auto noted = std::ranges::find_if(actions, [](const auto& action) { return !action.note.empty(); });
+    if (noted != actions.end())
+        append(*wordsLabel(noted->note, "caption"));
+}
+
+Gtk::Box* CardView::buttons(const std::vector<PanelAction>& actions, const PanelCard& card) {
+    auto* const row = buttonBox(actions, form_ == Form::open ? 64 : 40);
+    for (const auto& action : actions) {
+        auto* const press = button(action, card.card);
+        if (action.kind == PanelAction::Kind::snooze) {
+            press->add_css_class("flat");
+            press->set_halign(Gtk::Align::START);
+        } else if (action == card.actions.front()) {
+            press->add_css_class("suggested-action");
+        }
+        row->append(*press);
+    }
+    return row;
 }
 
 void CardView::buildHold(const HoldRow& hold) {
@@ -304,14 +322,13 @@ void CardView::buildHold(const HoldRow& hold) {
         mark->set_from_icon_name("object-select-symbolic");
         row->append(*mark);
     }
-    auto* const words = wordsLabel(hold.committed ? hold.words : hold.label, "summary");
+    auto* const words = makeTitle(hold.committed ? hold.words : hold.label);
     words->set_hexpand(true);
     row->append(*words);
     if (hold.undo)
         row->append(*button(*hold.undo, hold.card));
     append(*row);
-    setAccessibleName(*this, hold.committed ? hold.words : hold.label + ". " + hold.words);
-    setAccessibleDescription(*this, {});
+    setAccessibleName(*title_, hold.committed ? hold.words : hold.label + ". " + hold.words);
     if (hold.committed)
         return;
     left_ = Gtk::make_managed<Gtk::ProgressBar>();

@@ -24,7 +24,7 @@ struct CardDesk {
     std::map<std::string, std::string> drafts = {};
 };
 
-/// One card that asks, or one answer on its way. A card can be focused itself, so that a screen reader tells
+/// One card that asks, or one answer on its way. Its title takes the focus too, so that a screen reader tells
 /// all of it at once.
 class CardView final : public Gtk::Box {
 public:
@@ -38,21 +38,25 @@ public:
     /// Changes no more widgets than it must; the focus stays, or goes to what has taken the place of what had
     /// it.
     void show(const PanelRow& row);
-    /// Gives the focus to the first thing to press or to type into, or to the card itself.
+    /// Gives the focus to the first thing to press or to type into, or to the title.
     void focusFirst();
+    bool focusTitle() { return title_ && title_->grab_focus(); }
 
 private:
     void build(const PanelRow& row);
     void buildCard(const PanelCard& card);
     void buildHold(const HoldRow& hold);
     void refresh(const PanelRow& row);
-    Gtk::Box* question(const PanelCard& card);
-    void addOptions(Gtk::Box& to, const PanelCard& card);
+    void addText(Gtk::Box& to, const PanelCard& card);
+    void addFolded(const PanelCard& card);
+    void addAnswer(Gtk::Box& to, const PanelCard& card);
     void addFreeAnswer(Gtk::Box& to, const PanelCard& card);
     void addBatch(Gtk::Box& to, const PanelCard& card);
     void addActions(const PanelCard& card);
     void sendBatch(const Card& card);
+    Gtk::Box* buttons(const std::vector<PanelAction>& actions, const PanelCard& card);
     Gtk::Widget* button(const PanelAction& action, const Card& card);
+    Gtk::Label* makeTitle(const std::string& words);
     Gtk::Entry* entry(const std::string& key, const std::string& name);
     void keep(const std::string& key, Gtk::Widget& widget) { controls_.emplace_back(key, &widget); }
     std::optional<std::string> focusedControl() const;
@@ -63,9 +67,10 @@ private:
     std::optional<PanelRow> shown_;
     bool unfolded_ = false;
     std::vector<std::pair<std::string, Gtk::Widget*>> controls_; // in the order of their focus
-    Gtk::Label* origin_ = nullptr;                               // of a card
-    Gtk::Label* later_ = nullptr;                                // of a card
-    Gtk::ProgressBar* left_ = nullptr;                           // of an answer that can be undone
+    Gtk::Label* title_ = nullptr;
+    Gtk::Label* origin_ = nullptr;     // of a card
+    Gtk::Label* later_ = nullptr;      // of a card
+    Gtk::ProgressBar* left_ = nullptr; // of an answer that can be undone
 };
 
 } // namespace kelvadrome

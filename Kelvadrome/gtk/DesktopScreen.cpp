@@ -41,12 +41,17 @@ void DesktopScreen::attach(MainWindow* main, AgentStripWindow* strip, Setup setu
     setup_ = std::move(setup);
 }
 
+/// A press on a notification or on the strip must not come to nothing because the window was closed.
 void DesktopScreen::activate() {
-    if (main_ && main_->get_visible())
+    const bool main = main_ && main_->get_visible();
+    if ((setupInFront_ || !main) && raiseOnboarding())
+        return;
+    if (main_)
         main_->present();
 }
 
 void DesktopScreen::openMainWindow() {
+    setupInFront_ = false;
     if (main_)
         main_->set_visible(true);
 }
@@ -70,6 +75,7 @@ void DesktopScreen::setAppearance(Appearance appearance) {
 
 void DesktopScreen::presentOnboarding(
     PageSession::Credentials credentials, bool firstRun, std::string theme, bool quietly) {
+    setupInFront_ = true;
     if (setup_.present)
         setup_.present(std::move(credentials), firstRun, std::move(theme), quietly);
 }
@@ -80,7 +86,9 @@ void DesktopScreen::renewOnboarding(PageSession::Credentials credentials) {
 }
 
 bool DesktopScreen::raiseOnboarding() {
-    return setup_.raise && setup_.raise();
+    const bool raised = setup_.raise && setup_.raise();
+    setupInFront_ = setupInFront_ || raised;
+    return raised;
 }
 
 void DesktopScreen::closeOnboarding() {

@@ -59,6 +59,7 @@ private:
     MainWindow* main_ = nullptr;
     AgentStripWindow* strip_ = nullptr;
     Setup setup_;
+    bool setupInFront_ = false; // of the two windows the one that was opened or raised last
 };
 
 } // namespace kelvadrome

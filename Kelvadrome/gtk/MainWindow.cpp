@@ -53,19 +53,20 @@ void MainWindow::makeToolbar() {
     sidebarButton_.set_icon_name("sidebar-show-symbolic");
     name(sidebarButton_, "Show the sidebar");
     sidebarButton_.set_active(true);
-    sidebarButton_.signal_toggled().connect(
-        [this] { reveal(left_, sidebar_, sidebarButton_.get_active()); });
+    sidebarButton_.signal_toggled().connect([this] { reveal(left_, sidebar_, sidebarButton_.get_active()); });
     header_.pack_start(sidebarButton_);
 
     std::vector<Glib::ustring> scopes;
     for (const auto scope : allScopeFilters)
         scopes.emplace_back(std::string(title(scope)));
     scope_.set_model(Gtk::StringList::create(scopes));
-    name(scope_, "Which part of your work is shown");
+    scope_.set_tooltip_text("Which part of your work is shown");
     scope_.property_selected().signal_changed().connect([this] {
+        nameScope();
         if (!showing_ && scope_.get_selected() < allScopeFilters.size())
             model_->setScope(allScopeFilters[scope_.get_selected()]);
     });
+    nameScope();
     header_.pack_start(scope_);
 
     // GTK 4.8 has the property, but no function for it on this widget.
@@ -115,6 +116,16 @@ void MainWindow::makeToolbar() {
     });
     header_.pack_end(*modes);
     set_titlebar(header_);
+}
+
+/// The button inside the list is what has the focus.
+void MainWindow::nameScope() {
+    const auto chosen = scope_.get_selected();
+    const auto words =
+        "Scope: " + std::string(chosen < allScopeFilters.size() ? title(allScopeFilters[chosen]) : "");
+    setAccessibleName(scope_, words);
+    if (auto* const press = scope_.get_first_child())
+        setAccessibleName(*press, words);
 }
 
 void MainWindow::makeBody() {

@@ -32,6 +32,7 @@ public:
 
 private:
     void makeToolbar();
+    void nameScope();
     void makeBody();
     void restoreSize();
     void showNotice(const AppState& state);

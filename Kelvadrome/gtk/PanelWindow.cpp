@@ -2,6 +2,7 @@
 
 #include "Kelvadrome/gtk/WindowHints.h"
 
+#include <algorithm>
 #include <gdkmm/surface.h>
 #include <gtkmm/eventcontrollerkey.h>
 #include <gtkmm/shortcutcontroller.h>
@@ -40,7 +41,7 @@ PanelWindow::PanelWindow(
         [this](guint key, guint, Gdk::ModifierType) {
             if (key != GDK_KEY_Escape)
                 return false;
-            set_visible(false);
+            leave();
             return true;
         },
         false);
@@ -66,7 +67,7 @@ PanelWindow::PanelWindow(
 
 void PanelWindow::toggle(std::optional<std::pair<int, int>> place) {
     if (get_visible()) {
-        set_visible(false);
+        leave();
     } else {
         open(place);
     }
@@ -74,7 +75,19 @@ void PanelWindow::toggle(std::optional<std::pair<int, int>> place) {
 
 void PanelWindow::open(std::optional<std::pair<int, int>> place) {
     place_ = place;
+    const auto windows = list_toplevels();
+    const auto active =
+        std::ranges::find_if(windows, [](Gtk::Window* window) { return window->is_active(); });
+    before_ = active == windows.end() ? nullptr : *active;
     present();
+}
+
+/// Some window managers don't give the focus back to a window that isn't in their list.
+void PanelWindow::leave() {
+    set_visible(false);
+    const auto windows = list_toplevels();
+    if (std::ranges::find(windows, before_) != windows.end() && before_->get_visible())
+        before_->present();
 }
 
 } // namespace kelvadrome

@@ -19,10 +19,13 @@ public:
     void refresh() { view_.show(); }
 
 private:
+    void leave();
+
     Gtk::ScrolledWindow scroller_;
     PanelView view_;
     std::optional<std::pair<int, int>> place_;
-    int placedHeight_ = 0; // for which it was placed last
+    int placedHeight_ = 0;          // for which it was placed last
+    Gtk::Window* before_ = nullptr; // ours that had the focus; may be gone
 };
 
 } // namespace kelvadrome

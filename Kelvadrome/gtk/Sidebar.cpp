@@ -70,6 +70,7 @@ Sidebar::Sidebar(std::shared_ptr<AppModel> model) : model_(std::move(model)) {
     set_policy(Gtk::PolicyType::NEVER, Gtk::PolicyType::AUTOMATIC);
     set_size_request(220, -1);
     list_.add_css_class("navigation-sidebar");
+    setAccessibleName(list_, "Sections and agents");
     setAccessibleName(list_, "Sections");
     list_.set_selection_mode(Gtk::SelectionMode::SINGLE);
     list_.signal_row_activated().connect([this](Gtk::ListBoxRow* row) { activate(row->get_index()); });

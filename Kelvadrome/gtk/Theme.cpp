@@ -10,7 +10,7 @@ constexpr const char* sheet = R"css(
 .panel { padding: 18px; }
 .panel-window, .strip-window { border-radius: 12px; }
 .question { padding: 12px; }
-.question:focus-visible { outline: 2px solid @accent_color; outline-offset: 2px; }
+.question .summary:focus-visible { outline: 2px solid @accent_color; outline-offset: 2px; border-radius: 6px; }
 .question.high-risk { box-shadow: inset 4px 0 @error_color, 0 0 0 1px alpha(currentColor, .12); }
 .question .summary { font-weight: 600; }
 .question .risk { font-size: smaller; font-weight: 700; color: @error_color; }
@@ -32,6 +32,8 @@ constexpr const char* sheet = R"css(
 } // namespace
 
 void install() {
+    // A label that is reached by the keys is read, not about to be replaced.
+    g_object_set(gtk_settings_get_default(), "gtk-label-select-on-focus", FALSE, nullptr);
     auto* const provider = gtk_css_provider_new();
     gtk_css_provider_load_from_data(provider, sheet, -1);
     gtk_style_context_add_provider_for_display(

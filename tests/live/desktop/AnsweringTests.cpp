@@ -12,7 +12,7 @@ using testing::SizeIs;
 TEST_F(DesktopStage, questionsAreAnsweredByKeysAloneAndTypedIntoTheirPanes) {
     finishSetupBeforehand();
     startApp();
-    waitActive("kelvadrome");
+    waitUntilUp();
 
     // The suggested answer, from the panel.
     startAgent("menu");
@@ -52,7 +52,7 @@ TEST_F(DesktopStage, questionsAreAnsweredByKeysAloneAndTypedIntoTheirPanes) {
 TEST_F(DesktopStage, aHighRiskIsToldReviewedOnThePageAndTypedOnlyThen) {
     finishSetupBeforehand();
     startApp();
-    waitActive("kelvadrome");
+    waitUntilUp();
 
     // The panel offers no answer to it, only the way to the page.
     const auto card = startAgent("stop");
@@ -69,8 +69,7 @@ TEST_F(DesktopStage, aHighRiskIsToldReviewedOnThePageAndTypedOnlyThen) {
 
     // A press on the notification leads to the card on the page, where keys go.
     waitActive("kelvadrome");
-    keys("alt+F4");
-    until([&] { return activeWindow() != "kelvadrome"; }, "the window to close");
+    close("kelvadrome");
     notifications->invoke(1, "kelvadrome.open");
     waitActive("kelvadrome");
     approveOnPage();

@@ -24,6 +24,31 @@ std::optional<std::string> missing() {
     return fs::exists(accessibilityService) ? std::nullopt : std::optional<std::string>("at-spi2-core");
 }
 
+/// Requests go to the file "requests", as "page POST /v1/inbox 200"; of a stream, when it begins. While the
+/// file "installing" names an agent, its install is under way.
+constexpr const char* daemonScript = R"js(
+import { appendFileSync, existsSync, readFileSync } from 'node:fs';
+import http from 'node:http';
+const note = (line) => appendFileSync('@FOLDER@/requests', `${line}\n`);
+const emit = http.Server.prototype.emit;
+http.Server.prototype.emit = function (type, request, reply) {
+  if (type === 'request') {
+    const what = `${request.socket.remotePort ? 'page' : 'socket'} ${request.method} ${request.url.split('?')[0]}`;
+    if (what.endsWith('/v1/stream')) note(what); else reply.on('finish', () => note(`${what} ${reply.statusCode}`));
+  }
+  return emit.apply(this, arguments);
+};
+const { Onboarding } = await import('@COMPANION@/src/onboarding.mjs');
+const real = Onboarding.prototype.status;
+Onboarding.prototype.status = function () {
+  const status = real.call(this);
+  const installing = existsSync('@FOLDER@/installing') ? readFileSync('@FOLDER@/installing', 'utf8') : '';
+  for (const agent of status.agents) if (agent.id === installing) agent.install = { state: 'running' };
+  return status;
+};
+await import('@COMPANION@/kelvadromed-app.mjs');
+)js";
+
 std::string kept(const std::string& path) {
     return Files::read(path, 1'000'000).value_or("");
 }
@@ -53,6 +78,7 @@ void DesktopStage::SetUp() {
         std::make_unique<FakeNotificationServer>(connection(), std::vector<const char*>{"actions", "body"});
     tray = std::make_unique<FakeTrayWatcher>(connection(), true);
     reader = std::make_unique<ScreenReader>();
+    makeProgram();
     daemon_.emplace(folder / "home/kelvadromed.sock", loop.pool());
 }
 
@@ -77,13 +103,20 @@ Program::Environment DesktopStage::environment() const {
 // The application
 
 void DesktopStage::startApp(const std::vector<std::string>& arguments) {
-    std::vector<std::string> words{bin + "/kelvadrome"};
+    std::vector<std::string> words{(bin / "kelvadrome").string()};
     words.insert(words.end(), arguments.begin(), arguments.end());
+    fs::remove(folder / "requests");
     app = std::make_unique<Program>(words, environment(), folder / "app.log");
 }
 
+void DesktopStage::waitUntilUp() {
+    waitActive("kelvadrome");
+    until([&] { return wasAsked("socket GET /v1/stream"); }, "the end of the start");
+    until([&] { return wasAsked("page POST /v1/inbox 200"); }, "the page, logged in");
+}
+
 void DesktopStage::startAgain(const std::vector<std::string>& arguments) {
-    std::vector<std::string> words{bin + "/kelvadrome"};
+    std::vector<std::string> words{(bin / "kelvadrome").string()};
     words.insert(words.end(), arguments.begin(), arguments.end());
     const Program second(words, environment(), folder / "second.log");
     until([&] { return !second.running(); }, "the second start to end by itself");
@@ -100,40 +133,40 @@ void DesktopStage::finishSetupBeforehand() {
     const auto home = folder / "home";
     fs::create_directory(home);
     fs::permissions(home, fs::perms::owner_all);
-    const auto store = bin + "/resources/kelvadrome/src/store.mjs";
+    const auto store = (bin / "resources/kelvadrome/src/store.mjs").string();
     output({node(), "--no-warnings", "--input-type=module", "-e",
                "const { Store } = await import('file://" + store + "'); const store = new Store('" + home +
                    "'); store.keepSetting('setup_finished', 'now');"},
         environment());
 }
 
-/// The program in a folder of its own, whose daemon is the real one but for the state of one agent.
-void DesktopStage::pretendInstalling(const std::string& agent) {
-    const fs::path real = bin, own = folder / "bin";
-    const auto companion = fs::canonical(real / "resources/kelvadrome");
-    fs::create_directories(own / "resources/kelvadrome");
-    // The program finds its modules and resources beside itself, so a link of its name won't do.
+/// The program in a folder of its own, with a daemon that also notes each request that it has answered.
+void DesktopStage::makeProgram() {
+    const fs::path real = KELVADROME_BIN, companion = fs::canonical(real / "resources/kelvadrome");
+    fs::create_directories(bin / "resources/kelvadrome");
+    // It finds its modules and resources beside itself, so a symbolic link of its name won't do.
     std::error_code otherDisk;
-    fs::create_hard_link(real / "kelvadrome", own / "kelvadrome", otherDisk);
+    fs::create_hard_link(real / "kelvadrome", bin / "kelvadrome", otherDisk);
     if (otherDisk)
-        fs::copy_file(real / "kelvadrome", own / "kelvadrome");
-    fs::create_symlink(real / "libkelvadrome-desktop.so", own / "libkelvadrome-desktop.so");
-    fs::create_symlink(real / "resources/node", own / "resources/node");
+        fs::copy_file(real / "kelvadrome", bin / "kelvadrome");
+    fs::create_symlink(real / "libkelvadrome-desktop.so", bin / "libkelvadrome-desktop.so");
+    fs::create_symlink(real / "resources/node", bin / "resources/node");
     for (const auto& entry : fs::directory_iterator(companion)) {
         if (entry.path().filename() != "kelvadromed-app.mjs")
-            fs::create_symlink(entry.path(), own / "resources/kelvadrome" / entry.path().filename());
+            fs::create_symlink(entry.path(), bin / "resources/kelvadrome" / entry.path().filename());
     }
-    std::ofstream(own / "resources/kelvadrome/kelvadromed-app.mjs") << fmt::format(
-        "const {{ Onboarding }} = await import('{0}/src/onboarding.mjs');\n"
-        "const real = Onboarding.prototype.status;\n"
-        "Onboarding.prototype.status = function () {{\n"
-        "  const status = real.call(this);\n"
-        "  status.agents.find((agent) => agent.id === '{1}').install = {{ state: 'running' }};\n"
-        "  return status;\n"
-        "}};\n"
-        "await import('{0}/kelvadromed-app.mjs');\n",
-        companion.string(), agent);
-    bin = own;
+    const auto script = Text::replaceAll(Text::replaceAll(daemonScript, "@COMPANION@", companion.string()),
+        "@FOLDER@", folder.path().string());
+    std::ofstream(bin / "resources/kelvadrome/kelvadromed-app.mjs") << script;
+}
+
+void DesktopStage::pretendInstalling(const std::string& agent) {
+    std::ofstream(folder / "installing") << agent;
+}
+
+int DesktopStage::timesAsked(const std::string& request) const {
+    const auto requests = kept(folder / "requests");
+    return static_cast<int>(std::ranges::count(Text::split(requests, '\n'), request));
 }
 
 std::vector<pid_t> DesktopStage::childrenNamed(const std::string& name) const {
@@ -178,7 +211,9 @@ void DesktopStage::type(const std::string& words) {
 }
 
 std::string DesktopStage::activeWindow() const {
-    return run({"xdotool", "getactivewindow", "getwindowname"});
+    // The last one stays named as active when it closes.
+    const auto title = run({"xdotool", "getactivewindow", "getwindowname"});
+    return isOpen(title) ? title : std::string();
 }
 
 ScreenReader::Thing DesktopStage::see(const std::string& name, const std::string& role) {
@@ -213,6 +248,14 @@ void DesktopStage::waitActive(const std::string& window) {
     until([&] { return activeWindow() == window; }, "\"" + window + "\" to be in front");
 }
 
+bool DesktopStage::isOpen(const std::string& window) const {
+    return !run({"xdotool", "search", "--onlyvisible", "--name", exact(window)}).empty();
+}
+
+void DesktopStage::waitClosed(const std::string& window) {
+    until([&] { return !isOpen(window); }, "\"" + window + "\" to close");
+}
+
 bool DesktopStage::isSelected(const std::string& section) const {
     const auto row = reader->findPart(section, "list item");
     return row && row->selected;
@@ -225,14 +268,29 @@ void DesktopStage::activateTrayItem() {
     ask(tray->bus, item, "Activate", g_variant_new("(ii)", 1200, 4), "()");
 }
 
+/// The card has the focus: "1" chooses, which shows the review with the focus on "Back".
 void DesktopStage::approveOnPage() {
-    keys("1"); // chooses, which shows the review with the focus on "Back"
-    g_usleep(0);
-    keys("Tab"); // to "Confirm and send"
-    keys("Return");
+    const auto before = timesAsked("page POST /v1/page/review 200");
+    keys("1");
+    until([&] { return timesAsked("page POST /v1/page/review 200") > before; }, "the review on the page");
+    keys("Tab Return"); // to "Confirm and send"
+    until([&] { return wasAsked("page POST /v1/cards/answer 200"); }, "the page's answer");
 }
 
-void DesktopStage::walkThroughSetup() {}
+void DesktopStage::walkThroughSetup() {
+    until([&] { return timesAsked("page POST /v1/onboarding/status 200") > 0; }, "the setup page");
+    keys("Tab Tab Return"); // past "Skip to content" to "Choose a folder"
+    waitActive("Pick the folder that holds your work.");
+    const auto before = timesAsked("page POST /v1/onboarding/status 200");
+    press("Use folder");
+    until([&] { return wasAsked("page POST /v1/onboarding/folder 200"); }, "the page to tell of the folder");
+    until(
+        [&] { return timesAsked("page POST /v1/onboarding/status 200") > before; }, "the folder on the page");
+    keys("Tab Tab Return");     // past the folder to "Continue"
+    keys("Tab Tab Tab Return"); // past "Copy" and "Back" to "Continue"
+    keys("Tab Tab Return");     // past "Back" to "Finish setup"
+    until([&] { return wasAsked("page POST /v1/onboarding/finish 200"); }, "the end of setup");
+}
 
 void DesktopStage::resize(const std::string& window, int width, int height) {
     run({"xdotool", "search", "--onlyvisible", "--name", exact(window), "windowsize", std::to_string(width),
@@ -256,7 +314,7 @@ std::string DesktopStage::sizeOf(const std::string& window) const {
 
 Card DesktopStage::startAgent(const std::string& script) {
     const auto before = cards();
-    const auto agent = bin + "/resources/kelvadrome/sample-agent/sample-agent.mjs";
+    const auto agent = (bin / "resources/kelvadrome/sample-agent/sample-agent.mjs").string();
     const auto config = folder / "tmux.conf";
     std::ofstream(config) << "set -g remain-on-exit on\n";
     run({"tmux", "-f", config, "new-session", "-d", "-s", script, "-x", "100", "-y", "30",
@@ -286,6 +344,8 @@ void DesktopStage::until(const std::function<bool()>& condition, const std::stri
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::duration<double>(limit);
     while (!condition()) {
         if (std::chrono::steady_clock::now() >= deadline) {
+            if (const char* picture = g_getenv("KELVADROME_TEST_PICTURE"))
+                run({"import", "-window", "root", picture});
             throw std::runtime_error(
                 fmt::format("waited in vain for {}\nthe application {}, in front: {}\n{}\n{}", what,
                     app && app->running() ? "runs" : "doesn't run", activeWindow(),

@@ -23,13 +23,19 @@ protected:
 
     // The application.
     void startApp(const std::vector<std::string>& arguments = {});
+    /// Until the main window is in front with the page in it, logged in.
+    void waitUntilUp();
+    /// How often the daemon has answered this, such as "page POST /v1/inbox 200", since the application's
+    /// start.
+    int timesAsked(const std::string& request) const;
+    bool wasAsked(const std::string& request) const { return timesAsked(request) > 0; }
     /// A second start while the first runs; it ends by itself.
     void startAgain(const std::vector<std::string>& arguments = {});
     /// SIGTERM, and the exit that follows.
     void quitApp();
     /// From here on the daemon says that setup is over.
     void finishSetupBeforehand();
-    /// From here on the daemon of this application says that it installs the agent.
+    /// From here on the daemon says that it installs the agent.
     void pretendInstalling(const std::string& agent);
     /// The processes below the application's of this name.
     std::vector<pid_t> childrenNamed(const std::string& name) const;
@@ -43,10 +49,18 @@ protected:
     ScreenReader::Thing see(const std::string& name, const std::string& role = {});
     ScreenReader::Thing seePart(const std::string& words, const std::string& role = {});
     void gone(const std::string& name, const std::string& role = {});
-    void press(const std::string& name, const std::string& role = {}) { reader->press(see(name, role)); }
+    /// The first button with these words in its name.
+    void press(const std::string& words) { reader->press(seePart(words, "button")); }
     /// Tab until that has the focus.
     void tabTo(const std::string& name);
     void waitActive(const std::string& window);
+    bool isOpen(const std::string& window) const;
+    void waitClosed(const std::string& window);
+    void close(const std::string& window) {
+        waitActive(window);
+        keys("alt+F4");
+        waitClosed(window);
+    }
     /// Whether the sidebar's row of this section is selected.
     bool isSelected(const std::string& section) const;
     void activateTrayItem();
@@ -71,7 +85,7 @@ protected:
     void until(const std::function<bool()>& condition, const std::string& what);
 
     TemporaryFolder folder;
-    std::string bin = KELVADROME_BIN; // the folder of the program
+    const std::filesystem::path bin = folder.path() / "bin"; // the folder of the program
     std::unique_ptr<HeadlessDisplay> display;
     std::unique_ptr<FakeNotificationServer> notifications;
     std::unique_ptr<FakeTrayWatcher> tray;
@@ -79,9 +93,10 @@ protected:
     std::unique_ptr<Program> app;
 
 private:
+    void makeProgram();
     static std::string exact(const std::string& title) { return "^" + title + "$"; }
     Program::Environment environment() const;
-    std::string node() const { return bin + "/resources/node/bin/node"; }
+    std::string node() const { return (bin / "resources/node/bin/node").string(); }
     std::string run(const std::vector<std::string>& words) const { return output(words, environment()); }
 
     std::unique_ptr<Program> windowManager_;

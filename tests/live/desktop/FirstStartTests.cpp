@@ -13,31 +13,31 @@ TEST_F(DesktopStage, aFirstStartLeadsThroughSetupAndAsksBeforeAnInstallIsLost) {
     waitActive(setup);
 
     app->signal(SIGTERM);
-    see("Claude is installing. Quit anyway?");
+    see("Claude Code is installing. Quit anyway?");
     see("The install stops with kelvadrome and shows as interrupted at the next start.");
-    press("Keep running", "button");
-    gone("Claude is installing. Quit anyway?");
+    press("Keep running");
+    gone("Claude Code is installing. Quit anyway?");
     EXPECT_TRUE(app->running());
 
     // Closing asks once; "Finish later" leaves a line in the panel.
     waitActive(setup);
     keys("alt+F4");
     see("Finish setup later?");
-    press("Keep going", "button");
+    press("Keep going");
     gone("Finish setup later?");
     waitActive(setup);
     keys("alt+F4");
-    press("Finish later", "button");
-    until([&] { return activeWindow() != setup; }, "the setup window to close");
+    press("Finish later");
+    waitClosed(setup);
     activateTrayItem();
     see("3 short steps. Nothing installs or changes before you press.");
-    press("Finish setup", "button");
+    press("Finish setup");
     waitActive(setup);
 
     // A second start brings setup back, not the main window.
     keys("alt+F4");
-    press("Finish later", "button");
-    until([&] { return activeWindow() != setup; }, "the setup window to close");
+    press("Finish later");
+    waitClosed(setup);
     startAgain();
     waitActive(setup);
 

@@ -10,7 +10,7 @@ namespace {
 TEST_F(DesktopStage, theWindowsComeAndGoAsTheyAreAskedTo) {
     finishSetupBeforehand();
     startApp();
-    waitActive("kelvadrome");
+    waitUntilUp();
 
     // The panel: by the tray, by its key, and gone with Escape and with the focus.
     const auto panelShows = [&] { return reader->find("New questions land here first.").has_value(); };
@@ -37,12 +37,10 @@ TEST_F(DesktopStage, theWindowsComeAndGoAsTheyAreAskedTo) {
     seePart("Topics", "list item");
 
     // Closed, it comes back by an address and by a second start.
-    keys("alt+F4");
-    until([&] { return activeWindow() != "kelvadrome"; }, "the window to close");
+    close("kelvadrome");
     startAgain({"kelvadrome://open"});
     waitActive("kelvadrome");
-    keys("alt+F4");
-    until([&] { return activeWindow() != "kelvadrome"; }, "the window to close");
+    close("kelvadrome");
     startAgain();
     waitActive("kelvadrome");
 
@@ -51,7 +49,7 @@ TEST_F(DesktopStage, theWindowsComeAndGoAsTheyAreAskedTo) {
     until([&] { return sizeOf("kelvadrome") == "1000x640"; }, "the new size");
     quitApp();
     startApp();
-    waitActive("kelvadrome");
+    waitUntilUp();
     EXPECT_EQ(sizeOf("kelvadrome"), "1000x640");
 }
 

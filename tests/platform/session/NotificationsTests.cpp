@@ -1,6 +1,6 @@
 #include "Kelvadrome/platform/linux/FreedesktopNotifications.h"
 
-#include "tests/platform/session/PrivateBus.h"
+#include "tests/platform/session/FakeNotificationServer.h"
 #include "tests/support/TemporaryFolder.h"
 
 #include <gmock/gmock.h>
@@ -14,57 +14,7 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::Not;
 
-constexpr const char* serverName = "org.freedesktop.Notifications";
-constexpr const char* serverPath = "/org/freedesktop/Notifications";
-
-struct FakeServer : FakePeer {
-    FakeServer(OwnedObject<GDBusConnection> connection, std::vector<const char*> capabilities)
-        : FakePeer(std::move(connection), serverName), capabilities_(std::move(capabilities)) {
-        served = bus.serve(serverPath,
-            "<node><interface name='org.freedesktop.Notifications'><method name='GetCapabilities'>"
-            "<arg type='as' direction='out'/></method><method name='CloseNotification'>"
-            "<arg type='u' direction='in'/></method><method name='Notify'><arg type='s' direction='in'/>"
-            "<arg type='u' direction='in'/><arg type='s' direction='in'/><arg type='s' direction='in'/>"
-            "<arg type='s' direction='in'/><arg type='as' direction='in'/><arg type='a{sv}' direction='in'/>"
-            "<arg type='i' direction='in'/><arg type='u' direction='out'/></method></interface></node>",
-            {.call = [this](const std::string& method, GVariant* arguments) {
-                return answer(method, arguments);
-            }});
-    }
-    void invoke(std::uint32_t id, const char* action, const char* token = nullptr) {
-        if (token)
-            bus.emit(serverPath, serverName, "ActivationToken", g_variant_new("(us)", id, token));
-        bus.emit(serverPath, serverName, "ActionInvoked", g_variant_new("(us)", id, action));
-    }
-    void close(std::uint32_t id) {
-        bus.emit(serverPath, serverName, "NotificationClosed", g_variant_new("(uu)", id, 2U));
-    }
-
-    std::vector<std::string> notified; // what each Notify said, as text
-    std::vector<std::uint32_t> replaced;
-    std::vector<std::uint32_t> closed;
-    std::function<void()> beforeReply;
-
-private:
-    GVariant* answer(const std::string& method, GVariant* arguments) {
-        if (method == "GetCapabilities")
-            return g_variant_new(
-                "(@as)", g_variant_new_strv(capabilities_.data(), gssize(capabilities_.size())));
-        if (method == "CloseNotification") {
-            g_variant_get(arguments, "(u)", &closed.emplace_back());
-            return nullptr;
-        }
-        const OwnedText text(g_variant_print(arguments, FALSE));
-        notified.emplace_back(text.get());
-        g_variant_get_child(arguments, 1, "u", &replaced.emplace_back());
-        if (beforeReply)
-            beforeReply();
-        return g_variant_new("(u)", replaced.back() != 0 ? replaced.back() : ++count_);
-    }
-
-    std::vector<const char*> capabilities_;
-    std::uint32_t count_ = 0;
-};
+using FakeServer = FakeNotificationServer;
 
 class NotificationsTest : public PrivateBus {
 protected:
@@ -181,21 +131,6 @@ TEST_F(NotificationsTest, permissionIsWhetherAServerAnswersOrCouldBeStarted) {
     const auto startable = make();
     const auto hasty = FreedesktopNotifications::make(bus, 200);
     {
-TEST_F(NotificationsTest, permissionFollowsTheServersThatComeAndGoAndIsToldOncePerChange) {
-    const auto center = FreedesktopNotifications::make(bus);
-    const auto notifier = std::make_shared<Notifier>(loop.executor(), center);
-    run(notifier->setUp(true, [this](bool allowed) { said.emplace_back(allowed ? "allowed" : "refused"); }));
-    EXPECT_EQ(run(notifier->postStop(1)).take(), "");
-    auto first = server();
-    waitFor([&] { return notifier->enabled(); }, "the first server to count");
-    EXPECT_NE(run(notifier->postStop(1)).take(), "");
-    first.reset();
-    waitFor([&] { return !notifier->enabled(); }, "its end to count");
-    const auto second = server();
-    waitFor([&] { return notifier->enabled(); }, "the second server to count");
-    EXPECT_THAT(said, ElementsAre("refused", "allowed", "refused", "allowed"));
-}
-
         const auto stuck = server();
         stuck->hang();
         EXPECT_FALSE(allowed(*hasty));
@@ -237,13 +172,28 @@ TEST_F(NotificationsTest, theNotifierReachesItsUserThroughIt) {
     notifier->onOpen = [&] { ++opened; };
     run(notifier->setUp(true, [this](bool allowed) { said.emplace_back(allowed ? "allowed" : "refused"); }));
     EXPECT_THAT(said, ElementsAre("allowed"));
-    run(notifier->postStop(2));
+    const auto notification = run(notifier->postStop(2)).take();
     ASSERT_EQ(shown->notified.size(), 1U);
     shown->invoke(1, "default");
     waitFor([&] { return opened == 1; }, "the press");
     notifier->withdraw(notification);
     settle(*bus, shown->bus);
     EXPECT_THAT(shown->closed, ElementsAre(1U));
+}
+
+TEST_F(NotificationsTest, permissionFollowsTheServersThatComeAndGoAndIsToldOncePerChange) {
+    const auto center = FreedesktopNotifications::make(bus);
+    const auto notifier = std::make_shared<Notifier>(loop.executor(), center);
+    run(notifier->setUp(true, [this](bool allowed) { said.emplace_back(allowed ? "allowed" : "refused"); }));
+    EXPECT_EQ(run(notifier->postStop(1)).take(), "");
+    auto first = server();
+    waitFor([&] { return notifier->enabled(); }, "the first server to count");
+    EXPECT_NE(run(notifier->postStop(1)).take(), "");
+    first.reset();
+    waitFor([&] { return !notifier->enabled(); }, "its end to count");
+    const auto second = server();
+    waitFor([&] { return notifier->enabled(); }, "the second server to count");
+    EXPECT_THAT(said, ElementsAre("refused", "allowed", "refused", "allowed"));
 }
 
 } // namespace

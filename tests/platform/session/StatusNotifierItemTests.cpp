@@ -1,6 +1,6 @@
 #include "Kelvadrome/platform/linux/StatusNotifierItem.h"
 
-#include "tests/platform/session/PrivateBus.h"
+#include "tests/platform/session/FakeTrayWatcher.h"
 
 #include <gmock/gmock.h>
 
@@ -10,40 +10,7 @@ namespace {
 using testing::ElementsAre;
 using testing::HasSubstr;
 
-constexpr const char* watcherName = "org.kde.StatusNotifierWatcher";
-constexpr const char* watcherPath = "/StatusNotifierWatcher";
-
-struct FakeWatcher : FakePeer {
-    explicit FakeWatcher(OwnedObject<GDBusConnection> connection, bool withHost)
-        : FakePeer(std::move(connection), watcherName), hosted(withHost) {
-        served = bus.serve(watcherPath,
-            "<node><interface name='org.kde.StatusNotifierWatcher'><method name='RegisterStatusNotifierItem'>"
-            "<arg type='s' direction='in'/></method>"
-            "<property name='IsStatusNotifierHostRegistered' type='b' access='read'/></interface></node>",
-            {.call = [this](const std::string&, GVariant* arguments) -> GVariant* {
-                 const char* name = nullptr;
-                 g_variant_get(arguments, "(&s)", &name);
-                 items.emplace_back(name);
-                 if (refusing)
-                     throw SessionBus::Refusal("not yet");
-                 return nullptr;
-             },
-                .property =
-                    [this](const std::string&) {
-                        ++looks;
-                        return g_variant_new_boolean(hosted);
-                    }});
-    }
-    void setHosted(bool now, const char* signal) {
-        hosted = now;
-        bus.emit(watcherPath, watcherName, signal, nullptr);
-    }
-
-    bool hosted;
-    bool refusing = false;
-    int looks = 0;
-    std::vector<std::string> items;
-};
+using FakeWatcher = FakeTrayWatcher;
 
 class StatusNotifierItemTest : public PrivateBus {
 protected:

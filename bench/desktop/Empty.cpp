@@ -1,0 +1,4 @@
+/// What any program costs before it does something.
+int main() {
+    return 0;
+}
