@@ -23,7 +23,10 @@ PageStack::PageStack(Gtk::Widget& page, std::function<void()> tryAgain)
 
 void PageStack::showPage() {
     const bool changes = std::exchange(trouble_, std::nullopt).has_value();
+    const bool focused = again_.has_focus();
     stack_.set_visible_child("page");
+    if (focused)
+        stack_.get_visible_child()->grab_focus();
     if (changes && onChange)
         onChange();
 }

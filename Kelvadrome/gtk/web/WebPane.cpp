@@ -115,6 +115,8 @@ void WebPane::callPage(const PageCall& call, ScopeFilter scope) {
 }
 
 void WebPane::navigate(std::string path, ScopeFilter scope, std::optional<std::string> focus) {
+    if (focus && !trouble())
+        gtk_widget_grab_focus(GTK_WIDGET(view_.get())); // so that the keys act on the card
     callPage(PageCall::navigate(path, focus), scope);
 }
 

@@ -38,8 +38,10 @@ TEST_F(DesktopStage, aFirstStartLeadsThroughSetupAndAsksBeforeAnInstallIsLost) {
     keys("alt+F4");
     press("Finish later");
     waitClosed(setup);
+    const auto loads = timesAsked("page POST /v1/onboarding/status 200");
     startAgain();
     waitActive(setup);
+    until([&] { return timesAsked("page POST /v1/onboarding/status 200") > loads; }, "the setup page");
 
     walkThroughSetup();
     waitActive("kelvadrome");

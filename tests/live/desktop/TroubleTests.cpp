@@ -58,6 +58,10 @@ TEST_F(DesktopStage, whatTheApplicationLeansOnMayDieAndTheApplicationGoesOn) {
 
     // The page has the new session too.
     waitActive("kelvadrome");
+    keys("ctrl+p");
+    tabTo("Review in kelvadrome");
+    keys("Return");
+    waitActive("kelvadrome");
     approveOnPage();
     seeInPane("stop", "You chose: Approve");
 
