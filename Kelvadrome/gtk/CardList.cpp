@@ -80,7 +80,7 @@ void CardList::draw() {
     if (last)
         reorder_child_after(more_, *last);
     if (focusGoes && !views_.empty())
-        view(std::min(*focused, views_.size() - 1))->focusFirst();
+        view(std::min(*focused, views_.size() - 1))->focusTitle();
 }
 
 std::optional<std::size_t> CardList::focusedIndex() const {

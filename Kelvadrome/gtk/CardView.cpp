@@ -94,19 +94,17 @@ void CardView::show(const PanelRow& row) {
     build(row);
     if (!hadFocus)
         return;
-    auto* const again = focused ? control(*focused) : nullptr;
-    if (!again)
-        return focusFirst();
+    // Never to another answer: the next press may be meant for what was there before.
+    auto* again = focused ? control(*focused) : nullptr;
+    if (const auto* const hold = std::get_if<HoldRow>(&row); hold && hold->undo)
+        again = control(hold->undo->words);
+    if (!again) {
+        focusTitle();
+        return;
+    }
     again->grab_focus();
     if (auto* const text = dynamic_cast<Gtk::Entry*>(again))
         text->set_position(-1); // selecting all, as taking the focus does, would have the next key replace it
-}
-
-void CardView::focusFirst() {
-    const auto usable = std::ranges::find_if(controls_,
-        [](const auto& entry) { return entry.second->is_sensitive() && entry.second->get_mapped(); });
-    if (usable == controls_.end() || !usable->second->grab_focus())
-        focusTitle();
 }
 
 /// What stands for the whole card when a screen reader comes by.

@@ -35,11 +35,9 @@ public:
 
     CardView(std::shared_ptr<CardDesk> desk, Form form);
 
-    /// Changes no more widgets than it must; the focus stays, or goes to what has taken the place of what had
-    /// it.
+    /// Changes no more widgets than it must. The focus stays on what is there still, or goes to "Undo", or to
+    /// the title.
     void show(const PanelRow& row);
-    /// Gives the focus to the first thing to press or to type into, or to the title.
-    void focusFirst();
     bool focusTitle() { return title_ && title_->grab_focus(); }
 
 private:
