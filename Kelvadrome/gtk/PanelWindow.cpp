@@ -12,7 +12,24 @@ namespace kelvadrome {
 namespace {
 
 constexpr int width = 380;
-constexpr int tallest = 640;
+constexpr int shortest = 320; // what it may grow to on the smallest of screens
+constexpr int aroundIt = 80;  // of the screen's height, for bars and a margin
+
+using OwnedMonitor =
+    std::unique_ptr<GdkMonitor, decltype([](GdkMonitor* monitor) { g_object_unref(monitor); })>;
+
+/// What the panel may grow to: it can open on any of the screens.
+int tallest() {
+    auto* const monitors = gdk_display_get_monitors(gdk_display_get_default());
+    int height = 900;
+    for (guint i = 0; i < g_list_model_get_n_items(monitors); ++i) {
+        const OwnedMonitor monitor(GDK_MONITOR(g_list_model_get_item(monitors, i)));
+        GdkRectangle place;
+        gdk_monitor_get_geometry(monitor.get(), &place);
+        height = i == 0 ? place.height : std::min(height, place.height);
+    }
+    return std::max(shortest, height - aroundIt);
+}
 
 } // namespace
 
@@ -31,7 +48,6 @@ PanelWindow::PanelWindow(
     add_css_class("panel-window");
     scroller_.set_policy(Gtk::PolicyType::NEVER, Gtk::PolicyType::AUTOMATIC);
     scroller_.set_propagate_natural_height(true);
-    scroller_.set_max_content_height(tallest);
     scroller_.set_size_request(width, -1);
     scroller_.set_child(view_);
     set_child(scroller_);
@@ -75,6 +91,7 @@ void PanelWindow::toggle(std::optional<std::pair<int, int>> place) {
 
 void PanelWindow::open(std::optional<std::pair<int, int>> place) {
     place_ = place;
+    scroller_.set_max_content_height(tallest());
     const auto windows = list_toplevels();
     const auto active =
         std::ranges::find_if(windows, [](Gtk::Window* window) { return window->is_active(); });

@@ -21,12 +21,17 @@ constexpr std::array<const char*, allSettingsTabs.size()> icons = {"preferences-
 } // namespace
 
 SettingsWindow::SettingsWindow(std::shared_ptr<SettingsModel> model)
-    : model_(std::move(model)), presses_{
-                                    .toggle = [this](std::string id, bool on) { model_->toggle(id, on); },
-                                    .choose = [this](std::string id,
-                                                  std::size_t index) { model_->choose(id, index); },
-                                    .press = [this](std::string id) { model_->press(id); }},
-      adw_(ADW_PREFERENCES_WINDOW(adw_preferences_window_new())), window_(Glib::wrap(GTK_WINDOW(adw_))) {
+    : model_(std::move(model)), adw_(ADW_PREFERENCES_WINDOW(adw_preferences_window_new())),
+      window_(Glib::wrap(GTK_WINDOW(adw_))) {
+    presses_.toggle = [this](const std::string& id, bool on) {
+        touched();
+        model_->toggle(id, on);
+    };
+    presses_.choose = [this](const std::string& id, std::size_t index) {
+        touched();
+        model_->choose(id, index);
+    };
+    presses_.press = [this](const std::string& id) { model_->press(id); };
     window_->set_name("settings");
     window_->set_title("Settings");
     window_->set_default_size(width, height);
@@ -43,13 +48,19 @@ SettingsWindow::SettingsWindow(std::shared_ptr<SettingsModel> model)
         if (window_->property_is_active().get_value())
             model_->lookAgain();
     });
-    window_->signal_hide().connect([this] { model_->lookAway(); });
+    window_->signal_hide().connect([this] {
+        model_->lookAway();
+        // Some window managers don't give the focus back to a window that isn't in their list.
+        if (parent_ && parent_->get_visible())
+            parent_->present();
+    });
     watching_ = model_->observe([this] { show(); });
 }
 
 SettingsWindow::~SettingsWindow() {
     watching_.cancel();
     model_->onNotice = nullptr;
+    parent_ = nullptr;
     gtk_window_destroy(GTK_WINDOW(adw_));
 }
 
@@ -81,6 +92,7 @@ SettingsWindow::Page SettingsWindow::makePage(SettingsTab tab) {
 
 void SettingsWindow::open(std::optional<SettingsTab> tab, Gtk::Window* parent) {
     if (!window_->get_visible()) {
+        parent_ = parent;
         gtk_window_set_transient_for(
             GTK_WINDOW(adw_), parent && parent->get_visible() ? parent->gobj() : nullptr);
         window_->set_visible(true);
@@ -89,6 +101,12 @@ void SettingsWindow::open(std::optional<SettingsTab> tab, Gtk::Window* parent) {
     if (tab)
         adw_preferences_window_set_visible_page(adw_, pages_[static_cast<std::size_t>(*tab)].widget);
     window_->present();
+}
+
+/// A widget shows what the user made of it, which the model may not follow.
+void SettingsWindow::touched() {
+    for (auto& page : pages_)
+        page.shown.clear();
 }
 
 void SettingsWindow::show() {

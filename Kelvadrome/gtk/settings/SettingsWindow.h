@@ -19,7 +19,8 @@ public:
     SettingsWindow(const SettingsWindow&) = delete;
     SettingsWindow& operator=(const SettingsWindow&) = delete;
 
-    /// Brings the window up, in front of `parent` while that is visible. Without a tab it stays on the last.
+    /// Brings the window up, in front of `parent` while that is visible; it outlives this. Without a tab it
+    /// stays on the last.
     void open(std::optional<SettingsTab> tab, Gtk::Window* parent);
     Gtk::Window& window() { return *window_; }
 
@@ -36,12 +37,14 @@ private:
 
     Page makePage(SettingsTab tab);
     void show();
+    void touched();
     void fill(Group& group, const std::vector<SettingsRow>& rows);
 
     std::shared_ptr<SettingsModel> model_;
     SettingsRowView::Presses presses_;
     AdwPreferencesWindow* adw_; // as window_, ours until destroyed
     Gtk::Window* window_;
+    Gtk::Window* parent_ = nullptr; // in front of which it was opened
     std::array<Page, allSettingsTabs.size()> pages_;
     Subscription watching_;
 };
