@@ -1,6 +1,7 @@
 #include "Kelvadrome/gtk/NativeInbox.h"
 
 #include "Kelvadrome/gtk/CardActions.h"
+#include "Kelvadrome/gtk/Words.h"
 
 #include <fmt/format.h>
 
@@ -13,8 +14,7 @@ namespace {
 constexpr int widest = 680;
 
 void asWords(Gtk::Label& label, const char* style) {
-    label.set_xalign(0);
-    label.set_wrap(true);
+    wrap(label);
     label.add_css_class(style);
 }
 

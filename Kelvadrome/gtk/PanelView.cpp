@@ -20,8 +20,7 @@ void clear(Gtk::Box& box) {
 }
 
 void asWords(Gtk::Label& label, const char* style) {
-    label.set_xalign(0);
-    label.set_wrap(true);
+    wrap(label);
     label.add_css_class(style);
 }
 
@@ -80,7 +79,7 @@ void PanelView::makeFooter() {
     open_.set_halign(Gtk::Align::START);
     open_.signal_clicked().connect([this] { perform(shownContent_->open); });
     row->append(open_);
-    asWords(more_, "dim-label");
+    more_.add_css_class("dim-label");
     row->append(more_);
     append(*row);
 }
@@ -172,10 +171,13 @@ void PanelView::drawAgents(const std::vector<AgentLine>& agents) {
         lamp->add_css_class(std::string(rawValue(agent.lamp)));
         lamp->set_valign(Gtk::Align::CENTER);
         row->append(*lamp);
-        row->append(*wordsLabel(agent.name, "", Wrapping::elides));
+        auto* const name = wordsLabel(agent.name, "", Wrapping::elides);
+        name->set_max_width_chars(24);
+        row->append(*name);
         auto* const words = wordsLabel(agent.words, "dim-label", Wrapping::elides);
         words->set_hexpand(true);
         words->set_xalign(1);
+        words->set_max_width_chars(16);
         row->append(*words);
         agents_.append(*row);
     }

@@ -12,6 +12,7 @@ constexpr const char* sheet = R"css(
 .question { padding: 12px; }
 .question .summary:focus-visible { outline: 2px solid @accent_color; outline-offset: 2px; border-radius: 6px; }
 .question.high-risk { box-shadow: inset 4px 0 @error_color, 0 0 0 1px alpha(currentColor, .12); }
+.question.high-risk:dir(rtl) { box-shadow: inset -4px 0 @error_color, 0 0 0 1px alpha(currentColor, .12); }
 .question .summary { font-weight: 600; }
 .question .risk { font-size: smaller; font-weight: 700; color: @error_color; }
 .question .caption, .sidebar-detail, .fact-name { font-size: smaller; opacity: .75; }
