@@ -284,7 +284,11 @@ private:
                 window_->present();
             return;
         }
+        const bool more = window_->get_visible() && !model_->state().onboardingActive;
         model_->reopen();
+        // Where no tray shows the item, this is a way to what it would open.
+        if (more && !tray_->hosted())
+            panel_->open(std::nullopt);
     }
 
     void opened(const Gio::Application::type_vec_files& files) {

@@ -22,6 +22,8 @@ public:
     TrayIcon(std::shared_ptr<SessionBus> bus, std::shared_ptr<AppModel> model, Presses presses);
 
     void show(const AppState& state);
+    /// Whether some tray shows it, as far as is known.
+    bool hosted() const { return item_.hosted(); }
 
 private:
     std::vector<BusMenuEntry> menu(const AppState& state);
