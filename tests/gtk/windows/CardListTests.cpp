@@ -1,0 +1,193 @@
+#include "Kelvadrome/gtk/CardList.h"
+#include "Kelvadrome/gtk/Theme.h"
+#include "Kelvadrome/gtk/TrayImage.h"
+
+#include "tests/model/World.h"
+#include "tests/support/HeadlessDisplay.h"
+
+#include <adwaita.h>
+#include <cstdio>
+#include <cstdlib>
+#include <gtkmm/init.h>
+#include <gtkmm/window.h>
+
+namespace kelvadrome::test {
+namespace {
+
+using Kind = PanelAction::Kind;
+
+/// What can be read of the widget that has the focus, or of the one around it: "[text]" for an entry.
+std::string words(GtkWidget* widget) {
+    for (; widget; widget = gtk_widget_get_parent(widget)) {
+        if (GTK_IS_ENTRY(widget))
+            return std::string("[") + gtk_editable_get_text(GTK_EDITABLE(widget)) + "]";
+        if (GTK_IS_BUTTON(widget) && GTK_IS_LABEL(gtk_button_get_child(GTK_BUTTON(widget))))
+            return gtk_label_get_text(GTK_LABEL(gtk_button_get_child(GTK_BUTTON(widget))));
+        if (GTK_IS_LABEL(widget))
+            return gtk_label_get_text(GTK_LABEL(widget));
+    }
+    return "nothing";
+}
+
+class CardListStage : public testing::Test {
+protected:
+    void SetUp() override {
+        static HeadlessDisplay display;
+        if (!display.problem().empty()) {
+            std::fprintf(stderr, "SKIPPED, NOTHING TESTED: %s\n", display.problem().c_str());
+            GTEST_SKIP() << display.problem();
+        }
+        static const bool ready = [] {
+            setenv("GSETTINGS_BACKEND", "memory", 1);
+            setenv("GTK_A11Y", "none", 1);
+            adw_init();
+            Gtk::init_gtkmm_internals();
+            Theme::install();
+            return true;
+        }();
+        ASSERT_TRUE(ready);
+        desk = std::make_shared<CardDesk>(CardDesk{
+            .perform = [this](const PanelAction& action, const Card&) { done.push_back(action.words); },
+            .answer = [this](const Card& card,
+                          std::string text) { done.push_back("answer " + card.id + " " + text); },
+            .answerBatch =
+                [this](const Card& card, const std::map<std::string, std::string>& answers) {
+                    std::string line = "batch " + card.id;
+                    for (const auto& [id, text] : answers)
+                        line += " " + id + "=" + text;
+                    done.push_back(line);
+                }});
+        list = std::make_unique<CardList>(desk, CardView::Form::open);
+        window = std::make_unique<Gtk::Window>();
+        window->set_child(*list);
+        window->present();
+    }
+
+    static PanelCard card(const std::string& id) {
+        return {.card = World::card(id),
+            .agent = "Claude Code",
+            .age = "now",
+            .summary = "Question " + id,
+            .actions = {{.kind = Kind::answer, .words = "Yes " + id, .answer = "Yes"},
+                {.kind = Kind::snooze, .words = "Snooze " + id}}};
+    }
+    static HoldRow hold(const std::string& id, double left, bool committed = false) {
+        HoldRow row{.card = World::card(id), .agent = "Claude Code", .label = "mine", .committed = committed};
+        row.words = committed ? "mine. Sent to Claude Code" : "Sending in a moment. Undo.";
+        row.left = left;
+        row.duration = 2;
+        if (!committed)
+            row.undo = PanelAction{.kind = Kind::undo, .words = "Undo"};
+        return row;
+    }
+    std::string focused() { return words(gtk_window_get_focus(GTK_WINDOW(window->gobj()))); }
+    void press(const std::string& button) {
+        for (int i = 0; i < 40 && focused() != button; ++i)
+            window->child_focus(Gtk::DirectionType::TAB_FORWARD);
+        ASSERT_EQ(focused(), button);
+        g_signal_emit_by_name(gtk_window_get_focus(GTK_WINDOW(window->gobj())), "clicked");
+    }
+    void type(const std::string& text) {
+        for (int i = 0; i < 40 && !focused().starts_with("["); ++i)
+            window->child_focus(Gtk::DirectionType::TAB_FORWARD);
+        auto* const entry = gtk_window_get_focus(GTK_WINDOW(window->gobj()));
+        ASSERT_TRUE(GTK_IS_EDITABLE(entry));
+        int end = -1;
+        gtk_editable_insert_text(GTK_EDITABLE(entry), text.c_str(), -1, &end);
+    }
+
+    std::vector<std::string> done;
+    std::shared_ptr<CardDesk> desk;
+    std::unique_ptr<Gtk::Window> window;
+    std::unique_ptr<CardList> list;
+};
+
+TEST_F(CardListStage, whatIsTypedSurvivesEveryChangeUntilItIsSent) {
+    list->show({card("a"), card("b")});
+    type("mi");
+    auto changed = card("a");
+    changed.age = "1 min";
+    list->show({card("c"), card("b"), changed});
+    EXPECT_EQ(focused(), "[mi]") << "a new order";
+    changed.card.version = 9;
+    changed.card.body = "More to read";
+    list->show({card("b"), changed});
+    EXPECT_EQ(focused(), "[mi]") << "another text of the same card";
+    type("ne");
+    press("Send");
+    EXPECT_EQ(done, std::vector<std::string>{"answer a mine"});
+
+    list->show({hold("a", 2), card("b")});
+    list->show({card("b")}); // a card that more urgent ones drove out
+    list->show({card("a")});
+    type("!");
+    EXPECT_EQ(focused(), "[mine!]") << "undone, or refused";
+    list->show({hold("a", 0, true)});
+    list->show({card("a")});
+    type("new");
+    EXPECT_EQ(focused(), "[new]") << "it was sent";
+}
+
+TEST_F(CardListStage, theFocusNeverGoesToAnAnswerThatTheNextPressWasNotMeantFor) {
+    list->show({card("a"), card("b"), card("c")});
+    press("Yes b");
+    list->show({card("a"), hold("b", 2), card("c")});
+    EXPECT_EQ(focused(), "Undo");
+    list->show({card("a"), hold("b", 1), card("c")});
+    EXPECT_EQ(focused(), "Undo") << "a step of the countdown";
+    list->show({card("a"), card("b"), card("c")});
+    EXPECT_EQ(focused(), "Question b") << "undone";
+    list->show({card("a"), hold("b", 0, true), card("c")});
+    EXPECT_EQ(focused(), "mine. Sent to Claude Code");
+    list->show({card("a"), card("c")});
+    EXPECT_EQ(focused(), "Question c");
+    list->show({card("a")});
+    EXPECT_EQ(focused(), "Question a");
+    EXPECT_EQ(done, std::vector<std::string>{"Yes b"}) << "one press";
+}
+
+TEST_F(CardListStage, aBatchIsSentWholeAndAHighRiskOffersNoAnswer) {
+    auto batch = card("a");
+    batch.card.kind = "batch";
+    batch.card.rows = {{"lang", "Which?", "Rust", ""}, {"ci", "Which CI?", std::nullopt, ""}};
+    batch.actions.erase(batch.actions.begin());
+    list->show({batch});
+    press("Send answers");
+    EXPECT_TRUE(done.empty());
+    EXPECT_EQ(focused(), "[]") << "the question without an answer";
+    type("ours");
+    press("Send answers");
+    EXPECT_EQ(done, std::vector<std::string>{"batch a ci=ours lang=Rust"});
+
+    auto risky = card("b");
+    risky.highRisk = true;
+    risky.card.options = {"Approve"};
+    risky.actions.front() = {.kind = Kind::review, .words = "Review in kelvadrome"};
+    list->show({risky});
+    std::set<std::string> stops;
+    for (int i = 0; i < 10; ++i) {
+        window->child_focus(Gtk::DirectionType::TAB_FORWARD);
+        stops.insert(focused());
+    }
+    EXPECT_EQ(stops, (std::set<std::string>{"Question b", "Review in kelvadrome", "Snooze b"}));
+}
+
+TEST_F(CardListStage, aThousandCardsAreReachedStepByStep) {
+    std::vector<PanelRow> rows;
+    for (int i = 0; i < 1000; ++i)
+        rows.emplace_back(card(std::to_string(i)));
+    list->show(rows);
+    press("Show more (970)");
+    EXPECT_EQ(focused(), "Question 30");
+}
+
+TEST(TrayImage, aCountIsDrawnOverTheMark) {
+    const auto plain = trayImages(0), one = trayImages(1), nine = trayImages(9), many = trayImages(10);
+    ASSERT_EQ(plain.size(), one.size());
+    EXPECT_TRUE(plain != one && one != nine && nine != many);
+    EXPECT_EQ(many, trayImages(500));
+    EXPECT_EQ(plain[0].bytes.size(), std::size_t(plain[0].width) * std::size_t(plain[0].height) * 4);
+}
+
+} // namespace
+} // namespace kelvadrome::test
