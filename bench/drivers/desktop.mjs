@@ -13,7 +13,7 @@ const only = process.argv[3];
 const node = path.join(bin, 'resources/node/bin/node');
 const here = path.dirname(fileURLToPath(import.meta.url));
 const run = promisify(execFile);
-const ROUNDS = 5, COMMANDS = 41, IDLE_S = 60, EVENTS = 1000, BURST_S = 10;
+const ROUNDS = 5, COMMANDS = 41, SETTLE_S = 20, IDLE_S = 60, EVENTS = 1000, BURST_S = 10;
 
 const emit = (name, value) => console.log(JSON.stringify({ name, value: Math.round(value * 100) / 100 }));
 const emitMs = (name, ms) => console.log(JSON.stringify({ name, ms: Math.round(ms * 10) / 10 }));
@@ -137,17 +137,27 @@ function family(pid) {
   const below = readdirSync(`/proc/${pid}/task`).flatMap((task) => readFileSync(`/proc/${pid}/task/${task}/children`, 'utf8').split(' ').filter(Boolean));
   return [pid, ...below.flatMap((child) => family(Number(child)))];
 }
-const ticks = (pids) => pids.filter((pid) => existsSync(`/proc/${pid}/stat`)).map((pid) => readFileSync(`/proc/${pid}/stat`, 'utf8').split(') ')[1].split(' ')).reduce((sum, fields) => sum + Number(fields[11]) + Number(fields[12]), 0);
+/** The CPU that these processes have used, their ended threads included, in milliseconds. */
+const used = (pids) => pids.filter((pid) => existsSync(`/proc/${pid}/stat`))
+  .map((pid) => readFileSync(`/proc/${pid}/stat`, 'utf8').split(') ')[1].split(' '))
+  .reduce((sum, fields) => sum + 10 * (Number(fields[11]) + Number(fields[12])), 0);
 
-const quietMinute = () => withStage(6, async (stage) => {
-  const { pid } = stage.start('kelvadrome');
-  await stage.tool('bench_screen_watch', 'paint', 'kelvadrome');
-  await pause(10_000);
+/** Percent of one CPU over a minute in which nothing happens. */
+const quiet = (program, title, ...words) => withStage(6, async (stage) => {
+  const address = `${stage.origin}/?shell=native`;
+  const { pid } = stage.start(program, ...words.map((word) => ({ URL: address, COOKIE: stage.cookie })[word] ?? word));
+  await stage.tool('bench_screen_watch', 'paint', title);
+  await pause(SETTLE_S * 1000);
   const pids = family(pid);
-  const before = ticks(pids);
+  const before = used(pids);
   await pause(IDLE_S * 1000);
-  emit('desktop/idle', (ticks(pids) - before) / IDLE_S); // a tick is 10 ms: one in a second is 1 %
+  return (used(pids) - before) / IDLE_S / 10;
 });
+
+async function quietMinute() {
+  emit('desktop/idle', await quiet('kelvadrome', 'kelvadrome'));
+  emit('bare/idle', await quiet('bench_bare_window', 'bare', 'URL', 'COOKIE'));
+}
 
 const burst = () => withStage(6, async (stage) => {
   stage.start('kelvadrome');
@@ -157,7 +167,7 @@ const burst = () => withStage(6, async (stage) => {
   const watching = Promise.all([stage.tool('bench_screen_watch', 'repaints', 'kelvadrome', String(BURST_S)), stage.tool('bench_heartbeat', String(BURST_S))]);
   const began = now();
   for (let i = 0; i < EVENTS; ++i) {
-    await stage.world.call('/v1/sessions/touch', { agent: 'claude', session_id: `session-${i % 6}`, status: 'busy', doing: `Step ${i}` });
+    await stage.world.call('/v1/sessions/touch', { agent: 'claude', session_id: `worker-${i % 6}`, status: 'busy', doing: `Step ${i}` });
     await pause(Math.max(0, began + (i + 1) * BURST_S * 1000 / EVENTS - now()));
   }
   const [{ repaints }, beat] = await watching;

@@ -1,7 +1,7 @@
 #include "Kelvadrome/model/SettingsModel.h"
 
 #include "tests/daemon/LoginItem.h"
-#include "tests/model/World.h"
+#include "tests/model/SettingsParts.h"
 
 namespace kelvadrome::test {
 namespace {
@@ -134,26 +134,14 @@ TEST(SettingsRows, noTwoRowsOfAPaneShareAnIdAndTheTabsHaveTheirWords) {
 /// Settings over a model, on defaults that outlive both.
 class Settings : public testing::Test {
 protected:
-    class Apps final : public RunningApps {
-    public:
-        bool isRunning(const std::string& bundleId) override { return bundleId == running; }
-        void activate(const std::string&) override {}
-        std::string running = "com.apple.Terminal";
-    };
-
     SettingsModel& open() {
         world.make();
-        settings = SettingsModel::make({.executor = world.loop.executor(),
-            .pool = &world.loop.pool(),
-            .model = world.model,
-            .defaults = world.defaults,
-            .automation = std::make_shared<AutomationPrompter>(
-                world.loop.executor(), world.probe, std::make_shared<MemoryFlags>()),
-            .session = std::make_shared<PageSession>(world.loop.executor(), world.page, FakePage::mint),
-            .apps = std::make_shared<Apps>(),
-            .place = {.dataHome = "/h", .allowLoginItem = "unmask it"},
-            .secretPlace = [] { return std::string("in a drawer"); },
-            .showInDock = [this](bool shown) { dock.push_back(shown); }});
+        auto parts = settingsParts(world);
+        parts.apps = std::make_shared<OneApp>("com.apple.Terminal");
+        parts.place = {.dataHome = "/h", .allowLoginItem = "unmask it"};
+        parts.secretPlace = [] { return std::string("in a drawer"); };
+        parts.showInDock = [this](bool shown) { dock.push_back(shown); };
+        settings = SettingsModel::make(std::move(parts));
         return *settings;
     }
     SettingsRow row(SettingsTab tab, const std::string& id) { return rowOf(settings->pane(tab), id); }

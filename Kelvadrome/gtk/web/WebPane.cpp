@@ -115,8 +115,9 @@ void WebPane::callPage(const PageCall& call, ScopeFilter scope) {
 }
 
 void WebPane::navigate(std::string path, ScopeFilter scope, std::optional<std::string> focus) {
-    if (focus && !trouble())
-        gtk_widget_grab_focus(GTK_WIDGET(view_.get())); // so that the keys act on the card
+    // So that the keys act on the card; not while the window shows something else in the page's place.
+    if (auto* const view = GTK_WIDGET(view_.get()); focus && !trouble() && gtk_widget_get_mapped(view))
+        gtk_widget_grab_focus(view);
     callPage(PageCall::navigate(path, focus), scope);
 }
 

@@ -11,8 +11,8 @@ import { scope } from './page/scope.js';
 import { offerToShell, setMode, tellShell } from './page/shell.js';
 
 const PAUSE_MS = 120;
-const POLL_MS = 20_000;
-const AGE_MS = 15_000;
+const POLL_MS = 60_000;  // for what no event told of; a stream that falls silent is noticed by itself
+const AGE_MS = 30_000;
 const KEPT = ['shell', 'scope', 'mode'];
 
 const root = document.documentElement;

@@ -1,12 +1,8 @@
 #include "Kelvadrome/gtk/settings/SettingsWindow.h"
 
 #include "tests/daemon/LoginItem.h"
-#include "tests/model/World.h"
-#include "tests/support/HeadlessDisplay.h"
-
-#include <cstdio>
-#include <cstdlib>
-#include <gtkmm/init.h>
+#include "tests/gtk/OnADisplay.h"
+#include "tests/model/SettingsParts.h"
 
 namespace kelvadrome::test {
 namespace {
@@ -22,43 +18,17 @@ AdwPreferencesRow* rowTitled(GtkWidget* below, const std::string& title) {
     return nullptr;
 }
 
-/// The window over a model, on an X server without a screen.
-class SettingsWindowStage : public testing::Test {
+/// The window over a model.
+class SettingsWindowStage : public OnADisplay {
 protected:
-    class NoApps final : public RunningApps {
-    public:
-        bool isRunning(const std::string&) override { return false; }
-        void activate(const std::string&) override {}
-    };
-
     void SetUp() override {
-        static HeadlessDisplay display;
-        if (!display.problem().empty()) {
-            std::fprintf(stderr, "SKIPPED, NOTHING TESTED: %s\n", display.problem().c_str());
-            GTEST_SKIP() << display.problem();
-        }
-        static const bool ready = [] {
-            setenv("GSETTINGS_BACKEND", "memory", 1);
-            setenv("GTK_A11Y", "none", 1);
-            adw_init();
-            Gtk::init_gtkmm_internals();
-            return true;
-        }();
-        ASSERT_TRUE(ready);
+        OnADisplay::SetUp();
+        if (IsSkipped())
+            return;
         world.background = item.background;
         world.probe.check = [](const std::string&) { return ConsentCode(); };
         world.start();
-        settings.emplace(SettingsModel::make({.executor = world.loop.executor(),
-            .pool = &world.loop.pool(),
-            .model = world.model,
-            .defaults = world.defaults,
-            .automation = std::make_shared<AutomationPrompter>(
-                world.loop.executor(), world.probe, std::make_shared<MemoryFlags>()),
-            .session = std::make_shared<PageSession>(world.loop.executor(), world.page, FakePage::mint),
-            .apps = std::make_shared<NoApps>(),
-            .place = {},
-            .secretPlace = [] { return std::string(); },
-            .showInDock = [](bool) {}}));
+        settings.emplace(SettingsModel::make(settingsParts(world)));
         settings->open(SettingsTab::general, nullptr);
     }
 

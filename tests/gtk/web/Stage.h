@@ -3,18 +3,12 @@
 #include "Kelvadrome/gtk/MainLoop.h"
 #include "Kelvadrome/gtk/web/WebPane.h"
 
+#include "tests/gtk/OnADisplay.h"
 #include "tests/support/FakeDaemon.h"
-#include "tests/support/HeadlessDisplay.h"
-#include "tests/support/TemporaryFolder.h"
 #include "tests/support/TestLoop.h"
 
 #include <fmt/format.h>
-#include <gtest/gtest.h>
 
-#include <adwaita.h>
-#include <cstdio>
-#include <cstdlib>
-#include <gtkmm/init.h>
 #include <gtkmm/window.h>
 #include <string>
 #include <vector>
@@ -23,29 +17,15 @@ namespace kelvadrome::test {
 
 /// A display, the toolkit on it, its main loop as the executor, and a web server of the daemon's kind. Time
 /// stands still unless it is turned.
-class Stage : public testing::Test {
+class Stage : public OnADisplay {
 protected:
     static constexpr double limit = 60; // seconds; only a hung test ever sees it
 
     void SetUp() override {
-        static HeadlessDisplay display; // one for all of a process: the toolkit opens it once
-        if (!display.problem().empty()) {
-            std::fprintf(stderr, "SKIPPED, NOTHING TESTED: %s\n", display.problem().c_str());
-            GTEST_SKIP() << display.problem();
-        }
-        static const bool ready = [] {
-            static const TemporaryFolder home; // nothing of the user's is touched
-            for (const auto* name : {"XDG_CONFIG_HOME", "XDG_DATA_HOME", "XDG_CACHE_HOME"})
-                setenv(name, home.path().c_str(), 1);
-            setenv("GSETTINGS_BACKEND", "memory", 1);
-            setenv("GTK_A11Y", "none", 1); // there is no bus for it here
-            g_set_prgname("kelvadrome-tests");
-            WebPane::prepareProcess();
-            adw_init();
-            Gtk::init_gtkmm_internals();
-            return true;
-        }();
-        ASSERT_TRUE(ready);
+        WebPane::prepareProcess();
+        OnADisplay::SetUp();
+        if (IsSkipped())
+            return;
         port = server.listenOnTCP();
     }
 

@@ -2,13 +2,9 @@
 #include "Kelvadrome/gtk/Theme.h"
 #include "Kelvadrome/gtk/TrayImage.h"
 
+#include "tests/gtk/OnADisplay.h"
 #include "tests/model/World.h"
-#include "tests/support/HeadlessDisplay.h"
 
-#include <adwaita.h>
-#include <cstdio>
-#include <cstdlib>
-#include <gtkmm/init.h>
 #include <gtkmm/window.h>
 
 namespace kelvadrome::test {
@@ -29,23 +25,14 @@ std::string words(GtkWidget* widget) {
     return "nothing";
 }
 
-class CardListStage : public testing::Test {
+class CardListStage : public OnADisplay {
 protected:
     void SetUp() override {
-        static HeadlessDisplay display;
-        if (!display.problem().empty()) {
-            std::fprintf(stderr, "SKIPPED, NOTHING TESTED: %s\n", display.problem().c_str());
-            GTEST_SKIP() << display.problem();
-        }
-        static const bool ready = [] {
-            setenv("GSETTINGS_BACKEND", "memory", 1);
-            setenv("GTK_A11Y", "none", 1);
-            adw_init();
-            Gtk::init_gtkmm_internals();
-            Theme::install();
-            return true;
-        }();
-        ASSERT_TRUE(ready);
+        OnADisplay::SetUp();
+        if (IsSkipped())
+            return;
+        static const bool themed = (Theme::install(), true);
+        ASSERT_TRUE(themed);
         desk = std::make_shared<CardDesk>(CardDesk{
             .perform = [this](const PanelAction& action, const Card&) { done.push_back(action.words); },
             .answer = [this](const Card& card,
