@@ -57,7 +57,7 @@ export class Sessions {
       const waits = row.status !== 'ended' && asking.has(`${row.agent}\0${row.session_id}`);
       const fields = {
         agent: row.agent, session_id: row.session_id, label: row.label, status: waits ? 'waiting_me' : row.status, topic: row.topic,
-        kind: row.kind, doing: waits ? null : row.doing, topic_title: topics.title(row.topic), callsign: row.callsign,
+        kind: row.kind, doing: waits ? 'waits for you' : row.doing, topic_title: topics.title(row.topic), callsign: row.callsign,
         pid: row.live?.pid, tty: row.live?.tty, host: row.live?.host,
       };
       return Object.fromEntries(Object.entries(fields).filter(([, value]) => value !== null && value !== undefined));

@@ -2,8 +2,7 @@
 import { execFileSync, spawn } from 'node:child_process';
 import { mkdirSync, rmSync, statSync, writeFileSync } from 'node:fs';
 import path from 'node:path';
-import { pathToFileURL } from 'node:url';
-import { Step, World, pause } from './world.mjs';
+import { Step, World, finishSetup, pause } from './world.mjs';
 
 const bin = path.resolve(process.argv[2]);
 const only = process.argv.slice(3);
@@ -55,7 +54,8 @@ class Desktop {
     const { world } = desktop;
     Object.assign(world.env, { DISPLAY: screen.name, GDK_BACKEND: 'x11', GSK_RENDERER: 'cairo', GSETTINGS_BACKEND: 'memory', XDG_RUNTIME_DIR: world.root, GTK_A11Y: 'none' }, env);
     delete world.env.DBUS_SESSION_BUS_ADDRESS;
-    if (setup) await finishSetup(world);
+    wearStockFont(world);
+    if (setup) await finishSetup(bin, world.home);
     desktop.program = spawn('dbus-run-session', ['--', path.join(bin, 'kelvadrome'), ...set], { env: resources ? world.env : { ...world.env, KELVADROME_HOME: '/proc/none' }, stdio: 'ignore', detached: true });
     if (resources) {
       await world.until('the daemon', () => world.call('/v1/health', {}, 'GET'), 30);
@@ -73,14 +73,6 @@ class Desktop {
     await new Promise((done) => (this.program.exitCode === null && this.program.signalCode === null ? this.program.once('exit', done) : done()));
     this.world.close();
   }
-}
-
-async function finishSetup(world) {
-  mkdirSync(world.home, { recursive: true, mode: 0o700 });
-  const { Store } = await import(pathToFileURL(path.join(bin, 'resources/kelvadrome/src/store.mjs')));
-  const store = new Store(world.home);
-  store.keepSetting('setup_finished', 'now');
-  store.close?.();
 }
 
 const working = [
@@ -102,6 +94,13 @@ const inbox = async (world) => {
   await ask(world, 'suggested', 'batch', 'payment', 'open');
 };
 
+/** The font of a stock desktop, where there is one: no settings of the machine reach the pictures. */
+function wearStockFont(world) {
+  const folder = path.join(world.env.XDG_CONFIG_HOME, 'gtk-4.0');
+  mkdirSync(folder, { recursive: true });
+  writeFileSync(path.join(folder, 'settings.ini'), '[Settings]\ngtk-font-name=Cantarell 11\ngtk-xft-antialias=1\ngtk-xft-rgba=none\n');
+}
+
 const panelKeys = async (desktop) => {
   await desktop.see('kelvadrome', 'main');
   await pause(2500);
@@ -112,16 +111,20 @@ const panelKeys = async (desktop) => {
 const pictures = {
   'main-inbox': { seed: inbox, both: true },
   'main-inspector': { seed: inbox, set: ['-KDInspector', 'YES'] },
+  'native-inbox': { seed: inbox, set: ['-KDNativeInbox', 'YES'], both: true },
   'main-expert': { seed: inbox, then: (d) => d.screen.keys('ctrl+shift+e') },
   'main-failed': { resources: false, setup: false },
   'main-200-percent': { seed: inbox, env: { GDK_SCALE: '2' }, wide: true },
+  'main-high-contrast': { seed: inbox, env: { ADW_DEBUG_HIGH_CONTRAST: '1' }, set: ['-KDNativeInbox', 'YES'] },
   'main-right-to-left': { seed: inbox, env: { LANGUAGE: 'ar' } },
   'panel-cards': { seed: inbox, window: 'panel', both: true },
   'panel-clear': { window: 'panel' },
-  'panel-hold': { seed: (world) => ask(world, 'suggested', 'batch'), window: 'panel', then: (d) => d.screen.keys('Tab', 'Return'), settle: 300 },
+  'panel-hold': { seed: (world) => ask(world, 'suggested', 'batch'), window: 'panel', then: (d) => d.screen.keys('Tab', 'Tab', 'Tab', 'Return'), settle: 300 },
   'panel-failed': { resources: false, setup: false, window: 'panel' },
   strip: { seed: inbox, set: ['-KDAgentStrip', 'YES'], title: 'kelvadrome agents', both: true },
   setup: { setup: false, title: 'Set up kelvadrome', both: true },
+  'setup-agents': { setup: false, title: 'Set up kelvadrome', then: (d) => d.screen.keys('Tab', 'Tab', 'Tab', 'Return') },
+  ...Object.fromEntries(['general', 'agents', 'autopilot', 'privacy', 'about'].map((tab) => [`settings-${tab}`, { seed: inbox, set: ['-KDOpenSettings', tab], title: 'Settings', both: tab === 'general' || tab === 'about' }])),
 };
 
 async function take(name, picture, appearance) {

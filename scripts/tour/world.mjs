@@ -1,14 +1,24 @@
 // A private world for the tour: its own home, settings, secrets and tmux server, gone afterwards.
 
 import { execFileSync } from 'node:child_process';
-import { mkdtempSync, rmSync, existsSync, readFileSync, writeFileSync } from 'node:fs';
+import { mkdirSync, mkdtempSync, rmSync, existsSync, readFileSync, writeFileSync } from 'node:fs';
 import http from 'node:http';
 import { tmpdir } from 'node:os';
 import path from 'node:path';
+import { pathToFileURL } from 'node:url';
 
 export class Step extends Error {}
 
 export const pause = (ms) => new Promise((resolve) => setTimeout(resolve, ms));
+
+/** Makes a home in which the first-run setup is done. No daemon may use it yet. */
+export async function finishSetup(bin, home) {
+  mkdirSync(home, { recursive: true, mode: 0o700 });
+  const { Store } = await import(pathToFileURL(path.join(bin, 'resources/kelvadrome/src/store.mjs')));
+  const store = new Store(home);
+  store.keepSetting('setup_finished', 'now');
+  store.close();
+}
 
 export class World {
   constructor(bin) {

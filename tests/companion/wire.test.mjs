@@ -58,7 +58,7 @@ test('sessions tell what is true: waiting while they ask, ended when their proce
   await world.ok('/v1/sessions/touch', { agent: 'grok', status: 'busy', live: { pid: child.pid, tty: 'pts/5' } });
   const id = await world.ask({ topic: 'Storage' });
   const rows = async () => Object.fromEntries((await world.ok('/v1/agents/status')).sessions.map((row) => [row.agent, [row.status, row.doing, row.topic_title]]));
-  assert.deepEqual(await rows(), { claude: ['waiting_me', undefined, 'Storage'], codex: ['busy', 'Testing', 'Storage'], grok: ['ended', undefined, undefined] });
+  assert.deepEqual(await rows(), { claude: ['waiting_me', 'waits for you', 'Storage'], codex: ['busy', 'Testing', 'Storage'], grok: ['ended', undefined, undefined] });
   assert.deepEqual((await world.ok('/v1/inbox')).counts, { needs_you: 1, answered_by_rules_today: 0, agents_working: 1, verified_today: 0 });
   const live = (await world.ok('/v1/sessions/live')).sessions;
   assert.equal(new Set(live.map((row) => row.callsign)).size, live.length);
@@ -83,7 +83,7 @@ test('the event stream tells of each change, at both doors, and ends in order', 
   const world = await World.open(t);
   const page = await world.login();
   const streams = [openStream({ socketPath: world.socketPath }), openStream({ host: '127.0.0.1', port: world.port, headers: { Cookie: `kd_session=${page.cookie}` } })];
-  for (const stream of streams) await until(() => stream.text.startsWith(':'), 'the head of the stream');
+  for (const stream of streams) await until(() => stream.text.startsWith('event: hello'), 'the head of the stream');
   const id = await world.ask();
   await page.ok('/v1/cards/answer', { card_id: id, version: 1, answer: 'Yes' });
   for (const stream of streams) {

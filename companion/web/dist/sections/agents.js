@@ -18,7 +18,7 @@ function line(row) {
     h('span', { class: 'grow' }, h('span', { class: 'strong' }, said(agentDisplay(row.agent, row.label)), row.callsign ? h('span', { class: 'soft' }, ' · ', said(row.callsign)) : null),
       h('span', { class: 'soft sub' }, [row.topic ? h('a', { href: `/topics/${encodeURIComponent(row.topic)}` }, said(row.topic_title ?? row.topic)) : null, place || null, h('span', { class: 'expert code' }, `${row.session_id}${row.pid ? `, pid ${row.pid}` : ''}`)]
         .filter(Boolean).map((part, index) => [index && typeof part === 'string' ? ' · ' : index ? ' ' : '', part]))),
-    h('span', { class: `word ${lamp}`, dir: 'auto' }, row.doing ?? WORDS[row.status] ?? row.status.replaceAll('_', ' ')));
+    h('span', { class: `word ${lamp}`, dir: 'auto' }, (row.status === 'waiting_me' ? undefined : row.doing) ?? WORDS[row.status] ?? row.status.replaceAll('_', ' ')));
 }
 
 export class Agents {
