@@ -8,7 +8,7 @@ scripts/install-packages packaging/apt-packages.txt bench/apt-packages.txt
 scripts/build release
 cmake --preset release -DKELVADROME_BENCH=ON >build/configure-bench.log 2>&1 ||
     { cat build/configure-bench.log >&2; exit 1; }
-cmake --build build/release --target bench_wire bench_delivery
+cmake --build build/release --target bench_wire bench_delivery bench_empty bench_bare_window bench_screen_watch bench_heartbeat
 
 peers=$PWD/build/bench-peers data=$PWD/build/bench-data
 bin=$PWD/build/release/bin node=$bin/resources/node/bin/node
@@ -27,4 +27,5 @@ repeat=(--benchmark_format=json --benchmark_repetitions=5 --benchmark_report_agg
 "$node" bench/drivers/json-parse.mjs "$data" 1000 10000 100000 >"$results/json-parse.lines"
 "$node" bench/drivers/event-stream.mjs "$peers" >"$results/event-stream.lines"
 "$node" bench/drivers/panel.mjs "$bin" >"$results/panel.lines"
+"$node" bench/drivers/desktop.mjs "$bin" >"$results/desktop.lines"
 "$node" bench/drivers/report.mjs "$results"

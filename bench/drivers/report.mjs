@@ -65,6 +65,14 @@ compare('ProcessRunner on /bin/true / posix_spawn', 'processOurs', 'processBare'
 compare('a tmux answer less its pauses / shell script', 'tmuxAnswerOurs', 'tmuxAnswerScript', 1.1);
 limit('panel with 1,000 cards, peak memory', 'panel/peak', 'MiB', 30);
 limit('panel, idle CPU over 60 s', 'panel/idle', '%', 0.2);
+compare('desktop, start to a painted inbox / bare web window', 'desktop/start', 'bare/start', 1.3);
+tell('  of it the toolkit, until the first call to the daemon / until the page is asked for', 'desktop/start-toolkit', 'bare/start-toolkit');
+tell('  of it the page session', 'desktop/start-session');
+tell('  of it the page', 'desktop/start-page', 'bare/start-page');
+limit('desktop, idle CPU over 60 s with the page open', 'desktop/idle', '%', 0.5);
+limit('desktop, repaints a second while 1,000 events come', 'desktop/burst-repaints', '', 6);
+limit('desktop, longest turn of its main loop meanwhile', 'desktop/burst-heartbeat', 'ms', 16);
+limit('--background-status over an empty program', 'desktop/background-status', 'ms', 5);
 
 const widths = rows[0].map((_, i) => Math.max(...rows.map((row) => row[i].length)));
 for (const row of rows) console.log(row.map((cell, i) => (i === 0 ? cell.padEnd(widths[i]) : cell.padStart(widths[i]))).join('  '));
