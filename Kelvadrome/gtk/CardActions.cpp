@@ -1,6 +1,19 @@
 #include "Kelvadrome/gtk/CardActions.h"
 
+#include <algorithm>
+
 namespace kelvadrome {
+
+namespace {
+
+void forgetGoneCards(CardDesk& desk, const AppState& state) {
+    std::erase_if(desk.drafts, [&](const auto& draft) {
+        return !state.holds.contains(draft.first) &&
+               std::ranges::find(state.cards, draft.first, &Card::id) == state.cards.end();
+    });
+}
+
+} // namespace
 
 std::shared_ptr<CardDesk> makeCardDesk(
     const std::shared_ptr<AppModel>& model, std::function<void(const Card& card)> review) {
@@ -25,12 +38,19 @@ std::shared_ptr<CardDesk> makeCardDesk(
             return; // no card offers these
         }
     };
-    return std::make_shared<CardDesk>(CardDesk{.perform = perform,
+    const auto desk = std::make_shared<CardDesk>(CardDesk{.perform = perform,
         .answer = [model](const Card& card, std::string words) { model->answer(card, std::move(words)); },
         .answerBatch =
             [model](const Card& card, std::map<std::string, std::string> answers) {
                 model->answerBatch(card, std::move(answers));
             }});
+    desk->watching = model->observe([model = std::weak_ptr(model), desk = std::weak_ptr(desk)] {
+        const auto lives = model.lock();
+        const auto written = desk.lock();
+        if (lives && written)
+            forgetGoneCards(*written, lives->state());
+    });
+    return desk;
 }
 
 } // namespace kelvadrome

@@ -19,6 +19,7 @@ CardList::CardList(std::shared_ptr<CardDesk> desk, CardView::Form form)
         if (before < views_.size())
             view(before)->focusTitle();
     });
+    more_.set_visible(false);
     append(more_);
     const auto keys = Gtk::EventControllerKey::create();
     keys->signal_key_pressed().connect(

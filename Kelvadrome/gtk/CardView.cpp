@@ -1,9 +1,9 @@
 #include "Kelvadrome/gtk/CardView.h"
 
 #include "Kelvadrome/gtk/AccessibleName.h"
+#include "Kelvadrome/gtk/FlowRow.h"
 #include "Kelvadrome/gtk/Focus.h"
 #include "Kelvadrome/gtk/Words.h"
-#include "KelvadromeKit/support/Text.h"
 
 #include <fmt/chrono.h>
 
@@ -54,6 +54,17 @@ bool isBlank(const std::string& text) {
     return text.find_first_not_of(" \t") == std::string::npos;
 }
 
+// The keys of a card's controls.
+constexpr const char* foldKey = "fold";
+constexpr const char* sendKey = "send";
+std::string textKey(const std::string& question) {
+    return "text " + question;
+}
+/// An option may bear the words of an action.
+std::string pressKey(const PanelAction& action) {
+    return fmt::format("press {} {}", static_cast<int>(action.kind), action.words);
+}
+
 /// The row without what time changes in it: while this stays, so do the widgets.
 PanelRow lasting(PanelRow row) {
     if (auto* const card = std::get_if<PanelCard>(&row)) {
@@ -63,14 +74,6 @@ PanelRow lasting(PanelRow row) {
         std::get<HoldRow>(row).left = 0;
     }
     return row;
-}
-
-/// Side by side while there is room for their words, else one below the other.
-Gtk::Box* buttonBox(const std::vector<PanelAction>& actions, std::size_t room) {
-    std::size_t width = 0;
-    for (const auto& action : actions)
-        width += Text::characterCount(action.words) + 4;
-    return box(width <= room ? Gtk::Orientation::HORIZONTAL : Gtk::Orientation::VERTICAL, 6);
 }
 
 } // namespace
@@ -97,7 +100,7 @@ void CardView::show(const PanelRow& row) {
     // Never to another answer: the next press may be meant for what was there before.
     auto* again = focused ? control(*focused) : nullptr;
     if (const auto* const hold = std::get_if<HoldRow>(&row); hold && hold->undo)
-        again = control(hold->undo->words);
+        again = control(pressKey(*hold->undo));
     if (!again) {
         focusTitle();
         return;
@@ -196,7 +199,7 @@ void CardView::addAnswer(Gtk::Box& to, const PanelCard& card) {
 void CardView::addFolded(const PanelCard& card) {
     auto* const fold = Gtk::make_managed<Gtk::Expander>("Read and answer");
     setAccessibleName(*fold, "Read and answer");
-    keep("fold", *fold); // it stands before what it holds
+    keep(foldKey, *fold); // it stands before what it holds
     auto* const all = box(Gtk::Orientation::VERTICAL, 6);
     addText(*all, card);
     if (const auto options = optionsOf(card); !options.empty())
@@ -208,19 +211,20 @@ void CardView::addFolded(const PanelCard& card) {
     append(*fold);
 }
 
-Gtk::Entry* CardView::entry(const std::string& key, const std::string& name) {
+Gtk::Entry* CardView::entry(const std::string& card, const std::string& question, const std::string& name) {
     auto* const made = Gtk::make_managed<Gtk::Entry>();
     made->set_hexpand(true);
-    made->set_text(desk_->drafts[key]);
+    made->set_text(desk_->drafts[card][question]);
     setAccessibleName(*made, name);
-    made->signal_changed().connect([this, made, key] { desk_->drafts[key] = made->get_text(); });
-    keep(key, *made);
+    made->signal_changed().connect(
+        [this, made, card, question] { desk_->drafts[card][question] = made->get_text(); });
+    keep(textKey(question), *made);
     return made;
 }
 
 void CardView::addFreeAnswer(Gtk::Box& to, const PanelCard& card) {
     auto* const row = box(Gtk::Orientation::HORIZONTAL, 6);
-    auto* const words = entry(card.card.id, "Answer to: " + card.summary);
+    auto* const words = entry(card.card.id, "", "Answer to: " + card.summary);
     words->set_placeholder_text("Type an answer");
     auto* const send = Gtk::make_managed<Gtk::Button>("Send");
     send->set_sensitive(!isBlank(words->get_text()));
@@ -231,7 +235,7 @@ void CardView::addFreeAnswer(Gtk::Box& to, const PanelCard& card) {
     };
     words->signal_activate().connect(sends);
     send->signal_clicked().connect(sends);
-    keep("send", *send);
+    keep(sendKey, *send);
     row->append(*words);
     row->append(*send);
     to.append(*row);
@@ -241,9 +245,8 @@ void CardView::addBatch(Gtk::Box& to, const PanelCard& card) {
     for (const auto& question : *card.card.rows) {
         auto* const row = box(Gtk::Orientation::VERTICAL, 6);
         row->append(*wordsLabel(question.text, ""));
-        desk_->drafts.try_emplace(
-            card.card.id + "/" + question.questionId, question.defaultAnswer.value_or(""));
-        auto* const words = entry(card.card.id + "/" + question.questionId, "Answer to: " + question.text);
+        desk_->drafts[card.card.id].try_emplace(question.questionId, question.defaultAnswer.value_or(""));
+        auto* const words = entry(card.card.id, question.questionId, "Answer to: " + question.text);
         words->set_placeholder_text(question.defaultAnswer.value_or("Type an answer"));
         words->signal_activate().connect([this, asked = card.card] { sendBatch(asked); });
         row->append(*words);
@@ -252,7 +255,7 @@ void CardView::addBatch(Gtk::Box& to, const PanelCard& card) {
     auto* const send = Gtk::make_managed<Gtk::Button>("Send answers");
     send->set_halign(Gtk::Align::START);
     send->signal_clicked().connect([this, asked = card.card] { sendBatch(asked); });
-    keep("send", *send);
+    keep(sendKey, *send);
     to.append(*send);
 }
 
@@ -260,14 +263,14 @@ void CardView::addBatch(Gtk::Box& to, const PanelCard& card) {
 void CardView::sendBatch(const Card& card) {
     std::map<std::string, std::string> answers;
     for (const auto& question : *card.rows) {
-        const auto key = card.id + "/" + question.questionId;
-        auto words = desk_->drafts[key];
+        auto* const field = dynamic_cast<Gtk::Entry*>(control(textKey(question.questionId)));
+        std::string words = field ? field->get_text() : Glib::ustring();
         if (isBlank(words))
             words = question.defaultAnswer.value_or("");
         if (isBlank(words)) {
-            if (auto* const missing = control(key)) {
-                missing->add_css_class("error");
-                missing->grab_focus();
+            if (field) {
+                field->add_css_class("error");
+                field->grab_focus();
             }
             return;
         }
@@ -293,12 +296,12 @@ void CardView::addActions(const PanelCard& card) {
 }
 
 Gtk::Box* CardView::buttons(const std::vector<PanelAction>& actions, const PanelCard& card) {
-    auto* const row = buttonBox(actions, form_ == Form::open ? 64 : 40);
+    auto* const row = box(Gtk::Orientation::HORIZONTAL, 0);
+    flow(*row);
     for (const auto& action : actions) {
         auto* const press = button(action, card.card);
         if (action.kind == PanelAction::Kind::snooze) {
             press->add_css_class("flat");
-            press->set_halign(Gtk::Align::START);
         } else if (action == card.actions.front()) {
             press->add_css_class("suggested-action");
         }
@@ -308,11 +311,8 @@ Gtk::Box* CardView::buttons(const std::vector<PanelAction>& actions, const Panel
 }
 
 void CardView::buildHold(const HoldRow& hold) {
-    if (hold.committed) {
-        const auto id = hold.card.id;
-        std::erase_if(desk_->drafts,
-            [&](const auto& draft) { return draft.first == id || draft.first.starts_with(id + "/"); });
-    }
+    if (hold.committed)
+        desk_->drafts.erase(hold.card.id);
     append(*wordsLabel(origin(hold.agent, hold.topic, ""), "caption"));
     auto* const row = box(Gtk::Orientation::HORIZONTAL, 6);
     if (hold.committed) {
@@ -336,14 +336,14 @@ void CardView::buildHold(const HoldRow& hold) {
 }
 
 Gtk::Widget* CardView::button(const PanelAction& action, const Card& card) {
-    auto* const label = wordsLabel(action.words, "", Wrapping::elides);
+    auto* const label = wordsLabel(action.words, "");
     label->set_xalign(0.5);
+    label->set_justify(Gtk::Justification::CENTER);
     auto* const made = Gtk::make_managed<Gtk::Button>();
     made->set_child(*label);
-    made->set_tooltip_text(action.words);
     setAccessibleName(*made, action.note.empty() ? action.words : action.words + ". " + action.note);
     made->signal_clicked().connect([this, action, card] { desk_->perform(action, card); });
-    keep(action.words, *made);
+    keep(pressKey(action), *made);
     return made;
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Kelvadrome/model/CardRows.h"
+#include "Kelvadrome/model/Observation.h"
 
 #include <functional>
 #include <gtkmm/box.h>
@@ -15,13 +16,15 @@
 
 namespace kelvadrome {
 
-/// What presses on a card do, and what is typed into cards: by card id, or for a question of a batch by card
-/// id, "/" and question id. A text outlives the widget that it was typed into, until its answer is sent.
+/// What presses on a card do, and what is typed into cards. A text outlives the widget that it was typed
+/// into, until its answer is sent or its card is gone.
 struct CardDesk {
     std::function<void(const PanelAction& action, const Card& card)> perform;
     std::function<void(const Card& card, std::string words)> answer;
     std::function<void(const Card& card, std::map<std::string, std::string> answers)> answerBatch;
-    std::map<std::string, std::string> drafts = {};
+    /// By card id, then by question id; the one of a card that isn't a batch stands under the empty id.
+    std::map<std::string, std::map<std::string, std::string>> drafts = {};
+    Subscription watching = {}; // for cards that go
 };
 
 /// One card that asks, or one answer on its way. Its title takes the focus too, so that a screen reader tells
@@ -55,7 +58,8 @@ private:
     Gtk::Box* buttons(const std::vector<PanelAction>& actions, const PanelCard& card);
     Gtk::Widget* button(const PanelAction& action, const Card& card);
     Gtk::Label* makeTitle(const std::string& words);
-    Gtk::Entry* entry(const std::string& key, const std::string& name);
+    Gtk::Entry* entry(const std::string& card, const std::string& question, const std::string& name);
+    /// `key` begins with what kind of control it is: what follows may be an agent's words.
     void keep(const std::string& key, Gtk::Widget& widget) { controls_.emplace_back(key, &widget); }
     std::optional<std::string> focusedControl() const;
     Gtk::Widget* control(const std::string& key) const;

@@ -67,6 +67,7 @@ void ContentPane::addPage(Gtk::Widget& page) {
     auto* const press = Gtk::make_managed<Gtk::Button>("Back to the list");
     press->signal_clicked().connect([this] {
         reviewed_.reset();
+        searched_ = false;
         show(model_->state());
         native_.focusFirst();
     });
@@ -87,13 +88,19 @@ void ContentPane::review(const Card& card) {
     page_.child_focus(Gtk::DirectionType::TAB_FORWARD);
 }
 
+void ContentPane::showResults() {
+    searched_ = true;
+    show(model_->state());
+}
+
 bool ContentPane::wantsNative(const AppState& state) {
     const auto trouble = trouble_();
     native_.setTrouble(trouble);
     const bool wanted = (state.nativeInbox || trouble) && state.section == NavSection::inbox;
     if (!wanted || std::ranges::find(state.cards, reviewed_, &Card::id) == state.cards.end())
         reviewed_.reset();
-    return wanted && (!reviewed_ || trouble);
+    searched_ = searched_ && wanted;
+    return wanted && (!(reviewed_ || searched_) || trouble);
 }
 
 void ContentPane::show(const AppState& state) {
@@ -109,7 +116,7 @@ void ContentPane::show(const AppState& state) {
     }
     case Connection::State::ready:
         set_visible_child(wantsNative(state) ? "native" : "ready");
-        back_.set_visible(reviewed_.has_value());
+        back_.set_visible(reviewed_ || searched_);
         native_.show();
         break;
     }

@@ -25,6 +25,8 @@ public:
 
     /// To be called too when the page's trouble comes or goes.
     void show(const AppState& state);
+    /// The page has the results of a search: the native list makes way for them.
+    void showResults();
 
 private:
     void addStarting();
@@ -37,9 +39,10 @@ private:
     std::function<std::optional<std::string>()> trouble_;
     NativeInbox native_;
     Gtk::Box page_{Gtk::Orientation::VERTICAL};
-    Gtk::Box back_;                       // above the page while a card is reviewed there
+    Gtk::Box back_;                       // above the page while the native list makes way
     AdwStatusPage* failed_ = nullptr;     // the stack's
     std::optional<std::string> reviewed_; // id of the card for which the native list makes way
+    bool searched_ = false;               // or it makes way for results
 };
 
 } // namespace kelvadrome

@@ -1,6 +1,7 @@
 #include "Kelvadrome/gtk/DesktopScreen.h"
 
 #include "Kelvadrome/gtk/Theme.h"
+#include "Kelvadrome/gtk/web/QuietWindow.h"
 #include "KelvadromeKit/support/Log.h"
 
 #include <giomm/appinfo.h>
@@ -52,8 +53,13 @@ void DesktopScreen::activate() {
 
 void DesktopScreen::openMainWindow() {
     setupInFront_ = false;
-    if (main_)
+    if (!main_ || main_->get_visible())
+        return;
+    if (desktop_.quietWindows && desktop_.quietWindows()) {
+        showWithoutFocus(*main_);
+    } else {
         main_->set_visible(true);
+    }
 }
 
 void DesktopScreen::orderOutMain() {

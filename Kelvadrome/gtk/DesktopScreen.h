@@ -26,6 +26,7 @@ public:
         std::function<void(std::optional<std::int64_t>)> setBadge;
         std::function<void(std::string path)> revealFile;
         std::shared_ptr<RunningApps> apps;
+        std::function<bool()> quietWindows; // asked when the main window opens
     };
 
     explicit DesktopScreen(Desktop desktop) : desktop_(std::move(desktop)) {}

@@ -18,6 +18,8 @@
 #include "Kelvadrome/platform/linux/LauncherBadge.h"
 #include "Kelvadrome/platform/linux/Resources.h"
 #include "Kelvadrome/platform/linux/SystemdAgentService.h"
+#include "KelvadromeKit/page/PageKey.h"
+#include "KelvadromeKit/support/Text.h"
 
 #include <glib-unix.h>
 
@@ -53,11 +55,7 @@ public:
                   return screen_->criticalAlert(std::move(title), std::move(text), std::move(button));
               },
               apps_) {
-        // Runs on another home are not the running instance's business.
-        const auto flags =
-            Gio::Application::Flags::HANDLES_OPEN |
-            (hub_.flags.home ? Gio::Application::Flags::NON_UNIQUE : Gio::Application::Flags::NONE);
-        application_ = Gtk::Application::create(applicationId, flags);
+        application_ = Gtk::Application::create(instanceId(), Gio::Application::Flags::HANDLES_OPEN);
         application_->signal_startup().connect([this] { startUp(); });
         application_->signal_activate().connect([this] { activated(); });
         application_->signal_open().connect(
@@ -67,7 +65,7 @@ public:
     int run() {
         std::vector<char*> words{arguments_.front().data()};
         for (auto& argument : arguments_) {
-            if (argument.find("://") != std::string::npos)
+            if (Text::lowercased(argument).starts_with("kelvadrome:"))
                 words.push_back(argument.data());
         }
         const int status = application_->run(static_cast<int>(words.size()), words.data());
@@ -77,6 +75,13 @@ public:
     }
 
 private:
+    /// One instance a home: a run on another one is not this one's business.
+    std::string instanceId() const {
+        const auto& home = hub_.env.home;
+        return home == DaemonEnvironment::defaultHome() ? applicationId
+                                                        : applicationId + ("." + PageKey::account(home));
+    }
+
     void startUp() {
         adw_init();
         Theme::install();
@@ -279,9 +284,7 @@ private:
 
     void activated() {
         if (!std::exchange(launched_, true)) {
-            window_->set_visible(true);
-            if (!hub_.flags.quietWindows)
-                window_->present();
+            model_->openMainWindow();
             return;
         }
         const bool more = window_->get_visible() && !model_->state().onboardingActive;
@@ -326,7 +329,8 @@ private:
     const std::shared_ptr<DesktopScreen> screen_ = std::make_shared<DesktopScreen>(
         DesktopScreen::Desktop{.setBadge = [this](auto count) { badge_.set(count); },
             .revealFile = [this](std::string path) { files_.reveal(path); },
-            .apps = apps_});
+            .apps = apps_,
+            .quietWindows = [this] { return hub_.flags.quietWindows; }});
     LocalHub hub_;
     Glib::RefPtr<Gtk::Application> application_;
     std::shared_ptr<WebPane> page_;

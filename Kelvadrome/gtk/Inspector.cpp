@@ -16,6 +16,12 @@ bool haveSameTitles(const std::vector<InspectorGroup>& left, const std::vector<I
     });
 }
 
+void tell(Gtk::Label& label, const InspectorGroup& group, const InspectorRow& row) {
+    if (label.get_text() != row.value.c_str())
+        label.set_text(row.value);
+    setAccessibleName(label, (row.title.empty() ? group.title : row.title) + ": " + row.value);
+}
+
 } // namespace
 
 InspectorPane::InspectorPane() {
@@ -36,10 +42,8 @@ void InspectorPane::show(const AppState& state, const SidebarItem::Value& select
     if (!same)
         return rebuild();
     for (std::size_t g = 0; g < shown_.size(); ++g) {
-        for (std::size_t r = 0; r < shown_[g].rows.size(); ++r) {
-            if (values_[g][r]->get_text() != shown_[g].rows[r].value.c_str())
-                values_[g][r]->set_text(shown_[g].rows[r].value);
-        }
+        for (std::size_t r = 0; r < shown_[g].rows.size(); ++r)
+            tell(*values_[g][r], shown_[g], shown_[g].rows[r]);
     }
 }
 
@@ -55,9 +59,9 @@ void InspectorPane::rebuild() {
             auto* const pair = Gtk::make_managed<Gtk::Box>(Gtk::Orientation::VERTICAL);
             if (!row.title.empty())
                 pair->append(*wordsLabel(row.title, "fact-name"));
-            auto* const value = wordsLabel(row.value, row.title.empty() ? "log" : "fact");
+            auto* const value = wordsLabel("", row.title.empty() ? "log" : "fact");
             value->set_selectable(true);
-            setAccessibleName(*value, (row.title.empty() ? group.title : row.title) + ": " + row.value);
+            tell(*value, group, row);
             pair->append(*value);
             box->append(*pair);
             values.push_back(value);

@@ -71,11 +71,13 @@ void MainWindow::makeToolbar() {
 
     // GTK 4.8 has the property, but no function for it on this widget.
     g_object_set(search_.gobj(), "placeholder-text", "Search", nullptr);
-    search_.set_width_chars(28);
+    search_.set_width_chars(10);
+    search_.set_max_width_chars(28);
     name(search_, "Search cards, topics and receipts");
     search_.signal_activate().connect([this] {
         model_->setSearchText(search_.get_text());
         model_->search();
+        content_.showResults();
     });
     header_.set_title_widget(search_);
 
@@ -136,6 +138,14 @@ void MainWindow::makeBody() {
     adw_flap_set_separator(right_, gtk_separator_new(GTK_ORIENTATION_VERTICAL));
     adw_flap_set_locked(right_, TRUE);
     adw_flap_set_swipe_to_open(right_, FALSE);
+    // In a narrow window the sides lie over the content, and go away by themselves.
+    for (auto* const side : {static_cast<Gtk::Widget*>(&sidebar_), static_cast<Gtk::Widget*>(&inspector_)})
+        side->add_css_class("background");
+    g_signal_connect_swapped(right_, "notify::reveal-flap", G_CALLBACK(+[](MainWindow* self) {
+        if (!self->showing_)
+            self->model_->setInspectorShown(adw_flap_get_reveal_flap(self->right_));
+    }),
+        this);
 
     sidebar_.onSelected = [this] { show(model_->state()); };
     left_ = ADW_FLAP(adw_flap_new());
@@ -143,6 +153,11 @@ void MainWindow::makeBody() {
     adw_flap_set_flap(left_, bare(sidebar_));
     adw_flap_set_separator(left_, gtk_separator_new(GTK_ORIENTATION_VERTICAL));
     adw_flap_set_swipe_to_open(left_, FALSE);
+    g_signal_connect_swapped(left_, "notify::reveal-flap", G_CALLBACK(+[](MainWindow* self) {
+        if (!self->showing_)
+            self->sidebarButton_.set_active(adw_flap_get_reveal_flap(self->left_));
+    }),
+        this);
 
     toasts_ = ADW_TOAST_OVERLAY(adw_toast_overlay_new());
     adw_toast_overlay_set_child(toasts_, GTK_WIDGET(left_));

@@ -1,5 +1,6 @@
 #include "Kelvadrome/gtk/NativeInbox.h"
 
+#include "Kelvadrome/gtk/AccessibleName.h"
 #include "Kelvadrome/gtk/CardActions.h"
 #include "Kelvadrome/gtk/Words.h"
 
@@ -26,6 +27,7 @@ NativeInbox::NativeInbox(std::shared_ptr<AppModel> model, std::shared_ptr<Clock>
       cards_(makeCardDesk(model_, std::move(review)), CardView::Form::open) {
     set_policy(Gtk::PolicyType::NEVER, Gtk::PolicyType::AUTOMATIC);
     add_css_class("inbox");
+    setAccessibleName(*this, "Inbox"); // which takes the focus while there is no card
     makeTrouble(std::move(tryAgain));
     asWords(header_, "title-2");
     asWords(relief_, "dim-label");

@@ -2,6 +2,7 @@
 
 #include "Kelvadrome/gtk/AccessibleName.h"
 #include "Kelvadrome/gtk/CardActions.h"
+#include "Kelvadrome/gtk/WordmarkView.h"
 #include "Kelvadrome/gtk/Words.h"
 
 #include <algorithm>
@@ -13,6 +14,7 @@ namespace kelvadrome {
 namespace {
 
 constexpr std::size_t agentsShown = 6;
+constexpr double wordmarkSize = 20;
 
 void clear(Gtk::Box& box) {
     while (auto* const child = box.get_first_child())
@@ -47,8 +49,12 @@ void PanelView::makeHeader() {
     auto* const row = Gtk::make_managed<Gtk::Box>(Gtk::Orientation::HORIZONTAL, 12);
     auto* const words = Gtk::make_managed<Gtk::Box>(Gtk::Orientation::VERTICAL);
     words->set_hexpand(true);
+    auto* const brand = Gtk::make_managed<WordmarkView>(wordmarkSize);
+    brand->set_halign(Gtk::Align::START);
+    brand->set_margin_bottom(6);
     asWords(header_, "title-3");
     asWords(relief_, "dim-label");
+    words->append(*brand);
     words->append(header_);
     words->append(relief_);
     row->append(*words);

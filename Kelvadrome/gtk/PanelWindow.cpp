@@ -70,12 +70,12 @@ PanelWindow::PanelWindow(
     signal_realize().connect([this] {
         get_surface()->signal_layout().connect([this](int, int height) {
             if (get_mapped() && height != std::exchange(placedHeight_, height))
-                WindowHints::panel(*this, place_);
+                WindowHints::panel(*this, place_, near_);
         });
     });
     signal_map().connect([this] {
         placedHeight_ = 0;
-        WindowHints::panel(*this, place_);
+        WindowHints::panel(*this, place_, near_);
         view_.setShown(true);
     });
     signal_hide().connect([this] { view_.setShown(false); });
@@ -96,7 +96,9 @@ void PanelWindow::open(std::optional<std::pair<int, int>> place) {
     const auto active =
         std::ranges::find_if(windows, [](Gtk::Window* window) { return window->is_active(); });
     before_ = active == windows.end() ? nullptr : *active;
+    near_ = before_ ? WindowHints::middle(*before_) : std::nullopt;
     present();
+    set_focus_visible(!place); // by keys, then
 }
 
 /// Some window managers don't give the focus back to a window that isn't in their list.

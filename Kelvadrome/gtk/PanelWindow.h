@@ -23,7 +23,7 @@ private:
 
     Gtk::ScrolledWindow scroller_;
     PanelView view_;
-    std::optional<std::pair<int, int>> place_;
+    std::optional<std::pair<int, int>> place_, near_;
     int placedHeight_ = 0;          // for which it was placed last
     Gtk::Window* before_ = nullptr; // ours that had the focus; may be gone
 };

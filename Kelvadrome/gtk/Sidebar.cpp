@@ -71,9 +71,13 @@ Sidebar::Sidebar(std::shared_ptr<AppModel> model) : model_(std::move(model)) {
     set_size_request(220, -1);
     list_.add_css_class("navigation-sidebar");
     setAccessibleName(list_, "Sections and agents");
-    setAccessibleName(list_, "Sections");
     list_.set_selection_mode(Gtk::SelectionMode::SINGLE);
     list_.signal_row_activated().connect([this](Gtk::ListBoxRow* row) { activate(row->get_index()); });
+    // The arrow keys move the focus alone: what is selected is what the page shows.
+    list_.signal_row_selected().connect([this](Gtk::ListBoxRow* row) {
+        if (row)
+            select(model_->state());
+    });
     list_.set_header_func([this](Gtk::ListBoxRow* row, Gtk::ListBoxRow*) {
         const auto& shown = shown_.at(static_cast<std::size_t>(row->get_index()));
         if (shown.group.empty()) {
@@ -95,7 +99,7 @@ std::vector<Sidebar::Row> Sidebar::rows(const AppState& state) {
     for (const auto& session : agentRows(state)) {
         const auto lamp = InboxLogic::lamp(session.status, session.detail);
         rows.push_back({SidebarItem::of(session), InboxLogic::agentDisplay(session.agent, session.label),
-            session.detail.value_or(InboxLogic::statusWord(session.status, false, false, std::nullopt)), {},
+            InboxLogic::statusWord(session.status, false, false, session.detail), {},
             std::string(rawValue(lamp)), std::exchange(first, false) ? "Agents" : ""});
     }
     first = true;

@@ -29,10 +29,14 @@ AgentStripWindow::AgentStripWindow(std::function<void()> open) {
     handle_.set_child(press_);
     set_child(handle_);
     signal_realize().connect([this] { WindowHints::refuseFocus(*this); });
-    signal_map().connect([this] {
-        if (!std::exchange(placed_, true))
-            WindowHints::strip(*this);
-    });
+    signal_map().connect([this] { WindowHints::strip(*this, place_); });
+    // Shown again with the same surface it would be an ordinary window that takes the focus.
+    signal_hide().connect([this] { gtk_widget_unrealize(GTK_WIDGET(gobj())); });
+}
+
+void AgentStripWindow::on_unmap() {
+    place_ = WindowHints::place(*this);
+    Gtk::Window::on_unmap();
 }
 
 void AgentStripWindow::update(const std::optional<AgentStrip>& strip) {

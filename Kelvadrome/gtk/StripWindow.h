@@ -8,6 +8,8 @@
 #include <gtkmm/label.h>
 #include <gtkmm/window.h>
 #include <gtkmm/windowhandle.h>
+#include <optional>
+#include <utility>
 
 namespace kelvadrome {
 
@@ -22,11 +24,13 @@ public:
     void update(const std::optional<AgentStrip>& strip);
 
 private:
+    void on_unmap() override;
+
     Gtk::WindowHandle handle_;
     Gtk::Button press_;
     Gtk::Box row_{Gtk::Orientation::HORIZONTAL, 8};
     std::optional<AgentStrip> shown_;
-    bool placed_ = false;
+    std::optional<std::pair<int, int>> place_; // where it was when it was hidden
 };
 
 } // namespace kelvadrome

@@ -8,7 +8,7 @@ namespace {
 
 constexpr const char* sheet = R"css(
 .panel { padding: 18px; }
-.panel-window, .strip-window { border-radius: 12px; }
+.panel-window, .strip-window { border-radius: 12px; box-shadow: inset 0 0 0 1px alpha(currentColor, .15); }
 .question { padding: 12px; }
 .question .summary { caret-color: transparent; }
 .question .summary:focus-visible { outline: 2px solid @accent_color; outline-offset: 2px; border-radius: 6px; }
@@ -36,6 +36,7 @@ constexpr const char* highContrastSheet = R"css(
 .question .caption, .sidebar-detail, .sidebar-heading, .fact-name { opacity: 1; }
 .lamp, .count, .question { box-shadow: 0 0 0 1px currentColor; }
 .question.high-risk, .question.high-risk:dir(rtl) { box-shadow: 0 0 0 3px @error_color; }
+.panel-window, .strip-window { box-shadow: inset 0 0 0 1px currentColor; }
 )css";
 
 /// The display keeps it; what is handed out is only looked at.

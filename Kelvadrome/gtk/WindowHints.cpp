@@ -1,5 +1,7 @@
 #include "Kelvadrome/gtk/WindowHints.h"
 
+#include "Kelvadrome/platform/linux/GLibOwned.h"
+
 #include <X11/Xatom.h>
 #include <algorithm>
 #include <cmath>
@@ -79,23 +81,41 @@ void dropProtocol(const XWindow& window, const char* name) {
 
 constexpr long everyDesktop = 0xFFFFFFFF;
 
-/// The part of the first screen that panels and docks leave free.
-Area workArea(const XWindow& window) {
-    const int screen = DefaultScreen(window.display);
-    Area area{0, 0, DisplayWidth(window.display, screen), DisplayHeight(window.display, screen)};
-    if (auto* const monitor = gdk_x11_display_get_primary_monitor(gdk_display_get_default())) {
-        GdkRectangle whole;
-        gdk_monitor_get_geometry(monitor, &whole);
-        area = {whole.x * window.scale, whole.y * window.scale, whole.width * window.scale,
-            whole.height * window.scale};
-        GdkRectangle free;
-        gdk_x11_monitor_get_workarea(monitor, &free);
-        if (free.width > 0 && free.height > 0) {
-            area = {free.x * window.scale, free.y * window.scale, free.width * window.scale,
-                free.height * window.scale};
-        }
+Area scaled(const GdkRectangle& points, long scale) {
+    return {points.x * scale, points.y * scale, points.width * scale, points.height * scale};
+}
+
+/// The part of a screen that panels and docks leave free; without a screen, all of the display.
+Area workArea(const XWindow& window, GdkMonitor* monitor) {
+    if (!monitor) {
+        const int screen = DefaultScreen(window.display);
+        return {0, 0, DisplayWidth(window.display, screen), DisplayHeight(window.display, screen)};
     }
-    return area;
+    GdkRectangle area;
+    gdk_x11_monitor_get_workarea(monitor, &area);
+    if (area.width <= 0 || area.height <= 0)
+        gdk_monitor_get_geometry(monitor, &area);
+    return scaled(area, window.scale);
+}
+
+/// The first screen.
+GdkMonitor* mainMonitor() {
+    return gdk_x11_display_get_primary_monitor(gdk_display_get_default());
+}
+
+/// The screen that shows this pixel; null when none does, such as after it was unplugged.
+GdkMonitor* monitorAt(std::pair<int, int> place, int scale) {
+    auto* const monitors = gdk_display_get_monitors(gdk_display_get_default());
+    for (guint i = 0; i < g_list_model_get_n_items(monitors); ++i) {
+        const OwnedObject<GdkMonitor> monitor(GDK_MONITOR(g_list_model_get_item(monitors, i)));
+        GdkRectangle whole;
+        gdk_monitor_get_geometry(monitor.get(), &whole);
+        const auto area = scaled(whole, scale);
+        if (place.first >= area.x && place.first < area.x + area.width && place.second >= area.y &&
+            place.second < area.y + area.height)
+            return monitor.get(); // the list keeps it
+    }
+    return nullptr;
 }
 
 void moveTo(const XWindow& window, long x, long y) {
@@ -105,12 +125,15 @@ void moveTo(const XWindow& window, long x, long y) {
 
 } // namespace
 
-void panel(Gtk::Window& window, std::optional<std::pair<int, int>> place) {
+void panel(Gtk::Window& window, std::optional<std::pair<int, int>> place,
+    std::optional<std::pair<int, int>> near) {
     const auto x11 = xWindow(window);
     if (!x11)
         return;
     setState(*x11, true, {"_NET_WM_STATE_SKIP_TASKBAR", "_NET_WM_STATE_SKIP_PAGER", "_NET_WM_STATE_ABOVE"});
-    const auto area = workArea(*x11);
+    const auto& point = place ? place : near;
+    auto* const monitor = point ? monitorAt(*point, x11->scale) : nullptr;
+    const auto area = workArea(*x11, monitor ? monitor : mainMonitor());
     const long right = area.x + area.width - x11->width - edge;
     long x = right, y = area.y + edge;
     if (place) {
@@ -142,7 +165,25 @@ void refuseFocus(Gtk::Window& window) {
         reinterpret_cast<const unsigned char*>(&never), 1);
 }
 
-void strip(Gtk::Window& window) {
+std::optional<std::pair<int, int>> place(Gtk::Window& window) {
+    const auto x11 = xWindow(window);
+    if (!x11)
+        return std::nullopt;
+    int x = 0, y = 0;
+    Window child = 0;
+    XTranslateCoordinates(x11->display, x11->id, DefaultRootWindow(x11->display), 0, 0, &x, &y, &child);
+    return std::pair(x, y);
+}
+
+std::optional<std::pair<int, int>> middle(Gtk::Window& window) {
+    const auto x11 = xWindow(window);
+    const auto corner = place(window);
+    if (!x11 || !corner)
+        return std::nullopt;
+    return std::pair(corner->first + x11->width / 2, corner->second + x11->height / 2);
+}
+
+void strip(Gtk::Window& window, std::optional<std::pair<int, int>> place) {
     const auto x11 = xWindow(window);
     if (!x11)
         return;
@@ -151,7 +192,9 @@ void strip(Gtk::Window& window) {
         {"_NET_WM_STATE_ABOVE", "_NET_WM_STATE_STICKY", "_NET_WM_STATE_SKIP_TASKBAR",
             "_NET_WM_STATE_SKIP_PAGER"});
     setDesktop(*x11, everyDesktop);
-    const auto area = workArea(*x11);
+    if (place && monitorAt(*place, x11->scale))
+        return moveTo(*x11, place->first, place->second);
+    const auto area = workArea(*x11, mainMonitor());
     moveTo(*x11, std::max(area.x, area.x + area.width - 300L * x11->scale), area.y + 56L * x11->scale);
 }
 
@@ -181,21 +224,13 @@ void resizeCentred(Gtk::Window& window, int width, int height) {
         return window.set_default_size(width, height);
     auto* const surface = gtk_native_get_surface(GTK_NATIVE(window.gobj()));
     auto* const display = gdk_surface_get_display(surface);
-    auto area = workArea(*x11);
-    if (auto* const monitor = gdk_display_get_monitor_at_surface(display, surface)) {
-        GdkRectangle free;
-        gdk_x11_monitor_get_workarea(monitor, &free);
-        if (free.width > 0 && free.height > 0)
-            area = {
-                free.x * x11->scale, free.y * x11->scale, free.width * x11->scale, free.height * x11->scale};
-    }
+    auto* const own = gdk_display_get_monitor_at_surface(display, surface);
+    const auto area = workArea(*x11, own ? own : mainMonitor());
     // The frame is what the user sees: the surface without its shadow.
     double shadowX = 0, shadowY = 0;
     gtk_native_get_surface_transform(GTK_NATIVE(window.gobj()), &shadowX, &shadowY);
     const long left = std::lround(shadowX * x11->scale), top = std::lround(shadowY * x11->scale);
-    int x = 0, y = 0;
-    Window child = 0;
-    XTranslateCoordinates(x11->display, x11->id, DefaultRootWindow(x11->display), 0, 0, &x, &y, &child);
+    const auto [x, y] = place(window).value_or(std::pair(0, 0));
     const long newWidth = std::min<long>(width * x11->scale, area.width);
     const long newHeight = std::min<long>(height * x11->scale, area.height);
     const auto placed = [](long at, long size, long newSize, long begin, long room) {

@@ -10,17 +10,23 @@
 namespace kelvadrome::WindowHints {
 
 /// Out of the task bar, on every desktop, next to `place` (the tray item's, in screen pixels) or at the upper
-/// end of the screen. The window must be mapped.
-void panel(Gtk::Window& window, std::optional<std::pair<int, int>> place);
+/// end of the screen that shows `near`, or of the first. The window must be mapped.
+void panel(Gtk::Window& window, std::optional<std::pair<int, int>> place,
+    std::optional<std::pair<int, int>> near);
 
 /// The window never takes the focus, not even when it appears. To be said when it is realised, which is
 /// before it is mapped.
 void refuseFocus(Gtk::Window& window);
 
 /// The strip: above all others, on every desktop, out of the task bar, taking no focus; with its upper left
-/// corner 300 points from the work area's right edge and 56 from its upper edge. To be set when it is mapped
-/// first.
-void strip(Gtk::Window& window);
+/// corner at `place` (in screen pixels) where a screen shows that, else 300 points from the work area's right
+/// edge and 56 from its upper edge. To be set when it is mapped.
+void strip(Gtk::Window& window, std::optional<std::pair<int, int>> place);
+
+/// Where the window's upper left corner is, in screen pixels; absent where the display doesn't tell.
+std::optional<std::pair<int, int>> place(Gtk::Window& window);
+/// Where its middle is.
+std::optional<std::pair<int, int>> middle(Gtk::Window& window);
 
 /// Whether windows stay where `strip` and `panel` put them.
 bool canPlace();

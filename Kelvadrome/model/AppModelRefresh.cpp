@@ -133,8 +133,11 @@ void AppModel::apply(Reads reads) {
         set(&AppState::agents, std::move(*reads.agents));
     if (state_.agentStripShown)
         showAgentStrip();
-    if (reads.counts)
+    if (reads.counts && state_.counts != *reads.counts) {
         set(&AppState::counts, std::move(*reads.counts));
+        if (state_.agentStripShown)
+            showAgentStrip(); // its headline is of this count
+    }
     if (reads.receipts)
         set(&AppState::receiptsToday, receiptsOn(d_.clock->now(), *reads.receipts));
     if (reads.health) {

@@ -117,7 +117,7 @@ void TerminalPanel::perform(PanelCommand command) {
     case Kind::retry:
         return model.retry();
     case Kind::finishSetup:
-        return model.openOnboarding(true);
+        return model.openOnboarding(false);
     case Kind::openLoginItems:
         return with_.board->setNote(
             std::string("The background service is masked. \"systemctl --user unmask ") +

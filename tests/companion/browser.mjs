@@ -1,26 +1,17 @@
 // A real browser for the tests of the page: the machine's Chromium, driven by playwright-core, which is fetched once into
 // build/browser. Without a Chromium the tests are skipped, and say so.
 import assert from 'node:assert/strict';
-import { execFileSync } from 'node:child_process';
-import { accessSync, constants, existsSync } from 'node:fs';
+import { execFileSync, spawnSync } from 'node:child_process';
+import { existsSync } from 'node:fs';
 import { createRequire } from 'node:module';
-import { delimiter, join } from 'node:path';
+import { join } from 'node:path';
 import { fileURLToPath } from 'node:url';
-import { Page } from './world.mjs';
 
 const PREFIX = fileURLToPath(new URL('../../build/browser', import.meta.url));
 const VERSION = '1.65.1';
 const NAMES = ['chromium', 'chromium-browser', 'google-chrome', 'google-chrome-stable'];
 
-const isProgram = (path) => {
-  try {
-    accessSync(path, constants.X_OK);
-    return true;
-  } catch {
-    return false;
-  }
-};
-const onPath = () => (process.env.PATH ?? '').split(delimiter).flatMap((folder) => NAMES.map((name) => join(folder, name))).find(isProgram);
+const onPath = () => spawnSync('sh', ['-c', NAMES.map((name) => `command -v ${name}`).join(' || ')], { encoding: 'utf8' }).stdout.trim();
 
 export const chromium = process.env.CHROMIUM ?? onPath();
 export const without = chromium ? false : 'there is no Chromium on this machine (apt-get install chromium, or set CHROMIUM)';
@@ -45,29 +36,26 @@ export const closeBrowser = async () => { if (running) await (await running).clo
  * refuses, fails the test. `tab.bridge()` gives the messages that were posted to the shell.
  */
 export async function open(t, world, path = '/', { shell = false, ...options } = {}) {
-  const session = await world.login();
   const context = await (await browser()).newContext({ viewport: { width: 1200, height: 800 }, reducedMotion: 'reduce', locale: 'en-US', ...options });
   t.after(async () => {
     await context.close();
     assert.deepEqual(tab.problems, []);
   });
-  await context.addCookies([{ name: 'kd_session', value: session.cookie, url: `http://127.0.0.1:${world.port}`, httpOnly: true, sameSite: 'Strict' }]);
   if (shell) await context.addInitScript(() => { window.posted = []; window.webkit = { messageHandlers: { kelvadrome: { postMessage: (message) => window.posted.push(message) } } }; });
   const tab = await context.newPage();
   tab.setDefaultTimeout(20_000);
   tab.problems = [];
   tab.on('pageerror', (error) => tab.problems.push(error.message));
   tab.on('console', (message) => { if (message.type() === 'error' && !/ERR_CONNECTION|ERR_EMPTY|ERR_INCOMPLETE|401|409|400/.test(message.text())) tab.problems.push(message.text()); });
-  tab.session = session;
   tab.bridge = () => tab.evaluate(() => window.posted);
+  await renew(tab, world);
   await tab.goto(`http://127.0.0.1:${world.port}${path}`);
   await tab.locator('main h1').waitFor();
   return tab;
 }
 
-/** The session of the page after a restart of the daemon, put into the tab as the shell does it. */
+/** A new session of the page, put into the tab as the shell does it: at first, and after a restart of the daemon. */
 export async function renew(tab, world) {
   tab.session = await world.login();
   await tab.context().addCookies([{ name: 'kd_session', value: tab.session.cookie, url: `http://127.0.0.1:${world.port}`, httpOnly: true, sameSite: 'Strict' }]);
-  return new Page(world, tab.session.cookie);
 }

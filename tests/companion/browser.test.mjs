@@ -35,7 +35,7 @@ test('by keyboard alone: choose, undo, write, send, and on to the next question'
   const job = await tab.session.claimOne();
   await tab.session.report(job.id, 'start');
   await tab.session.report(job.id, 'done');
-  await shows(tab.getByText('Sent to Claude Code: “grüße, 世界”'));
+  await shows(tab.locator('.farewell', { hasText: 'Sent to Claude Code: “grüße, 世界”' }));
   assert.equal(await focusedCard(tab), first);
   await tab.keyboard.press('/');
   await tab.keyboard.type('deploy');
@@ -185,6 +185,15 @@ test('the shell steers the page, and hears of what the page does', async (t) => 
   const posted = await tab.bridge();
   assert.deepEqual(posted.filter((message) => message.type === 'route').map((message) => message.route), ['/', '/', '/search', '/onboarding']);
   assert.deepEqual(posted.filter((message) => ['ready', 'mode'].includes(message.type)), [{ type: 'ready' }, { type: 'mode', mode: 'simple' }]);
+  // Loaded again, the page is the one that the shell knows.
+  await call('navigate', '/');
+  for (const [scope, mode, shown] of [['family', 'expert', 1], ['all', 'simple', 2]]) {
+    await call('setScope', scope);
+    await call('setMode', mode);
+    await tab.reload();
+    await until(() => tab.locator('main article').count().then((n) => n === shown), `the scope ${scope} after a reload`);
+    assert.equal(await root('mode'), mode);
+  }
 });
 
 test('setup goes through its steps, in the shell and in a browser', async (t) => {
@@ -228,8 +237,7 @@ function faults() {
 }
 
 test('every section reads well in light, dark and high contrast, narrow or zoomed, and from right to left', async (t) => {
-  const world = await World.open(t, LONG_HOLD);
-  const page = await world.login();
+  const [world, page] = await World.loggedIn(t, LONG_HOLD);
   await world.ask({ topic: 'Storage', body: 'x'.repeat(2000), risk: 'high', options: ['Y'.repeat(200), 'No'] });
   await world.ask({ kind: 'batch', options: [], menu: false, rows, blocking: false });
   await world.ask({ kind: 'handoff_review', risk: 'medium', options: [], menu: false });

@@ -8,17 +8,16 @@ import { join } from 'node:path';
 import { COMPANION, KD, World, until } from './world.mjs';
 import { findAbove } from '../../companion/src/kd/agent.mjs';
 import { parseStat, ttyName } from '../../companion/src/proc.mjs';
-import { KeyReader } from '../../companion/sample-agent/screen.mjs';
 
 const QUESTION = { menu: 'Which database', text: 'new command be called', batch: '3 choices', stop: 'Pay the invoice', trust: 'Trust the folder' };
 
-/** A tmux server of its own with one pane that runs `argv`. */
+/** The sample agent in the one pane of a tmux server of its own. */
 class Pane {
-  constructor(t, world, argv, { columns = 90 } = {}) {
+  constructor(t, world, script) {
     this.server = `kd-test-${process.pid}-${Math.random().toString(36).slice(2)}`;
     t.after(() => { try { this.tmux('kill-server'); } catch { /* it has ended */ } });
     const environment = ['KELVADROME_HOME', 'PATH'].flatMap((name) => ['-e', `${name}=${world.env[name]}`]);
-    this.tmux('-f', '/dev/null', 'new-session', '-d', '-x', String(columns), '-y', '40', '-c', world.home, ...environment, ...argv);
+    this.tmux('-f', '/dev/null', 'new-session', '-d', '-x', '90', '-y', '40', '-c', world.home, ...environment, process.execPath, join(COMPANION, 'sample-agent/sample-agent.mjs'), '--once', '--pause', '0', '--script', script);
   }
 
   tmux(...args) { return execFileSync('tmux', ['-L', this.server, ...args], { encoding: 'utf8', stdio: ['ignore', 'pipe', 'ignore'], env: { ...process.env, TMUX: '' } }); }
@@ -28,28 +27,11 @@ class Pane {
   get pid() { return Number(this.tmux('display-message', '-p', '-t', '%0', '#{pane_pid}')); }
 }
 
-const agentPane = (t, world, script, more = []) => new Pane(t, world, [process.execPath, join(COMPANION, 'sample-agent/sample-agent.mjs'), '--once', '--pause', '0', '--script', script, ...more]);
 const theCard = (world, title) => until(async () => (await world.cards()).find((card) => card.title.includes(title)), `the card "${title}"`);
 
-test('kd finds the pid, group, terminal and pane of the agent that called it, as ps and tmux print them', async (t) => {
-  const world = await World.open(t);
-  const page = await world.login();
-  const pane = agentPane(t, world, 'menu');
-  const card = await theCard(world, QUESTION.menu);
-  await page.ok('/v1/cards/answer', { card_id: card.id, version: card.version, answer: 'SQLite' });
-  const job = await page.claimOne();
-  const [pid, pgid, tpgid, tty, comm] = execFileSync('ps', ['-o', 'pid=,pgid=,tpgid=,tty=,comm=', '-p', String(pane.pid)], { encoding: 'utf8' }).trim().split(/\s+/);
-  assert.deepEqual([job.agent, job.pid, job.pgid, job.tty, job.host, job.host_ref], [comm, Number(pid), Number(pgid), tty, 'tmux', '%0']);
-  assert.equal(comm, 'claude');
-  assert.equal(pgid, tpgid);
-  assert.equal(pane.tmux('display-message', '-p', '-t', '%0', '#{pane_tty} #{pane_current_command}').trim(), `/dev/${tty} claude`);
-  assert.equal((await world.ok('/v1/topic/detail', { topic: 'Storage' })).folder, realpathSync(world.home));
-});
-
 test('the sample agent takes typed answers of every kind, and its cards end with them', async (t) => {
-  const world = await World.open(t);
-  const page = await world.login();
-  const pane = agentPane(t, world, 'menu,text,batch,stop,trust');
+  const [world, page] = await World.loggedIn(t);
+  const pane = new Pane(t, world, 'menu,text,batch,stop,trust');
   const keysOf = (steps) => steps.flatMap((step) => (step.kind === 'text' ? [['-l', '--', step.text], ['Enter']] : step.kind === 'key' ? [['-l', '--', step.key]] : [[{ down: 'Down', enter: 'Enter' }[step.key]]]));
   const answers = [['menu', 'SQLite'], ['text', 'zürich go 42'], ['batch', { lang: 'Go', tests: 'no', port: '1' }], ['stop', 'Reject'], ['trust', 'Yes, I trust this folder']];
   for (const [kind, answer] of answers) {
@@ -62,17 +44,22 @@ test('the sample agent takes typed answers of every kind, and its cards end with
     await (card.risk === 'high' ? page.confirm(press) : page.ok('/v1/cards/answer', press));
     const job = await page.claimOne();
     assert.deepEqual(await page.report(job.id, 'start'), { proceed: true });
+    // kd told the pid, group, terminal and pane of the agent that called it, as ps and tmux print them.
+    const [pid, pgid, tpgid, tty, comm] = execFileSync('ps', ['-o', 'pid=,pgid=,tpgid=,tty=,comm=', '-p', String(pane.pid)], { encoding: 'utf8' }).trim().split(/\s+/);
+    assert.deepEqual([job.agent, job.pid, job.pgid, job.pgid, job.tty, job.host, job.host_ref], ['claude', Number(pid), Number(pgid), Number(tpgid), tty, 'tmux', '%0']);
+    assert.equal(pane.tmux('display-message', '-p', '-t', '%0', '#{pane_tty} #{pane_current_command}').trim(), `/dev/${tty} ${comm}`);
     for (const keys of keysOf(job.steps)) pane.type(...keys);
     await pane.shows(`You chose: ${typeof answer === 'string' ? answer : 'lang: Go; tests: no; port: 1'}`);
     await page.report(job.id, 'done');
     await until(async () => !(await world.card(card.id)), 'the card is closed');
   }
   assert.deepEqual((await world.receipts()).map((receipt) => receipt.action).filter((action) => action !== 'answer.held'), Array(5).fill('answer.typed'));
+  assert.equal((await world.ok('/v1/topic/detail', { topic: 'Storage' })).folder, realpathSync(world.home));
 });
 
-test('an answer by hand in the terminal withdraws the card, and so does leaving', async (t) => {
+test('an answer by hand withdraws the card, and so does leaving; without a daemon the agent goes on by itself', async (t) => {
   const world = await World.open(t);
-  const pane = agentPane(t, world, 'menu,text');
+  const pane = new Pane(t, world, 'menu,text');
   await theCard(world, QUESTION.menu);
   pane.type('Down', 'Enter');
   await pane.shows('You chose: SQLite');
@@ -80,16 +67,13 @@ test('an answer by hand in the terminal withdraws the card, and so does leaving'
   assert.equal((await world.receipts())[0].action, 'card.withdrawn');
   pane.type('C-c');
   await until(async () => (await world.cards()).length === 0, 'the second card is withdrawn');
-});
 
-test('the sample agent goes on by itself when no daemon answers', async (t) => {
-  const world = await World.open(t);
   await world.kill();
-  const pane = agentPane(t, world, 'menu,text');
-  await pane.shows('1-3 to choose');
-  pane.type('-l', '1');
-  await pane.shows('Only asked here: kd: No kelvadromed answers');
-  await pane.shows(QUESTION.text);
+  const alone = new Pane(t, world, 'menu,text');
+  await alone.shows('1-3 to choose');
+  alone.type('-l', '1');
+  await alone.shows('Only asked here: kd: No kelvadromed answers');
+  await alone.shows(QUESTION.text);
 });
 
 test('kd ask --wait prints the answer, outlives a restart, and withdraws when it is ended or out of time', async (t) => {
@@ -113,7 +97,7 @@ test('kd ask --wait prints the answer, outlives a restart, and withdraws when it
   assert.deepEqual(await world.cards(), []);
 
   const batch = world.kd([...ask, '--row', 'a=First?=1', '--row', 'b=Second?']);
-  const rows = (await theCard(world, 'Go on?'));
+  const rows = await theCard(world, 'Go on?');
   assert.deepEqual([rows.kind, rows.rows], ['batch', [{ question_id: 'a', text: 'First?', default: '1', agent_state: 'waiting' }, { question_id: 'b', text: 'Second?', agent_state: 'waiting' }]]);
   await world.kd(['answer', rows.id, '{"a":"1","b":"two"}']);
   assert.equal((await batch).stdout, 'a: 1\nb: two\n');
@@ -148,17 +132,4 @@ test('the process table is read right: names with blanks and brackets, terminals
   assert.equal(findAbove(9, ['claude', 'codex'], look).pid, 8);
   assert.equal(findAbove(9, ['codex'], look).pid, 7);
   assert.equal(findAbove(9, ['grok'], look), null);
-});
-
-test('keys are read the same however the input is cut', () => {
-  const bytes = Buffer.from('1\x1b[Aé\x1bOB字\r\x7f2\x1b[3~x');
-  const expected = [{ text: '1' }, { name: 'up' }, { text: 'é' }, { name: 'down' }, { text: '字' }, { name: 'enter' }, { name: 'backspace' }, { text: '2' }, { text: 'x' }];
-  for (let cut = 0; cut <= bytes.length; cut++) {
-    const keys = [];
-    const reader = new KeyReader((key) => keys.push(key));
-    reader.feed(bytes.subarray(0, cut));
-    reader.feed(bytes.subarray(cut));
-    clearTimeout(reader.timer);
-    assert.deepEqual(keys, expected, `cut at ${cut}`);
-  }
 });

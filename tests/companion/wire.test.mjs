@@ -18,7 +18,7 @@ test('every refusal is an envelope that names what was wrong, and loses nothing'
     ['POST', '/v1/voice/scan', '{}', 501, 'not_implemented', 'voice'], ['POST', '/v1/talk/propose', '{}', 501, 'not_implemented', ''],
     ['POST', '/v1/ask', '{"agent"', 400, 'validation_failed', 'JSON'], ['POST', '/v1/ask', '[]', 400, 'validation_failed', 'object'],
     ['POST', '/v1/ask', Buffer.from([0x7b, 0x22, 0xff, 0x22, 0x7d]), 400, 'validation_failed', 'UTF-8'], ['POST', '/v1/ask', 'x'.repeat(1_000_001), 413, 'too_large', '1000000'],
-    ['POST', '/v1/ask', '{}', 400, 'validation_failed', 'agent'], ['POST', '/v1/ask', ask({ agent: 'a b' }), 400, 'validation_failed', 'agent'],
+    ['POST', '/v1/ask', ask({ scope: 'all' }), 400, 'validation_failed', 'scope'], ['POST', '/v1/ask', ask({ agent: 'a b' }), 400, 'validation_failed', 'agent'],
     ['POST', '/v1/ask', ask({ title: ' \u200b ' }), 400, 'validation_failed', 'title'], ['POST', '/v1/ask', ask({ risk: 'huge' }), 400, 'validation_failed', 'low, medium, high'],
     ['POST', '/v1/ask', ask({ options: ['a', 'a'] }), 400, 'validation_failed', 'options'], ['POST', '/v1/ask', ask({ options: ['/a'] }), 400, 'validation_failed', 'options[0]'],
     ['POST', '/v1/ask', ask({ menu: true }), 400, 'validation_failed', 'options'], ['POST', '/v1/ask', ask({ menu: true, options: [...'abcdefghij'] }), 400, 'validation_failed', '1 to 9'],
@@ -43,27 +43,24 @@ test('every refusal is an envelope that names what was wrong, and loses nothing'
   assert.match(garbage, /^HTTP\/1\.1 400 .*"validation_failed"/s);
 });
 
-test('text is cleaned where it is only read: a title becomes 1 line, a body loses its controls', async (t) => {
-  const world = await World.open(t);
-  const id = await world.ask({ title: ' Two\nlines\x1b[31m red ', body: 'a\r\n  b\x07\x1b]0;t\x07c \n' });
-  const card = await world.card(id);
-  assert.deepEqual([card.title, card.body], ['Two lines red', 'a\n  bc']);
-});
-
-test('sessions tell what is true: waiting while they ask, ended when their process is gone', async (t) => {
+test('what is read tells what is true: sessions wait while they ask and end with their process, and text is clean', async (t) => {
   const world = await World.open(t);
   const child = spawn(process.execPath, ['-e', ''], { stdio: 'ignore' });
   await once(child, 'close');
   await world.ok('/v1/sessions/touch', { agent: 'codex', status: 'busy', doing: 'Testing', topic: 'Storage', live: { pid: process.pid, tty: 'pts/4', host: 'tmux', host_ref: '%4' } });
   await world.ok('/v1/sessions/touch', { agent: 'grok', status: 'busy', live: { pid: child.pid, tty: 'pts/5' } });
-  const id = await world.ask({ topic: 'Storage' });
+  const id = await world.ask({ topic: 'Storage', scope: 'family', kind: 'handoff_review', title: ' Deploy\nit\x1b[31m red ', body: 'a\r\n  b\x07\x1b]0;t\x07c \n' });
+  const card = await world.card(id);
+  assert.deepEqual([card.title, card.body], ['Deploy it red', 'a\n  bc'], 'a title becomes 1 line, a body loses its controls');
   const rows = async () => Object.fromEntries((await world.ok('/v1/agents/status')).sessions.map((row) => [row.agent, [row.status, row.doing, row.topic_title]]));
   assert.deepEqual(await rows(), { claude: ['waiting_me', 'waits for you', 'Storage'], codex: ['busy', 'Testing', 'Storage'], grok: ['ended', undefined, undefined] });
   assert.deepEqual((await world.ok('/v1/inbox')).counts, { needs_you: 1, answered_by_rules_today: 0, agents_working: 1, verified_today: 0 });
   const live = (await world.ok('/v1/sessions/live')).sessions;
   assert.equal(new Set(live.map((row) => row.callsign)).size, live.length);
   for (const row of live) assert.match(row.callsign, /^[\p{L}][\p{L}0-9' -]{0,23}$/u);
-  assert.deepEqual((await world.ok('/v1/topic/detail', { topic: 'Storage' })).folder, '/home/user/project');
+  assert.equal((await world.ok('/v1/topic/detail', { topic: 'Storage' })).folder, '/home/user/project');
+  assert.deepEqual((await world.ok('/v1/handoffs/list')).cards.map((row) => row.id), [id]);
+  assert.equal((await world.ok('/v1/board')).topics[0].scope, 'family');
   assert.deepEqual((await world.ok('/v1/search', { q: 'DEPLOY' })).questions.map((hit) => [hit.kind, hit.id, hit.topic]), [['question', id, 'Storage']]);
   assert.deepEqual((await world.ok('/v1/search', { q: '%' })), { topics: [], decisions: [], questions: [] });
 });
@@ -80,8 +77,7 @@ function openStream(options) {
 }
 
 test('the event stream tells of each change, at both doors, and ends in order', async (t) => {
-  const world = await World.open(t);
-  const page = await world.login();
+  const [world, page] = await World.loggedIn(t);
   const streams = [openStream({ socketPath: world.socketPath }), openStream({ host: '127.0.0.1', port: world.port, headers: { Cookie: `kd_session=${page.cookie}` } })];
   for (const stream of streams) await until(() => stream.text.startsWith('event: hello'), 'the head of the stream');
   const id = await world.ask();

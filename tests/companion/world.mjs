@@ -51,8 +51,8 @@ function exchange(options, body) {
 
 /** A page session, as the shell holds it. */
 export class Page {
-  constructor(world, cookie) {
-    Object.assign(this, { world, cookie });
+  constructor(world, cookie, csrf) {
+    Object.assign(this, { world, cookie, csrf });
   }
 
   raw(method, path, body, headers = {}) {
@@ -95,6 +95,12 @@ export class World {
     });
     await world.start();
     return world;
+  }
+
+  /** The same, with a page session: gives both. */
+  static async loggedIn(t, env) {
+    const world = await World.open(t, env);
+    return [world, await world.login()];
   }
 
   get socketPath() { return join(this.home, 'kelvadromed.sock'); }

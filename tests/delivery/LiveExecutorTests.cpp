@@ -57,8 +57,8 @@ TEST_F(LiveExecutorTest, aPaneWhoseKeysGoElsewhereGetsNone) {
 }
 
 TEST_F(LiveExecutorTest, aDaemonThatTookItsTimeIsFollowedByANewLook) {
-    whileAsking = [this] { clock->advance(0.6); };
-    EXPECT_EQ(perform(answerJob()), JobOutcome::done());
+    whileAsking = [this] { clock->advance(1000); };
+    EXPECT_EQ(perform(answerJob()), JobOutcome::done()) << "although the job has expired meanwhile";
     EXPECT_EQ(runner->calls.size(), callsAtStart + 4) << "all three looks again, then the key";
 
     const std::pair<std::string, const char*> changes[] = {
@@ -101,15 +101,6 @@ TEST_F(LiveExecutorTest, theCheapChecksComeBeforeTheDaemonHearsAnything) {
     foreign.presence = "other";
     EXPECT_EQ(perform(foreign), JobOutcome::refused("the answer was not pressed in this app"));
     EXPECT_EQ(runner->lines(), Lines{psLine});
-    EXPECT_EQ(asked, 0);
-}
-
-TEST_F(LiveExecutorTest, aJobThatExpiresWhileTheDaemonIsAskedIsStillTyped) {
-    whileAsking = [this] { clock->advance(1000); };
-    EXPECT_EQ(perform(answerJob()), JobOutcome::done());
-}
-
-TEST_F(LiveExecutorTest, aHostThatCannotTakeKeysIsRefusedByName) {
     auto job = answerJob();
     job.host = "terminal";
     EXPECT_EQ(perform(job), JobOutcome::refused("terminal cannot take this answer here"));
@@ -208,13 +199,12 @@ TEST_F(LiveExecutorTest, openStartsOnlyTheFixedTemplatesInAFolderThatIsThere) {
     EXPECT_EQ(perform(job), JobOutcome::refused("tmux or the agent was not found"));
 
     job.host = "terminal";
-    const std::string failed = "iTerm2 did not open the window";
     runner->on("itermOpen", {says("ok\n"), says(""), says("ok", 1)});
     EXPECT_EQ(perform(job), JobOutcome::done());
     EXPECT_EQ(runner->calls.back().line,
         "osascript itermOpen cd '" + cwd + "' && 'claude' '--resume' '" + uuid + "' '--' 'hi'");
-    EXPECT_EQ(perform(job), JobOutcome::failed(failed));
-    EXPECT_EQ(perform(job), JobOutcome::failed(failed));
+    for (int time = 0; time < 2; ++time)
+        EXPECT_EQ(perform(job), JobOutcome::failed("iTerm2 did not open the window"));
 
     asked = 0;
     job.open->cwd = folder / "gone";
@@ -240,7 +230,6 @@ TEST_F(LiveExecutorTest, aPeekReadsTheScreenAndPressesNothing) {
 }
 
 TEST_F(LiveExecutorTest, runningAppsAreListedAndTheirAccessToldApart) {
-    const std::string tab = "/dev/ttys003\tABC\tmy tab\ttrue\n";
     std::map<std::string, ConsentCode> consent;
     const HostAccessProbe probe{
         [&](const std::string& bundle) { return consent[bundle]; }, [] { return true; }};
@@ -251,24 +240,14 @@ TEST_F(LiveExecutorTest, runningAppsAreListedAndTheirAccessToldApart) {
     EXPECT_EQ(look(false, false), LiveExecutor::Hosts());
     EXPECT_TRUE(runner->calls.empty());
 
-    runner->on("itermList", says(tab));
+    runner->on("itermList", says("/dev/ttys003\tABC\tmy tab\ttrue\n"));
     runner->on("terminalList", RunOutput{15, "", "", true});
-    const HostSession session{"iterm2", "ttys003", "ABC", "my tab", true};
-    using Access = std::map<std::string, HostAccess>;
-    EXPECT_EQ(look(true, true), (LiveExecutor::Hosts{{session},
-                                    Access{{"iterm2", HostAccess::ok}, {"terminal", HostAccess::locked}}}));
-    EXPECT_EQ(runner->lines(), (Lines{"osascript itermList", "osascript terminalList"}));
-
-    consent["com.apple.Terminal"] = consentDenied;
+    EXPECT_EQ(look(true, true), (LiveExecutor::Hosts{{{"iterm2", "ttys003", "ABC", "my tab", true}},
+                                    {{"iterm2", HostAccess::ok}, {"terminal", HostAccess::locked}}}));
     consent["com.googlecode.iterm2"] = consentNotAsked;
     runner->calls.clear();
-    EXPECT_EQ(
-        look(true, true).access, (Access{{"iterm2", HostAccess::waiting}, {"terminal", HostAccess::denied}}));
-    EXPECT_EQ(runner->lines(), Lines{"osascript terminalList"}) << "a script would pop up the question";
-
-    runner->on("terminalList", says("", 1));
-    consent.clear();
-    EXPECT_EQ(look(false, true), LiveExecutor::Hosts()) << "failed at once, which says nothing";
+    EXPECT_EQ(look(true, false).access.at("iterm2"), HostAccess::waiting);
+    EXPECT_TRUE(runner->calls.empty()) << "a script would pop up the question";
 }
 
 } // namespace

@@ -19,17 +19,14 @@ constexpr double ample = 15; // seconds; no child of these tests takes that long
 
 class ProcessRunnerTest : public testing::Test {
 protected:
-    RunOutput run(RunCommand command, double timeout = ample) {
+    RunOutput run(RunCommand command) {
         ProcessRunner runner(loop.pool());
-        return loop.run(runner.run(std::move(command), timeout));
+        return loop.run(runner.run(std::move(command), ample));
     }
-    RunOutput shell(const std::string& script, double timeout = ample) {
-        return run({"/bin/sh", {"-c", script}, 0}, timeout);
-    }
+    RunOutput shell(const std::string& script) { return run({"/bin/sh", {"-c", script}, 0}); }
 
-    static std::size_t openDescriptors() {
-        const std::filesystem::directory_iterator folder("/proc/self/fd");
-        return static_cast<std::size_t>(std::distance(begin(folder), end(folder)));
+    static auto openDescriptors() {
+        return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
     }
 
     TestLoop loop;
@@ -41,26 +38,21 @@ TEST_F(ProcessRunnerTest, outputErrorsAndStatusComeBackApart) {
 }
 
 TEST_F(ProcessRunnerTest, aCommandThatCannotStartIsAFailureWithoutAWord) {
-    TemporaryFolder folder;
     const RunOutput nothing{-1, "", "", false};
-    EXPECT_EQ(run({folder / "missing", {}, 0}), nothing);
-    EXPECT_EQ(run({"", {}, 0}), nothing);
+    EXPECT_EQ(run({"/bin/no-such-program", {}, 0}), nothing);
     EXPECT_EQ(run({"/bin/echo", {std::string("a\0b", 3)}, 0}), nothing);
     EXPECT_EQ(run({"/bin/echo", {std::string(4'000'000, 'x')}, 0}), nothing)
         << "longer than the system takes";
 }
 
-TEST_F(ProcessRunnerTest, allIsReadAndTheBeginningKept) {
+TEST_F(ProcessRunnerTest, allIsReadAndTheBeginningKeptAndWhatIsNoTextRepaired) {
     // Errors first, more than a pipe holds, then output: who reads one after the other would wait for ever.
     const auto both = shell("yes abc | head -c 200000 >&2; yes abcdefg | head -c 2000000; exit 5");
     EXPECT_EQ(both.status, 5);
     ASSERT_EQ(both.stdoutText.size(), 1'000'000U);
     EXPECT_EQ(both.stdoutText.substr(999'992), "abcdefg\n");
-    ASSERT_EQ(both.stderrText.size(), 2'048U);
-    EXPECT_EQ(both.stderrText.substr(2'044), "abc\n");
-}
+    EXPECT_EQ(both.stderrText.size(), 2'048U);
 
-TEST_F(ProcessRunnerTest, aCharacterThatTheCutSplitsIsRepaired) {
     const auto split = shell("head -c 999999 /dev/zero | tr '\\0' a; printf '\\303\\244more'");
     EXPECT_EQ(split.stdoutText.size(), 999'999U + 3);
     EXPECT_TRUE(split.stdoutText.ends_with("aa\uFFFD"));
@@ -86,8 +78,7 @@ TEST_F(ProcessRunnerTest, theDeadlineAsksOnceAndWhatEndsLaterIsWaitedFor) {
 TEST_F(ProcessRunnerTest, aChildStartsCleanWhateverThisProcessDid) {
     const Descriptor inherited(::open("/dev/null", O_RDONLY)); // without O_CLOEXEC
     const auto pipeBefore = ::signal(SIGPIPE, SIG_IGN);
-    sigset_t blocked;
-    sigset_t before;
+    sigset_t blocked, before;
     ::sigemptyset(&blocked);
     ::sigaddset(&blocked, SIGTERM);
     ::pthread_sigmask(SIG_BLOCK, &blocked, &before); // the pool's threads inherit it
@@ -96,10 +87,11 @@ TEST_F(ProcessRunnerTest, aChildStartsCleanWhateverThisProcessDid) {
     ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
     ::signal(SIGPIPE, pipeBefore);
 
-    EXPECT_NE(status.find("SigBlk:\t0000000000000000"), std::string::npos) << status;
     // The C library itself leaves its two internal ones, above the standard 31, ignored.
-    const auto ignored = std::stoull(status.substr(status.find("SigIgn:\t") + 8), nullptr, 16);
-    EXPECT_EQ(ignored & 0x7fffffff, 0U) << status;
+    for (const std::string line : {"SigBlk:\t", "SigIgn:\t"}) {
+        const auto signals = std::stoull(status.substr(status.find(line) + line.size()), nullptr, 16);
+        EXPECT_EQ(signals & 0x7fffffff, 0U) << status;
+    }
     EXPECT_EQ(descriptors, "0\n1\n2\n3\n") << "3 is the listing itself";
     EXPECT_EQ(shell("wc -c").stdoutText, "0\n") << "there is no input";
 }
@@ -107,8 +99,7 @@ TEST_F(ProcessRunnerTest, aChildStartsCleanWhateverThisProcessDid) {
 TEST_F(ProcessRunnerTest, theEnvironmentIsTheGivenOneWithoutColour) {
     ProcessRunner runner(loop.pool(), {{"A", "b=c"}, {"NO_COLOR", "0"}});
     EXPECT_EQ(loop.run(runner.run({"/usr/bin/env", {}, 0}, ample)).stdoutText, "NO_COLOR=1\nA=b=c\n");
-    ::setenv("KELVADROME_PROBE", "yes", 1);
-    EXPECT_EQ(shell("printf $KELVADROME_PROBE$NO_COLOR").stdoutText, "yes1");
+    EXPECT_EQ(shell("printf ${HOME:+is-there}$NO_COLOR").stdoutText, "is-there1");
 }
 
 TEST_F(ProcessRunnerTest, runsGoOnAtTheSameTimeAndLeaveNothingOpen) {

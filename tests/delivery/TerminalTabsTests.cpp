@@ -1,6 +1,7 @@
 #include "KelvadromeKit/delivery/CrewLabels.h"
 #include "KelvadromeKit/delivery/HostPlan.h"
 #include "KelvadromeKit/delivery/LiveScripts.h"
+#include "KelvadromeKit/support/Text.h"
 
 #include <gtest/gtest.h>
 #include <re2/re2.h>
@@ -31,99 +32,62 @@ std::vector<std::string> all(std::string_view text, const char* pattern) {
     return found;
 }
 
-/// The pieces stand in the text in this order.
-void expectInOrder(std::string_view text, const std::vector<std::string_view>& pieces) {
-    std::size_t from = 0;
-    for (const auto piece : pieces) {
-        const auto at = text.find(piece, from);
-        ASSERT_NE(at, std::string_view::npos) << piece << " is not where it should be";
-        from = at + piece.size();
-    }
-}
-
 using Words = std::vector<std::string>;
 
 } // namespace
 
-TEST(LiveScripts, eachTakesItsArgumentsInOrderAndRunsNoneOfThem) {
-    for (const auto& script : scripts) {
+TEST(LiveScripts, eachIsClosedTakesItsArgumentsInOrderAndRunsNoneOfThem) {
+    for (const auto& [name, text, arguments] : scripts) {
+        SCOPED_TRACE(name);
         Words numbers;
-        for (int i = 1; i <= script.arguments; ++i)
+        for (int i = 1; i <= arguments; ++i)
             numbers.push_back(std::to_string(i));
-        EXPECT_EQ(all(script.text, "item (\\d) of argv"), numbers) << script.name;
-        EXPECT_EQ(script.text.find("do shell script"), std::string_view::npos) << script.name;
-        EXPECT_EQ(script.text.find("run script"), std::string_view::npos) << script.name;
+        EXPECT_EQ(all(text, "item (\\d) of argv"), numbers);
+        EXPECT_EQ(all(text, "(do shell|run) script"), Words());
+        EXPECT_EQ(
+            all(text, "(?m)^ *(on run argv|repeat\\b.*|try|tell (?:application id \"[^\"]*\"|s)|if .* then)$")
+                .size(),
+            all(text, "(?m)^ *(end( \\w+)?)$").size());
+        for (const auto& verdict : all(text, "return \"([^\"]*)\""))
+            EXPECT_NE(HostPlan::scriptRefusal(verdict), HostPlan::scriptRefusal("?")) << verdict;
+        const auto writes = all(text, "(write text[^\\n]*)");
+        EXPECT_EQ(!writes.empty(), text == LiveScripts::itermWrite || text == LiveScripts::itermOpen);
+        for (const auto& line : writes) // only the one that opens ends a line
+            EXPECT_EQ(line.ends_with(" newline NO"), text != LiveScripts::itermOpen) << line;
     }
-}
-
-TEST(LiveScripts, everyBlockIsClosedAndEveryVerdictUnderstood) {
-    for (const auto& script : scripts) {
-        EXPECT_EQ(all(script.text,
-                      "(?m)^ *(on run argv|repeat\\b.*|try|tell (?:application id \"[^\"]*\"|s)|if .* then)$")
-                      .size(),
-            all(script.text, "(?m)^ *(end( \\w+)?)$").size())
-            << script.name;
-        for (const auto& verdict : all(script.text, "return \"([^\"]*)\""))
-            EXPECT_NE(HostPlan::scriptRefusal(verdict), HostPlan::scriptRefusal("?"))
-                << script.name << verdict;
-    }
+    // A label without an id would rename whatever stands on that tty.
+    EXPECT_EQ(LiveScripts::itermLabel.find("is not \"\""), std::string_view::npos);
 }
 
 TEST(LiveScripts, theWriteScriptChecksEverythingBeforeItsOneKey) {
     const auto& write = LiveScripts::itermWrite;
-    expectInOrder(
-        write, {"return \"missing\"", "return \"ambiguous\"",
-                   "wantedId is not \"\" and (id of s) is not wantedId", "return \"moved\"",
-                   "is at shell prompt of s", "return \"shell\"", "variable named \"jobName\"", "j is \"\"",
-                   "return \"unknown job\"", "j is in {", "return \"shell\"", "write text", "return \"ok\""});
+    std::size_t from = 0;
+    for (const std::string_view piece : {"return \"missing\"", "return \"ambiguous\"",
+             "wantedId is not \"\" and (id of s) is not wantedId", "return \"moved\"",
+             "is at shell prompt of s", "return \"shell\"", "variable named \"jobName\"", "j is \"\"",
+             "return \"unknown job\"", "j is in {", "return \"shell\"", "write text", "return \"ok\""}) {
+        const auto at = write.find(piece, from);
+        ASSERT_NE(at, std::string_view::npos) << piece << " is not where it should be";
+        from = at + piece.size();
+    }
     const auto list = all(write, "j is in \\{([^}]*)\\}");
     ASSERT_EQ(list.size(), 1u);
     const auto names = all(list[0], "\"([^\"]*)\"");
     EXPECT_EQ((std::set<std::string, std::less<>>(names.begin(), names.end())), HostPlan::shells());
 }
 
-TEST(LiveScripts, onlyTheOpenScriptEndsALine) {
-    for (const auto& script : scripts) {
-        const auto writes = all(script.text, "(write text[^\\n]*)");
-        for (const auto& line : writes) {
-            EXPECT_EQ(line.ends_with(" newline NO"), script.text != LiveScripts::itermOpen)
-                << script.name << line;
-        }
-        const bool mayWrite = script.text == LiveScripts::itermWrite || script.text == LiveScripts::itermOpen;
-        EXPECT_EQ(!writes.empty(), mayWrite) << script.name;
-    }
-    // A label without an id would rename whatever stands on that tty.
-    EXPECT_EQ(LiveScripts::itermLabel.find("is not \"\""), std::string_view::npos);
-}
-
 TEST(LiveScripts, aListKeepsTheSoundLines) {
     const std::string longRef(120, 'r'), longTitle(300, 't');
-    const auto parsed = LiveScripts::parseList("/dev/ttys003\tABC\tmy tab\ttrue\n"
-                                               "ttys004\tDEF\t/clear\tfalse\n"
-                                               "tty9\t1:2\ta\x1B[31m\u202Eb\tunknown\n"
-                                               "ttys1\tG\n"
-                                               "\n"
-                                               "ttys12345\tABC\tx\ttrue\n"
-                                               "/dev//dev/ttys1\tABC\tx\ttrue\n"
-                                               "pts/3\tABC\tx\ttrue\n"
-                                               "ttys5\t\tx\ttrue\n"
-                                               "ttys6\t" +
-                                                   longRef +
-                                                   "r\tx\ttrue\n"
-                                                   "ttys7\t" +
-                                                   longRef + "\t" + longTitle + "\ttrue\tmore",
-        "iterm2");
-    const std::vector<HostSession> expected{
-        {"iterm2", "ttys003", "ABC", "my tab", true},
-        {"iterm2", "ttys004", "DEF", std::nullopt, false},
-        {"iterm2", "tty9", "1:2", "ab", std::nullopt},
-        {"iterm2", "ttys1", "G", std::nullopt, std::nullopt},
-        {"iterm2", "ttys7", longRef, longTitle.substr(0, 120), std::nullopt},
-    };
-    EXPECT_EQ(parsed, expected);
-}
-
-TEST(HostSession, whatIsAbsentIsNullOnTheWire) {
+    const Words sound{"/dev/ttys003\tABC\tmy tab\ttrue", "ttys004\tDEF\t/clear\tfalse",
+        "tty9\t1:2\ta\x1B[31m\u202Eb\tunknown", "ttys1\tG",
+        "ttys7\t" + longRef + "\t" + longTitle + "\ttrue\tmore"};
+    const Words others{"", "ttys12345\tABC\tx\ttrue", "/dev//dev/ttys1\tABC\tx\ttrue", "pts/3\tABC\tx\ttrue",
+        "ttys5\t\tx\ttrue", "ttys6\t" + longRef + "r\tx\ttrue"};
+    EXPECT_EQ(LiveScripts::parseList(Text::join(others, "\n") + "\n" + Text::join(sound, "\n"), "iterm2"),
+        (std::vector<HostSession>{{"iterm2", "ttys003", "ABC", "my tab", true},
+            {"iterm2", "ttys004", "DEF", std::nullopt, false}, {"iterm2", "tty9", "1:2", "ab", std::nullopt},
+            {"iterm2", "ttys1", "G", std::nullopt, std::nullopt},
+            {"iterm2", "ttys7", longRef, longTitle.substr(0, 120), std::nullopt}}));
     EXPECT_EQ((HostSession{"terminal", "ttys1", "4:1", std::nullopt, std::nullopt}.wire()),
         (boost::json::object{{"host", "terminal"}, {"tty", "ttys1"}, {"ref", "4:1"}, {"title", nullptr},
             {"at_shell_prompt", nullptr}}));
@@ -143,7 +107,7 @@ CrewLabelRow row(std::optional<std::string> tty = "ttys1", std::optional<std::st
 
 } // namespace
 
-TEST(CrewLabels, onlyATabThatIsOneSessionsBeyondDoubtIsRenamed) {
+TEST(CrewLabels, onlyATabThatIsOneSessionsBeyondDoubtIsRenamedAndOnlyToAName) {
     const auto count = [](const CrewLabelRow& one) {
         return CrewLabels::plan({one}, hosts, {}, true).size();
     };
@@ -153,24 +117,16 @@ TEST(CrewLabels, onlyATabThatIsOneSessionsBeyondDoubtIsRenamed) {
         EXPECT_EQ(count(row(tty)), 0u) << tty;
     EXPECT_EQ(count(row(std::nullopt)), 0u);
     EXPECT_EQ(count(row("ttys1", std::nullopt)), 0u);
-    auto other = row();
-    other.host = "tmux";
-    EXPECT_EQ(count(other), 0u);
-    other = row();
-    other.status = "ended";
-    EXPECT_EQ(count(other), 0u);
+    EXPECT_EQ(count({"k", "tmux", "ttys1", "Ada", "live"}), 0u);
+    EXPECT_EQ(count({"k", "iterm2", "ttys1", "Ada", "ended"}), 0u);
     EXPECT_TRUE(CrewLabels::plan({row()}, hosts, {}, false).empty());
     EXPECT_TRUE(CrewLabels::plan({row()}, hosts, {{"A", "Ada"}}, true).empty()) << "it has its name";
     EXPECT_EQ(CrewLabels::plan({row()}, hosts, {{"A", "Bo"}}, true).size(), 1u);
-}
 
-TEST(CrewLabels, aCallsignIsANameAndNothingElse) {
     const std::string longest = "a" + std::string(23, 'b');
-    for (const auto& good : std::vector<std::string>{"Ada-7", "O'Neil 2", "Zoë", "Z", longest}) {
-        EXPECT_EQ(CrewLabels::plan({row("ttys1", good)}, hosts, {}, true).size(), 1u) << good;
-    }
-    for (const auto& bad : std::vector<std::string>{"", "7up", " Ada", "Ada\n", "Ada\x1B[A", "A\u202Ed",
-             "Ada!", "Ad\u0660", "Zoe\u0308", "A\tb", longest + "b"}) {
-        EXPECT_TRUE(CrewLabels::plan({row("ttys1", bad)}, hosts, {}, true).empty()) << bad;
-    }
+    for (const auto& good : Words{"Ada-7", "O'Neil 2", "Zoë", "Z", longest})
+        EXPECT_EQ(count(row("ttys1", good)), 1u) << good;
+    for (const auto& bad : Words{"", "7up", " Ada", "Ada\n", "Ada\x1B[A", "A\u202Ed", "Ada!", "Ad\u0660",
+             "Zoe\u0308", longest + "b"})
+        EXPECT_EQ(count(row("ttys1", bad)), 0u) << bad;
 }

@@ -71,16 +71,13 @@ TEST(TrustScreen, anyDoubtIsNoMatch) {
         {"no path", [](Screen& s) { s.path = {""}; }},
         {"other path", [](Screen& s) { s.path = {" /Users/me/q"}; }},
         {"blank inside the path", [](Screen& s) { s.path = {" /Users/me /p"}; }},
-        {"more than the path",
-            [](Screen& s) {
-                s.path = {" /Users/me/p", " and more"};
-            }},
+        {"more than the path", [](Screen& s) { s.path.insert(s.path.begin() + 2, " and more"); }},
         {"too far up", [](Screen& s) { s.question.insert(s.question.end(), 10, "text"); }},
     };
     for (const auto& [what, spoil] : rows)
         EXPECT_EQ(selectedAfter(spoil), "none") << what;
-    EXPECT_FALSE(
-        TrustScreen::match("No, exit\nYes, I trust this folder\nEnter to confirm Esc to cancel", {}, {}));
+    const std::string bare = "No, exit\nYes, I trust this folder\nEnter to confirm Esc to cancel";
+    EXPECT_FALSE(TrustScreen::match(bare, {}, {}));
 }
 
 TEST(TrustScreen, theFolderMayBeWrappedOrWrittenFromHome) {
@@ -109,27 +106,6 @@ TEST(TrustScreen, theWindowEndsTwelveLinesUp) {
     EXPECT_EQ(screen.selected(), "none") << "its heading is outside";
     screen.question.push_back("text");
     EXPECT_EQ(screen.selected(std::nullopt), "none");
-}
-
-TEST(TrustScreen, aMatchNeedsTheWordsOfTheQuestionAtTheEnd) {
-    std::mt19937 random(3);
-    const std::string pieces[] = {"Accessing workspace:\n", "/Users/me/p\n", "~/p\n", "Quick safety check\n",
-        "❯ ", "> ", "1. ", "No, exit\n", "Yes, I trust this folder\n", "Enter to confirm · Esc to cancel",
-        "\n", " ", "\r", "\xFF", "noise\n"};
-    const std::string tail = "❯ No, exit\n2. Yes, I trust this folder\nEnter to confirm · Esc to cancel\n";
-    int matches = 0;
-    for (int round = 0; round < 30000; ++round) {
-        const auto front = randomText(random, pieces, 9);
-        const auto screen = round % 2 ? front : front + tail;
-        const auto match = TrustScreen::match(screen, folder, home);
-        if (!match)
-            continue;
-        ++matches;
-        EXPECT_TRUE(match->selected == "exit" || match->selected == "trust");
-        EXPECT_LT(screen.find("Accessing workspace:"), screen.rfind("Quick safety check")) << screen;
-        EXPECT_LT(screen.rfind("No, exit"), screen.rfind("Esc to cancel")) << screen;
-    }
-    EXPECT_GT(matches, 0);
 }
 
 class ScreenAnswerTest : public LiveExecutorTest {

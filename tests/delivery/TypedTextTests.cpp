@@ -39,17 +39,13 @@ TEST(LiveText, terminalSequencesAndControlsAreDropped) {
 }
 
 TEST(LiveText, lengthCountsCharacters) {
-    std::string longest;
-    for (std::size_t i = 0; i < LiveText::maxLength; ++i)
-        longest += "👩‍👧";
-    // The joiner inside is dropped like every invisible mark, which makes two characters of each.
-    EXPECT_FALSE(LiveText::sanitize(longest));
-    longest.clear();
-    for (std::size_t i = 0; i < LiveText::maxLength; ++i)
-        longest += "q\u0301";
+    const auto longest = Text::join(std::vector<std::string>(LiveText::maxLength, "q\u0301"), "");
     EXPECT_EQ(LiveText::sanitize(longest), longest);
     EXPECT_FALSE(LiveText::sanitize(longest + "q"));
     EXPECT_TRUE(LiveText::sanitize(longest + "  \n")) << "what is trimmed doesn't count";
+    // The joiner inside is dropped like every invisible mark, which makes two characters of each.
+    EXPECT_FALSE(
+        LiveText::sanitize(Text::join(std::vector<std::string>(LiveText::maxLength, "👩‍👧"), "")));
 }
 
 TEST(LiveText, whatComesOutIsCleanAndStaysAsItIs) {
@@ -79,11 +75,7 @@ TEST(LiveText, whatComesOutIsCleanAndStaysAsItIs) {
     EXPECT_GT(kept, 10000);
 }
 
-namespace {
-
-const std::string id = "0123abCD-0123-4567-89ab-0123456789AB";
-
-} // namespace
+static const std::string id = "0123abCD-0123-4567-89ab-0123456789AB";
 
 TEST(ShellLine, everyWordIsQuoted) {
     EXPECT_EQ(ShellLine::quote("it's"), R"('it'\''s')");
@@ -125,7 +117,6 @@ TEST(ShellLine, onlyAResumedClaudeCarriesAFirstPrompt) {
         {"claude"}, {"claude", id}, {"claude", "-r", id}, {"codex", "--resume", id}, {"vim", "--resume", id}};
     for (const auto& argv : others)
         EXPECT_FALSE(ShellLine::open("/w", argv, "go"));
-    for (const auto* prompt : {"", "go\n", "/clear"}) {
+    for (const auto* prompt : {"", "go\n", "/clear"})
         EXPECT_FALSE(ShellLine::open("/w", {"claude", "--resume", id}, prompt)) << prompt;
-    }
 }

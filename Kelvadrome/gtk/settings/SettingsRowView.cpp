@@ -17,8 +17,12 @@ GtkStringList* stringList(const std::vector<std::string>& words) {
     return list;
 }
 
-void setName(GtkWidget* widget, const std::string& words) {
-    gtk_accessible_update_property(GTK_ACCESSIBLE(widget), GTK_ACCESSIBLE_PROPERTY_LABEL, words.c_str(), -1);
+/// In place of what the row makes of its title, to which GTK 4.8 would add it.
+void tell(GtkWidget* widget, const std::string& name, const std::string& more) {
+    auto* const told = GTK_ACCESSIBLE(widget);
+    gtk_accessible_reset_relation(told, GTK_ACCESSIBLE_RELATION_LABELLED_BY);
+    gtk_accessible_update_property(told, GTK_ACCESSIBLE_PROPERTY_LABEL, name.c_str(),
+        GTK_ACCESSIBLE_PROPERTY_DESCRIPTION, more.c_str(), -1);
 }
 
 } // namespace
@@ -119,15 +123,18 @@ void SettingsRowView::showControl(const SettingsRow& row) {
     if (switch_) {
         gtk_switch_set_active(switch_.get(), std::get<SettingsRow::Toggle>(row.control).on);
         gtk_widget_set_sensitive(GTK_WIDGET(switch_.get()), row.enabled);
-        setName(GTK_WIDGET(switch_.get()), row.title);
+        tell(GTK_WIDGET(switch_.get()), row.title, row.detail);
     } else if (button_) {
         const auto& words = std::get<SettingsRow::Press>(row.control).words;
         gtk_button_set_label(button_.get(), words.c_str());
         gtk_widget_set_sensitive(GTK_WIDGET(button_.get()), row.enabled);
-        setName(GTK_WIDGET(button_.get()), words + ": " + row.title);
+        tell(GTK_WIDGET(button_.get()), words + ": " + row.title, row.detail);
     } else if (const auto* const choice = choiceOf(row)) {
         adw_combo_row_set_selected(ADW_COMBO_ROW(widget_.get()), static_cast<guint>(choice->chosen));
         gtk_widget_set_sensitive(widget(), row.enabled);
+        tell(widget(), row.title + ": " + choice->words.at(choice->chosen), row.detail);
+    } else if (row.folded.empty()) {
+        tell(widget(), row.value.empty() ? row.title : row.title + ": " + row.value, row.detail);
     }
 }
 

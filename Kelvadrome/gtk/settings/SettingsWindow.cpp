@@ -18,6 +18,19 @@ constexpr std::array<const char*, allSettingsTabs.size()> icons = {"preferences-
     "utilities-terminal-symbolic", "media-playlist-consecutive-symbolic", "channel-secure-symbolic",
     "help-about-symbolic"};
 
+/// The window's own button and field show an icon alone.
+void nameSearch(GtkWidget* within) {
+    for (auto* child = gtk_widget_get_first_child(within); child;
+        child = gtk_widget_get_next_sibling(child)) {
+        if (GTK_IS_SEARCH_ENTRY(child) || GTK_IS_TOGGLE_BUTTON(child)) {
+            gtk_accessible_update_property(
+                GTK_ACCESSIBLE(child), GTK_ACCESSIBLE_PROPERTY_LABEL, "Search settings", -1);
+        } else {
+            nameSearch(child);
+        }
+    }
+}
+
 } // namespace
 
 SettingsWindow::SettingsWindow(std::shared_ptr<SettingsModel> model)
@@ -38,6 +51,7 @@ SettingsWindow::SettingsWindow(std::shared_ptr<SettingsModel> model)
     window_->set_hide_on_close(true);
     window_->set_modal(false); // what it opens, such as the page, must be usable
     adw_preferences_window_set_search_enabled(adw_, TRUE);
+    nameSearch(GTK_WIDGET(adw_)); // before there are pages
     for (const auto tab : allSettingsTabs)
         pages_[static_cast<std::size_t>(tab)] = makePage(tab);
     model_->onNotice = [this](const std::string& words) {
@@ -61,7 +75,6 @@ SettingsWindow::~SettingsWindow() {
     watching_.cancel();
     model_->onNotice = nullptr;
     parent_ = nullptr;
-    gtk_window_destroy(GTK_WINDOW(adw_));
 }
 
 SettingsWindow::Page SettingsWindow::makePage(SettingsTab tab) {

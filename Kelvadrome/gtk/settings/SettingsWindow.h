@@ -42,8 +42,8 @@ private:
 
     std::shared_ptr<SettingsModel> model_;
     SettingsRowView::Presses presses_;
-    AdwPreferencesWindow* adw_; // as window_, ours until destroyed
-    Gtk::Window* window_;
+    AdwPreferencesWindow* adw_; // window_ as libadwaita knows it
+    std::unique_ptr<Gtk::Window> window_;
     Gtk::Window* parent_ = nullptr; // in front of which it was opened
     std::array<Page, allSettingsTabs.size()> pages_;
     Subscription watching_;

@@ -1,14 +1,12 @@
 #include "Kelvadrome/gtk/web/OnboardingWindow.h"
 
+#include "Kelvadrome/gtk/web/QuietWindow.h"
 #include "Kelvadrome/gtk/web/SystemFolderPicker.h"
 #include "Kelvadrome/model/NativeActions.h"
 #include "KelvadromeKit/onboarding/FirstRun.h"
 
 #include <gtkmm/headerbar.h>
 #include <gtkmm/label.h>
-#ifdef GDK_WINDOWING_X11
-#include <gdk/x11/gdkx.h>
-#endif
 
 namespace kelvadrome {
 
@@ -26,17 +24,6 @@ Task<> tellFolder(DaemonClient client, std::string path) {
     boost::json::object body{{"path", path}};
     auto call = client.post<AnyDecodable>("/v1/onboarding/folder", std::move(body), folderTimeout);
     co_await std::move(call);
-}
-
-/// A window manager gives no focus to a window whose user time is 0.
-void mapWithoutFocus(Gtk::Window& window) {
-    gtk_widget_realize(GTK_WIDGET(window.gobj()));
-#ifdef GDK_WINDOWING_X11
-    auto* surface = gtk_native_get_surface(GTK_NATIVE(window.gobj()));
-    if (GDK_IS_X11_SURFACE(surface))
-        gdk_x11_surface_set_user_time(surface, 0);
-#endif
-    window.set_visible(true);
 }
 
 AdwMessageDialog* makeSheet(Gtk::Window& window, const ClosePrompt& prompt) {
@@ -120,19 +107,23 @@ void OnboardingWindow::makeCoordinator() {
 }
 
 void OnboardingWindow::present(PageSession::Credentials credentials, bool firstRun, std::string theme) {
-    firstRun_ = firstRun;
-    web_->theme = std::move(theme);
-    load(std::move(credentials));
+    prepare(std::move(credentials), firstRun, std::move(theme));
     raise();
 }
 
 void OnboardingWindow::presentQuietly(
     PageSession::Credentials credentials, bool firstRun, std::string theme) {
+    prepare(std::move(credentials), firstRun, std::move(theme));
+    if (!visible())
+        showWithoutFocus(*window_);
+}
+
+void OnboardingWindow::prepare(PageSession::Credentials credentials, bool firstRun, std::string theme) {
+    if (!visible())
+        makeCoordinator(); // what an earlier page finished, this one has not
     firstRun_ = firstRun;
     web_->theme = std::move(theme);
     load(std::move(credentials));
-    if (!visible())
-        mapWithoutFocus(*window_);
 }
 
 void OnboardingWindow::load(PageSession::Credentials credentials) {

@@ -55,6 +55,7 @@ private:
     explicit OnboardingWindow(Dependencies dependencies);
     void makeWindow();
     void makeCoordinator();
+    void prepare(PageSession::Credentials credentials, bool firstRun, std::string theme);
     void load(PageSession::Credentials credentials);
     void showError();
     void watchSheet(AdwMessageDialog* sheet);

@@ -36,6 +36,16 @@ void stopPinches(WebKitWebView* view) {
     }
 }
 
+/// WebKit looks up the keys of editing in a text view of its own. On the way out of the page the focus would
+/// stop there, where nobody sees it and Tab is text.
+void skipKeyTable(WebKitWebView* view) {
+    for (auto* child = gtk_widget_get_first_child(GTK_WIDGET(view)); child;
+        child = gtk_widget_get_next_sibling(child)) {
+        if (GTK_IS_TEXT_VIEW(child))
+            gtk_widget_set_can_focus(child, FALSE);
+    }
+}
+
 void cancelDownload(WebKitNetworkSession*, WebKitDownload* download, gpointer) {
     webkit_download_cancel(download);
 }
@@ -92,6 +102,8 @@ std::shared_ptr<WebKitWebView> make() {
         session.get(), "user-content-manager", content.get(), nullptr)));
     applySettings(view);
     stopPinches(view);
+    skipKeyTable(view);
+    gtk_accessible_update_property(GTK_ACCESSIBLE(view), GTK_ACCESSIBLE_PROPERTY_LABEL, "Page", -1);
     return adopt(view);
 }
 
@@ -128,9 +140,9 @@ Task<bool> evaluate(std::shared_ptr<WebKitWebView> view, std::shared_ptr<Clock> 
     co_return co_await withLimit(std::move(clock), std::move(start));
 }
 
-bool hasGPU(const std::string& folder) {
+bool hasGPU() {
     std::error_code problem;
-    for (const auto& entry : std::filesystem::directory_iterator(folder, problem)) {
+    for (const auto& entry : std::filesystem::directory_iterator("/dev/dri", problem)) {
         if (entry.path().filename().string().starts_with("renderD"))
             return true;
     }

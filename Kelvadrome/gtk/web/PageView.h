@@ -22,7 +22,7 @@ Task<> placeCookie(
 /// Whether a script's result is the boolean true. A script that fails, or takes over 10 seconds, gives false.
 Task<bool> evaluate(std::shared_ptr<WebKitWebView> view, std::shared_ptr<Clock> clock, std::string script);
 
-/// Whether there is a GPU to render with; `folder` is where the system shows them.
-bool hasGPU(const std::string& folder = "/dev/dri");
+/// Whether there is a GPU to render with.
+bool hasGPU();
 
 } // namespace kelvadrome::PageView

@@ -166,6 +166,7 @@ void WebPane::reload() {
     if (trouble()) {
         tryAgain();
     } else if (stands_ && !placing_) {
+        watchLoad(); // a page that hangs doesn't even begin
         webkit_web_view_reload(view_.get());
     }
 }
@@ -239,6 +240,7 @@ void WebPane::forgetDocument() {
 
 void WebPane::loadFinished() {
     tellTheme();
+    tellContrast();
     holdOff_.loaded(with_.clock->uptime());
     loaded_ = true;
     if (std::exchange(firstLoadDue_, false) && onFirstLoad)
@@ -259,6 +261,7 @@ void WebPane::loadFailed(const char* url, const GError& error) {
 }
 
 void WebPane::watchLoad() {
+    forgetDocument(); // the end of the one before may still be told
     failed_ = whole_ = false;
     lastProgress_ = with_.clock->uptime();
     watching_.cancel();
@@ -284,6 +287,11 @@ Task<> WebPane::giveUpWhenQuiet(std::weak_ptr<WebPane> weak) {
 void WebPane::giveUp() {
     if (whole_)
         return;
+    if (!webkit_web_view_get_is_web_process_responsive(view_.get())) {
+        // It hangs, and nothing would load in it again; its end is told.
+        webkit_web_view_terminate_web_process(view_.get());
+        return;
+    }
     failed_ = true;
     webkit_web_view_stop_loading(view_.get());
     showTrouble(notLoaded, "The daemon did not answer within a minute.");
@@ -365,12 +373,20 @@ void WebPane::receive(const std::string& url, const std::string& json) {
 void WebPane::followColours() {
     const auto follow = +[](AdwStyleManager* style, GParamSpec*, WebPane* self) {
         GdkRGBA ground;
-        gdk_rgba_parse(&ground, adw_style_manager_get_dark(style) ? "#1e1e21" : "#f6f5f4");
+        gdk_rgba_parse(&ground, adw_style_manager_get_dark(style) ? "#242424" : "#fafafa");
         webkit_web_view_set_background_color(self->view_.get(), &ground);
     };
     auto* style = adw_style_manager_get_default();
     g_signal_connect(style, "notify::dark", G_CALLBACK(follow), this);
     follow(style, nullptr, this);
+    const auto tell = +[](AdwStyleManager*, GParamSpec*, WebPane* self) { self->tellContrast(); };
+    g_signal_connect(style, "notify::high-contrast", G_CALLBACK(tell), this);
+}
+
+/// WebKit doesn't tell a page that the desktop wants more contrast.
+void WebPane::tellContrast() {
+    const bool high = adw_style_manager_get_high_contrast(adw_style_manager_get_default());
+    runScript(std::string("document.documentElement.dataset.contrast = ") + (high ? "'more'" : "''"));
 }
 
 void WebPane::showTrouble(const char* title, const std::string& words) {

@@ -95,6 +95,7 @@ private:
     void showTrouble(const char* title, const std::string& words);
     void tryAgain();
     void tellTheme();
+    void tellContrast();
 
     Dependencies with_;
     TaskBag tasks_;

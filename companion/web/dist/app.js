@@ -8,12 +8,11 @@ import { Banner, failure } from './page/banner.js';
 import { Inspector } from './page/inspector.js';
 import { listenToKeys } from './page/keys.js';
 import { scope } from './page/scope.js';
-import { offerToShell, setMode, tellShell } from './page/shell.js';
+import { isExpert, offerToShell, setMode, tellShell } from './page/shell.js';
 
 const PAUSE_MS = 120;
 const POLL_MS = 60_000;  // for what no event told of; a stream that falls silent is noticed by itself
 const AGE_MS = 30_000;
-const KEPT = ['shell', 'scope', 'mode'];
 
 const root = document.documentElement;
 const main = document.getElementById('main');
@@ -44,8 +43,11 @@ let reading = false;
 let again = false;
 let cost = 0;
 
+/** Nobody sees a hidden window of the shell, nor its title: what it missed is read when it shows again. */
+const rests = () => document.hidden && root.dataset.shell === 'native';
+
 function refreshSoon() {
-  if (reading) again = true;
+  if (reading || rests()) again = true;
   else timer ??= setTimeout(refresh, Math.max(PAUSE_MS, 2 * cost));
 }
 
@@ -102,16 +104,30 @@ function addressOf(route) {
   }
 }
 
+/** The address with what holds on every section, so that a reload finds the page as it was. */
+function kept(url) {
+  const now = { shell: first.get('shell'), scope: scope.name === 'all' ? null : scope.name, mode: isExpert() ? 'expert' : null };
+  for (const [name, value] of Object.entries(now)) {
+    if (value === null) url.searchParams.delete(name);
+    else url.searchParams.set(name, value);
+  }
+  return url;
+}
+
+function keep() {
+  const { href } = kept(new URL(location));
+  if (href !== location.href) history.replaceState(history.state, '', href);
+}
+
 /** Shows a route of this page ("/topics", "/?card=..."). False when there is no such section. */
 function go(route, { record = true, focus = true } = {}) {
   const url = addressOf(route);
   const found = url?.origin === location.origin ? sectionOf(url.pathname) : null;
   if (!found) return false;
-  for (const name of KEPT) if (first.has(name) && !url.searchParams.has(name)) url.searchParams.set(name, first.get(name));
   if (record) {
     history.replaceState({ scroll: scrollY }, '');
-    history.pushState(null, '', url);
-  }
+    history.pushState(null, '', kept(url));
+  } else keep();
   root.dataset.section = found.name || 'inbox';
   section = new found.Section(url.searchParams, found.id, { reload: refresh, go });
   latest = null;
@@ -124,6 +140,7 @@ function go(route, { record = true, focus = true } = {}) {
   return true;
 }
 
+document.addEventListener('visibilitychange', () => { if (again) refreshSoon(); });
 document.addEventListener('click', (event) => {
   const link = event.target.closest('a');
   if (!link || event.defaultPrevented || event.ctrlKey || event.metaKey || event.shiftKey || link.origin !== location.origin || link.hash) return;
@@ -131,7 +148,11 @@ document.addEventListener('click', (event) => {
 });
 addEventListener('popstate', () => go(location.pathname + location.search, { record: false }));
 addEventListener('kd-setup', () => showSetup());
-scope.onChange = () => { if (latest) show(latest); };
+addEventListener('kd-mode', keep);
+scope.onChange = () => {
+  keep();
+  if (latest) show(latest);
+};
 
 /** The line that leads back to a setup that was not finished; the shell has one of its own. */
 function showSetup() {

@@ -5,6 +5,11 @@
   let wanted = 'system';
   const apply = () => { root.dataset.theme = wanted === 'system' ? (dark.matches ? 'dark' : 'light') : wanted; };
   dark.addEventListener('change', apply);
+  // A browser says itself that more contrast is wanted; the shell sets it.
+  const contrast = matchMedia('(prefers-contrast: more)');
+  const follow = () => { root.dataset.contrast = contrast.matches ? 'more' : ''; };
+  contrast.addEventListener('change', follow);
+  follow();
   /** "light", "dark", or anything else for what the system wants. */
   window.kelvadromeTheme = (name) => {
     wanted = name === 'light' || name === 'dark' ? name : 'system';

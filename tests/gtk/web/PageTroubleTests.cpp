@@ -1,8 +1,6 @@
 #include "Kelvadrome/gtk/web/HoldOff.h"
-#include "Kelvadrome/gtk/web/PageView.h"
 
 #include "tests/gtk/web/PaneStage.h"
-#include "tests/support/TemporaryFolder.h"
 
 #include <csignal>
 #include <filesystem>
@@ -96,6 +94,18 @@ TEST_F(PageTroubleTest, aCallIntoADeadPageLoadsItsAddress) {
     until([&] { return pane->loaded() && pageShown(); }, "the topics");
 }
 
+TEST_F(PageTroubleTest, aPageThatHangsIsEndedSoThatAnotherCanLoad) {
+    serve("/", "<p>home</p>");
+    loadAndWait();
+    pane->runScript("for (;;) {}");
+    pane->reload();
+    until([&] { return !webkit_web_view_get_is_web_process_responsive(pane->view()); }, "the page to hang");
+    turn(WebPane::loadLimit);
+    untilTrouble(ended);
+    turn(HoldOff::first);
+    until([&] { return pane->loaded() && pageShown(); }, "the page to come back");
+}
+
 TEST_F(PageTroubleTest, aDaemonThatIsGoneOrBrokenIsToldInWords) {
     auto gone = credentials();
     {
@@ -179,13 +189,4 @@ TEST(HoldOff, doublesUpToAMinuteUntilAPageHasStoodForOne) {
     holdOff.loaded(250); // a later load of the same page
     EXPECT_EQ(holdOff.failed(260), 2);
     EXPECT_EQ(holdOff.failed(400), 4);
-}
-
-TEST(PageView, aGPUIsWhereARenderNodeIs) {
-    TemporaryFolder folder;
-    EXPECT_FALSE(PageView::hasGPU(folder / "none"));
-    std::ofstream(folder / "card0");
-    EXPECT_FALSE(PageView::hasGPU(folder.path()));
-    std::ofstream(folder / "renderD128");
-    EXPECT_TRUE(PageView::hasGPU(folder.path()));
 }

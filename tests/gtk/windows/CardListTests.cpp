@@ -1,3 +1,4 @@
+#include "Kelvadrome/gtk/CardActions.h"
 #include "Kelvadrome/gtk/CardList.h"
 #include "Kelvadrome/gtk/Theme.h"
 #include "Kelvadrome/gtk/TrayImage.h"
@@ -23,6 +24,18 @@ std::string words(GtkWidget* widget) {
             return gtk_label_get_text(GTK_LABEL(widget));
     }
     return "nothing";
+}
+
+/// Fails for each button below that is narrower than its words.
+void expectWholeButtons(GtkWidget* below) {
+    for (auto* child = gtk_widget_get_first_child(below); child; child = gtk_widget_get_next_sibling(child)) {
+        expectWholeButtons(child);
+        int natural = 0;
+        gtk_widget_measure(child, GTK_ORIENTATION_HORIZONTAL, -1, nullptr, &natural, nullptr, nullptr);
+        if (GTK_IS_BUTTON(child)) {
+            EXPECT_GE(gtk_widget_get_allocated_width(child), natural) << words(child);
+        }
+    }
 }
 
 class CardListStage : public OnADisplay {
@@ -69,7 +82,7 @@ protected:
     }
     std::string focused() { return words(gtk_window_get_focus(GTK_WINDOW(window->gobj()))); }
     void press(const std::string& button) {
-        for (int i = 0; i < 40 && focused() != button; ++i)
+        for (int i = 0; i < 200 && focused() != button; ++i)
             window->child_focus(Gtk::DirectionType::TAB_FORWARD);
         ASSERT_EQ(focused(), button);
         g_signal_emit_by_name(gtk_window_get_focus(GTK_WINDOW(window->gobj())), "clicked");
@@ -115,6 +128,19 @@ TEST_F(CardListStage, whatIsTypedSurvivesEveryChangeUntilItIsSent) {
     EXPECT_EQ(focused(), "[new]") << "it was sent";
 }
 
+TEST(CardDesk, aDraftGoesWithItsCard) {
+    World world;
+    world.cards({World::cardJSON("a"), World::cardJSON("b")});
+    world.make();
+    const auto desk = makeCardDesk(world.model, {});
+    world.refresh();
+    desk->drafts = {{"a", {{"", "mine"}}}, {"b", {{"lang", "Rust"}}}};
+    world.cards({World::cardJSON("a")});
+    world.refresh();
+    world.loop.until([&] { return !desk->drafts.contains("b"); }, "the draft of the card that went to go");
+    EXPECT_TRUE(desk->drafts.contains("a"));
+}
+
 TEST_F(CardListStage, theFocusNeverGoesToAnAnswerThatTheNextPressWasNotMeantFor) {
     list->show({card("a"), card("b"), card("c")});
     press("Yes b");
@@ -131,6 +157,15 @@ TEST_F(CardListStage, theFocusNeverGoesToAnAnswerThatTheNextPressWasNotMeantFor)
     list->show({card("a")});
     EXPECT_EQ(focused(), "Question a");
     EXPECT_EQ(done, std::vector<std::string>{"Yes b"}) << "one press";
+
+    press("Snooze a");
+    auto more = card("a");
+    more.card.options = {"Snooze a"};
+    list->show({more});
+    std::optional<Kind> pressed;
+    desk->perform = [&](const PanelAction& action, const Card&) { pressed = action.kind; };
+    press("Snooze a");
+    EXPECT_EQ(pressed, Kind::snooze) << "not the option that bears the same words";
 }
 
 TEST_F(CardListStage, aBatchIsSentWholeAndAHighRiskOffersNoAnswer) {
@@ -157,6 +192,18 @@ TEST_F(CardListStage, aBatchIsSentWholeAndAHighRiskOffersNoAnswer) {
         stops.insert(focused());
     }
     EXPECT_EQ(stops, (std::set<std::string>{"Question b", "Review in kelvadrome", "Snooze b"}));
+}
+
+TEST_F(CardListStage, aNarrowColumnCutsNoAnswerOff) {
+    auto asked = card("a");
+    asked.card.options = {"PostgreSQL", "SQLite", "Keep the old one", "None of these"};
+    list->show({asked});
+    auto* const column = GTK_WIDGET(list->gobj());
+    GtkAllocation narrow{0, 0, 300, 0};
+    gtk_widget_measure(
+        column, GTK_ORIENTATION_VERTICAL, narrow.width, nullptr, &narrow.height, nullptr, nullptr);
+    gtk_widget_size_allocate(column, &narrow, -1);
+    expectWholeButtons(column);
 }
 
 TEST_F(CardListStage, aThousandCardsAreReachedStepByStep) {

@@ -102,11 +102,10 @@ Program::Environment DesktopStage::environment() const {
 
 // The application
 
-void DesktopStage::startApp(const std::vector<std::string>& arguments) {
-    std::vector<std::string> words{(bin / "kelvadrome").string()};
-    words.insert(words.end(), arguments.begin(), arguments.end());
+void DesktopStage::startApp() {
     fs::remove(folder / "requests");
-    app = std::make_unique<Program>(words, environment(), folder / "app.log");
+    app = std::make_unique<Program>(
+        std::vector{(bin / "kelvadrome").string()}, environment(), folder / "app.log");
 }
 
 void DesktopStage::waitUntilUp() {
@@ -116,7 +115,7 @@ void DesktopStage::waitUntilUp() {
 }
 
 void DesktopStage::startAgain(const std::vector<std::string>& arguments) {
-    std::vector<std::string> words{(bin / "kelvadrome").string()};
+    std::vector words{(bin / "kelvadrome").string()};
     words.insert(words.end(), arguments.begin(), arguments.end());
     const Program second(words, environment(), folder / "second.log");
     until([&] { return !second.running(); }, "the second start to end by itself");
@@ -228,8 +227,8 @@ ScreenReader::Thing DesktopStage::seePart(const std::string& words, const std::s
     return found.value();
 }
 
-void DesktopStage::gone(const std::string& name, const std::string& role) {
-    until([&] { return !reader->find(name, role); }, "\"" + name + "\" to go");
+void DesktopStage::gone(const std::string& name) {
+    until([&] { return !reader->find(name); }, "\"" + name + "\" to go");
 }
 
 void DesktopStage::tabTo(const std::string& name) {
@@ -268,6 +267,17 @@ void DesktopStage::activateTrayItem() {
     ask(tray->bus, item, "Activate", g_variant_new("(ii)", 1200, 4), "()");
 }
 
+void DesktopStage::pressInTrayMenu(std::int32_t id) {
+    until([&] { return !tray->items.empty(); }, "the item in the tray");
+    const auto name = tray->items.back();
+    const SessionBus::Peer menu{name.c_str(), "/StatusNotifierItem/Menu", "com.canonical.dbusmenu"};
+    ask(tray->bus, menu, "Event", g_variant_new("(isvu)", id, "clicked", g_variant_new_int32(0), 0U), "()");
+}
+
+bool DesktopStage::isAbove(const std::string& window) const {
+    return run({"xprop", "-name", window, "_NET_WM_STATE"}).find("STATE_ABOVE") != std::string::npos;
+}
+
 /// The card has the focus: "1" chooses, which shows the review with the focus on "Back".
 void DesktopStage::approveOnPage() {
     const auto before = timesAsked("page POST /v1/page/review 200");
@@ -297,16 +307,9 @@ void DesktopStage::resize(const std::string& window, int width, int height) {
 }
 
 std::string DesktopStage::sizeOf(const std::string& window) const {
-    const auto geometry =
-        run({"xdotool", "search", "--onlyvisible", "--name", exact(window), "getwindowgeometry", "--shell"});
-    std::string size;
-    for (const auto line : Text::split(geometry, '\n')) {
-        if (line.starts_with("WIDTH="))
-            size = line.substr(6);
-        if (line.starts_with("HEIGHT="))
-            size += "x" + std::string(line.substr(7));
-    }
-    return size;
+    const auto words =
+        run({"xdotool", "search", "--onlyvisible", "--name", exact(window), "getwindowgeometry"});
+    return words.substr(std::min(words.size(), words.rfind(' ') + 1)); // "Geometry: 1000x640" comes last
 }
 
 // Agents
@@ -331,12 +334,9 @@ Card DesktopStage::startAgent(const std::string& script) {
     return *asked;
 }
 
-std::string DesktopStage::pane(const std::string& script) const {
-    return run({"tmux", "capture-pane", "-p", "-J", "-t", script});
-}
-
 void DesktopStage::seeInPane(const std::string& script, const std::string& words) {
-    until([&] { return pane(script).find(words) != std::string::npos; }, "\"" + words + "\" in the pane");
+    const auto pane = [&] { return run({"tmux", "capture-pane", "-p", "-J", "-t", script}); };
+    until([&] { return pane().find(words) != std::string::npos; }, "\"" + words + "\" in the pane");
 }
 
 void DesktopStage::until(const std::function<bool()>& condition, const std::string& what) {

@@ -22,7 +22,7 @@ protected:
     void TearDown() override;
 
     // The application.
-    void startApp(const std::vector<std::string>& arguments = {});
+    void startApp();
     /// Until the main window is in front with the page in it, logged in.
     void waitUntilUp();
     /// How often the daemon has answered this, such as "page POST /v1/inbox 200", since the application's
@@ -48,7 +48,7 @@ protected:
     std::string activeWindow() const;
     ScreenReader::Thing see(const std::string& name, const std::string& role = {});
     ScreenReader::Thing seePart(const std::string& words, const std::string& role = {});
-    void gone(const std::string& name, const std::string& role = {});
+    void gone(const std::string& name);
     /// The first button with these words in its name.
     void press(const std::string& words) { reader->press(seePart(words, "button")); }
     /// Tab until that has the focus.
@@ -64,6 +64,8 @@ protected:
     /// Whether the sidebar's row of this section is selected.
     bool isSelected(const std::string& section) const;
     void activateTrayItem();
+    /// A row of the tray item's menu.
+    void pressInTrayMenu(std::int32_t id);
     /// Approves a high-risk card that the page shows, with the page's keys.
     void approveOnPage();
     /// Through the setup page to its end, with its keys.
@@ -74,11 +76,12 @@ protected:
     }
     void resize(const std::string& window, int width, int height);
     std::string sizeOf(const std::string& window) const; // "1000x640"
+    /// Whether the window manager keeps it above the others.
+    bool isAbove(const std::string& window) const;
 
     // Agents.
     /// Starts the sample agent in a pane of its own, and waits for its card.
     Card startAgent(const std::string& script);
-    std::string pane(const std::string& script) const;
     void seeInPane(const std::string& script, const std::string& words);
 
     /// Waits for what another process does; a failure says how everything stood.

@@ -30,11 +30,33 @@ TEST_F(DesktopStage, theWindowsComeAndGoAsTheyAreAskedTo) {
     until([&] { return isSelected("Inbox"); }, "Inbox to be selected");
     keys("ctrl+alt+i");
     seePart("HttpOnly, in memory");
+    const auto focusedName = [&] { return reader->focused().value_or(ScreenReader::Thing{}).name; };
+    const auto tabTo = [&](const std::string& what, const std::function<bool(const std::string&)>& reached) {
+        until(
+            [&] {
+                keys("Tab");
+                return reached(focusedName());
+            },
+            "Tab to reach " + what);
+    };
+    tabTo("the page", [](const auto& name) { return name == "Page"; });
+    tabTo("what is after the page", [](const auto& name) { return !name.empty() && name != "Page"; });
     keys("ctrl+shift+e");
     until([&] { return !reader->findPart("Topics", "list item"); }, "Expert to hide the sidebar");
     EXPECT_FALSE(reader->findPart("HttpOnly, in memory"));
     keys("ctrl+shift+e");
     seePart("Topics", "list item");
+
+    // The strip stands above all and leaves the focus where it is, also when it comes back.
+    constexpr const char* strip = "kelvadrome agents";
+    constexpr std::int32_t stripRow = 4;
+    for (int i = 0; i < 2; ++i) {
+        pressInTrayMenu(stripRow);
+        until([&] { return isAbove(strip); }, "the strip above all windows");
+        waitActive("kelvadrome");
+        pressInTrayMenu(stripRow);
+        waitClosed(strip);
+    }
 
     // Closed, it comes back by an address and by a second start.
     close("kelvadrome");

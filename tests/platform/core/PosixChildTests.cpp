@@ -5,6 +5,7 @@
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/TestLoop.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <csignal>
@@ -41,9 +42,8 @@ protected:
     PosixChildLauncher launcher;
 };
 
-std::size_t openDescriptors() {
-    const fs::directory_iterator folder("/proc/self/fd");
-    return static_cast<std::size_t>(std::distance(begin(folder), end(folder)));
+auto openDescriptors() {
+    return std::distance(fs::directory_iterator("/proc/self/fd"), {});
 }
 
 TEST_F(PosixChildTest, itsWordsComeMergedAndInOrderBeforeItsEnd) {
@@ -59,24 +59,20 @@ TEST_F(PosixChildTest, itsWordsComeMergedAndInOrderBeforeItsEnd) {
 TEST_F(PosixChildTest, itInheritsThreeStreamsASessionAndNoIgnoredSignal) {
     const Descriptor open(::open("/dev/null", O_RDONLY)); // not closed on exec
     ::signal(SIGPIPE, SIG_IGN);
-    launch("ls /proc/self/fd | tr '\\n' ' '; ps -o sid= -p $$ | tr -d ' '; echo $$; grep SigIgn "
-           "/proc/self/status");
+    launch("ps -o sid= -p $$; echo $$; grep SigIgn /proc/self/status; ls /proc/self/fd");
     untilEnded();
     std::istringstream lines(said);
-    std::string descriptors, session, own, ignored;
-    std::getline(lines, descriptors);
-    std::getline(lines, own);
-    std::getline(lines, ignored);
-    EXPECT_TRUE(descriptors.starts_with("0 1 2 3 ")) << said; // 3 is the folder that ls reads
-    EXPECT_EQ(descriptors, "0 1 2 3 " + own);
-    // Signals 32 and 33 are the C library's own.
-    EXPECT_EQ(std::stoull(ignored.substr(ignored.find('\t')), nullptr, 16) & 0x7fffffff, 0U) << ignored;
+    std::string session, pid, name;
+    std::uint64_t ignored = 0;
+    lines >> session >> pid >> name >> std::hex >> ignored;
+    EXPECT_EQ(session, pid) << said;
+    EXPECT_EQ(ignored & 0x7fffffff, 0U) << said;           // signals 32 and 33 are the C library's own
+    EXPECT_TRUE(said.ends_with("\n0\n1\n2\n3\n")) << said; // 3 is the folder that ls reads
 }
 
 TEST_F(PosixChildTest, itEndsByASignalOrWhenItsInputDoes) {
     auto told = launch("echo up; exec sleep 100");
     loop.until([this] { return said == "up\n"; }, "the child to be up");
-    EXPECT_TRUE(told->isRunning());
     told->terminate();
     untilEnded();
     EXPECT_EQ(ended.back(), SIGTERM);
@@ -116,12 +112,12 @@ TEST_F(PosixChildTest, aFailedStartThrowsAndNothingLeaks) {
     untilEnded();
     loop.drain();
     const auto before = openDescriptors();
-    try {
-        launcher.launch({"/no/such/program", {}, {}, folder.path()}, {});
-        FAIL();
-    } catch (const std::system_error& error) {
-        EXPECT_STREQ(error.what(), "/no/such/program could not be started: No such file or directory");
-    }
+    EXPECT_THAT(
+        [&] {
+            launcher.launch({"/no/such/program", {}, {}, folder.path()}, {});
+        },
+        testing::ThrowsMessage<std::system_error>(
+            "/no/such/program could not be started: No such file or directory"));
     EXPECT_THROW(launcher.launch({"/bin/sh", {}, {}, "/no/such/folder"}, {}), std::system_error);
     for (int i = 0; i < 20; ++i) {
         ended.clear();
@@ -146,19 +142,14 @@ TEST(PosixCommand, whatRunsTooLongIsKilledWithWhatItStarted) {
     TemporaryFolder folder;
     const auto result = runCommand("/bin/sh", {"-c", "sleep 100 & echo $! > " + (folder / "pid") + "; wait"},
         {{"PATH", "/usr/bin:/bin"}}, 1.0);
-    EXPECT_TRUE(result.timedOut);
-    EXPECT_EQ(result.status, -1);
-    int pid = 0;
+    EXPECT_EQ(result, (CommandResult{-1, "", "", true}));
+    std::string pid, id, name, state;
     std::ifstream(folder / "pid") >> pid;
-    ASSERT_GT(pid, 0);
-    TestLoop loop;
-    loop.until(
-        [&] {
-            std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
-            std::string id, name, state;
-            return !(stat >> id >> name >> state) || state == "Z";
-        },
-        "the grandchild to die");
+    ASSERT_NE(pid, "");
+    const auto dead = [&] {
+        return !(std::ifstream("/proc/" + pid + "/stat") >> id >> name >> state) || state == "Z";
+    };
+    TestLoop().until(dead, "the grandchild to die");
 }
 
 TEST_F(PosixChildTest, aProgramIsAskedForItsOutput) {

@@ -11,7 +11,7 @@ public:
     static constexpr const char* serverPath = "/org/freedesktop/Notifications";
 
     FakeNotificationServer(OwnedObject<GDBusConnection> connection, std::vector<const char*> capabilities)
-        : FakePeer(std::move(connection), serverName), capabilities_(std::move(capabilities)) {
+        : FakePeer(std::move(connection)), capabilities_(std::move(capabilities)) {
         served = bus.serve(serverPath,
             "<node><interface name='org.freedesktop.Notifications'><method name='GetCapabilities'>"
             "<arg type='as' direction='out'/></method><method name='CloseNotification'>"
@@ -22,6 +22,7 @@ public:
             {.call = [this](const std::string& method, GVariant* arguments) {
                 return answer(method, arguments);
             }});
+        own(serverName);
     }
     void invoke(std::uint32_t id, const char* action, const char* token = nullptr) {
         if (token)

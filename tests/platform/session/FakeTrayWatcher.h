@@ -11,7 +11,7 @@ public:
     static constexpr const char* watcherPath = "/StatusNotifierWatcher";
 
     explicit FakeTrayWatcher(OwnedObject<GDBusConnection> connection, bool withHost)
-        : FakePeer(std::move(connection), watcherName), hosted(withHost) {
+        : FakePeer(std::move(connection)), hosted(withHost) {
         served = bus.serve(watcherPath,
             "<node><interface name='org.kde.StatusNotifierWatcher'><method name='RegisterStatusNotifierItem'>"
             "<arg type='s' direction='in'/></method>"
@@ -29,6 +29,7 @@ public:
                         ++looks;
                         return g_variant_new_boolean(hosted);
                     }});
+        own(watcherName);
     }
     void setHosted(bool now, const char* signal) {
         hosted = now;

@@ -110,8 +110,13 @@ private:
 /// Another process on the bus, which has the name as long as this lives.
 class FakePeer {
 public:
-    FakePeer(OwnedObject<GDBusConnection> connection, const char* name)
-        : connection_(connection.get()), bus(std::move(connection)) {
+    explicit FakePeer(OwnedObject<GDBusConnection> connection)
+        : connection_(connection.get()), bus(std::move(connection)) {}
+    FakePeer(OwnedObject<GDBusConnection> connection, const char* name) : FakePeer(std::move(connection)) {
+        own(name);
+    }
+    /// Who serves something does that first: whoever waits for the name calls at once.
+    void own(const char* name) const {
         const OwnedVariant owned(g_dbus_connection_call_sync(connection_, "org.freedesktop.DBus", "/",
             "org.freedesktop.DBus", "RequestName", g_variant_new("(su)", name, 0U), nullptr,
             G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr));

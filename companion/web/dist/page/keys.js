@@ -6,12 +6,14 @@ const HELP = [
   ['u', null, 'undo while an answer is on hold'], ['Esc', null, 'back to the question'], ['/', null, 'search'], ['?', null, 'this help'],
 ];
 let dialog = null;
+const searchShown = () => document.querySelector('#chrome .search').offsetParent !== null;  // the shell has its own
 
 export function showHelp() {
-  dialog ??= document.body.appendChild(h('dialog', { class: 'dialog', 'aria-labelledby': 'help-title' }, h('h2', { id: 'help-title' }, 'Keyboard'),
-    h('dl', {}, HELP.map(([key, other, words]) => [h('dt', {}, h('kbd', {}, key), other ? [key === '1' ? ' to ' : ' ', h('kbd', {}, other)] : null), h('dd', {}, words)])),
+  dialog?.remove();
+  dialog = document.body.appendChild(h('dialog', { class: 'dialog', 'aria-labelledby': 'help-title' }, h('h2', { id: 'help-title' }, 'Keyboard'),
+    h('dl', {}, HELP.filter(([key]) => key !== '/' || searchShown()).map(([key, other, words]) => [h('dt', {}, h('kbd', {}, key), other ? [key === '1' ? ' to ' : ' ', h('kbd', {}, other)] : null), h('dd', {}, words)])),
     h('form', { method: 'dialog', class: 'row end' }, h('button', { class: 'suggested' }, 'Close'))));
-  if (!dialog.open) dialog.showModal();
+  dialog.showModal();
 }
 
 function step(by) {
@@ -26,7 +28,7 @@ export function listenToKeys({ search }) {
   document.addEventListener('keydown', (event) => {
     if (event.defaultPrevented || event.ctrlKey || event.metaKey || event.altKey || event.isComposing) return;
     if (event.target.closest('input, textarea, select, dialog')) return;
-    const act = { j: () => step(1), k: () => step(-1), '/': search, '?': showHelp }[event.key];
+    const act = { j: () => step(1), k: () => step(-1), '/': searchShown() && search, '?': showHelp }[event.key];
     if (!act) return;
     event.preventDefault();
     act();
