@@ -125,8 +125,8 @@ void moveTo(const XWindow& window, long x, long y) {
 
 } // namespace
 
-void panel(Gtk::Window& window, std::optional<std::pair<int, int>> place,
-    std::optional<std::pair<int, int>> near) {
+void panel(
+    Gtk::Window& window, std::optional<std::pair<int, int>> place, std::optional<std::pair<int, int>> near) {
     const auto x11 = xWindow(window);
     if (!x11)
         return;

@@ -11,8 +11,8 @@ namespace kelvadrome::WindowHints {
 
 /// Out of the task bar, on every desktop, next to `place` (the tray item's, in screen pixels) or at the upper
 /// end of the screen that shows `near`, or of the first. The window must be mapped.
-void panel(Gtk::Window& window, std::optional<std::pair<int, int>> place,
-    std::optional<std::pair<int, int>> near);
+void panel(
+    Gtk::Window& window, std::optional<std::pair<int, int>> place, std::optional<std::pair<int, int>> near);
 
 /// The window never takes the focus, not even when it appears. To be said when it is realised, which is
 /// before it is mapped.

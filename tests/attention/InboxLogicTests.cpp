@@ -50,43 +50,6 @@ TEST(InboxLogic, onlyLiveCardsOfAskingKindsNeedTheUser) {
     }
 }
 
-TEST(InboxLogic, wordsForCountsNamesAndLabels) {
-    EXPECT_EQ(InboxLogic::cautionText(1), "1 needs you");
-    EXPECT_EQ(InboxLogic::cautionText(12), "12 need you");
-    EXPECT_EQ(InboxLogic::notificationBody(1), "1 stop needs you. Open to review.");
-    EXPECT_EQ(InboxLogic::agentName(std::nullopt), "Agent");
-    EXPECT_EQ(InboxLogic::agentName("cursor"), "Cursor Agent");
-    EXPECT_EQ(InboxLogic::agentName("zed"), "Zed");
-    EXPECT_EQ(InboxLogic::agentDisplay("claude", "claude code review"), "claude code review");
-    EXPECT_EQ(InboxLogic::agentDisplay("claude", "review"), "Claude Code review");
-    EXPECT_EQ(InboxLogic::actionLabel("mail.mark_read"), "Mark read after sent");
-    EXPECT_EQ(InboxLogic::actionLabel("web.fill_form"), "Web fill form");
-    EXPECT_EQ(InboxLogic::humanize("review_only--mode"), "Review only mode");
-    EXPECT_EQ(InboxLogic::humanize("__"), "__");
-    EXPECT_EQ(InboxLogic::annunciator("L1"), InboxLogic::Annunciator::automatic);
-}
-
-TEST(InboxLogic, agesTurnOverAtTheirBorders) {
-    const auto opened = *InboxLogic::date("2026-01-02T03:04:05Z");
-    const struct {
-        double passed;
-        const char* words;
-    } rows[] = {{-100, "now"}, {59.9, "now"}, {60, "1 min"}, {3599, "59 min"}, {3600, "1 h"}, {86399, "23 h"},
-        {86400, "1 d"}, {200000, "2 d"}};
-    for (const auto& row : rows) {
-        EXPECT_EQ(InboxLogic::age("2026-01-02T03:04:05Z", opened + seconds(row.passed)), row.words)
-            << row.passed;
-    }
-    EXPECT_EQ(InboxLogic::age("yesterday", opened), "");
-    EXPECT_TRUE(InboxLogic::date("2026-01-02T03:04:05.678Z"));
-}
-
-TEST(InboxLogic, fieldsAreFoundInAnyCaseAndKeepTheirs) {
-    EXPECT_EQ(InboxLogic::field("Amount as read", "x\n\n  amount AS READ:  $12.50 \t\n"), "$12.50");
-    EXPECT_EQ(InboxLogic::field("Amount as read", "Amount as read $12"), std::nullopt);
-    EXPECT_EQ(InboxLogic::field("Prix", "Prix: É 5"), "É 5");
-}
-
 TEST(InboxLogic, aStopSaysWhatIsAtStakeWithoutTheTitleWhenItIsAPayment) {
     auto stop = card("x", "stop", "high");
     EXPECT_EQ(InboxLogic::summary(stop), "Title of x");
@@ -97,8 +60,6 @@ TEST(InboxLogic, aStopSaysWhatIsAtStakeWithoutTheTitleWhenItIsAPayment) {
     stop.body = "Amount as read: $12.50\nWithin the limit";
     EXPECT_EQ(InboxLogic::summary(stop),
         "Payment page reached. $12.50, within your limit. The card field stays with you.");
-    stop.body = "Amount as read: $12.50";
-    EXPECT_EQ(InboxLogic::summary(stop), "Payment page reached. $12.50. The card field stays with you.");
 }
 
 TEST(InboxLogic, aBatchIsAcceptedInOneStrokeOnlyWhenAllOfItHasDefaults) {
@@ -121,20 +82,6 @@ TEST(InboxLogic, aBatchIsAcceptedInOneStrokeOnlyWhenAllOfItHasDefaults) {
     EXPECT_EQ(InboxLogic::suggested(question), "Yes");
     question.kind = "stop";
     EXPECT_FALSE(InboxLogic::suggested(question));
-}
-
-TEST(InboxLogic, lampsAndStatusWordsTakeTheFirstMatch) {
-    using InboxLogic::Lamp;
-    EXPECT_EQ(InboxLogic::lamp("idle", "Waits for you"), Lamp::needsYou);
-    EXPECT_EQ(InboxLogic::lamp("failed", "it NEEDS YOU"), Lamp::needsYou);
-    EXPECT_EQ(InboxLogic::lamp("searching", std::nullopt), Lamp::working);
-    EXPECT_EQ(InboxLogic::lamp("crashed", std::nullopt), Lamp::failed);
-    EXPECT_EQ(InboxLogic::lamp("ended", std::nullopt), Lamp::idle);
-    EXPECT_EQ(InboxLogic::statusWord("busy", true, true, "Reading"), "Reading");
-    EXPECT_EQ(InboxLogic::statusWord("busy", true, true, ""), "holding Edge");
-    EXPECT_EQ(InboxLogic::statusWord("busy", false, true, std::nullopt), "queued");
-    EXPECT_EQ(InboxLogic::statusWord("waiting_me", false, false, std::nullopt), "needs you");
-    EXPECT_EQ(InboxLogic::statusWord("stalled_out", false, false, std::nullopt), "stalled out");
 }
 
 TEST(InboxLogic, sessionsFromCardsFoldBySessionWithTheMostUrgentStatus) {

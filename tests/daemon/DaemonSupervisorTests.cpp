@@ -1,8 +1,15 @@
-#include "tests/daemon/SupervisorFixture.h"
+#include "KelvadromeKit/daemon/DaemonSupervisor.h"
 
-#include <fmt/ranges.h>
+#include "tests/support/FakeDaemon.h"
+#include "tests/support/Paced.h"
+#include "tests/support/ScriptedLauncher.h"
+#include "tests/support/TemporaryFolder.h"
+
 #include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
+#include <filesystem>
+#include <fstream>
 #include <future>
 #include <sys/stat.h>
 
@@ -10,14 +17,84 @@ namespace kelvadrome::test {
 namespace {
 
 using testing::ElementsAre;
+namespace fs = std::filesystem;
+using Mode = DaemonSupervisor::Mode;
 
-TEST_F(DaemonSupervisorTest, aDaemonThatAnswersIsAttachedToWithoutALookForNode) {
-    answer();
-    auto& it = make();
-    EXPECT_EQ(status(), DaemonSupervisor::Status{});
-    EXPECT_EQ(finish(it.start(15.0)), DaemonSupervisor::Status{.mode = Mode::attached});
-    EXPECT_TRUE(launcher->commands.empty());
-}
+/// A supervisor over a scripted child and a real socket, in time that moves only when told.
+class DaemonSupervisorTest : public testing::Test {
+protected:
+    DaemonSupervisorTest() {
+        installDaemon(folder / "res");
+        env = DaemonEnvironment(folder / "home", 4000, folder / "res");
+    }
+
+    DaemonSupervisor& make() {
+        supervisor = std::make_shared<DaemonSupervisor>(env, DaemonClient(env.socketPath(), loop.pool()),
+            DaemonSupervisor::World{loop.executor(), &loop.pool(), clock, launcher}, processEnvironment);
+        return *supervisor;
+    }
+
+    void answer() {
+        fs::create_directories(env.home);
+        daemon.emplace(env.socketPath());
+        daemon->on("/v1/health", FakeReply::data(R"({"pid":100,"home":"/h"})"));
+    }
+    void fallSilent() { daemon.reset(); }
+
+    /// Runs a task to its end, turning the clock through each pause; `onPause` sees its number, from 0,
+    /// first.
+    template <class T>
+    T finish(Task<T> task) {
+        pauses.clear();
+        return runPaced(loop, *clock, std::move(task), [this](double pause) {
+            if (onPause) {
+                onPause(pauses.size());
+                loop.drain();
+            }
+            pauses.push_back(pause);
+        });
+    }
+
+    /// A start or a recovery that is under way.
+    struct Run {
+        Outcome<DaemonSupervisor::Status> outcome;
+        bool ended = false;
+        TaskHandle handle;
+    };
+    std::shared_ptr<Run> begin(Task<DaemonSupervisor::Status> task) {
+        auto run = std::make_shared<Run>();
+        run->handle = spawn(loop.executor(), "test", follow(std::move(task), run));
+        return run;
+    }
+    static Task<> follow(Task<DaemonSupervisor::Status> task, std::shared_ptr<Run> run) {
+        run->outcome = co_await attempt(std::move(task));
+        run->ended = true;
+    }
+    void untilPause() {
+        loop.until([&] { return clock->sleepers() > 0; }, "a pause");
+    }
+
+    DaemonSupervisor::Status status() { return loop.run(supervisor->currentStatus()); }
+    ScriptedChild& child(std::size_t number = 0) { return *launcher->children.at(number); }
+
+    /// A healthy child of the supervisor's.
+    void spawnHealthy() {
+        launcher->onLaunch = [this](ScriptedChild&) { answer(); };
+        ASSERT_EQ(finish(make().start(15.0)).mode, Mode::spawned);
+        launcher->onLaunch = nullptr;
+    }
+
+    TemporaryFolder folder;
+    DaemonEnvironment env;
+    TestLoop loop;
+    std::shared_ptr<ManualClock> clock = std::make_shared<ManualClock>();
+    std::shared_ptr<ScriptedLauncher> launcher = std::make_shared<ScriptedLauncher>();
+    EnvironmentMap processEnvironment = {{"PATH", "/usr/bin"}, {"HOME", "/home/u"}, {"SECRET", "x"}};
+    std::optional<FakeDaemon> daemon;
+    std::shared_ptr<DaemonSupervisor> supervisor;
+    std::function<void(std::size_t)> onPause;
+    std::vector<double> pauses;
+};
 
 TEST_F(DaemonSupervisorTest, aChildIsLaunchedAsTheDaemonExpectsAndWaitedFor) {
     onPause = [this](std::size_t number) {
@@ -39,44 +116,30 @@ TEST_F(DaemonSupervisorTest, aChildIsLaunchedAsTheDaemonExpectsAndWaitedFor) {
     auto environment = env.daemonEnvironment(processEnvironment);
     environment["KELVADROME_PARENT_STDIN"] = "1";
     EXPECT_EQ(command.environment, environment);
-    EXPECT_EQ(command.currentDirectory, env.home);
     EXPECT_EQ(fs::status(env.home).permissions(), fs::perms::owner_all);
 }
 
 TEST_F(DaemonSupervisorTest, whatKeepsAChildFromStartingIsSaidInItsOwnWords) {
     struct Row {
-        const char* what;
         std::function<void()> spoil;
         std::string words;
     };
-    std::vector<Row> rows = {
-        {"an old Node", [&] { launcher->version = "v22.12.0\n"; },
+    const std::vector<Row> rows = {
+        {[&] { launcher->version = "v22.12.0\n"; },
             "Node v22.12.0 is too old. kelvadrome needs Node 22.13 or later."},
-        {"no launcher", [&] { fs::remove(folder / "res/kelvadrome/kelvadromed-app.mjs"); },
+        {[&] { fs::remove(folder / "res/kelvadrome/kelvadromed-app.mjs"); },
             "The bundled daemon is missing. Rebuild the app with scripts/macos/build.sh."},
-        {"a home that can't be made",
-            [&] {
-                std::ofstream(folder / "file") << "";
-                env.home = folder / "file/home";
-            },
+        {[&] {
+             std::ofstream(folder / "file") << "";
+             env.home = folder / "file/home";
+         },
             (folder / "file") + " could not be created: Not a directory"},
-        {"a launch that fails", [&] { launcher->failure = EACCES; },
-            (folder / "res/node/bin/node") + ": Permission denied"},
+        {[&] { launcher->failure = EACCES; }, (folder / "res/node/bin/node") + ": Permission denied"},
     };
-    if (!Files::isExecutable("/usr/local/bin/node") && !Files::isExecutable("/opt/homebrew/bin/node")) {
-        rows.push_back({"no Node",
-            [&] {
-                fs::remove(folder / "res/node/bin/node");
-                processEnvironment.erase("PATH");
-            },
-            "Node was not found. Install Node 24 with Homebrew, or use a build that carries Node."});
-    }
     const auto env0 = env;
-    const auto processEnvironment0 = processEnvironment;
     for (const auto& row : rows) {
-        SCOPED_TRACE(row.what);
+        SCOPED_TRACE(row.words);
         env = env0;
-        processEnvironment = processEnvironment0;
         launcher = std::make_shared<ScriptedLauncher>();
         std::ofstream(folder / "res/kelvadrome/kelvadromed-app.mjs") << "";
         row.spoil();
@@ -84,7 +147,6 @@ TEST_F(DaemonSupervisorTest, whatKeepsAChildFromStartingIsSaidInItsOwnWords) {
         EXPECT_EQ(result.mode, Mode::failed);
         EXPECT_EQ(result.lastError, row.words);
         EXPECT_TRUE(launcher->commands.empty());
-        EXPECT_EQ(result.childPid, std::nullopt);
     }
 }
 
@@ -99,24 +161,10 @@ TEST_F(DaemonSupervisorTest, aChildSeenDeadBeforeItsEndIsToldStoppedAtStart) {
     EXPECT_TRUE(pauses.empty());
     EXPECT_TRUE(child().asked.empty());
 
-    // Its end, told after that, is an exit like any other.
-    child().tellEnd(1);
+    child().tellEnd(1); // an exit like any other
     loop.drain();
-    EXPECT_EQ(status().lastError, "kelvadromed exited with code 1.");
     EXPECT_EQ(status().mode, Mode::starting);
     EXPECT_EQ(status().childPid, std::nullopt);
-}
-
-TEST_F(DaemonSupervisorTest, aChildWhoseEndIsToldDuringTheWaitIsWaitedForToTheDeadline) {
-    onPause = [this](std::size_t number) {
-        if (number == 0)
-            child().tellEnd(3);
-    };
-    auto& it = make();
-    const auto result = finish(it.start(15.9));
-    EXPECT_EQ(result.mode, Mode::failed);
-    EXPECT_EQ(result.lastError, "kelvadromed did not answer within 15 s.");
-    EXPECT_EQ(pauses.size(), 106U);
 }
 
 TEST_F(DaemonSupervisorTest, aChildThatNeverAnswersIsEndedFirstGentlyThenForcibly) {
@@ -137,8 +185,6 @@ TEST_F(DaemonSupervisorTest, theLoginItemsDaemonIsWaitedForAndNoChildIsStarted) 
             answer();
     };
     EXPECT_EQ(finish(it.start(15.0)), DaemonSupervisor::Status{.mode = Mode::attached});
-    EXPECT_EQ(pauses.size(), 3U);
-    EXPECT_NEAR(pauses.front(), 0.25, 1e-6);
 
     fallSilent();
     onPause = nullptr;
@@ -183,33 +229,154 @@ TEST_F(DaemonSupervisorTest, cancellationEndsTheWaitForAChildAndTheChild) {
     EXPECT_EQ(status().childPid, std::nullopt);
 }
 
-TEST_F(DaemonSupervisorTest, theLogTailKeepsTheLastFortyLinesOfThreeHundredCharacters) {
+TEST_F(DaemonSupervisorTest, restartsBackOffAndGiveUpAfterFiveInTwoMinutes) {
     spawnHealthy();
-    std::string words, wide;
-    for (int i = 1; i <= 41; ++i)
-        words += fmt::format("line {}\n\n", i);
-    for (int i = 0; i < 301; ++i)
-        wide += "é";
-    child().say(words);
-    child().say(wide + "\nbad \xff byte");
+    std::vector<double> backOffs;
+    for (std::size_t round = 0; round < 5; ++round) {
+        fallSilent();
+        child(round).tellEnd(9);
+        loop.drain();
+        launcher->onLaunch = [this](ScriptedChild&) { answer(); };
+        const auto result = finish(supervisor->recover());
+        EXPECT_EQ(result.mode, Mode::spawned);
+        EXPECT_EQ(result.restarts, static_cast<std::int64_t>(round) + 1);
+        backOffs.insert(backOffs.end(), pauses.begin(), pauses.end());
+    }
+    EXPECT_THAT(backOffs, ElementsAre(1, 2, 4, 8, 16));
+
+    fallSilent();
+    child(5).tellEnd(9);
     loop.drain();
-    const auto tail = status().logTail;
-    ASSERT_EQ(tail.size(), 40U);
-    EXPECT_EQ(tail.front(), "line 4");
-    EXPECT_EQ(tail[37], "line 41");
-    EXPECT_EQ(tail[38], wide.substr(0, 600));
-    EXPECT_EQ(tail.back(), "bad \xEF\xBF\xBD byte");
+    for (int i = 0; i < 2; ++i) {
+        const auto given = finish(supervisor->recover());
+        EXPECT_EQ(given.mode, Mode::failed);
+        EXPECT_EQ(
+            given.lastError, "kelvadromed stopped 5 times in 2 minutes. Open the log in the inspector.");
+        EXPECT_TRUE(pauses.empty());
+    }
+    answer();
+    EXPECT_EQ(finish(supervisor->recover()).mode, Mode::attached);
+
+    // The restarts were decided at 0, 1, 3, 7 and 15 s and it is 31 s: at 123 s two of them still count.
+    fallSilent();
+    clock->advance(92);
+    finish(supervisor->recover());
+    EXPECT_NEAR(pauses.front(), 4.0, 1e-6);
+    EXPECT_EQ(status().restarts, 6);
 }
 
-TEST_F(DaemonSupervisorTest, theChildsCallbacksDoNotKeepTheSupervisor) {
+TEST_F(DaemonSupervisorTest, aHungChildIsEndedAtTheThirdFailedCheckAndReplaced) {
     spawnHealthy();
-    const std::weak_ptr<DaemonSupervisor> weak = supervisor;
-    supervisor.reset();
+    child().endsWhenTold = false;
+    fallSilent();
+    finish(supervisor->recover());
+    // An answer in between begins the count anew.
+    answer();
+    EXPECT_EQ(finish(supervisor->recover()).mode, Mode::spawned);
+    fallSilent();
+    for (int check = 0; check < 2; ++check)
+        EXPECT_EQ(finish(supervisor->recover()).lastError, std::nullopt);
+    std::optional<std::string> said;
+    onPause = [&](std::size_t number) {
+        if (number == 0)
+            said = status().lastError;
+    };
+    launcher->onLaunch = [this](ScriptedChild&) { answer(); };
+    const auto result = finish(supervisor->recover());
+    EXPECT_EQ(said, "kelvadromed stopped answering. Restarting it.");
+    EXPECT_THAT(child().asked, ElementsAre("terminate", "kill", "close input"));
+    ASSERT_EQ(pauses.size(), 31U);
+    EXPECT_NEAR(pauses.back(), 1.0, 1e-6);
+    EXPECT_EQ(result.mode, Mode::spawned);
+    EXPECT_EQ(result.childPid, 101);
+
+    // The end of the first, told late, is no news about the second.
+    child().tellEnd(9);
     loop.drain();
-    EXPECT_TRUE(weak.expired());
-    child().say("words");
-    child().tellEnd(0);
+    EXPECT_EQ(status(), result);
+}
+
+TEST_F(DaemonSupervisorTest, anIntendedStopIsNoNewsWhenItsEndIsToldLate) {
+    spawnHealthy();
+    finish(supervisor->stop());
+    EXPECT_THAT(child().asked, ElementsAre("terminate", "close input"));
+    const auto stopped = status();
+    EXPECT_EQ(stopped.mode, Mode::spawned);
+    EXPECT_EQ(stopped.childPid, std::nullopt);
+    child().tellEnd(15);
     loop.drain();
+    EXPECT_EQ(status(), stopped);
+}
+
+TEST_F(DaemonSupervisorTest, whatComesWhileNodeIsAskedForItsVersionLeavesNoChildBehind) {
+    const std::function<void()> events[] = {
+        [this] { loop.run(supervisor->stop()); }, [this] { loop.run(supervisor->setLaunchdOwned(true)); }};
+    for (const auto& event : events) {
+        std::promise<void> asked;
+        std::promise<void> mayAnswer;
+        launcher->onVersion = [&] {
+            asked.set_value();
+            mayAnswer.get_future().wait();
+        };
+        auto& it = make();
+        const auto run = begin(it.start(1.0));
+        auto question = asked.get_future();
+        loop.until([&] { return question.wait_for(std::chrono::seconds(0)) == std::future_status::ready; },
+            "the question");
+        event();
+        mayAnswer.set_value();
+        untilPause();
+        EXPECT_TRUE(launcher->commands.empty());
+        clock->advance(1.0);
+        loop.until([&] { return run->ended; }, "the deadline");
+        EXPECT_EQ(run->outcome->mode, Mode::failed);
+    }
+}
+
+TEST_F(DaemonSupervisorTest, twoStartsAtOnceMakeOneChild) {
+    std::atomic<int> asked = 0;
+    std::promise<void> mayAnswer;
+    launcher->onVersion = [&, answered = mayAnswer.get_future().share()] {
+        ++asked;
+        answered.wait();
+    };
+    launcher->onLaunch = [this](ScriptedChild&) { answer(); };
+    make();
+    const auto first = begin(supervisor->start(15.0)), second = begin(supervisor->start(15.0));
+    loop.until([&] { return asked == 2; }, "both questions");
+    mayAnswer.set_value();
+    loop.until([&] { return first->ended && second->ended; }, "both starts");
+    EXPECT_EQ(launcher->commands.size(), 1U);
+    for (const auto& run : {first, second}) {
+        EXPECT_EQ(run->outcome->mode, Mode::spawned);
+        EXPECT_EQ(run->outcome->childPid, 100);
+    }
+}
+
+TEST_F(DaemonSupervisorTest, nothingIsRestartedAfterAStop) {
+    spawnHealthy();
+    child().tellEnd(9);
+    loop.drain();
+    const auto stopDuring = [this](const std::function<void()>& reach, const std::function<void()>& goOn) {
+        const auto run = begin(supervisor->recover());
+        reach();
+        loop.run(supervisor->stop());
+        goOn();
+        loop.until([&] { return run->ended; }, "the recovery to end");
+        EXPECT_EQ(run->outcome->restarts, 0);
+        EXPECT_EQ(clock->sleepers(), 0U);
+        EXPECT_EQ(launcher->commands.size(), 1U);
+    };
+    const auto gate = std::make_shared<FakeGate>();
+    daemon->on("/v1/health", FakeReply::failure("busy", "later", 503).heldBy(gate));
+    const auto looks = daemon->requests().size();
+    stopDuring([&] { loop.until([&] { return daemon->requests().size() > looks; }, "the look"); },
+        [&] { gate->open(); });
+    fallSilent();
+    stopDuring([&] { untilPause(); }, [&] { clock->advance(1.0); });
+    // A later start begins anew.
+    launcher->onLaunch = [this](ScriptedChild&) { answer(); };
+    EXPECT_EQ(finish(supervisor->start(15.0)).mode, Mode::spawned);
 }
 
 } // namespace

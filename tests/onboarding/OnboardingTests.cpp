@@ -20,7 +20,6 @@ struct Around final : OnboardingHost, FolderPicking {
     Lines calls;
     std::optional<std::string> choice;
     bool pickerFails = false;
-    bool pageTakes = false;
     bool pageFails = false;
     bool daemonRefuses = false;
     std::function<void()> whilePicking = [] {};
@@ -29,7 +28,7 @@ struct Around final : OnboardingHost, FolderPicking {
         calls.push_back(script);
         if (pageFails)
             throw std::runtime_error("no page");
-        co_return pageTakes;
+        co_return false;
     }
     void reloadPage() override { calls.emplace_back("reload"); }
     void closeOnboardingWindow() override { calls.emplace_back("close"); }
@@ -71,27 +70,6 @@ protected:
     }
 };
 
-TEST_F(Onboarding, keepsWhatThePageSaysOfItselfAndLeavesTheRestToOthers) {
-    EXPECT_TRUE(loop.run(setup->handle(BridgeMessage::Onboarding{"agents", true})));
-    EXPECT_EQ(setup->step(), "agents");
-    EXPECT_TRUE(setup->primaryEnabled());
-    const std::vector<BridgeMessage::Message> others{BridgeMessage::Ready{},
-        BridgeMessage::RunSkill{"r", "kd run"}, BridgeMessage::Other{"action", "open"}};
-    for (const auto& message : others)
-        EXPECT_FALSE(loop.run(setup->handle(message)));
-    EXPECT_EQ(around->calls, Lines{});
-}
-
-TEST_F(Onboarding, aPageThatTakesTheFolderSendsItByItself) {
-    around->pageTakes = true;
-    const auto path = folder / "a \"quoted\" name";
-    std::filesystem::create_directory(path);
-    EXPECT_EQ(
-        choose(path), (Lines{"pick /home/me", script("\"" + (folder / "a \\\"quoted\\\" name") + "\"")}));
-    EXPECT_EQ(setup->lastFolder(), path);
-    EXPECT_EQ(setup->lastError(), std::nullopt);
-}
-
 TEST_F(Onboarding, anotherPageIsReloadedOnceTheDaemonHasTheFolder) {
     const auto path = folder.path().string();
     const Lines calls{"pick /home/me", script("\"" + path + "\""), "set " + path, "reload"};
@@ -123,57 +101,15 @@ TEST_F(Onboarding, whatIsNoFolderChangesNothing) {
     EXPECT_EQ(setup->lastError(), std::nullopt);
 }
 
-TEST_F(Onboarding, aWindowThatGoesWhileTheUserPicksIsNotCalledAgain) {
-    const auto path = folder.path().string();
-    around->whilePicking = [this] { window.reset(); };
-    EXPECT_EQ(choose(path), (Lines{"pick /home/me", "set " + path}));
-    EXPECT_EQ(setup->lastError(), std::nullopt);
-    EXPECT_TRUE(loop.run(setup->handle(BridgeMessage::OnboardingDone{})));
-    EXPECT_EQ(around->calls.back(), "set " + path);
-}
-
 TEST_F(Onboarding, aTaskKeepsTheCoordinatorNotTheWindow) {
-    around->choice = folder.path().string();
-    auto task = setup->handle(BridgeMessage::ChooseFolder{});
-    setup.reset();
-    EXPECT_EQ(window.use_count(), 1);
-    EXPECT_TRUE(loop.run(std::move(task)));
-    EXPECT_EQ(around->calls.back(), "reload");
-}
-
-TEST_F(Onboarding, closingAsksUntilSetupIsDoneAndOnlyOnceAtATime) {
-    using Decision = OnboardingCoordinator::CloseDecision;
-    EXPECT_EQ(setup->closeRequested(), Decision(ClosePrompt::finishLater));
-    std::vector<Completion<bool>> questions;
-    const OnboardingCoordinator::Ask ask = [&](ClosePrompt) {
-        const auto keep = [&questions](Completion<bool> answer) { questions.push_back(std::move(answer)); };
-        return suspendUntil<bool>(keep);
+    const auto path = folder.path().string();
+    around->choice = path;
+    around->whilePicking = [this] {
+        window.reset();
+        setup.reset();
     };
-    for (const bool later : {false, true}) {
-        std::optional<bool> closes;
-        const auto request = [](Task<bool> may, std::optional<bool>* result) -> Task<> {
-            *result = co_await std::move(may);
-        };
-        spawn(loop.executor(), "first request", request(setup->mayClose(ask), &closes));
-        loop.until([&] { return questions.size() == 1; }, "the question");
-        EXPECT_FALSE(loop.run(setup->mayClose(ask)));
-        EXPECT_EQ(questions.size(), 1U) << "a second request asks nothing";
-        questions.front()(later);
-        loop.until([&] { return closes.has_value(); }, "the answer");
-        EXPECT_EQ(closes, later);
-        questions.clear();
-    }
-    const OnboardingCoordinator::Ask failing = [](ClosePrompt) -> Task<bool> {
-        throw std::runtime_error("no sheet");
-        co_return true;
-    };
-    EXPECT_FALSE(loop.run(setup->mayClose(failing)));
-
-    EXPECT_TRUE(loop.run(setup->handle(BridgeMessage::OnboardingDone{})));
-    EXPECT_EQ(around->calls, (Lines{"close", "inbox"}));
-    EXPECT_EQ(setup->closeRequested(), Decision(OnboardingCoordinator::Close{}));
-    EXPECT_TRUE(loop.run(setup->mayClose(ask)));
-    EXPECT_TRUE(questions.empty());
+    EXPECT_TRUE(loop.run(setup->handle(BridgeMessage::ChooseFolder{})));
+    EXPECT_EQ(around->calls, (Lines{"pick /home/me", "set " + path}));
 }
 
 TEST(FirstRun, thePageReplacesWhateverPathAndQueryTheBaseHas) {
@@ -182,12 +118,6 @@ TEST(FirstRun, thePageReplacesWhateverPathAndQueryTheBaseHas) {
     EXPECT_EQ(FirstRun::url("http://127.0.0.1:4711/", false), page + "0");
     for (const auto* base : {"", "127.0.0.1:4711", "/onboarding", "http://a b/"})
         EXPECT_EQ(FirstRun::url(base, true), std::nullopt) << base;
-}
-
-TEST(FirstRun, aQuitIsQuestionedOnlyWhileSomethingIsInstalling) {
-    EXPECT_EQ(FirstRun::quitPrompt({}), std::nullopt);
-    EXPECT_EQ(FirstRun::quitPrompt({"Codex", "Claude"}), "Codex and Claude are installing. Quit anyway?");
-    EXPECT_EQ(FirstRun::quitPrompt({"A", "B", "C"}), "A, B and C are installing. Quit anyway?");
 }
 
 } // namespace

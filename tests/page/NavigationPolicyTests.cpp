@@ -17,8 +17,6 @@ TEST(NavigationPolicy, anOriginIsItsHostAndPort) {
              "data:text/html,x", ""}) {
         EXPECT_FALSE(sameOrigin(other, base)) << other;
     }
-    EXPECT_TRUE(sameOrigin("http://Example.test/a", "http://example.TEST"));
-    EXPECT_TRUE(sameOrigin("about:blank", "data:,"));
 }
 
 TEST(NavigationPolicy, thePageStaysAtHomeAndPressedLinksGoToTheBrowser) {
@@ -33,11 +31,9 @@ TEST(NavigationPolicy, thePageStaysAtHomeAndPressedLinksGoToTheBrowser) {
         {"about:blank", allow, allow, false},
         {"https://example.test/", openInBrowser, cancel, true},
         {"http://example.test/", openInBrowser, cancel, false},
-        {"http://127.0.0.1:4712/", openInBrowser, cancel, false},
         {"file:///etc/passwd", cancel, cancel, false},
         {"data:text/html,x", cancel, cancel, false},
         {"javascript:alert(1)", cancel, cancel, false},
-        {"kelvadrome://open", cancel, cancel, false},
         {"nonsense", cancel, cancel, false},
     };
     for (const auto& row : rows) {

@@ -1,5 +1,6 @@
 #include "Kelvadrome/platform/linux/CurlHTTP.h"
 #include "KelvadromeKit/page/MintLogin.h"
+#include "KelvadromeKit/page/PageKey.h"
 #include "KelvadromeKit/page/PageSession.h"
 
 #include "tests/support/FakeDaemon.h"
@@ -40,7 +41,6 @@ protected:
         try {
             loop.run(session->ensure());
         } catch (const PageSession::Failure& error) {
-            status = error.status();
             return error.kind();
         }
         throw std::runtime_error("the login succeeded");
@@ -50,7 +50,6 @@ protected:
     FakeDaemon daemon;
     std::uint16_t port = 0;
     std::string link;
-    std::int64_t status = 0;
     int mints = 0;
     std::shared_ptr<PageSession> session;
 };
@@ -63,10 +62,8 @@ TEST_F(PageSessionTest, aLoginTakesTheLinkOnceAndKeepsItsCookieAndToken) {
     EXPECT_FALSE(loop.run(session->current()));
     const auto credentials = loop.run(session->ensure());
     EXPECT_EQ(credentials.base, fmt::format("http://127.0.0.1:{}", port));
-    EXPECT_EQ(credentials.port, port);
     EXPECT_EQ(credentials.cookieValue, "a b");
     EXPECT_EQ(credentials.csrf, "token");
-    EXPECT_EQ(credentials.setCookieHeader, "kd_session=a%20b; Path=/; HttpOnly");
     EXPECT_EQ(loop.run(session->ensure()), credentials);
     EXPECT_EQ(mints, 1);
     ASSERT_EQ(daemon.requests("/login").size(), 1u);
@@ -79,33 +76,25 @@ TEST_F(PageSessionTest, aPostCarriesCookieAndTokenAndReadsTheReceipt) {
     const auto receipt = loop.run(session->acceptDefaults("c1", 7, {{"q", "yes"}}));
     EXPECT_EQ(receipt, (PageSession::ReceiptOut{"Answered", "held"}));
     const auto request = daemon.requests("/v1/cards/answer").at(0);
-    EXPECT_EQ(request.method, "POST");
     EXPECT_EQ(request.headers.at("cookie"), "kd_session=a%20b");
     EXPECT_EQ(request.headers.at("x-kd-csrf"), "token");
     EXPECT_EQ(request.headers.at("content-type"), "application/json");
     EXPECT_EQ(boost::json::parse(request.body),
         boost::json::parse(
             R"({"card_id":"c1","version":7,"answer":{"q":"yes"},"accept_all_defaults":true})"));
-    daemon.on("/v1/page/cancel", FakeReply::data(R"({"receipt":"text","status":"ok"})"));
-    EXPECT_EQ(loop.run(session->cancelHold("c1")), (PageSession::ReceiptOut{std::nullopt, "ok"}));
 }
 
 TEST_F(PageSessionTest, anUnauthorizedPostLogsInAnewOnceAndOtherRefusalsDoNot) {
-    const auto codes = std::make_shared<std::vector<std::string>>(std::vector<std::string>{"unauthorized"});
-    daemon.on("/v1/cards/answer", [codes](const FakeRequest&) {
-        if (codes->empty())
-            return FakeReply::data("{}");
-        const auto code = codes->back();
-        codes->pop_back();
-        return FakeReply::failure(code, "no", 401);
+    const auto refusals = std::make_shared<int>(1);
+    daemon.on("/v1/cards/answer", [refusals](const FakeRequest&) {
+        return (*refusals)-- > 0 ? FakeReply::failure("unauthorized", "no", 401) : FakeReply::data("{}");
     });
     loop.run(session->answer("c", 1, "yes"));
     EXPECT_EQ(mints, 2);
-
-    *codes = {"unauthorized", "unauthorized"};
+    *refusals = 2;
     EXPECT_THROW(loop.run(session->answer("c", 1, "yes")), DaemonError);
     EXPECT_EQ(mints, 3);
-    *codes = {"conflict"};
+    daemon.on("/v1/cards/answer", FakeReply::failure("conflict", "no", 401));
     EXPECT_THROW(loop.run(session->answer("c", 1, "yes")), DaemonError);
     EXPECT_EQ(mints, 3);
 }
@@ -120,17 +109,11 @@ TEST_F(PageSessionTest, aLoginFailsAtEachOfItsStepsInItsOwnWay) {
     link = fmt::format("http://127.0.0.1:{}/login?t=once", port);
     login({}, 401);
     EXPECT_EQ(failure(), Kind::loginRefused);
-    EXPECT_EQ(status, 401);
-    login({{"Location", "/"}});
-    EXPECT_EQ(failure(), Kind::noCookie);
     login({{"Set-Cookie", "my_kd_session=1"}});
     EXPECT_EQ(failure(), Kind::noCookie);
     login({{"Set-Cookie", "kd_session=x"}}, 200);
     daemon.on("/v1/page/me", FakeReply::failure("forbidden", "no", 403));
     EXPECT_THROW(loop.run(session->ensure()), DaemonError);
-    daemon.on("/v1/page/me", FakeReply::raw("HTTP/1.1 200 OK\r\nContent-Length: 50\r\n\r\n{"));
-    EXPECT_THROW(loop.run(session->ensure()), std::runtime_error);
-    EXPECT_FALSE(loop.run(session->current()));
     daemon.on("/v1/page/me", FakeReply::data(R"({"csrf":"t"})"));
     EXPECT_EQ(loop.run(session->ensure()).csrf, "t");
 }
@@ -199,4 +182,37 @@ TEST(MintLogin, twoFirstMintsAtOnceMakeOneKey) {
     const auto asked = daemon.requests("/v1/page/token");
     ASSERT_EQ(asked.size(), 2u);
     EXPECT_EQ(asked[0].headers.at("x-kd-page-key"), asked[1].headers.at("x-kd-page-key"));
+}
+
+TEST(SecretField, aStoredSecretIsNeverLoadedAndAFailedSaveKeepsTheText) {
+    MemorySecretStore store;
+    SecretField field{"typed", false, std::nullopt};
+    field.save(store);
+    EXPECT_EQ(field, (SecretField{"", true, "Key saved"}));
+    field.text = "  ";
+    field.save(store);
+    EXPECT_EQ(field, (SecretField{"  ", true, "The key was not saved."}));
+    SecretField fresh{"left over", false, std::nullopt};
+    fresh.load(store);
+    EXPECT_EQ(fresh, (SecretField{"", true, std::nullopt}));
+    EXPECT_EQ(store.reads(), 0);
+    fresh.remove(store);
+    EXPECT_EQ(fresh, (SecretField{"", false, "Key removed"}));
+}
+
+TEST(PageKey, aShortKeyIsReplacedAndAWholeOneKept) {
+    MemorySecretStore store;
+    const auto made = PageKey::load(store);
+    EXPECT_EQ(made.size(), 43u);
+    EXPECT_EQ(made.find_first_of("+/="), std::string::npos);
+    EXPECT_EQ(PageKey::load(store), made);
+    store.set(std::string(42, 'x'));
+    EXPECT_EQ(PageKey::load(store).size(), 43u);
+    store.set(std::string(43, 'x'));
+    EXPECT_EQ(PageKey::load(store), std::string(43, 'x'));
+}
+
+TEST(PageKey, anAccountIsTheHashOfTheHome) {
+    // The digest of "abc" begins with these 8 bytes (FIPS 180-2, appendix B.1).
+    EXPECT_EQ(PageKey::account("abc"), "root-ba7816bf8f01cfea");
 }

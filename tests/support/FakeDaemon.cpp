@@ -2,33 +2,19 @@
 
 #include "KelvadromeKit/support/Text.h"
 
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/local/stream_protocol.hpp>
 #include <fmt/format.h>
 
-#include <algorithm>
-#include <arpa/inet.h>
-#include <cstring>
-#include <netinet/in.h>
+#include <fcntl.h>
 #include <poll.h>
-#include <sys/eventfd.h>
+#include <sstream>
 #include <sys/socket.h>
-#include <sys/un.h>
-#include <system_error>
 
 namespace kelvadrome::test {
 
 namespace {
-
-template <class T>
-T checked(T result, const char* what) {
-    if (result < 0)
-        throw std::system_error(errno, std::generic_category(), what);
-    return result;
-}
-
-void signal(int event) {
-    const std::uint64_t one = 1;
-    [[maybe_unused]] const auto written = ::write(event, &one, sizeof one);
-}
 
 bool sendAll(int fd, std::string_view bytes) {
     while (!bytes.empty()) {
@@ -40,18 +26,15 @@ bool sendAll(int fd, std::string_view bytes) {
     return true;
 }
 
-/// Waits until `event` is readable; false when the client went first.
-bool waitFor(int fd, int event) {
-    for (;;) {
-        pollfd ends[] = {{event, POLLIN, 0}, {fd, POLLIN | POLLRDHUP, 0}};
-        if (::poll(ends, 2, -1) < 0)
-            continue;
-        if (ends[0].revents)
-            return true;
+/// Waits until the condition holds; false when the client went first.
+bool waitFor(int fd, const std::function<bool()>& condition) {
+    while (!condition()) {
+        pollfd end{fd, POLLIN | POLLRDHUP, 0};
         char byte;
-        if (ends[1].revents && ::recv(fd, &byte, 1, MSG_DONTWAIT) <= 0)
+        if (::poll(&end, 1, 1) > 0 && ::recv(fd, &byte, 1, MSG_DONTWAIT) <= 0)
             return false;
     }
+    return true;
 }
 
 std::string head(const FakeReply& reply) {
@@ -65,45 +48,14 @@ std::string head(const FakeReply& reply) {
 
 } // namespace
 
-FakeGate::FakeGate() : event_(checked(::eventfd(0, EFD_CLOEXEC), "eventfd")) {}
-
-void FakeGate::open() {
-    signal(event_.get());
-}
-
-FakeStream::FakeStream() : event_(checked(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK), "eventfd")) {}
-
-void FakeStream::push(std::string bytes) {
+void FakeStream::push(const std::string& bytes) {
     std::lock_guard guard(lock_);
     waiting_ += bytes;
-    signal(event_.get());
 }
 
-void FakeStream::pushEvent(const std::string& name, const std::string& data) {
-    push("event: " + name + "\ndata: " + data + "\n\n");
-}
-
-void FakeStream::close() {
+std::string FakeStream::take() {
     std::lock_guard guard(lock_);
-    closed_ = true;
-    signal(event_.get());
-}
-
-bool FakeStream::opened() const {
-    std::lock_guard guard(lock_);
-    return opened_;
-}
-
-bool FakeStream::clientGone() const {
-    std::lock_guard guard(lock_);
-    return clientGone_;
-}
-
-FakeStream::Taken FakeStream::take() {
-    std::lock_guard guard(lock_);
-    std::uint64_t count;
-    [[maybe_unused]] const auto read = ::read(event_.get(), &count, sizeof count);
-    return {std::exchange(waiting_, {}), closed_};
+    return std::exchange(waiting_, {});
 }
 
 FakeReply FakeReply::data(const std::string& json) {
@@ -132,16 +84,12 @@ FakeReply FakeReply::heldBy(std::shared_ptr<FakeGate> by) && {
 FakeDaemon::FakeDaemon() : FakeDaemon(std::string()) {}
 
 FakeDaemon::FakeDaemon(std::string socketPath) : socketPath_(std::move(socketPath)) {
+    using Local = boost::asio::local::stream_protocol;
     if (socketPath_.empty())
         socketPath_ = folder_.emplace() / "kelvadromed.sock";
-    Descriptor listener(checked(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0), "socket"));
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    if (socketPath_.size() >= sizeof address.sun_path)
-        throw std::invalid_argument("the path is too long");
-    std::memcpy(address.sun_path, socketPath_.c_str(), socketPath_.size());
     ::unlink(socketPath_.c_str());
-    listen(std::move(listener), reinterpret_cast<sockaddr*>(&address), sizeof address);
+    boost::asio::io_context context;
+    listen(Descriptor(Local::acceptor(context, Local::endpoint(socketPath_)).release()));
 }
 
 FakeDaemon::~FakeDaemon() {
@@ -149,20 +97,16 @@ FakeDaemon::~FakeDaemon() {
 }
 
 std::uint16_t FakeDaemon::listenOnTCP() {
-    Descriptor listener(checked(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0), "socket"));
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof address;
-    listen(std::move(listener), reinterpret_cast<sockaddr*>(&address), length);
-    checked(::getsockname(listeners_.back().get(), reinterpret_cast<sockaddr*>(&address), &length),
-        "getsockname");
-    return ntohs(address.sin_port);
+    using boost::asio::ip::tcp;
+    boost::asio::io_context context;
+    tcp::acceptor acceptor(context, {boost::asio::ip::address_v4::loopback(), 0});
+    const auto port = acceptor.local_endpoint().port();
+    listen(Descriptor(acceptor.release()));
+    return port;
 }
 
-void FakeDaemon::listen(Descriptor listener, const sockaddr* address, std::uint32_t length) {
-    checked(::bind(listener.get(), address, length), "bind");
-    checked(::listen(listener.get(), 64), "listen");
+void FakeDaemon::listen(Descriptor listener) {
+    ::fcntl(listener.get(), F_SETFD, FD_CLOEXEC);
     acceptors_.emplace_back([this, fd = listener.get()] { acceptFrom(fd); });
     listeners_.push_back(std::move(listener));
 }
@@ -192,11 +136,6 @@ std::size_t FakeDaemon::connections() const {
     return connections_.size();
 }
 
-std::size_t FakeDaemon::openConnections() const {
-    std::lock_guard guard(lock_);
-    return static_cast<std::size_t>(std::ranges::count(connections_, false, &Connection::ended));
-}
-
 void FakeDaemon::stop() {
     {
         std::lock_guard guard(lock_);
@@ -210,7 +149,7 @@ void FakeDaemon::stop() {
     {
         std::lock_guard guard(lock_);
         for (const auto& connection : connections_) {
-            if (!connection.ended)
+            if (connection.fd)
                 ::shutdown(connection.fd.get(), SHUT_RDWR);
         }
     }
@@ -233,7 +172,6 @@ void FakeDaemon::acceptFrom(int listener) {
         connection.thread = std::thread([this, &connection] {
             serve(connection.fd.get());
             std::lock_guard guard(lock_);
-            connection.ended = true;
             connection.fd.reset();
         });
     }
@@ -244,11 +182,9 @@ void FakeDaemon::serve(int fd) {
     if (!request)
         return;
     const auto reply = answer(*request);
-    if (reply.gate && !waitFor(fd, reply.gate->descriptor()))
+    if (reply.gate && !waitFor(fd, [&] { return reply.gate->isOpen(); }))
         return;
     send(fd, reply);
-    if (reply.closeGate)
-        waitFor(fd, reply.closeGate->descriptor());
 }
 
 FakeReply FakeDaemon::answer(const FakeRequest& request) {
@@ -276,21 +212,17 @@ std::optional<FakeRequest> FakeDaemon::readRequest(int fd) {
         if (end == std::string::npos)
             continue;
         bodyAt = end + 4;
-        const auto lineEnd = bytes.find("\r\n");
-        const auto line = bytes.substr(0, lineEnd);
-        const auto target = line.substr(line.find(' ') + 1, line.rfind(' ') - line.find(' ') - 1);
-        request.method = line.substr(0, line.find(' '));
+        std::istringstream lines(bytes.substr(0, end));
+        std::string target, line;
+        lines >> request.method >> target;
+        std::getline(lines, line);
         request.path = target.substr(0, target.find('?'));
         if (request.path.size() < target.size())
             request.query = target.substr(request.path.size() + 1);
-        for (auto at = lineEnd + 2; at < end + 2;) {
-            const auto stop = bytes.find("\r\n", at);
-            const auto colon = bytes.find(": ", at);
-            if (colon < stop) {
-                request.headers[Text::lowercased(bytes.substr(at, colon - at))] =
-                    bytes.substr(colon + 2, stop - colon - 2);
-            }
-            at = stop + 2;
+        while (std::getline(lines, line)) {
+            const auto colon = line.find(": ");
+            auto& value = request.headers[Text::lowercased(line.substr(0, colon))];
+            value = line.substr(colon + 2, line.find('\r') - colon - 2);
         }
         const auto length = request.headers.find("content-length");
         wanted = bodyAt + (length == request.headers.end() ? 0 : std::stoul(length->second));
@@ -310,19 +242,19 @@ void FakeDaemon::send(int fd, const FakeReply& reply) {
 }
 
 void FakeDaemon::pump(int fd, FakeStream& stream) {
-    {
-        std::lock_guard guard(stream.lock_);
-        stream.opened_ = true;
-    }
+    stream.opened_ = true;
+    std::string bytes;
+    const auto pushed = [&] {
+        const bool closed = stream.closed_; // before the last bytes are taken
+        bytes = stream.take();
+        return closed || !bytes.empty();
+    };
     for (;;) {
-        bool alive = waitFor(fd, stream.event_.get());
-        const auto taken = stream.take();
-        alive = alive && sendAll(fd, taken.bytes);
-        if (!alive) {
-            std::lock_guard guard(stream.lock_);
+        if (!waitFor(fd, pushed) || !sendAll(fd, bytes)) {
             stream.clientGone_ = true;
+            return;
         }
-        if (!alive || taken.closed)
+        if (bytes.empty())
             return;
     }
 }

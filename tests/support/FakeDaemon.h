@@ -4,6 +4,7 @@
 
 #include "tests/support/TemporaryFolder.h"
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <list>
@@ -12,7 +13,6 @@
 #include <mutex>
 #include <optional>
 #include <string>
-#include <sys/socket.h>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -31,51 +31,39 @@ struct FakeRequest {
 /// Holds replies back until it is opened.
 class FakeGate {
 public:
-    FakeGate();
-    void open();
-    int descriptor() const { return event_.get(); } // readable once open
+    void open() { open_ = true; }
+    bool isOpen() const { return open_; }
 
 private:
-    Descriptor event_;
+    std::atomic<bool> open_ = false;
 };
 
 /// The body of a reply that goes on: push into it from any thread, then close it or let the client go.
 class FakeStream {
 public:
-    FakeStream();
-
-    void push(std::string bytes);
-    void pushEvent(const std::string& name, const std::string& data);
-    void close();
+    void push(const std::string& bytes);
+    void close() { closed_ = true; }
     /// The head was sent.
-    bool opened() const;
+    bool opened() const { return opened_; }
     /// The client closed its end.
-    bool clientGone() const;
+    bool clientGone() const { return clientGone_; }
 
 private:
     friend class FakeDaemon;
-    struct Taken {
-        std::string bytes;
-        bool closed = false;
-    };
-    Taken take();
+    std::string take();
 
-    Descriptor event_;
-    mutable std::mutex lock_;
+    std::mutex lock_;
     std::string waiting_;
-    bool closed_ = false;
-    bool opened_ = false;
-    bool clientGone_ = false;
+    std::atomic<bool> closed_ = false, opened_ = false, clientGone_ = false;
 };
 
 struct FakeReply {
     std::int64_t status = 200;
     std::vector<std::pair<std::string, std::string>> headers = {}; // Content-Length and Connection are added
     std::string body = {};
-    std::optional<std::string> bytes = {};    // sent exactly as they are, instead of all the above
-    std::shared_ptr<FakeGate> gate = {};      // nothing is sent before it opens
-    std::shared_ptr<FakeGate> closeGate = {}; // the connection is not closed before it opens
-    std::shared_ptr<FakeStream> stream = {};  // follows the head or the bytes, without a length
+    std::optional<std::string> bytes = {};   // sent exactly as they are, instead of all the above
+    std::shared_ptr<FakeGate> gate = {};     // nothing is sent before it opens
+    std::shared_ptr<FakeStream> stream = {}; // follows the head or the bytes, without a length
 
     /// The envelope around a record's JSON text.
     static FakeReply data(const std::string& json);
@@ -112,20 +100,17 @@ public:
     std::vector<FakeRequest> requests(const std::string& path) const;
     /// Connections accepted so far, those that asked nothing included.
     std::size_t connections() const;
-    /// Connections that haven't ended.
-    std::size_t openConnections() const;
 
     /// Closes everything at once and removes the socket: from then on connecting fails.
     void stop();
 
 private:
     struct Connection {
-        Descriptor fd;
-        bool ended = false; // under the lock
+        Descriptor fd; // under the lock; none once it has ended
         std::thread thread;
     };
 
-    void listen(Descriptor listener, const sockaddr* address, std::uint32_t length);
+    void listen(Descriptor listener);
     void acceptFrom(int listener);
     void serve(int fd);
     FakeReply answer(const FakeRequest& request);

@@ -116,11 +116,10 @@ class RecordingNotifier final : public Notifying {
 public:
     std::vector<std::int64_t> posted;
     std::vector<std::string> withdrawn; // "1" is the first that was posted
-    bool allowed = true;
 
     Task<> setUp(bool enabled, std::function<void(bool)> report) override {
         if (enabled)
-            report(allowed);
+            report(true);
         co_return;
     }
     Task<std::string> postStop(std::int64_t count) override {

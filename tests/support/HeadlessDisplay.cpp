@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <fstream>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -26,21 +27,6 @@ namespace {
     _exit(127);
 }
 
-std::string readLine(int descriptor) {
-    std::string line;
-    char byte = 0;
-    for (;;) {
-        const auto got = read(descriptor, &byte, 1);
-        if (got < 0 && errno == EINTR)
-            continue;
-        if (got <= 0)
-            return {};
-        if (byte == '\n')
-            return line;
-        line += byte;
-    }
-}
-
 } // namespace
 
 HeadlessDisplay::HeadlessDisplay() {
@@ -55,7 +41,8 @@ HeadlessDisplay::HeadlessDisplay() {
     if (server_ == 0)
         becomeServer(writing.get());
     writing.reset();
-    const auto number = readLine(reading.get());
+    std::string number;
+    std::getline(std::ifstream("/dev/fd/" + std::to_string(reading.get())), number);
     if (number.empty()) {
         problem_ = "Xvfb could not be started; is the package xvfb installed?";
         return;

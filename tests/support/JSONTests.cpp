@@ -46,28 +46,22 @@ TEST(JSONReading, nullAndMissingReadAlikeAndOnlyLenientSwallowsAWrongType) {
         EXPECT_EQ(object.required<std::int64_t>("whole"), 3);
         EXPECT_THROW(object.required<std::int64_t>("real"), DecodingError);
         EXPECT_THROW(object.required<std::int64_t>("huge"), DecodingError);
-        // Reading against the written order still finds every key.
-        EXPECT_EQ(object.required<double>("real"), 3.5);
-        EXPECT_EQ(object.required<std::string>("text"), "t");
+        EXPECT_EQ(object.required<std::string>("text"), "t") << "against the written order";
         return 0;
     });
 }
 
 TEST(JSONReading, anIntegerBeyond64BitsIsAWrongTypeAtItsOwnPlaceOnly) {
-    const std::string text = R"({"wide":-99999999999999999999,"in":"\"99999999999999999999","list":[
-        18446744073709551616, 9223372036854775807],"after":1})";
-    readJSON(text, [](const JSONValue& root) {
-        const auto object = root.object();
-        EXPECT_FALSE(object.lenient<std::int64_t>("wide"));
-        EXPECT_EQ(object.required<double>("wide"), -1e20);
-        EXPECT_EQ(object.required<std::string>("in"), "\"99999999999999999999");
-        EXPECT_EQ(*JSONValue(object.find("list")->array().at(1)).integer(), INT64_MAX);
-        EXPECT_EQ(object.required<std::int64_t>("after"), 1);
-        return 0;
-    });
-    for (const auto* bad :
-        {"[99999999999999999999,01]", "99999999999999999999.", "[99999999999999999999,\"cut"})
-        EXPECT_THROW(decodeJSON<std::vector<double>>(bad), DecodingError) << bad;
+    readJSON(R"({"wide":-99999999999999999999,"list":[18446744073709551616,9223372036854775807],"after":1})",
+        [](const JSONValue& root) {
+            const auto object = root.object();
+            EXPECT_FALSE(object.lenient<std::int64_t>("wide"));
+            EXPECT_EQ(object.required<double>("wide"), -1e20);
+            EXPECT_EQ(*JSONValue(object.find("list")->array().at(1)).integer(), INT64_MAX);
+            EXPECT_EQ(object.required<std::int64_t>("after"), 1);
+            return 0;
+        });
+    EXPECT_THROW(decodeJSON<std::vector<double>>("[99999999999999999999,01]"), DecodingError);
 }
 
 TEST(JSONReading, oneDocumentMayBeReadInsideAnother) {

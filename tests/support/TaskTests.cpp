@@ -1,6 +1,5 @@
 #include "tests/support/TestLoop.h"
 
-#include <boost/asio/strand.hpp>
 #include <gtest/gtest.h>
 
 using namespace kelvadrome;
@@ -18,10 +17,6 @@ Task<int> valueOrThrow(int value) {
     if (value < 0)
         throw std::runtime_error("negative");
     co_return value;
-}
-
-Task<std::thread::id> currentThread() {
-    co_return std::this_thread::get_id();
 }
 
 Task<int> heldWhile(std::shared_ptr<int> held, std::shared_ptr<std::optional<Completion<int>>> ending) {
@@ -87,22 +82,6 @@ TEST(Tasks, gatherKeepsEachFailureToItself) {
     EXPECT_EQ(third.take(), 3);
 }
 
-TEST(Tasks, aCallOnAStrandComesBackToTheCallersExecutor) {
-    TestLoop loop;
-    asio::io_context other(1);
-    auto work = asio::make_work_guard(other);
-    std::thread thread([&] { other.run(); });
-    const Executor strand = asio::make_strand(other);
-    const auto ids = loop.run([](Executor on) -> Task<std::pair<std::thread::id, std::thread::id>> {
-        const auto there = co_await runOn(on, currentThread());
-        co_return std::pair(there, std::this_thread::get_id());
-    }(strand));
-    EXPECT_EQ(ids.first, thread.get_id());
-    EXPECT_EQ(ids.second, std::this_thread::get_id());
-    work.reset();
-    thread.join();
-}
-
 TEST(Tasks, aBlockedPoolStillTakesMoreWork) {
     TestLoop loop;
     std::mutex gate;
@@ -118,18 +97,4 @@ TEST(Tasks, aBlockedPoolStillTakesMoreWork) {
     EXPECT_FALSE(*blocked);
     gate.unlock();
     loop.until([&] { return *blocked; }, "the blocked job");
-    EXPECT_THROW(
-        loop.run(loop.pool().run([]() -> int { throw std::runtime_error("no"); })), std::runtime_error);
-}
-
-TEST(Tasks, theSystemClockSleepsAndCanBeCancelled) {
-    TestLoop loop;
-    auto clock = std::make_shared<SystemClock>();
-    auto marks = std::make_shared<std::vector<double>>();
-    const auto cancelled = spawn(loop.executor(), "an hour", sleepThenMark(clock, 3600, marks));
-    loop.drain();
-    cancelled.cancel();
-    spawn(loop.executor(), "a moment", sleepThenMark(clock, 0.01, marks));
-    loop.until([&] { return !marks->empty(); }, "the short sleep");
-    EXPECT_EQ(*marks, (std::vector<double>{0.01}));
 }

@@ -48,16 +48,22 @@ public:
     Executor executor() { return context_.get_executor(); }
     BackgroundPool& pool() { return pool_; }
 
-    /// Runs the loop until the task ends; returns its value or throws what it threw.
+    /// Runs the loop until the task ends; returns its value or throws what it threw. `each` runs in each
+    /// turn.
     template <class T>
-    T run(Task<T> task) {
+    T run(
+        Task<T> task, const std::function<void()>& each = [] {}) {
         Outcome<T> outcome;
         bool ended = false;
         asio::co_spawn(context_, attempt(std::move(task)), [&](std::exception_ptr error, Outcome<T> result) {
             outcome = error ? Outcome<T>(error) : std::move(result);
             ended = true;
         });
-        until([&] { return ended; }, "a task to end");
+        const auto turn = [&] {
+            each();
+            return ended;
+        };
+        until(turn, "a task to end");
         return outcome.take();
     }
 

@@ -72,15 +72,9 @@ TEST(PanelInput, picksARowAndAnswersIt) {
     at.press(Key::Kind::down); // there is no further row
     expectAnswer(at.press("1"), "c", "Yes");
     at.press(Key::Kind::up);
-    EXPECT_EQ(at.focus().selected, "b");
     EXPECT_EQ(at.press("z")->kind, Kind::snooze);
     EXPECT_EQ(at.press("v")->card->id, "b");
-    at.press(Key::Kind::enter);
-    EXPECT_TRUE(at.focus().expanded);
-    at.press(Key::Kind::backTab);
-    EXPECT_FALSE(at.focus().expanded);
     EXPECT_FALSE(at.press("3"));
-    EXPECT_FALSE(at.focus().hint.empty());
     EXPECT_FALSE(at.press("0"));
     EXPECT_FALSE(at.press("d"));
 }
@@ -101,7 +95,6 @@ TEST(PanelInput, numbersAboveNineTakeTwoDigits) {
     EXPECT_TRUE(at.focus().digits.empty());
     at.press("1");
     at.press(Key::Kind::escape);
-    EXPECT_FALSE(at.focus().expanded);
     expectAnswer(at.press("2"), "a", "option 2");
 }
 
@@ -265,13 +258,8 @@ TEST(TerminalKeys, unknownSequencesAndAltAreNothing) {
     const auto raw = [](std::u32string_view text) { return std::vector<RawKey>(text.begin(), text.end()); };
     EXPECT_EQ(read(raw(U"ab\r")), "ab<enter>");
     EXPECT_EQ(read(raw(U"\x1b")), "<esc>");
-    EXPECT_EQ(read(raw(U"\x1b\x1b")), "<esc><esc>");
     EXPECT_EQ(read(raw(U"\x1b[1;5Cx")), "x");
     EXPECT_EQ(read(raw(U"\x1bOAx")), "x");
-    EXPECT_EQ(read(raw(U"\x1b"
-                       U"ax")),
-        "x");
-    EXPECT_EQ(read(raw(U"\x1b[")), "");
     EXPECT_EQ(read(raw(U"\x03\x01")), "^c^a");
     EXPECT_EQ(read({char32_t(0x1b), Key::Kind::up}), "<esc><up>");
     EXPECT_EQ(keysFrom(raw(U"e\u0301"), pasting).size(), 1U);
@@ -282,12 +270,6 @@ TEST(TerminalKeys, unknownSequencesAndAltAreNothing) {
         paste.emplace_back(c);
     EXPECT_EQ(keysFrom(paste, pasting).size(), 4U);
     EXPECT_TRUE(pasting);
-    paste = raw(U"more");
-    paste.emplace_back(Key::Kind::pasteEnd);
-    paste.emplace_back(U'a');
-    paste.emplace_back(U'b');
-    const auto rest = keysFrom(paste, pasting);
-    ASSERT_EQ(rest.size(), 4U);
-    EXPECT_EQ(rest[0].text, "more");
+    EXPECT_EQ(keysFrom({U'm', U'o', Key::Kind::pasteEnd, U'a'}, pasting).size(), 3U);
     EXPECT_FALSE(pasting);
 }

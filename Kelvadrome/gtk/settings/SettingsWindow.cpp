@@ -21,7 +21,7 @@ constexpr std::array<const char*, allSettingsTabs.size()> icons = {"preferences-
 /// The window's own button and field show an icon alone.
 void nameSearch(GtkWidget* within) {
     for (auto* child = gtk_widget_get_first_child(within); child;
-        child = gtk_widget_get_next_sibling(child)) {
+         child = gtk_widget_get_next_sibling(child)) {
         if (GTK_IS_SEARCH_ENTRY(child) || GTK_IS_TOGGLE_BUTTON(child)) {
             gtk_accessible_update_property(
                 GTK_ACCESSIBLE(child), GTK_ACCESSIBLE_PROPERTY_LABEL, "Search settings", -1);

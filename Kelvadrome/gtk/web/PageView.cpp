@@ -40,7 +40,7 @@ void stopPinches(WebKitWebView* view) {
 /// stop there, where nobody sees it and Tab is text.
 void skipKeyTable(WebKitWebView* view) {
     for (auto* child = gtk_widget_get_first_child(GTK_WIDGET(view)); child;
-        child = gtk_widget_get_next_sibling(child)) {
+         child = gtk_widget_get_next_sibling(child)) {
         if (GTK_IS_TEXT_VIEW(child))
             gtk_widget_set_can_focus(child, FALSE);
     }

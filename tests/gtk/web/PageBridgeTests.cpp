@@ -103,11 +103,12 @@ TEST_F(PageBridgeTest, noFrameIsHeardWhereverItIsFromOrGoes) {
     serve("/next", attack + "<script>location = '" + away + "/next'</script>");
     foreign.on("/next", FakeReply{.headers = {{"Content-Type", "text/html"}},
                             .body = attack + "<script>location = '" + origin() + "/attack'</script>"});
-    expectOnlyThePage("<iframe src=/attack></iframe><iframe src=" + away +
-                          "/attack></iframe><iframe src=/next></iframe><iframe id=blank></iframe>"
-                          "<iframe srcdoc='<script>location = \"/attack\"</script>'></iframe>"
-                          "<iframe src='data:text/html,<script>parent.postMessage(\"done\",\"*\");"
-                          "webkit.messageHandlers.kelvadrome.postMessage({type:\"evil\"})</script>'></iframe>",
+    expectOnlyThePage(
+        "<iframe src=/attack></iframe><iframe src=" + away +
+            "/attack></iframe><iframe src=/next></iframe><iframe id=blank></iframe>"
+            "<iframe srcdoc='<script>location = \"/attack\"</script>'></iframe>"
+            "<iframe src='data:text/html,<script>parent.postMessage(\"done\",\"*\");"
+            "webkit.messageHandlers.kelvadrome.postMessage({type:\"evil\"})</script>'></iframe>",
         7);
     EXPECT_EQ(foreign.requests("/attack").size(), 1u);
     EXPECT_EQ(foreign.requests("/next").size(), 1u);

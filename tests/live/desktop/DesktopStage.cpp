@@ -92,12 +92,16 @@ void DesktopStage::TearDown() {
 Program::Environment DesktopStage::environment() const {
     const auto variable = [](const char* name) { return std::string(g_getenv(name) ? g_getenv(name) : ""); };
     const auto own = folder.path().string();
-    return {{"PATH", "/usr/bin:/bin"}, {"HOME", own}, {"USER", "desktop"}, {"SHELL", "/bin/sh"},
-        {"LANG", "C.UTF-8"}, {"TERM", "xterm-256color"}, {"XDG_CONFIG_HOME", own + "/config"},
-        {"XDG_DATA_HOME", own + "/data"}, {"XDG_CACHE_HOME", own + "/cache"}, {"XDG_RUNTIME_DIR", own},
-        {"TMUX_TMPDIR", own}, {"KELVADROME_HOME", own + "/home"}, {"DISPLAY", variable("DISPLAY")},
+    Program::Environment environment{{"PATH", "/usr/bin:/bin"}, {"HOME", own}, {"USER", "desktop"},
+        {"SHELL", "/bin/sh"}, {"LANG", "C.UTF-8"}, {"TERM", "xterm-256color"},
+        {"XDG_CONFIG_HOME", own + "/config"}, {"XDG_DATA_HOME", own + "/data"},
+        {"XDG_CACHE_HOME", own + "/cache"}, {"XDG_RUNTIME_DIR", own}, {"TMUX_TMPDIR", own},
+        {"KELVADROME_HOME", own + "/home"}, {"DISPLAY", variable("DISPLAY")},
         {"DBUS_SESSION_BUS_ADDRESS", variable("DBUS_SESSION_BUS_ADDRESS")}, {"GDK_BACKEND", "x11"},
         {"GSK_RENDERER", "cairo"}, {"GSETTINGS_BACKEND", "memory"}};
+    for (const char* name : {"ASAN_OPTIONS", "LSAN_OPTIONS", "TSAN_OPTIONS", "UBSAN_OPTIONS"})
+        environment[name] = variable(name);
+    return environment;
 }
 
 // The application
