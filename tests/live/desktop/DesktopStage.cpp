@@ -60,6 +60,10 @@ void DesktopStage::SetUp() {
     const auto services = folder / "services";
     fs::create_directory(services);
     fs::copy(accessibilityService, services);
+    // Where the bus of the screen readers has its socket: in the user's own folders tests side by side would
+    // meet.
+    for (const char* name : {"XDG_RUNTIME_DIR", "XDG_CACHE_HOME"})
+        g_setenv(name, folder.path().c_str(), TRUE);
     PrivateBus::start(services);
     display = std::make_unique<HeadlessDisplay>(); // after the bus, which takes DISPLAY away
     const auto lacking = display->problem().empty() ? missing() : std::optional(display->problem());
