@@ -131,7 +131,7 @@ export class World {
   }
 
   close() {
-    try { this.tmux('kill-server'); } catch { /* it may be gone already */ }
+    if (this.started) try { this.tmux('kill-server'); } catch { /* it may be gone already */ }
     rmSync(this.root, { recursive: true, force: true });
   }
 }
