@@ -56,7 +56,7 @@ struct AppState {
     std::string appearance = "system"; // as KDAppearance words it: "dark", "light", or the system's
     InterfaceMode interfaceMode = InterfaceMode::simple;
     bool agentStripShown = false;
-    bool nativeInbox = false; // the inbox as widgets of the window, in the page's place
+    bool nativeInbox = false;               // the inbox as widgets of the window, in the page's place
     std::map<std::string, PanelHold> holds; // by card id
     std::map<std::string, WallTime> later;  // by card id: hidden from the panel until then; not persisted
     std::optional<std::string> panelError;  // shown at the top of the panel

@@ -12,14 +12,16 @@ BackgroundPool::~BackgroundPool() {
         threads.swap(threads_);
     }
     wake_.notify_all();
-    for (auto& thread : threads) thread.join();
+    for (auto& thread : threads)
+        thread.join();
 }
 
 void BackgroundPool::post(std::function<void()> job) {
     {
         std::lock_guard guard(lock_);
         jobs_.push_back(std::move(job));
-        if (jobs_.size() > idle_) grow();
+        if (jobs_.size() > idle_)
+            grow();
     }
     wake_.notify_one();
 }
@@ -29,7 +31,8 @@ void BackgroundPool::grow() {
         threads_.emplace_back([this] { work(); });
     } catch (const std::system_error&) {
         // The system gives no more threads: the job waits for one of those that are there.
-        if (!threads_.empty()) return;
+        if (!threads_.empty())
+            return;
         jobs_.pop_back();
         throw;
     }
@@ -41,7 +44,8 @@ void BackgroundPool::work() {
         ++idle_;
         wake_.wait(guard, [this] { return closing_ || !jobs_.empty(); });
         --idle_;
-        if (jobs_.empty()) return;
+        if (jobs_.empty())
+            return;
         auto job = std::move(jobs_.front());
         jobs_.pop_front();
         guard.unlock();

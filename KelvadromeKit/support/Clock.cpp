@@ -32,20 +32,26 @@ double SystemClock::uptime() const {
 }
 
 Task<> SystemClock::sleep(double duration) {
-    if (duration <= 0) co_return;
+    if (duration <= 0)
+        co_return;
     // The timer belongs to the timers' thread: it is made, started and cancelled there only.
-    const auto cancelled = co_await suspendUntil<bool>([context = &timers_->context, duration](auto completion) {
-        auto timer = std::make_shared<asio::steady_timer>(*context);
-        const auto limit = std::chrono::duration_cast<std::chrono::steady_clock::duration>(seconds(duration));
-        timer->expires_after(limit);
-        timer->async_wait([timer, completion](const boost::system::error_code& error) { completion(bool(error)); });
-        return [context, weak = std::weak_ptr(timer)] {
-            asio::post(*context, [weak] {
-                if (auto timer = weak.lock()) timer->cancel();
-            });
-        };
-    });
-    if (cancelled) throw boost::system::system_error(asio::error::operation_aborted);
+    const auto cancelled =
+        co_await suspendUntil<bool>([context = &timers_->context, duration](auto completion) {
+            auto timer = std::make_shared<asio::steady_timer>(*context);
+            const auto limit =
+                std::chrono::duration_cast<std::chrono::steady_clock::duration>(seconds(duration));
+            timer->expires_after(limit);
+            timer->async_wait(
+                [timer, completion](const boost::system::error_code& error) { completion(bool(error)); });
+            return [context, weak = std::weak_ptr(timer)] {
+                asio::post(*context, [weak] {
+                    if (auto timer = weak.lock())
+                        timer->cancel();
+                });
+            };
+        });
+    if (cancelled)
+        throw boost::system::system_error(asio::error::operation_aborted);
 }
 
 } // namespace kelvadrome

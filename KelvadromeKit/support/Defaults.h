@@ -13,8 +13,8 @@ namespace kelvadrome {
 /// What a key of the user's defaults holds.
 using DefaultsValue = std::variant<bool, std::int64_t, double, std::string>;
 
-/// The user's defaults: a small persistent key-value store with a volatile layer of command-line arguments above
-/// it. Safe from any thread.
+/// The user's defaults: a small persistent key-value store with a volatile layer of command-line arguments
+/// above it. Safe from any thread.
 class Defaults {
 public:
     virtual ~Defaults() = default;
@@ -30,8 +30,9 @@ public:
     std::optional<std::string> string(std::string_view key) const;
     /// The value when it is a boolean, and nothing else.
     std::optional<bool> storedBoolean(std::string_view key) const;
-    /// The value read generously, as an argument such as "-KDOpenPanel YES" gives it: a boolean, a number that
-    /// isn't 0, or a string that begins with "Y", "y", "T", "t" or a digit from 1 to 9. Not set reads as false.
+    /// The value read generously, as an argument such as "-KDOpenPanel YES" gives it: a boolean, a number
+    /// that isn't 0, or a string that begins with "Y", "y", "T", "t" or a digit from 1 to 9. Not set reads as
+    /// false.
     bool boolean(std::string_view key) const;
 };
 

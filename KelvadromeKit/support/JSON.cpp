@@ -18,14 +18,15 @@ std::string describe(const std::string& path, const std::string& problem) {
     return path.empty() ? problem : path + " " + problem;
 }
 
-/// The text with ".0" behind each integer beyond 64 bits, which the parser refuses: it then reads as a number of
-/// the wrong type at its own place, and spoils nothing elsewhere.
+/// The text with ".0" behind each integer beyond 64 bits, which the parser refuses: it then reads as a number
+/// of the wrong type at its own place, and spoils nothing elsewhere.
 std::string withWideIntegersAsReals(std::string_view text) {
     std::string result;
     for (std::size_t at = 0, end; at < text.size(); at = end) {
         if (text[at] == '"') {
             for (end = at + 1; end < text.size() && text[end] != '"'; ++end) {
-                if (text[end] == '\\') ++end;
+                if (text[end] == '\\')
+                    ++end;
             }
             end = std::min(end + 1, text.size());
         } else {
@@ -36,14 +37,16 @@ std::string withWideIntegersAsReals(std::string_view text) {
         result += piece;
         const auto digits = piece.substr(piece.starts_with('-') ? 1 : 0);
         const bool integer = !digits.empty() && digits.find_first_not_of("0123456789") == digits.npos;
-        if (integer && !Text::parseInteger(piece)) result += ".0";
+        if (integer && !Text::parseInteger(piece))
+            result += ".0";
     }
     return result;
 }
 
 template <class T>
 T orWrongType(std::optional<T> value, const char* expected) {
-    if (!value) throw DecodingError("", expected);
+    if (!value)
+        throw DecodingError("", expected);
     return std::move(*value);
 }
 
@@ -54,46 +57,55 @@ DecodingError::DecodingError(std::string path, std::string problem)
 
 DecodingError DecodingError::under(std::string_view outer) const {
     std::string path(outer);
-    if (!path_.empty() && path_.front() != '[') path += '.';
+    if (!path_.empty() && path_.front() != '[')
+        path += '.';
     return DecodingError(path + path_, problem_);
 }
 
 std::optional<std::string_view> JSONValue::string() const {
     std::string_view text;
-    if (element_.get(text)) return std::nullopt;
+    if (element_.get(text))
+        return std::nullopt;
     return text;
 }
 
 std::optional<std::int64_t> JSONValue::integer() const {
     std::int64_t value = 0;
-    if (!element_.get(value)) return value;
+    if (!element_.get(value))
+        return value;
     double real = 0;
-    if (element_.get(real) || real != std::trunc(real)) return std::nullopt;
-    if (real < -9223372036854775808.0 || real >= 9223372036854775808.0) return std::nullopt;
+    if (element_.get(real) || real != std::trunc(real))
+        return std::nullopt;
+    if (real < -9223372036854775808.0 || real >= 9223372036854775808.0)
+        return std::nullopt;
     return static_cast<std::int64_t>(real);
 }
 
 std::optional<double> JSONValue::number() const {
     double value = 0;
-    if (element_.get(value)) return std::nullopt;
+    if (element_.get(value))
+        return std::nullopt;
     return value;
 }
 
 std::optional<bool> JSONValue::boolean() const {
     bool value = false;
-    if (element_.get(value)) return std::nullopt;
+    if (element_.get(value))
+        return std::nullopt;
     return value;
 }
 
 JSONObject JSONValue::object() const {
     simdjson::dom::object object;
-    if (element_.get(object)) throw DecodingError("", "is not an object");
+    if (element_.get(object))
+        throw DecodingError("", "is not an object");
     return JSONObject(object);
 }
 
 simdjson::dom::array JSONValue::array() const {
     simdjson::dom::array array;
-    if (element_.get(array)) throw DecodingError("", "is not an array");
+    if (element_.get(array))
+        throw DecodingError("", "is not an array");
     return array;
 }
 
@@ -140,18 +152,21 @@ bool JSONDecoder<bool>::decode(const JSONValue& value) {
 namespace detail {
 
 BorrowedParser::BorrowedParser() : parser_(std::move(keptParser)) {
-    if (!parser_) parser_ = std::make_unique<simdjson::dom::parser>();
+    if (!parser_)
+        parser_ = std::make_unique<simdjson::dom::parser>();
 }
 
 BorrowedParser::~BorrowedParser() {
-    if (parser_->capacity() <= largestKeptDocument) keptParser = std::move(parser_);
+    if (parser_->capacity() <= largestKeptDocument)
+        keptParser = std::move(parser_);
 }
 
 JSONValue BorrowedParser::parse(std::string_view text, std::size_t readable) {
     const bool copied = readable < text.size() + simdjson::SIMDJSON_PADDING;
     simdjson::dom::element root;
     auto error = parser_->parse(text.data(), text.size(), copied).get(root);
-    if (error == simdjson::NUMBER_ERROR) error = parser_->parse(withWideIntegersAsReals(text)).get(root);
+    if (error == simdjson::NUMBER_ERROR)
+        error = parser_->parse(withWideIntegersAsReals(text)).get(root);
     if (error) {
         throw DecodingError("", std::string("is not valid JSON: ") + simdjson::error_message(error));
     }

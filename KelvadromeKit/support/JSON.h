@@ -58,7 +58,8 @@ private:
     simdjson::dom::element element_;
 };
 
-/// Reading one type. Records have a static `T decode(const JSONValue&)`; the plain types are specialised below.
+/// Reading one type. Records have a static `T decode(const JSONValue&)`; the plain types are specialised
+/// below.
 template <class T>
 struct JSONDecoder {
     static T decode(const JSONValue& value) { return T::decode(value); }
@@ -69,15 +70,16 @@ class JSONObject {
 public:
     explicit JSONObject(simdjson::dom::object object) : object_(object), cursor_(object.begin()) {}
 
-    /// The value under `key`, null included. The search goes on from the last hit, so that reading keys in the
-    /// order in which they were written is linear.
+    /// The value under `key`, null included. The search goes on from the last hit, so that reading keys in
+    /// the order in which they were written is linear.
     std::optional<JSONValue> find(std::string_view key) const;
 
     /// Missing, null or of another type: DecodingError.
     template <class T>
     T required(std::string_view key) const {
         const auto value = find(key);
-        if (!value || value->isNull()) throw DecodingError(std::string(key), "is missing");
+        if (!value || value->isNull())
+            throw DecodingError(std::string(key), "is missing");
         return decodeAt<T>(key, *value);
     }
 
@@ -85,7 +87,8 @@ public:
     template <class T>
     std::optional<T> optional(std::string_view key) const {
         const auto value = find(key);
-        if (!value || value->isNull()) return std::nullopt;
+        if (!value || value->isNull())
+            return std::nullopt;
         return decodeAt<T>(key, *value);
     }
 
@@ -93,7 +96,8 @@ public:
     template <class T>
     T valueOr(std::string_view key, T fallback) const {
         const auto value = find(key);
-        if (!value || value->isNull()) return fallback;
+        if (!value || value->isNull())
+            return fallback;
         return decodeAt<T>(key, *value);
     }
 
@@ -167,7 +171,8 @@ struct JSONDecoder<std::map<std::string, T>> {
         std::map<std::string, T> result;
         for (const auto field : value.object()) {
             try {
-                result.insert_or_assign(std::string(field.key), JSONDecoder<T>::decode(JSONValue(field.value)));
+                result.insert_or_assign(
+                    std::string(field.key), JSONDecoder<T>::decode(JSONValue(field.value)));
             } catch (const DecodingError& error) {
                 throw error.under(field.key);
             }
@@ -178,7 +183,8 @@ struct JSONDecoder<std::map<std::string, T>> {
 
 namespace detail {
 
-/// A parser taken from this thread's store and given back, so that its buffers are reused from reply to reply.
+/// A parser taken from this thread's store and given back, so that its buffers are reused from reply to
+/// reply.
 class BorrowedParser {
 public:
     BorrowedParser();
@@ -195,9 +201,9 @@ private:
 
 } // namespace detail
 
-/// Parses a whole document and hands its root to `read`, whose result is the result. The root and all that was
-/// reached from it end with the call. `readable` is how much memory may be read from the text's start: a string's
-/// capacity is often enough beyond its end to parse it where it lies, without a copy.
+/// Parses a whole document and hands its root to `read`, whose result is the result. The root and all that
+/// was reached from it end with the call. `readable` is how much memory may be read from the text's start: a
+/// string's capacity is often enough beyond its end to parse it where it lies, without a copy.
 template <class Read>
 auto readJSON(std::string_view text, Read read, std::size_t readable = 0) {
     detail::BorrowedParser parser;

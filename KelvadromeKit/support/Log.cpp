@@ -32,7 +32,8 @@ void setLogSink(std::function<void(std::string_view)> sink) {
 }
 
 std::string describeException(const std::exception_ptr& error) {
-    if (!error) return "no error";
+    if (!error)
+        return "no error";
     try {
         std::rethrow_exception(error);
     } catch (const std::exception& e) {

@@ -9,7 +9,8 @@
 namespace kelvadrome {
 
 bool isCancellation(const std::exception_ptr& error) {
-    if (!error) return false;
+    if (!error)
+        return false;
     try {
         std::rethrow_exception(error);
     } catch (const boost::system::system_error& e) {
@@ -20,9 +21,11 @@ bool isCancellation(const std::exception_ptr& error) {
 }
 
 void TaskHandle::cancel() const {
-    if (!state_) return;
+    if (!state_)
+        return;
     asio::dispatch(state_->executor, [state = state_] {
-        if (!state->ended) state->signal.emit(asio::cancellation_type::terminal);
+        if (!state->ended)
+            state->signal.emit(asio::cancellation_type::terminal);
     });
 }
 
@@ -31,7 +34,8 @@ TaskHandle spawn(Executor executor, std::string name, Task<> body) {
     handle.state_ = std::make_shared<TaskHandle::State>(executor);
     auto finished = [state = handle.state_, name = std::move(name)](std::exception_ptr error) {
         state->ended = true;
-        if (error && !isCancellation(error)) logLine(name + " ended: " + describeException(error));
+        if (error && !isCancellation(error))
+            logLine(name + " ended: " + describeException(error));
     };
     asio::co_spawn(executor, std::move(body),
         asio::bind_cancellation_slot(handle.state_->signal.slot(), std::move(finished)));

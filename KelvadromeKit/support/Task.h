@@ -47,7 +47,8 @@ public:
 
     /// The value, or the exception thrown again.
     T take() {
-        if (result_.index() == 0) std::rethrow_exception(std::get<0>(result_));
+        if (result_.index() == 0)
+            std::rethrow_exception(std::get<0>(result_));
         return std::move(std::get<1>(result_));
     }
 
@@ -64,7 +65,8 @@ public:
     explicit operator bool() const { return !error_; }
     std::exception_ptr error() const { return error_; }
     void take() {
-        if (error_) std::rethrow_exception(error_);
+        if (error_)
+            std::rethrow_exception(error_);
     }
 
 private:
@@ -177,7 +179,8 @@ struct PendingCompletion {
 /// closure must bring about the completion, and may come late, after the completion was called.
 template <class T, class Start>
 Task<T> suspendUntil(Start start) {
-    // GCC 12 destroys what a temporary inside a co_await expression owns twice, so the closure gets a name first.
+    // GCC 12 destroys what a temporary inside a co_await expression owns twice, so the closure gets a name
+    // first.
     auto initiate = [start = std::move(start)](auto handler) mutable {
         auto slot = asio::get_associated_cancellation_slot(handler);
         Executor executor =
@@ -185,7 +188,8 @@ Task<T> suspendUntil(Start start) {
         using Pending = detail::PendingCompletion<decltype(handler)>;
         auto pending = std::make_shared<Pending>(std::move(handler), std::move(executor));
         Completion<T> completion([pending](T result) {
-            if (pending->taken.exchange(true)) return;
+            if (pending->taken.exchange(true))
+                return;
             auto on = std::exchange(pending->executor, Executor());
             asio::post(on, [handler = std::move(pending->handler),
                                result = std::optional<T>(std::move(result))]() mutable {

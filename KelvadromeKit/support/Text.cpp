@@ -19,30 +19,36 @@ struct Decoded {
     bool valid;
 };
 
-/// Reads one scalar at the front of `bytes` (not empty). For ill-formed input the length is that of the maximal
-/// subpart: the longest start of a well-formed sequence, and at least one byte.
+/// Reads one scalar at the front of `bytes` (not empty). For ill-formed input the length is that of the
+/// maximal subpart: the longest start of a well-formed sequence, and at least one byte.
 Decoded decodeOne(std::string_view bytes) {
     const auto at = [&](std::size_t i) { return static_cast<unsigned char>(bytes[i]); };
     const unsigned lead = at(0);
-    if (lead < 0x80) return {lead, 1, true};
+    if (lead < 0x80)
+        return {lead, 1, true};
     std::size_t length = 0;
     unsigned low = 0x80, high = 0xBF;
     if (lead >= 0xC2 && lead <= 0xDF) {
         length = 2;
     } else if (lead >= 0xE0 && lead <= 0xEF) {
         length = 3;
-        if (lead == 0xE0) low = 0xA0;
-        if (lead == 0xED) high = 0x9F;
+        if (lead == 0xE0)
+            low = 0xA0;
+        if (lead == 0xED)
+            high = 0x9F;
     } else if (lead >= 0xF0 && lead <= 0xF4) {
         length = 4;
-        if (lead == 0xF0) low = 0x90;
-        if (lead == 0xF4) high = 0x8F;
+        if (lead == 0xF0)
+            low = 0x90;
+        if (lead == 0xF4)
+            high = 0x8F;
     } else {
         return {replacement, 1, false};
     }
     char32_t scalar = lead & (0xFFu >> (length + 1));
     for (std::size_t i = 1; i < length; ++i) {
-        if (i >= bytes.size() || at(i) < low || at(i) > high) return {replacement, i, false};
+        if (i >= bytes.size() || at(i) < low || at(i) > high)
+            return {replacement, i, false};
         scalar = (scalar << 6) | (at(i) & 0x3F);
         low = 0x80, high = 0xBF;
     }
@@ -76,7 +82,8 @@ std::size_t nextCharacter(std::string_view text, std::size_t offset) {
     while (end < text.size()) {
         one = decodeOne(text.substr(end));
         const auto next = static_cast<utf8proc_int32_t>(one.scalar);
-        if (utf8proc_grapheme_break_stateful(previous, next, &state)) break;
+        if (utf8proc_grapheme_break_stateful(previous, next, &state))
+            break;
         previous = next;
         end += one.length;
     }
@@ -104,17 +111,20 @@ template <class Drop>
 std::string_view trim(std::string_view text, Drop drop) {
     while (!text.empty()) {
         const auto one = decodeOne(text);
-        if (!drop(one.scalar)) break;
+        if (!drop(one.scalar))
+            break;
         text.remove_prefix(one.length);
     }
     while (!text.empty()) {
         auto start = text.size() - 1;
-        while (start > 0 && text.size() - start < 4 && (static_cast<unsigned char>(text[start]) & 0xC0) == 0x80) {
+        while (start > 0 && text.size() - start < 4 &&
+               (static_cast<unsigned char>(text[start]) & 0xC0) == 0x80) {
             --start;
         }
         const auto one = decodeOne(text.substr(start));
         // Bytes behind the scalar are ill-formed, and no blank.
-        if (start + one.length < text.size() || !drop(one.scalar)) break;
+        if (start + one.length < text.size() || !drop(one.scalar))
+            break;
         text.remove_suffix(one.length);
     }
     return text;
@@ -127,7 +137,8 @@ bool isValidUTF8(std::string_view bytes) {
 }
 
 std::string repairUTF8(std::string_view bytes) {
-    if (isValidUTF8(bytes)) return std::string(bytes);
+    if (isValidUTF8(bytes))
+        return std::string(bytes);
     return mapScalars(bytes, [](char32_t scalar) { return scalar; });
 }
 
@@ -145,13 +156,15 @@ std::u32string scalars(std::string_view text) {
 std::string fromScalars(std::u32string_view scalars) {
     std::string result;
     result.reserve(scalars.size());
-    for (const auto scalar : scalars) append(result, scalar);
+    for (const auto scalar : scalars)
+        append(result, scalar);
     return result;
 }
 
 std::size_t characterCount(std::string_view text) {
     std::size_t count = 0;
-    for (std::size_t offset = 0; offset < text.size(); ++count) offset = nextCharacter(text, offset);
+    for (std::size_t offset = 0; offset < text.size(); ++count)
+        offset = nextCharacter(text, offset);
     return count;
 }
 
@@ -169,7 +182,8 @@ std::string normalizedNFC(std::string_view text) {
         static_cast<utf8proc_ssize_t>(text.size()), &mapped,
         static_cast<utf8proc_option_t>(UTF8PROC_STABLE | UTF8PROC_COMPOSE));
     const std::unique_ptr<utf8proc_uint8_t, decltype(&std::free)> owner(mapped, &std::free);
-    if (length < 0) return std::string(text);
+    if (length < 0)
+        return std::string(text);
     return std::string(reinterpret_cast<const char*>(mapped), static_cast<std::size_t>(length));
 }
 
@@ -198,10 +212,13 @@ std::string capitalized(std::string_view text) {
 }
 
 bool isWhitespace(char32_t scalar) {
-    if (scalar >= 9 && scalar <= 13) return true;
-    if (scalar == 0x85) return true;
+    if (scalar >= 9 && scalar <= 13)
+        return true;
+    if (scalar == 0x85)
+        return true;
     const auto category = utf8proc_category(static_cast<utf8proc_int32_t>(scalar));
-    return category == UTF8PROC_CATEGORY_ZS || category == UTF8PROC_CATEGORY_ZL || category == UTF8PROC_CATEGORY_ZP;
+    return category == UTF8PROC_CATEGORY_ZS || category == UTF8PROC_CATEGORY_ZL ||
+           category == UTF8PROC_CATEGORY_ZP;
 }
 
 std::string_view trimBlanks(std::string_view text) {
@@ -219,25 +236,30 @@ std::vector<std::string_view> split(
     std::size_t splits = 0;
     while (splits < maxSplits) {
         const auto at = text.find(separator);
-        if (at == std::string_view::npos) break;
+        if (at == std::string_view::npos)
+            break;
         const auto piece = text.substr(0, at);
         text.remove_prefix(at + 1);
-        if (drop && piece.empty()) continue;
+        if (drop && piece.empty())
+            continue;
         pieces.push_back(piece);
         ++splits;
     }
     if (drop && splits == maxSplits) {
         // What follows the last cut is one piece, without the separators that lead it.
-        while (!text.empty() && text.front() == separator) text.remove_prefix(1);
+        while (!text.empty() && text.front() == separator)
+            text.remove_prefix(1);
     }
-    if (!drop || !text.empty()) pieces.push_back(text);
+    if (!drop || !text.empty())
+        pieces.push_back(text);
     return pieces;
 }
 
 std::string join(const std::vector<std::string>& pieces, std::string_view separator) {
     std::string result;
     for (std::size_t i = 0; i < pieces.size(); ++i) {
-        if (i > 0) result += separator;
+        if (i > 0)
+            result += separator;
         result += pieces[i];
     }
     return result;
@@ -261,11 +283,13 @@ std::string_view lastPathComponent(std::string_view path) {
 std::optional<std::int64_t> parseInteger(std::string_view text, int base) {
     if (text.starts_with('+')) {
         text.remove_prefix(1);
-        if (text.starts_with('-')) return std::nullopt;
+        if (text.starts_with('-'))
+            return std::nullopt;
     }
     std::int64_t value = 0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value, base);
-    if (error != std::errc() || end != text.data() + text.size() || text.empty()) return std::nullopt;
+    if (error != std::errc() || end != text.data() + text.size() || text.empty())
+        return std::nullopt;
     return value;
 }
 

@@ -44,14 +44,15 @@ std::string_view trimWhitespace(std::string_view text);
 bool isWhitespace(char32_t scalar);
 
 /// At most `maxSplits` cuts; with dropped empty pieces, an empty piece uses up no cut.
-std::vector<std::string_view> split(std::string_view text, char separator, EmptyPieces empty = EmptyPieces::keep,
-    std::size_t maxSplits = SIZE_MAX);
+std::vector<std::string_view> split(std::string_view text, char separator,
+    EmptyPieces empty = EmptyPieces::keep, std::size_t maxSplits = SIZE_MAX);
 std::string join(const std::vector<std::string>& pieces, std::string_view separator);
 std::string replaceAll(std::string_view text, std::string_view what, std::string_view with);
 /// The last piece of a path that isn't empty, or the text itself when there is none.
 std::string_view lastPathComponent(std::string_view path);
 
-/// A whole decimal (or base-16) integer with an optional leading "+" or "-"; absent otherwise and on overflow.
+/// A whole decimal (or base-16) integer with an optional leading "+" or "-"; absent otherwise and on
+/// overflow.
 std::optional<std::int64_t> parseInteger(std::string_view text, int base = 10);
 
 } // namespace kelvadrome::Text
