@@ -280,6 +280,8 @@ private:
         panel_->refresh();
         tray_->show(state);
         menu_->show(state);
+        if (setup_)
+            setup_->setTheme(state.appearance);
     }
 
     void activated() {

@@ -136,6 +136,11 @@ void OnboardingWindow::renew(PageSession::Credentials credentials) {
         load(std::move(credentials));
 }
 
+void OnboardingWindow::setTheme(const std::string& theme) {
+    if (std::exchange(web_->theme, theme) != theme)
+        web_->runScript(setThemeScript(theme));
+}
+
 void OnboardingWindow::raise() {
     window_->present();
 }

@@ -35,6 +35,8 @@ public:
     void presentQuietly(PageSession::Credentials credentials, bool firstRun, std::string theme);
     /// Reloads the window, if it is visible, when the session isn't the one that it has.
     void renew(PageSession::Credentials credentials);
+    /// For the page that shows, too.
+    void setTheme(const std::string& theme);
     void raise();
     /// What the user's close does: it asks first while setup isn't finished.
     void requestClose();
