@@ -89,6 +89,10 @@ Sidebar::Sidebar(std::shared_ptr<AppModel> model) : model_(std::move(model)) {
     set_child(list_);
 }
 
+Sidebar::~Sidebar() {
+    list_.unset_header_func(); // the window takes its rows away one by one, when there is nothing left to ask
+}
+
 std::vector<Sidebar::Row> Sidebar::rows(const AppState& state) {
     std::vector<Row> rows;
     for (const auto section : allNavSections) {

@@ -17,6 +17,7 @@ namespace kelvadrome {
 class Sidebar final : public Gtk::ScrolledWindow {
 public:
     explicit Sidebar(std::shared_ptr<AppModel> model);
+    ~Sidebar() override;
 
     void show(const AppState& state);
     const SidebarItem::Value& selected() const { return selected_; }

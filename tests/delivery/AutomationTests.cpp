@@ -93,6 +93,9 @@ TEST_F(AutomationPrompterTest, oneQuestionAtATimePerApp) {
     loop.drain();
     EXPECT_EQ(first->value().take(), (Result{Kind::status, AutomationStatus::unknown}));
     EXPECT_FALSE(other->has_value());
+    question->answer(std::nullopt);
+    loop.drain();
+    EXPECT_TRUE(other->has_value());
 
     auto probe = Question::probe(question);
     probe.request = [](const std::string&) -> Task<ConsentCode> { throw std::runtime_error("no display"); };
