@@ -9,6 +9,21 @@
 
 namespace kelvadrome {
 
+namespace {
+
+constexpr double settlePause = 0.35; // seconds, as on the page
+
+/// Whether a card that was shown stands elsewhere now: others came or went above it, or changed their height.
+bool movesAny(const std::vector<PanelRow>& before, const std::vector<PanelRow>& after) {
+    for (std::size_t i = 0; i < std::min(before.size(), after.size()); ++i) {
+        if (cardOf(before[i]).id != cardOf(after[i]).id || before[i].index() != after[i].index())
+            return true;
+    }
+    return false;
+}
+
+} // namespace
+
 CardList::CardList(std::shared_ptr<CardDesk> desk, CardView::Form form)
     : Gtk::Box(Gtk::Orientation::VERTICAL, 12), desk_(std::move(desk)), form_(form) {
     more_.set_halign(Gtk::Align::CENTER);
@@ -38,8 +53,10 @@ CardList::CardList(std::shared_ptr<CardDesk> desk, CardView::Form form)
 void CardList::show(const std::vector<PanelRow>& rows) {
     if (rows == rows_)
         return;
-    rows_ = rows;
+    const auto before = std::exchange(rows_, rows);
     draw();
+    if (movesAny(before, rows_))
+        settle();
 }
 
 void CardList::draw() {
@@ -82,6 +99,12 @@ void CardList::draw() {
         reorder_child_after(more_, *last);
     if (focusGoes && !views_.empty())
         view(std::min(*focused, views_.size() - 1))->focusTitle();
+}
+
+/// What has just moved under the pointer takes no press for a moment: nobody answers what they have not seen.
+void CardList::settle() {
+    set_can_target(false);
+    settled_.in(settlePause, [this] { set_can_target(true); });
 }
 
 std::optional<std::size_t> CardList::focusedIndex() const {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Kelvadrome/gtk/CardView.h"
+#include "Kelvadrome/gtk/Waking.h"
 
 #include <gtkmm/button.h>
 #include <string>
@@ -22,6 +23,7 @@ private:
     static constexpr std::size_t step = 30; // rows at first, and more with each press on "Show more"
 
     void draw();
+    void settle();
     CardView* view(std::size_t index) const { return views_[index].second; }
     std::optional<std::size_t> focusedIndex() const;
     bool move(int by);
@@ -32,6 +34,7 @@ private:
     std::size_t limit_ = step;
     std::vector<std::pair<std::string, CardView*>> views_; // by card id, as shown
     Gtk::Button more_;
+    Waking settled_;
 };
 
 } // namespace kelvadrome

@@ -137,7 +137,8 @@ void CardView::refresh(const PanelRow& row) {
     if (const auto* const card = std::get_if<PanelCard>(&row)) {
         const auto words = origin(card->agent, card->topic, card->age);
         origin_->set_text(words);
-        setAccessibleName(*title_, (card->highRisk ? "High risk, " : "") + words + ", " + card->summary);
+        setAccessibleName(*title_, (card->highRisk ? "High risk, " : "") + words + ", " + card->summary +
+                                       (card->refused ? ", your answer was not delivered" : ""));
         const auto later = laterWords(card->later);
         later_->set_text(later);
         later_->set_visible(!later.empty());
@@ -161,6 +162,8 @@ void CardView::buildCard(const PanelCard& card) {
     append(*makeTitle(card.summary));
     later_ = wordsLabel({}, "caption");
     append(*later_);
+    if (card.refused)
+        append(*wordsLabel(PanelCard::notDelivered + *card.refused, "warning"));
     setAccessibleDescription(*title_, high ? std::string() : card.card.body);
     if (!high && form_ == Form::open)
         addText(*this, card);

@@ -2,6 +2,7 @@
 
 #include "Kelvadrome/gtk/AccessibleName.h"
 #include "Kelvadrome/gtk/Focus.h"
+#include "Kelvadrome/gtk/Words.h"
 #include "KelvadromeKit/attention/InboxLogic.h"
 
 #include <algorithm>
@@ -31,12 +32,7 @@ std::string sectionCount(NavSection section, const AppState& state) {
 }
 
 Gtk::Label* label(const std::string& text, const char* style) {
-    auto* const made = Gtk::make_managed<Gtk::Label>(text);
-    made->set_xalign(0);
-    made->set_ellipsize(Pango::EllipsizeMode::END);
-    if (*style)
-        made->add_css_class(style);
-    return made;
+    return wordsLabel(text, style, Wrapping::elides);
 }
 
 Gtk::Widget* content(

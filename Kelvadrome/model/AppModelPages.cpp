@@ -203,6 +203,8 @@ void AppModel::setAgentStrip(bool on) {
 void AppModel::setNativeInbox(bool on) {
     d_.defaults->set("KDNativeInbox", on);
     set(&AppState::nativeInbox, on);
+    if (on && state_.section != NavSection::inbox)
+        open(NavSection::inbox, std::nullopt); // elsewhere nothing would show
 }
 
 void AppModel::showAgentStrip() {

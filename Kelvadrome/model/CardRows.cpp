@@ -31,6 +31,13 @@ std::string agentOf(const Card& card, const Session* session) {
     return InboxLogic::agentName(card.agent);
 }
 
+std::optional<std::string> refusalOf(const Card& card) {
+    if (!card.refs)
+        return std::nullopt;
+    const auto found = card.refs->find("last_refusal");
+    return found == card.refs->end() ? std::nullopt : std::optional(found->second);
+}
+
 std::vector<PanelAction> actionsOf(const Card& card, bool holdsEdgeBrowser) {
     std::vector<PanelAction> actions;
     if (card.risk == "high") {
@@ -62,6 +69,7 @@ PanelCard cardRow(const AppState& state, const Card& card, const Session* sessio
         .topic = topicTitle(state, card.topic),
         .age = InboxLogic::age(card.openedAt, now),
         .summary = InboxLogic::summary(card),
+        .refused = refusalOf(card),
         .highRisk = card.risk == "high",
         .later = laterOf(state, card, now),
         .actions = actionsOf(card, session && holdsEdge(state, *session))};

@@ -41,9 +41,13 @@ struct PanelCard {
     std::optional<std::string> topic = {};
     std::string age = {};
     std::string summary = {};
-    bool highRisk = false;                 // to be reviewed in the page; never answered from here
-    std::optional<WallTime> later = {};    // when the panel shows it again, while that is to come
+    std::optional<std::string> refused =
+        {};                             // why the last answer didn't reach the agent: follows `notDelivered`
+    bool highRisk = false;              // to be reviewed in the page; never answered from here
+    std::optional<WallTime> later = {}; // when the panel shows it again, while that is to come
     std::vector<PanelAction> actions = {}; // the chief one first, "Snooze" last
+
+    static constexpr const char* notDelivered = "Your answer was not delivered: ";
 
     bool operator==(const PanelCard&) const = default;
 };

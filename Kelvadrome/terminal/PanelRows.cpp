@@ -145,6 +145,8 @@ std::vector<StyledLine> cardLines(const PanelCard& row, bool selected, bool expa
         spread(whoAndWhat(row.agent, row.topic, selected ? Style::strong : Style::plain), right, columns));
     paragraph(out, cleanLine(row.summary), selected ? Style::strong : Style::plain, 0, columns,
         expanded ? 0 : collapsedSummary);
+    if (row.refused)
+        paragraph(out, cleanLine(PanelCard::notDelivered + *row.refused), Style::warn, 0, columns);
     if (expanded) {
         if (!row.card.body.empty())
             paragraph(out, clean(row.card.body), Style::dim, 0, columns);

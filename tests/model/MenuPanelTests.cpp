@@ -69,6 +69,13 @@ TEST(MenuPanel, threeRowsShowAndHeldCardsThatAreGoneStandInFront) {
     EXPECT_EQ(shown(state), (Words{"c", "a", "b"}));
 }
 
+TEST(MenuPanel, aCardWhoseAnswerWasRefusedSaysSo) {
+    auto asked = card("a");
+    EXPECT_EQ(firstCard(ready({asked})).refused, std::nullopt);
+    asked.refs.emplace()["last_refusal"] = "the pane is closed";
+    EXPECT_EQ(firstCard(ready({asked})).refused, "the pane is closed");
+}
+
 TEST(MenuPanel, aSnoozedCardIsHiddenUntilItsTimeUnlessItIsBeingAnswered) {
     auto state = ready({card("a"), card("b")});
     state.later["a"] = now + seconds(1);

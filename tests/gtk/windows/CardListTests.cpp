@@ -168,6 +168,20 @@ TEST_F(CardListStage, theFocusNeverGoesToAnAnswerThatTheNextPressWasNotMeantFor)
     EXPECT_EQ(pressed, Kind::snooze) << "not the option that bears the same words";
 }
 
+TEST_F(CardListStage, whatHasJustMovedTakesNoPressOfThePointer) {
+    list->show({card("a"), card("b")});
+    list->show({card("a"), card("b"), card("c")});
+    EXPECT_TRUE(list->get_can_target()) << "one below moves nothing";
+    list->show({hold("a", 2), card("b"), card("c")});
+    EXPECT_FALSE(list->get_can_target());
+    const auto limit = g_get_monotonic_time() + 10 * G_USEC_PER_SEC;
+    while (!list->get_can_target() && g_get_monotonic_time() < limit) {
+        g_main_context_iteration(nullptr, FALSE);
+        g_usleep(1000);
+    }
+    EXPECT_TRUE(list->get_can_target());
+}
+
 TEST_F(CardListStage, aBatchIsSentWholeAndAHighRiskOffersNoAnswer) {
     auto batch = card("a");
     batch.card.kind = "batch";

@@ -74,9 +74,10 @@ export class CardList {
     const before = anchor?.getBoundingClientRect().top;
     const tops = new Map([...this.feed.children].slice(0, 6).map((element) => [element, element.offsetTop]));
     paint();
+    const moved = () => Math.abs(anchor.getBoundingClientRect().top - before) > 1;
     if (anchor?.isConnected) {
-      const moved = anchor.getBoundingClientRect().top - before;
-      if (Math.abs(moved) > 1) scrollBy(0, moved);
+      if (moved()) scrollBy(0, anchor.getBoundingClientRect().top - before);
+      if (moved()) this.#pause();  // the page's end was nearer than that
     } else if ([...tops].some(([element, top]) => element.isConnected && element.offsetTop !== top)) this.#pause();
   }
 
