@@ -20,6 +20,9 @@ void cookieIsThere(GObject*, GAsyncResult*, gpointer data) {
 void open(Page& page, const char* cookie) {
     auto* session = webkit_network_session_new_ephemeral();
     page.view = WEBKIT_WEB_VIEW(g_object_new(WEBKIT_TYPE_WEB_VIEW, "network-session", session, nullptr));
+    // The daemon answers the shell with other headers than a browser.
+    webkit_settings_set_user_agent_with_application_details(
+        webkit_web_view_get_settings(page.view), "KelvadromeShell", "0");
     auto* window = gtk_window_new();
     gtk_window_set_title(GTK_WINDOW(window), "bare");
     gtk_window_set_default_size(GTK_WINDOW(window), 1180, 780);

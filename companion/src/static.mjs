@@ -12,9 +12,11 @@ export const PAGE_HEADERS = {
   'Content-Security-Policy': "default-src 'none'; script-src 'self'; style-src 'self'; img-src 'self' data:; connect-src 'self'; base-uri 'none'; form-action 'none'; frame-ancestors 'none'; require-trusted-types-for 'script'",
   // Not "no-referrer": some engines then send "Origin: null" with the page's own writes.
   'Referrer-Policy': 'same-origin',
-  'Cross-Origin-Opener-Policy': 'same-origin',
   'Cross-Origin-Resource-Policy': 'same-origin',
 };
+
+/** In the shell nobody else can hold the page's window; WebKit would start a second process, to keep for ever, to make sure. */
+const openerPolicy = (req) => (req.headers['user-agent']?.includes('KelvadromeShell/') ? {} : { 'Cross-Origin-Opener-Policy': 'same-origin' });
 
 /** Sends the file for `pathname`, or throws `not_found`. Nothing outside `root` is reachable, not by links either. */
 export async function sendFile(res, root, pathname) {
@@ -30,7 +32,7 @@ export async function sendFile(res, root, pathname) {
     const top = await realpath(root);
     const file = await realpath(join(top, name));
     if (!file.startsWith(top + sep) || !(await stat(file)).isFile()) throw noRoute(pathname);
-    send(res, 200, { 'Content-Type': type, ...PAGE_HEADERS }, await readFile(file));
+    send(res, 200, { 'Content-Type': type, ...PAGE_HEADERS, ...openerPolicy(res.req) }, await readFile(file));
   } catch (error) {
     throw error.code === 'ENOENT' || error.code === 'ENOTDIR' ? noRoute(pathname) : error;
   }
@@ -44,5 +46,5 @@ const NOTICE_HEADERS = { ...PAGE_HEADERS, 'Content-Security-Policy': PAGE_HEADER
 /** A bare page with one sentence, for a visitor without a session. */
 export function sendNotice(res, status, title, words) {
   const body = `<!doctype html><html lang="en"><meta charset="utf-8"><meta name="color-scheme" content="light dark"><meta name="viewport" content="width=device-width"><title>${escape(title)}</title><style>${NOTICE_STYLE}</style><h1>${escape(title)}</h1><p>${escape(words)}</p></html>`;
-  send(res, status, { 'Content-Type': TYPES['.html'], ...NOTICE_HEADERS }, body);
+  send(res, status, { 'Content-Type': TYPES['.html'], ...NOTICE_HEADERS, ...openerPolicy(res.req) }, body);
 }
