@@ -255,6 +255,22 @@ void DesktopStage::waitActive(const std::string& window) {
     until([&] { return activeWindow() == window; }, "\"" + window + "\" to be in front");
 }
 
+void DesktopStage::altF4(const std::function<bool()>& done, const std::string& what) {
+    using Clock = std::chrono::steady_clock;
+    auto again = Clock::now();
+    until(
+        [&] {
+            if (done())
+                return true;
+            if (Clock::now() >= again) {
+                keys("alt+F4");
+                again = Clock::now() + std::chrono::seconds(4);
+            }
+            return false;
+        },
+        what);
+}
+
 bool DesktopStage::isOpen(const std::string& window) const {
     return !run({"xdotool", "search", "--onlyvisible", "--name", exact(window)}).empty();
 }

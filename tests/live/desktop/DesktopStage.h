@@ -56,10 +56,12 @@ protected:
     void waitActive(const std::string& window);
     bool isOpen(const std::string& window) const;
     void waitClosed(const std::string& window);
+    /// The window in front asks to close. While the focus is on its way the window manager hears its key in
+    /// vain, so it is pressed again until `done`.
+    void altF4(const std::function<bool()>& done, const std::string& what);
     void close(const std::string& window) {
         waitActive(window);
-        keys("alt+F4");
-        waitClosed(window);
+        altF4([&] { return !isOpen(window); }, "\"" + window + "\" to close");
     }
     /// Whether the sidebar's row of this section is selected.
     bool isSelected(const std::string& section) const;

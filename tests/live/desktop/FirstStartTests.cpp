@@ -12,6 +12,11 @@ TEST_F(DesktopStage, aFirstStartLeadsThroughSetupAndAsksBeforeAnInstallIsLost) {
     startApp();
     waitActive(setup);
 
+    const auto askToClose = [this] {
+        altF4([this] { return reader->find("Finish setup later?").has_value(); },
+            "the question before it closes");
+    };
+
     app->signal(SIGTERM);
     see("Claude Code is installing. Quit anyway?");
     see("The install stops with kelvadrome and shows as interrupted at the next start.");
@@ -21,12 +26,11 @@ TEST_F(DesktopStage, aFirstStartLeadsThroughSetupAndAsksBeforeAnInstallIsLost) {
 
     // Closing asks once; "Finish later" leaves a line in the panel.
     waitActive(setup);
-    keys("alt+F4");
-    see("Finish setup later?");
+    askToClose();
     press("Keep going");
     gone("Finish setup later?");
     waitActive(setup);
-    keys("alt+F4");
+    askToClose();
     press("Finish later");
     waitClosed(setup);
     activateTrayItem();
@@ -35,7 +39,7 @@ TEST_F(DesktopStage, aFirstStartLeadsThroughSetupAndAsksBeforeAnInstallIsLost) {
     waitActive(setup);
 
     // A second start brings setup back, not the main window.
-    keys("alt+F4");
+    askToClose();
     press("Finish later");
     waitClosed(setup);
     const auto loads = timesAsked("page POST /v1/onboarding/status 200");
