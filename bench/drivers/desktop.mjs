@@ -30,7 +30,7 @@ function firstLine(program, words, options) {
   return { child, line };
 }
 
-const xvfb = firstLine('Xvfb', ['-displayfd', '1', '-screen', '0', '1400x950x24', '-nolisten', 'tcp'], {});
+const xvfb = firstLine('Xvfb', ['-noreset', '-displayfd', '1', '-screen', '0', '1400x950x24', '-nolisten', 'tcp'], {});
 const display = `:${await xvfb.line}`;
 const manager = spawn('openbox', ['--sm-disable'], { env: { ...process.env, DISPLAY: display }, stdio: 'ignore' });
 

@@ -14,7 +14,7 @@ const SETTLE_MS = 700;    // transitions and the page's drawing end in it
 class Screen {
   static async open(width, height) {
     const screen = new Screen();
-    screen.server = spawn('Xvfb', ['-displayfd', '3', '-screen', '0', `${width}x${height}x24`, '-nolisten', 'tcp'], { stdio: ['ignore', 'ignore', 'ignore', 'pipe'] });
+    screen.server = spawn('Xvfb', ['-noreset', '-displayfd', '3', '-screen', '0', `${width}x${height}x24`, '-nolisten', 'tcp'], { stdio: ['ignore', 'ignore', 'ignore', 'pipe'] });
     const number = await new Promise((done, failed) => {
       screen.server.stdio[3].once('data', (text) => done(String(text).trim()));
       screen.server.once('error', failed).once('exit', () => failed(new Error('Xvfb ended')));

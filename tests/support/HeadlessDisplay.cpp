@@ -23,7 +23,9 @@ namespace {
     dup2(nothing, STDIN_FILENO);
     dup2(nothing, STDERR_FILENO);
     dup2(number, STDOUT_FILENO);
-    execlp("Xvfb", "Xvfb", "-displayfd", "1", "-screen", "0", "1280x1000x24", "-nolisten", "tcp", nullptr);
+    // Without -noreset it starts anew when its last client goes, and throws out whoever is just coming.
+    execlp("Xvfb", "Xvfb", "-noreset", "-displayfd", "1", "-screen", "0", "1280x1000x24", "-nolisten", "tcp",
+        nullptr);
     _exit(127);
 }
 
