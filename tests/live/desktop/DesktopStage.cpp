@@ -304,11 +304,13 @@ bool DesktopStage::isAbove(const std::string& window) const {
 
 /// The card has the focus: "1" chooses, which shows the review with the focus on "Back".
 void DesktopStage::approveOnPage() {
-    const auto before = timesAsked("page POST /v1/page/review 200");
-    keys("1");
-    until([&] { return timesAsked("page POST /v1/page/review 200") > before; }, "the review on the page");
-    keys("Tab Return"); // to "Confirm and send"
-    until([&] { return wasAsked("page POST /v1/cards/answer 200"); }, "the page's answer");
+    const auto pressed = [this](const char* chord, const std::string& request, const char* what) {
+        const auto before = timesAsked(request);
+        keys(chord);
+        until([&] { return timesAsked(request) > before; }, what);
+    };
+    pressed("1", "page POST /v1/page/review 200", "the review on the page");
+    pressed("Tab Return", "page POST /v1/cards/answer 200", "the page's answer"); // to "Confirm and send"
 }
 
 void DesktopStage::walkThroughSetup() {
