@@ -1,12 +1,12 @@
 #include "Kelvadrome/hub/LocalHub.h"
 
 #include "Kelvadrome/platform/linux/CurlHTTP.h"
+#include "Kelvadrome/platform/linux/DeliveryRunners.h"
 #include "Kelvadrome/platform/linux/LaunchctlEffects.h"
 #include "Kelvadrome/platform/linux/PosixChild.h"
 #include "Kelvadrome/platform/linux/Resources.h"
 #include "Kelvadrome/platform/linux/SystemdAgentService.h"
 #include "KelvadromeKit/daemon/DaemonLaunchPlan.h"
-#include "KelvadromeKit/delivery/ProcessRunner.h"
 #include "KelvadromeKit/delivery/SystemHostAccess.h"
 #include "KelvadromeKit/page/PageKey.h"
 
@@ -48,10 +48,12 @@ LocalHub::LocalHub(const std::vector<std::string>& arguments, Executor on, Backg
       session(std::make_shared<PageSession>(executor, std::make_shared<CurlHTTP>(pool), mint)),
       automation(std::make_shared<AutomationPrompter>(
           executor, hostAccess(lock).automation(), std::make_shared<DefaultsFlags>(defaults))),
+      runners(std::make_shared<DeliveryRunners>(pool, environment, clock)),
       deliver(std::make_shared<DeliverService>(DeliverService::Dependencies{.executor = executor,
           .clock = clock,
           .session = session,
-          .live = LiveExecutor{.runner = std::make_shared<ProcessRunner>(pool, environment),
+          .runnerFor = [runners = runners](const DeliverJob& job) { return runners->forJob(job); },
+          .live = LiveExecutor{.runner = runners->plain(),
               .bins = LiveExecutor::findBins(Files::userHome()),
               .clock = clock,
               .home = Files::userHome()},

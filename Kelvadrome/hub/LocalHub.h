@@ -14,6 +14,8 @@
 
 namespace kelvadrome {
 
+class DeliveryRunners;
+
 /// What every front end of this machine is built on, in the order in which it is made: settings, the daemon's
 /// place and client, the page session, the delivery and the supervisor. A front end adds its windows and
 /// makes the model. Main executor; outlives the model.
@@ -41,6 +43,7 @@ public:
     const PageSession::Mint mint;
     const std::shared_ptr<PageSession> session;
     const std::shared_ptr<AutomationPrompter> automation;
+    const std::shared_ptr<DeliveryRunners> runners;
     const std::shared_ptr<DeliverService> deliver;
 };
 

@@ -103,7 +103,10 @@ Task<> DeliverService::handle(DeliverJob job) {
     if (credentials)
         presenceTags.insert(Presence::tag(credentials->cookieValue));
     LiveExecutor::Start start = [session = with_.session, id = job.id] { return askToStart(session, id); };
-    const auto outcome = co_await with_.live.perform(job, presenceTags, with_.clock->now(), start);
+    auto live = with_.live;
+    if (with_.runnerFor)
+        live.runner = with_.runnerFor(job);
+    const auto outcome = co_await live.perform(job, presenceTags, with_.clock->now(), start);
     lastOutcome_ = job.type + " " + outcome.outcome;
 
     auto report = outcome.wire();
@@ -176,7 +179,7 @@ Task<> DeliverService::labelTabs() {
         RunCommand label{std::string(HostPlan::osascript),
             {"-e", std::string(LiveScripts::itermLabel), "/dev/" + tty, ref, name}, 0};
         const auto output = co_await with_.live.runner->run(std::move(label), labelLimit);
-        if (output.status == 0 && Text::trimWhitespace(output.stdoutText) == "ok")
+        if (output.succeeded() && Text::trimWhitespace(output.stdoutText) == "ok")
             labelled_[ref] = name;
     }
 }

@@ -25,6 +25,8 @@ public:
         Executor executor; // the main one
         std::shared_ptr<Clock> clock;
         std::shared_ptr<PageSession> session;
+        /// What a job's commands go through; without it, what `live` has.
+        std::function<std::shared_ptr<CommandRunning>(const DeliverJob&)> runnerFor = {};
         LiveExecutor live;
         std::shared_ptr<AutomationPrompter> prompter;
         HostAccessProbe probe;

@@ -3,6 +3,7 @@
 #include "KelvadromeKit/support/Task.h"
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -23,7 +24,12 @@ struct RunOutput {
     std::string stdoutText;   // at most its first 1,000,000 bytes, repaired
     std::string stderrText;   // at most its first 2,048 bytes, repaired
     bool timedOut = false;
+    // What stands between the caller and the command adds these:
+    std::optional<std::string> refusal = {}; // why it was not carried out, in the user's words
+    bool mayHaveActed = false;               // it failed, and yet some of its effect may have come about
 
+    /// It ran to its end, and well. A tmux client that is told to stop ends with 0 too.
+    bool succeeded() const { return status == 0 && !timedOut && !refusal; }
     bool operator==(const RunOutput&) const = default;
 };
 

@@ -2,6 +2,7 @@
 
 #include "KelvadromeKit/delivery/LiveScripts.h"
 #include "KelvadromeKit/delivery/ShellLine.h"
+#include "KelvadromeKit/delivery/TmuxWord.h"
 #include "KelvadromeKit/support/Text.h"
 
 #include <re2/re2.h>
@@ -51,13 +52,6 @@ RunCommand itermStroke(
     return script(LiveScripts::itermWrite, tty, {ref, modes.at(stroke), payload});
 }
 
-/// A word for tmux exactly as it stands: unescaped, a semicolon at its end would end the command instead.
-std::string tmuxWord(std::string word) {
-    if (word.ends_with(';'))
-        word.insert(word.size() - 1, "\\");
-    return word;
-}
-
 /// A folder for tmux exactly as it stands. tmux expands formats in it, and "#(command)" is one: every "#" is
 /// doubled, except those right before "[", which tmux leaves alone.
 std::string tmuxFolder(std::string_view path) {
@@ -70,13 +64,13 @@ std::string tmuxFolder(std::string_view path) {
         result.append(plain);
         path = rest.substr(plain.size());
     }
-    return tmuxWord(std::move(result));
+    return TmuxWord::escape(std::move(result));
 }
 
 /// The program that tmux starts. Without arguments tmux hands it to a shell, which must see one word.
 std::string tmuxProgram(const std::string& path, bool alone) {
     static const RE2 plain("[A-Za-z0-9_./-]+");
-    return alone && !RE2::FullMatch(path, plain) ? ShellLine::quote(path) : tmuxWord(path);
+    return alone && !RE2::FullMatch(path, plain) ? ShellLine::quote(path) : TmuxWord::escape(path);
 }
 
 RunCommand tmuxStroke(
@@ -86,7 +80,7 @@ RunCommand tmuxStroke(
     if (stroke == Stroke::escape)
         return {tmux, {"send-keys", "-t", ref, "Escape"}, 0};
     // Literal and after "--", so that neither a key's name nor a leading dash reads as anything else.
-    return {tmux, {"send-keys", "-t", ref, "-l", "--", tmuxWord(payload)}, 0};
+    return {tmux, {"send-keys", "-t", ref, "-l", "--", TmuxWord::escape(payload)}, 0};
 }
 
 RunCommand herdrStroke(
@@ -264,7 +258,7 @@ std::optional<RunCommand> tmuxOpen(
     RE2::GlobalReplace(&name, foreign, "");
     Words args{"new-session", "-d", "-s", "kd-" + name, "-c", tmuxFolder(job.open->cwd), "--",
         tmuxProgram(*agent, argv.size() == 1)};
-    std::transform(argv.begin() + 1, argv.end(), std::back_inserter(args), tmuxWord);
+    std::transform(argv.begin() + 1, argv.end(), std::back_inserter(args), TmuxWord::escape);
     return RunCommand{*tmux, std::move(args), 0};
 }
 

@@ -67,6 +67,16 @@ Task<std::optional<ProcFacts>> LiveExecutor::facts(std::optional<std::int64_t> p
 
 Task<JobOutcome> LiveExecutor::perform(
     DeliverJob job, std::set<std::string> presenceTags, WallTime now, Start start) const {
+    auto outcome =
+        co_await attempt(carryOut(std::move(job), std::move(presenceTags), now, std::move(start)));
+    // Short of memory or threads, say, and perhaps between two keys: nobody can tell.
+    if (!outcome && !isCancellation(outcome.error()))
+        co_return JobOutcome::failed("the delivery broke off");
+    co_return outcome.take();
+}
+
+Task<JobOutcome> LiveExecutor::carryOut(
+    DeliverJob job, std::set<std::string> presenceTags, WallTime now, Start start) const {
     const auto found = co_await facts(job.pid);
     if (auto refusal = DeliverCheck::refusal(job, found, presenceTags, now))
         co_return JobOutcome::refused(std::move(*refusal));
@@ -113,12 +123,12 @@ Task<JobOutcome> LiveExecutor::open(DeliverJob job) const {
         if (!command)
             co_return JobOutcome::refused("tmux or the agent was not found");
         const auto output = co_await runner->run(std::move(*command), openLimit);
-        co_return output.status == 0 ? JobOutcome::done()
+        co_return output.succeeded() ? JobOutcome::done()
                                      : JobOutcome::failed("tmux did not open the session");
     }
     auto command = scriptCommand(LiveScripts::itermOpen, *line);
     const auto output = co_await runner->run(std::move(command), openLimit);
-    const bool opened = output.status == 0 && output.stdoutText.find("ok") != std::string::npos;
+    const bool opened = output.succeeded() && output.stdoutText.find("ok") != std::string::npos;
     co_return opened ? JobOutcome::done() : JobOutcome::failed("iTerm2 did not open the window");
 }
 
@@ -162,19 +172,21 @@ Task<JobOutcome> LiveExecutor::typePlan(DeliverJob job, std::vector<RunCommand> 
 }
 
 /// Runs one command of a terminal; absent when it took it, else how the job ends, with `words` where there is
-/// no verdict. A `first` command that failed pressed nothing, unless it was stopped on its way.
+/// no verdict. A `first` command that failed pressed nothing, unless it was stopped on its way or says
+/// otherwise.
 Task<std::optional<JobOutcome>> LiveExecutor::endOf(
     RunCommand command, double timeout, std::string words, bool first) const {
     const bool script = command.path == HostPlan::osascript;
     const auto output = co_await runner->run(std::move(command), timeout);
-    std::optional<std::string> why;
-    if (script)
+    std::optional<std::string> why = output.refusal;
+    if (!why && script)
         why = HostPlan::scriptRefusal(output.stdoutText);
-    if (!why && output.status != 0)
+    if (!why && !output.succeeded())
         why = std::move(words);
     if (!why)
         co_return std::nullopt;
-    co_return first && !output.timedOut ? JobOutcome::refused(std::move(*why))
+    const bool nothingPressed = first && !output.timedOut && !output.mayHaveActed;
+    co_return nothingPressed ? JobOutcome::refused(std::move(*why))
                                         : JobOutcome::failed(std::move(*why));
 }
 
@@ -184,7 +196,9 @@ Task<std::optional<std::string>> LiveExecutor::firstKeyRefusal(DeliverJob job) c
         co_return std::nullopt;
     if (auto preflight = HostPlan::preflight(job, bins)) {
         const auto output = co_await runner->run(std::move(*preflight), preflightLimit);
-        if (output.status != 0 || !HostPlan::preflightPasses(job, output.stdoutText))
+        if (output.refusal)
+            co_return output.refusal;
+        if (!output.succeeded() || !HostPlan::preflightPasses(job, output.stdoutText))
             co_return "the pane no longer holds this session";
     }
     auto refusal = co_await paneRefusal(job);
@@ -201,7 +215,9 @@ Task<std::optional<std::string>> LiveExecutor::paneRefusal(DeliverJob job) const
     if (!state)
         co_return std::nullopt;
     const auto output = co_await runner->run(std::move(*state), preflightLimit);
-    if (output.status != 0)
+    if (output.refusal)
+        co_return output.refusal;
+    if (!output.succeeded())
         co_return "the pane no longer holds this session";
     co_return HostPlan::paneRefusal(job, output.stdoutText);
 }

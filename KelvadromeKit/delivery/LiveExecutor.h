@@ -79,6 +79,9 @@ private:
 
     using Pressed = std::variant<std::string, JobOutcome>;
 
+    Task<JobOutcome> carryOut(
+        DeliverJob job, std::set<std::string> presenceTags, WallTime now, Start start) const;
+
     Task<std::optional<JobOutcome>> endOf(
         RunCommand command, double timeout, std::string words, bool first) const;
     Task<std::optional<std::string>> processRefusal(DeliverJob job) const;

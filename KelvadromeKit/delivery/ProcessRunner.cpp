@@ -231,7 +231,10 @@ Task<RunOutput> ProcessRunner::run(RunCommand command, double timeout) {
         return child.start(command, *environment) ? child.finish(timeout, stop->get()) : RunOutput();
     };
     auto cancel = [stop] { ::eventfd_write(stop->get(), 1); };
-    co_return co_await pool_.run(std::move(work), std::move(cancel));
+    auto output = co_await attempt(pool_.run(std::move(work), std::move(cancel)));
+    if (!output && !isCancellation(output.error()))
+        co_return RunOutput(); // no thread to be had: it never started
+    co_return output.take();
 }
 
 } // namespace kelvadrome

@@ -31,7 +31,7 @@ Task<std::optional<TrustScreen::Match>> LiveExecutor::trustScreen(DeliverJob job
     if (!read)
         co_return std::nullopt;
     const auto output = co_await runner->run(std::move(*read), readLimit);
-    if (output.status != 0)
+    if (!output.succeeded())
         co_return std::nullopt;
     co_return TrustScreen::match(output.stdoutText, job.screen->folder, home);
 }

@@ -1,3 +1,4 @@
+#include "Kelvadrome/platform/linux/DeliveryRunners.h"
 #include "KelvadromeKit/delivery/LiveExecutor.h"
 #include "KelvadromeKit/delivery/ProcessRunner.h"
 #include "KelvadromeKit/support/Text.h"
@@ -51,7 +52,7 @@ protected:
 
     /// An answer for the agent as it is now.
     DeliverJob answer(std::vector<DeliverStep> steps) {
-        const auto executor = live();
+        const auto executor = live(runner);
         const auto facts = loop.run(executor.facts(pid));
         EXPECT_TRUE(facts && facts->isAgent("claude") && facts->foreground());
         DeliverJob job;
@@ -70,16 +71,16 @@ protected:
     }
 
     JobOutcome perform(DeliverJob job, const std::function<void(double)>& onPause = {}) {
-        const auto executor = live();
+        const auto executor = live(runners.forJob(job));
         return runPaced(loop, *clock, executor.perform(std::move(job), {"tag"}, clock->now(), go), onPause);
     }
     /// The keys alone, for what the first checks would already have caught.
     JobOutcome type(DeliverJob job) {
-        const auto executor = live();
+        const auto executor = live(runners.forJob(job));
         return runPaced(loop, *clock, executor.type(std::move(job), go));
     }
-    LiveExecutor live() const {
-        return {runner, {{"tmux", "/usr/bin/tmux"}, {"claude", agent_}}, clock, "/nobody"};
+    LiveExecutor live(std::shared_ptr<CommandRunning> through) const {
+        return {std::move(through), {{"tmux", "/usr/bin/tmux"}, {"claude", agent_}}, clock, "/nobody"};
     }
 
     std::string typed() const { return Files::read(log_, 1'000'000).value_or(""); }
@@ -100,6 +101,8 @@ protected:
     std::shared_ptr<ProcessRunner> runner = std::make_shared<ProcessRunner>(loop.pool(),
         std::map<std::string, std::string>{{"PATH", "/usr/bin:/bin"}, {"LANG", "C.UTF-8"}, {"TERM", "xterm"},
             {"HOME", folder.path().string()}, {"TMUX_TMPDIR", folder.path().string()}});
+    // Waits of its own pass in real time; the pauses between keys are turned by hand.
+    const DeliveryRunners runners{loop.pool(), {}, std::make_shared<SystemClock>(), runner};
     std::string pane;
     std::int64_t pid = 0;
     int starts = 0;
@@ -168,7 +171,7 @@ TEST_F(TmuxDelivery, anAgentInTheBackgroundGetsNoKeys) {
     startAgent();
     const auto job = answer({DeliverStep::key("1")});
     kill(SIGUSR2);
-    const auto executor = live();
+    const auto executor = live(runner);
     loop.until([&] { return !loop.run(executor.facts(pid)).value().foreground(); },
         "another group to take the terminal");
     const std::string background = "the agent is not in the foreground of its terminal";

@@ -1,0 +1,162 @@
+#include "Kelvadrome/platform/linux/ProcAgentWatch.h"
+
+#include "KelvadromeKit/support/Descriptor.h"
+#include "KelvadromeKit/support/Text.h"
+
+#include <fmt/format.h>
+#include <re2/re2.h>
+
+#include <algorithm>
+#include <fcntl.h>
+#include <set>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <termios.h>
+#include <unistd.h>
+
+namespace kelvadrome {
+
+using ProcessTable::Row;
+
+namespace {
+
+/// The same process with the same program in it. An exec moves the stack and the arguments; where they may
+/// not be read they are 0 both times.
+bool isSame(const Row& first, const Row& now) {
+    return first.pid == now.pid && first.started == now.started && first.stackStart == now.stackStart &&
+           first.argumentsStart == now.argumentsStart;
+}
+
+/// The process and those that started it. One that starts an agent and waits for it (node, npm, a script)
+/// shares its terminal and doesn't read from it.
+std::set<std::int64_t> withAncestors(const Row& row) {
+    std::set<std::int64_t> pids{row.pid};
+    auto next = ProcessTable::row(row.parent);
+    while (next && next->pid > 1 && pids.insert(next->pid).second)
+        next = ProcessTable::row(next->parent);
+    return pids;
+}
+
+/// A name for a sentence on a card; a program may give itself any.
+std::string nameOf(const Row& row) {
+    static const RE2 plain("[A-Za-z0-9._+-]{1,16}");
+    return RE2::FullMatch(row.comm, plain) ? row.comm : "another program";
+}
+
+std::optional<std::string> companyRefusal(const Row& agent) {
+    const auto own = withAncestors(agent);
+    for (const auto& member : ProcessTable::group(agent.foregroundGroup)) {
+        if (member.ended())
+            continue;
+        if (member.stopped())
+            return "the agent is suspended";
+        if (!own.contains(member.pid) &&
+            ProcessTable::readsTerminal(member.pid, *agent.tty) != ProcessTable::Reading::no)
+            return fmt::format("{} reads from the agent's terminal", nameOf(member));
+    }
+    return std::nullopt;
+}
+
+} // namespace
+
+/// Steps of one job come one after the other; the lock is for those that were left behind.
+struct ProcAgentWatch::State {
+    explicit State(std::optional<std::int64_t> agent) : pid(agent) {}
+
+    /// The agent as it is; absent once it has ended or is another. The first look is the one that counts.
+    std::optional<Row> look() {
+        auto now = pid ? ProcessTable::row(*pid) : std::nullopt;
+        const std::lock_guard guard(lock);
+        if (!now)
+            return std::nullopt;
+        if (!first)
+            first = now;
+        return isSame(*first, *now) ? now : std::nullopt;
+    }
+
+    bool isAnother() {
+        const auto now = pid ? ProcessTable::row(*pid) : std::nullopt;
+        const std::lock_guard guard(lock);
+        return first && now && !isSame(*first, *now);
+    }
+
+    const std::optional<std::int64_t> pid;
+    std::mutex lock;
+    std::optional<Row> first;
+};
+
+ProcAgentWatch::ProcAgentWatch(std::optional<std::int64_t> pid, BackgroundPool& pool)
+    : pool_(pool), state_(std::make_shared<State>(pid)) {}
+
+ProcAgentWatch::~ProcAgentWatch() = default;
+
+Task<std::optional<std::string>> ProcAgentWatch::psLine() {
+    auto work = [state = state_]() -> std::optional<std::string> {
+        if (::access("/proc/self/stat", R_OK) != 0)
+            return std::nullopt;
+        const auto row = state->look();
+        if (!row)
+            return "";
+        return fmt::format("{} {} {} {} {}{}\n", row->pid, row->group, row->foregroundGroup,
+            row->tty.value_or("?"), row->comm, row->ended() ? " <defunct>" : "");
+    };
+    co_return co_await pool_.run(std::move(work));
+}
+
+Task<std::optional<std::string>> ProcAgentWatch::refusal() {
+    auto work = [state = state_]() -> std::optional<std::string> {
+        const auto row = state->look();
+        if (!row || row->ended())
+            return state->isAnother() ? "the agent process changed" : "the agent process ended";
+        if (row->stopped())
+            return "the agent is suspended";
+        if (!row->tty || row->foregroundGroup != row->group)
+            return "the agent is not in the foreground of its terminal";
+        return companyRefusal(*row);
+    };
+    co_return co_await pool_.run(std::move(work));
+}
+
+Task<bool> ProcAgentWatch::replaced() {
+    auto work = [state = state_] { return state->isAnother(); };
+    co_return co_await pool_.run(std::move(work));
+}
+
+Task<bool> ProcAgentWatch::tookInput() {
+    auto work = [state = state_] {
+        const auto row = state->look();
+        if (!row || !row->tty)
+            return false;
+        const auto path = "/dev/" + *row->tty;
+        const Descriptor terminal(::open(path.c_str(), O_RDONLY | O_NOCTTY | O_NONBLOCK | O_CLOEXEC));
+        termios mode{};
+        int waiting = 0;
+        return terminal && ::tcgetattr(terminal.get(), &mode) == 0 && (mode.c_lflag & ICANON) == 0 &&
+               ::ioctl(terminal.get(), FIONREAD, &waiting) == 0 && waiting == 0;
+    };
+    co_return co_await pool_.run(std::move(work));
+}
+
+Task<std::optional<TmuxServer>> ProcAgentWatch::tmuxServer() {
+    auto work = [state = state_]() -> std::optional<TmuxServer> {
+        const auto row = state->look();
+        const auto text = row ? ProcessTable::variable(row->pid, "TMUX") : std::nullopt;
+        // "SOCKET,PID,SESSION"; a path may hold commas.
+        static const RE2 form("(/.*),([0-9]+),[0-9]+");
+        TmuxServer server;
+        if (!text || !RE2::FullMatch(*text, form, &server.socket, &server.pid))
+            return std::nullopt;
+        return server;
+    };
+    co_return co_await pool_.run(std::move(work));
+}
+
+Task<bool> ProcAgentWatch::isOwnSocket(std::string path) {
+    auto work = [path = std::move(path)] {
+        struct stat found {};
+        return ::lstat(path.c_str(), &found) == 0 && S_ISSOCK(found.st_mode) && found.st_uid == ::geteuid();
+    };
+    co_return co_await pool_.run(std::move(work));
+}
+
+} // namespace kelvadrome

@@ -1,0 +1,32 @@
+#pragma once
+
+#include "Kelvadrome/platform/linux/ProcessTable.h"
+#include "KelvadromeKit/delivery/AgentWatch.h"
+#include "KelvadromeKit/support/BackgroundPool.h"
+
+#include <mutex>
+
+namespace kelvadrome {
+
+/// The agent as /proc has it.
+class ProcAgentWatch final : public AgentWatch {
+public:
+    /// `pid` is the agent's; without one everything speaks against a key. The pool outlives the watch.
+    ProcAgentWatch(std::optional<std::int64_t> pid, BackgroundPool& pool);
+    ~ProcAgentWatch() override;
+
+    Task<std::optional<std::string>> psLine() override;
+    Task<std::optional<std::string>> refusal() override;
+    Task<bool> replaced() override;
+    Task<bool> tookInput() override;
+    Task<std::optional<TmuxServer>> tmuxServer() override;
+    Task<bool> isOwnSocket(std::string path) override;
+
+private:
+    struct State;
+
+    BackgroundPool& pool_;
+    const std::shared_ptr<State> state_; // shared with the pool's threads
+};
+
+} // namespace kelvadrome

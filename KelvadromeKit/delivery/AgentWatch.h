@@ -1,0 +1,48 @@
+#pragma once
+
+#include "KelvadromeKit/support/Task.h"
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace kelvadrome {
+
+/// A tmux server, as the environment of a process in it names it.
+struct TmuxServer {
+    std::string socket; // absolute
+    std::int64_t pid = 0;
+
+    bool operator==(const TmuxServer&) const = default;
+};
+
+/// The agent of one job, as this machine sees it. The first look is remembered, and every later one is held
+/// against it: a number that another process got since, or the same process with another program in it, is no
+/// longer the agent. Any executor; a look takes a few milliseconds on a thread of its own.
+class AgentWatch {
+public:
+    virtual ~AgentWatch() = default;
+
+    /// What `ps -o pid=,pgid=,tpgid=,tty=,comm= -p PID` would print of it, empty once it is gone or another.
+    /// Absent where only `ps` can tell.
+    virtual Task<std::optional<std::string>> psLine() = 0;
+
+    /// Why no key may be typed at this moment: it has ended, is another, doesn't go on, or isn't alone at its
+    /// terminal.
+    virtual Task<std::optional<std::string>> refusal() = 0;
+
+    /// The number is another process's by now, or the process runs another program. One that has just ended
+    /// is not another.
+    virtual Task<bool> replaced() = 0;
+
+    /// Everything that was typed has been read by a program that draws its own input line (no line editing of
+    /// the terminal's, as at a password prompt).
+    virtual Task<bool> tookInput() = 0;
+
+    /// The tmux server that it was started in; absent where none is named.
+    virtual Task<std::optional<TmuxServer>> tmuxServer() = 0;
+    /// Whether nobody but this user can have made the socket.
+    virtual Task<bool> isOwnSocket(std::string path) = 0;
+};
+
+} // namespace kelvadrome

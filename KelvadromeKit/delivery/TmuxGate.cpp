@@ -1,0 +1,230 @@
+#include "KelvadromeKit/delivery/TmuxGate.h"
+
+#include "KelvadromeKit/delivery/TypedEcho.h"
+#include "KelvadromeKit/support/Text.h"
+
+#include <algorithm>
+
+namespace kelvadrome {
+
+namespace {
+
+constexpr double lookLimit = 3.0;    // seconds, as all times here
+constexpr double silenceLimit = 5.0; // for somebody who types in the pane to leave off
+constexpr double silencePause = 0.25;
+constexpr double echoLimit = 1.0;
+constexpr double echoPause = 0.05;
+constexpr double lateAfter = 2.0; // beyond a key's own limit, since tmux counts whole seconds
+constexpr std::size_t questionLines = 3;
+
+bool isTmux(const RunCommand& command) {
+    return Text::lastPathComponent(command.path) == "tmux";
+}
+
+bool isPs(const RunCommand& command, const DeliverJob& job) {
+    return command.path == "/bin/ps" && job.pid && command.args.size() == 4 && command.args[2] == "-p" &&
+           command.args[3] == std::to_string(*job.pid);
+}
+
+/// Jobs of an unknown type are answers too.
+bool typesKeys(const DeliverJob& job) {
+    return job.type != "peek" && job.type != "focus" && job.type != "open";
+}
+
+/// Return follows every text, and never a key of a menu.
+bool typesText(const DeliverJob& job) {
+    return job.steps && std::ranges::any_of(*job.steps,
+                            [](const DeliverStep& step) { return step.kind == DeliverStep::Kind::text; });
+}
+
+RunOutput refused(std::string words) {
+    RunOutput output;
+    output.status = 1;
+    output.refusal = std::move(words);
+    return output;
+}
+
+RunOutput perhapsTyped(std::string words, bool timedOut) {
+    auto output = refused(std::move(words));
+    output.timedOut = timedOut;
+    output.mayHaveActed = true;
+    return output;
+}
+
+/// The lines at the very end of a screen, where a question's options and its footer stand.
+std::vector<std::string> lastLines(std::string_view screen) {
+    std::vector<std::string> lines;
+    for (const auto line : Text::split(screen, '\n')) {
+        if (!Text::trimWhitespace(line).empty())
+            lines.emplace_back(line);
+    }
+    if (lines.size() > questionLines)
+        lines.erase(lines.begin(), lines.end() - questionLines);
+    return lines;
+}
+
+} // namespace
+
+TmuxGate::TmuxGate(DeliverJob job, std::shared_ptr<CommandRunning> inner, std::shared_ptr<AgentWatch> agent,
+    std::shared_ptr<Clock> clock)
+    : job_(std::move(job)), inner_(std::move(inner)), agent_(std::move(agent)), clock_(std::move(clock)) {}
+
+Task<RunOutput> TmuxGate::run(RunCommand command, double timeout) {
+    if (isPs(command, job_)) {
+        auto line = co_await agent_->psLine();
+        if (line)
+            co_return RunOutput{line->empty() ? 1 : 0, std::move(*line), "", false};
+    }
+    if (!isTmux(command) || command.args.empty())
+        co_return co_await inner_->run(std::move(command), timeout);
+    if (auto no = co_await reachServer())
+        co_return refused(std::move(*no));
+    if (command.args[0] == "send-keys")
+        co_return co_await press(std::move(command), timeout);
+
+    const bool looks = command.args[0] == "display-message" || command.args[0] == "capture-pane";
+    if (looks && typesKeys(job_)) {
+        if (auto no = co_await lookOnce(command.path))
+            co_return refused(std::move(*no));
+    }
+    const bool reads = command.args[0] == "capture-pane";
+    auto output = co_await onServer(std::move(command), timeout);
+    if (reads && job_.screen)
+        question_ = lastLines(output.stdoutText);
+    co_return output;
+}
+
+Task<RunOutput> TmuxGate::onServer(RunCommand command, double timeout) {
+    if (server_)
+        command.args.insert(command.args.begin(), {"-S", server_->socket});
+    co_return co_await inner_->run(std::move(command), timeout);
+}
+
+/// Finds the agent's server, once. Why it can't be used, if it can't.
+Task<std::optional<std::string>> TmuxGate::reachServer() {
+    if (!std::exchange(serverSought_, true) && job_.pid)
+        server_ = co_await agent_->tmuxServer();
+    if (!server_)
+        co_return std::nullopt; // the user's own, which tmux finds by itself
+    const bool own = co_await agent_->isOwnSocket(server_->socket);
+    if (!own)
+        co_return "the agent's tmux server is gone or another user's";
+    co_return std::nullopt;
+}
+
+/// Looks at the pane when nobody types in it, and remembers what it saw. A later look renews only when
+/// somebody typed last: what the pane is must stay as the first one found it.
+Task<std::optional<std::string>> TmuxGate::lookOnce(std::string tmux) {
+    const std::string gone = "the pane no longer holds this session";
+    if (!job_.hostRef || !job_.tty)
+        co_return gone;
+    const auto command = TmuxKeys::look(tmux, *job_.hostRef, *job_.tty);
+    if (!command)
+        co_return gone;
+    const double began = clock_->uptime();
+    for (;;) {
+        const auto output = co_await onServer(*command, lookLimit);
+        auto look = output.succeeded() ? TmuxKeys::parseLook(output.stdoutText) : std::nullopt;
+        if (!look || look->tty != "/dev/" + *job_.tty)
+            co_return gone;
+        if (server_ && look->serverPid != std::to_string(server_->pid))
+            co_return "the tmux server of this session was started anew";
+        if (!look->typedJustNow()) {
+            if (seen_)
+                seen_->typed = std::move(look->typed);
+            else if (!look->dead && !look->inMode && !look->inputOff && !look->synchronized)
+                seen_ = std::move(*look);
+            co_return std::nullopt; // those flags have words of their own, which the caller looks for
+        }
+        if (clock_->uptime() - began >= silenceLimit)
+            co_return "somebody types in the pane";
+        co_await clock_->sleep(silencePause);
+    }
+}
+
+Task<RunOutput> TmuxGate::press(RunCommand keys, double timeout) {
+    const auto text = TmuxKeys::literalText(keys);
+    if (!text && typed_ && keys.args.back() == "Enter") {
+        if (auto no = co_await notEchoed(keys.path))
+            co_return refused(std::move(*no));
+    }
+    const bool isText = text && typesText(job_);
+    if (isText) {
+        auto before = co_await screen(keys.path);
+        if (!before)
+            co_return refused("the pane no longer holds this session");
+        before_ = std::move(*before);
+    }
+
+    const auto pieces = isText ? TmuxKeys::pieces(*text) : std::vector<std::string>{text.value_or("")};
+    for (std::size_t i = 0; i < pieces.size(); ++i) {
+        const auto part = text ? std::optional(pieces[i]) : std::nullopt;
+        auto output = co_await typePiece(keys, part, timeout);
+        if (!output.succeeded()) {
+            output.mayHaveActed = output.mayHaveActed || i > 0;
+            co_return output;
+        }
+    }
+    typed_ = isText ? text : std::nullopt;
+    RunOutput typed;
+    typed.status = 0;
+    co_return typed;
+}
+
+Task<RunOutput> TmuxGate::typePiece(RunCommand keys, std::optional<std::string> text, double timeout) {
+    if (!seen_)
+        co_return refused("the pane no longer holds this session");
+    if (auto no = co_await agent_->refusal())
+        co_return refused(std::move(*no));
+    const TmuxKeys::Condition condition{.look = *seen_,
+        .lines = question_,
+        .sent = clock_->now().time_since_epoch().count(),
+        .limit = timeout + lateAfter};
+    auto command = TmuxKeys::guarded(keys, condition, text);
+    if (!command)
+        co_return refused("the terminal did not take the keys");
+    const auto output = co_await onServer(std::move(*command), timeout);
+    auto verdict = TmuxKeys::verdict(output, condition);
+    if (verdict.kind == TmuxKeys::Verdict::Kind::refused)
+        co_return refused(std::move(verdict.words));
+    if (verdict.kind == TmuxKeys::Verdict::Kind::unknown)
+        co_return perhapsTyped(std::move(verdict.words), output.timedOut);
+    const bool replaced = co_await agent_->replaced();
+    if (replaced)
+        co_return perhapsTyped("the agent process changed while it was typed to", false);
+    co_return output;
+}
+
+/// Waits until the text stands at the agent's prompt; why Return must not follow, if it doesn't come. A
+/// program that reads all and draws nothing is taken at its word, unless Return could choose something there.
+Task<std::optional<std::string>> TmuxGate::notEchoed(std::string tmux) {
+    const std::string missing = "the text does not stand at the agent's prompt";
+    const double began = clock_->uptime();
+    for (;;) {
+        const auto now = co_await screen(tmux);
+        if (!now)
+            co_return "the pane no longer holds this session";
+        if (TypedEcho::stands(*typed_, before_, *now))
+            co_return std::nullopt;
+        if (clock_->uptime() - began >= echoLimit) {
+            if (*now != before_ || TypedEcho::offersChoice(*now))
+                co_return missing;
+            break;
+        }
+        co_await clock_->sleep(echoPause);
+    }
+    const bool took = co_await agent_->tookInput();
+    if (took)
+        co_return std::nullopt;
+    co_return missing;
+}
+
+Task<std::optional<std::string>> TmuxGate::screen(std::string tmux) {
+    RunCommand capture{std::move(tmux), {"capture-pane", "-p", "-t", job_.hostRef.value_or("")}, 0};
+    auto output = co_await onServer(std::move(capture), lookLimit);
+    if (!output.succeeded())
+        co_return std::nullopt;
+    co_return std::move(output.stdoutText);
+}
+
+} // namespace kelvadrome

@@ -1,0 +1,68 @@
+#pragma once
+
+#include "KelvadromeKit/delivery/CommandRunning.h"
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+/// Commands that look and type in one turn of the tmux server. tmux handles one command list at a time, so
+/// that nothing that the list compares can change before its key goes out. All pure. tmux 3.2 or later.
+namespace kelvadrome::TmuxKeys {
+
+/// What a pane is, and how it takes keys.
+struct Look {
+    std::string tty; // "/dev/pts/3"
+    std::string panePid;
+    bool dead = false;
+    bool inMode = false; // copy mode and its like: keys go to tmux
+    bool inputOff = false;
+    bool synchronized = false; // keys go into every pane of the window
+    std::string serverStart;
+    std::string serverPid;
+    std::string command; // the program in the foreground
+    // When somebody last typed in this pane, in seconds since 1970, for each session that shows it.
+    std::vector<std::int64_t> typed;
+    std::int64_t now = 0; // the server's time, as `typed`
+
+    bool operator==(const Look&) const = default;
+
+    /// Somebody typed in the pane within the last second.
+    bool typedJustNow() const;
+};
+
+/// Prints a look at a pane; absent where `tty` ("pts/3") is no name that can stand in a format.
+std::optional<RunCommand> look(const std::string& tmux, const std::string& pane, const std::string& tty);
+/// Absent for a pane that isn't there, and where a name could not be compared.
+std::optional<Look> parseLook(std::string_view output);
+
+/// What must still be so when a key goes out.
+struct Condition {
+    Look look;                      // what was seen; `now` takes no part
+    std::vector<std::string> lines; // of the screen, each of which must stand there
+    double sent = 0;                // wall time in seconds since 1970
+    double limit = 0;               // seconds after `sent` at which the key has come too late
+};
+
+/// `keys`, a send-keys command for `pane`, as one command that types under the condition and prints "ok", or
+/// types nothing and prints what it saw. Absent for keys of another form. The text of literal keys is `text`
+/// where that is given: a piece of a long one.
+std::optional<RunCommand> guarded(
+    const RunCommand& keys, const Condition& condition, const std::optional<std::string>& text);
+
+/// The literal text that a send-keys command types; absent for named keys.
+std::optional<std::string> literalText(const RunCommand& keys);
+/// The text in pieces that tmux takes in one message, cut between characters.
+std::vector<std::string> pieces(std::string_view text);
+
+/// What came of a guarded command.
+struct Verdict {
+    enum class Kind { typed, refused, unknown };
+    Kind kind = Kind::unknown; // "unknown": the key may have gone in
+    std::string words;         // why not, in the user's words
+};
+Verdict verdict(const RunOutput& output, const Condition& condition);
+
+} // namespace kelvadrome::TmuxKeys
