@@ -313,7 +313,6 @@ private:
         if (!ends)
             co_return;
         self->watching_.cancel();
-        self->hub_.deliver->stop();
         self->window_->rememberSize();
         self->hub_.defaults->synchronize();
         self->screen_->forget();

@@ -14,6 +14,8 @@ namespace kelvadrome {
 
 namespace {
 
+constexpr double longestDelivery = 8; // seconds that a quit waits for an answer on its way
+
 /// The login item, where this run may manage it: with the standard home and the daemon's files in place.
 std::optional<BackgroundService> backgroundService(
     const DaemonEnvironment& env, const EnvironmentMap& environment) {
@@ -80,7 +82,8 @@ AppModel::Dependencies LocalHub::modelDependencies() const {
         .automation = automation,
         .relay = nullptr,
         .voice = nullptr,
-        .startDelivery = [deliver = deliver] { deliver->start(); }};
+        .startDelivery = [deliver = deliver] { deliver->start(); },
+        .finishDelivery = [deliver = deliver] { return deliver->finish(longestDelivery); }};
 }
 
 SettingsFacts::Place LocalHub::settingsPlace(bool windowsObey) const {

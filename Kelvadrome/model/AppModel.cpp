@@ -54,6 +54,8 @@ void AppModel::start() {
 
 Task<> AppModel::stop() {
     const auto self = shared_from_this();
+    if (d_.finishDelivery) // first: a report needs the daemon
+        co_await d_.finishDelivery();
     if (d_.relay)
         d_.relay->stop();
     liveTask_.cancel();

@@ -47,9 +47,10 @@ public:
         std::shared_ptr<Screen> screen;
         std::shared_ptr<Notifying> notifier;
         std::shared_ptr<AutomationPrompter> automation;
-        std::shared_ptr<RelayConnecting> relay;  // may be null
-        std::shared_ptr<VoiceControlling> voice; // may be null
-        std::function<void()> startDelivery;     // begins the delivery loops; may be empty
+        std::shared_ptr<RelayConnecting> relay;      // may be null
+        std::shared_ptr<VoiceControlling> voice;     // may be null
+        std::function<void()> startDelivery;         // begins the delivery loops; may be empty
+        std::function<Task<>()> finishDelivery = {}; // ends them after the job under way; may be empty
     };
 
     static std::shared_ptr<AppModel> make(Dependencies dependencies);

@@ -89,12 +89,38 @@ Task<> DeliverService::claimLoop(
         }
         for (auto& job : claim->jobs) {
             const auto self = weak.lock();
-            if (!self)
+            if (!self || self->finishing_)
                 co_return;
             // What escapes a job, such as a machine without a thread to spare, is that job's end only.
-            co_await attempt(self->handle(std::move(job)));
+            co_await attempt(self->seeThrough(std::move(job)));
         }
     }
+}
+
+Task<> DeliverService::finish(double limit) {
+    using namespace asio::experimental::awaitable_operators;
+    const auto self = shared_from_this();
+    finishing_ = true;
+    if (busy_) {
+        const auto start = [this](auto completion) {
+            onIdle_ = completion;
+            return [completion] { completion(false); };
+        };
+        auto idle = suspendUntil<bool>(start);
+        auto limited = with_.clock->sleep(limit);
+        auto either = std::move(idle) || std::move(limited);
+        co_await std::move(either);
+    }
+    stop();
+}
+
+Task<> DeliverService::seeThrough(DeliverJob job) {
+    busy_ = true;
+    auto outcome = co_await attempt(handle(std::move(job)));
+    busy_ = false;
+    if (onIdle_)
+        std::exchange(onIdle_, {})(true);
+    outcome.take();
 }
 
 Task<> DeliverService::handle(DeliverJob job) {

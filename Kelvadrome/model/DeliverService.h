@@ -37,8 +37,11 @@ public:
 
     /// Starts both loops; again, nothing.
     void start();
-    /// Ends both for good, with a job under way at its next wait. For the end of the process.
+    /// Ends both for good, with a job under way at its next wait.
     void stop();
+    /// Takes no further job, gives the one under way `limit` seconds to end and be reported, and stops. For
+    /// the end of the process: half an answer must not stay at an agent's prompt without a word.
+    Task<> finish(double limit);
 
     /// The last job's type and outcome, such as "answer done".
     const std::optional<std::string>& lastOutcome() const { return lastOutcome_; }
@@ -48,6 +51,7 @@ private:
         std::shared_ptr<Clock> clock);
     static Task<> hostsLoop(std::weak_ptr<DeliverService> weak, std::shared_ptr<Clock> clock);
     Task<> handle(DeliverJob job);
+    Task<> seeThrough(DeliverJob job);
     Task<> reportHosts();
     Task<> askWhereAgentsRun(std::map<std::string, HostAccess> access);
     Task<> labelTabs();
@@ -55,6 +59,9 @@ private:
     const Dependencies with_;
     TaskBag tasks_;
     bool started_ = false;
+    bool finishing_ = false;
+    bool busy_ = false;                // a job is under way
+    std::function<void(bool)> onIdle_; // ends the wait for it
     std::optional<std::string> lastOutcome_;
 
     // What the daemon accepted last. The time is uptime: a clock that is set back must not silence the

@@ -17,7 +17,7 @@ namespace kelvadrome {
 
 namespace {
 
-constexpr unsigned longestEnd = 12; // seconds that ending may take, a child daemon's among them
+constexpr unsigned longestEnd = 20; // seconds that ending may take: an answer on its way, a child daemon
 constexpr auto drainLimit = std::chrono::seconds(3);
 
 /// Opens a URL with the program that the user set for it. The shell in between ends at once, so that nothing
@@ -128,7 +128,6 @@ private:
         self->panel_->farewell("Stopping");
         self->panel_->stop();
         self->page_->close();
-        self->hub_.deliver->stop();
         co_await self->model_->stop();
         self->hub_.defaults->synchronize();
         self->ended_ = true;

@@ -121,6 +121,17 @@ protected:
                            R"("tty":"ttys001","presence":"{}","expires_at":"2030-01-01T00:00:00Z"}})",
             id, presence);
     }
+    static std::string answer(const std::string& id, const std::string& session) {
+        return fmt::format(
+            R"({{"id":"{}","type":"answer","agent":"claude","host":"tmux","host_ref":"%1","pid":7,)"
+            R"("tty":"ttys001","steps":[{{"kind":"text","text":"yes"}}],"presence":"{}",)"
+            R"("expires_at":"2030-01-01T00:00:00Z"}})",
+            id, Presence::tag(session));
+    }
+    static Task<> endOf(std::shared_ptr<DeliverService> service, double limit, bool* ended) {
+        co_await service->finish(limit);
+        *ended = true;
+    }
     void claim(const std::vector<std::string>& jobs) {
         page->deliver(data(fmt::format(R"({{"jobs":[{}]}})", fmt::join(jobs, ","))));
         loop.drain();
@@ -277,7 +288,8 @@ TEST_F(DeliverServiceTest, whatEscapesAJobOrABeatEndsNeitherLoop) {
     runner->on("tmux select-pane", breaking(""));
     begin();
     claim({job("j1"), job("j2")});
-    EXPECT_EQ(reports(), (Lines{"j1 start", "j2 start"})) << "nobody knows how they ended";
+    const auto end = " failed: the delivery broke off";
+    EXPECT_EQ(reports(), (Lines{"j1 start", std::string("j1") + end, "j2 start", std::string("j2") + end}));
     EXPECT_EQ(asked("/v1/live/hosts"), 0U);
     broken = false;
     claim({job("j3")});
@@ -300,6 +312,27 @@ TEST_F(DeliverServiceTest, theLoopsEndWithTheServiceAndWithStop) {
     service->stop();
     loop.drain();
     EXPECT_EQ(clock->sleepers(), 0U);
+}
+
+TEST_F(DeliverServiceTest, anAnswerOnItsWayEndsWithItsReportBeforeTheServiceDoes) {
+    runner->on("tmux send-keys", ScriptedRunner::says(""));
+    runner->on("tmux display-message", ScriptedRunner::says("/dev/ttys001 0 0 0\n"));
+    runner->on("ps -o", ScriptedRunner::says("7 7 7 ttys001 claude\n"));
+    for (const bool slow : {false, true}) {
+        begin();
+        claim({answer("j1", slow ? "s2" : "s1"), job("j2")}); // now in the pause between text and Return
+        bool ended = false;
+        spawn(loop.executor(), "finish", endOf(service, slow ? 0.2 : 8, &ended));
+        loop.drain();
+        EXPECT_FALSE(ended);
+        pass(0.25); // Return goes out
+        if (!slow)
+            pass(0.1);
+        EXPECT_TRUE(ended) << "after its limit at the latest";
+        pass(20);
+        EXPECT_EQ(clock->sleepers(), 0U);
+    }
+    EXPECT_EQ(reports(), (Lines{"j1 start", "j1 done", "j1 start"})) << "and begins no other";
 }
 
 } // namespace
