@@ -77,9 +77,8 @@ public:
 private:
     /// One instance a home: a run on another one is not this one's business.
     std::string instanceId() const {
-        const auto& home = hub_.env.home;
-        return home == DaemonEnvironment::defaultHome() ? applicationId
-                                                        : applicationId + ("." + PageKey::account(home));
+        return hub_.env.isStandard() ? applicationId
+                                     : applicationId + ("." + PageKey::account(hub_.env.home));
     }
 
     void startUp() {

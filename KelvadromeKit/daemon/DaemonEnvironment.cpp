@@ -27,6 +27,11 @@ std::string DaemonEnvironment::defaultHome() {
 
 std::string DaemonEnvironment::resolveHome(
     const std::optional<std::string>& override, const EnvironmentMap& environment) {
+    return Files::canonical(namedHome(override, environment));
+}
+
+std::string DaemonEnvironment::namedHome(
+    const std::optional<std::string>& override, const EnvironmentMap& environment) {
     if (override && !override->empty())
         return Files::expandTilde(*override);
     const auto variable = value(environment, "KELVADROME_HOME");

@@ -18,7 +18,8 @@ using FileTest = std::function<bool(const std::string& path)>;
 /// A PATH with those of `folders` that aren't entries yet put before it; the old value is kept as a whole.
 std::string prependMissing(const std::string& path, const std::vector<std::string>& folders);
 
-/// Where the daemon's files are, for one run. A value; asks the disk only through the tests that it is given.
+/// Where the daemon's files are, for one run. A value; but for the home's links, which `resolveHome` follows,
+/// it asks the disk only through the tests that it is given.
 struct DaemonEnvironment {
     DaemonEnvironment() = default;
     DaemonEnvironment(
@@ -30,9 +31,15 @@ struct DaemonEnvironment {
 
     static std::string defaultHome();
     /// The override, then KELVADROME_HOME, each if not empty and with a leading tilde expanded; else the
-    /// default.
+    /// default. As it was written: `resolveHome` gives the one name of that place.
+    static std::string namedHome(
+        const std::optional<std::string>& override, const EnvironmentMap& environment);
+    /// The named home, canonical: the page key's account, the socket and the daemon's own notion of its home
+    /// all hang on the very text.
     static std::string resolveHome(
         const std::optional<std::string>& override, const EnvironmentMap& environment);
+    /// Whether the home is the default one.
+    bool isStandard() const { return home == Files::canonical(defaultHome()); }
 
     std::string socketPath() const;
     // Absent without a resource directory.

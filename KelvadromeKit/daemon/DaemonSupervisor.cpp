@@ -1,5 +1,6 @@
 #include "KelvadromeKit/daemon/DaemonSupervisor.h"
 
+#include "KelvadromeKit/daemon/DataHome.h"
 #include "KelvadromeKit/support/Log.h"
 #include "KelvadromeKit/support/Text.h"
 
@@ -96,6 +97,12 @@ Task<> DaemonSupervisor::stopOn(Self self) {
 
 Task<DaemonSupervisor::Status> DaemonSupervisor::bringUp(double timeout) {
     stopping_ = false;
+    auto refusal = DataHome::refusal(env_.home);
+    if (refusal) {
+        status_.mode = Mode::failed;
+        status_.lastError = std::move(refusal);
+        co_return status_;
+    }
     const bool found = co_await isHealthy(lookTimeout);
     if (found) {
         status_.mode = Mode::attached;

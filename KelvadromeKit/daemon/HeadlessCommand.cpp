@@ -1,5 +1,6 @@
 #include "KelvadromeKit/daemon/HeadlessCommand.h"
 
+#include "KelvadromeKit/daemon/DataHome.h"
 #include "KelvadromeKit/support/Descriptor.h"
 
 #include <fmt/format.h>
@@ -72,11 +73,15 @@ std::int32_t execDaemon(const World& world) {
         world.err("kelvadrome: the bundled daemon or Node is missing\n");
         return configurationFailure;
     }
+    const auto home = DaemonEnvironment::resolveHome(std::nullopt, plan->environment);
+    if (const auto refusal = DataHome::refusal(home)) {
+        world.err("kelvadrome: " + *refusal + "\n");
+        return configurationFailure;
+    }
     tryToMakeFolders(Files::parent(plan->stdoutPath));
     redirect(STDOUT_FILENO, plan->stdoutPath);
     redirect(STDERR_FILENO, plan->stderrPath);
 
-    const auto home = DaemonEnvironment::resolveHome(std::nullopt, plan->environment);
     tryToMakeFolders(home);
     if (::chdir(home.c_str()) != 0) {
         // The daemon is told its home by name and runs anywhere.
@@ -115,6 +120,10 @@ void redirect(int descriptor, const std::string& path) {
 }
 
 std::int32_t background(bool on, const World& world) {
+    if (const auto refusal = on ? DataHome::refusal(DaemonEnvironment::defaultHome()) : std::nullopt) {
+        world.err("kelvadrome: " + *refusal + "\n");
+        return 1;
+    }
     auto& defaults = world.defaults();
     const BackgroundService service{.service = world.agentService(),
         .legacy = LegacyLaunchAgent::inHome(world.userHome),

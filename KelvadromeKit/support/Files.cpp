@@ -81,6 +81,18 @@ std::string expandTilde(std::string_view path) {
     return slash == std::string_view::npos ? *home : join(*home, path.substr(slash));
 }
 
+std::string canonical(const std::string& path) {
+    std::error_code failed;
+    const auto whole = std::filesystem::absolute(path, failed).lexically_normal();
+    if (failed)
+        return path;
+    auto resolved = std::filesystem::weakly_canonical(whole, failed);
+    auto text = (failed ? whole : resolved).string();
+    while (text.size() > 1 && text.ends_with('/'))
+        text.pop_back();
+    return text;
+}
+
 std::map<std::string, std::string> processEnvironment() {
     std::map<std::string, std::string> environment;
     for (char** entry = environ; entry && *entry; ++entry) {

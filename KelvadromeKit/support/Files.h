@@ -19,6 +19,9 @@ std::string parent(std::string_view path);
 std::string userHome();
 /// "~", "~/x" and "~name/x" with the home put in place; anything else, and an unknown name, as it is.
 std::string expandTilde(std::string_view path);
+/// The path from the root, with links followed as far as it exists and without ".", ".." and a last "/": one
+/// name for each place, however it was written. Relative to the current folder.
+std::string canonical(const std::string& path);
 /// This process's environment.
 std::map<std::string, std::string> processEnvironment();
 

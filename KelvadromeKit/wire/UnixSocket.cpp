@@ -9,8 +9,21 @@
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <sys/un.h>
+#include <unistd.h>
 
 namespace kelvadrome::UnixSocket {
+
+namespace {
+
+ucred credentials(const Descriptor& socket) {
+    // What a socket of no known peer has: nobody's.
+    ucred peer{0, static_cast<uid_t>(-1), static_cast<gid_t>(-1)};
+    socklen_t size = sizeof peer;
+    ::getsockopt(socket.get(), SOL_SOCKET, SO_PEERCRED, &peer, &size);
+    return peer;
+}
+
+} // namespace
 
 Descriptor make(const std::string& path) {
     static_assert(UnixSocketTransport::maxPathBytes < sizeof(sockaddr_un::sun_path));
@@ -31,7 +44,13 @@ int connect(const Descriptor& socket, const std::string& path) {
         if (errno != EINTR)
             return errno;
     }
-    return 0;
+    // Whoever made the folder first may listen in it, and secrets travel over this socket.
+    const auto owner = credentials(socket).uid;
+    return owner == ::geteuid() || owner == 0 ? 0 : EACCES;
+}
+
+pid_t peer(const Descriptor& socket) {
+    return credentials(socket).pid;
 }
 
 void setTimeout(const Descriptor& socket, double seconds) {

@@ -1,8 +1,16 @@
 #include "KelvadromeKit/daemon/DaemonLaunchPlan.h"
+#include "KelvadromeKit/daemon/DataHome.h"
 #include "KelvadromeKit/daemon/DebugFlags.h"
+
+#include "tests/support/TemporaryFolder.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace kelvadrome {
 namespace {
@@ -19,6 +27,49 @@ TEST(DaemonEnvironment, theDataHomeIsTheFirstThatIsNamed) {
     EXPECT_EQ(DaemonEnvironment::resolveHome("~/x", {}), home + "/x");
     EXPECT_EQ(DaemonEnvironment::resolveHome("", {{"KELVADROME_HOME", "~/e"}}), home + "/e");
     EXPECT_EQ(DaemonEnvironment::resolveHome(std::nullopt, {{"KELVADROME_HOME", ""}}), standard);
+}
+
+TEST(DaemonEnvironment, aHomeHasOneNameHoweverItIsWritten) {
+    const test::TemporaryFolder folder;
+    const auto place = Files::canonical(folder.path().string());
+    std::filesystem::create_directory(folder / "real");
+    std::filesystem::create_directory_symlink(folder / "real", folder / "link");
+    const auto before = std::filesystem::current_path();
+    std::filesystem::current_path(folder.path());
+    for (const auto& written :
+        {folder / "real", folder / "real/", folder / "real//", folder / "link", folder / "link/",
+            folder / "./x/../real", std::string("real"), std::string("real/"), std::string("./link")}) {
+        EXPECT_EQ(DaemonEnvironment::resolveHome(written, {}), place + "/real") << written;
+        EXPECT_EQ(DaemonEnvironment::resolveHome("", {{"KELVADROME_HOME", written}}), place + "/real");
+        EXPECT_EQ(DaemonEnvironment::namedHome(written, {}), written);
+    }
+    // One that is still to be made, behind a link that is there.
+    EXPECT_EQ(DaemonEnvironment::resolveHome("link/new/home/", {}), place + "/real/new/home");
+    std::filesystem::current_path(before);
+}
+
+TEST(DataHome, isRefusedWhereSomebodyElseCouldListen) {
+    const test::TemporaryFolder folder;
+    const auto home = folder / "home";
+    EXPECT_EQ(DataHome::refusal(home), std::nullopt) << "it is still to be made";
+    Files::makeFolders(home, 0700);
+    EXPECT_EQ(DataHome::refusal(home), std::nullopt);
+    for (const mode_t mode : {0720, 0702, 0777}) {
+        ::chmod(home.c_str(), mode);
+        EXPECT_TRUE(DataHome::refusal(home).value_or("").starts_with("Other users may write")) << mode;
+    }
+    ::chmod(home.c_str(), 0755);
+    EXPECT_EQ(DataHome::refusal(home), std::nullopt);
+    std::ofstream(folder / "file") << "x";
+    EXPECT_TRUE(DataHome::refusal(folder / "file").value_or("").ends_with("is not a folder."));
+    if (::geteuid() != 0)
+        GTEST_SKIP() << "only root can give files away";
+    const auto socket = home + "/kelvadromed.sock";
+    std::ofstream(socket) << "x";
+    EXPECT_EQ(::chown(socket.c_str(), 65534, 65534), 0);
+    EXPECT_TRUE(DataHome::refusal(home).value_or("").starts_with("The socket ")) << "another user's socket";
+    EXPECT_EQ(::chown(home.c_str(), 65534, 65534), 0);
+    EXPECT_TRUE(DataHome::refusal(home).value_or("").contains("belongs to another user"));
 }
 
 TEST(DaemonEnvironment, nodeIsLookedForInOrderAndEachPlaceOnce) {

@@ -35,7 +35,7 @@ protected:
     }
 
     void answer() {
-        fs::create_directories(env.home);
+        Files::makeFolders(env.home, 0700);
         daemon.emplace(env.socketPath());
         daemon->on("/v1/health", FakeReply::data(R"({"pid":100,"home":"/h"})"));
     }
@@ -95,6 +95,17 @@ protected:
     std::function<void(std::size_t)> onPause;
     std::vector<double> pauses;
 };
+
+TEST_F(DaemonSupervisorTest, aDaemonInAHomeThatOthersMayWriteToIsNeitherAskedNorStarted) {
+    answer();
+    ::chmod(env.home.c_str(), 0777);
+    const auto result = finish(make().start(15.0));
+    EXPECT_EQ(result.mode, Mode::failed);
+    EXPECT_TRUE(result.lastError.value_or("").starts_with("Other users may write to the data home"))
+        << *result.lastError;
+    EXPECT_EQ(daemon->connections(), 0u);
+    EXPECT_TRUE(launcher->commands.empty());
+}
 
 TEST_F(DaemonSupervisorTest, aChildIsLaunchedAsTheDaemonExpectsAndWaitedFor) {
     onPause = [this](std::size_t number) {

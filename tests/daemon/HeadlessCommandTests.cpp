@@ -143,6 +143,17 @@ TEST(HeadlessCommand, whatKeepsTheDaemonFromStartingIsInTheExitStatus) {
         "kelvadrome: could not start " + *broken.resources + "/node/bin/node: errno 2\n");
 }
 
+TEST(HeadlessCommand, noDaemonStartsInAHomeThatOthersMayWriteTo) {
+    Command command;
+    command.installNode("#!/bin/sh\nexit 7\n");
+    const auto home = command.world.userHome + "/Library/Application Support/Kelvadrome";
+    Files::makeFolders(home, 0700);
+    ::chmod(home.c_str(), 0770);
+    EXPECT_EQ(command.run({"--kelvadromed"}), 78);
+    EXPECT_TRUE(command.err.starts_with("kelvadrome: Other users may write to the data home " + home))
+        << command.err;
+}
+
 TEST(HeadlessCommand, aStreamOnlyEverGoesToTheEndOfAPrivateRegularFile) {
     TemporaryFolder folder;
     Descriptor stream(::open((folder / "before").c_str(), O_WRONLY | O_CREAT, 0600));

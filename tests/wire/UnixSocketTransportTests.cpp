@@ -1,6 +1,7 @@
 #include "KelvadromeKit/wire/UnixSocketTransport.h"
 
 #include "tests/support/FakeDaemon.h"
+#include "tests/support/Squatter.h"
 #include "tests/support/TestLoop.h"
 #include "tests/wire/Said.h"
 
@@ -149,6 +150,19 @@ TEST(UnixSocketTransport, anExchangeFailsAtEveryStepInItsOwnWords) {
         }
     }
     EXPECT_EQ(openDescriptors(), before);
+}
+
+TEST(UnixSocketTransport, nothingIsSaidToADaemonOfAnotherUser) {
+    if (!Squatter::canBe(Squatter::User::other))
+        GTEST_SKIP() << "only root can be another user";
+    const TemporaryFolder folder;
+    Squatter stranger(Squatter::User::other, folder / "s");
+    Exchanges exchanges;
+    EXPECT_EQ(exchanges.send(folder / "s"), words(EACCES, "connect failed"));
+    EXPECT_FALSE(exchanges.loop.run(UnixSocketTransport(folder / "s", exchanges.loop.pool()).isAlive()));
+    EXPECT_EQ(Followed(folder / "s").ended(), words(EACCES, "connect failed"));
+    exchanges.loop.until([&] { return stranger.taken().size() >= 3; }, "three connections");
+    EXPECT_EQ(stranger.taken(), "+++");
 }
 
 TEST(UnixSocketTransport, aReplyThatStopsAnywhereIsMalformedOrTimesOut) {
