@@ -3,6 +3,7 @@
 #include "Kelvadrome/platform/linux/CurlHTTP.h"
 #include "Kelvadrome/platform/linux/DeliveryRunners.h"
 #include "Kelvadrome/platform/linux/LaunchctlEffects.h"
+#include "Kelvadrome/platform/linux/LinuxPeers.h"
 #include "Kelvadrome/platform/linux/PosixChild.h"
 #include "Kelvadrome/platform/linux/Resources.h"
 #include "Kelvadrome/platform/linux/SystemdAgentService.h"
@@ -19,7 +20,7 @@ constexpr double longestDelivery = 8; // seconds that a quit waits for an answer
 /// The login item, where this run may manage it: with the standard home and the daemon's files in place.
 std::optional<BackgroundService> backgroundService(
     const DaemonEnvironment& env, const EnvironmentMap& environment) {
-    if (env.home != DaemonEnvironment::defaultHome() || !env.resources)
+    if (!env.isStandard() || !env.resources)
         return std::nullopt;
     const auto systemctl = systemSystemctl();
     return BackgroundService{.service = std::make_shared<SystemdAgentService>(systemctl, executablePath(),
@@ -28,6 +29,19 @@ std::optional<BackgroundService> backgroundService(
         .storageRoot = env.home,
         .effects = BackgroundService::Effects::live(linuxLaunchctl(systemProgram(), systemctl)),
         .build = KELVADROME_VERSION};
+}
+
+std::shared_ptr<MachineSecretStore> pageKeyStore(const std::string& home) {
+    return std::make_shared<MachineSecretStore>(
+        std::string(PageKey::service), PageKey::account(home), std::string(PageKey::label));
+}
+
+/// Keys of before were kept under the home's path as it was written.
+std::shared_ptr<SecretStore> withFormerKey(
+    std::shared_ptr<SecretStore> now, const std::string& named, const std::string& home) {
+    if (named == home)
+        return now;
+    return std::make_shared<MovedSecretStore>(std::move(now), pageKeyStore(named));
 }
 
 SystemHostAccess hostAccess(const LogindLock& lock) {
@@ -43,11 +57,12 @@ LocalHub::LocalHub(const std::vector<std::string>& arguments, Executor on, Backg
       defaults(std::make_shared<FileDefaults>(FileDefaults::standardPath(environment), arguments)),
       flags(DebugFlags::current(*defaults)), env(DaemonEnvironment::resolveHome(flags.home, environment),
                                                  flags.port, resourceDirectory(executablePath())),
-      client(env.socketPath(), pool),
-      pageKey(std::make_shared<MachineSecretStore>(
-          std::string(PageKey::service), PageKey::account(env.home), std::string(PageKey::label))),
-      mint(mintLogin(client, pageKey, env.home, pool, executor, std::move(alert))),
-      session(std::make_shared<PageSession>(executor, std::make_shared<CurlHTTP>(pool), mint)),
+      client(env.socketPath(), pool), peers(std::make_shared<LinuxPeers>(client.transport)),
+      pageKey(pageKeyStore(env.home)),
+      mint(mintLogin(client,
+          withFormerKey(pageKey, DaemonEnvironment::namedHome(flags.home, environment), env.home), env.home,
+          pool, executor, std::move(alert))),
+      session(std::make_shared<PageSession>(executor, std::make_shared<CurlHTTP>(pool, peers), mint)),
       automation(std::make_shared<AutomationPrompter>(
           executor, hostAccess(lock).automation(), std::make_shared<DefaultsFlags>(defaults))),
       runners(std::make_shared<DeliveryRunners>(pool, environment, clock)),
@@ -93,7 +108,7 @@ SettingsFacts::Place LocalHub::settingsPlace(bool windowsObey) const {
         .executable = executablePath(),
         .version = KELVADROME_VERSION,
         .allowLoginItem = std::string("systemctl --user unmask ") + SystemdAgentService::unitName,
-        .ownHome = env.home != DaemonEnvironment::defaultHome(),
+        .ownHome = !env.isStandard(),
         .windowsObey = windowsObey,
         .mayNotify = flags.notifications,
         .loginItem = backgroundService(env, environment).has_value()};

@@ -7,6 +7,7 @@
 #include "Kelvadrome/platform/linux/LogindLock.h"
 #include "Kelvadrome/platform/linux/SecretServiceStore.h"
 #include "KelvadromeKit/page/MintLogin.h"
+#include "KelvadromeKit/page/PeerCheck.h"
 
 #include <memory>
 #include <string>
@@ -39,6 +40,7 @@ public:
     const DebugFlags flags;
     const DaemonEnvironment env;
     const DaemonClient client;
+    const std::shared_ptr<PeerCheck> peers;
     const std::shared_ptr<MachineSecretStore> pageKey;
     const PageSession::Mint mint;
     const std::shared_ptr<PageSession> session;

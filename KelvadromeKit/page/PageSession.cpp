@@ -63,6 +63,16 @@ bool isUnauthorized(const HTTPResponse& response) {
     return false;
 }
 
+bool isNotConnected(const std::exception_ptr& error) {
+    try {
+        std::rethrow_exception(error);
+    } catch (const NotConnected&) {
+        return true;
+    } catch (...) {
+        return false;
+    }
+}
+
 boost::json::object cardBody(const std::string& cardId, std::int64_t version) {
     return {{"card_id", cardId}, {"version", version}};
 }
@@ -144,7 +154,12 @@ Task<HTTPResponse> PageSession::postOnce(
         {"Cookie", credentials.cookieName + "=" + percentEncoded(credentials.cookieValue)},
         {"x-kd-csrf", credentials.csrf}};
     request.body = std::move(body);
-    co_return co_await self->http_->exchange(std::move(request));
+    auto reply = co_await attempt(self->http_->exchange(std::move(request)));
+    // The daemon that knew this session is gone from there, and whoever comes to the port next is not to get
+    // it.
+    if (!reply && isNotConnected(reply.error()) && self->credentials_ == credentials)
+        self->credentials_.reset();
+    co_return reply.take();
 }
 
 Task<PageSession::Credentials> PageSession::ensureOnStrand(std::shared_ptr<PageSession> self) {

@@ -74,7 +74,9 @@ public:
         std::string cardId, std::int64_t version, std::map<std::string, std::string> defaults);
     Task<ReceiptOut> cancelHold(std::string cardId);
 
-    /// A POST with cookie and CSRF header. "unauthorized" is answered by one new login and one more try.
+    /// A POST with cookie and CSRF header. "unauthorized" is answered by one new login and one more try; a
+    /// connection that doesn't come about ends the session, so that the next call logs in where the daemon
+    /// is.
     template <class T>
     Task<T> post(std::string path, boost::json::object json) {
         auto self = shared_from_this();

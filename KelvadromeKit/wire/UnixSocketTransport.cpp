@@ -31,7 +31,7 @@ std::string readToEnd(int fd) {
     }
 }
 
-HTTPResponse exchange(const UnixSocketTransport& transport, std::string_view request, double timeout) {
+HTTPResponse exchangeBytes(const UnixSocketTransport& transport, std::string_view request, double timeout) {
     const auto socket = transport.openSocket(timeout);
     UnixSocketTransport::writeAll(socket.get(), request);
     return HTTPWire::parse(readToEnd(socket.get()));
@@ -67,10 +67,15 @@ Task<bool> UnixSocketTransport::isAlive() const {
     });
 }
 
+HTTPResponse UnixSocketTransport::exchange(
+    std::string_view method, std::string_view path, double timeout) const {
+    return exchangeBytes(*this, HTTPWire::request(method, path, std::nullopt, {}), timeout);
+}
+
 Task<HTTPResponse> UnixSocketTransport::send(std::string method, std::string path,
     std::optional<std::string> body, std::map<std::string, std::string> headers, double timeout) const {
     return pool_->run([transport = *this, request = HTTPWire::request(method, path, body, headers), timeout] {
-        return exchange(transport, request, timeout);
+        return exchangeBytes(transport, request, timeout);
     });
 }
 

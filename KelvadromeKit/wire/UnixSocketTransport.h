@@ -31,6 +31,10 @@ public:
     /// Whether something accepts a connection within a second; no bytes are exchanged.
     Task<bool> isAlive() const;
 
+    /// One exchange without a body; blocks. The time-out (seconds) bounds each read by itself. Throws
+    /// TransportError.
+    HTTPResponse exchange(std::string_view method, std::string_view path, double timeout) const;
+
     /// One exchange. The time-out (seconds) bounds each read by itself. Throws TransportError.
     Task<HTTPResponse> send(std::string method, std::string path, std::optional<std::string> body,
         std::map<std::string, std::string> headers, double timeout) const;

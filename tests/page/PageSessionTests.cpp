@@ -1,9 +1,10 @@
 #include "Kelvadrome/platform/linux/CurlHTTP.h"
-#include "KelvadromeKit/page/MintLogin.h"
+#include "Kelvadrome/platform/linux/LinuxPeers.h"
 #include "KelvadromeKit/page/PageKey.h"
 #include "KelvadromeKit/page/PageSession.h"
 
 #include "tests/support/FakeDaemon.h"
+#include "tests/support/Squatter.h"
 #include "tests/support/TestLoop.h"
 
 #include <fmt/format.h>
@@ -24,11 +25,10 @@ protected:
             {"Location", "/"}});
         daemon.on("/v1/page/me", FakeReply::data(R"({"csrf":"token"})"));
         daemon.on("/v1/cards/answer", FakeReply::data(R"({"receipt":{"line":"Answered"},"status":"held"})"));
-        session =
-            std::make_shared<PageSession>(loop.executor(), std::make_shared<CurlHTTP>(loop.pool()), [this] {
-                ++mints;
-                return mint(link);
-            });
+        session = std::make_shared<PageSession>(loop.executor(), http, [this] {
+            ++mints;
+            return mint(link);
+        });
     }
 
     static Task<LoginLink> mint(std::string url) { co_return LoginLink{std::move(url), ""}; }
@@ -48,6 +48,8 @@ protected:
 
     TestLoop loop;
     FakeDaemon daemon;
+    std::shared_ptr<CurlHTTP> http = std::make_shared<CurlHTTP>(
+        loop.pool(), std::make_shared<LinuxPeers>(UnixSocketTransport(daemon.socketPath(), loop.pool())));
     std::uint16_t port = 0;
     std::string link;
     int mints = 0;
@@ -99,6 +101,47 @@ TEST_F(PageSessionTest, anUnauthorizedPostLogsInAnewOnceAndOtherRefusalsDoNot) {
     EXPECT_EQ(mints, 3);
 }
 
+TEST_F(PageSessionTest, whoeverTakesThePortAfterTheDaemonGetsNothing) {
+    for (const auto user : {Squatter::User::own, Squatter::User::other}) {
+        if (!Squatter::canBe(user))
+            continue;
+        FakeDaemon mortal(daemon.socketPath() + "2");
+        const auto held = std::make_shared<PageSession>(loop.executor(),
+            std::make_shared<CurlHTTP>(loop.pool(),
+                std::make_shared<LinuxPeers>(UnixSocketTransport(mortal.socketPath(), loop.pool()))),
+            [this] {
+                ++mints;
+                return mint(link);
+            });
+        mints = 0;
+        const auto old = mortal.listenOnTCP();
+        link = fmt::format("http://127.0.0.1:{}/login?t=once", old);
+        mortal.on("/login", FakeReply{.status = 303, .headers = {{"Set-Cookie", "kd_session=x"}}});
+        mortal.on("/v1/page/me", FakeReply::data(R"({"csrf":"token"})"));
+        loop.run(held->ensure());
+        mortal.stop();
+        Squatter squatter(user, old);
+        EXPECT_THROW(loop.run(held->answer("c", 1, "yes")), NotConnected);
+        EXPECT_FALSE(loop.run(held->current())) << "the session of a daemon that is gone is still held";
+        // Nor when the daemon is back elsewhere: not the old session, and not a login link for that port.
+        FakeDaemon back(mortal.socketPath());
+        EXPECT_THROW(loop.run(held->answer("c", 1, "yes")), NotConnected);
+        EXPECT_EQ(mints, 2);
+        loop.until([&] { return squatter.taken().size() >= 2; }, "both connections");
+        EXPECT_EQ(squatter.taken(), "++");
+    }
+}
+
+TEST_F(PageSessionTest, aPortThatNobodyListensOnEndsTheSessionAndALateReplyDoesNot) {
+    loop.run(session->ensure());
+    daemon.on("/v1/cards/answer", FakeReply::raw(""));
+    EXPECT_THROW(loop.run(session->answer("c", 1, "yes")), std::runtime_error);
+    EXPECT_TRUE(loop.run(session->current()));
+    daemon.stop();
+    EXPECT_THROW(loop.run(session->answer("c", 1, "yes")), NotConnected);
+    EXPECT_FALSE(loop.run(session->current()));
+}
+
 TEST_F(PageSessionTest, aLoginFailsAtEachOfItsStepsInItsOwnWay) {
     for (const auto* bad : {"http://localhost:{}/login?t=1", "https://127.0.0.1/login", "nonsense {}",
              "http://127.0.0.2:{}/x", "http://127.0.0.1@evil.example:{}/login"}) {
@@ -118,70 +161,18 @@ TEST_F(PageSessionTest, aLoginFailsAtEachOfItsStepsInItsOwnWay) {
     EXPECT_EQ(loop.run(session->ensure()).csrf, "t");
 }
 
-TEST(MintLogin, aForeignKeyIsToldOnceAndThrownEachTime) {
-    TestLoop loop;
-    FakeDaemon daemon;
-    daemon.on("/v1/page/claim", FakeReply::failure("conflict", "another key", 409));
-    auto told = std::make_shared<std::vector<std::string>>();
-    const auto store = std::make_shared<MemorySecretStore>();
-    const auto mint = mintLogin(DaemonClient(UnixSocketTransport(daemon.socketPath(), loop.pool())), store,
-        "/the/home", loop.pool(), loop.executor(),
-        [told](std::string title, std::string text, std::string button) -> Task<> {
-            told->insert(told->end(), {title, text, button});
-            return []() -> Task<> { co_return; }();
-        });
-    for (int i = 0; i < 2; ++i)
-        EXPECT_THROW(loop.run(mint()), DaemonError);
-    EXPECT_FALSE(store->exists()) << "a refused key would stand in for the right one for good";
-    ASSERT_EQ(told->size(), 3U);
-    EXPECT_TRUE(told->at(1).contains("move page-key.sha256 out of /the/home")) << told->at(1);
-    daemon.on("/v1/page/claim", FakeReply::failure("not_found", "old daemon", 404));
-    daemon.on("/v1/page/token", FakeReply::data(R"({"url":"http://127.0.0.1:1/x","expires_at":"later"})"));
-    EXPECT_EQ(loop.run(mint()).url, "http://127.0.0.1:1/x");
-    const auto key = daemon.requests("/v1/page/token").at(0).headers.at("x-kd-page-key");
-    EXPECT_EQ(store->read(), key);
-    daemon.on("/v1/page/claim", FakeReply::failure("conflict", "another key", 409));
-    EXPECT_THROW(loop.run(mint()), DaemonError);
-    EXPECT_EQ(store->read(), key) << "a key that was there before stays";
-}
-
-namespace {
-
-/// A store in which readers go on two by two: one alone waits for another, or until a moment has passed.
-class SlowStore final : public SecretStore {
-public:
-    void set(const std::string& value) override { kept_.set(value); }
-    std::optional<std::string> read() override {
-        auto found = kept_.read();
-        std::unique_lock guard(lock_);
-        const int pair = (++readers_ + 1) / 2 * 2;
-        came_.notify_all();
-        came_.wait_for(guard, std::chrono::milliseconds(100), [&] { return readers_ >= pair; });
-        return found;
-    }
-    bool exists() override { return kept_.exists(); }
-    void remove() override { kept_.remove(); }
-
-private:
-    MemorySecretStore kept_;
-    std::mutex lock_;
-    std::condition_variable came_;
-    int readers_ = 0;
-};
-
-} // namespace
-
-TEST(MintLogin, twoFirstMintsAtOnceMakeOneKey) {
-    TestLoop loop;
-    FakeDaemon daemon;
-    daemon.on("/v1/page/claim", FakeReply::data(R"({"registered":true})"));
-    daemon.on("/v1/page/token", FakeReply::data(R"({"url":"http://127.0.0.1:1/x","expires_at":"later"})"));
-    const auto mint = mintLogin(DaemonClient(UnixSocketTransport(daemon.socketPath(), loop.pool())),
-        std::make_shared<SlowStore>(), "/the/home", loop.pool(), loop.executor(), {});
-    loop.run(gather(mint(), mint()));
-    const auto asked = daemon.requests("/v1/page/token");
-    ASSERT_EQ(asked.size(), 2u);
-    EXPECT_EQ(asked[0].headers.at("x-kd-page-key"), asked[1].headers.at("x-kd-page-key"));
+TEST(MovedSecretStore, theSecretIsFoundAtItsOldPlaceAndFromThenOnAtTheNewOne) {
+    const auto now = std::make_shared<MemorySecretStore>(), before = std::make_shared<MemorySecretStore>();
+    MovedSecretStore moved(now, before);
+    EXPECT_EQ(moved.read(), std::nullopt);
+    before->set("old");
+    EXPECT_TRUE(moved.exists());
+    EXPECT_EQ(moved.read(), "old");
+    EXPECT_EQ(now->read(), "old");
+    before->set("stale");
+    EXPECT_EQ(moved.read(), "old");
+    moved.remove();
+    EXPECT_FALSE(before->exists() || now->exists());
 }
 
 TEST(SecretField, aStoredSecretIsNeverLoadedAndAFailedSaveKeepsTheText) {

@@ -19,7 +19,8 @@ struct CurlHTTPTest : testing::Test {
     TestLoop loop;
     FakeDaemon daemon;
     std::uint16_t port = daemon.listenOnTCP();
-    std::shared_ptr<CurlHTTP> http = std::make_shared<CurlHTTP>(loop.pool());
+    std::shared_ptr<FixedPeers> peers = std::make_shared<FixedPeers>();
+    std::shared_ptr<CurlHTTP> http = std::make_shared<CurlHTTP>(loop.pool(), peers);
 };
 
 Task<> keepOutcome(std::shared_ptr<CurlHTTP> http, HTTPRequest request,
@@ -80,12 +81,29 @@ TEST_F(CurlHTTPTest, aCancelledExchangeEndsAtOnce) {
     gate->open();
 }
 
+TEST_F(CurlHTTPTest, nothingIsSentOverAConnectionThatIsRefused) {
+    peers->refuse("Not the daemon.");
+    auto post = request("POST", "/v1/cards/answer");
+    post.headers = {{"Cookie", "kd_session=secret"}};
+    post.body = "{}";
+    try {
+        loop.run(http->exchange(post));
+        ADD_FAILURE() << "it was sent";
+    } catch (const NotConnected& error) {
+        EXPECT_STREQ(error.what(), "Not the daemon.");
+    }
+    EXPECT_TRUE(daemon.requests().empty());
+    peers->refuse({});
+    loop.run(http->exchange(post));
+    EXPECT_EQ(daemon.requests().size(), 1u);
+}
+
 TEST_F(CurlHTTPTest, noReplyIsAnErrorAndTheNextDaemonOnThePortIsReached) {
     daemon.on("/cut", FakeReply::raw("HTTP/1.1 200 OK\r\nContent-Length: 50\r\n\r\n{"));
     EXPECT_THROW(loop.run(http->exchange(request("GET", "/cut"))), std::runtime_error);
     EXPECT_EQ(loop.run(http->exchange(request("GET", "/"))).status, 404);
     daemon.stop();
-    EXPECT_THROW(loop.run(http->exchange(request("GET", "/"))), std::runtime_error);
+    EXPECT_THROW(loop.run(http->exchange(request("GET", "/"))), NotConnected);
     auto other = request("GET", "/");
     other.url = "ftp://127.0.0.1/";
     EXPECT_THROW(loop.run(http->exchange(other)), std::runtime_error);

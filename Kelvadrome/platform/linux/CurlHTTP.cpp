@@ -46,9 +46,10 @@ std::size_t takeHeader(char* data, std::size_t size, std::size_t count, void* to
 /// One exchange, run on a pool thread and cancelled from any other.
 class Exchange {
 public:
-    explicit Exchange(HTTPRequest request)
-        : request_(std::move(request)), multi_(curl_multi_init(), &curl_multi_cleanup),
-          easy_(curl_easy_init(), &curl_easy_cleanup), headers_(nullptr, &curl_slist_free_all) {}
+    Exchange(HTTPRequest request, std::shared_ptr<PeerCheck> peers)
+        : request_(std::move(request)), peers_(std::move(peers)),
+          multi_(curl_multi_init(), &curl_multi_cleanup), easy_(curl_easy_init(), &curl_easy_cleanup),
+          headers_(nullptr, &curl_slist_free_all) {}
 
     void cancel() {
         cancelled_ = true;
@@ -64,6 +65,10 @@ public:
         curl_multi_remove_handle(multi_.get(), easy_.get());
         if (cancelled_)
             throw boost::system::system_error(asio::error::operation_aborted);
+        if (refusal_)
+            throw NotConnected(*refusal_);
+        if (code == CURLE_COULDNT_CONNECT || (code == CURLE_OPERATION_TIMEDOUT && !connected_))
+            throw NotConnected(curl_easy_strerror(code));
         if (code != CURLE_OK)
             throw std::runtime_error(curl_easy_strerror(code));
         long status = 0;
@@ -73,6 +78,19 @@ public:
     }
 
 private:
+    /// libcurl asks when the connection stands and nothing was sent over it.
+    static int mayBegin(void* self, char* peer, char* own, int peerPort, int ownPort) {
+        auto& exchange = *static_cast<Exchange*>(self);
+        try {
+            exchange.connected_ = true;
+            exchange.refusal_ = exchange.peers_->refusal(
+                {peer, static_cast<std::uint16_t>(peerPort), own, static_cast<std::uint16_t>(ownPort)});
+        } catch (const std::exception& error) { // none may cross the library
+            exchange.refusal_ = error.what();
+        }
+        return exchange.refusal_ ? CURL_PREREQFUNC_ABORT : CURL_PREREQFUNC_OK;
+    }
+
     void configure() {
         auto* handle = easy_.get();
         curl_easy_setopt(handle, CURLOPT_URL, request_.url.c_str());
@@ -81,6 +99,8 @@ private:
         curl_easy_setopt(handle, CURLOPT_PROXY, ""); // not the environment's either
         curl_easy_setopt(handle, CURLOPT_FOLLOWLOCATION, 0L);
         curl_easy_setopt(handle, CURLOPT_TIMEOUT_MS, static_cast<long>(request_.timeout * 1000));
+        curl_easy_setopt(handle, CURLOPT_PREREQFUNCTION, &mayBegin);
+        curl_easy_setopt(handle, CURLOPT_PREREQDATA, this);
         curl_easy_setopt(handle, CURLOPT_WRITEFUNCTION, &takeBody);
         curl_easy_setopt(handle, CURLOPT_WRITEDATA, &response_);
         curl_easy_setopt(handle, CURLOPT_HEADERFUNCTION, &takeHeader);
@@ -121,6 +141,9 @@ private:
     }
 
     HTTPRequest request_;
+    std::shared_ptr<PeerCheck> peers_;
+    bool connected_ = false;
+    std::optional<std::string> refusal_; // of the peer; nothing was sent
     HTTPResponse response_;
     MultiHandle multi_; // declared before the easy handle, which must go first
     EasyHandle easy_;
@@ -130,13 +153,14 @@ private:
 
 } // namespace
 
-CurlHTTP::CurlHTTP(BackgroundPool& pool) : pool_(&pool) {
+CurlHTTP::CurlHTTP(BackgroundPool& pool, std::shared_ptr<PeerCheck> peers)
+    : pool_(&pool), peers_(std::move(peers)) {
     // Once a process, before any thread uses it; later calls only count.
     curl_global_init(CURL_GLOBAL_DEFAULT);
 }
 
 Task<HTTPResponse> CurlHTTP::exchange(HTTPRequest request) {
-    auto running = std::make_shared<Exchange>(std::move(request));
+    auto running = std::make_shared<Exchange>(std::move(request), peers_);
     const auto run = [running] { return running->run(); };
     const auto cancel = [running] { running->cancel(); };
     co_return co_await pool_->run(run, cancel);
