@@ -1,13 +1,19 @@
 #include "KelvadromeKit/page/MintLogin.h"
 
+#include "KelvadromeKit/daemon/DataHome.h"
 #include "KelvadromeKit/page/PageKey.h"
+#include "KelvadromeKit/support/FileLock.h"
+#include "KelvadromeKit/support/Files.h"
 
 #include <atomic>
-#include <mutex>
 
 namespace kelvadrome {
 
 namespace {
+
+constexpr const char* lockName = "page-key.lock";
+/// Seconds for the start before this one, whose keyring may be asking its user for a password.
+constexpr double lockLimit = 90;
 
 struct MintState {
     DaemonClient client;
@@ -17,27 +23,16 @@ struct MintState {
     Executor mainExecutor;
     CriticalAlert alert;
     std::atomic<bool> alerted = false;
-    std::mutex keyTurn{}; // held while the store is asked: two mints that both find no key would make two
 };
 
-struct HeldKey {
-    std::string text;
-    bool fresh; // made just now
-};
-
-HeldKey holdKey(MintState& state) {
-    std::lock_guard turn(state.keyTurn);
-    auto known = PageKey::stored(*state.store);
-    if (known)
-        return {std::move(*known), false};
-    return {PageKey::load(*state.store), true};
-}
-
-bool isConflict(const std::exception_ptr& error) {
+/// Whether the daemon refused with this code.
+bool isRefusal(const std::exception_ptr& error, std::string_view code) {
+    if (!error)
+        return false;
     try {
         std::rethrow_exception(error);
     } catch (const DaemonError& refused) {
-        return refused.code() == "conflict";
+        return refused.code() == code;
     } catch (...) {
         return false;
     }
@@ -51,18 +46,47 @@ Task<> tellUser(std::shared_ptr<MintState> state) {
     co_await std::move(alert);
 }
 
-Task<LoginLink> mint(std::shared_ptr<MintState> state) {
-    const auto hold = [state] { return holdKey(*state); };
-    auto key = co_await state->pool->run(hold);
-    auto link = co_await attempt(state->client.mintLogin(std::move(key.text)));
-    const bool conflict = !link && isConflict(link.error());
-    if (conflict && key.fresh) {
-        // The registered one may lie where this start can't look, in a keyring that is closed to it. A
-        // refused key in its place would shut the starts out that can.
-        const auto forget = [store = state->store] { store->remove(); };
-        co_await attempt(state->pool->run(forget));
+Task<std::optional<std::string>> storedKey(std::shared_ptr<MintState> state) {
+    const auto read = [state] { return PageKey::stored(*state->store); };
+    co_return co_await state->pool->run(read);
+}
+
+/// The first login of an installation. To make a key and to register it is one step among all that start on
+/// this home: two that each made their own would shut one another out for good.
+Task<LoginLink> firstLogin(std::shared_ptr<MintState> state) {
+    const auto take = [path = Files::join(state->home, lockName)] {
+        return std::make_shared<FileLock>(path, lockLimit);
+    };
+    const auto turn = co_await state->pool->run(take);
+    const auto made = co_await storedKey(state); // by the start before, meanwhile
+    if (made)
+        co_return co_await state->client.mintLogin(*made);
+
+    // Who gets no link without a key comes after another key, which may lie in a keyring that this start
+    // can't reach. One more in its place would shut the starts out that can: it is asked with and not kept.
+    const auto bare = co_await attempt(state->client.mintLogin(std::nullopt));
+    const auto key = PageKey::generate();
+    if (!isRefusal(bare.error(), "forbidden")) {
+        const auto save = [state, key] { state->store->set(key); };
+        co_await state->pool->run(save);
     }
-    if (conflict && !state->alerted.exchange(true))
+    auto link = co_await attempt(state->client.mintLogin(key));
+    if (isRefusal(link.error(), "conflict")) {
+        // A start that knows no lock was faster, and the store may hold its key by now.
+        const auto other = co_await storedKey(state);
+        if (other && *other != key)
+            co_return co_await state->client.mintLogin(*other);
+    }
+    co_return link.take();
+}
+
+Task<LoginLink> mint(std::shared_ptr<MintState> state) {
+    if (const auto refusal = DataHome::refusal(state->home))
+        throw std::runtime_error(*refusal); // the key would go to whoever listens there
+    const auto key = co_await storedKey(state);
+    auto login = key ? state->client.mintLogin(*key) : firstLogin(state);
+    auto link = co_await attempt(std::move(login));
+    if (isRefusal(link.error(), "conflict") && !state->alerted.exchange(true))
         co_await runOn(state->mainExecutor, tellUser(state));
     co_return link.take();
 }

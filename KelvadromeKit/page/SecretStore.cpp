@@ -50,6 +50,21 @@ std::int64_t MemorySecretStore::reads() const {
     return reads_;
 }
 
+std::optional<std::string> MovedSecretStore::read() {
+    auto value = now_->read();
+    if (value)
+        return value;
+    value = before_->read();
+    if (value)
+        now_->set(*value); // the old one stays, for an older version that looks there
+    return value;
+}
+
+void MovedSecretStore::remove() {
+    now_->remove();
+    before_->remove();
+}
+
 void SecretField::load(SecretStore& store) {
     saved = store.exists();
     text.clear();

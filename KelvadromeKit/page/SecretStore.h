@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <stdexcept>
@@ -60,6 +61,22 @@ private:
     mutable std::mutex lock_;
     std::optional<std::string> value_;
     std::int64_t reads_ = 0;
+};
+
+/// A secret that has a new place: it is looked for at the old one too, and moves over when it is first read.
+class MovedSecretStore final : public SecretStore {
+public:
+    MovedSecretStore(std::shared_ptr<SecretStore> now, std::shared_ptr<SecretStore> before)
+        : now_(std::move(now)), before_(std::move(before)) {}
+
+    void set(const std::string& value) override { now_->set(value); }
+    std::optional<std::string> read() override;
+    bool exists() override { return now_->exists() || before_->exists(); }
+    void remove() override;
+
+private:
+    std::shared_ptr<SecretStore> now_;
+    std::shared_ptr<SecretStore> before_;
 };
 
 /// The state behind a settings field: a stored secret is never loaded into it.
