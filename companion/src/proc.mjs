@@ -1,9 +1,46 @@
 // The process table, as far as the daemon and `kd` need it: from /proc on Linux, from `ps` elsewhere.
 import { readFileSync } from 'node:fs';
 import { execFileSync } from 'node:child_process';
+import { basename } from 'node:path';
 
 /** The programs that are known as coding agents, by the name that `ps` prints. */
 export const AGENTS = ['claude', 'codex', 'grok', 'gemini', 'qwen', 'copilot', 'cursor-agent', 'droid', 'opencode', 'amp', 'aider', 'pi'];
+
+/** Programs that wait for commands. What an answer says must never reach one. */
+const SHELLS = ['zsh', 'bash', 'sh', 'fish', 'tcsh', 'csh', 'dash', 'ksh', 'nu', 'login'];
+export const isShell = (name) => SHELLS.includes(name.replace(/^-/, ''));
+
+const INTERPRETER = /^(node|nodejs|bun|deno|python[0-9.]*)$/;
+const NO_NAME = ['MainThread', 'node-MainThread'];  // what Node calls its first thread, and thereby the process
+const TAKES_A_VALUE = ['-r', '--require', '--import', '--loader', '--experimental-loader', '-C', '--conditions', '--env-file', '-X', '-W'];
+const NO_SCRIPT = ['-e', '--eval', '-p', '--print', '-c', '-'];
+const SAYS_NOTHING = ['index', 'cli', 'main', '__main__'];
+
+/** The package that a file belongs to, without a tail that only says what kind of package it is. */
+function packageOf(path) {
+  const match = /.*\/(?:node_modules|site-packages)\/(?:@[^/]+\/)?([^/]+)\//.exec(path);
+  return match ? match[1].replace(/-(cli|code|ai)$/, '') : '';
+}
+
+/**
+ * The name that a process goes by: its command, but for a script that an interpreter runs the script's own name, without
+ * its extension; a script that is called "index" or the like goes by its package, a module of Python by its first part.
+ * `args` are the words of its command line, the interpreter first.
+ */
+export function programName(comm, args) {
+  const name = basename(comm) || comm;
+  if (!INTERPRETER.test(basename(args[0] ?? '')) || !(INTERPRETER.test(name) || NO_NAME.includes(name))) return name;
+  for (let i = 1; i < args.length; i++) {
+    if (NO_SCRIPT.includes(args[i])) return name;
+    if (args[i] === '-m') return args[i + 1]?.split('.')[0] || name;
+    if (TAKES_A_VALUE.includes(args[i])) i++;
+    else if (!args[i].startsWith('-') && !(i === 1 && args[i] === 'run' && args.length > 2)) {
+      const script = basename(args[i]).replace(/\.([cm]?[jt]sx?|pyz?)$/, '');
+      return (SAYS_NOTHING.includes(script) && packageOf(args[i])) || script || name;
+    }
+  }
+  return name;
+}
 
 /** Terminal name as `ps -o tty` prints it, from the kernel's device number; null without a terminal. */
 export function ttyName(device) {
@@ -23,7 +60,7 @@ export function parseStat(text) {
   const [state, ppid, pgid, , device, tpgid] = fields;
   return {
     pid: Number(text.slice(0, open)), comm: text.slice(open + 1, close), state,
-    ppid: Number(ppid), pgid: Number(pgid), tty: ttyName(Number(device)), tpgid: Number(tpgid), started: Number(fields[19]),
+    ppid: Number(ppid), pgid: Number(pgid), tty: ttyName(Number(device)), tpgid: Number(tpgid), started: Number(fields[19]), image: Number(fields[25]),
   };
 }
 
@@ -44,6 +81,19 @@ export function processInfo(pid) {
   }
 }
 
+/** The words of a process's command line; none when they cannot be read. */
+export function argumentsOf(pid) {
+  try {
+    if (process.platform === 'linux') return readFileSync(`/proc/${pid}/cmdline`, 'utf8').replace(/\0$/, '').split('\0');
+    return execFileSync('ps', ['-o', 'args=', '-p', String(pid)], { encoding: 'utf8', timeout: 3000, stdio: ['ignore', 'pipe', 'ignore'] }).trim().split(/\s+/);
+  } catch {
+    return [];
+  }
+}
+
+/** The name that the process of this `info` goes by. */
+export const nameOf = (info) => programName(info.comm, INTERPRETER.test(info.comm) || NO_NAME.includes(info.comm) ? argumentsOf(info.pid) : []);
+
 /**
  * Whether the process still runs; one that has ended and was not yet collected does not. `started`, when known, is its
  * `startOf`: another process that got the same id since is not it.
@@ -61,8 +111,23 @@ export function isRunning(pid, started) {
   }
 }
 
-/** When the process started, in the kernel's ticks; undefined where that cannot be told. */
-export const startOf = (pid) => (process.platform === 'linux' ? processInfo(pid)?.started : undefined);
+/**
+ * What names a process for good, for ids are used again: when it started, in the kernel's ticks, and where its stack
+ * begins, which changes with the program that it runs. Empty where that cannot be told.
+ */
+export function identityOf(pid) {
+  const info = process.platform === 'linux' ? processInfo(pid) : null;
+  return info === null ? {} : { started: info.started, ...(info.image > 0 ? { image: info.image } : {}) };
+}
+
+/** Why the process of `live` is no longer the one that asked; null while it is. */
+export function whyNotTheAsker({ pid, started, image }) {
+  if (pid === undefined) return null;
+  if (!isRunning(pid)) return 'the agent process ended';
+  const now = identityOf(pid);
+  if (started !== undefined && now.started !== started) return 'the agent process ended, and another one has its number';
+  return image !== undefined && now.image !== image ? 'the agent process runs another program since it asked' : null;
+}
 
 /** One variable of another process's environment at its start; null when it has none or cannot be read. */
 export function environmentOf(pid, name) {

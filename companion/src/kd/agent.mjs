@@ -1,16 +1,16 @@
 // Which agent called `kd`, and where it runs.
 import { readlinkSync } from 'node:fs';
-import { AGENTS, environmentOf, processInfo } from '../proc.mjs';
+import { AGENTS, environmentOf, nameOf, processInfo } from '../proc.mjs';
 import { EXIT, KdError } from './client.mjs';
 
 const MAX_STEPS = 32;
 
-/** From `start` upward, the first process whose command is in `names`; null when there is none. */
-export function findAbove(start, names, look = processInfo) {
+/** From `start` upward, the first process that goes by one of `names`; null when there is none. */
+export function findAbove(start, names, look = processInfo, name = nameOf) {
   for (let pid = start, steps = 0; pid > 1 && steps < MAX_STEPS; steps++) {
     const info = look(pid);
     if (info === null) return null;
-    if (names.includes(info.comm)) return info;
+    if (names.includes(name(info))) return info;
     pid = info.ppid;
   }
   return null;
@@ -28,7 +28,7 @@ function workingFolder(pid) {
 function terminalOf(pid) {
   const pane = environmentOf(pid, 'TMUX_PANE');
   if (pane !== null && /^%[0-9]+$/.test(pane)) return { host: 'tmux', host_ref: pane };
-  const iterm = /^w\d+t\d+p\d+:([0-9A-Fa-f-]{36})$/.exec(environmentOf(pid, 'ITERM_SESSION_ID') ?? '');
+  const iterm = process.platform === 'linux' ? null : /^w\d+t\d+p\d+:([0-9A-Fa-f-]{36})$/.exec(environmentOf(pid, 'ITERM_SESSION_ID') ?? '');
   return iterm ? { host: 'iterm2', host_ref: iterm[1] } : { host: 'unknown' };
 }
 
@@ -43,5 +43,5 @@ export function callingAgent(options, parent = process.ppid) {
   const live = { pid: info.pid, pgid: info.pgid, ...(info.tty ? { tty: info.tty } : {}), ...terminalOf(info.pid), cwd: workingFolder(info.pid) };
   if (options.host) Object.assign(live, { host: options.host, host_ref: options.host_ref });
   if (options.codex_thread) live.codex_thread = options.codex_thread;
-  return { agent: options.agent ?? info.comm, live };
+  return { agent: options.agent ?? nameOf(info), live };
 }
