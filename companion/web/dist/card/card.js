@@ -5,7 +5,7 @@ import { h, said, showIn } from '../lib/dom.js';
 import { icon } from '../lib/icons.js';
 import { announce } from '../lib/announce.js';
 import { ageOf, agentDisplay, agentName, brief, ending, kindWord } from '../lib/words.js';
-import { choices } from './choices.js';
+import { choices, dismissal } from './choices.js';
 import { review } from './review.js';
 import { onHold } from './hold.js';
 
@@ -35,10 +35,10 @@ export class CardView {
     showIn(this.head, [card.agent, card.topic, card.opened_at, card.kind, card.risk, card.blocking, this.context.session(card), this.context.topic(card)], () => this.meta());
     showIn(this.title, card.title, () => card.title);
     showIn(this.body, card.body, () => this.paragraphs());
-    showIn(this.notice, [card.state, card.refs?.last_refusal], () => this.notices());
+    showIn(this.notice, [card.state, card.refs?.last_refusal, card.delivery_note, card.maybe_typed], () => this.notices());
     const { version, held_until: heldUntil, rows, options, state, answer, menu, screen, kind, risk, closed_at: closedAt } = card;
     const stays = state === 'open' ? null : [version, heldUntil, answer, closedAt];
-    const shown = JSON.stringify([state, options, card.default, rows, menu, screen, kind, risk, stays]);
+    const shown = JSON.stringify([state, card.answerable, options, card.default, rows, menu, screen, kind, risk, stays]);
     if (shown !== this.shown) {
       this.shown = shown;
       this.show();
@@ -50,7 +50,7 @@ export class CardView {
     this.reviewing = false;
     this.error.hidden = true;
     const build = {
-      open: () => choices(this), held: () => onHold(this), gone: () => this.ofNobody(),
+      open: () => (this.takesAnswers() ? choices(this) : this.elsewhere()), held: () => onHold(this), gone: () => this.ofNobody(),
       armed: () => [h('p', { class: 'way' }, h('span', { class: 'spinner', 'aria-hidden': 'true' }), h('span', {}, '“', said(brief(this.card.answer)), `” is on its way to ${agentName(this.card.agent)}.`))],
     }[this.card.state] ?? (() => [h('p', { class: 'soft' }, ending(this.card), this.card.closed_at ? [', ', ageOf(this.card.closed_at)] : null)]);
     this.replace(build());
@@ -96,15 +96,25 @@ export class CardView {
     const { card } = this;
     const name = agentName(card.agent);
     return [
-      card.refs?.last_refusal && (card.state === 'open' || card.state === 'gone') ? h('p', { class: 'notice warn' }, icon('warning'), h('span', {}, 'Your answer was not delivered: ', said(card.refs.last_refusal))) : null,
+      card.refs?.last_refusal && (card.state === 'open' || card.state === 'gone') ? h('p', { class: 'notice warn' }, icon('warning'), h('span', {}, card.maybe_typed ? 'Look at its terminal before you answer again: ' : 'Your answer was not delivered: ', said(card.refs.last_refusal))) : null,
+      card.delivery_note && card.state === 'open' ? h('p', { class: this.takesAnswers() ? 'notice' : 'notice warn' }, icon(this.takesAnswers() ? 'inbox' : 'warning'), said(card.delivery_note, 'span')) : null,
       card.state === 'gone' ? h('p', { class: 'notice' }, icon('away'), h('span', {}, `${name} has ended. Nobody is left to take an answer.`)) : null,
     ];
   }
 
+  /** False for a question that only its own terminal can answer; the note on the card says why. */
+  takesAnswers() { return this.card.answerable !== false; }
+
+  offered(words) {
+    const { options } = this.card;
+    return options.length > 0 ? h('p', { class: 'soft' }, words, options.map((option, index) => [index ? ' · ' : '', said(option)])) : null;
+  }
+
+  elsewhere() { return [this.offered('It offers: '), h('div', { class: 'row end' }, dismissal(this))]; }
+
   ofNobody() {
-    const { card } = this;
     return [
-      card.options.length > 0 ? h('p', { class: 'soft' }, 'It offered: ', card.options.map((option, index) => [index ? ' · ' : '', said(option)])) : null,
+      this.offered('It offered: '),
       h('div', { class: 'row end' }, h('button', { type: 'button', onclick: () => this.dismiss() }, 'Dismiss')),
     ];
   }
@@ -147,7 +157,7 @@ export class CardView {
 
   /** A high risk is looked at once more before it is sent, and the daemon insists on that, too. */
   async choose(answer, more = {}) {
-    if (this.card.state !== 'open') return;
+    if (this.card.state !== 'open' || !this.takesAnswers()) return;
     const press = { version: this.card.version, answer, ...more };
     if (this.card.risk !== 'high') return this.press(press);
     const shown = await this.send('/v1/page/review', press);
@@ -184,7 +194,7 @@ export class CardView {
     const { card } = this;
     const press = (selector) => { const control = this.actions.querySelector(selector); return control && (() => (control.matches('textarea') ? control.focus() : control.click())); };
     if (card.state === 'held') return { u: () => this.undo() };
-    if (card.state !== 'open' || this.reviewing) return {};
+    if (card.state !== 'open' || this.reviewing || !this.takesAnswers()) return {};
     return {
       ...Object.fromEntries(card.options.slice(0, 9).map((option, index) => [String(index + 1), () => this.choose(option)])),
       t: press('textarea'), a: press('[data-accept]'),

@@ -77,7 +77,7 @@ function batch(view) {
       h('button', { type: 'submit' }, icon('send'), 'Send these answers')));
 }
 
-function dismissal(view) {
+export function dismissal(view) {
   const ask = h('button', { type: 'button', class: 'flat small', onclick: () => {
     ask.replaceWith(sure);
     sure.querySelector('button').focus();

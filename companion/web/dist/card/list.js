@@ -95,7 +95,7 @@ export class CardList {
       if (live.has(id) || this.#farewells.has(id)) continue;
       drafts.drop(id);
       if (outcomes.get(id) !== 'answered' || card.answer === undefined) continue;
-      const words = `Sent to ${agentName(card.agent)}: “${brief(card.answer)}”`;
+      const words = `${card.delivery_note ? 'Kept for' : 'Sent to'} ${agentName(card.agent)}: “${brief(card.answer)}”`;
       announce(words);
       this.#farewells.set(id, h('p', { class: 'farewell' }, icon('check'), h('span', { dir: 'auto' }, words)));
       setTimeout(() => {

@@ -56,5 +56,5 @@ export function brief(answer, limit = 48) {
 /** What became of a closed card. */
 export function ending(card) {
   if (card.outcome === 'answered') return `Answered “${brief(card.answer)}”`;
-  return { withdrawn: 'Taken back by the agent', dismissed: 'Dismissed without an answer' }[card.outcome] ?? 'Closed';
+  return { withdrawn: 'Taken back by the agent', dismissed: 'Dismissed without an answer', went_on: 'The agent went on' }[card.outcome] ?? 'Closed';
 }
