@@ -91,7 +91,7 @@ async function askOne(kind, round) {
   const { chosen, leave: leaves } = await answer;
   screen.print(`● ${asked.title}`, `  You chose: ${chosen}`, ...(card.ok ? [] : [`  (Only asked here: ${card.text.split('\n')[0]})`]), '');
   // Who answers in the terminal needs no card any more; when Kelvadrome typed it, its own report closes the card.
-  if (card.ok) await kd('withdraw', card.text);
+  if (card.ok) await kd('withdraw', card.text, `--answered=${chosen}`);
   current = null;
   if (leaves) await leave(0);
 }

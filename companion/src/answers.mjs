@@ -47,6 +47,9 @@ export function fitAnswer(card, answer, acceptAllDefaults) {
   return { answer: fitted, words: `your text (${characterCount(fitted)} characters)` };
 }
 
+/** An answer as the agent that got it would name it: an option, a text, or the line of a batch. */
+export const answerLine = (card, answer) => (typeof answer === 'string' ? answer : batchLine(card, answer));
+
 /** What a delivery job carries for this answer: `steps`, and `screen` for a question that is read off the screen. */
 export function deliveryOf(card, answer) {
   if (card.screen) {
@@ -56,5 +59,5 @@ export function deliveryOf(card, answer) {
     return { steps: trust ? [{ kind: 'nav', key: 'down' }, enter] : [enter], screen: { ...card.screen, want: trust ? 'trust' : 'exit' } };
   }
   if (card.menu) return { steps: [{ kind: 'key', key: MENU_KEYS[card.options.indexOf(answer)] }] };
-  return { steps: [{ kind: 'text', text: typeof answer === 'string' ? answer : batchLine(card, answer) }] };
+  return { steps: [{ kind: 'text', text: answerLine(card, answer) }] };
 }

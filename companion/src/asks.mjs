@@ -3,7 +3,7 @@
 import { invalid } from './errors.mjs';
 import { optional, required } from './check.mjs';
 import { oneLine, paragraphs } from './text.mjs';
-import { startOf } from './proc.mjs';
+import { identityOf, isShell, nameOf, processInfo } from './proc.mjs';
 import { MENU_KEYS, TRUST_OPTIONS, typable } from './answers.mjs';
 
 export const KINDS = ['question', 'stop', 'batch', 'conflict', 'handoff_review', 'precedent'];
@@ -41,8 +41,7 @@ export function readLive(body) {
     codex_thread: optional.string(live, 'codex_thread', { pattern: SESSION }),
     cwd: optional.string(live, 'cwd', { max: 4096, pattern: /^\// }),
   };
-  // Ids of processes are used again; together with the start, one names its process for good.
-  if (result.pid !== undefined) result.started = startOf(result.pid);
+  if (result.pid !== undefined) Object.assign(result, identityOf(result.pid));
   return Object.fromEntries(Object.entries(result).filter(([, value]) => value !== undefined));
 }
 
@@ -100,6 +99,18 @@ function deliveryRoad(live, waits) {
   return typed ? 'terminal' : 'keep';
 }
 
+/** Throws for what no answer could ever be typed into. Where the agent runs is another matter: see `whyUntypable`. */
+function refuseUntypable(agent, { pid, host, host_ref }) {
+  const info = processInfo(pid);
+  if (info === null) throw invalid('live.pid', `there is no process ${pid}`);
+  const name = nameOf(info);
+  if (isShell(name)) throw invalid('live.pid', `process ${pid} is a shell (${name}); an answer is never typed into one`);
+  if (name !== agent) throw invalid('live.pid', `process ${pid} is ${name}, not ${agent}`);
+  if (host === 'terminal') throw invalid('live.host', 'keys are never typed into Terminal; the agent can wait for its answer instead');
+  if (host === 'iterm2' && process.platform === 'linux') throw invalid('live.host', 'there is no iTerm2 on this machine; the agent can wait for its answer instead');
+  if (host !== 'unknown' && host_ref === undefined) throw invalid('live.host_ref', `is missing: which pane of ${host}?`);
+}
+
 /** The checked ask. `session_id` falls back to agent and pid, so that one agent process is one session. */
 export function readAsk(body) {
   const identity = readIdentity(body);
@@ -112,6 +123,7 @@ export function readAsk(body) {
   const standard = optional.string(body, 'default');
   if (standard !== undefined && (menu || screen) && !options.includes(standard)) throw invalid('default', 'is not one of the options');
   const delivery = deliveryRoad(live, optional.boolean(body, 'wait') ?? false);
+  if (delivery === 'terminal') refuseUntypable(identity.agent, live);
   if (screen && delivery !== 'terminal') throw invalid('screen', 'a folder question needs the pid and the terminal of its agent');
   return {
     ask_id: optional.string(body, 'ask_id', { pattern: SESSION }), ...identity, session_id: identity.session_id ?? `${identity.agent}-${live?.pid ?? 'local'}`,

@@ -1,11 +1,17 @@
 import { randomBytes } from 'node:crypto';
 
 let ahead = 0;
+let set = 0;
 
-/** The daemon's one clock, in milliseconds. Tests move it on instead of waiting. */
+/**
+ * The daemon's two clocks, in milliseconds. `now` is the time of day, for what is shown and what outlives the process;
+ * it can be set at any moment. `steady` only goes on, and so measures every wait. Tests move both on instead of waiting.
+ */
 export const clock = {
-  now: () => Date.now() + ahead,
+  now: () => Math.round(Date.now() + ahead + set),
+  steady: () => performance.now() + ahead,
   advance: (ms) => { ahead += ms; },
+  setTimeOfDay: (ms) => { set += ms; },
 };
 
 /** ISO 8601 in UTC with milliseconds. */

@@ -47,14 +47,14 @@ function readArguments(argv, env) {
 function readSettings(env) {
   const test = env.KELVADROME_TEST === '1';
   const hold = test && /^\d+$/.test(env.KELVADROME_TEST_HOLD_MS ?? '') ? Number(env.KELVADROME_TEST_HOLD_MS) : null;
-  return { test, holdMs: (risk) => hold ?? (risk === 'high' ? 5000 : 2000), expiryMs: 60_000, goneAfterMs: 5000 };
+  return { test, holdMs: (risk) => hold ?? (risk === 'high' ? 5000 : 2000), expiryMs: 60_000, unseenMs: 12_000, goneAfterMs: 5000 };
 }
 
 class Daemon {
   constructor(home, settings, env) {
     this.home = home;
     this.settings = settings;
-    this.started = clock.now();
+    this.started = clock.steady();
     this.store = new Store(home);
     this.hub = new EventHub();
     this.auth = new PageAuth(home);
@@ -74,7 +74,7 @@ class Daemon {
   }
 
   health() {
-    return { name: 'kelvadromed', version: VERSION, pid: process.pid, home: this.home, watermark: this.receipts.watermark(), uptime_s: (clock.now() - this.started) / 1000, port: this.auth.port };
+    return { name: 'kelvadromed', version: VERSION, pid: process.pid, home: this.home, watermark: this.receipts.watermark(), uptime_s: (clock.steady() - this.started) / 1000, port: this.auth.port };
   }
 
   /** Something moved: do what has come due, wake who waits, and set the timer for what comes next. Never runs inside a commit. */
@@ -89,6 +89,7 @@ class Daemon {
     if (this.closed) return;
     let soonest = 1;
     try {
+      this.cards.followTimeOfDay();
       this.cards.commitDue();
       this.jobs.expireDue();
       this.departed.look();
@@ -100,7 +101,7 @@ class Daemon {
     clearTimeout(this.timer);
     const next = [this.cards.nextHoldEnd(), this.jobs.nextExpiry()].filter((at) => at !== null);
     // An agent that ends tells nobody, so even a quiet daemon looks around every few seconds.
-    this.timer = setTimeout(() => this.changed(), Math.min(Math.max(Math.min(...next) - clock.now(), soonest), LOOK_AROUND_MS));
+    this.timer = setTimeout(() => this.changed(), Math.min(Math.max(Math.min(...next) - clock.steady(), soonest), LOOK_AROUND_MS));
   }
 
   close() {
@@ -123,6 +124,7 @@ class Daemon {
     if (route === 'method') throw new Refusal('method_not_allowed', 405, `${path} is not reached with ${req.method}.`);
     const session = surface === 'page' ? this.auth.session(req.headers) : null;
     if (session && req.method !== 'GET') this.auth.checkCsrf(session, req.headers);
+    if (session) this.jobs.heard(session.tag);
     checkSurface(route, surface, this.settings);
     if (route.stream) return this.hub.attach(res);
     const body = req.method === 'GET' ? {} : await readJson(req);

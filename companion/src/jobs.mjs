@@ -2,21 +2,42 @@ import { conflict, forbidden, Refusal } from './errors.mjs';
 import { clock, iso, newId } from './clock.mjs';
 import { agentName } from './names.mjs';
 import { Waiters } from './events.mjs';
+import { OVER } from './cards.mjs';
+import { whyNotTheAsker } from './proc.mjs';
 
-const OVER = ['done', 'refused', 'failed', 'expired', 'unfinished', 'withdrawn'];
+const FORGET_MS = 3_600_000;
+const ENDED = ['done', 'refused', 'failed', 'expired', 'unfinished', 'withdrawn'];
 
 /**
  * Answers on their way. A job is queued -> claimed by one page session -> started -> done, refused or failed. One that
- * nobody starts in time expires; one that was started and never reported ends as unfinished. Each end closes or
- * reopens the card in the same transaction. Type "hand" is an answer for a waiting `kd` and is never claimed.
+ * nobody starts in time expires; one that was started and never reported ends as unfinished; both come early when the
+ * page session that it depends on is not heard of any more. Each end closes or reopens the card in the same transaction.
+ * Type "hand" is an answer for a waiting `kd` and is never claimed.
  */
 export class Jobs {
   #claims = new Waiters();
   #askers = new Waiters();
+  // Both on the steady clock, so neither outlives the process: after a restart terms begin anew and sessions are unknown.
+  #terms = new Map();    // job id -> when its time is over
+  #heard = new Map();    // mark of a page session -> when it was last heard of
+  #polling = new Map();  // mark of a page session -> how many of its claims are waiting
 
   constructor(app) {
     this.app = app;
     this.store = app.store;
+    // A shell that was typing when the last daemon ended is given the time to report.
+    for (const { claimant } of this.store.all("SELECT claimant FROM jobs WHERE state = 'started'")) this.heard(claimant);
+  }
+
+  /** A page session showed that it is there. */
+  heard(tag) { this.#heard.set(tag, clock.steady()); }
+
+  /** When a page session counts as gone for want of a sign; in the past for one that is not known. */
+  #goneAt(tag) { return this.#polling.has(tag) ? Infinity : (this.#heard.get(tag) ?? -Infinity) + this.app.settings.unseenMs; }
+
+  #term(id, begin = false) {
+    if (begin || !this.#terms.has(id)) this.#terms.set(id, clock.steady() + this.app.settings.expiryMs);
+    return this.#terms.get(id);
   }
 
   close() {
@@ -39,22 +60,32 @@ export class Jobs {
       id, type, card_id: card.id, agent: card.agent, session_id: card.session_id, pid, pgid, tty, host: host ?? 'unknown', host_ref, codex_thread,
       ...extra, presence: card.presence, expires_at: iso(expires),
     };
+    this.#term(id, true);
     this.store.insert('jobs', { id, card_id: card.id, type, state: 'queued', payload: JSON.stringify(payload), presence: card.presence, expires_ms: expires });
   }
 
-  /** One job for this page session, or none after `waitMs`. A session that pressed an answer is the only one offered it while it lives. */
+  /** One job for this page session, or none after `waitMs`. Only the session that pressed an answer is offered it. */
   async claim(session, waitMs, signal) {
-    const job = await this.#claims.wait(() => (session.live ? this.#take(session) : null), waitMs, signal);
-    if (!session.live) throw new Refusal('unauthorized', 401, 'This page session has ended.');
-    return job ? [job] : [];
+    const { tag } = session;
+    this.#polling.set(tag, (this.#polling.get(tag) ?? 0) + 1);
+    try {
+      const job = await this.#claims.wait(() => (session.live ? this.#take(tag) : null), waitMs, signal);
+      if (!session.live) throw new Refusal('unauthorized', 401, 'This page session has ended.');
+      return job ? [job] : [];
+    } finally {
+      const others = this.#polling.get(tag) - 1;
+      if (others > 0) this.#polling.set(tag, others);
+      else this.#polling.delete(tag);
+      this.heard(tag);
+    }
   }
 
-  #take(session, now = clock.now()) {
-    const open = this.store.all("SELECT * FROM jobs WHERE state = 'queued' AND type = 'answer' AND expires_ms > ? ORDER BY seq", now);
-    const job = open.find((row) => row.presence === session.tag || !this.app.auth.isAlive(row.presence));
-    if (!job) return undefined;
-    this.store.tx(() => this.store.run("UPDATE jobs SET state = 'claimed', claimant = ? WHERE id = ?", session.tag, job.id));
-    return JSON.parse(job.payload);
+  #take(tag) {
+    const job = this.store.get("SELECT * FROM jobs WHERE state = 'queued' AND type = 'answer' AND presence = ? ORDER BY seq LIMIT 1", tag);
+    if (!job || this.#term(job.id) <= clock.steady()) return undefined;
+    this.store.tx(() => this.store.run("UPDATE jobs SET state = 'claimed', claimant = ? WHERE id = ?", tag, job.id));
+    // The shell goes by the time of day, which may have been set since the job was made.
+    return { ...JSON.parse(job.payload), expires_at: iso(clock.now() + this.#term(job.id) - clock.steady()) };
   }
 
   #find(id) {
@@ -67,22 +98,25 @@ export class Jobs {
   start(id, session, now = clock.now()) {
     return this.store.tx(() => {
       const job = this.#find(id);
-      const reason = this.#whyNotStart(job, session, now);
+      const reason = this.#whyNotStart(job, session);
       if (reason) return { proceed: false, reason };
+      this.#term(id, true);
       this.store.run("UPDATE jobs SET state = 'started', started_ms = ? WHERE id = ?", now, id);
       this.store.afterCommit(() => this.app.changed());
       return { proceed: true };
     });
   }
 
-  #whyNotStart(job, session, now) {
+  #whyNotStart(job, session) {
     if (job.state === 'withdrawn') return 'the question was withdrawn';
-    if (job.state === 'expired' || now >= job.expires_ms) return 'the job expired';
-    if (OVER.includes(job.state)) return 'the job is over';
+    if (job.state === 'expired' || this.#term(job.id) <= clock.steady()) return 'the job expired';
+    if (ENDED.includes(job.state)) return 'the job is over';
     if (job.state === 'queued') return 'the job was not claimed';
     if (job.claimant !== session.tag) return 'the job was claimed by another page session';
     if (job.state !== 'claimed') return 'the job was started before';
-    return this.app.cards.find(job.card_id).state === 'armed' ? null : 'the question is no longer waiting for this answer';
+    const card = this.app.cards.find(job.card_id);
+    if (card.state !== 'armed' || card.over !== OVER.not) return 'the question is no longer waiting for this answer';
+    return whyNotTheAsker(card.live) ?? (this.app.cards.isOvertaken(card) ? `${agentName(card.agent)} has asked a newer question since` : null);
   }
 
   /** The verdict of the claimant. A second verdict changes nothing. */
@@ -90,8 +124,8 @@ export class Jobs {
     return this.store.tx(() => {
       const job = this.#find(id);
       if (!this.#mayReport(job, session)) throw forbidden('Another page session claimed this job.');
-      if (job.state === 'unfinished' && outcome === 'done') return this.#lateSuccess(job, now);
-      if (OVER.includes(job.state)) return { accepted: false, reason: 'the job is over' };
+      if (job.state === 'unfinished' && outcome !== 'failed') return this.#lateWord(job, outcome, reason ?? null, now);
+      if (ENDED.includes(job.state)) return { accepted: false, reason: 'the job is over' };
       if (outcome === 'done' && job.state !== 'started') throw conflict('The job was not started.');
       this.#finish(job, outcome, reason ?? null);
       const card = this.app.cards.find(job.card_id);
@@ -110,28 +144,38 @@ export class Jobs {
   #finish(job, state, reason, columns = {}) {
     const all = { state, reason, ...columns };
     this.store.run(`UPDATE jobs SET ${Object.keys(all).map((name) => `${name} = ?`).join(', ')} WHERE id = ?`, ...Object.values(all), job.id);
+    this.#terms.delete(job.id);
     this.store.afterCommit(() => this.app.changed());
   }
 
   #about(card) { return { topic: card.topic, card_id: card.id }; }
 
-  #delivered(card, path, now) {
+  #delivered(card, path, now, answer = card.answer) {
+    if (card.over === OVER.withoutWord) {
+      // Somebody may have answered in the terminal at the same moment, so nothing says that ours was taken.
+      this.app.receipts.add('answer.overtaken', `Typed for ${agentName(card.agent)}, which took its question back meanwhile: "${card.title}".`, this.#about(card), now);
+      return this.app.cards.close(card, 'withdrawn', now);
+    }
     const how = path === 'codex_queue' ? 'Queued for' : 'Typed into';
-    this.app.cards.close(card, 'answered', now);
     this.app.receipts.add('answer.typed', `${how} ${agentName(card.agent)}: "${card.title}".`, this.#about(card), now);
+    return this.app.cards.close(card, 'answered', now, answer);
   }
 
-  #notDelivered(card, outcome, reason, mayHaveTyped, now) {
-    const warning = mayHaveTyped ? ' Some keys may have been typed.' : ' Nothing was typed.';
+  #notDelivered(card, outcome, reason, maybeTyped, now) {
+    const warning = maybeTyped ? ' Some keys may have been typed.' : ' Nothing was typed.';
     this.app.receipts.add(`answer.${outcome}`, `Not delivered to ${agentName(card.agent)}: "${card.title}": ${reason}.${warning}`, this.#about(card), now);
-    return card.over ? this.app.cards.close(card, 'withdrawn', now) : this.app.cards.reopen(card, mayHaveTyped ? `${reason}. Some keys may have been typed.` : reason);
+    if (card.over !== OVER.not) return this.app.cards.close(card, 'withdrawn', now);
+    return this.app.cards.reopen(card, maybeTyped ? `${reason}. Some keys may have been typed.` : reason, maybeTyped);
   }
 
-  /** The claimant was slow, not gone: unless the question moved on meanwhile, it is answered after all. */
-  #lateSuccess(job, now) {
+  /** The claimant was slow, not gone. Unless the question moved on meanwhile, what it says now is what holds. */
+  #lateWord(job, outcome, reason, now) {
     const card = this.app.cards.find(job.card_id);
-    this.#finish(job, 'done', null);
-    if (card.state === 'open' && card.version === job.reopened_version) this.#delivered(card, 'host', now);
+    const isAsReopened = card.state === 'open' && card.version === job.reopened_version;
+    this.#finish(job, outcome, reason);
+    if (outcome === 'refused') {
+      if (isAsReopened) this.app.cards.clearUnsure(card, reason ?? 'no reason was given');
+    } else if (isAsReopened) this.#delivered(card, 'host', now, card.unsure);
     else this.app.receipts.add('answer.typed', `An earlier answer did reach ${agentName(card.agent)}: "${card.title}".`, this.#about(card), now);
     return { accepted: true };
   }
@@ -144,49 +188,72 @@ export class Jobs {
     return true;
   }
 
-  /** Ends the jobs whose time is over. A started one gets a full term from its start, for it may still be typing. */
-  expireDue(now = clock.now()) {
-    const grace = this.app.settings.expiryMs;
-    const due = this.store.all(
-      `SELECT * FROM jobs WHERE (state IN ('queued','claimed') AND expires_ms <= ?1) OR (state = 'started' AND max(expires_ms, started_ms + ?2) <= ?1) ORDER BY seq`, now, grace);
-    for (const job of due) this.store.tx(() => this.#expire(job, now));
+  /** Waits until no keys are being typed for this card, or `waitMs` are over. */
+  settled(cardId, waitMs, signal) {
+    return this.#askers.wait(() => (this.store.get("SELECT 1 AS found FROM jobs WHERE card_id = ? AND state = 'started'", cardId) ? undefined : true), waitMs, signal);
   }
 
-  #expire(job, now) {
+  /** Ends the jobs whose time is over. A started one gets a full term from its start, for it may still be typing. */
+  expireDue(now = clock.steady()) {
+    for (const job of this.#live()) if (this.#endOf(job) <= now) this.store.tx(() => this.#expire(job, now));
+    for (const [tag, at] of this.#heard) if (at + FORGET_MS < now) this.#heard.delete(tag);
+  }
+
+  #live() { return this.store.all("SELECT * FROM jobs WHERE state IN ('queued','claimed','started') ORDER BY seq"); }
+
+  /** When this job ends unless something happens: its term is over, or the page session that it depends on is gone. */
+  #endOf(job) {
+    const term = this.#term(job.id);
+    return job.type === 'hand' ? term : Math.min(term, this.#goneAt(job.claimant ?? job.presence));
+  }
+
+  #expire(job, steady, now = clock.now()) {
     const card = this.app.cards.find(job.card_id);
     if (job.state === 'started') {
       const after = this.#notDelivered(card, 'unfinished', 'the delivery began and its end was never reported', true, now);
       this.#finish(job, 'unfinished', 'never reported', { reopened_version: after.version });
       return;
     }
-    const reason = job.type === 'hand' ? 'the asker no longer waits' : job.state === 'queued' ? 'nobody took the answer in time' : 'the delivery was never begun';
+    const inTime = this.#term(job.id) > steady;
+    if (inTime && job.state === 'claimed' && this.#goneAt(job.presence) > steady) {
+      this.store.run("UPDATE jobs SET state = 'queued', claimant = NULL WHERE id = ?", job.id);
+      this.store.afterCommit(() => this.app.changed());
+      return;
+    }
+    const reason = inTime ? 'the app in which it was pressed is gone' : job.type === 'hand' ? 'the asker no longer waits' : job.state === 'queued' ? 'nobody took the answer in time' : 'the delivery was never begun';
     this.#finish(job, 'expired', reason);
     this.#notDelivered(card, 'expired', reason, false, now);
   }
 
+  /** When the next job ends, on the steady clock; null without one. */
   nextExpiry() {
-    return this.store.get(
-      `SELECT min(CASE state WHEN 'started' THEN max(expires_ms, started_ms + ?) ELSE expires_ms END) AS at FROM jobs
-       WHERE state IN ('queued','claimed','started')`, this.app.settings.expiryMs).at;
+    const live = this.#live();
+    return live.length === 0 ? null : Math.min(...live.map((job) => this.#endOf(job)));
   }
 
   /** For a waiting asker: the card's end, or after `waitMs` its present state. Hands over an answer that is ready. */
   async waitFor(cardId, waitMs, signal) {
+    this.app.cards.awaited(cardId);
+    this.app.sessions.seen(this.app.cards.find(cardId));
     const ended = await this.#askers.wait(() => this.#ended(cardId), waitMs, signal);
     return ended ?? { state: this.app.cards.find(cardId).state };
   }
 
   #ended(cardId, now = clock.now()) {
-    let card = this.app.cards.find(cardId);
+    const card = this.app.cards.find(cardId);
     const hand = card.state === 'armed' && this.store.get("SELECT * FROM jobs WHERE card_id = ? AND type = 'hand' AND state = 'queued'", cardId);
-    if (hand) {
-      card = this.store.tx(() => {
-        this.#finish(hand, 'done', null);
-        this.app.receipts.add('answer.handed', `Handed to ${agentName(card.agent)}: "${card.title}".`, this.#about(card), now);
-        return this.app.cards.close(card, 'answered', now);
-      });
-    }
+    if (!hand) return this.endOf(card);
+    return this.endOf(this.store.tx(() => {
+      this.#finish(hand, 'done', null);
+      this.app.receipts.add('answer.handed', `Handed to ${agentName(card.agent)}: "${card.title}".`, this.#about(card), now);
+      return this.app.cards.close(card, 'answered', now, card.answer);
+    }));
+  }
+
+  /** What an asker is told of a closed card, an answer that was kept for it included; undefined while it is not closed. */
+  endOf(card) {
     if (card.state !== 'closed') return undefined;
+    this.app.cards.fetch(card);
     return { state: 'closed', outcome: card.outcome, ...(card.answer === null ? {} : { answer: card.answer }) };
   }
 }

@@ -10,7 +10,7 @@ export class Reviews {
   #open = new Map();
 
   /** Gives the token that must come with the answer. */
-  begin(subject, now = clock.now()) {
+  begin(subject, now = clock.steady()) {
     for (const [token, review] of this.#open) if (review.until <= now || this.#open.size >= MAX_OPEN) this.#open.delete(token);
     const token = secret();
     this.#open.set(token, { subject: JSON.stringify(subject), until: now + LASTS_MS });
@@ -18,7 +18,7 @@ export class Reviews {
   }
 
   /** Uses the token up; throws `review_needed` when it does not stand for exactly this. */
-  finish(token, subject, now = clock.now()) {
+  finish(token, subject, now = clock.steady()) {
     const review = this.#open.get(token);
     this.#open.delete(token);
     if (review && review.until > now && review.subject === JSON.stringify(subject)) return;

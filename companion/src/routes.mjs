@@ -6,10 +6,12 @@ import { forbidden, notBuilt } from './errors.mjs';
 import { readAsk, readIdentity, readLive, readTopic } from './asks.mjs';
 import { KEY_HEADER } from './page-auth.mjs';
 import { oneLine } from './text.mjs';
+import { whyUntypable } from './reach.mjs';
 import { STATUS_WORDS, isWorking } from './sessions.mjs';
 
 const MAX_WAIT_MS = 25_000;
 const MAX_CLAIM_MS = 8_000;
+const WITHDRAW_MS = 15_000;
 const both = ['socket', 'page'];
 
 const shortLine = (body, field, max) => {
@@ -26,6 +28,22 @@ function answer(app, call) {
   return app.cards.answer({ ...pressed(app, call), review: optional.string(call.body, 'review'), surface: call.session ? 'page' : 'socket' });
 }
 
+async function ask(app, { body }) {
+  const asked = readAsk(body);
+  asked.untypable = await whyUntypable(asked);
+  const card = app.cards.open(asked);
+  return { card_id: card.id, version: card.version, state: card.state, ...app.jobs.endOf(card) };
+}
+
+/** Comes back only once no keys are on their way any more: the agent may draw its next question then. */
+async function withdraw(app, { body, signal }) {
+  const id = required.string(body, 'card_id');
+  app.cards.withdraw(id, optional.string(body, 'answered', { max: 200_000 }));
+  await app.jobs.settled(id, WITHDRAW_MS, signal);
+  const card = app.cards.find(id);
+  return { card_id: card.id, state: card.state, ...(card.outcome ? { outcome: card.outcome } : {}) };
+}
+
 function touch(app, { body }) {
   const { agent, session_id } = readIdentity(body);
   const live = readLive(body);
@@ -35,6 +53,7 @@ function touch(app, { body }) {
   };
   return app.store.tx(() => {
     app.topics.touch(seen.topic, { folder: live?.cwd });
+    app.cards.heardOf(seen);
     return app.sessions.touch(seen);
   });
 }
@@ -81,15 +100,9 @@ const routes = {
   'POST /v1/search': { on: both, run: (app, { body }) => app.topics.search(required.string(body, 'q', { max: 200 }).trim(), optional.integer(body, 'limit', { min: 1, max: 50 }) ?? 20) },
   'POST /v1/sessions/live': { on: both, run: (app) => ({ sessions: app.sessions.live(), crew_labels: true }) },
 
-  'POST /v1/ask': { on: ['socket'], run: (app, { body }) => {
-    const card = app.cards.open(readAsk(body));
-    return { card_id: card.id, version: card.version, state: card.state };
-  } },
+  'POST /v1/ask': { on: ['socket'], run: ask },
   'POST /v1/ask/wait': { on: ['socket'], run: (app, { body, signal }) => app.jobs.waitFor(required.string(body, 'card_id'), optional.integer(body, 'wait_ms', { max: MAX_WAIT_MS }) ?? MAX_WAIT_MS, signal) },
-  'POST /v1/ask/withdraw': { on: ['socket'], run: (app, { body }) => {
-    const card = app.cards.withdraw(required.string(body, 'card_id'));
-    return { card_id: card.id, state: card.state, ...(card.outcome ? { outcome: card.outcome } : {}) };
-  } },
+  'POST /v1/ask/withdraw': { on: ['socket'], run: withdraw },
   'POST /v1/sessions/touch': { on: ['socket'], run: touch },
 
   'POST /v1/page/claim': { on: ['socket'], run: (app, { body }) => {
@@ -103,7 +116,8 @@ const routes = {
   'POST /v1/onboarding/finish': { on: ['page'], run: (app) => app.onboarding.finish() },
 
   'POST /v1/test/advance': { on: [], testSocket: true, run: (app, { body }) => {
-    clock.advance(required.integer(body, 'ms'));
+    clock.advance(optional.integer(body, 'ms') ?? 0);
+    clock.setTimeOfDay(optional.integer(body, 'set_ms', { min: -Number.MAX_SAFE_INTEGER }) ?? 0);
     app.changed();
     return {};
   } },

@@ -3,8 +3,12 @@ import { freeCallsign } from './names.mjs';
 import { clock } from './clock.mjs';
 
 const ENDED_SHOWN_MS = 3_600_000;
+const SILENT_MS = 86_400_000;
+const TELL_EVERY_MS = 60_000;
 export const STATUS_WORDS = ['busy', 'working', 'waiting', 'waiting_me', 'idle', 'failed', 'ended'];
 export const isWorking = (row) => row.status === 'busy' || row.status === 'working';
+
+export const isWaiting = (status) => status === 'waiting' || status === 'waiting_me';
 
 /** The agents that have told of themselves, by asking or by `kd touch`. */
 export class Sessions {
@@ -32,6 +36,19 @@ export class Sessions {
     return { agent, session_id: sessionId, status: next.status, callsign: next.callsign };
   }
 
+  /** A question of this card's session is over: unless another one blocks it, the agent no longer waits. Called in a transaction. */
+  goOn({ agent, session_id: sessionId }, now = clock.now()) {
+    const { changes } = this.store.run(
+      `UPDATE sessions SET status = 'working', seen_ms = ?1 WHERE agent = ?2 AND session_id = ?3 AND ended_ms IS NULL AND status IN ('waiting','waiting_me')
+       AND NOT EXISTS (SELECT 1 FROM cards c WHERE c.agent = ?2 AND c.session_id = ?3 AND c.state <> 'closed' AND c.gone_ms IS NULL AND c.blocking = 1)`, now, agent, sessionId);
+    if (changes > 0) this.store.afterCommit(() => this.hub.publish('session.changed', { agent, session_id: sessionId }));
+  }
+
+  /** The asker of this card gave a sign of life. */
+  seen({ agent, session_id: sessionId }, now = clock.now()) {
+    this.store.run('UPDATE sessions SET seen_ms = ?1 WHERE agent = ?2 AND session_id = ?3 AND ended_ms IS NULL AND seen_ms < ?1 - ?4', now, agent, sessionId, TELL_EVERY_MS);
+  }
+
   #callsign() {
     return freeCallsign(new Set(this.store.all('SELECT callsign FROM sessions WHERE ended_ms IS NULL').map((row) => row.callsign)));
   }
@@ -41,13 +58,18 @@ export class Sessions {
     const rows = this.store.all('SELECT * FROM sessions WHERE ended_ms IS NULL OR ended_ms > ? ORDER BY agent, session_id', now - ENDED_SHOWN_MS);
     for (const row of rows) {
       row.live = row.live ? JSON.parse(row.live) : null;
-      if (row.ended_ms === null && row.live?.pid !== undefined && !isRunning(row.live.pid, row.live.started)) {
+      if (row.ended_ms === null && this.#hasEnded(row, now)) {
         this.store.run('UPDATE sessions SET status = ?, ended_ms = ?, doing = NULL WHERE agent = ? AND session_id = ?', 'ended', now, row.agent, row.session_id);
         row.status = 'ended';
         row.doing = null;
       }
     }
     return rows;
+  }
+
+  /** A process that is known tells by itself; without one, a day of silence counts as the end. */
+  #hasEnded({ live, seen_ms: seen }, now) {
+    return live?.pid === undefined ? now - seen >= SILENT_MS : !isRunning(live.pid, live.started);
   }
 
   /** Rows of `/v1/agents/status`. A session with a question that blocks it waits for the user, whatever it said last. */

@@ -39,6 +39,12 @@ const MIGRATIONS = [
    ALTER TABLE topics ADD COLUMN scope TEXT;
    CREATE INDEX cards_kind ON cards (kind, seq);
    CREATE TABLE settings (name TEXT PRIMARY KEY, value TEXT NOT NULL) STRICT;`,
+  `ALTER TABLE cards ADD COLUMN process TEXT;
+   ALTER TABLE cards ADD COLUMN untypable TEXT;
+   ALTER TABLE cards ADD COLUMN unsure TEXT;
+   ALTER TABLE cards ADD COLUMN fetched_ms INTEGER;
+   UPDATE cards SET process = concat(live ->> 'pid', '/', live ->> 'started', '/') WHERE live ->> 'pid' IS NOT NULL;
+   CREATE INDEX cards_process ON cards (process, seq) WHERE process IS NOT NULL;`,
 ];
 
 const FILE = 'kelvadromed.db';

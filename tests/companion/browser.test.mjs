@@ -1,7 +1,7 @@
 // The page in a real browser, as people use it: by keyboard and by pointer, while cards come and go and the daemon does, too.
 import { after, test as always } from 'node:test';
 import assert from 'node:assert/strict';
-import { World, agent, until } from './world.mjs';
+import { World, until } from './world.mjs';
 import { closeBrowser, open, renew, without } from './browser.mjs';
 
 const test = (name, run) => always(name, { skip: without }, run);
@@ -31,7 +31,7 @@ test('by keyboard alone: choose, undo, write, send, and on to the next question'
   assert.equal(await tab.locator(`#${second} textarea`).inputValue(), '  grüße,  世界 ');
   await tab.keyboard.press('Enter');
   assert.equal((await state(world, second, 'held')).answer, 'grüße, 世界');
-  await world.advance(600);
+  await tab.session.stays(600);
   const job = await tab.session.claimOne();
   await tab.session.report(job.id, 'start');
   await tab.session.report(job.id, 'done');
@@ -88,14 +88,14 @@ test('a high risk is sent only after its review was confirmed', async (t) => {
 test('what is being typed survives every repaint and a reload, in its place, with its caret', async (t) => {
   const world = await World.open(t);
   const id = await world.ask({ title: 'Free', options: [], menu: false });
-  for (let i = 0; i < 10; i++) await world.ask();
+  for (let i = 0; i < 10; i++) await world.askFromAfar();
   const tab = await open(t, world);
   const area = tab.locator(`#${id} textarea`);
   await area.fill('half a sent');
   await area.evaluate((element) => { element.mine = true; element.setSelectionRange(4, 6); });
   const top = () => area.evaluate((element) => Math.round(element.getBoundingClientRect().top));
   const before = await top();
-  for (let i = 0; i < 20; i++) await world.ask({ title: `Urgent ${i}`, risk: 'high' });
+  for (let i = 0; i < 20; i++) await world.askFromAfar({ title: `Urgent ${i}`, risk: 'high' });
   await shows(tab.getByRole('heading', { name: '31 need you' }));
   await until(() => tab.locator('main article').count().then((n) => n === 31), 'all cards show');
   assert.deepEqual(await tab.evaluate(() => { const a = document.activeElement; return [a.mine, a.value, a.selectionStart, a.selectionEnd]; }), [true, 'half a sent', 4, 6]);
@@ -131,7 +131,7 @@ test('a burst of a thousand questions is read a few times and shown in part', as
   const tab = await open(t, world);
   let reads = 0;
   tab.on('request', (request) => { if (request.url().endsWith('/v1/inbox')) reads += 1; });
-  for (let i = 0; i < 50; i++) await Promise.all(Array.from({ length: 20 }, (_, k) => world.ask({ title: `Question ${i * 20 + k}` })));
+  for (let i = 0; i < 50; i++) await Promise.all(Array.from({ length: 20 }, (_, k) => world.askFromAfar({ title: `Question ${i * 20 + k}` })));
   const last = (await world.cards()).at(-1).id;
   await shows(tab.getByRole('heading', { name: '1000 need you' }));
   assert.ok(reads < 250, `${reads} reads for 2000 events`);
@@ -141,9 +141,38 @@ test('a burst of a thousand questions is read a few times and shown in part', as
   await until(async () => await focusedCard(tab) === last, 'the last one has the focus');
 });
 
+test('what cannot be typed, or may have been typed already, is said on the card, and offers nothing to press', async (t) => {
+  const world = await World.open(t);
+  const { live } = await world.panes.start();
+  const elsewhere = await world.ask({ live: { ...live, host: 'unknown', host_ref: undefined }, default: 'Yes' });
+  const kept = await world.ask({ live: undefined, menu: false, title: 'Kept?' });
+  const unsure = await world.ask({ default: 'Yes' });
+  const tab = await open(t, world);
+  const card = (id) => tab.locator(`#${id}`);
+  await shows(card(elsewhere).getByText('can be typed into from outside'));
+  await shows(card(elsewhere).getByText('It offers: Yes · No'));
+  assert.equal(await card(elsewhere).getByRole('button', { name: 'Yes' }).count(), 0);
+  await card(elsewhere).focus();
+  for (const key of ['1', 'a']) await tab.keyboard.press(key);
+  assert.equal((await world.card(elsewhere)).state, 'open');
+
+  await shows(card(kept).getByText('Your answer is kept until Claude Code fetches it.'));
+  await card(kept).getByRole('button', { name: 'Yes' }).click();
+  await shows(tab.locator('.farewell', { hasText: 'Kept for Claude Code: “Yes”' }));
+
+  await shows(card(unsure).getByText('Suggested'));
+  await card(unsure).getByRole('button', { name: 'Yes' }).click();
+  const job = await tab.session.claimOne();
+  await tab.session.report(job.id, 'start');
+  await tab.session.report(job.id, 'failed', { reason: 'the app was closed' });
+  await shows(card(unsure).getByText(/Look at its terminal before you answer again/));
+  assert.equal(await card(unsure).locator('.suggested').count(), 0);
+  await shows(card(unsure).getByRole('button', { name: 'Yes' }));
+});
+
 test('the questions of agents that ended stand apart and are dismissed together', async (t) => {
   const world = await World.open(t);
-  const child = agent(t);
+  const child = await world.panes.start();
   const id = await world.ask({ live: child.live });
   const tab = await open(t, world);
   await child.end();

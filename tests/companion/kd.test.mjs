@@ -7,7 +7,7 @@ import { realpathSync } from 'node:fs';
 import { join } from 'node:path';
 import { COMPANION, KD, World, until } from './world.mjs';
 import { findAbove } from '../../companion/src/kd/agent.mjs';
-import { parseStat, ttyName } from '../../companion/src/proc.mjs';
+import { isShell, parseStat, programName, ttyName, whyNotTheAsker } from '../../companion/src/proc.mjs';
 
 const QUESTION = { menu: 'Which database', text: 'new command be called', batch: '3 choices', stop: 'Pay the invoice', trust: 'Trust the folder' };
 
@@ -125,11 +125,28 @@ test('kd says what is wrong, with an exit code for each case', async (t) => {
 });
 
 test('the process table is read right: names with blanks and brackets, terminals, the way up', () => {
-  assert.deepEqual(parseStat('42 (a) b (c)) S 7 40 1 34817 40 4194304 1 2 3 4 5 6 7 8 20 0 1 0 987 10 11'), { pid: 42, comm: 'a) b (c)', state: 'S', ppid: 7, pgid: 40, tty: 'pts/1', tpgid: 40, started: 987 });
+  assert.deepEqual(parseStat('42 (a) b (c)) S 7 40 1 34817 40 4194304 1 2 3 4 5 6 7 8 20 0 1 0 987 10 11 12 13 14 1616'), { pid: 42, comm: 'a) b (c)', state: 'S', ppid: 7, pgid: 40, tty: 'pts/1', tpgid: 40, started: 987, image: 1616 });
   for (const [device, name] of [[0, null], [(136 << 8) | 3, 'pts/3'], [(136 << 8) | 44 | (1 << 20), 'pts/300'], [(137 << 8) | 1, 'pts/257'], [(4 << 8) | 2, 'tty2'], [(4 << 8) | 64, 'ttyS0']]) assert.equal(ttyName(device), name);
   const table = { 9: { pid: 9, comm: 'bash', ppid: 8 }, 8: { pid: 8, comm: 'claude', ppid: 7 }, 7: { pid: 7, comm: 'codex', ppid: 6 }, 6: { pid: 6, comm: 'x', ppid: 6 } };
   const look = (pid) => table[pid] ?? null;
-  assert.equal(findAbove(9, ['claude', 'codex'], look).pid, 8);
-  assert.equal(findAbove(9, ['codex'], look).pid, 7);
-  assert.equal(findAbove(9, ['grok'], look), null);
+  const name = ({ comm }) => comm;
+  assert.equal(findAbove(9, ['claude', 'codex'], look, name).pid, 8);
+  assert.equal(findAbove(9, ['codex'], look, name).pid, 7);
+  assert.equal(findAbove(9, ['grok'], look, name), null);
+  assert.deepEqual(['-bash', 'zsh', 'claude', 'bashful'].map(isShell), [true, true, false, false]);
+  assert.equal(whyNotTheAsker({ pid: process.pid }), null);
+  assert.match(whyNotTheAsker({ pid: process.pid, started: 1 }), /another one has its number/);
+});
+
+test('a process goes by its command, and a script by its own name', () => {
+  const table = [
+    ['claude', 'claude', 'claude'], ['/opt/x/claude', 'claude --resume', 'claude'], ['bash', 'bash /opt/claude', 'bash'], ['vim', 'node claude', 'vim'],
+    ['MainThread', 'node /usr/local/bin/gemini --yolo', 'gemini'], ['node', '/usr/bin/node --no-warnings --require ./x.js /opt/codex/bin/codex.js', 'codex'],
+    ['node-MainThread', 'node -- odd.mjs', 'odd'], ['node', 'node', 'node'], ['MainThread', 'node -e claude', 'MainThread'], ['node', 'node --import ./hook.mjs', 'node'],
+    ['node', 'node /usr/lib/node_modules/@anthropic-ai/claude-code/cli.js', 'claude'], ['MainThread', 'node /usr/lib/node_modules/@google/gemini-cli/dist/index.js', 'gemini'],
+    ['node', 'node /home/u/index.js', 'index'], ['bun', 'bun run /opt/opencode.ts', 'opencode'], ['deno', 'deno run -A amp.ts', 'amp'], ['node', 'node run', 'run'],
+    ['python3.11', 'python3.11 -X utf8 /home/u/.local/bin/aider', 'aider'], ['python3', 'python3 -m aider.main', 'aider'], ['python3', 'python3 -c pi', 'python3'],
+    ['python3', 'python3 /usr/lib/python3/site-packages/aider/__main__.py', 'aider'], ['MainThread', '', 'MainThread'], ['MainThread', 'claude', 'MainThread'],
+  ];
+  for (const [comm, line, name] of table) assert.equal(programName(comm, line.split(' ')), name, `${comm}: ${line}`);
 });

@@ -5,7 +5,8 @@ import { World, until } from './world.mjs';
 
 test('an answer goes from ask to typed: held, armed, claimed, started, done', async (t) => {
   const [world, page] = await World.loggedIn(t, { KELVADROME_TEST_HOLD_MS: '' });
-  const id = await world.ask({ topic: 'Billing', default: 'Yes' });
+  const { live } = await world.panes.start();
+  const id = await world.ask({ topic: 'Billing', default: 'Yes', live });
   const open = await world.card(id);
   assert.deepEqual([open.version, open.default], [1, 'Yes']);
   const held = await page.ok('/v1/cards/answer', { card_id: id, version: 1, answer: 'No' });
@@ -15,7 +16,7 @@ test('an answer goes from ask to typed: held, armed, claimed, started, done', as
   await world.advance(2);
   const job = await claim;
   const { id: job_id, presence, expires_at, ...rest } = job;
-  assert.deepEqual(rest, { type: 'answer', card_id: id, agent: 'claude', session_id: `claude-${process.pid}`, pid: process.pid, pgid: process.pid, tty: 'pts/3', host: 'tmux', host_ref: '%3', steps: [{ kind: 'key', key: '2' }] });
+  assert.deepEqual(rest, { type: 'answer', card_id: id, agent: 'claude', session_id: `claude-${live.pid}`, pid: live.pid, pgid: live.pid, tty: live.tty, host: 'tmux', host_ref: live.host_ref, steps: [{ kind: 'key', key: '2' }] });
   assert.match(presence, /^[0-9a-f]{32}$/);
   assert.ok(Date.parse(expires_at) > Date.now());
   assert.equal((await world.card(id)).state, 'armed');
@@ -162,41 +163,145 @@ test('a job that nobody starts expires; one that was started and never reported 
   const [world, page] = await World.loggedIn(t);
   const unclaimed = await world.askAndAnswer(page);
   await until(async () => (await world.card(unclaimed)).state === 'armed', 'the answer is armed');
-  await world.advance(60);
+  await page.stays(60);
   assert.equal((await world.reopened(unclaimed)).refs.last_refusal, 'nobody took the answer in time');
 
   const { id: claimed, job: idle } = await world.answered(page);
-  await world.advance(60);
+  await page.stays(60);
   assert.equal((await world.reopened(claimed)).refs.last_refusal, 'the delivery was never begun');
   assert.deepEqual(await page.report(idle.id, 'start'), { proceed: false, reason: 'the job expired' });
 
   const { id: started, job: slow } = await world.answered(page);
-  await world.advance(40);
+  await page.stays(40);
   assert.deepEqual(await page.report(slow.id, 'start'), { proceed: true });
   // Its typing gets a full term of its own, past the job's.
-  await world.advance(40);
+  await page.stays(40);
   assert.equal((await world.card(started)).state, 'armed');
-  await world.advance(20);
+  await page.stays(20);
   assert.match((await world.reopened(started)).refs.last_refusal, /Some keys may have been typed/);
   assert.deepEqual(await page.report(slow.id, 'done'), { accepted: true });
   await world.closed(started);
+  assert.equal((await world.detail(started)).answer, 'Yes');
 });
 
-test('a withdrawn question stops its job before the first key, and lets one that types come to its end', async (t) => {
+test('when the shell is gone for 12 s, its answers are open again: with words, and what may have been typed without a suggestion', async (t) => {
+  const [world, page] = await World.loggedIn(t);
+  const menu = { default: 'Yes' };
+  const rows = [{ question_id: 'a', text: 'A?', default: 'x' }];
+  const queued = await world.askAndAnswer(page, menu);
+  await until(async () => (await world.card(queued)).state === 'armed', 'the answer is armed');
+  const first = await page.claimOne();
+  const { id: typing, job: second } = await world.answered(page, menu);
+  const { id: batch, job: third } = await world.answered(page, { options: [], menu: false, kind: 'batch', rows }, { a: 'y' });
+  for (const job of [second, third]) assert.deepEqual(await page.report(job.id, 'start'), { proceed: true });
+  const poll = page.claimOne(8000);
+  const last = await world.askAndAnswer(page, menu);
+  const fourth = await poll;
+  await page.stays(11);
+  assert.equal((await world.card(queued)).state, 'armed');
+  await world.advance(11);
+  assert.equal((await world.card(typing)).state, 'armed');
+  await world.advance(1);
+  for (const id of [queued, last]) {
+    const card = await world.reopened(id);
+    assert.deepEqual([card.refs.last_refusal, card.default, card.maybe_typed], ['the app in which it was pressed is gone', 'Yes', undefined]);
+  }
+  for (const id of [typing, batch]) {
+    const card = await world.reopened(id);
+    assert.match(card.refs.last_refusal, /never reported\. Some keys may have been typed/);
+    assert.deepEqual([card.default, card.rows?.[0].default, card.maybe_typed], [undefined, undefined, true]);
+  }
+  // The shell was only slow: what it had not begun it may not begin now, and what it typed counts.
+  for (const job of [first, fourth]) assert.equal((await page.report(job.id, 'start')).proceed, false);
+  const unsure = await world.card(batch);
+  const accept = await page.post('/v1/cards/answer', { card_id: batch, version: unsure.version, answer: {}, accept_all_defaults: true });
+  assert.match(accept.error.message, /has no answer/);
+  assert.deepEqual(await page.report(second.id, 'done'), { accepted: true });
+  await world.closed(typing);
+  assert.deepEqual(await page.report(third.id, 'refused', { reason: 'the agent moved' }), { accepted: true });
+  const again = await world.card(batch);
+  assert.deepEqual([again.rows[0].default, again.maybe_typed, again.refs.last_refusal], ['x', undefined, 'the agent moved']);
+});
+
+test('a claim that waits is a sign of life for as long as it waits, and leaves with whoever made it', async (t) => {
+  const [world, page] = await World.loggedIn(t);
+  const { id, job } = await world.answered(page);
+  await page.report(job.id, 'start');
+  const poll = page.claimOne(8000);
+  await page.ok('/v1/cards/list');
+  await world.advance(30);
+  assert.equal((await world.card(id)).state, 'armed');
+  await world.askAndAnswer(page);
+  await poll;
+  await world.advance(13);
+  await world.reopened(id);
+});
+
+test('a card whose answer may have been typed closes once its agent is seen to go on, or says what it got', async (t) => {
+  const [world, page] = await World.loggedIn(t);
+  const identity = { agent: 'claude', session_id: 's' };
+  const goesOn = [
+    ['asks again', ({ live }) => world.ask({ live, session_id: 's' }), 'went_on'], ['works', () => world.ok('/v1/sessions/touch', { ...identity, status: 'busy' }), 'went_on'],
+    ['ends', (agent) => agent.end(), 'went_on'], ['takes it back', (_, id) => world.ok('/v1/ask/withdraw', { card_id: id }), 'withdrawn'],
+    ['says what it got', (_, id) => world.ok('/v1/ask/withdraw', { card_id: id, answered: 'Yes' }), 'answered'],
+    ['says another answer', (_, id) => world.ok('/v1/ask/withdraw', { card_id: id, answered: 'No' }), 'withdrawn'],
+  ];
+  for (const [name, act, outcome] of goesOn) {
+    const agent = await world.panes.start();
+    const { id, job } = await world.answered(page, { live: agent.live, session_id: 's' });
+    await page.report(job.id, 'start');
+    await page.report(job.id, 'failed', { reason: 'the app was closed' });
+    assert.equal((await world.card(id)).maybe_typed, true, name);
+    await world.ok('/v1/sessions/touch', { ...identity, status: 'waiting' });
+    assert.equal((await world.card(id)).state, 'open', name);
+    await act(agent, id);
+    await until(async () => { await world.advance(3); return (await world.detail(id)).state === 'closed'; }, `the card of an agent that ${name} is closed`);
+    const closed = await world.detail(id);
+    assert.deepEqual([closed.outcome, closed.answer], [outcome, outcome === 'answered' ? 'Yes' : undefined], name);
+  }
+});
+
+test('a withdrawn question stops its job before the first key, and waits for the end of one that types', async (t) => {
   const [world, page] = await World.loggedIn(t);
   const { id: stopped, job: early } = await world.answered(page);
   assert.equal((await world.ok('/v1/ask/withdraw', { card_id: stopped })).outcome, 'withdrawn');
   assert.deepEqual(await page.report(early.id, 'start'), { proceed: false, reason: 'the question was withdrawn' });
   assert.deepEqual(await page.report(early.id, 'refused', { reason: 'x' }), { accepted: false, reason: 'the job is over' });
 
-  // The agent takes its question back because it got the typed answer, a moment before the report says so.
-  for (const [outcome, action] of [['done', 'answer.typed'], ['failed', 'answer.failed']]) {
+  // The agent takes its question back at the moment in which it is answered. Only its own word tells by whom.
+  const ends = [
+    [undefined, 'done', 'answer.overtaken', 'withdrawn'], ['No', 'done', 'answer.overtaken', 'withdrawn'], ['Yes', 'done', 'answer.typed', 'answered'],
+    ['Yes', 'failed', 'answer.failed', 'withdrawn'],
+  ];
+  for (const [answered, outcome, action, end] of ends) {
     const { id, job } = await world.answered(page);
     await page.report(job.id, 'start');
-    assert.equal((await world.ok('/v1/ask/withdraw', { card_id: id })).state, 'armed');
+    const order = [];
+    const withdrawal = world.ok('/v1/ask/withdraw', { card_id: id, answered }).then((reply) => { order.push('back'); return reply; });
+    await until(async () => (await page.report(job.id, 'start')).reason === 'the job was started before', 'the job is under way');
+    await page.claimOne(200);
+    order.push('reports');
     await page.report(job.id, outcome, { reason: outcome === 'done' ? undefined : 'the terminal did not take the keys' });
-    await world.closed(id);
+    assert.deepEqual([(await withdrawal).outcome, order], [end, ['reports', 'back']]);
+    assert.equal((await world.detail(id)).answer, end === 'answered' ? 'Yes' : undefined);
     assert.equal((await world.receipts())[0].action, action);
+  }
+});
+
+test('a hold and a job last as long as they should when the time of day is set, forward or back', async (t) => {
+  const hour = 3_600_000;
+  for (const jump of [-hour, hour]) {
+    const [world, page] = await World.loggedIn(t, { KELVADROME_TEST_HOLD_MS: '4000' });
+    const id = await world.askAndAnswer(page);
+    const left = async () => Date.parse((await world.card(id)).held_until) - Date.now() - jump;
+    await world.ok('/v1/test/advance', { set_ms: jump });
+    await until(async () => Math.abs(await left()) < 5000, 'what is shown of the hold follows');
+    assert.equal((await world.card(id)).state, 'held');
+    await world.advance(4);
+    const job = await page.claimOne();
+    await world.ok('/v1/test/advance', { set_ms: -jump });
+    assert.deepEqual(await page.report(job.id, 'start'), { proceed: true });
+    assert.ok(Math.abs(Date.parse(job.expires_at) - Date.now() - jump - 60_000) < 10_000, job.expires_at);
   }
 });
 
@@ -213,8 +318,4 @@ test('an answer for a waiting asker is handed over once it waits, and comes back
   await until(async () => (await world.card(left)).state === 'armed', 'the answer is ready');
   await world.advance(60);
   assert.equal((await world.reopened(left)).refs.last_refusal, 'the asker no longer waits');
-
-  const kept = await world.askAndAnswer(page, { live: undefined });
-  await world.closed(kept);
-  assert.equal((await world.ok('/v1/ask/wait', { card_id: kept, wait_ms: 0 })).answer, 'Yes');
 });

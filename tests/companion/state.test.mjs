@@ -5,19 +5,19 @@ import { once } from 'node:events';
 import { createServer } from 'node:net';
 import { chmodSync, mkdirSync, writeFileSync } from 'node:fs';
 import { join } from 'node:path';
-import { World, agent } from './world.mjs';
+import { World } from './world.mjs';
 
 test('the question of an agent that ended can no longer be answered, counts no longer, and is dismissed', async (t) => {
   const [world, page] = await World.loggedIn(t);
-  const child = agent(t);
+  const child = await world.panes.start();
   const id = await world.ask({ topic: 'Storage', live: child.live });
   const { id: underWay, job } = await world.answered(page, { live: child.live });
   const [alive, kept] = [await world.ask(), await world.ask({ live: undefined, menu: false })];
-  await world.advance(5);
+  await page.stays(5);
   assert.equal((await world.card(id)).state, 'open');
   await child.end();
   // An answer under way when its agent ends is refused properly first.
-  await world.advance(20);
+  await page.stays(20);
   assert.equal((await world.card(underWay)).state, 'armed');
   await page.report(job.id, 'refused', { reason: 'the agent process ended' });
   assert.equal((await world.abandoned(underWay)).refs.last_refusal, 'the agent process ended');

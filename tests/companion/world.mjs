@@ -1,7 +1,7 @@
 // A private world for one test: the real daemon in a home of its own, with the means to end, stop and look at it.
-import { spawn, execFile } from 'node:child_process';
+import { spawn, execFile, execFileSync } from 'node:child_process';
 import { once } from 'node:events';
-import { mkdtempSync, rmSync } from 'node:fs';
+import { mkdtempSync, readFileSync, rmSync, symlinkSync } from 'node:fs';
 import { request } from 'node:http';
 import { tmpdir } from 'node:os';
 import { join } from 'node:path';
@@ -11,18 +11,6 @@ export const COMPANION = fileURLToPath(new URL('../../companion/', import.meta.u
 export const KD = join(COMPANION, 'dist/bin.js');
 export const PAGE_KEY = 'k'.repeat(43);
 
-/** A process that stands for an agent in a pane; `end` ends it. */
-export function agent(t) {
-  const child = spawn(process.execPath, ['-e', 'setInterval(() => {}, 1e6)'], { stdio: 'ignore' });
-  t.after(() => child.kill('SIGKILL'));
-  child.live = { pid: child.pid, tty: 'pts/9', host: 'tmux', host_ref: '%9' };
-  child.end = async () => {
-    child.kill('SIGKILL');
-    await once(child, 'exit');
-  };
-  return child;
-}
-
 /** Waits until `condition` gives something truthy and gives that; fails with `message` after 30 s. */
 export async function until(condition, message, limitMs = 30_000) {
   for (const deadline = Date.now() + limitMs; ;) {
@@ -31,6 +19,34 @@ export async function until(condition, message, limitMs = 30_000) {
     if (Date.now() > deadline) throw new Error(`waited in vain: ${message}`);
     await new Promise((done) => setTimeout(done, 15));
   }
+}
+
+/**
+ * A tmux server with a pane for each agent: a program called "claude", or as it is told, that sits in its terminal and
+ * does nothing. What `start` gives has its pid and `live`, as `kd` tells it, and `end` to end it.
+ */
+export class Panes {
+  constructor(folder) {
+    this.folder = folder;
+    this.socket = join(folder, 'tmux.sock');
+    symlinkSync('/bin/sleep', join(folder, 'claude'));
+  }
+
+  tmux(...words) { return execFileSync('tmux', ['-S', this.socket, '-f', '/dev/null', ...words], { encoding: 'utf8', stdio: ['ignore', 'pipe', 'pipe'] }).trim(); }
+
+  /** A pane in which `command` runs; without one, the agent. `comm` is what its process is called once it runs. */
+  async start(command = [join(this.folder, 'claude'), 'infinity'], comm = 'claude') {
+    const words = ['-d', '-P', '-F', '#{pane_id} #{pane_pid} #{pane_tty}', '-c', this.folder, ...command];
+    // The server ends with its last pane, so that one pane stays.
+    if (!this.isOpen) this.tmux('new-session', '-d', '-s', 'agents', 'sleep', 'infinity');
+    this.isOpen = true;
+    const [pane, pid, tty] = this.tmux('new-window', '-t', 'agents:', ...words).split(' ');
+    await until(() => readFileSync(`/proc/${pid}/comm`, 'utf8').trim() === comm, `${command} runs as ${comm}`);
+    const live = { pid: Number(pid), pgid: Number(pid), tty: tty.slice('/dev/'.length), host: 'tmux', host_ref: pane, cwd: '/home/user/project' };
+    return { pid: live.pid, live, end: () => process.kill(live.pid, 'SIGKILL') };
+  }
+
+  close() { if (this.isOpen) this.tmux('kill-server'); }
 }
 
 function exchange(options, body) {
@@ -77,6 +93,14 @@ export class Page {
     return this.ok('/v1/cards/answer', { ...press, review });
   }
 
+  /** Time goes by while this page session shows that it is there. */
+  async stays(seconds) {
+    for (let left = seconds; left > 0; left -= 10) {
+      await this.world.advance(Math.min(left, 10));
+      await this.ok('/v1/cards/list');
+    }
+  }
+
   async claimOne(waitMs = 5000) { return (await this.ok('/v1/deliver/claim', { wait_ms: waitMs })).jobs[0]; }
   report(jobId, outcome, more = {}) { return this.ok('/v1/deliver/report', { job_id: jobId, outcome, ...more }); }
 }
@@ -88,8 +112,10 @@ export class World {
     world.home = mkdtempSync(join(tmpdir(), 'kd-'));
     world.env = { ...process.env, KELVADROME_HOME: world.home, KELVADROME_TEST: '1', KELVADROME_TEST_HOLD_MS: '30', ...env };
     world.log = '';
+    world.panes = new Panes(world.home);
     t.after(async () => {
       await world.kill();
+      world.panes.close();
       if (t.error || !t.passed) t.diagnostic(world.log);
       rmSync(world.home, { recursive: true, force: true });
     });
@@ -157,17 +183,21 @@ export class World {
     return page;
   }
 
-  /** Asks as an agent in a tmux pane would; the pid is this test's own, so that the agent lives. */
+  /** Asks as an agent in a tmux pane of its own would. */
   async ask(more = {}) {
-    const live = { pid: process.pid, pgid: process.pid, tty: 'pts/3', host: 'tmux', host_ref: '%3', cwd: '/home/user/project' };
-    return (await this.ok('/v1/ask', { agent: 'claude', title: 'Deploy?', options: ['Yes', 'No'], menu: true, live, ...more })).card_id;
+    const live = Object.hasOwn(more, 'live') ? more.live : (await this.panes.start()).live;
+    return (await this.ok('/v1/ask', { agent: 'claude', title: 'Deploy?', options: ['Yes', 'No'], menu: true, ...more, live })).card_id;
   }
+
+  /** Asks as somebody who waits for the answer without a terminal: for tests that ask a lot. */
+  askFromAfar(more = {}) { return this.ask({ wait: true, live: undefined, ...more }); }
 
   /** Moves the daemon's clock on; what comes due thereby happens soon after. */
   advance(seconds) { return this.ok('/v1/test/advance', { ms: seconds * 1000 }); }
 
   async cards() { return (await this.ok('/v1/cards/list')).cards; }
   async card(id) { return (await this.cards()).find((card) => card.id === id); }
+  async detail(id) { return (await this.ok('/v1/cards/detail', { card_id: id })).card; }
   async receipts() { return (await this.ok('/v1/receipts/list')).receipts; }
 
   /** Opens a card and presses an answer on `page`; gives the card's id. */

@@ -5,6 +5,7 @@ import { callingAgent } from './agent.mjs';
 
 const POLL_MS = 20_000;
 const RESTART_PATIENCE_MS = 20_000;
+const WITHDRAW_MS = 20_000;  // the daemon lets an answer that is being typed come to its end first
 const usage = (words) => new KdError(`${words}\nTry kd --help.`, EXIT.usage);
 
 function wholeNumber(value, name) {
@@ -44,23 +45,42 @@ function askBody(values) {
   const title = values.title ?? (values.trust && `Trust the folder ${values.trust}?`);
   if (!title) throw usage('kd ask needs --title.');
   return {
-    ask_id: randomUUID(), ...whoAsks(values), title, body: readBody(values), options: values.option, default: values.default, menu: values.menu,
+    ask_id: values['ask-id'] ?? randomUUID(), ...whoAsks(values), title, body: readBody(values), options: values.option, default: values.default, menu: values.menu,
     kind: values.kind ?? (values.row ? 'batch' : undefined), risk: values.risk ?? (values.trust ? 'medium' : undefined), stop_type: values['stop-type'],
     topic: values.topic, scope: values.scope, rows: values.row?.map(readRow), screen: values.trust && { profile: 'claude_trust', folder: values.trust },
     blocking: values['not-blocking'] ? false : undefined, refs: values.ref && Object.fromEntries(values.ref.map(readRef)), wait: values.wait, label: values.label,
   };
 }
 
+/** How long to wait, in seconds: for ever when nothing was said. */
+function patience(given, option) {
+  const seconds = given === undefined ? Infinity : Number(given);
+  if (!(seconds > 0)) throw usage(`${option} takes a number of seconds, not "${given}".`);
+  return seconds;
+}
+
 export async function ask({ values, client }) {
-  const seconds = values['wait-seconds'] === undefined ? Infinity : Number(values['wait-seconds']);
-  if (!(seconds > 0)) throw usage(`--wait takes a number of seconds, not "${values['wait-seconds']}".`);
+  const seconds = patience(values['wait-seconds'], '--wait');
   // The ask id makes a repeated call harmless: it finds the card of the first one.
   const asked = client.callPatiently('/v1/ask', askBody(values), 10_000, 3000);
   if (values.wait) withdrawOnSignal(client, asked);
   const card = await asked;
-  if (values.wait) return waitForAnswer(client, card.card_id, seconds, values.json);
+  if (values.wait) {
+    const reply = await waitForEnd(client, card.card_id, seconds);
+    if (reply) return tellEnd(card.card_id, reply, values.json);
+    await withdrawQuietly(client, card.card_id);
+    throw new KdError(`No answer within ${seconds} s. The question is withdrawn.`, EXIT.noAnswer);
+  }
   process.stdout.write(values.json ? `${JSON.stringify(card)}\n` : `${card.card_id}\n`);
   return EXIT.ok;
+}
+
+/** Fetches the answer of a card that was opened before. Whoever stops waiting leaves the question as it is. */
+export async function wait({ values, positionals, client }) {
+  const seconds = patience(values.seconds, '--seconds');
+  const reply = await waitForEnd(client, positionals[0], seconds);
+  if (reply) return tellEnd(positionals[0], reply, values.json);
+  throw new KdError(`No answer within ${seconds} s. The question stays open.`, EXIT.noAnswer);
 }
 
 const inWords = (answer) => (typeof answer === 'string' ? answer : Object.entries(answer).map(([id, text]) => `${id}: ${text}`).join('\n'));
@@ -71,19 +91,22 @@ function withdrawOnSignal(client, asked) {
   for (const signal of ['SIGINT', 'SIGTERM', 'SIGHUP']) process.once(signal, giveUp);
 }
 
-async function waitForAnswer(client, cardId, seconds, json) {
-  const deadline = Date.now() + seconds * 1000;
-  while (Date.now() < deadline) {
-    const waitMs = Math.min(POLL_MS, Math.ceil(deadline - Date.now()));
+/** The closed card's end, or null when the time is over. */
+async function waitForEnd(client, cardId, seconds) {
+  const deadline = performance.now() + seconds * 1000;
+  for (let left = seconds * 1000; left > 0; left = deadline - performance.now()) {
+    const waitMs = Math.min(POLL_MS, Math.ceil(left));
     const reply = await client.callPatiently('/v1/ask/wait', { card_id: cardId, wait_ms: waitMs }, waitMs + 10_000, RESTART_PATIENCE_MS);
-    if (reply.state !== 'closed') continue;
-    if (json) process.stdout.write(`${JSON.stringify({ card_id: cardId, ...reply })}\n`);
-    else if (reply.answer !== undefined) process.stdout.write(`${inWords(reply.answer)}\n`);
-    if (reply.answer !== undefined) return EXIT.ok;
-    throw new KdError(`The question was ${reply.outcome}.`, EXIT.withdrawn);
+    if (reply.state === 'closed') return reply;
   }
-  await withdrawQuietly(client, cardId);
-  throw new KdError(`No answer within ${seconds} s. The question is withdrawn.`, EXIT.noAnswer);
+  return null;
+}
+
+function tellEnd(cardId, reply, json) {
+  if (json) process.stdout.write(`${JSON.stringify({ card_id: cardId, ...reply })}\n`);
+  else if (reply.answer !== undefined) process.stdout.write(`${inWords(reply.answer)}\n`);
+  if (reply.answer !== undefined) return EXIT.ok;
+  throw new KdError(reply.outcome === 'went_on' ? 'The question is over; its answer may have been typed.' : `The question was ${reply.outcome}.`, EXIT.withdrawn);
 }
 
 async function withdrawQuietly(client, cardId) {
@@ -95,7 +118,7 @@ async function withdrawQuietly(client, cardId) {
 }
 
 export async function withdraw({ values, positionals, client }) {
-  const reply = await client.callPatiently('/v1/ask/withdraw', { card_id: positionals[0] }, 10_000, 3000);
+  const reply = await client.callPatiently('/v1/ask/withdraw', { card_id: positionals[0], answered: values.answered }, WITHDRAW_MS, 3000);
   process.stdout.write(values.json ? `${JSON.stringify(reply)}\n` : `${reply.outcome ?? reply.state}\n`);
   return EXIT.ok;
 }

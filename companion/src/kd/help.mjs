@@ -3,7 +3,10 @@ export const HELP = `kd: ask the user a question from a coding agent, and look a
 usage: kd COMMAND [OPTIONS]
 
   ask        open a card in the Kelvadrome inbox for the agent that called kd
-  withdraw   take a question back: kd withdraw CARD_ID
+  wait       wait for the answer to a question that was asked before, and print it:
+             kd wait CARD_ID [--seconds N]. The question stays when the time is over
+  withdraw   take a question back: kd withdraw CARD_ID [--answered TEXT], with what was
+             chosen in the terminal. Returns once no answer is being typed any more
   touch      tell what the agent is doing, without asking
   inbox      list the questions that wait for the user
   sessions   list the agents
@@ -28,13 +31,18 @@ kd ask
       --ref KEY=VALUE    a detail for the card; repeat for more
   -w, --wait[=SECONDS]   wait here and print the answer, instead of having it typed into the
                          terminal. The question is withdrawn when the time is over or kd is ended
+      --ask-id ID        your own id for the question: the same id again finds the same card,
+                         and with --wait prints the answer that it has got since
       --label TEXT       a name for this agent session
       --json             print JSON
 
   Without --wait it prints the card's id and returns; the answer is typed into the agent's terminal.
+  Where nothing can be typed the card says so. Without a terminal the answer is kept: fetch it
+  with kd wait, or by asking again with the same --ask-id and --wait.
 
 Who asks. kd looks upward from its own process for a known agent (claude, codex, grok, gemini, qwen,
-copilot, cursor-agent, droid, opencode, amp, aider, pi) and takes its process, terminal and tmux pane.
+copilot, cursor-agent, droid, opencode, amp, aider, pi), also for one that node, bun, deno or python
+runs as a script of that name, and takes its process, terminal and tmux pane.
       --agent NAME       look for a process of this name instead
       --pid PID          take this process
       --session ID       the agent's own session id

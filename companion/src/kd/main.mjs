@@ -1,6 +1,6 @@
 import { parseArgs } from 'node:util';
 import { Client, EXIT, KdError, resolveHome } from './client.mjs';
-import { ask, touch, withdraw } from './ask.mjs';
+import { ask, touch, wait, withdraw } from './ask.mjs';
 import { answer, inbox, sessions } from './lists.mjs';
 import { HELP } from './help.mjs';
 
@@ -14,8 +14,10 @@ const COMMANDS = {
   ask: { run: ask, words: 0, options: {
     ...identity, title: { ...text, short: 't' }, body: { ...text, short: 'b' }, option: { ...many, short: 'o' }, default: { ...text, short: 'd' }, menu: flag,
     kind: text, risk: text, scope: text, 'stop-type': text, row: many, trust: text, 'not-blocking': flag, ref: many, wait: flag, 'wait-seconds': text,
+    'ask-id': text,
   } },
-  withdraw: { run: withdraw, words: 1, options: {} },
+  wait: { run: wait, words: 1, options: { seconds: text } },
+  withdraw: { run: withdraw, words: 1, options: { answered: text } },
   touch: { run: touch, words: 0, options: { ...identity, status: text, doing: text } },
   inbox: { run: inbox, words: 0, options: {} },
   sessions: { run: sessions, words: 0, options: {} },

@@ -1,0 +1,186 @@
+// Who gets an answer: the very process that asked, for the question that it asked last, where keys can reach it; and
+// what happens to an answer that nobody can type.
+import { test } from 'node:test';
+import assert from 'node:assert/strict';
+import { execFileSync, spawn } from 'node:child_process';
+import { mkdirSync, symlinkSync, writeFileSync } from 'node:fs';
+import { join } from 'node:path';
+import { KD, World, until } from './world.mjs';
+import { isRunning } from '../../companion/src/proc.mjs';
+
+/** A shell that goes by the name of an agent, and so can do things that a test wants of one. */
+function scriptable(world) {
+  const folder = join(world.home, 'scriptable');
+  mkdirSync(folder);
+  symlinkSync('/bin/bash', join(folder, 'claude'));
+  return join(folder, 'claude');
+}
+
+test('only the process that asked is answered: not one that ended, nor another program in its place', async (t) => {
+  const [world, page] = await World.loggedIn(t);
+  const claude = scriptable(world);
+  const next = join(world.home, 'claude');
+  const changes = [
+    ['ends', (agent) => agent.end(), /the agent process ended/],
+    ['runs a new agent', ({ live }) => world.panes.tmux('send-keys', '-t', live.host_ref, 'Enter'), /runs another program since it asked/],
+  ];
+  for (const [name, change, words] of changes) {
+    const agent = await world.panes.start([claude, '-c', `read x; exec ${next} infinity`]);
+    const { live } = agent;
+    const { id, job } = await world.answered(page, { live });
+    await change(agent);
+    if (name === 'ends') await until(() => !isRunning(live.pid), 'it has ended');
+    else await until(() => execFileSync('readlink', [`/proc/${live.pid}/exe`], { encoding: 'utf8' }).includes('sleep'), 'it runs the next program');
+    const reply = await page.report(job.id, 'start');
+    assert.equal(reply.proceed, false, name);
+    assert.match(reply.reason, words);
+    await page.report(job.id, 'refused', { reason: reply.reason });
+    assert.match((await world.card(id)).refs.last_refusal, words);
+    const pressed = await page.post('/v1/cards/answer', { card_id: id, version: (await world.card(id)).version, answer: 'Yes' });
+    assert.match(pressed.error?.message ?? '', /has ended, so its question cannot be answered/, name);
+    assert.equal((await world.abandoned(id)).state, 'gone');
+  }
+});
+
+test('an answer to an older question waits while a newer one blocks the same process, and says so', async (t) => {
+  const [world, page] = await World.loggedIn(t);
+  const [{ live }, other] = [await world.panes.start(), await world.ask()];
+  const { id: older, job } = await world.answered(page, { live });
+  await world.ask({ live, blocking: false, title: 'By the way?' });
+  const newer = await world.ask({ live, title: 'Newer?' });
+  const reply = await page.report(job.id, 'start');
+  assert.deepEqual(reply, { proceed: false, reason: 'Claude Code has asked a newer question since' });
+  await page.report(job.id, 'refused', { reason: reply.reason });
+  const card = await world.reopened(older);
+  assert.deepEqual([card.answerable, card.delivery_note], [false, 'Claude Code has asked a newer question since. Answer that one first.']);
+  const pressed = await page.post('/v1/cards/answer', { card_id: older, version: card.version, answer: 'Yes' });
+  assert.deepEqual([pressed.status, pressed.error.message], [409, card.delivery_note]);
+  for (const id of [newer, other]) assert.equal((await world.card(id)).answerable, undefined);
+  await world.ok('/v1/ask/withdraw', { card_id: newer });
+  assert.deepEqual([(await world.card(older)).answerable, (await world.card(older)).delivery_note], [undefined, undefined]);
+  await page.ok('/v1/cards/answer', { card_id: older, version: card.version, answer: 'Yes' });
+  assert.deepEqual(await page.report((await page.claimOne()).id, 'start'), { proceed: true });
+});
+
+test('what can never be typed into says so on its card before anybody presses, and takes no press', async (t) => {
+  const [world, page] = await World.loggedIn(t);
+  const claude = join(world.home, 'claude');
+  const inner = (outer) => until(() => {
+    const found = execFileSync('ps', ['-eo', 'pid=,args='], { encoding: 'utf8' }).split('\n').map((line) => /^\s*(\d+)\s+(.*)$/.exec(line)).find((match) => match?.[2] === outer);
+    return found && Number(found[1]);
+  }, `"${outer}" runs`);
+  const liveOf = async (pid, host) => {
+    const [pgid, tty] = execFileSync('ps', ['-o', 'pgid=,tty=', '-p', String(pid)], { encoding: 'utf8' }).trim().split(/\s+/);
+    return { pid, pgid: Number(pgid), tty, host: 'tmux', host_ref: host };
+  };
+  let count = 1000;
+  /** An agent somewhere below a pane: `command` gets the words that start it. */
+  const below = async (command, comm) => {
+    const words = `${claude} ${++count}`;
+    const outer = await world.panes.start(command(words), comm);
+    return liveOf(await inner(words), outer.live.host_ref);
+  };
+  const [fine, second] = [await world.panes.start(), await world.panes.start()];
+  const cases = [
+    ['script', await below((words) => ['script', '-qc', words, '/dev/null'], 'script'), /but its tmux pane is pts\/\d+/],
+    ['sh -c', await below((words) => ['sh', '-c', `${words}; true`], 'sh'), /The shell "sh" that started Claude Code/],
+    ['no environment', { ...await below((words) => ['env', '-i', ...words.split(' ')], 'claude') }, /which tmux server/],
+    ['another pane', { ...fine.live, host_ref: second.live.host_ref }, /but its tmux pane is/], ['a pane that is not there', { ...fine.live, host_ref: '%999' }, /no pane %999/],
+    ['an unknown window', { ...fine.live, host: 'unknown', host_ref: undefined }, /can be typed into from outside/], ['another terminal', { ...fine.live, tty: 'pts/9999' }, /not in pts\/9999/],
+  ];
+  for (const [name, live, words] of cases) {
+    const id = await world.ask({ live });
+    const card = await world.card(id);
+    assert.equal(card.answerable, false, name);
+    assert.match(card.delivery_note, words, name);
+    const pressed = await page.post('/v1/cards/answer', { card_id: id, version: 1, answer: 'Yes' });
+    assert.deepEqual([pressed.status, pressed.error.message], [409, card.delivery_note], name);
+    assert.equal((await world.card(await world.ask({ live, wait: true }))).delivery_note, undefined, `${name}, but it waits for its answer`);
+  }
+  const good = await world.card(await world.ask({ live: fine.live }));
+  assert.deepEqual([good.answerable, good.delivery_note], [undefined, undefined]);
+  // Whoever waits for such a card gets the answer handed, so it can be pressed then.
+  const late = await world.ask({ live: { ...second.live, host: 'unknown', host_ref: undefined } });
+  const waiting = world.ok('/v1/ask/wait', { card_id: late, wait_ms: 8000 });
+  const card = await until(async () => { const now = await world.card(late); return now.answerable === undefined && now; }, 'the card can be answered');
+  await page.ok('/v1/cards/answer', { card_id: late, version: card.version, answer: 'No' });
+  assert.equal((await waiting).answer, 'No');
+});
+
+test('what is no agent, or can take no keys, is refused when it asks', async (t) => {
+  const world = await World.open(t);
+  const { live, pid } = await world.panes.start();
+  const shell = await world.panes.start(['bash', '--norc'], 'bash');
+  const table = [
+    [{ agent: 'bash', live: shell.live }, /is a shell \(bash\)/], [{ live: shell.live }, /is a shell/], [{ agent: 'codex', live }, new RegExp(`process ${pid} is claude, not codex`)],
+    [{ live: { ...live, pid: 0x7ffffffe } }, /there is no process/], [{ live: { ...live, host: 'terminal', host_ref: undefined } }, /never typed into Terminal/],
+    [{ live: { ...live, host: 'iterm2', host_ref: 'x' } }, /no iTerm2/], [{ live: { ...live, host_ref: undefined } }, /host_ref: is missing/],
+    [{ live: { pid: shell.pid, host: 'unknown', codex_thread: 't' }, agent: 'codex' }, /is a shell/],
+  ];
+  for (const [more, words] of table) {
+    const reply = await world.call('/v1/ask', { agent: 'claude', title: 'x', ...more });
+    assert.deepEqual([reply.status, reply.error?.code], [400, 'validation_failed'], String(words));
+    assert.match(reply.error.message, words);
+  }
+  assert.deepEqual(await world.cards(), []);
+  const run = await world.kd(['ask', '--agent', 'bash', '--pid', String(shell.pid), '-t', 'x']);
+  assert.deepEqual([run.code, run.stdout], [1, '']);
+  assert.match(run.stderr, /never typed into one/);
+});
+
+test('an answer that nobody can type or waits for is kept, and fetched with kd wait or by asking again', async (t) => {
+  const [world, page] = await World.loggedIn(t);
+  const ask = ['ask', '--no-terminal', '--agent', 'codex', '--session', 's', '-t', 'Go on?', '--ask-id', 'mine'];
+  const { stdout } = await world.kd(ask);
+  const id = stdout.trim();
+  assert.equal((await world.card(id)).delivery_note, 'Nothing is typed for this one. Your answer is kept until Codex fetches it.');
+  const early = await world.kd(['wait', id, '--seconds', '0.2']);
+  assert.deepEqual([early.code, early.stdout], [5, '']);
+  assert.match(early.stderr, /The question stays open/);
+  const status = async () => (await world.ok('/v1/agents/status')).sessions[0].status;
+  assert.equal(await status(), 'waiting_me');
+  await page.ok('/v1/cards/answer', { card_id: id, version: 1, answer: 'Sure' });
+  await world.closed(id);
+  assert.match((await world.receipts())[0].line, /^Kept for Codex, which has not fetched it yet: "Go on\?"\. Nothing was typed\.$/);
+  assert.equal(await status(), 'waiting');
+  assert.deepEqual(await world.kd(['wait', id]), { code: 0, stdout: 'Sure\n', stderr: '' });
+  assert.deepEqual(await world.kd([...ask, '--wait']), { code: 0, stdout: 'Sure\n', stderr: '' });
+  assert.deepEqual(JSON.parse((await world.kd([...ask, '--json'])).stdout), { card_id: id, version: 3, state: 'closed', outcome: 'answered', answer: 'Sure' });
+  assert.deepEqual((await world.receipts()).map((receipt) => receipt.action), ['answer.handed', 'answer.kept', 'answer.held']);
+  assert.equal(await status(), 'working');
+  assert.equal((await world.kd(['wait', 'card-none'])).code, 1);
+});
+
+test('an agent that runs as a script of node is found by its name', async (t) => {
+  const world = await World.open(t);
+  const script = join(world.home, 'gemini.mjs');
+  writeFileSync(script, `import { execFileSync } from 'node:child_process';\nexecFileSync(process.execPath, [${JSON.stringify(KD)}, 'ask', '-t', 'Found?']);\nsetInterval(() => {}, 1e6);\n`);
+  const child = spawn(process.execPath, [script], { env: world.env, stdio: 'ignore' });
+  t.after(() => child.kill('SIGKILL'));
+  const card = await until(async () => (await world.cards())[0], 'the card');
+  assert.deepEqual([card.agent, card.title], ['gemini', 'Found?']);
+});
+
+test('a session no longer waits once its question is over, and one without a process ends after a day of silence', async (t) => {
+  const [world, page] = await World.loggedIn(t);
+  const status = async (agent) => Object.fromEntries((await world.ok('/v1/agents/status')).sessions.map((row) => [row.agent, row.status]))[agent];
+  const { job } = await world.answered(page);
+  assert.equal(await status('claude'), 'waiting_me');
+  await page.report(job.id, 'start');
+  await page.report(job.id, 'done');
+  assert.equal(await status('claude'), 'working');
+  const [first, second] = [await world.askFromAfar({ agent: 'grok', session_id: 's' }), await world.askFromAfar({ agent: 'grok', session_id: 's' })];
+  await page.ok('/v1/cards/answer', { card_id: first, version: 1, answer: 'Yes' });
+  await world.ok('/v1/ask/wait', { card_id: first });
+  assert.equal(await status('grok'), 'waiting_me');
+  await world.ok('/v1/ask/withdraw', { card_id: second });
+  assert.equal(await status('grok'), 'working');
+  await world.advance(86_300);
+  assert.equal(await status('grok'), 'working');
+  await world.ok('/v1/sessions/touch', { agent: 'grok', session_id: 's', status: 'idle' });
+  await world.advance(86_300);
+  assert.equal(await status('grok'), 'idle');
+  await world.advance(200);
+  assert.equal(await status('grok'), 'ended');
+  assert.equal(await status('claude'), 'working', 'its process runs');
+});
