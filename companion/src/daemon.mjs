@@ -20,6 +20,7 @@ import { checkSurface, findRoute } from './routes.mjs';
 import { goneSignal, listen, makeServer, readJson, send, sendData, shut } from './http.mjs';
 import { sendFile, sendNotice } from './static.mjs';
 import { clearDeadSocket, prepareHome, refuseSecond } from './home.mjs';
+import { Admission } from './peer.mjs';
 import { clock } from './clock.mjs';
 
 const VERSION = JSON.parse(readFileSync(new URL('../package.json', import.meta.url), 'utf8')).version;
@@ -150,33 +151,54 @@ class Daemon {
   }
 }
 
-const listenOnPage = (page, port) => listen(page, { host: '127.0.0.1', port, exclusive: true });
+/**
+ * Both loopback addresses, at one port: a browser may look for a name under localhost at either, so nobody else must
+ * stand at the other. Where there is no IPv6 loopback, nobody can.
+ */
+async function listenOnPage(servers, port) {
+  const [page, page6] = servers;
+  await listen(page, { host: '127.0.0.1', port, exclusive: true });
+  try {
+    await listen(page6, { host: '::1', port: page.address().port, ipv6Only: true, exclusive: true });
+  } catch (error) {
+    if (!['EADDRNOTAVAIL', 'EAFNOSUPPORT'].includes(error.code)) {
+      await new Promise((closed) => page.close(closed));
+      throw error;
+    }
+    servers.pop();
+  }
+}
 
 /** Without a port that was asked for, the one of last time is tried first, so that a page left open finds its daemon again. */
-async function openPage(app, page, port) {
+async function openPage(app, port) {
   const last = Number(app.store.setting('page_port') ?? 0);
-  if (port === null) await listenOnPage(page, last).catch(() => listenOnPage(page, 0));
-  else await listenOnPage(page, port);
-  app.auth.port = page.address().port;
-  if (app.auth.port !== last) app.store.keepSetting('page_port', app.auth.port);
+  const tries = port === null ? [last, 0, 0, 0] : [port];
+  for (const [index, wanted] of tries.entries()) {
+    const admission = new Admission(log);
+    const servers = [0, 1].map(() => makeServer((req, res) => app.handle('page', req, res), log, (socket) => admission.admits(socket)));
+    try {
+      await listenOnPage(servers, wanted);
+    } catch (error) {
+      if (index < tries.length - 1) continue;
+      throw new StartError(error.code === 'EADDRINUSE' ? `Port ${port} on the loopback address is in use by another program.` : `Port ${port ?? 0} on the loopback address cannot be used: ${error.message}.`, 69);
+    }
+    app.auth.port = servers[0].address().port;
+    if (app.auth.port !== last) app.store.keepSetting('page_port', app.auth.port);
+    return servers;
+  }
 }
 
 async function openDoors(app, socketPath, port) {
-  const page = makeServer((req, res) => app.handle('page', req, res), log);
-  try {
-    await openPage(app, page, port);
-  } catch (error) {
-    throw new StartError(error.code === 'EADDRINUSE' ? `Port ${port} on 127.0.0.1 is in use by another program.` : `Port ${port ?? 0} on 127.0.0.1 cannot be used: ${error.message}.`, 69);
-  }
+  const servers = await openPage(app, port);
   const socket = makeServer((req, res) => app.handle('socket', req, res), log);
   try {
     await listen(socket, { path: socketPath });
     chmodSync(socketPath, 0o600);
   } catch (error) {
-    page.close();
+    for (const page of servers) page.close();
     throw new StartError(`The socket ${socketPath} cannot be opened: ${error.message}.`, 73);
   }
-  return [page, socket];
+  return [...servers, socket];
 }
 
 function leaveInOrder(app, servers, env) {
@@ -194,9 +216,9 @@ function leaveInOrder(app, servers, env) {
 }
 
 async function start(argv, env) {
-  const { home, port, staticRoot } = readArguments(argv, env);
+  const { home: wanted, port, staticRoot } = readArguments(argv, env);
   process.umask(0o077);
-  const socketPath = prepareHome(home);
+  const { home, socketPath } = prepareHome(wanted);
   await refuseSecond(socketPath);
   const app = new Daemon(home, readSettings(env), env);
   clearDeadSocket(socketPath);

@@ -4,6 +4,7 @@ import { createServer } from 'node:http';
 import { Refusal, invalid } from './errors.mjs';
 
 export const MAX_BODY = 1_000_000;
+const MAX_CONNECTIONS = 400;
 const strictUtf8 = new TextDecoder('utf-8', { fatal: true, ignoreBOM: true });
 
 export function send(res, status, headers, body) {
@@ -70,17 +71,40 @@ export function goneSignal(res) {
   return controller.signal;
 }
 
-/** A server whose `handle(req, res)` may throw; what it throws becomes the reply. */
-export function makeServer(handle, log) {
-  const server = createServer({ keepAliveTimeout: 0, headersTimeout: 10_000, requestTimeout: 30_000 }, (req, res) => {
+/** Keeps the connections below `MAX_CONNECTIONS`: for a new one the oldest that asks nothing goes, else the oldest of all. */
+function limitConnections(server) {
+  const [idle, asking] = [new Set(), new Set()];
+  const forget = (socket) => idle.delete(socket) || asking.delete(socket);
+  server.on('connection', (socket) => {
+    if (idle.size + asking.size >= MAX_CONNECTIONS) {
+      const [oldest] = idle.size > 0 ? idle : asking;
+      forget(oldest);
+      oldest.destroy();
+    }
+    idle.add(socket);
+    socket.on('close', () => forget(socket));
+  });
+  server.on('request', ({ socket }) => { if (idle.delete(socket)) asking.add(socket); });
+}
+
+/**
+ * A server whose `handle(req, res)` may throw; what it throws becomes the reply. A connection that `admits` refuses
+ * ends before a byte of it is read.
+ */
+export function makeServer(handle, log, admits = () => true) {
+  const limits = { keepAliveTimeout: 0, headersTimeout: 10_000, requestTimeout: 30_000, connectionsCheckingInterval: 2000 };
+  const server = createServer(limits, (req, res) => {
     res.on('error', () => {});
     handle(req, res).catch((error) => sendError(res, error, log));
   });
+  server.prependListener('connection', (socket) => { if (!admits(socket)) socket.destroy(); });
+  limitConnections(server);
   server.on('clientError', (error, socket) => {
     if (socket.writable) {
       const body = JSON.stringify(failure('validation_failed', 'This is not a valid HTTP request.'));
       socket.end(`HTTP/1.1 400 Bad Request\r\nContent-Type: application/json\r\nContent-Length: ${Buffer.byteLength(body)}\r\nConnection: close\r\n\r\n${body}`);
     }
+    socket.destroySoon();
   });
   return server;
 }

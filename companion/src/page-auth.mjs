@@ -1,22 +1,16 @@
 // Who may use the page port. The shell registers a page key once; with it, it mints one-time login links; a link gives
 // a cookie session with its own CSRF token. Sessions live in memory: a restart of the daemon ends them all.
-import { createHash, timingSafeEqual } from 'node:crypto';
-import { existsSync, openSync, readFileSync, renameSync, writeSync, fsyncSync, closeSync } from 'node:fs';
-import { join } from 'node:path';
-import { conflict, forbidden, invalid, unauthorized } from './errors.mjs';
+import { forbidden, unauthorized } from './errors.mjs';
 import { clock, iso, secret } from './clock.mjs';
+import { PageKey, same, sha256 } from './page-key.mjs';
 
 export const COOKIE = 'kd_session';
 export const KEY_HEADER = 'x-kd-page-key';
 export const CSRF_HEADER = 'x-kd-csrf';
-const KEY_FILE = 'page-key.sha256';
 const LINK_MS = 60_000;
 const SESSION_IDLE_MS = 7 * 86_400_000;
 const MAX_SESSIONS = 64;
 const MAX_LINKS = 64;
-
-const sha256 = (text) => createHash('sha256').update(text, 'utf8').digest('hex');
-const same = (a, b) => timingSafeEqual(createHash('sha256').update(a).digest(), createHash('sha256').update(b).digest());
 
 /** The mark that a job carries to name the page session in which its answer was pressed. */
 export const presenceTag = (sessionId) => sha256(sessionId).slice(0, 32);
@@ -26,36 +20,13 @@ export class PageAuth {
   #links = new Map();     // by token
 
   constructor(home) {
-    this.keyPath = join(home, KEY_FILE);
+    this.key = new PageKey(home);
     this.port = null;
   }
 
-  #storedHash() {
-    if (!existsSync(this.keyPath)) return null;
-    const text = readFileSync(this.keyPath, 'latin1').trim();
-    // A file that holds no hash locks the page rather than opening it to everyone.
-    if (!/^[0-9a-f]{64}$/.test(text)) throw conflict(`${KEY_FILE} in the data home is damaged. Move it away and open Kelvadrome again.`);
-    return text;
-  }
-
-  /** Registers the key of this home. The same key again is fine; another one is a conflict. Only its hash is kept. */
+  /** Registers the key of this home. Whoever came in before there was a key must come again with it. */
   claimKey(key) {
-    if (typeof key !== 'string' || !/^[\x21-\x7e]{16,256}$/.test(key)) throw invalid('key', 'must be 16 to 256 printable characters');
-    const known = this.#storedHash();
-    if (known !== null) {
-      if (!same(known, sha256(key))) throw conflict('Another page key is registered for this home.');
-      return;
-    }
-    const whole = `${this.keyPath}.new`;
-    const fd = openSync(whole, 'w', 0o600);
-    try {
-      writeSync(fd, `${sha256(key)}\n`);
-      fsyncSync(fd);
-    } finally {
-      closeSync(fd);
-    }
-    renameSync(whole, this.keyPath);
-    // Whoever came in before there was a key must come again with it.
+    if (!this.key.claim(key)) return;
     this.#links.clear();
     for (const session of this.#sessions.values()) if (session.group === null) this.#end(session);
   }
@@ -67,11 +38,11 @@ export class PageAuth {
 
   /** A one-time login link. Once a key is registered, only its holder gets one. */
   mintLink(key, now = clock.now()) {
-    const known = this.#storedHash();
-    if (known !== null && (typeof key !== 'string' || !same(known, sha256(key)))) throw forbidden(`A login link needs the header ${KEY_HEADER} with the registered page key.`);
+    const group = this.key.hash;
+    if (group !== null && !this.key.matches(key)) throw forbidden(`A login link needs the header ${KEY_HEADER} with the registered page key.`);
     for (const [token, link] of this.#links) if (link.expires <= now || this.#links.size >= MAX_LINKS) this.#links.delete(token);
     const token = secret();
-    this.#links.set(token, { expires: now + LINK_MS, group: known });
+    this.#links.set(token, { expires: now + LINK_MS, group });
     return { url: `http://127.0.0.1:${this.port}/login?t=${token}`, expires_at: iso(now + LINK_MS) };
   }
 
@@ -126,7 +97,7 @@ export class PageAuth {
   isAlive(tag) { return [...this.#sessions.values()].some((session) => session.tag === tag); }
 
   /** Whether this session was opened by the holder of the page key, or no key is registered at all. */
-  isShell(session) { return session.group === this.#storedHash(); }
+  isShell(session) { return session.group === this.key.hash; }
 
   /** The tag of the newest session, for `kd answer` of the tests. */
   newestTag() { return [...this.#sessions.values()].at(-1)?.tag ?? presenceTag(secret()); }

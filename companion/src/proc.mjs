@@ -57,10 +57,11 @@ export function parseStat(text) {
   const open = text.indexOf('(');
   const close = text.lastIndexOf(')');
   const fields = text.slice(close + 2).split(' ');
-  const [state, ppid, pgid, , device, tpgid] = fields;
+  const [state, ppid, pgid, sid, device, tpgid] = fields;
   return {
     pid: Number(text.slice(0, open)), comm: text.slice(open + 1, close), state,
-    ppid: Number(ppid), pgid: Number(pgid), tty: ttyName(Number(device)), tpgid: Number(tpgid), started: Number(fields[19]), image: Number(fields[25]),
+    ppid: Number(ppid), pgid: Number(pgid), sid: Number(sid), tty: ttyName(Number(device)), tpgid: Number(tpgid),
+    started: Number(fields[19]), image: Number(fields[25]),
   };
 }
 

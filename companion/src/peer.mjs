@@ -1,0 +1,164 @@
+// Who is at the other end of a connection to the page port, as the kernel says it. Only Linux tells this: elsewhere
+// nobody is turned away and no process is found.
+import { readFileSync, readdirSync, readlinkSync } from 'node:fs';
+import { isIPv4 } from 'node:net';
+import { endianness } from 'node:os';
+import { isRunning, parseStat } from './proc.mjs';
+
+const LOOKS = 3;  // the table is read in pieces, and a row can slip by while others come and go
+const WAITING_MS = 20;
+const MAX_STEPS = 64;
+export const canTell = process.platform === 'linux';
+
+const readTable = (name) => readFileSync(`/proc/net/${name}`, 'latin1');
+
+function bytesOf(address) {
+  if (isIPv4(address)) return Buffer.from(address.split('.').map(Number));
+  const [head, tail] = address.split('::').map((half) => (half === '' ? [] : half.split(':')));
+  const groups = tail === undefined ? head : [...head, ...Array(8 - head.length - tail.length).fill('0'), ...tail];
+  return Buffer.from(groups.map((group) => group.padStart(4, '0')).join(''), 'hex');
+}
+
+/** An address and port as the kernel's tables print them: words of 4 bytes, each in the machine's own order. */
+function printed(bytes, port) {
+  let text = '';
+  for (let at = 0; at < bytes.length; at += 4) text += (endianness() === 'LE' ? bytes.readUInt32LE(at) : bytes.readUInt32BE(at)).toString(16).padStart(8, '0');
+  return `${text}:${port.toString(16).padStart(4, '0')}`.toUpperCase();
+}
+
+const mapped = (bytes) => Buffer.concat([Buffer.from('00000000000000000000ffff', 'hex'), bytes]);
+
+/** The peers' ends of the established connections to `here`, by their address: {uid, inode}. */
+function peersOf(here, text) {
+  const rows = text.matchAll(new RegExp(`: (\\S+) ${here} 01 \\S+ \\S+ \\S+ +(\\d+) +\\d+ (\\d+) `, 'g'));
+  return new Map([...rows].map(([, from, uid, inode]) => [from, { uid: Number(uid), inode }]));
+}
+
+/** Where the peer's end of `socket` may stand: [table, its address, ours]. */
+function placesOf({ remoteAddress, remotePort, localAddress, localPort }) {
+  if (remoteAddress === undefined || localAddress === undefined) return [];
+  const [there, here] = [bytesOf(remoteAddress), bytesOf(localAddress)];
+  const place = (table, from, to) => [table, printed(from, remotePort), printed(to, localPort)];
+  // A program may also reach an IPv4 address through an IPv6 socket.
+  return there.length === 4 ? [place('tcp', there, here), place('tcp6', mapped(there), mapped(here))] : [place('tcp6', there, here)];
+}
+
+/**
+ * The kernel's row of the peer's own end of `socket`. Only an established one of exactly these two addresses counts:
+ * one in TIME_WAIT names no owner. Null when there is none; throws when the table cannot be read.
+ */
+export function peerOf(socket, read = readTable) {
+  const places = placesOf(socket);
+  for (let look = 0; look < LOOKS; look++) {
+    for (const [table, from, here] of places) {
+      const row = peersOf(here, read(table)).get(from);
+      if (row) return row;
+    }
+  }
+  return null;
+}
+
+/** Lets in the connections of this very user, and of root: a proxy of `ssh -L` or of a container. In doubt it does not. */
+export class Admission {
+  #open = new Set();       // the ends that were judged, while they are open
+  #waiting = new Map();    // ends that the last look saw and that come next
+  #failed = false;
+
+  constructor(log, read = readTable) {
+    this.log = log;
+    this.read = read;
+  }
+
+  admits(socket) {
+    if (!canTell) return true;
+    try {
+      const uid = this.#ownerOf(socket);
+      return uid === process.getuid() || uid === 0;
+    } catch (error) {
+      if (!this.#failed) this.log(`nobody gets into the page port, for its connections cannot be looked at: ${error.message}`);
+      this.#failed = true;
+      return false;
+    }
+  }
+
+  /**
+   * A look costs some milliseconds, and a page asks for many files: what one look saw of connections that are still to
+   * be accepted counts for each of them once. They all are, in turn, before another could take such an end over.
+   */
+  #ownerOf(socket) {
+    const places = placesOf(socket);
+    const ends = places.map(([, from, here]) => `${from} ${here}`);
+    const known = () => ends.find((end) => this.#waiting.has(end));
+    for (const [table, , here] of Array(LOOKS).fill(places).flat()) if (known() === undefined) this.#look(table, here);
+    const end = known();
+    const owner = this.#waiting.get(end);
+    for (const each of ends) {
+      this.#waiting.delete(each);
+      this.#open.add(each);
+      socket.on('close', () => this.#open.delete(each));
+    }
+    return owner;
+  }
+
+  #look(table, here) {
+    if (this.#waiting.size === 0) setTimeout(() => this.#waiting.clear(), WAITING_MS).unref();
+    for (const [from, { uid }] of peersOf(here, this.read(table))) if (!this.#open.has(`${from} ${here}`)) this.#waiting.set(`${from} ${here}`, uid);
+  }
+}
+
+function holdsSocket(pid, inode) {
+  try {
+    return readdirSync(`/proc/${pid}/fd`).some((fd) => {
+      try {
+        return readlinkSync(`/proc/${pid}/fd/${fd}`) === `socket:[${inode}]`;
+      } catch {
+        return false;
+      }
+    });
+  } catch {
+    return false;  // it has ended, or is not for us to look into
+  }
+}
+
+function processTable() {
+  const table = new Map();
+  for (const name of readdirSync('/proc')) {
+    if (!/^\d+$/.test(name)) continue;
+    try {
+      table.set(Number(name), parseStat(readFileSync(`/proc/${name}/stat`, 'latin1')));
+    } catch { /* it has ended */ }
+  }
+  return table;
+}
+
+/** The process that holds the peer's end: {pid, program}; null when it cannot be found. */
+export function holderOf(socket) {
+  try {
+    const { inode } = peerOf(socket);
+    for (const { pid, comm } of processTable().values()) if (holdsSocket(pid, inode)) return { pid, program: comm };
+  } catch { /* not there, or not for us to see */ }
+  return null;
+}
+
+/**
+ * Whether a process stems from an agent: by its ancestors, or, when those have ended, by a session that the agent leads
+ * or by its process group. A group that the daemon is in, too, says nothing: a script started all of them.
+ */
+function stemsFrom(info, agent, table) {
+  const { pgid } = table.get(agent.pid) ?? {};
+  if (info.sid === agent.pid || (info.pgid === pgid && table.get(process.pid)?.pgid !== pgid)) return true;
+  for (let at = info, steps = 0; at && steps < MAX_STEPS; at = table.get(at.ppid), steps++) if (at.pid === agent.pid) return true;
+  return false;
+}
+
+/** The first of `agents` ({pid, started}) from which a process stems that holds the peer's end `inode`; undefined for none. */
+export function agentBehind(inode, agents) {
+  const running = agents.filter(({ pid, started }) => isRunning(pid, started));
+  if (running.length === 0) return undefined;
+  const table = processTable();
+  for (const info of table.values()) {
+    const agent = running.find((one) => stemsFrom(info, one, table));
+    if (agent && holdsSocket(info.pid, inode)) return agent;
+  }
+  return undefined;
+}

@@ -1,0 +1,117 @@
+// The doors themselves: who may knock, how many at once, and in which home the daemon lives at all.
+import { test as always } from 'node:test';
+import assert from 'node:assert/strict';
+import { EventEmitter, once } from 'node:events';
+import { connect } from 'node:net';
+import { execFileSync, spawnSync } from 'node:child_process';
+import { chmodSync, chownSync, mkdirSync, mkdtempSync, readFileSync, realpathSync, rmSync, symlinkSync, writeFileSync } from 'node:fs';
+import { tmpdir } from 'node:os';
+import { join } from 'node:path';
+import { PAGE_KEY, World, until } from './world.mjs';
+import { Admission, peerOf } from '../../companion/src/peer.mjs';
+
+const NOBODY = 65534;
+const linux = process.platform === 'linux' ? false : 'only Linux tells who is at the other end of a connection';
+const asRoot = linux || (process.getuid() === 0 && spawnSync('setpriv', ['--version']).status === 0 ? false : 'another user is tried as root only, with setpriv');
+if (asRoot) process.stderr.write(`Another user is NOT tried: ${asRoot}.\n`);
+const test = (name, skip, run) => always(name, { skip }, run);
+
+/** What the page port says to a request of the user `uid`: nothing at all when it hangs up. */
+function asked(uid, port, request) {
+  const script = `exec 3<>/dev/tcp/127.0.0.1/${port}; printf '${request}' >&3; cat <&3`;
+  return spawnSync('setpriv', [`--reuid=${uid}`, '--clear-groups', 'bash', '-c', script], { encoding: 'utf8', timeout: 10_000 }).stdout;
+}
+
+test('another user of the machine is not heard at the page port', asRoot, async (t) => {
+  const world = await World.open(t);
+  const link = new URL((await world.mint()).url);
+  const request = `GET ${link.pathname}${link.search.replaceAll('%', '%%')}&surface=mac HTTP/1.1\\r\\nHost: 127.0.0.1:${world.port}\\r\\n\\r\\n`;
+  assert.equal(asked(NOBODY, world.port, request), '');
+  assert.match(asked(0, world.port, request), /^HTTP\/1\.1 303 /, 'the link was not used up');
+});
+
+test('a peer is its established connection between exactly these ends, whichever table it stands in', linux, () => {
+  const socket = { remoteAddress: '127.0.0.1', remotePort: 0x9964, localAddress: '127.0.0.1', localPort: 0xa785 };
+  const row = (from, to, state, uid) => `   2: ${from} ${to} ${state} 00000000:00000000 00:00000000 00000000 ${String(uid).padStart(5)}        0 26944 2 0000 20 0 0 10 -1\n`;
+  const [there, here, old, v6] = ['0100007F:9964', '0100007F:A785', '0100007F:9965', '0000000000000000FFFF0000'];
+  const look = (tcp, tcp6 = '', at = socket) => peerOf(at, (name) => (name === 'tcp' ? tcp : tcp6));
+  const [mine, other] = [process.getuid(), 4242];
+  assert.deepEqual(look(row(here, there, '01', mine) + row(there, here, '01', other)), { uid: other, inode: '26944' });
+  assert.deepEqual(look(row(there, here, '06', 0) + row(old, here, '01', mine)), null);
+  assert.equal(look('', row(`${v6}${there}`, `${v6}${here}`, '01', other)).uid, other);
+  const loopback = '00000000000000000000000001000000';
+  assert.equal(look('', row(`${loopback}:9964`, `${loopback}:A785`, '01', other), { ...socket, remoteAddress: '::1', localAddress: '::1' }).uid, other);
+
+  // One look serves the connections that wait to be accepted, each of them once.
+  const accepted = (port) => Object.assign(new EventEmitter(), socket, { remotePort: port });
+  let now = row(there, here, '01', mine) + row(old, here, '01', mine);
+  let looks = 0;
+  const admission = new Admission(() => {}, (name) => { looks += 1; return name === 'tcp' ? now : ''; });
+  const first = accepted(0x9964);
+  assert.deepEqual([admission.admits(first), admission.admits(accepted(0x9965)), looks], [true, true, 1]);
+  first.emit('close');
+  now = row(there, here, '01', other);
+  assert.equal(admission.admits(accepted(0x9964)), false, 'the same end again is looked up again');
+
+  const lines = [];
+  const blind = new Admission((line) => lines.push(line), () => { throw new Error('no such file'); });
+  assert.deepEqual([blind.admits(accepted(1)), blind.admits(accepted(1)), lines.length], [false, false, 1], 'why is said once');
+});
+
+test('connections that ask nothing make way, at both doors', false, async (t) => {
+  const world = await World.open(t);
+  for (const door of [{ path: world.socketPath }, { host: '127.0.0.1', port: world.port }]) {
+    const [idle, closed] = [[], new Set()];
+    for (let count = 0; count < 500; count++) {
+      const socket = connect(door).on('error', () => {}).on('close', () => closed.add(socket));
+      await once(socket, 'connect');
+      idle.push(socket);
+    }
+    await until(() => closed.has(idle[0]), 'the first of them is let go');
+    assert.equal((await world.call('/v1/health', undefined, 'GET')).ok, true);
+    assert.equal((await world.login()).csrf.length, 43);
+    assert.equal(closed.has(idle.at(-1)), false);
+    for (const socket of idle) socket.destroy();
+  }
+});
+
+/** The daemon's words when it refuses to start in `home`. */
+async function refusal(world, home) {
+  const child = world.spawn(['--home', home]);
+  assert.equal((await child.ended).code, 73, child.output);
+  return child.output;
+}
+
+test('a home that others own, may write in, or have put a link into is refused, and a link is followed once', false, async (t) => {
+  const world = await World.open(t);
+  const root = mkdtempSync(join(tmpdir(), 'kd-homes-'));
+  t.after(() => rmSync(root, { recursive: true, force: true }));
+  const make = (name, mode = 0o700) => {
+    mkdirSync(join(root, name));
+    chmodSync(join(root, name), mode);
+    return join(root, name);
+  };
+  for (const mode of [0o777, 0o770, 0o702]) assert.match(await refusal(world, make(`open-${mode}`, mode)), /others may write in it/);
+  symlinkSync(join(root, 'open-511'), join(root, 'link-to-open'));
+  assert.match(await refusal(world, join(root, 'link-to-open')), /others may write in it/);
+  if (!asRoot) {
+    chownSync(make('foreign'), NOBODY, NOBODY);
+    assert.match(await refusal(world, join(root, 'foreign')), /it belongs to another user/);
+  }
+
+  const precious = join(root, 'precious');
+  writeFileSync(precious, 'mine');
+  for (const name of ['kelvadromed.db', 'kelvadromed.db-wal', 'page-key.sha256', 'page-key.sha256.new']) {
+    const home = make(`planted-${name}`);
+    symlinkSync(precious, join(home, name));
+    assert.match(await refusal(world, home), new RegExp(`${name} in it is not a plain file`));
+  }
+  symlinkSync(precious, join(world.home, 'page-key.sha256.new'));
+  await world.call('/v1/page/claim', { key: PAGE_KEY });
+  assert.equal(readFileSync(precious, 'utf8'), 'mine', 'a link that is planted later is not written through');
+
+  symlinkSync(make('real'), join(root, 'link'));
+  const child = world.spawn(['--home', `${join(root, 'link')}/`]);
+  t.after(() => child.kill('SIGKILL'));
+  await until(() => child.output.includes(`serves ${realpathSync(join(root, 'real'))},`), 'it serves the real home');
+});
