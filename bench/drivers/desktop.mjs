@@ -46,7 +46,7 @@ class Stage {
     stage.daemon = spawn(node, ['--import', path.join(here, 'note-requests.mjs'), path.join(bin, 'resources/kelvadrome/kelvadromed-app.mjs'), '--home', world.home], { env: { ...world.env, NOTE_REQUESTS: stage.notes }, stdio: 'ignore' });
     await world.until('the daemon', () => world.call('/v1/health', {}, 'GET'));
     for (let i = 0; i < cards; ++i) {
-      await world.call('/v1/ask', { agent: 'claude', session_id: `session-${i}`, title: `Question ${i}: which of the two?`, body: 'A few lines\nof what the agent says about it.', options: ['This one', 'The other'], default: 'This one' });
+      await world.call('/v1/ask', { wait: true, agent: 'claude', session_id: `session-${i}`, title: `Question ${i}: which of the two?`, body: 'A few lines\nof what the agent says about it.', options: ['This one', 'The other'], default: 'This one' });
     }
     // Setup is over: an inbox shows at the start, not the setup window.
     await stage.login();

@@ -8,7 +8,7 @@ try {
   const pane = world.open('panel', `exec '${world.bin}/kelvadrome'`);
   await world.until('the daemon', () => world.call('/v1/health', {}, 'GET'));
   for (let i = 0; i < 1000; ++i) {
-    await world.call('/v1/ask', { agent: 'claude', session_id: `session-${i % 20}`, kind: 'question', title: `Question ${i}: which of the two?`,
+    await world.call('/v1/ask', { wait: true, agent: 'claude', session_id: `session-${i % 20}`, kind: 'question', title: `Question ${i}: which of the two?`,
       body: 'A few lines\nof what the agent says about it.', options: ['This one', 'The other'], default: 'This one' });
   }
   await world.see(pane, /99\d more in the Inbox/, 'a thousand cards on the panel', 30);

@@ -2,7 +2,7 @@ import { conflict, stale, unknownCard } from './errors.mjs';
 import { clock, iso, newId } from './clock.mjs';
 import { answerLine, deliveryOf, fitAnswer } from './answers.mjs';
 import { agentName } from './names.mjs';
-import { whyNotTheAsker } from './proc.mjs';
+import { isAnother } from './proc.mjs';
 import { isWaiting } from './sessions.mjs';
 
 const JSON_COLUMNS = ['options', 'rows', 'refs', 'live', 'screen', 'answer', 'unsure'];
@@ -157,7 +157,7 @@ export class Cards {
     if (card.version !== version) throw stale('The question changed since you read it. Look at it again.');
     const whyNot = this.#whyNotTypable(card);
     if (whyNot !== null) throw conflict(whyNot);
-    if (card.delivery === 'terminal' && whyNotTheAsker(card.live) !== null) throw stale(this.#whyEnded(card));
+    if (card.delivery === 'terminal' && isAnother(card.live)) throw stale(this.#whyEnded(card));
     return { card, fitted: fitAnswer(card, answer, acceptAllDefaults && card.unsure === null) };
   }
 

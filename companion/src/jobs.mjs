@@ -176,7 +176,7 @@ export class Jobs {
     if (outcome === 'refused') {
       if (isAsReopened) this.app.cards.clearUnsure(card, reason ?? 'no reason was given');
     } else if (isAsReopened) this.#delivered(card, 'host', now, card.unsure);
-    else this.app.receipts.add('answer.typed', `An earlier answer did reach ${agentName(card.agent)}: "${card.title}".`, this.#about(card), now);
+    else this.app.receipts.add('answer.typed', `An earlier answer was typed for ${agentName(card.agent)} after all: "${card.title}".`, this.#about(card), now);
     return { accepted: true };
   }
 
@@ -220,10 +220,13 @@ export class Jobs {
       this.store.afterCommit(() => this.app.changed());
       return;
     }
-    const reason = inTime ? 'the app in which it was pressed is gone' : job.type === 'hand' ? 'the asker no longer waits' : job.state === 'queued' ? 'nobody took the answer in time' : 'the delivery was never begun';
+    const reason = inTime ? this.#whyGone(job.claimant ?? job.presence) : job.type === 'hand' ? 'the asker no longer waits' : job.state === 'queued' ? 'nobody took the answer in time' : 'the delivery was never begun';
     this.#finish(job, 'expired', reason);
     this.#notDelivered(card, 'expired', reason, false, now);
   }
+
+  /** Page sessions end with the daemon, so what was pressed in one of an earlier daemon is gone as well. */
+  #whyGone(tag) { return this.#heard.has(tag) ? 'the app in which it was pressed is gone' : 'kelvadromed was started again since it was pressed'; }
 
   /** When the next job ends, on the steady clock; null without one. */
   nextExpiry() {

@@ -121,13 +121,17 @@ export function identityOf(pid) {
   return info === null ? {} : { started: info.started, ...(info.image > 0 ? { image: info.image } : {}) };
 }
 
-/** Why the process of `live` is no longer the one that asked; null while it is. */
-export function whyNotTheAsker({ pid, started, image }) {
-  if (pid === undefined) return null;
-  if (!isRunning(pid)) return 'the agent process ended';
+/** Whether the process of `live` is another one with its number, or runs another program since `live` was told. */
+export function isAnother({ pid, started, image }) {
   const now = identityOf(pid);
-  if (started !== undefined && now.started !== started) return 'the agent process ended, and another one has its number';
-  return image !== undefined && now.image !== image ? 'the agent process runs another program since it asked' : null;
+  return now.started !== undefined && ((started !== undefined && now.started !== started) || (image !== undefined && now.image !== image));
+}
+
+/** Why the process of `live` is no longer the one that asked; null while it is. */
+export function whyNotTheAsker(live) {
+  if (live.pid === undefined) return null;
+  if (!isRunning(live.pid)) return 'the agent process ended';
+  return isAnother(live) ? 'the agent process is another one than the one that asked' : null;
 }
 
 /** One variable of another process's environment at its start; null when it has none or cannot be read. */

@@ -87,7 +87,7 @@ const questions = {
 };
 
 async function ask(world, ...names) {
-  for (const name of names) await world.call('/v1/ask', questions[name]);
+  for (const name of names) await world.call('/v1/ask', { wait: true, ...questions[name] });
 }
 const inbox = async (world) => {
   for (const session of working) await world.call('/v1/sessions/touch', session);

@@ -18,7 +18,7 @@ test('an answer on hold can be undone for its whole hold after a restart, and go
   assert.equal((await world.card(id)).state, 'held');
   await world.advance(10);
   // Only in the session that pressed it could it have been typed, and that one ended with the daemon.
-  assert.equal((await world.reopened(id)).refs.last_refusal, 'the app in which it was pressed is gone');
+  assert.equal((await world.reopened(id)).refs.last_refusal, 'kelvadromed was started again since it was pressed');
   assert.equal(await after.claimOne(0), undefined);
   assert.equal((await world.ok('/v1/ask/wait', { card_id: waited, wait_ms: 8000 })).answer, 'Yes');
   const card = await world.card(undone);

@@ -135,7 +135,7 @@ test('the process table is read right: names with blanks and brackets, terminals
   assert.equal(findAbove(9, ['grok'], look, name), null);
   assert.deepEqual(['-bash', 'zsh', 'claude', 'bashful'].map(isShell), [true, true, false, false]);
   assert.equal(whyNotTheAsker({ pid: process.pid }), null);
-  assert.match(whyNotTheAsker({ pid: process.pid, started: 1 }), /another one has its number/);
+  assert.match(whyNotTheAsker({ pid: process.pid, started: 1 }), /another one than the one that asked/);
 });
 
 test('a process goes by its command, and a script by its own name', () => {
