@@ -2,6 +2,8 @@
 // file.
 //   fake_agent LOG              SIGUSR1 makes it a shell, SIGUSR2 moves it out of the terminal's foreground
 //   fake_agent LOG trust DIR    first asks whether DIR can be trusted, with the arrow keys and Return
+//   fake_agent LOG silent       leaves the line to the terminal, which doesn't show it: a password prompt
+//   fake_agent LOG menu         shows a choice and draws nothing of what is typed
 
 #include <csignal>
 #include <cstdio>
@@ -44,7 +46,11 @@ int main(int count, char** words) {
     }
     termios mode{};
     ::tcgetattr(STDIN_FILENO, &mode);
-    ::cfmakeraw(&mode);
+    const std::string way = count > 2 ? words[2] : "";
+    if (way == "silent")
+        mode.c_lflag &= ~static_cast<tcflag_t>(ECHO);
+    else
+        ::cfmakeraw(&mode);
     ::tcsetattr(STDIN_FILENO, TCSANOW, &mode);
 
     const int log = count > 1 ? ::open(words[1], O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600) : -1;
@@ -52,6 +58,8 @@ int main(int count, char** words) {
     bool trust = false;
     if (asking)
         draw(words[3], trust);
+    else if (way == "menu")
+        (void)!::write(STDOUT_FILENO, "Go on?\r\n> Yes\r\n  No", 19);
     else
         (void)!::write(STDOUT_FILENO, "ready", 5);
 

@@ -1,6 +1,7 @@
 #include "Kelvadrome/platform/linux/DeliveryRunners.h"
 #include "KelvadromeKit/delivery/LiveExecutor.h"
 #include "KelvadromeKit/delivery/ProcessRunner.h"
+#include "KelvadromeKit/delivery/TmuxKeys.h"
 #include "KelvadromeKit/support/Text.h"
 
 #include "tests/support/Paced.h"
@@ -84,6 +85,7 @@ protected:
     }
 
     std::string typed() const { return Files::read(log_, 1'000'000).value_or(""); }
+    void forgetTyped() { std::filesystem::resize_file(log_, 0); }
     void expectTyped(const std::string& text) {
         loop.until([&] { return typed().size() >= text.size(); }, "the keys to arrive: " + text);
         EXPECT_EQ(typed(), text);
@@ -191,6 +193,68 @@ TEST_F(TmuxDelivery, anAgentThatDiesBetweenTextAndReturnStopsTheAnswer) {
     EXPECT_EQ(outcome.outcome, "failed");
     EXPECT_TRUE(outcome.reason->starts_with("stopped after 1 of 2 steps: the ")) << *outcome.reason;
     EXPECT_EQ(typed().find('\r'), std::string::npos);
+}
+
+TEST_F(TmuxDelivery, theServerIsTheOneThatTheAgentWasStartedIn) {
+    startAgent();
+    const DeliveryRunners elsewhere(loop.pool(), {{"LANG", "C.UTF-8"}}, std::make_shared<SystemClock>());
+    const auto job = answer({DeliverStep::key("1")});
+    auto executor = live(elsewhere.forJob(job));
+    EXPECT_EQ(runPaced(loop, *clock, executor.perform(job, {"tag"}, clock->now(), go)), JobOutcome::done());
+    expectTyped("1");
+
+    // Another server took over the socket, and the pane's number with it.
+    std::filesystem::rename(ask(pane, "#{socket_path}"), folder / "moved");
+    tmux({"-f", "/dev/null", "new-session", "-d", "-x", "100", "-y", "30", "--", "/bin/cat"});
+    EXPECT_EQ(perform(job).outcome, "refused");
+    tmux({"kill-server"});
+    tmux({"-S", folder / "moved", "kill-server"});
+    loop.until([&] { return dead(); }, "the agent to end with its server");
+}
+
+TEST_F(TmuxDelivery, aTextOfAnyLengthArrivesWhole) {
+    startAgent();
+    std::string quotes(4'000, '\''); // four bytes each on their way
+    std::string flags;
+    for (int i = 0; i < 2'100; ++i)
+        flags += "🇩🇪";
+    for (const auto& text : {quotes, flags}) {
+        EXPECT_EQ(perform(answer({DeliverStep::text(text)})), JobOutcome::done());
+        expectTyped(text + "\r");
+        forgetTyped();
+    }
+}
+
+TEST_F(TmuxDelivery, returnIsKeptBackWhereTheTextDoesNotStand) {
+    // A password prompt: the terminal itself keeps the line, and shows nothing of it.
+    startAgent({"silent"});
+    const auto unseen = perform(answer({DeliverStep::text("yes")}));
+    EXPECT_EQ(unseen, JobOutcome::failed("the text does not stand at the agent's prompt"));
+    EXPECT_EQ(typed(), "");
+}
+
+TEST_F(TmuxDelivery, aMenuThatIgnoresTheTextGetsNoReturn) {
+    startAgent({"menu"});
+    EXPECT_EQ(perform(answer({DeliverStep::text("no")})).outcome, "failed");
+    EXPECT_EQ(typed(), "no");
+}
+
+TEST_F(TmuxDelivery, aKeyThatTmuxGetsTooLateIsNotTyped) {
+    startAgent();
+    const auto look = TmuxKeys::look("/usr/bin/tmux", pane, answer({}).tty.value());
+    const auto seen = TmuxKeys::parseLook(tmux(look->args).stdoutText);
+    ASSERT_TRUE(seen);
+    const RunCommand key{"/usr/bin/tmux", {"send-keys", "-t", pane, "-l", "--", "1"}, 0};
+    const auto now = SystemClock().now().time_since_epoch().count();
+    // As from a server that slept; and from one whose clock was set back meanwhile.
+    for (const double sent : {now - 100, now + 100, now}) {
+        const TmuxKeys::Condition condition{.look = *seen, .lines = {}, .sent = sent, .limit = 7};
+        const auto output = tmux(TmuxKeys::guarded(key, condition, std::nullopt)->args);
+        const auto kind = TmuxKeys::verdict(output, condition).kind;
+        EXPECT_EQ(kind == TmuxKeys::Verdict::Kind::typed, sent == now);
+        EXPECT_EQ(kind == TmuxKeys::Verdict::Kind::refused, sent != now);
+    }
+    expectTyped("1");
 }
 
 TEST_F(TmuxDelivery, theFolderQuestionIsReadAndAnswered) {

@@ -1,0 +1,158 @@
+#include "KelvadromeKit/delivery/BoundedRunner.h"
+#include "KelvadromeKit/delivery/TmuxGate.h"
+#include "KelvadromeKit/delivery/TypedEcho.h"
+
+#include "tests/delivery/LiveExecutorFixture.h"
+
+namespace kelvadrome::test {
+namespace {
+
+/// An agent in which nothing is amiss until a test says so.
+class SomeAgent final : public AgentWatch {
+public:
+    std::optional<std::string> no;
+    bool other = false;
+    bool own = true;
+    std::optional<TmuxServer> server = TmuxServer{"/tmp/tmux-1000/work", 77};
+
+    Task<std::optional<std::string>> psLine() override { co_return alive; }
+    Task<std::optional<std::string>> refusal() override { co_return no; }
+    Task<bool> replaced() override { co_return other; }
+    Task<bool> tookInput() override { co_return true; }
+    Task<std::optional<TmuxServer>> tmuxServer() override { co_return server; }
+    Task<bool> isOwnSocket(std::string) override { co_return own; }
+};
+
+class TmuxGateTest : public LiveExecutorTest {
+protected:
+    TmuxGateTest() {
+        runner->on("capture-pane", says("> \n"));
+        runner->on("#{pane_tty} #{pane_synchronized}", says("/dev/ttys004 0 0 0\n"));
+        runner->on(looking, says(look()));
+        runner->on("if-shell", says("ok\n"));
+    }
+
+    static std::string look(const std::string& flags = "0 0 0 0", const std::string& typed = "/",
+        const std::string& command = "claude") {
+        return fmt::format("1000 /dev/ttys004 501 {} 900 77 {} {}\n", flags, typed, command);
+    }
+    JobOutcome deliver(DeliverJob job) {
+        auto executor = live();
+        executor.runner = std::make_shared<TmuxGate>(job, runner, agent, clock);
+        return paced(executor.perform(job, presenceTags, clock->now(), start()));
+    }
+
+    const std::string looking = "display-message -p -t %3 #{T:";
+    std::shared_ptr<SomeAgent> agent = std::make_shared<SomeAgent>();
+};
+
+TEST_F(TmuxGateTest, everyCommandOfAJobGoesToTheAgentsServer) {
+    EXPECT_EQ(deliver(answerJob({DeliverStep::key("1")})), JobOutcome::done());
+    for (const auto& call : runner->calls)
+        EXPECT_TRUE(call.line.starts_with("tmux -S /tmp/tmux-1000/work ")) << call.line;
+    EXPECT_EQ(runner->lines("if-shell").size(), 1U);
+
+    agent->own = false;
+    EXPECT_EQ(deliver(answerJob({DeliverStep::key("1")})),
+        JobOutcome::refused("the agent's tmux server is gone or another user's"));
+    agent->own = true;
+    agent->server->pid = 78;
+    EXPECT_EQ(deliver(answerJob({DeliverStep::key("1")})),
+        JobOutcome::refused("the tmux server of this session was started anew"));
+    EXPECT_EQ(runner->lines("if-shell").size(), 1U);
+}
+
+TEST_F(TmuxGateTest, aKeySaysWhichTestStoppedIt) {
+    const std::pair<std::string, std::string> cases[] = {
+        {look("1 0 0 0"), "the pane no longer holds this session"},
+        {look("0 0 0 0", "/", "bash"), "another program is in front in the pane"},
+        {look("0 1 0 0"), "the pane is in a tmux mode: leave it first"},
+        {look("0 0 1 0"), "the pane takes no keys"},
+        {look("0 0 0 1"), "the pane shares its keys with other panes"},
+        {look("0 0 0 0", "/1000/"), "somebody types in the pane"},
+    };
+    for (const auto& [now, words] : cases) {
+        runner->on("if-shell", says("no " + now));
+        EXPECT_EQ(deliver(answerJob({DeliverStep::key("1")})), JobOutcome::refused(words));
+        runner->on("if-shell", {says("ok\n"), says("no " + now)});
+        EXPECT_EQ(
+            deliver(answerJob({DeliverStep::escape(), DeliverStep::key("1")})), JobOutcome::failed(words));
+    }
+}
+
+TEST_F(TmuxGateTest, whatMayHaveGoneInIsNeverCalledRefused) {
+    const auto job = answerJob({DeliverStep::key("1")});
+    runner->on("if-shell", RunOutput{0, "", "", true}); // tmux ends with 0 when it is told to stop
+    EXPECT_EQ(deliver(job).outcome, "failed");
+    runner->on("if-shell", RunOutput{1, "", "server exited unexpectedly", false});
+    EXPECT_EQ(deliver(job).outcome, "failed");
+    runner->on("if-shell", RunOutput{1, "", "can't find pane: %3", false});
+    EXPECT_EQ(deliver(job).outcome, "refused");
+
+    runner->on("if-shell", says("ok\n"));
+    agent->other = true;
+    EXPECT_EQ(deliver(job), JobOutcome::failed("the agent process changed while it was typed to"));
+    agent->no = "the agent is suspended";
+    EXPECT_EQ(deliver(job), JobOutcome::refused("the agent is suspended"));
+}
+
+TEST_F(TmuxGateTest, whoTypesIsLetFinish) {
+    runner->on(looking, {says(look("0 0 0 0", "/999/")), says(look("0 0 0 0", "/980/"))});
+    EXPECT_EQ(deliver(answerJob({DeliverStep::key("1")})), JobOutcome::done());
+    runner->on(looking, says(look("0 0 0 0", "/980/1000/")));
+    EXPECT_EQ(deliver(answerJob({DeliverStep::key("1")})), JobOutcome::refused("somebody types in the pane"));
+    EXPECT_EQ(asked, 1) << "the daemon hears of it when the pane is quiet";
+}
+
+TEST_F(TmuxGateTest, aNameThatTmuxWouldReadAsMoreIsNeverPutIntoACommand) {
+    for (const std::string name : {"#(touch x)", "a,b", "}claude", "it's", "$(x)", ""}) {
+        runner->on(looking, says(look("0 0 0 0", "/", name)));
+        EXPECT_EQ(deliver(answerJob({DeliverStep::key("1")})),
+            JobOutcome::refused("the pane no longer holds this session"));
+    }
+    auto job = answerJob({DeliverStep::key("1")});
+    job.tty = "pts/1},x";
+    runner->on("display-message", says("/dev/pts/1},x claude\n"));
+    EXPECT_EQ(deliver(job).outcome, "refused");
+    EXPECT_EQ(runner->lines("if-shell"), Lines());
+}
+
+TEST_F(TmuxGateTest, aCommandThatNeverEndsIsLeftBehindAndTheNextOneRuns) {
+    struct Hanging final : CommandRunning {
+        explicit Hanging(std::shared_ptr<Clock> c) : clock(std::move(c)) {}
+        Task<RunOutput> run(RunCommand, double) override {
+            co_await clock->sleep(2'000);
+            co_return RunOutput{0, "late", "", false};
+        }
+        std::shared_ptr<Clock> clock;
+    };
+    BoundedRunner bounded(std::make_shared<Hanging>(clock), clock);
+    const auto began = clock->uptime();
+    const auto output = runPaced(loop, *clock, bounded.run({"/bin/x", {}, 0}, 5));
+    EXPECT_TRUE(output.timedOut);
+    EXPECT_FALSE(output.succeeded());
+    EXPECT_EQ(clock->uptime() - began, 5 + BoundedRunner::grace);
+}
+
+TEST(TypedEcho, aTextStandsHoweverTheAgentFramesIt) {
+    using TypedEcho::stands;
+    const std::string box = "╭─────────╮\n│ >       │\n╰─────────╯\n";
+    EXPECT_TRUE(
+        stands("use port 8080", box, "╭─────────╮\n│ > use p │\n│ ort 808 │\n│ 0       │\n╰─────────╯\n"));
+    EXPECT_FALSE(stands("use port 8080", box, box));
+    EXPECT_FALSE(stands("use port 8080", box, "│ > use port 808 │"));
+    EXPECT_FALSE(stands("yes", "yes?\n> ", "yes?\n> \nworking")) << "it stood there before";
+    EXPECT_TRUE(stands("yes", "yes?\n> ", "yes?\n> yes"));
+    EXPECT_TRUE(stands("日本語。", "> ", "> 日本\n語。"));
+    EXPECT_TRUE(stands("🎉", "> ", "> 🎉"));
+    EXPECT_FALSE(stands("🎉", "> ", "> "));
+    EXPECT_TRUE(stands(std::string(900, 'a'), "> ", "> [Pasted text #1]"));
+    EXPECT_FALSE(stands(std::string(900, 'a'), "[Pasted text #1]", "[Pasted text #1] "));
+
+    EXPECT_TRUE(TypedEcho::offersChoice("Go on?\n ❯ 1. Yes\n   2. No\n"));
+    EXPECT_TRUE(TypedEcho::offersChoice("│ › Yes │"));
+    EXPECT_FALSE(TypedEcho::offersChoice("ready\n> \n"));
+}
+
+} // namespace
+} // namespace kelvadrome::test
