@@ -64,7 +64,7 @@ class Stage {
 
   async login() {
     const { url } = await this.world.call('/v1/page/token');
-    this.cookie = (await this.request(url)).headers['set-cookie'][0];
+    this.cookie = (await this.request(`${url}&surface=mac`)).headers['set-cookie'][0];
     this.origin = new URL(url).origin;
   }
 

@@ -133,10 +133,10 @@ export class Cards {
   }
 
   /** Takes an answer and holds it for the undo window. Only for the version that the presser saw, and only once. */
-  answer({ id, version, answer, acceptAllDefaults, presence, review, surface }, now = clock.now()) {
+  answer({ id, version, answer, acceptAllDefaults, presser, presence, review, surface }, now = clock.now()) {
     return this.store.tx(() => {
       const { card, fitted } = this.#fit({ id, version, answer, acceptAllDefaults });
-      if (card.risk === 'high' && surface === 'page') this.app.reviews.finish(review, [id, version, presence, fitted.answer]);
+      if (card.risk === 'high' && surface === 'page') this.app.reviews.finish(review, [id, version, presser, fitted.answer]);
       const seconds = Math.round(this.app.settings.holdMs(card.risk) / 1000);
       const held = this.update(card, { state: 'held', held_until_ms: now + this.#hold(card.id, card.risk), answer: JSON.stringify(fitted.answer), presence });
       const receipt = this.app.receipts.add('answer.held', `${fitted.words} for ${agentName(card.agent)}: "${card.title}". Undo within ${seconds} s.`, this.#about(card), now);
@@ -145,9 +145,9 @@ export class Cards {
   }
 
   /** What a high-risk answer needs first: the answer as it would go out, to be read once more, and the token that confirms it. */
-  review({ id, version, answer, acceptAllDefaults, presence }) {
+  review({ id, version, answer, acceptAllDefaults, presser }) {
     const { card, fitted } = this.#fit({ id, version, answer, acceptAllDefaults });
-    return { review: this.app.reviews.begin([id, version, presence, fitted.answer]), answer: fitted.answer, hold_s: this.app.settings.holdMs(card.risk) / 1000 };
+    return { review: this.app.reviews.begin([id, version, presser, fitted.answer]), answer: fitted.answer, hold_s: this.app.settings.holdMs(card.risk) / 1000 };
   }
 
   /** The card and the answer as it fits it; throws when the card is not the one that the presser saw. */

@@ -4,7 +4,7 @@ import { homedir } from 'node:os';
 import { fileURLToPath } from 'node:url';
 import { join, resolve } from 'node:path';
 import { chmodSync, readFileSync } from 'node:fs';
-import { StartError, invalid, noRoute, Refusal } from './errors.mjs';
+import { StartError, forbidden, invalid, noRoute, Refusal } from './errors.mjs';
 import { Store } from './store.mjs';
 import { EventHub } from './events.mjs';
 import { Receipts } from './receipts.mjs';
@@ -18,9 +18,9 @@ import { Onboarding } from './onboarding.mjs';
 import { PageAuth, nextPath, setCookie } from './page-auth.mjs';
 import { checkSurface, findRoute } from './routes.mjs';
 import { goneSignal, listen, makeServer, readJson, send, sendData, shut } from './http.mjs';
-import { sendFile, sendNotice } from './static.mjs';
+import { sendEntrance, sendFile, sendNotice } from './static.mjs';
 import { clearDeadSocket, prepareHome, refuseSecond } from './home.mjs';
-import { Admission } from './peer.mjs';
+import { Admission, holderOf } from './peer.mjs';
 import { clock } from './clock.mjs';
 
 const VERSION = JSON.parse(readFileSync(new URL('../package.json', import.meta.url), 'utf8')).version;
@@ -90,6 +90,7 @@ class Daemon {
     if (this.closed) return;
     let soonest = 1;
     try {
+      this.auth.prune();
       this.cards.followTimeOfDay();
       this.cards.commitDue();
       this.jobs.expireDue();
@@ -118,24 +119,38 @@ class Daemon {
     const url = URL.parse(req.url, 'http://localhost');
     if (url === null) throw invalid('path', 'is not a valid URL');
     const path = url.pathname;
-    if (surface === 'page') this.auth.checkOrigin(req.headers);
+    if (surface === 'page') this.auth.checkAddress(req.headers);
     if (surface === 'page' && !path.startsWith('/v1/')) return this.#page(req, res, url);
     const route = findRoute(req.method, path);
     if (route === null) throw noRoute(path);
     if (route === 'method') throw new Refusal('method_not_allowed', 405, `${path} is not reached with ${req.method}.`);
-    const session = surface === 'page' ? this.auth.session(req.headers) : null;
-    if (session && req.method !== 'GET') this.auth.checkCsrf(session, req.headers);
-    if (session) this.jobs.heard(session.tag);
-    checkSurface(route, surface, this.settings);
-    if (route.stream) return this.hub.attach(res);
+    const session = surface === 'page' ? this.#caller(req) : null;
+    checkSurface(route, surface, this.settings, session);
+    if (route.stream) return this.#stream(res, session);
     const body = req.method === 'GET' ? {} : await readJson(req);
     const data = await route.run(this, { body, session, headers: req.headers, signal: goneSignal(res) });
     sendData(res, data);
   }
 
+  /** The page session of a call; throws when it has none, or when the call does not come from its very page. */
+  #caller(req) {
+    const session = this.auth.session(req.headers);
+    const site = req.headers['sec-fetch-site'] ?? 'same-origin';
+    if (site !== 'same-origin' && !(site === 'none' && req.method === 'GET')) throw forbidden('Pages of other origins may not use kelvadromed.');
+    if (req.method !== 'GET') this.auth.checkWrite(session, req.headers);
+    this.jobs.heard(session.tag);
+    return session;
+  }
+
+  #stream(res, session) {
+    this.hub.attach(res);
+    session?.streams.add(res);
+    res.on('close', () => session?.streams.delete(res));
+  }
+
   async #page(req, res, url) {
     if (req.method !== 'GET' && req.method !== 'HEAD') throw new Refusal('method_not_allowed', 405, 'The page is only read.');
-    if (url.pathname === '/login') return this.#login(res, url.searchParams);
+    if (url.pathname === '/login') return this.#login(req, res, url.searchParams);
     try {
       this.auth.session(req.headers);
     } catch {
@@ -144,10 +159,16 @@ class Daemon {
     return sendFile(res, this.staticRoot, url.pathname);
   }
 
-  #login(res, query) {
-    const session = this.auth.login(query.get('t') ?? '', query.get('surface') ?? '');
+  #login(req, res, query) {
+    // Who only looks ahead, as link previews and prefetching do, uses nothing up.
+    if (req.method === 'HEAD' || /prefetch|preview/.test(req.headers['sec-purpose'] ?? req.headers.purpose ?? '')) return send(res, 503, {}, '');
+    const { session, onward, next } = this.auth.login(query.get('t') ?? '', { host: req.headers.host, surface: query.get('surface'), next: nextPath(query.get('next')) }) ?? {};
+    if (onward) return send(res, 303, { Location: onward, 'Referrer-Policy': 'no-referrer' }, '');
     if (!session) return sendNotice(res, 403, 'This link was used already', 'A login link works once and for one minute. Open the page from Kelvadrome again.');
-    return send(res, 303, { Location: nextPath(query.get('next')), 'Set-Cookie': setCookie(session), 'Referrer-Policy': 'no-referrer' }, '');
+    const cookie = { 'Set-Cookie': setCookie(session) };
+    if (session.surface === 'browser') return sendEntrance(res, session.csrf, next, cookie);
+    session.holder = holderOf(req.socket);
+    return send(res, 303, { Location: next, ...cookie, 'Referrer-Policy': 'no-referrer' }, '');
   }
 }
 

@@ -35,6 +35,9 @@ export class Jobs {
   /** When a page session counts as gone for want of a sign; in the past for one that is not known. */
   #goneAt(tag) { return this.#polling.has(tag) ? Infinity : (this.#heard.get(tag) ?? -Infinity) + this.app.settings.unseenMs; }
 
+  /** Whether the page session was heard of lately enough to count as being there. */
+  isThere(tag) { return clock.steady() < this.#goneAt(tag); }
+
   #term(id, begin = false) {
     if (begin || !this.#terms.has(id)) this.#terms.set(id, clock.steady() + this.app.settings.expiryMs);
     return this.#terms.get(id);

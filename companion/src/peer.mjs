@@ -3,7 +3,7 @@
 import { readFileSync, readdirSync, readlinkSync } from 'node:fs';
 import { isIPv4 } from 'node:net';
 import { endianness } from 'node:os';
-import { isRunning, parseStat } from './proc.mjs';
+import { isRunning, nameOf, parseStat } from './proc.mjs';
 
 const LOOKS = 3;  // the table is read in pieces, and a row can slip by while others come and go
 const WAITING_MS = 20;
@@ -135,7 +135,7 @@ function processTable() {
 export function holderOf(socket) {
   try {
     const { inode } = peerOf(socket);
-    for (const { pid, comm } of processTable().values()) if (holdsSocket(pid, inode)) return { pid, program: comm };
+    for (const info of processTable().values()) if (holdsSocket(info.pid, inode)) return { pid: info.pid, program: nameOf(info) };
   } catch { /* not there, or not for us to see */ }
   return null;
 }

@@ -21,7 +21,8 @@ const shortLine = (body, field, max) => {
 
 const pressed = (app, { body, session }) => ({
   id: required.string(body, 'card_id'), version: required.integer(body, 'version'), answer: body.answer,
-  acceptAllDefaults: optional.boolean(body, 'accept_all_defaults') ?? false, presence: session?.tag ?? app.auth.newestTag(),
+  acceptAllDefaults: optional.boolean(body, 'accept_all_defaults') ?? false, presser: session?.tag,
+  presence: session ? app.auth.shellOf(session, (tag) => app.jobs.isThere(tag)).tag : app.auth.newestTag(),
 });
 
 function answer(app, call) {
@@ -87,7 +88,7 @@ function liveHosts(app, { body }) {
 const routes = {
   'GET /v1/health': { on: both, run: (app) => app.health() },
   'GET /v1/stream': { on: both, stream: true },
-  'GET /v1/page/me': { on: ['page'], run: (app, { session }) => ({ csrf: session.csrf, hold_s: { low: app.settings.holdMs('low') / 1000, high: app.settings.holdMs('high') / 1000 } }) },
+  'GET /v1/page/me': { on: ['page'], run: (app, { session, headers }) => ({ csrf: app.auth.tokenOf(session, headers), hold_s: { low: app.settings.holdMs('low') / 1000, high: app.settings.holdMs('high') / 1000 } }) },
 
   'POST /v1/cards/list': { on: both, run: (app) => ({ cards: app.cards.list() }) },
   'POST /v1/cards/detail': { on: both, run: (app, { body }) => ({ card: app.cards.view(app.cards.find(required.string(body, 'card_id'))) }) },
@@ -111,6 +112,20 @@ const routes = {
   } },
   'POST /v1/page/token': { on: ['socket'], run: (app, { headers }) => app.auth.mintLink(headers[KEY_HEADER]) },
 
+  'POST /v1/page/key': { on: ['socket'], run: (app) => app.auth.keyState() },
+  'POST /v1/page/key/reset': { on: ['socket'], run: (app, { body }) => {
+    app.auth.resetKey(required.string(body, 'reset'));
+    app.store.tx(() => app.receipts.add('page.key_reset', 'The page key was forgotten and every page session ended. Whoever registers a key next holds the page.'));
+    app.changed();
+    return { forgotten: true };
+  } },
+  'POST /v1/page/sessions': { on: ['page'], run: (app, { session }) => ({ sessions: app.auth.list(session) }) },
+  'POST /v1/page/sessions/end': { on: ['page'], run: (app, { body }) => {
+    app.auth.endByName(required.string(body, 'session'));
+    app.changed();
+    return { ended: true };
+  } },
+
   'POST /v1/onboarding/status': { on: both, run: (app) => app.onboarding.status() },
   'POST /v1/onboarding/folder': { on: both, run: (app, { body }) => app.onboarding.setFolder(required.string(body, 'path', { max: 4096 })) },
   'POST /v1/onboarding/finish': { on: ['page'], run: (app) => app.onboarding.finish() },
@@ -126,9 +141,9 @@ const routes = {
   'POST /v1/page/review': { on: ['page'], run: (app, call) => app.cards.review(pressed(app, call)) },
   'POST /v1/page/cancel': { on: ['page'], run: (app, { body }) => app.cards.undo(required.string(body, 'card_id')) },
   'POST /v1/page/dismiss': { on: ['page'], run: (app, { body }) => app.cards.dismiss(required.string(body, 'card_id'), required.integer(body, 'version')) },
-  'POST /v1/deliver/claim': { on: ['page'], run: async (app, { body, session, signal }) => ({ jobs: await app.jobs.claim(session, optional.integer(body, 'wait_ms', { max: MAX_CLAIM_MS }) ?? 0, signal) }) },
-  'POST /v1/deliver/report': { on: ['page'], run: report },
-  'POST /v1/live/hosts': { on: ['page'], run: liveHosts },
+  'POST /v1/deliver/claim': { on: ['page'], shell: true, run: async (app, { body, session, signal }) => ({ jobs: await app.jobs.claim(session, optional.integer(body, 'wait_ms', { max: MAX_CLAIM_MS }) ?? 0, signal) }) },
+  'POST /v1/deliver/report': { on: ['page'], shell: true, run: report },
+  'POST /v1/live/hosts': { on: ['page'], shell: true, run: liveHosts },
 };
 
 const unbuilt = [
@@ -146,7 +161,8 @@ export function findRoute(method, path) {
   return route ?? (paths.has(path) ? 'method' : null);
 }
 
-export function checkSurface(route, surface, settings) {
+export function checkSurface(route, surface, settings, session) {
+  if (route.shell && session?.surface === 'browser') throw forbidden('Only Kelvadrome itself may do this.');
   if (route.on.includes(surface) || (surface === 'socket' && route.testSocket && settings.test)) return;
   throw forbidden(surface === 'socket' ? 'Only a page session may do this: an answer must be pressed by the user.' : 'This route is for programs on the local socket.');
 }

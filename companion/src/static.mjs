@@ -40,11 +40,19 @@ export async function sendFile(res, root, pathname) {
 
 const escape = (text) => text.replace(/[&<>"]/g, (c) => ({ '&': '&amp;', '<': '&lt;', '>': '&gt;', '"': '&quot;' })[c]);
 
-const NOTICE_STYLE = 'body{font:1rem/1.5 system-ui,sans-serif;max-width:28rem;margin:20vh auto;padding:0 1.5rem;text-align:center}h1{font-size:1.5rem}';
-const NOTICE_HEADERS = { ...PAGE_HEADERS, 'Content-Security-Policy': PAGE_HEADERS['Content-Security-Policy'].replace("style-src 'self'", `style-src 'sha256-${createHash('sha256').update(NOTICE_STYLE).digest('base64')}'`) };
+const STYLE = 'body{font:1rem/1.5 system-ui,sans-serif;max-width:28rem;margin:20vh auto;padding:0 1.5rem;text-align:center}h1{font-size:1.5rem}';
+// From a file or another program a browser sends no strict cookie along a redirect; from this page on it does.
+const ENTER = "const say=(name)=>document.querySelector(`[name=${name}]`).content;try{sessionStorage.setItem('kd-token',say('token'));location.replace(say('next'))}catch{document.querySelector('p').hidden=false}";
+const hash = (text) => `'sha256-${createHash('sha256').update(text).digest('base64')}'`;
+const BARE_HEADERS = { ...PAGE_HEADERS, 'Content-Security-Policy': PAGE_HEADERS['Content-Security-Policy'].replace("style-src 'self'", `style-src ${hash(STYLE)}`).replace("script-src 'self'", `script-src ${hash(ENTER)}`) };
+
+function sendBare(res, status, title, content, headers = {}) {
+  const body = `<!doctype html><html lang="en"><meta charset="utf-8"><meta name="color-scheme" content="light dark"><meta name="viewport" content="width=device-width"><title>${escape(title)}</title><style>${STYLE}</style>${content}</html>`;
+  send(res, status, { 'Content-Type': TYPES['.html'], ...BARE_HEADERS, ...openerPolicy(res.req), ...headers }, body);
+}
 
 /** A bare page with one sentence, for a visitor without a session. */
-export function sendNotice(res, status, title, words) {
-  const body = `<!doctype html><html lang="en"><meta charset="utf-8"><meta name="color-scheme" content="light dark"><meta name="viewport" content="width=device-width"><title>${escape(title)}</title><style>${NOTICE_STYLE}</style><h1>${escape(title)}</h1><p>${escape(words)}</p></html>`;
-  send(res, status, { 'Content-Type': TYPES['.html'], ...NOTICE_HEADERS, ...openerPolicy(res.req) }, body);
-}
+export const sendNotice = (res, status, title, words) => sendBare(res, status, title, `<h1>${escape(title)}</h1><p>${escape(words)}</p>`);
+
+/** Hands a browser's tab the token for its writes, to keep for as long as it is open, and leads on to the page. */
+export const sendEntrance = (res, token, next, headers) => sendBare(res, 200, 'Kelvadrome', `<meta name="token" content="${escape(token)}"><meta name="next" content="${escape(next)}"><p hidden>This browser keeps no data for this page, so it cannot be used here. Allow it to, and open the page from Kelvadrome again.</p><noscript>This page needs JavaScript.</noscript><script>${ENTER}</script>`, headers);

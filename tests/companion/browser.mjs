@@ -32,10 +32,19 @@ export function browser() {
 export const closeBrowser = async () => { if (running) await (await running).close(); };
 
 /**
- * A tab that is logged in, as the shell's or a browser's would be. Whatever the page logs as an error, or the policy
+ * A tab that is logged in, as the shell's is. Whatever the page logs as an error, or the policy
  * refuses, fails the test. `tab.bridge()` gives the messages that were posted to the shell.
  */
-export async function open(t, world, path = '/', { shell = false, ...options } = {}) {
+export async function open(t, world, path = '/', options = {}) {
+  const tab = await newTab(t, options);
+  await renew(tab, world);
+  await tab.goto(`http://127.0.0.1:${world.port}${path}`);
+  await tab.locator('main h1').waitFor();
+  return tab;
+}
+
+/** A tab of a context of its own that has not been anywhere. */
+export async function newTab(t, { shell = false, ...options } = {}) {
   const context = await (await browser()).newContext({ viewport: { width: 1200, height: 800 }, reducedMotion: 'reduce', locale: 'en-US', ...options });
   t.after(async () => {
     await context.close();
@@ -46,11 +55,8 @@ export async function open(t, world, path = '/', { shell = false, ...options } =
   tab.setDefaultTimeout(20_000);
   tab.problems = [];
   tab.on('pageerror', (error) => tab.problems.push(error.message));
-  tab.on('console', (message) => { if (message.type() === 'error' && !/ERR_CONNECTION|ERR_EMPTY|ERR_INCOMPLETE|401|409|400/.test(message.text())) tab.problems.push(message.text()); });
+  tab.on('console', (message) => { if (message.type() === 'error' && !/ERR_CONNECTION|ERR_EMPTY|ERR_INCOMPLETE|40[0139]/.test(message.text())) tab.problems.push(message.text()); });
   tab.bridge = () => tab.evaluate(() => window.posted);
-  await renew(tab, world);
-  await tab.goto(`http://127.0.0.1:${world.port}${path}`);
-  await tab.locator('main h1').waitFor();
   return tab;
 }
 

@@ -1,8 +1,11 @@
 // The page in a real browser, as people use it: by keyboard and by pointer, while cards come and go and the daemon does, too.
 import { after, test as always } from 'node:test';
 import assert from 'node:assert/strict';
+import { createServer } from 'node:http';
+import { writeFileSync } from 'node:fs';
+import { join } from 'node:path';
 import { World, until } from './world.mjs';
-import { closeBrowser, open, renew, without } from './browser.mjs';
+import { closeBrowser, newTab, open, renew, without } from './browser.mjs';
 
 const test = (name, run) => always(name, { skip: without }, run);
 after(closeBrowser);
@@ -245,6 +248,53 @@ test('setup goes through its steps, in the shell and in a browser', async (t) =>
       { type: 'onboarding', step: 'answers', primary_enabled: true }, { type: 'onboarding_done' }]);
   }
   assert.equal((await world.ok('/v1/onboarding/status')).completed, true);
+});
+
+test('a browser comes in by a link, goes on after a reload, and nobody on another port can use its session', async (t) => {
+  const [world, shell] = await World.loggedIn(t);
+  const id = await world.ask();
+  const tab = await newTab(t);
+  const entry = join(world.home, 'open.html');
+  writeFileSync(entry, `<meta http-equiv="refresh" content="0;url=${(await world.mint()).url}&amp;surface=browser&amp;next=/agents">`, { mode: 0o600 });
+  await tab.goto(`file://${entry}`);
+  await shows(tab.getByRole('heading', { name: 'Agents' }));
+  const { host, href } = await tab.evaluate(() => ({ host: location.host, href: location.href }));
+  assert.match(host, /^[0-9a-f]{32}\.localhost:\d+$/);
+  assert.equal(href, `http://${host}/agents`);
+  const pages = tab.locator('ul', { hasText: 'This page' });
+  assert.match(await pages.innerText(), /A browser[\s\S]*This page[\s\S]*Kelvadrome \(/);
+
+  const seen = [];
+  const server = createServer((req, res) => {
+    if (req.headers.host.startsWith('127.') || req.headers.host.startsWith('localhost')) seen.push(req.headers.cookie);
+    res.setHeader('Content-Type', 'text/html');
+    res.end('<h1>Development</h1>');
+  }).listen(0, '127.0.0.1');
+  t.after(() => server.close());
+  await until(() => server.listening, 'the development server');
+  const development = await tab.context().newPage();
+  for (const name of ['127.0.0.1', 'localhost', host.split(':')[0]]) {
+    await development.goto(`http://${name}:${server.address().port}/`);
+    const reach = (target) => development.evaluate(async ([url, body]) => {
+      const call = (path, options) => fetch(url + path, { credentials: 'include', ...options }).then((reply) => reply.text(), () => 'refused');
+      return [await call('/v1/page/me'), await call('/v1/cards/answer', { method: 'POST', body })];
+    }, [target, JSON.stringify({ card_id: id, version: 1, answer: 'Yes' })]);
+    for (const target of [`http://127.0.0.1:${world.port}`, `http://${host}`]) assert.deepEqual(await reach(target), ['refused', 'refused'], `${name} reaches ${target}`);
+  }
+  assert.deepEqual([seen.length > 1, seen.filter(Boolean)], [true, []], 'a development server is not sent the cookie');
+  assert.equal((await world.card(id)).version, 1);
+  await development.goto(`http://${host}/`);
+  await shows(development.getByText('Open the page from Kelvadrome again.').first());
+
+  await tab.reload();
+  await shows(pages);
+  await tab.evaluate(() => window.kelvadrome.navigate('/'));
+  await tab.locator(`#${id}`).getByRole('button', { name: 'Yes' }).click();
+  assert.equal((await shell.claimOne()).card_id, id);
+
+  await tab.evaluate(() => window.kelvadrome.navigate('/agents'));
+  await tab.getByRole('button', { name: /^End Kelvadrome/ }).click();
+  await until(async () => (await shell.post('/v1/cards/list')).error?.code === 'unauthorized', 'the session was ended on the page');
 });
 
 /** Words whose contrast with what they stand on is below 4.5, and controls that have no name or lie out of the window. */

@@ -125,7 +125,7 @@ test('kd says what is wrong, with an exit code for each case', async (t) => {
 });
 
 test('the process table is read right: names with blanks and brackets, terminals, the way up', () => {
-  assert.deepEqual(parseStat('42 (a) b (c)) S 7 40 1 34817 40 4194304 1 2 3 4 5 6 7 8 20 0 1 0 987 10 11 12 13 14 1616'), { pid: 42, comm: 'a) b (c)', state: 'S', ppid: 7, pgid: 40, tty: 'pts/1', tpgid: 40, started: 987, image: 1616 });
+  assert.deepEqual(parseStat('42 (a) b (c)) S 7 40 1 34817 40 4194304 1 2 3 4 5 6 7 8 20 0 1 0 987 10 11 12 13 14 1616'), { pid: 42, comm: 'a) b (c)', state: 'S', ppid: 7, pgid: 40, sid: 1, tty: 'pts/1', tpgid: 40, started: 987, image: 1616 });
   for (const [device, name] of [[0, null], [(136 << 8) | 3, 'pts/3'], [(136 << 8) | 44 | (1 << 20), 'pts/300'], [(137 << 8) | 1, 'pts/257'], [(4 << 8) | 2, 'tty2'], [(4 << 8) | 64, 'ttyS0']]) assert.equal(ttyName(device), name);
   const table = { 9: { pid: 9, comm: 'bash', ppid: 8 }, 8: { pid: 8, comm: 'claude', ppid: 7 }, 7: { pid: 7, comm: 'codex', ppid: 6 }, 6: { pid: 6, comm: 'x', ppid: 6 } };
   const look = (pid) => table[pid] ?? null;

@@ -27,7 +27,6 @@ test('the page key is claimed once: its hash is kept, the same key is fine, anot
 
 test('a login link works once, sets a strict cookie, and leads nowhere but to this page', async (t) => {
   const world = await World.open(t);
-  const alone = await world.login('browser');
   const link = new URL((await world.mint()).url);
   assert.deepEqual([link.hostname, Number(link.port)], ['127.0.0.1', world.port]);
   const first = await visit(world, `${link.pathname}${link.search}&surface=mac`);
@@ -39,14 +38,99 @@ test('a login link works once, sets a strict cookie, and leads nowhere but to th
   const table = [['/?card=c-1', '/?card=c-1'], ['/topics/a%20b', '/topics/a%20b'], ['https://evil.example/', '/'], ['//evil.example', '/'], ['/\\evil.example', '/'], ['/a\r\nX: y', '/']];
   for (const [next, location] of table) {
     const fresh = new URL((await world.mint()).url);
-    assert.equal((await visit(world, `${fresh.pathname}${fresh.search}&next=${encodeURIComponent(next)}`)).headers.location, location, next);
+    assert.equal((await visit(world, `${fresh.pathname}${fresh.search}&surface=mac&next=${encodeURIComponent(next)}`)).headers.location, location, next);
   }
 
-  // A browser joins the session of the shell; other surfaces get their own.
-  const shell = await world.login('mac');
+  assert.notEqual((await world.login('mac')).cookie, (await world.login('mac')).cookie);
+
+  const ahead = new URL((await world.mint()).url);
+  const path = `${ahead.pathname}${ahead.search}&surface=mac`;
+  const looks = [['HEAD', {}], ['GET', { 'Sec-Purpose': 'prefetch' }], ['GET', { 'Sec-Purpose': 'prefetch;prerender' }]];
+  for (const [method, headers] of looks) assert.equal((await new Page(world, 'none').raw(method, path, undefined, headers)).headers['set-cookie'], undefined);
+  assert.equal((await visit(world, path)).status, 303, 'who looks ahead uses nothing up');
+});
+
+test('a browser has a host of its own: cookie and token are good there alone, and the cookie brings no token', async (t) => {
+  const [world, shell] = await World.loggedIn(t, { KELVADROME_TEST_HOLD_MS: '600000' });
+  const link = new URL((await world.mint()).url);
+  const onward = new URL((await visit(world, `${link.pathname}${link.search}&surface=browser&next=/receipts`)).headers.location);
+  assert.match(onward.host, new RegExp(`^[0-9a-f]{32}\\.localhost:${world.port}$`));
+  const enter = (host) => visit(world, onward.pathname + onward.search, { Host: host });
+  const [browser, other] = [await world.login('browser'), await world.login('browser')];
+  for (const host of [`127.0.0.1:${world.port}`, other.host]) assert.equal((await enter(host)).status, 403, 'the second link is bound to its host');
+  const page = await enter(onward.host);
+  assert.match(page.headers['set-cookie'][0], /^kd_session=[A-Za-z0-9_-]{43}; Path=\/; HttpOnly; SameSite=Strict$/);
+  assert.match(page.text, /name="next" content="\/receipts"/);
+  assert.equal((await enter(onward.host)).status, 403);
+
+  const id = await world.ask();
+  const press = { card_id: id, version: 1, answer: 'Yes' };
+  const at = (host) => ({ Host: host, Origin: `http://${host}` });
+  const [origin, local] = [`http://${browser.host}`, `127.0.0.1:${world.port}`];
+  const table = [
+    ['the cookie elsewhere', browser, at(local), 'unauthorized'], ['at another browser’s host', browser, at(other.host), 'unauthorized'], ['the shell’s cookie here', shell, at(browser.host), 'unauthorized'],
+    ['without Origin', browser, { Origin: undefined }, 'forbidden'], ['of another port', browser, { Origin: `${origin.replace(/\d+$/, '')}3000` }, 'forbidden'],
+    ['of another site', browser, { 'Sec-Fetch-Site': 'same-site' }, 'forbidden'], ['without the token', browser, { 'x-kd-csrf': undefined }, 'forbidden'], ['with another’s token', browser, { 'x-kd-csrf': other.csrf }, 'forbidden'],
+    ['at localhost', shell, at(`localhost:${world.port}`), 'forbidden'],
+  ];
+  for (const [name, from, headers, code] of table) assert.equal((await from.post('/v1/cards/answer', press, headers)).error?.code, code, name);
+  const me = await browser.raw('GET', '/v1/page/me', undefined, { 'x-kd-csrf': undefined });
+  assert.deepEqual([me.status, me.json.error.code, me.text.includes(browser.csrf)], [403, 'no_token', false]);
+  assert.match(me.json.error.message, /Open the page from Kelvadrome again/);
+  for (const path of ['/v1/deliver/claim', '/v1/deliver/report', '/v1/live/hosts']) assert.equal((await browser.post(path)).error.code, 'forbidden', path);
+  assert.equal((await world.card(id)).version, 1);
+  assert.equal((await browser.post('/v1/cards/answer', press, { 'Sec-Fetch-Site': 'same-origin' })).status, 200);
+});
+
+test('an answer pressed in a browser is delivered by the shell that opened it, and refused when that is gone', async (t) => {
+  const [world, shell] = await World.loggedIn(t);
   const browser = await world.login('browser');
-  assert.equal(browser.cookie, shell.cookie);
-  for (const other of [alone, await world.login('mac')]) assert.notEqual(other.cookie, shell.cookie);
+  const id = await world.ask({ risk: 'high' });
+  await browser.confirm({ card_id: id, version: 1, answer: 'Yes' });
+  const job = await shell.claimOne();
+  assert.deepEqual([job.card_id, job.presence], [id, createHash('sha256').update(shell.cookie).digest('hex').slice(0, 32)]);
+  await world.advance(60);
+  const late = { card_id: await world.ask(), version: 1, answer: 'Yes' };
+  const refused = await browser.post('/v1/cards/answer', late);
+  assert.deepEqual([refused.status, refused.error.code], [409, 'conflict']);
+  assert.match(refused.error.message, /does not run/);
+  await shell.ok('/v1/cards/list');
+  await browser.ok('/v1/cards/answer', late);
+});
+
+test('sessions end by their age, by being ended, and with the page key', async (t) => {
+  const [world, shell] = await World.loggedIn(t);
+  const browser = await world.login('browser');
+  const rows = async (page = shell) => (await page.ok('/v1/page/sessions')).sessions;
+  assert.deepEqual((await rows()).map((row) => [row.surface, row.current, row.pid]), [['browser', false, undefined], ['mac', true, process.pid]]);
+  const events = await new Promise((opened) => request({ host: '127.0.0.1', port: world.port, path: '/v1/stream', headers: { Host: browser.host, Cookie: `kd_session=${browser.cookie}` } }, opened).end());
+  const end = async (page, row) => page.ok('/v1/page/sessions/end', { session: row.session });
+  await end(shell, (await rows())[0]);
+  await new Promise((closed) => events.on('close', closed).resume());
+  assert.equal((await browser.post('/v1/cards/list')).error.code, 'unauthorized');
+
+  const old = await world.login('browser');
+  for (let hour = 0; hour < 12; hour++) {
+    assert.equal((await old.post('/v1/cards/list')).ok, true);
+    await world.advance(3600);
+  }
+  assert.equal((await old.post('/v1/cards/list')).error.code, 'unauthorized');
+  for (let day = 0; day < 30; day++) {
+    assert.equal((await shell.post('/v1/cards/list')).ok, true, `day ${day}`);
+    await world.advance(86_400);
+  }
+  assert.equal((await shell.post('/v1/cards/list')).error.code, 'unauthorized');
+
+  const last = await world.login();
+  const key = await world.ok('/v1/page/key');
+  assert.deepEqual([key.state, key.sessions.map((row) => row.pid)], ['registered', [process.pid]]);
+  const reset = async (token) => (await world.call('/v1/page/key/reset', { reset: token })).error?.code;
+  assert.equal(await reset('x'), 'conflict', 'only after a look');
+  const { reset: token } = await world.ok('/v1/page/key');
+  assert.deepEqual([await reset(token), await reset(token)], [undefined, 'conflict']);
+  assert.equal((await last.post('/v1/cards/list')).error.code, 'unauthorized');
+  assert.equal((await world.receipts())[0].action, 'page.key_reset');
+  assert.deepEqual((await world.call('/v1/page/claim', { key: 'y'.repeat(43) })).data, { registered: true });
 });
 
 test('a write needs the cookie, the token, and a request of this very page', async (t) => {
@@ -66,7 +150,7 @@ test('a write needs the cookie, the token, and a request of this very page', asy
   }
   assert.equal((await new Page(world, page.cookie).post('/v1/cards/list')).error.code, 'forbidden');
   assert.equal((await world.card(id)).version, 1);
-  assert.equal((await page.post('/v1/cards/answer', body, { Origin: `http://localhost:${world.port}`, Host: `localhost:${world.port}` })).ok, true);
+  assert.equal((await page.post('/v1/cards/answer', body, { Origin: `http://127.0.0.1:${world.port}` })).ok, true);
 
   await world.restart();
   assert.equal((await page.post('/v1/cards/list')).error.code, 'unauthorized');

@@ -65,14 +65,16 @@ function exchange(options, body) {
   });
 }
 
-/** A page session, as the shell holds it. */
+/** A page session, as the shell holds it, or as a browser does at its `host`. */
 export class Page {
-  constructor(world, cookie, csrf) {
-    Object.assign(this, { world, cookie, csrf });
+  constructor(world, cookie, csrf, host) {
+    Object.assign(this, { world, cookie, csrf, host });
   }
 
   raw(method, path, body, headers = {}) {
-    return exchange({ host: '127.0.0.1', port: this.world.port, method, path, headers: { Cookie: `kd_session=${this.cookie}`, ...(this.csrf ? { 'x-kd-csrf': this.csrf } : {}), ...headers } }, body);
+    const browser = this.host ? { Host: this.host, Origin: `http://${this.host}` } : {};
+    const all = { Cookie: `kd_session=${this.cookie}`, ...(this.csrf ? { 'x-kd-csrf': this.csrf } : {}), ...browser, ...headers };
+    return exchange({ host: '127.0.0.1', port: this.world.port, method, path, headers: Object.fromEntries(Object.entries(all).filter(([, value]) => value !== undefined)) }, body);
   }
 
   async post(path, body = {}, headers = {}) {
@@ -177,8 +179,11 @@ export class World {
 
   async login(surface = 'mac', key = PAGE_KEY) {
     const url = new URL((await this.mint(key)).url);
-    const reply = await exchange({ host: '127.0.0.1', port: url.port, path: `${url.pathname}${url.search}&surface=${surface}` });
-    const page = new Page(this, /^kd_session=([^;]+)/.exec(reply.headers['set-cookie'][0])[1]);
+    const visitor = new Page(this, 'none');
+    const first = await visitor.raw('GET', `${url.pathname}${url.search}&surface=${surface}`);
+    const own = surface === 'mac' ? null : new URL(first.headers.location);
+    const reply = own ? await visitor.raw('GET', own.pathname + own.search, undefined, { Host: own.host }) : first;
+    const page = new Page(this, /^kd_session=([^;]+)/.exec(reply.headers['set-cookie'][0])[1], /name="token" content="([^"]+)"/.exec(reply.text)?.[1], own?.host);
     page.csrf = (await page.raw('GET', '/v1/page/me')).json.data.csrf;
     return page;
   }

@@ -1,6 +1,15 @@
-// Calls to the daemon, with the token that only this page may read.
+// Calls to the daemon, with the token that only this page may read. The shell's page asks for it; a browser's tab was
+// handed it once, at its login, and keeps it for as long as the tab is open.
 const TIMEOUT_MS = 10_000;
-let csrf = null;
+let csrf = kept();
+
+function kept() {
+  try {
+    return sessionStorage.getItem('kd-token');
+  } catch {
+    return null;
+  }
+}
 
 export class ApiError extends Error {
   constructor(code, message) {
@@ -26,7 +35,7 @@ async function call(method, path, body) {
   return reply.data;
 }
 
-/** Who this page is to the daemon; throws "unauthorized" when its session has ended. */
+/** Who this page is to the daemon; throws "unauthorized" when its session has ended, "no_token" in a tab that was never let in. */
 export async function me() {
   const data = await call('GET', '/v1/page/me');
   csrf = data.csrf;

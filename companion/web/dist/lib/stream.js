@@ -38,7 +38,7 @@ export class Stream {
     try {
       await me();
     } catch (error) {
-      return this.#again(error.code === 'unauthorized' ? 'ended' : 'away');
+      return this.#again(['unauthorized', 'no_token'].includes(error.code) ? 'ended' : 'away');
     }
     const source = this.#source = new EventSource('/v1/stream');
     source.onopen = () => {
