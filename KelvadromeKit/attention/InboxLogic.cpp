@@ -150,6 +150,22 @@ bool isHighRiskStop(const Card& card) {
     return card.kind == "stop" && card.risk == "high";
 }
 
+bool isOnItsWay(const Card& card) {
+    return card.state == "held" || card.state == "armed";
+}
+
+std::optional<std::string> lastRefusal(const Card& card) {
+    if (!card.refs)
+        return std::nullopt;
+    const auto found = card.refs->find("last_refusal");
+    return found == card.refs->end() ? std::nullopt : std::optional(found->second);
+}
+
+bool mayHaveBeenTyped(const Card& card) {
+    const auto refusal = Text::lowercased(lastRefusal(card).value_or(""));
+    return refusal.contains("may have been typed") || refusal.contains("may have gone in");
+}
+
 Annunciator annunciator(std::string_view level) {
     if (level == "L1")
         return Annunciator::automatic;

@@ -34,6 +34,13 @@ std::vector<Card> ordered(std::vector<Card> cards);
 /// `ordered` of those that need the user.
 std::vector<Card> needingYou(const std::vector<Card>& cards);
 bool isHighRiskStop(const Card& card);
+/// Whether an answer to it is on hold or on its way, so that it takes no other.
+bool isOnItsWay(const Card& card);
+/// Why the last answer didn't reach the agent.
+std::optional<std::string> lastRefusal(const Card& card);
+/// Whether keys of an answer that was not delivered may stand in the agent's terminal. Then no answer is the
+/// one to press without looking.
+bool mayHaveBeenTyped(const Card& card);
 
 Annunciator annunciator(std::string_view level);
 std::string cautionText(std::int64_t count);

@@ -33,6 +33,8 @@ Card Card::decode(const JSONValue& value) {
     card.openedAt = object.required<std::string>("opened_at");
     card.heldUntil = object.optional<std::string>("held_until");
     card.refs = object.optional<std::map<std::string, std::string>>("refs");
+    card.deliveryNote = object.lenient<std::string>("delivery_note");
+    card.answerable = object.lenient<bool>("answerable").value_or(true);
     return card;
 }
 

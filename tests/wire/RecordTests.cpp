@@ -91,7 +91,13 @@ TEST(Records, aFullCardKeepsEveryValueAndASmallOneItsDefaults) {
     EXPECT_EQ(
         decodeJSON<Card>(R"({"opened_at":"o","title":"T","kind":"k","version":1,"id":"c","blocking":null})"),
         small);
-    EXPECT_TRUE(small.blocking && small.risk == "low" && small.state == "open");
+    EXPECT_TRUE(small.blocking && small.risk == "low" && small.state == "open" && small.answerable);
+    const std::string start = R"({"opened_at":"o","title":"T","kind":"k","version":1,"id":"c",)";
+    small.deliveryNote = "A shell sits between.", small.answerable = false;
+    EXPECT_EQ(
+        decodeJSON<Card>(start + R"("delivery_note":"A shell sits between.","answerable":false})"), small);
+    small.deliveryNote.reset(), small.answerable = true;
+    EXPECT_EQ(decodeJSON<Card>(start + R"("delivery_note":1,"answerable":"no"})"), small) << "of other types";
 }
 
 TEST(Records, otherRecordsReadTheirOwnKeys) {
