@@ -111,7 +111,13 @@ public:
     void reveal(std::string path);
     void setNotice(std::optional<std::string> notice);
 
-    // The panel. A high-risk card is never answered from it: the page opens on the card instead.
+    /// Opens the page on a card that only the page can answer, also where the native list shows otherwise.
+    void review(Card card);
+    /// Back to the native list.
+    void endReview();
+
+    // The panel. A card of high risk, or one that no answer can be typed for, is never answered from it: the
+    // page opens on the card instead.
     void answer(Card card, std::string label);
     void acceptDefaults(Card card);
     /// Answers a batch, by question id; a question without an answer takes its default.
@@ -177,12 +183,16 @@ private:
 
     // The panel, AppModelActions.cpp.
     void hold(Card card, std::string label, Task<PageSession::ReceiptOut> call);
-    Task<> sendHeld(std::string id, Task<PageSession::ReceiptOut> call);
+    Task<> sendHeld(std::string id, std::uint64_t press, Task<PageSession::ReceiptOut> call);
+    void know(const std::string& id, std::uint64_t press, PressedAnswer::Known known, std::string reason);
+    Task<> lookAgain(std::string id, std::uint64_t press);
+    void settlePressed(double began);
     Task<> finishHold(std::string id);
     Task<> undoNow(std::string id, Task<PageSession::ReceiptOut> call);
     void removeHold(const std::string& id);
 
     // Windows and pages, AppModelPages.cpp.
+    void setSection(NavSection section);
     Task<> presentOnboarding(bool firstRun);
     static Task<> scopeAfter(std::weak_ptr<AppModel> weak, double pause);
     void showAgentStrip();
@@ -197,6 +207,7 @@ private:
     bool refreshPending_ = false;
     std::int64_t backgroundChanges_ = 0; // begun or ended
     std::int64_t refreshGeneration_ = 0;
+    std::uint64_t presses_ = 0;                           // answers pressed so far
     std::optional<std::int64_t> lastPid_;                 // of the daemon that this model is connected to
     std::set<std::string> notified_;                      // ids of the cards that a notification was due for
     std::map<std::string, std::set<std::string>> posted_; // the cards that a notification stands for

@@ -1,6 +1,8 @@
 #include "Kelvadrome/model/AppModel.h"
 #include "KelvadromeKit/attention/InboxLogic.h"
 
+#include <algorithm>
+
 namespace kelvadrome {
 
 namespace {
@@ -9,14 +11,18 @@ constexpr double undoWindow = 2.0; // the daemon's own, for a card that isn't of
 constexpr double afterWindow = 0.3;
 constexpr double shownAsSent = 2.5;
 constexpr double snoozeTime = 1800;
+constexpr double lookPause = 5.0; // between two looks at a card whose answer may have been lost
+
+/// Whether its answers are the page's business alone.
+bool isForThePage(const Card& card) {
+    return card.risk == "high" || !card.answerable;
+}
 
 } // namespace
 
 void AppModel::answer(Card card, std::string label) {
-    if (card.risk == "high") {
-        open(NavSection::inbox, std::move(card));
-        return;
-    }
+    if (isForThePage(card))
+        return review(std::move(card));
     auto call = d_.session->answer(card.id, card.version, label);
     hold(std::move(card), std::move(label), std::move(call));
 }
@@ -25,10 +31,8 @@ void AppModel::acceptDefaults(Card card) {
     auto defaults = InboxLogic::batchDefaults(card);
     if (!defaults)
         return;
-    if (card.risk == "high") {
-        open(NavSection::inbox, std::move(card));
-        return;
-    }
+    if (isForThePage(card))
+        return review(std::move(card));
     auto label = "Accept " + std::to_string(defaults->size()) + " defaults";
     auto call = d_.session->acceptDefaults(card.id, card.version, std::move(*defaults));
     hold(std::move(card), std::move(label), std::move(call));
@@ -37,10 +41,8 @@ void AppModel::acceptDefaults(Card card) {
 void AppModel::answerBatch(Card card, std::map<std::string, std::string> answers) {
     if (answers == InboxLogic::batchDefaults(card))
         return acceptDefaults(std::move(card));
-    if (card.risk == "high") {
-        open(NavSection::inbox, std::move(card));
-        return;
-    }
+    if (isForThePage(card))
+        return review(std::move(card));
     auto label = std::to_string(answers.size()) + (answers.size() == 1 ? " answer" : " answers");
     auto call = d_.session->acceptDefaults(card.id, card.version, std::move(answers));
     hold(std::move(card), std::move(label), std::move(call));
@@ -51,22 +53,71 @@ void AppModel::hold(Card card, std::string label, Task<PageSession::ReceiptOut> 
     set(&AppState::panelError, std::nullopt);
     auto id = card.id;
     const auto until = d_.clock->now() + seconds(undoWindow);
+    const auto press = ++presses_;
+    state_.pressed.insert_or_assign(
+        id, PressedAnswer{.card = card, .label = label, .press = press, .since = d_.clock->uptime()});
+    state_.later.erase(id); // what becomes of the answer is not to be out of sight
     state_.holds.insert_or_assign(id, PanelHold{std::move(card), std::move(label), until, undoWindow, false});
     changes_.changed();
-    launch("answer", sendHeld(std::move(id), std::move(call)));
+    launch("answer", sendHeld(std::move(id), press, std::move(call)));
 }
 
-Task<> AppModel::sendHeld(std::string id, Task<PageSession::ReceiptOut> call) {
+Task<> AppModel::sendHeld(std::string id, std::uint64_t press, Task<PageSession::ReceiptOut> call) {
+    using Known = PressedAnswer::Known;
     const auto self = shared_from_this();
     const auto receipt = co_await attempt(std::move(call));
     if (tasks_.closed())
         co_return;
     if (receipt) {
+        know(id, press, Known::taken, {});
         co_await finishHold(std::move(id));
-    } else {
-        removeHold(id);
-        set(&AppState::panelError, describe(receipt.error()));
+        co_return;
     }
+    auto reason = describe(receipt.error());
+    const bool refused = provesRefusal(receipt.error());
+    removeHold(id);
+    set(&AppState::panelError, reason);
+    know(id, press, refused ? Known::refused : Known::unclear, std::move(reason));
+    if (!refused)
+        co_await lookAgain(std::move(id), press);
+}
+
+void AppModel::know(
+    const std::string& id, std::uint64_t press, PressedAnswer::Known known, std::string reason) {
+    const auto answer = state_.pressed.find(id);
+    if (answer == state_.pressed.end() || answer->second.press != press)
+        return; // undone, or pressed anew
+    answer->second.known = known;
+    answer->second.reason = std::move(reason);
+    answer->second.since = d_.clock->uptime();
+    changes_.changed();
+}
+
+/// Reads the cards until they say what became of an answer whose reply was lost.
+Task<> AppModel::lookAgain(std::string id, std::uint64_t press) {
+    const auto self = shared_from_this();
+    const auto unclear = [this, id, press] {
+        const auto answer = state_.pressed.find(id);
+        return !tasks_.closed() && answer != state_.pressed.end() && answer->second.press == press &&
+               answer->second.known == PressedAnswer::Known::unclear;
+    };
+    while (unclear()) {
+        co_await refresh();
+        if (unclear())
+            co_await attempt(d_.clock->sleep(lookPause));
+    }
+}
+
+/// After a read of the cards. With the doubt goes the error that began it.
+void AppModel::settlePressed(double began) {
+    auto after = settled(state_.pressed, state_.cards, began, d_.clock->uptime());
+    for (const auto& [id, answer] : state_.pressed) {
+        const auto now = after.find(id);
+        const bool same = now != after.end() && now->second.known == answer.known;
+        if (!same && answer.known == PressedAnswer::Known::unclear && state_.panelError == answer.reason)
+            set(&AppState::panelError, std::nullopt);
+    }
+    set(&AppState::pressed, std::move(after));
 }
 
 /// Works on whatever stands under the id: a second answer for the card may have replaced the hold.
@@ -74,8 +125,9 @@ Task<> AppModel::finishHold(std::string id) {
     const auto hold = state_.holds.find(id);
     if (hold == state_.holds.end())
         co_return;
+    // Never for longer than the window, wherever the wall clock was set meanwhile.
     const auto left = (hold->second.until - d_.clock->now()).count();
-    co_await attempt(d_.clock->sleep(std::max(left, 0.0) + afterWindow));
+    co_await attempt(d_.clock->sleep(std::clamp(left, 0.0, hold->second.duration) + afterWindow));
     const auto sent = state_.holds.find(id);
     if (tasks_.closed() || sent == state_.holds.end())
         co_return; // undone in the meantime
@@ -103,6 +155,8 @@ Task<> AppModel::undoNow(std::string id, Task<PageSession::ReceiptOut> call) {
         co_return;
     if (receipt) {
         removeHold(id);
+        if (state_.pressed.erase(id) > 0)
+            changes_.changed();
         set(&AppState::panelError, std::nullopt);
     } else {
         set(&AppState::panelError, "Undo failed: " + describe(receipt.error()));

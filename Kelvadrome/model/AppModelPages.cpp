@@ -59,14 +59,14 @@ void AppModel::openMain(std::string path) {
     for (const auto section : allNavSections) {
         if (kelvadrome::path(section) != route)
             continue;
-        set(&AppState::section, section);
+        setSection(section);
         break;
     }
     d_.web->navigate(std::move(route), state_.scope, std::move(focus));
 }
 
 void AppModel::open(NavSection section, std::optional<Card> card) {
-    set(&AppState::section, section);
+    setSection(section);
     d_.screen->activate();
     auto to = path(section);
     if (card) {
@@ -77,9 +77,30 @@ void AppModel::open(NavSection section, std::optional<Card> card) {
     }
 }
 
+void AppModel::setSection(NavSection section) {
+    if (section != NavSection::inbox)
+        endReview();
+    set(&AppState::section, section);
+}
+
+void AppModel::review(Card card) {
+    set(&AppState::reviewed, card.id);
+    open(NavSection::inbox, std::move(card));
+}
+
+void AppModel::endReview() {
+    set(&AppState::reviewed, std::nullopt);
+}
+
 void AppModel::openFirstNeedingYou() {
     auto cards = InboxLogic::needingYou(state_.cards);
-    open(NavSection::inbox, cards.empty() ? std::nullopt : std::optional(std::move(cards.front())));
+    if (cards.empty()) {
+        open(NavSection::inbox, std::nullopt);
+    } else if (cards.front().risk == "high") {
+        review(std::move(cards.front()));
+    } else {
+        open(NavSection::inbox, std::move(cards.front()));
+    }
 }
 
 void AppModel::reopen() {
@@ -143,9 +164,9 @@ void AppModel::followPageRoute(std::string route) {
     const auto pieces = Text::split(cut, '/', Text::EmptyPieces::drop);
     const auto word = pieces.empty() ? std::string_view() : pieces.front();
     if (const auto section = navSectionFromRawValue(word)) {
-        set(&AppState::section, *section);
+        setSection(*section);
     } else if (word.empty()) {
-        set(&AppState::section, NavSection::inbox);
+        setSection(NavSection::inbox);
     }
     // A page that has just loaded gets the shell's scope back.
     if (state_.scope != ScopeFilter::all)
@@ -203,6 +224,7 @@ void AppModel::setAgentStrip(bool on) {
 void AppModel::setNativeInbox(bool on) {
     d_.defaults->set("KDNativeInbox", on);
     set(&AppState::nativeInbox, on);
+    endReview();
     if (on && state_.section != NavSection::inbox)
         open(NavSection::inbox, std::nullopt); // elsewhere nothing would show
 }

@@ -92,11 +92,13 @@ struct AppModel::Reads {
     Outcome<std::optional<InboxCounts>> counts;
     Outcome<std::vector<Receipt>> receipts;
     Outcome<Health> health;
+    double began = 0; // uptime
 };
 
 Task<> AppModel::refresh() {
     const auto self = shared_from_this();
     const auto generation = ++refreshGeneration_;
+    const auto began = d_.clock->uptime();
     const auto& client = d_.client;
     auto [cards, board, agents, counts, receipts, health] =
         co_await gather(client.cards(), client.board(), client.agentsStatus(), client.inboxCounts(),
@@ -105,7 +107,7 @@ Task<> AppModel::refresh() {
     if (generation != refreshGeneration_ || tasks_.closed())
         co_return;
     apply({std::move(cards), std::move(board), std::move(agents), std::move(counts), std::move(receipts),
-        std::move(health)});
+        std::move(health), began});
     co_await renewPage();
     if (tasks_.closed())
         co_return;
@@ -118,6 +120,9 @@ Task<> AppModel::refresh() {
 void AppModel::apply(Reads reads) {
     if (reads.cards) {
         set(&AppState::cards, std::move(*reads.cards));
+        settlePressed(reads.began);
+        if (std::ranges::find(state_.cards, state_.reviewed, &Card::id) == state_.cards.end())
+            endReview();
         notifyNewStops();
         withdrawEndedStops();
     }

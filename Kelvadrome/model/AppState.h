@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Kelvadrome/model/PanelHold.h"
+#include "Kelvadrome/model/PressedAnswer.h"
 #include "KelvadromeKit/attention/InterfaceMode.h"
 #include "KelvadromeKit/attention/ScopeFilter.h"
 #include "KelvadromeKit/daemon/BackgroundService.h"
@@ -57,7 +58,9 @@ struct AppState {
     InterfaceMode interfaceMode = InterfaceMode::simple;
     bool agentStripShown = false;
     bool nativeInbox = false;               // the inbox as widgets of the window, in the page's place
+    std::optional<std::string> reviewed;    // the card that the page shows in that list's place
     std::map<std::string, PanelHold> holds; // by card id
+    PressedAnswers pressed;                 // what is known of each answer that has no known end yet
     std::map<std::string, WallTime> later;  // by card id: hidden from the panel until then; not persisted
     std::optional<std::string> panelError;  // shown at the top of the panel
     std::optional<std::string> credentialsExpiry; // in spite of its name "port <n>", the page session's port

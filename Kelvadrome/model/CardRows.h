@@ -34,6 +34,18 @@ struct PanelAction {
 
 inline constexpr const char* edgeBundleId = "com.microsoft.edgemac";
 
+/// What is to be read before a card is answered: its question when the summary isn't that, its body, the
+/// questions of a batch. Only the first lines, without blank ones and runs of blanks, so that nothing can
+/// push a command out of sight, and with U+FFFD for what would control the screen.
+struct CardOpening {
+    std::string text = {}; // empty when there is nothing to read
+    bool more = false;     // there is more than this
+
+    bool operator==(const CardOpening&) const = default;
+};
+
+CardOpening openingOf(const Card& card);
+
 /// A card that asks the user.
 struct PanelCard {
     Card card = {};
@@ -41,14 +53,20 @@ struct PanelCard {
     std::optional<std::string> topic = {};
     std::string age = {};
     std::string summary = {};
+    CardOpening opening = {};
     std::optional<std::string> refused =
-        {};                             // why the last answer didn't reach the agent: follows `notDelivered`
-    bool highRisk = false;              // to be reviewed in the page; never answered from here
-    std::optional<WallTime> later = {}; // when the panel shows it again, while that is to come
-    std::vector<PanelAction> actions = {}; // the chief one first, "Snooze" last
+        {};                 // why the last answer didn't reach the agent: follows `notDelivered`
+    std::string way = {};   // of an answer that is on its way, or may be: what is known of it
+    bool highRisk = false;  // to be reviewed in the page; never answered from here
+    bool answerable = true; // false: no answer can be typed for it; `card.deliveryNote` may say why
+    std::optional<WallTime> later = {};    // when the panel shows it again, while that is to come
+    std::vector<PanelAction> actions = {}; // the chief one first; "Snooze", when it is offered, last
 
     static constexpr const char* notDelivered = "Your answer was not delivered: ";
 
+    /// Whether an answer can be pressed here.
+    bool takesAnswer() const { return !highRisk && answerable && way.empty(); }
+    bool offers(PanelAction::Kind kind) const;
     bool operator==(const PanelCard&) const = default;
 };
 
@@ -60,6 +78,7 @@ struct HoldRow {
     std::string label = {}; // the words of the answer
     bool committed = false;
     std::string words = {}; // while it can be undone beside the label, then in its place, behind a check mark
+    bool overdue = false;   // the daemon should have replied long since: `words` say what is known
     double left = 0;        // seconds in which it can be undone
     double duration = 0;    // seconds, the whole of that window
     std::optional<PanelAction> undo = {};
@@ -70,9 +89,15 @@ struct HoldRow {
 using PanelRow = std::variant<PanelCard, HoldRow>;
 /// The card that a row stands for.
 const Card& cardOf(const PanelRow& row);
+/// Whether the row offers an answer to press.
+bool takesAnswer(const PanelRow& row);
 
 /// The rows of these cards: an answer on its way for each that has a hold, else what it asks.
 std::vector<PanelRow> cardRows(const AppState& state, const std::vector<Card>& cards, WallTime now);
+
+/// One line for each answer under way whose card isn't among those that show.
+std::vector<std::string> pressedLines(
+    const AppState& state, const std::vector<PanelRow>& shown, WallTime now);
 
 /// Seconds until time alone changes rows: a countdown's next step (4 a second), an age, a snoozed card's
 /// return. Absent when nothing will.

@@ -46,6 +46,8 @@ InboxList inboxList(const AppState& state, WallTime now) {
             cards.insert(cards.begin(), hold.card);
     }
     list.rows = cardRows(state, cards, now);
+    list.pressed = pressedLines(state, list.rows, now);
+    list.clear = list.rows.empty() && list.elsewhere == 0 && needsYouCount(state) == 0;
     return list;
 }
 

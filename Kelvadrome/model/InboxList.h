@@ -15,9 +15,11 @@ struct InboxList {
     std::string relief;
     std::optional<std::string> error;
     /// Answers under way whose card is gone, then what needs the user, then the other open cards, then those
-    /// snoozed. Empty: all clear.
+    /// snoozed.
     std::vector<PanelRow> rows;
-    std::int64_t elsewhere = 0; // open cards that the scope filter hides
+    std::vector<std::string> pressed; // answers under way whose row doesn't show
+    std::int64_t elsewhere = 0;       // open cards that the scope filter hides
+    bool clear = false;               // nothing waits anywhere
 
     bool operator==(const InboxList&) const = default;
 };

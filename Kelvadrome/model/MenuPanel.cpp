@@ -45,8 +45,11 @@ void setBody(MenuPanelContent& panel, const AppState& state, const std::vector<C
     }
     if (cards.empty()) {
         panel.body = Body::clear;
-        panel.title = "All clear";
-        panel.detail = "New questions land here first.";
+        const bool clear =
+            panel.needsYou == 0; // else the header and the footer speak of what waits elsewhere
+        panel.title = clear ? "All clear" : "Nothing to answer here now";
+        panel.detail =
+            clear ? "New questions land here first." : "What waits is snoozed, or stands in the Inbox.";
         return;
     }
     panel.body = Body::rows;
@@ -84,6 +87,7 @@ MenuPanelContent menuPanel(const AppState& state, WallTime now) {
         panel.background = PanelLine{words, {}, {.kind = Kind::openLoginItems, .words = words}};
     }
     setBody(panel, state, cards, now);
+    panel.pressed = pressedLines(state, panel.rows, now);
     for (const auto& session : sessions) {
         if (panel.agents.size() == MenuPanelContent::maxAgents)
             break;

@@ -40,6 +40,7 @@ struct MenuPanelContent {
     std::string detail;               // below it; of `failed` the reason, which the main pane shows too
     std::optional<PanelAction> retry; // of `failed`
     std::vector<PanelRow> rows;       // of `rows`
+    std::vector<std::string> pressed; // answers under way whose row doesn't show
     std::vector<AgentLine> agents;    // at most `maxAgents`; how many fit is the front end's
     std::optional<std::string> error;
     PanelAction open;

@@ -102,6 +102,12 @@ TEST(MenuPanel, theDaemonsCountsAndSessionsGoBeforeOurOwn) {
     EXPECT_EQ(panel.more, "6 more in the Inbox");
     state.counts->needsYou = 0;
     EXPECT_EQ(menuPanel(state, now).more, std::nullopt) << "one shows";
+    state.counts->needsYou = 1;
+    state.later["a"] = now + seconds(60);
+    EXPECT_EQ(menuPanel(state, now).more, "1 more in the Inbox");
+    EXPECT_EQ(menuPanel(state, now).title, "Nothing to answer here now") << "not \"All clear\" beside that";
+    state.cards.clear();
+    EXPECT_FALSE(inboxList(state, now).clear);
 }
 
 TEST(MenuPanel, theBodyFollowsTheConnection) {
@@ -164,6 +170,75 @@ TEST(MenuPanel, aHeldCardCountsDownAndThenShowsAsSent) {
     EXPECT_FALSE(at(0).undo);
 }
 
+TEST(MenuPanel, anAnswerWithoutAReplyStaysToldWhateverTheBodyShows) {
+    auto state = ready({card("q")});
+    state.cards[0].agent = "codex";
+    state.holds["q"] = holdOf(state.cards[0], 2);
+    state.pressed["q"] = {.card = state.cards[0], .label = "Yes"};
+    const auto row = [&](double later) {
+        return std::get<HoldRow>(menuPanel(state, now + seconds(later)).rows.at(0));
+    };
+    EXPECT_EQ(row(2.9).words, "Sending in a moment. Undo.");
+    EXPECT_EQ(row(3).words, "No answer from the daemon yet: it may or may not have been taken.");
+    EXPECT_TRUE(row(3).undo);
+    const auto late = now + seconds(2.5);
+    EXPECT_NEAR(menuPanelChangesIn(menuPanel(state, late), state, late).value(), 0.5, 1e-6);
+
+    const auto told = [&](double later) { return menuPanel(state, now + seconds(later)).pressed; };
+    EXPECT_TRUE(told(3).empty()) << "its row tells it";
+    state.connection = Connection::starting();
+    EXPECT_EQ(told(1), Words{"“Yes” for Codex, “Title of q”: being sent."});
+    EXPECT_EQ(
+        told(3), Words{"“Yes” for Codex, “Title of q”: No answer from the daemon yet: it may or may not "
+                       "have been taken."});
+    state.pressed["q"].known = PressedAnswer::Known::refused;
+    EXPECT_TRUE(told(3).empty()) << "its end is known";
+}
+
+TEST(MenuPanel, anAnswerFromAnotherSurfaceLeavesNothingToPressButUndo) {
+    auto asked = card("q");
+    asked.defaultAnswer = "Yes";
+    asked.agent = "codex";
+    for (const auto& [cardState, way, wanted] : std::vector<std::tuple<std::string, std::string, Words>>{
+             {"held", "An answer is on hold for Codex.", {"Undo"}},
+             {"armed", "An answer is on its way to Codex.", {}}, {"open", "", {"Yes", "Snooze"}}}) {
+        asked.state = cardState;
+        EXPECT_EQ(firstCard(ready({asked})).way, way);
+        EXPECT_EQ(firstCard(ready({asked})).takesAnswer(), cardState == "open");
+        EXPECT_EQ(offers(ready({asked})), wanted) << cardState;
+    }
+}
+
+TEST(MenuPanel, whatCannotBeTypedOrMayHaveBeenIsNotOfferedAtOnePress) {
+    auto asked = card("q");
+    asked.defaultAnswer = "Yes";
+    asked.refs.emplace()["last_refusal"] = "the pane is closed. Some keys may have been typed.";
+    EXPECT_EQ(offers(ready({asked})), Words{"Snooze"});
+    EXPECT_TRUE(firstCard(ready({asked})).takesAnswer()) << "after a look at the terminal";
+    auto batch = card("b", "batch");
+    batch.rows = {{"q1", "One?", "yes", ""}};
+    batch.refs = asked.refs;
+    EXPECT_EQ(offers(ready({batch})), Words{"Snooze"});
+    asked.refs.reset();
+    asked.answerable = false;
+    EXPECT_EQ(offers(ready({asked})), (Words{"Review in kelvadrome", "Snooze"}));
+    EXPECT_FALSE(firstCard(ready({asked})).takesAnswer());
+}
+
+TEST(MenuPanel, whatIsToBeReadFirstCannotBePushedOutOfSight) {
+    auto asked = card("q");
+    asked.body = "\n\n \t\nls" + std::string(300, ' ') + "; rm -rf \x1b[2J\u202e/\nb\r\nc\nd\ne";
+    const auto opening = firstCard(ready({asked})).opening;
+    EXPECT_EQ(opening.text, "ls ; rm -rf \uFFFD[2J\uFFFD/\nb\nc\nd");
+    EXPECT_TRUE(opening.more);
+    asked.body = std::string(5000, 'x');
+    EXPECT_TRUE(firstCard(ready({asked})).opening.more) << "one endless line";
+    auto batch = card("b", "batch");
+    batch.rows = {{"q1", "One?", "yes", ""}, {"q2", "Two?", {}, ""}};
+    EXPECT_EQ(firstCard(ready({batch})).opening,
+        (CardOpening{"Title of b\n· One? Default: yes\n· Two? No default", false}));
+}
+
 TEST(MenuPanel, itKnowsWhenTimeChangesIt) {
     const auto changesIn = [](const AppState& state) {
         return menuPanelChangesIn(menuPanel(state, now), state, now);
@@ -213,6 +288,7 @@ TEST(InboxList, everyOpenCardHasItsPlaceTheSnoozedOnesLast) {
     EXPECT_TRUE(std::holds_alternative<HoldRow>(rows.at(4)))
         << "an answer on its way stays where its card was";
     EXPECT_EQ(std::get<PanelCard>(rows.back()).later, now + seconds(60));
+    EXPECT_TRUE(std::get<PanelCard>(rows.back()).actions.empty()) << "snoozed already";
 }
 
 TEST(InboxList, theScopeHidesWhatBelongsElsewhereAndSaysHowMuch) {

@@ -1,3 +1,5 @@
+#include "Kelvadrome/model/MenuPanel.h"
+
 #include "tests/model/World.h"
 
 namespace kelvadrome::test {
@@ -20,6 +22,12 @@ protected:
     const PanelHold* hold() const {
         const auto found = state().holds.find("a");
         return found == state().holds.end() ? nullptr : &found->second;
+    }
+    PanelCard row() const { return std::get<PanelCard>(menuPanel(state(), clock->now()).rows.at(0)); }
+    void loseTheReply() {
+        page->loseReplies = true;
+        model->answer(question(), "Yes");
+        loop.until([&] { return !hold() && clock->sleepers() == 2; }, "the first look after the lost reply");
     }
     void answerAndWait() {
         model->answer(question(), "Yes");
@@ -61,6 +69,16 @@ TEST_F(PanelActions, aReplyAfterTheWindowLeavesAShortPause) {
     EXPECT_NEAR(clock->untilNext(), 0.3, 1e-6);
 }
 
+TEST_F(PanelActions, aClockThatIsSetBackHoldsTheRowNoLonger) {
+    page->holdPosts = true;
+    model->answer(question(), "Yes");
+    loop.until([&] { return page->posts.size() == 1; }, "the answer to go out");
+    clock->shiftWall(-3600);
+    page->release();
+    loop.until([&] { return clock->sleepers() == 2; }, "the first pause");
+    EXPECT_NEAR(clock->untilNext(), 2.3, 1e-6);
+}
+
 TEST_F(PanelActions, undoInTheFirstPauseTakesTheRowAwayForGood) {
     answerAndWait();
     const auto refreshes = asked("/v1/cards/list") + 1; // one after the undo
@@ -100,6 +118,77 @@ TEST_F(PanelActions, aRefusedAnswerTakesTheRowAwayAndSaysWhy) {
     page->replies.clear();
     model->answer(question(), "Yes");
     EXPECT_EQ(state().panelError, std::nullopt) << "the next press clears it";
+}
+
+TEST_F(PanelActions, aLostReplyStandsOnItsCardUntilAReadSaysThatItWasTaken) {
+    cards({cardJSON("a")});
+    refresh();
+    loseTheReply();
+    EXPECT_EQ(row().way, "“Yes”: No answer from the daemon yet: it may or may not have been taken.");
+    EXPECT_TRUE(row().actions.empty()) << "nothing is pressed twice while nobody knows";
+    EXPECT_EQ(state().panelError, "The reply was lost.");
+
+    daemon->on("/v1/cards/list", FakeReply::failure("internal", "no"));
+    pid = 200; // another daemon, which can't tell yet
+    turnUntil([&] { return state().health->pid == 200; }, "the daemon to be back");
+    EXPECT_FALSE(row().way.empty());
+
+    cards({cardJSON("a", "question", "low", R"(,"state":"armed")")});
+    refresh();
+    EXPECT_TRUE(state().pressed.empty());
+    EXPECT_EQ(state().panelError, std::nullopt) << "there is no doubt any more";
+    EXPECT_EQ(row().way, "An answer is on its way to Agent.");
+}
+
+TEST_F(PanelActions, anAnswerThatWasNotTakenCanBePressedAgainAfterASecondLook) {
+    cards({cardJSON("a")});
+    refresh();
+    loseTheReply();
+    refresh(); // begun at the same moment as the first look: the press may wait behind it
+    EXPECT_FALSE(row().takesAnswer());
+    turnUntil([&] { return row().takesAnswer(); }, "the second look", 5.0);
+    EXPECT_EQ(row().refused, "the daemon did not take it");
+    page->loseReplies = false;
+    model->answer(row().card, "Yes");
+    loop.until([&] { return page->posts.size() == 2; }, "the second press");
+}
+
+TEST_F(PanelActions, anAnswerThatIsLongOnItsWaySaysSoAndComesBackWhenItWasRefused) {
+    cards({cardJSON("a")});
+    refresh();
+    answerAndWait();
+    cards({cardJSON("a", "question", "low", R"(,"state":"armed")")});
+    turnUntil([&] { return !hold(); }, "the row to leave", 2.5);
+    EXPECT_EQ(row().way, "“Yes” is on its way to Agent.");
+    cards({cardJSON("a", "question", "low", R"(,"refs":{"last_refusal":"the pane is closed"})")});
+    refresh();
+    EXPECT_EQ(row().refused, "the pane is closed");
+    EXPECT_TRUE(row().takesAnswer());
+}
+
+TEST_F(PanelActions, anAnsweredCardIsNotSnoozedAnyMore) {
+    cards({cardJSON("a")});
+    refresh();
+    model->snooze(question());
+    page->replies["/v1/cards/answer"] = FakePage::failure("stale", "This card has changed.");
+    model->answer(question(), "Yes");
+    loop.until([&] { return !hold(); }, "the refusal");
+    EXPECT_EQ(row().refused, "This card has changed.") << "in sight, with what became of it";
+}
+
+TEST_F(PanelActions, aReviewTakesThePlaceOfTheNativeListUntilItsCardIsOver) {
+    cards({cardJSON("a", "question", "high"), cardJSON("b")});
+    refresh();
+    model->setNativeInbox(true);
+    model->answer(question("high"), "Yes");
+    EXPECT_EQ(state().reviewed, "a");
+    refresh();
+    EXPECT_EQ(state().reviewed, "a");
+    cards({cardJSON("b")});
+    refresh();
+    EXPECT_EQ(state().reviewed, std::nullopt);
+    model->openFirstNeedingYou();
+    EXPECT_EQ(state().reviewed, std::nullopt) << "the list answers it";
 }
 
 TEST_F(PanelActions, aHighRiskCardOpensThePageInsteadOfBeingAnswered) {

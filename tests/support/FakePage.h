@@ -23,6 +23,7 @@ public:
     int logins = 0;
     bool refuseLogin = false;
     bool holdPosts = false; // nothing is answered before `release`
+    bool loseReplies = false;
 
     static HTTPResponse data(const std::string& json) {
         return {200, {}, R"({"ok":true,"data":)" + json + "}"};
@@ -61,6 +62,8 @@ protected:
             co_await suspendUntil<bool>(
                 [this](Completion<bool> finish) { held_.push_back(std::move(finish)); });
         }
+        if (loseReplies)
+            throw std::runtime_error("The reply was lost.");
         const auto reply = replies.find(path);
         if (reply != replies.end())
             co_return reply->second;
