@@ -30,6 +30,13 @@ const PanelRow* rowOf(const MenuPanelContent& content, const std::optional<std::
     return found == content.rows.end() ? nullptr : &*found;
 }
 
+/// Why no answer to this card can be pressed.
+const char* whyNoAnswer(const PanelCard& row) {
+    if (!row.way.empty())
+        return "An answer to this is under way already.";
+    return row.highRisk ? highRiskHint : "No answer can be typed for this: v opens it in kelvadrome.";
+}
+
 PanelCommand plain(Kind kind) {
     return {.kind = kind};
 }
@@ -42,13 +49,14 @@ void PanelInput::update(const MenuPanelContent& content, const std::vector<Card>
     if (focus_.typingTo) {
         const auto& card = focus_.typingTo->card;
         const auto* row = rowOf(content, card.id);
-        focus_.typingGone = (row && std::holds_alternative<HoldRow>(*row)) ||
+        focus_.typingGone = (row && !takesAnswer(*row)) ||
                             std::ranges::none_of(open, [&](const Card& c) { return sameQuestion(c, card); });
     }
     if (after) {
         index_ = static_cast<std::size_t>(after - content.rows.data());
-        const bool same =
-            before && before->index() == after->index() && sameQuestion(cardOf(*before), cardOf(*after));
+        const bool same = before && before->index() == after->index() &&
+                          takesAnswer(*before) == takesAnswer(*after) &&
+                          sameQuestion(cardOf(*before), cardOf(*after));
         if (!same) {
             steadySince_ = now;
             focus_.digits.clear();
@@ -206,8 +214,8 @@ PanelInput::Command PanelInput::pressDigit(const std::string& digit, WallTime no
     const auto* row = selectedCard();
     if (!row)
         return std::nullopt;
-    if (row->highRisk)
-        return hint(highRiskHint);
+    if (!row->takesAnswer())
+        return hint(whyNoAnswer(*row));
     const auto count = row->card.options.size();
     if (focus_.digits.size() < 4)
         focus_.digits += digit;
@@ -225,7 +233,7 @@ PanelInput::Command PanelInput::pressDigit(const std::string& digit, WallTime no
 PanelInput::Command PanelInput::chooseOption(std::size_t number, WallTime now) {
     focus_.digits.clear();
     const auto* row = selectedCard();
-    if (!row || row->highRisk || number < 1 || number > row->card.options.size())
+    if (!row || !row->takesAnswer() || number < 1 || number > row->card.options.size())
         return std::nullopt;
     if (!settled(now))
         return hint(justChangedHint);
@@ -240,8 +248,8 @@ PanelInput::Command PanelInput::answering(Kind kind, PanelAction::Kind offered, 
     if (action == row->actions.end()) {
         if (kind == Kind::bringEdgeToFront)
             return hint("This card doesn't hold Edge.");
-        if (row->highRisk)
-            return hint(highRiskHint);
+        if (!row->takesAnswer())
+            return hint(whyNoAnswer(*row));
         return hint(
             kind == Kind::answer ? "This card suggests no answer." : "This card has no set of defaults.");
     }
@@ -255,6 +263,8 @@ PanelInput::Command PanelInput::snooze(WallTime now) {
     const auto* row = selectedCard();
     if (!row)
         return std::nullopt;
+    if (!row->offers(PanelAction::Kind::snooze))
+        return hint("An answer to this is under way: it stays in sight.");
     if (!settled(now))
         return hint(justChangedHint);
     return PanelCommand{.kind = Kind::snooze, .card = row->card, .text = {}};
@@ -269,6 +279,8 @@ PanelInput::Command PanelInput::review() {
 
 PanelInput::Command PanelInput::undo() {
     const auto* row = selectedRow();
+    if (const auto* card = selectedCard(); card && card->offers(PanelAction::Kind::undo))
+        return PanelCommand{.kind = Kind::undo, .card = card->card, .text = {}}; // pressed elsewhere
     const auto* hold = row ? std::get_if<HoldRow>(row) : nullptr;
     if (!hold || !hold->undo) {
         // The one answer on its way needs no picking first: there are only seconds.
@@ -291,8 +303,8 @@ PanelInput::Command PanelInput::beginTyping(WallTime now) {
     const auto* row = selectedCard();
     if (!row)
         return std::nullopt;
-    if (row->highRisk)
-        return hint(highRiskHint);
+    if (!row->takesAnswer())
+        return hint(whyNoAnswer(*row));
     if (row->card.kind == "batch")
         return hint("This card asks several questions: v opens it in kelvadrome.");
     if (!settled(now))
@@ -393,6 +405,7 @@ void PanelInput::move(int by) {
     index_ = static_cast<std::size_t>(to);
     focus_.selected = cardOf(content_.rows[index_]).id;
     focus_.expanded = false;
+    focus_.scroll = 0;          // of a row that is higher than the screen the beginning shows
     steadySince_ = distantPast; // the user looks where the user went
 }
 

@@ -1,12 +1,10 @@
 #include "Kelvadrome/terminal/PanelRows.h"
 
+#include "Kelvadrome/terminal/CardLines.h"
 #include "Kelvadrome/terminal/TerminalText.h"
-
-#include <fmt/format.h>
 
 #include <algorithm>
 #include <array>
-#include <cmath>
 
 namespace kelvadrome::PanelRows {
 
@@ -17,8 +15,27 @@ using TerminalText::cleanLine;
 using TerminalText::elide;
 
 constexpr int gutter = 2; // the selection's bar and a blank
-constexpr std::size_t collapsedSummary = 2;
-constexpr std::size_t collapsedOptions = 2;
+
+std::pair<const char*, Style> lampMark(InboxLogic::Lamp lamp) {
+    switch (lamp) {
+    case InboxLogic::Lamp::working:
+        return {"●", Style::good};
+    case InboxLogic::Lamp::needsYou:
+        return {"◆", Style::warn};
+    case InboxLogic::Lamp::failed:
+        return {"✗", Style::alert};
+    case InboxLogic::Lamp::idle:
+        break;
+    }
+    return {"○", Style::dim};
+}
+
+struct KeyWords {
+    const char* key;
+    const char* words;
+};
+
+} // namespace
 
 int widthOf(const StyledLine& line) {
     int width = 0;
@@ -43,173 +60,6 @@ StyledLine cut(StyledLine line, int columns) {
     }
     return result;
 }
-
-/// "Claude Code · Billing"; the agent's name goes last when there is no room.
-StyledLine whoAndWhat(const std::string& agent, const std::optional<std::string>& topic, Style style) {
-    StyledLine line{{cleanLine(agent), style}};
-    if (topic)
-        line.push_back({" · " + cleanLine(*topic), Style::dim});
-    return line;
-}
-
-StyledLine keyed(const char* key, bool selected, std::string words, Style style) {
-    return {{selected ? std::string(key) + "  " : "   ", Style::accent}, {std::move(words), style}};
-}
-
-/// Options side by side while they fit, each under its number; without numbers when they can't be chosen
-/// here.
-std::vector<StyledLine> options(const PanelCard& row, bool selected, int columns) {
-    std::vector<StyledLine> lines;
-    StyledLine line;
-    int used = 0;
-    const auto flush = [&] {
-        if (!line.empty())
-            lines.push_back(std::exchange(line, {}));
-        used = 0;
-    };
-    for (std::size_t i = 0; i < row.card.options.size(); ++i) {
-        const auto number = row.highRisk ? std::string("- ") : fmt::format("{} ", i + 1);
-        const auto text = cleanLine(row.card.options[i]);
-        const int width = static_cast<int>(number.size()) + TerminalText::width(text);
-        if (used > 0 && used + 3 + width > columns)
-            flush();
-        if (used > 0)
-            line.push_back({"   ", Style::plain});
-        used += (used > 0 ? 3 : 0) + width;
-        line.push_back({number, selected && !row.highRisk ? Style::accent : Style::dim});
-        const auto wrapped = TerminalText::wrap(text, columns - static_cast<int>(number.size()));
-        line.push_back({wrapped.front(), row.highRisk ? Style::dim : Style::plain});
-        for (std::size_t more = 1; more < wrapped.size(); ++more) {
-            flush();
-            line = {{std::string(number.size(), ' '), Style::plain}, {wrapped[more], Style::plain}};
-            used = columns;
-        }
-    }
-    flush();
-    return lines;
-}
-
-void appendQuestions(std::vector<StyledLine>& out, const Card& card, int columns) {
-    if (!card.rows)
-        return;
-    for (const auto& question : *card.rows) {
-        paragraph(out, "· " + cleanLine(question.text), Style::plain, 0, columns);
-        paragraph(out,
-            question.defaultAnswer ? "Default: " + cleanLine(*question.defaultAnswer)
-                                   : std::string("No default"),
-            Style::dim, 2, columns);
-    }
-}
-
-void appendActions(std::vector<StyledLine>& out, const PanelCard& row, bool selected, int columns) {
-    using Kind = PanelAction::Kind;
-    for (const auto& action : row.actions) {
-        const char* key = nullptr;
-        switch (action.kind) {
-        case Kind::review:
-            key = "v";
-            break;
-        case Kind::bringEdgeToFront:
-            key = "e";
-            break;
-        case Kind::answer:
-            key = "a";
-            break;
-        case Kind::acceptDefaults:
-            key = "d";
-            break;
-        default:
-            continue; // snoozing is on the line of keys
-        }
-        auto line = keyed(key, selected, cleanLine(action.words), Style::strong);
-        const int room = columns - widthOf(line) - 2;
-        if (action.note.empty() || TerminalText::width(action.note) <= room) {
-            if (!action.note.empty())
-                line.push_back({"  " + action.note, Style::dim});
-            out.push_back(cut(std::move(line), columns));
-        } else {
-            out.push_back(cut(std::move(line), columns));
-            paragraph(out, action.note, Style::dim, 3, columns);
-        }
-    }
-}
-
-std::vector<StyledLine> cardLines(const PanelCard& row, bool selected, bool expanded, int columns) {
-    std::vector<StyledLine> out;
-    StyledLine right;
-    if (row.highRisk)
-        right.push_back({"! High risk", Style::alert});
-    if (!row.age.empty())
-        right.push_back({(right.empty() ? "" : "  ") + row.age, Style::dim});
-    out.push_back(
-        spread(whoAndWhat(row.agent, row.topic, selected ? Style::strong : Style::plain), right, columns));
-    paragraph(out, cleanLine(row.summary), selected ? Style::strong : Style::plain, 0, columns,
-        expanded ? 0 : collapsedSummary);
-    if (row.refused)
-        paragraph(out, cleanLine(PanelCard::notDelivered + *row.refused), Style::warn, 0, columns);
-    if (expanded) {
-        if (!row.card.body.empty())
-            paragraph(out, clean(row.card.body), Style::dim, 0, columns);
-        appendQuestions(out, row.card, columns);
-    }
-    auto choices = options(row, selected, columns);
-    const bool whole = expanded || choices.size() <= collapsedOptions;
-    if (!whole) {
-        choices.resize(collapsedOptions);
-        choices.back() = cut(std::move(choices.back()), columns - 2);
-        choices.back().push_back({" …", Style::dim});
-    }
-    for (auto& line : choices)
-        out.push_back(cut(std::move(line), columns));
-    appendActions(out, row, selected, columns);
-    return out;
-}
-
-/// The time left to undo, as a bar and a number.
-StyledLine countdown(const HoldRow& row) {
-    constexpr int bar = 8;
-    const double share = row.duration > 0 ? row.left / row.duration : 0;
-    const int full = std::clamp(static_cast<int>(std::ceil(share * bar)), 0, bar);
-    StyledLine line;
-    for (int i = 0; i < bar; ++i)
-        line.push_back({i < full ? "━" : "─", i < full ? Style::warn : Style::dim});
-    line.push_back({fmt::format("  {:.0f} s", std::ceil(row.left)), Style::dim});
-    return line;
-}
-
-std::vector<StyledLine> holdLines(const HoldRow& row, bool selected, int columns) {
-    std::vector<StyledLine> out;
-    out.push_back(spread(whoAndWhat(row.agent, row.topic, selected ? Style::strong : Style::plain),
-        row.committed ? StyledLine() : countdown(row), columns));
-    if (row.committed) {
-        paragraph(out, "✓ " + cleanLine(row.words), Style::good, 0, columns, collapsedSummary);
-        return out;
-    }
-    paragraph(out, cleanLine(row.label), Style::strong, 0, columns, collapsedSummary);
-    out.push_back(cut(keyed("u", true, row.words, Style::plain), columns));
-    return out;
-}
-
-std::pair<const char*, Style> lampMark(InboxLogic::Lamp lamp) {
-    switch (lamp) {
-    case InboxLogic::Lamp::working:
-        return {"●", Style::good};
-    case InboxLogic::Lamp::needsYou:
-        return {"◆", Style::warn};
-    case InboxLogic::Lamp::failed:
-        return {"✗", Style::alert};
-    case InboxLogic::Lamp::idle:
-        break;
-    }
-    return {"○", Style::dim};
-}
-
-struct KeyWords {
-    const char* key;
-    const char* words;
-};
-
-} // namespace
 
 StyledLine spread(StyledLine left, StyledLine right, int columns) {
     const int rightWidth = widthOf(right);
@@ -237,8 +87,8 @@ void paragraph(std::vector<StyledLine>& out, const std::string& text, Style styl
 std::vector<StyledLine> row(const PanelRow& row, bool selected, const PanelFocus& focus, int columns) {
     const int room = columns - gutter;
     const auto* hold = std::get_if<HoldRow>(&row);
-    auto lines = hold ? holdLines(*hold, selected, room)
-                      : cardLines(std::get<PanelCard>(row), selected, selected && focus.expanded, room);
+    auto lines = hold ? CardLines::hold(*hold, selected, room)
+                      : CardLines::card(std::get<PanelCard>(row), selected, selected && focus.expanded, room);
     for (auto& line : lines)
         line.insert(line.begin(), Span{selected ? "▌ " : "  ", Style::accent});
     return lines;
@@ -332,14 +182,14 @@ StyledLine keys(
         if (extras.link)
             items.push_back({"y", "copy"}), items.push_back({"Esc", "close"});
         if (const auto* card = selected ? std::get_if<PanelCard>(selected) : nullptr) {
-            const bool chooses = !card->highRisk && !card->card.options.empty();
-            if (chooses)
+            if (card->takesAnswer() && !card->card.options.empty())
                 items.push_back({"1-9", "choose"});
-            if (!card->highRisk && card->card.kind != "batch")
+            if (card->takesAnswer() && card->card.kind != "batch")
                 items.push_back({"t", "type"});
             items.push_back({"Enter", focus.expanded ? "less" : "more"});
-            items.push_back({"z", "snooze"});
-            if (!card->highRisk)
+            if (card->offers(PanelAction::Kind::snooze))
+                items.push_back({"z", "snooze"});
+            if (!card->offers(PanelAction::Kind::review))
                 items.push_back({"v", "review"});
         }
         if (content.rows.size() > 1)

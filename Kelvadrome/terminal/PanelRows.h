@@ -8,6 +8,9 @@
 /// from outside is made safe to show here.
 namespace kelvadrome::PanelRows {
 
+int widthOf(const StyledLine& line);
+/// What fits of a line; what is cut off leaves an ellipsis.
+StyledLine cut(StyledLine line, int columns);
 /// Left and right text on one line; the left gives way.
 StyledLine spread(StyledLine left, StyledLine right, int columns);
 /// Text in one style, wrapped behind an indent, at most `limit` lines when it isn't 0.

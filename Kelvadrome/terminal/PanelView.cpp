@@ -79,7 +79,6 @@ Body bodyOf(
         if (content.retry) {
             body.lines.push_back({{"  r", Style::accent}, {"  " + content.retry->words, Style::strong}});
         }
-        return body;
     }
     for (const auto& row : content.rows) {
         const bool selected = focus.selected && cardOf(row).id == *focus.selected;
@@ -94,6 +93,10 @@ Body bodyOf(
         body.from = &row == &content.rows.front() ? 0 : from;
         body.to = static_cast<int>(body.lines.size());
     }
+    if (!content.pressed.empty())
+        body.lines.emplace_back();
+    for (const auto& line : content.pressed)
+        PanelRows::paragraph(body.lines, TerminalText::cleanLine(line), Style::warn, indent, columns);
     return body;
 }
 

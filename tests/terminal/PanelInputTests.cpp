@@ -63,6 +63,38 @@ void expectAnswer(
 
 } // namespace
 
+TEST(PanelInput, aCardThatTakesNoAnswerTakesNone) {
+    auto away = question("away"), never = question("never");
+    away.state = "held";
+    never.answerable = false;
+    Fingers at({away, never});
+    for (const auto* key : {"1", "a", "d", "t", "z"}) {
+        EXPECT_FALSE(at.press(key)) << key;
+        EXPECT_FALSE(at.focus().hint.empty()) << key;
+        EXPECT_EQ(at.focus().mode, Mode::rows) << key;
+    }
+    EXPECT_EQ(at.press("u")->card->id, "away");
+    at.press("j");
+    EXPECT_FALSE(at.press("1"));
+    EXPECT_FALSE(at.press("a"));
+    EXPECT_EQ(at.press("v")->card->id, "never");
+    EXPECT_EQ(at.press("z")->kind, Kind::snooze);
+}
+
+TEST(PanelInput, aRowThatTakesAnswersAgainTakesThemOnlyAfterALook) {
+    Fingers at({question("a")});
+    at.state.pressed["a"] = {
+        .card = at.state.cards[0], .label = "Yes", .known = PressedAnswer::Known::unclear};
+    at.show();
+    EXPECT_FALSE(at.press("1"));
+    at.press("t");
+    at.state.pressed.clear();
+    at.show();
+    EXPECT_FALSE(at.press("1")) << "it changed under the finger";
+    at.now += seconds(1);
+    expectAnswer(at.press("1"), "a", "Yes");
+}
+
 TEST(PanelInput, picksARowAndAnswersIt) {
     Fingers at({question("a"), question("b"), question("c")});
     EXPECT_EQ(at.focus().selected, "a");

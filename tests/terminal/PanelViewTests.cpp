@@ -178,6 +178,55 @@ TEST(PanelView, theSelectedRowIsAlwaysInSight) {
     EXPECT_TRUE(panel.text({12, 40}).contains("↑ more"));
 }
 
+TEST(PanelView, whatAnAnswerLetsHappenIsReadBeforeItIsPressed) {
+    auto asked = card("q", "Claude Code wants to run a command");
+    asked.body = "\n\n漢字漢字漢字漢字漢字漢字漢字漢字漢字漢字\n\n\x1b[2Jrm -rf build" +
+                 std::string(200, ' ') + "&& make\tall\r\nin the folder of the project\nthe fifth line";
+    asked.defaultAnswer = "Yes";
+    Panel panel(ready({asked, card("other", "Another")}));
+    const std::vector<std::string> expected = {
+        "▌ Claude Code                      5 min",
+        "▌ Claude Code wants to run a command",
+        "▌ 漢字漢字漢字漢字漢字漢字漢字漢字漢字漢",
+        "▌ 字",
+        "▌ �[2Jrm -rf build && make all",
+        "▌ in the folder of the project",
+        "▌ Enter  shows the rest",
+        "▌ 1 Yes   2 No",
+        "▌ a  Yes",
+    };
+    const auto lines = panel.lines({24, 40});
+    EXPECT_EQ(std::vector(lines.begin() + 3, lines.begin() + 12), expected);
+    panel.press(" ");
+    EXPECT_TRUE(panel.text({40, 40}).contains("the fifth line"));
+    panel.press("j");
+    EXPECT_TRUE(panel.text({40, 40}).contains("  漢字漢字漢字漢字漢字漢字漢字漢字漢字漢\n  …\n"));
+    expectFits(panel, {12, 40});
+}
+
+TEST(PanelView, aRowTellsWhyNoAnswerCanBePressedAndNamesNoKeyForOne) {
+    auto away = card("away", "Held elsewhere?");
+    away.state = "held";
+    auto never = card("never", "Behind script?");
+    never.answerable = false;
+    never.deliveryNote = "The agent runs behind \"script\"; no answer can be typed there.";
+    Panel panel(ready({away, never}));
+    auto text = panel.text({24, 60});
+    EXPECT_TRUE(text.contains("▌ An answer is on hold for Claude Code.\n▌ u  Undo\n")) << text;
+    EXPECT_FALSE(text.contains("choose") || text.contains("1 Yes"));
+    panel.press("j");
+    text = panel.text({24, 60});
+    EXPECT_TRUE(text.contains("▌ The agent runs behind \"script\"; no answer can be typed")) << text;
+    EXPECT_TRUE(text.contains("▌ - Yes   - No\n▌ v  Review in kelvadrome\n"));
+    EXPECT_FALSE(text.contains("choose") || text.contains("t type"));
+
+    auto lost = ready({});
+    lost.connection = Connection::starting();
+    lost.pressed["q"] = {
+        .card = card("q", "Deploy?"), .label = "Yes", .known = PressedAnswer::Known::unclear};
+    EXPECT_TRUE(Panel(lost).text({24, 60}).contains("“Yes” for Claude Code, “Deploy?”: No answer from"));
+}
+
 TEST(PanelView, aLongBodyScrollsWithinItsRow) {
     auto question = card("q", "Long");
     for (int i = 0; i < 40; ++i)
