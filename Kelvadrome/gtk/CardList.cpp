@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <gtkmm/eventcontrollerkey.h>
+#include <tuple>
 
 namespace kelvadrome {
 
@@ -13,10 +14,16 @@ namespace {
 
 constexpr double settlePause = 0.35; // seconds, as on the page
 
+/// What a press on a row's controls is for.
+auto shapeOf(const PanelRow& row) {
+    const auto* const card = std::get_if<PanelCard>(&row);
+    return std::tuple(cardOf(row).id, takesAnswer(row), card && card->refused, card && !card->way.empty());
+}
+
 /// Whether a card that was shown stands elsewhere now: others came or went above it, or changed their height.
 bool movesAny(const std::vector<PanelRow>& before, const std::vector<PanelRow>& after) {
     for (std::size_t i = 0; i < std::min(before.size(), after.size()); ++i) {
-        if (cardOf(before[i]).id != cardOf(after[i]).id || before[i].index() != after[i].index())
+        if (shapeOf(before[i]) != shapeOf(after[i]))
             return true;
     }
     return false;

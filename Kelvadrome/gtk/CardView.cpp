@@ -138,7 +138,8 @@ void CardView::refresh(const PanelRow& row) {
         const auto words = origin(card->agent, card->topic, card->age);
         origin_->set_text(words);
         setAccessibleName(*title_, (card->highRisk ? "High risk, " : "") + words + ", " + card->summary +
-                                       (card->refused ? ", your answer was not delivered" : ""));
+                                       (card->refused ? ", your answer was not delivered" : "") +
+                                       (card->way.empty() ? "" : ", " + card->way));
         const auto later = laterWords(card->later);
         later_->set_text(later);
         later_->set_visible(!later.empty());
@@ -164,13 +165,18 @@ void CardView::buildCard(const PanelCard& card) {
     append(*later_);
     if (card.refused)
         append(*wordsLabel(PanelCard::notDelivered + *card.refused, "warning"));
+    if (card.card.deliveryNote)
+        append(*wordsLabel(*card.card.deliveryNote, "warning"));
     setAccessibleDescription(*title_, high ? std::string() : card.card.body);
     if (!high && form_ == Form::open)
         addText(*this, card);
     if (!high && form_ == Form::folded)
         addFolded(card);
-    const bool answers = !high && form_ == Form::open;
-    const bool choices = card.actions.size() > 1 || !card.card.options.empty();
+    if (!card.way.empty())
+        append(*wordsLabel(card.way, "warning"));
+    const bool answers = card.takesAnswer() && form_ == Form::open;
+    const bool choices = !card.card.options.empty() || card.offers(PanelAction::Kind::answer) ||
+                         card.offers(PanelAction::Kind::acceptDefaults);
     if (answers && !choices)
         addAnswer(*this, card);
     addActions(card);
@@ -199,18 +205,31 @@ void CardView::addAnswer(Gtk::Box& to, const PanelCard& card) {
     }
 }
 
+/// What an answer would let happen is read at once, as far as it is short.
 void CardView::addFolded(const PanelCard& card) {
-    auto* const fold = Gtk::make_managed<Gtk::Expander>("Read and answer");
-    setAccessibleName(*fold, "Read and answer");
+    auto* const opening = wordsLabel(card.opening.text + (card.opening.more ? " …" : ""), "");
+    append(*opening);
+    const bool answers = card.takesAnswer();
+    if (!answers && !card.opening.more)
+        return opening->set_visible(!card.opening.text.empty());
+    const auto* const words = answers ? "Read and answer" : "Read";
+    auto* const fold = Gtk::make_managed<Gtk::Expander>(words);
+    setAccessibleName(*fold, words);
     keep(foldKey, *fold); // it stands before what it holds
     auto* const all = box(Gtk::Orientation::VERTICAL, 6);
     addText(*all, card);
-    if (const auto options = optionsOf(card); !options.empty())
+    if (const auto options = optionsOf(card); answers && !options.empty())
         all->append(*buttons(options, card));
-    addAnswer(*all, card);
+    if (answers)
+        addAnswer(*all, card);
     fold->set_child(*all);
+    const auto follow = [this, fold, opening, empty = card.opening.text.empty()] {
+        unfolded_ = fold->get_expanded();
+        opening->set_visible(!unfolded_ && !empty); // all of it stands below
+    };
     fold->set_expanded(unfolded_);
-    fold->property_expanded().signal_changed().connect([this, fold] { unfolded_ = fold->get_expanded(); });
+    fold->property_expanded().signal_changed().connect(follow);
+    follow();
     append(*fold);
 }
 
@@ -285,12 +304,11 @@ void CardView::sendBatch(const Card& card) {
 /// What a press does at once: the chief action, in the open form the options, and to be left alone.
 void CardView::addActions(const PanelCard& card) {
     auto actions = card.actions;
-    if (form_ == Form::open && !card.highRisk) {
+    if (form_ == Form::open && card.takesAnswer()) {
         const auto options = optionsOf(card);
-        actions.insert(actions.end() - 1, options.begin(), options.end()); // the last is "Snooze"
+        const auto snooze = std::ranges::find(actions, PanelAction::Kind::snooze, &PanelAction::kind);
+        actions.insert(snooze, options.begin(), options.end());
     }
-    if (card.later)
-        actions.pop_back();
     if (!actions.empty())
         append(*buttons(actions, card));
     const auto noted = std::ranges::find_if(actions, [](const auto& action) { return !action.note.empty(); });
@@ -303,7 +321,7 @@ Gtk::Box* CardView::buttons(const std::vector<PanelAction>& actions, const Panel
     flow(*row);
     for (const auto& action : actions) {
         auto* const press = button(action, card.card);
-        if (action.kind == PanelAction::Kind::snooze) {
+        if (action.kind == PanelAction::Kind::snooze || action.kind == PanelAction::Kind::undo) {
             press->add_css_class("flat");
         } else if (action == card.actions.front()) {
             press->add_css_class("suggested-action");
@@ -332,6 +350,8 @@ void CardView::buildHold(const HoldRow& hold) {
     setAccessibleName(*title_, hold.committed ? hold.words : hold.label + ". " + hold.words);
     if (hold.committed)
         return;
+    if (hold.overdue)
+        return append(*wordsLabel(hold.words, "warning"));
     left_ = Gtk::make_managed<Gtk::ProgressBar>();
     setAccessibleName(*left_, "Time to undo");
     append(*left_);

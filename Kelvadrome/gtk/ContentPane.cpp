@@ -4,7 +4,6 @@
 
 #include <glibmm/markup.h>
 
-#include <algorithm>
 #include <gtkmm/box.h>
 #include <gtkmm/button.h>
 #include <gtkmm/spinner.h>
@@ -66,8 +65,8 @@ void ContentPane::addFailed() {
 void ContentPane::addPage(Gtk::Widget& page) {
     auto* const press = Gtk::make_managed<Gtk::Button>("Back to the list");
     press->signal_clicked().connect([this] {
-        reviewed_.reset();
         searched_ = false;
+        model_->endReview();
         show(model_->state());
         native_.focusFirst();
     });
@@ -82,8 +81,7 @@ void ContentPane::addPage(Gtk::Widget& page) {
 
 /// A card of high risk is answered on the page alone; the list comes back when it is over.
 void ContentPane::review(const Card& card) {
-    reviewed_ = card.id;
-    model_->open(NavSection::inbox, card);
+    model_->review(card);
     show(model_->state());
     page_.child_focus(Gtk::DirectionType::TAB_FORWARD);
 }
@@ -97,10 +95,8 @@ bool ContentPane::wantsNative(const AppState& state) {
     const auto trouble = trouble_();
     native_.setTrouble(trouble);
     const bool wanted = (state.nativeInbox || trouble) && state.section == NavSection::inbox;
-    if (!wanted || std::ranges::find(state.cards, reviewed_, &Card::id) == state.cards.end())
-        reviewed_.reset();
     searched_ = searched_ && wanted;
-    return wanted && (!(reviewed_ || searched_) || trouble);
+    return wanted && (!(state.reviewed || searched_) || trouble);
 }
 
 void ContentPane::show(const AppState& state) {
@@ -116,7 +112,7 @@ void ContentPane::show(const AppState& state) {
     }
     case Connection::State::ready:
         set_visible_child(wantsNative(state) ? "native" : "ready");
-        back_.set_visible(reviewed_ || searched_);
+        back_.set_visible(state.nativeInbox && (state.reviewed || searched_));
         native_.show();
         break;
     }

@@ -39,10 +39,9 @@ private:
     std::function<std::optional<std::string>()> trouble_;
     NativeInbox native_;
     Gtk::Box page_{Gtk::Orientation::VERTICAL};
-    Gtk::Box back_;                       // above the page while the native list makes way
-    AdwStatusPage* failed_ = nullptr;     // the stack's
-    std::optional<std::string> reviewed_; // id of the card for which the native list makes way
-    bool searched_ = false;               // or it makes way for results
+    Gtk::Box back_;                   // above the page while the native list makes way, for a card to review
+    AdwStatusPage* failed_ = nullptr; // the stack's
+    bool searched_ = false;           // or it makes way for results
 };
 
 } // namespace kelvadrome

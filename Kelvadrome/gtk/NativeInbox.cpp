@@ -32,6 +32,7 @@ NativeInbox::NativeInbox(std::shared_ptr<AppModel> model, std::shared_ptr<Clock>
     asWords(header_, "title-2");
     asWords(relief_, "dim-label");
     asWords(error_, "error");
+    asWords(pressed_, "warning");
     makeElsewhere();
     clear_.set_text("New questions land here first.");
     asWords(clear_, "dim-label");
@@ -41,6 +42,7 @@ NativeInbox::NativeInbox(std::shared_ptr<AppModel> model, std::shared_ptr<Clock>
     column_.append(trouble_);
     column_.append(*titles);
     column_.append(error_);
+    column_.append(pressed_);
     column_.append(cards_);
     column_.append(elsewhere_);
     column_.append(clear_);
@@ -93,12 +95,14 @@ void NativeInbox::show() {
     relief_.set_text(list.relief);
     error_.set_text(list.error.value_or(""));
     error_.set_visible(list.error.has_value());
+    pressed_.set_text(fmt::format("{}", fmt::join(list.pressed, "\n")));
+    pressed_.set_visible(!list.pressed.empty());
     cards_.show(list.rows);
     elsewhereWords_.set_text(list.elsewhere == 1
                                  ? "1 question belongs to another scope."
                                  : fmt::format("{} questions belong to another scope.", list.elsewhere));
     elsewhere_.set_visible(list.elsewhere > 0);
-    clear_.set_visible(list.rows.empty() && list.elsewhere == 0);
+    clear_.set_visible(list.clear);
     shown_ = std::move(list);
 }
 

@@ -45,6 +45,7 @@ private:
     Gtk::Label error_;
     Gtk::Box elsewhere_{Gtk::Orientation::HORIZONTAL, 12};
     Gtk::Label elsewhereWords_;
+    Gtk::Label pressed_; // a line for each answer whose card isn't among these
     CardList cards_;
     Gtk::Label clear_;
 };

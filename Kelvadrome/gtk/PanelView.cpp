@@ -33,14 +33,15 @@ PanelView::PanelView(std::shared_ptr<AppModel> model, std::shared_ptr<Clock> clo
       effects_(std::move(effects)), cards_(makeCardDesk(model_,
                                                [this](const Card& card) {
                                                    model_->openMainWindow();
-                                                   model_->open(NavSection::inbox, card);
+                                                   model_->review(card);
                                                    effects_.done();
                                                }),
                                         CardView::Form::folded) {
     add_css_class("panel");
     message_.add_css_class("empty");
     makeHeader();
-    for (auto* const section : {&lines_, &message_, static_cast<Gtk::Box*>(&cards_), &agents_, &error_})
+    for (auto* const section :
+        {&lines_, &message_, static_cast<Gtk::Box*>(&cards_), &pressed_, &agents_, &error_})
         append(*section);
     makeFooter();
 }
@@ -121,6 +122,8 @@ void PanelView::draw(const MenuPanelContent& content) {
         drawMessage(content);
     cards_.show(content.rows);
     cards_.set_visible(!content.rows.empty());
+    if (first || before.pressed != content.pressed)
+        drawPressed(content.pressed);
     if (first || before.agents != content.agents)
         drawAgents(content.agents);
     errorWords_.set_text(content.error.value_or(""));
@@ -163,6 +166,13 @@ void PanelView::drawMessage(const MenuPanelContent& content) {
     auto* const again = Gtk::make_managed<Gtk::Button>(content.retry->words);
     again->signal_clicked().connect([this, action = *content.retry] { perform(action); });
     message_.append(*again);
+}
+
+void PanelView::drawPressed(const std::vector<std::string>& lines) {
+    clear(pressed_);
+    pressed_.set_visible(!lines.empty());
+    for (const auto& line : lines)
+        pressed_.append(*wordsLabel(line, "warning"));
 }
 
 void PanelView::drawAgents(const std::vector<AgentLine>& agents) {

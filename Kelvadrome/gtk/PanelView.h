@@ -38,6 +38,7 @@ private:
     void draw(const MenuPanelContent& content);
     void drawLines(const MenuPanelContent& content);
     void drawMessage(const MenuPanelContent& content);
+    void drawPressed(const std::vector<std::string>& lines);
     void drawAgents(const std::vector<AgentLine>& agents);
     void addLine(const PanelLine& line);
     void perform(const PanelAction& action);
@@ -54,6 +55,7 @@ private:
     Gtk::Box lines_{Gtk::Orientation::VERTICAL, 6};
     Gtk::Box message_{Gtk::Orientation::VERTICAL, 6};
     CardList cards_;
+    Gtk::Box pressed_{Gtk::Orientation::VERTICAL, 6};
     Gtk::Box agents_{Gtk::Orientation::VERTICAL, 6};
     Gtk::Box error_{Gtk::Orientation::HORIZONTAL, 6};
     Gtk::Label errorWords_;

@@ -87,6 +87,29 @@ protected:
         ASSERT_EQ(focused(), button);
         g_signal_emit_by_name(gtk_window_get_focus(GTK_WINDOW(window->gobj())), "clicked");
     }
+    /// All that the Tab key comes by.
+    std::set<std::string> stops() {
+        std::set<std::string> all;
+        for (int i = 0; i < 12; ++i) {
+            window->child_focus(Gtk::DirectionType::TAB_FORWARD);
+            all.insert(focused());
+        }
+        return all;
+    }
+    /// Whether a label that shows has these words.
+    bool reads(const std::string& wanted) { return labelled(GTK_WIDGET(window->gobj()), wanted); }
+    static bool labelled(GtkWidget* below, const std::string& wanted) {
+        if (!gtk_widget_get_visible(below))
+            return false;
+        if (GTK_IS_LABEL(below) && wanted == gtk_label_get_text(GTK_LABEL(below)))
+            return true;
+        for (auto* child = gtk_widget_get_first_child(below); child;
+             child = gtk_widget_get_next_sibling(child)) {
+            if (labelled(child, wanted))
+                return true;
+        }
+        return false;
+    }
     void type(const std::string& text) {
         for (int i = 0; i < 40 && !focused().starts_with("["); ++i)
             window->child_focus(Gtk::DirectionType::TAB_FORWARD);
@@ -200,12 +223,56 @@ TEST_F(CardListStage, aBatchIsSentWholeAndAHighRiskOffersNoAnswer) {
     risky.card.options = {"Approve"};
     risky.actions.front() = {.kind = Kind::review, .words = "Review in kelvadrome"};
     list->show({risky});
-    std::set<std::string> stops;
-    for (int i = 0; i < 10; ++i) {
+    EXPECT_EQ(stops(), (std::set<std::string>{"Question b", "Review in kelvadrome", "Snooze b"}));
+}
+
+TEST_F(CardListStage, aCardWhoseAnswerIsUnderWayOrImpossibleOffersNone) {
+    auto away = card("a");
+    away.card.options = {"Yes", "No"};
+    list->show({away});
+    press("No");
+    away.way = "An answer is on hold for Claude Code.";
+    away.actions = {{.kind = Kind::undo, .words = "Undo"}};
+    list->show({away});
+    EXPECT_EQ(focused(), "Question a");
+    EXPECT_EQ(stops(), (std::set<std::string>{"Question a", "Undo"}));
+    EXPECT_FALSE(list->get_can_target()) << "the buttons have just gone";
+    auto never = card("a");
+    never.answerable = false;
+    never.card.options = {"Yes", "No"};
+    never.card.deliveryNote = "The agent runs behind script.";
+    never.actions = {{.kind = Kind::review, .words = "Review in kelvadrome"}};
+    list->show({never});
+    EXPECT_EQ(stops(), (std::set<std::string>{"Question a", "Review in kelvadrome"}));
+    EXPECT_TRUE(reads("The agent runs behind script."));
+}
+
+TEST_F(CardListStage, aSnoozedCardIsNotSnoozedOnceMore) {
+    auto asked = card("a");
+    list->show({asked});
+    EXPECT_TRUE(stops().contains("Snooze a"));
+    asked.later = wallTime(1'800'000'000);
+    asked.actions.pop_back();
+    list->show({asked});
+    EXPECT_FALSE(stops().contains("Snooze a"));
+}
+
+TEST_F(CardListStage, aFoldedCardIsReadBeforeItIsAnswered) {
+    CardList folded(desk, CardView::Form::folded);
+    window->set_child(folded);
+    auto asked = card("a");
+    asked.card.body = "rm -rf build\n" + std::string(900, 'x');
+    asked.opening = {"rm -rf build", true};
+    folded.show({asked});
+    EXPECT_TRUE(reads("rm -rf build …"));
+    const auto focus = [this] { return gtk_window_get_focus(GTK_WINDOW(window->gobj())); };
+    for (int i = 0; i < 12 && !GTK_IS_EXPANDER(focus()); ++i)
         window->child_focus(Gtk::DirectionType::TAB_FORWARD);
-        stops.insert(focused());
-    }
-    EXPECT_EQ(stops, (std::set<std::string>{"Question b", "Review in kelvadrome", "Snooze b"}));
+    ASSERT_TRUE(GTK_IS_EXPANDER(focus()));
+    gtk_expander_set_expanded(GTK_EXPANDER(focus()), TRUE);
+    EXPECT_FALSE(reads("rm -rf build …")) << "all of it stands there now";
+    EXPECT_TRUE(reads(asked.card.body));
+    window->unset_child();
 }
 
 TEST_F(CardListStage, aNarrowColumnCutsNoAnswerOff) {
