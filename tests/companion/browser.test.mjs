@@ -118,15 +118,42 @@ test('while the daemon is away the page says so, keeps what was typed, and comes
   const card = tab.locator(`#${id}`);
   await card.getByRole('textbox').fill('written meanwhile');
   await card.getByRole('button', { name: 'Send' }).click();
-  await shows(card.getByText(/Nothing was sent/));
+  await shows(card.getByText(/may or may not have been taken/));
   await world.start();
   await shows(tab.getByText(/This page session has ended/));
   await renew(tab, world);
   await tab.getByRole('button', { name: 'Try now' }).click();
   await tab.locator('#banner').waitFor({ state: 'hidden' });
+  await shows(card.getByText('The daemon did not take it.'));
   assert.equal(await card.getByRole('textbox').inputValue(), 'written meanwhile');
   await card.getByRole('button', { name: 'Send' }).click();
   assert.equal((await until(async () => { const now = await world.card(id); return now?.answer && now; }, 'the answer goes out')).answer, 'written meanwhile');
+});
+
+test('a reply that is lost is looked after, and then said as it is', async (t) => {
+  const world = await World.open(t, LONG_HOLD);
+  const [taken, refused] = [await world.ask(), await world.ask({ title: 'Free', options: [], menu: false })];
+  const tab = await open(t, world);
+  let calls = 0;
+  await tab.route('**/v1/cards/answer', async (route) => {
+    if (++calls === 1) await route.fetch();
+    await route.abort('connectionreset');
+  });
+  const first = tab.locator(`#${taken}`);
+  await first.getByRole('button', { name: 'Yes' }).click();
+  await shows(first.getByRole('button', { name: 'Undo' }));
+  assert.equal((await world.card(taken)).answer, 'Yes');
+  await first.getByText(/may or may not/).waitFor({ state: 'hidden' });
+
+  const second = tab.locator(`#${refused}`);
+  await second.getByRole('textbox').fill('my words');
+  await second.getByRole('button', { name: 'Send' }).click();
+  await shows(second.getByText('No answer from the daemon yet: it may or may not have been taken.'));
+  await shows(second.getByText('The daemon did not take it. Your words are still here: send it again.'));
+  assert.equal(await second.getByRole('textbox').inputValue(), 'my words');
+  await tab.unroute('**/v1/cards/answer');
+  await second.getByRole('button', { name: 'Send' }).click();
+  assert.equal((await state(world, refused, 'held')).answer, 'my words');
 });
 
 test('a burst of a thousand questions is read a few times and shown in part', async (t) => {

@@ -4,8 +4,9 @@ import { post } from '../lib/api.js';
 import { h, said, showIn } from '../lib/dom.js';
 import { icon } from '../lib/icons.js';
 import { announce } from '../lib/announce.js';
-import { ageOf, agentDisplay, agentName, brief, ending, kindWord } from '../lib/words.js';
+import { ageOf, agentDisplay, agentName, brief, ending, kindWord, standing } from '../lib/words.js';
 import { choices, dismissal } from './choices.js';
+import { lookAgain } from './look.js';
 import { review } from './review.js';
 import { onHold } from './hold.js';
 
@@ -43,6 +44,7 @@ export class CardView {
       this.shown = shown;
       this.show();
     } else if (before && before.version !== version && this.reviewing) this.show();
+    if (before?.version !== version) this.heard?.();
   }
 
   /** The controls as the state of the card wants them. */
@@ -119,14 +121,18 @@ export class CardView {
     ];
   }
 
-  /** Sends something for this card; the daemon's event then brings the new state. Words stay on a failure. */
-  async send(path, body) {
+  /** Settles when this card is heard of anew. */
+  nextVersion() { return new Promise((done) => { this.heard = done; }); }
+
+  /** Sends something for this card. Words stay on a failure. `lost` says what it means that no reply came. */
+  async send(path, body, lost) {
     if (this.busy) return false;
     this.error.hidden = true;
     this.setBusy(true);
     try {
       return await post(path, { card_id: this.card.id, ...body });
     } catch (error) {
+      if (error.code === 'unreachable') return await lost();
       this.fail(error);
       return false;
     } finally {
@@ -148,11 +154,23 @@ export class CardView {
 
   /** The reply to what changed this card shows at once; the event that follows says the same. */
   async change(path, body, words) {
-    const reply = await this.send(path, body);
+    const { version } = this.card;
+    const reply = await this.send(path, body, () => this.lookAgain(version));
     if (!reply) return false;
     if (reply.card.version >= this.card.version) this.update(reply.card);
-    announce(words(reply.card));
+    announce(reply.looked ? standing(reply.card) : words(reply.card));
     return true;
+  }
+
+  /** Without a reply nobody knows whether it was taken, until the card tells. */
+  async lookAgain(version) {
+    this.fail({ message: 'No answer from the daemon yet: it may or may not have been taken. Your words stay here.' });
+    const card = await lookAgain(this, version);
+    if (!card) return false;
+    this.error.hidden = card.version !== version;
+    if (card.version !== version) return { card, looked: true };
+    this.fail({ message: 'The daemon did not take it. Your words are still here: send it again.' });
+    return false;
   }
 
   /** A high risk is looked at once more before it is sent, and the daemon insists on that, too. */
@@ -160,7 +178,7 @@ export class CardView {
     if (this.card.state !== 'open' || !this.takesAnswers()) return;
     const press = { version: this.card.version, answer, ...more };
     if (this.card.risk !== 'high') return this.press(press);
-    const shown = await this.send('/v1/page/review', press);
+    const shown = await this.send('/v1/page/review', press, () => this.fail({ message: 'The daemon does not answer. Nothing was sent; your words stay here.' }));
     if (!shown) return;
     this.replace(review(this, press, shown));
     this.reviewing = true;

@@ -27,7 +27,7 @@ async function call(method, path, body) {
     const response = await fetch(path, { method, headers, body: body && JSON.stringify(body), signal: stop.signal });
     reply = await response.json();
   } catch {
-    throw new ApiError('unreachable', 'The daemon does not answer. Nothing was sent; your words stay here.');
+    throw new ApiError('unreachable', 'The daemon does not answer. What was sent may or may not have been taken; your words stay here.');
   } finally {
     clearTimeout(timer);
   }

@@ -53,6 +53,9 @@ export function brief(answer, limit = 48) {
   return words.length > limit ? `${words.slice(0, limit).join('')}…` : words.join('');
 }
 
+/** How a card stands, in a sentence. */
+export const standing = (card) => ({ open: 'The question is open.', held: `“${brief(card.answer)}” is on hold.`, armed: `“${brief(card.answer)}” is on its way.` }[card.state] ?? `${ending(card)}.`);
+
 /** What became of a closed card. */
 export function ending(card) {
   if (card.outcome === 'answered') return `Answered “${brief(card.answer)}”`;
