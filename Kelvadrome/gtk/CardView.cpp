@@ -164,7 +164,7 @@ void CardView::buildCard(const PanelCard& card) {
     later_ = wordsLabel({}, "caption");
     append(*later_);
     if (card.refused)
-        append(*wordsLabel(PanelCard::notDelivered + *card.refused, "warning"));
+        append(*wordsLabel(card.refusal(), "warning"));
     if (card.card.deliveryNote)
         append(*wordsLabel(*card.card.deliveryNote, "warning"));
     setAccessibleDescription(*title_, high ? std::string() : card.card.body);

@@ -73,7 +73,7 @@ std::string readable(std::string_view line) {
     for (const char32_t c : Text::scalars(line)) {
         const bool controls =
             c < 32 || (c >= 127 && c <= 159) || (c >= 0x202A && c <= 0x202E) || (c >= 0x2066 && c <= 0x2069);
-        if (Text::isWhitespace(c) || c == U'\t') {
+        if (Text::isWhitespace(c)) {
             if (!safe.empty() && safe.back() != U' ')
                 safe += U' ';
         } else {
@@ -182,6 +182,14 @@ const Card& cardOf(const PanelRow& row) {
 
 bool PanelCard::offers(PanelAction::Kind kind) const {
     return std::ranges::find(actions, kind, &PanelAction::kind) != actions.end();
+}
+
+std::string PanelCard::refusal() const {
+    if (!refused)
+        return {};
+    return (InboxLogic::mayHaveBeenTyped(card) ? "Look at its terminal before you answer again: "
+                                               : "Your answer was not delivered: ") +
+           *refused;
 }
 
 bool takesAnswer(const PanelRow& row) {

@@ -54,19 +54,18 @@ struct PanelCard {
     std::string age = {};
     std::string summary = {};
     CardOpening opening = {};
-    std::optional<std::string> refused =
-        {};                 // why the last answer didn't reach the agent: follows `notDelivered`
+    std::optional<std::string> refused = {}; // why the last answer did not reach the agent
     std::string way = {};   // of an answer that is on its way, or may be: what is known of it
     bool highRisk = false;  // to be reviewed in the page; never answered from here
     bool answerable = true; // false: no answer can be typed for it; `card.deliveryNote` may say why
     std::optional<WallTime> later = {};    // when the panel shows it again, while that is to come
     std::vector<PanelAction> actions = {}; // the chief one first; "Snooze", when it is offered, last
 
-    static constexpr const char* notDelivered = "Your answer was not delivered: ";
-
     /// Whether an answer can be pressed here.
     bool takesAnswer() const { return !highRisk && answerable && way.empty(); }
     bool offers(PanelAction::Kind kind) const;
+    /// `refused` as a sentence; empty without one.
+    std::string refusal() const;
     bool operator==(const PanelCard&) const = default;
 };
 

@@ -45,6 +45,8 @@ bool provesRefusal(const std::exception_ptr& error) {
         return true; // there was no login to send it under
     } catch (const TransportError&) {
         return true; // of the socket, which only the login needs
+    } catch (const NotConnected&) {
+        return true;
     } catch (...) {
         return false;
     }

@@ -168,7 +168,7 @@ std::vector<StyledLine> card(const PanelCard& row, bool selected, bool expanded,
     paragraph(out, cleanLine(row.summary), selected ? Style::strong : Style::plain, 0, columns,
         expanded ? 0 : collapsedSummary);
     if (row.refused)
-        paragraph(out, cleanLine(PanelCard::notDelivered + *row.refused), Style::warn, 0, columns);
+        paragraph(out, cleanLine(row.refusal()), Style::warn, 0, columns);
     if (row.card.deliveryNote)
         paragraph(out, cleanLine(*row.card.deliveryNote), Style::warn, 0, columns);
     appendReading(out, row, selected, expanded, columns);

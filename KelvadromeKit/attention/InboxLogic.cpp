@@ -162,8 +162,8 @@ std::optional<std::string> lastRefusal(const Card& card) {
 }
 
 bool mayHaveBeenTyped(const Card& card) {
-    const auto refusal = Text::lowercased(lastRefusal(card).value_or(""));
-    return refusal.contains("may have been typed") || refusal.contains("may have gone in");
+    return card.maybeTyped ||
+           Text::lowercased(lastRefusal(card).value_or("")).contains("may have been typed");
 }
 
 Annunciator annunciator(std::string_view level) {

@@ -35,6 +35,7 @@ Card Card::decode(const JSONValue& value) {
     card.refs = object.optional<std::map<std::string, std::string>>("refs");
     card.deliveryNote = object.lenient<std::string>("delivery_note");
     card.answerable = object.lenient<bool>("answerable").value_or(true);
+    card.maybeTyped = object.lenient<bool>("maybe_typed").value_or(false);
     return card;
 }
 

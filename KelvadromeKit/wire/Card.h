@@ -41,8 +41,10 @@ struct Card {
     std::string openedAt;                 // ISO 8601, kept as text
     std::optional<std::string> heldUntil; // ISO 8601, kept as text
     std::optional<std::map<std::string, std::string>> refs;
-    std::optional<std::string> deliveryNote = {}; // what stands between an answer and the agent, known beforehand
-    bool answerable = true;                  // false: no answer to it can be typed
+    std::optional<std::string> deliveryNote =
+        {};                  // what stands between an answer and the agent, known beforehand
+    bool answerable = true;  // false: no answer to it can be typed
+    bool maybeTyped = false; // an earlier answer may stand in the agent's terminal
 
     static Card decode(const JSONValue& value);
     bool operator==(const Card&) const = default;

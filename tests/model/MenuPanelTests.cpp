@@ -219,7 +219,12 @@ TEST(MenuPanel, whatCannotBeTypedOrMayHaveBeenIsNotOfferedAtOnePress) {
     batch.rows = {{"q1", "One?", "yes", ""}};
     batch.refs = asked.refs;
     EXPECT_EQ(offers(ready({batch})), Words{"Snooze"});
+    EXPECT_TRUE(
+        firstCard(ready({asked})).refusal().starts_with("Look at its terminal before you answer again: the"));
     asked.refs.reset();
+    asked.maybeTyped = true;
+    EXPECT_EQ(offers(ready({asked})), Words{"Snooze"});
+    asked.maybeTyped = false;
     asked.answerable = false;
     EXPECT_EQ(offers(ready({asked})), (Words{"Review in kelvadrome", "Snooze"}));
     EXPECT_FALSE(firstCard(ready({asked})).takesAnswer());

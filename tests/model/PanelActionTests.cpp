@@ -135,7 +135,7 @@ TEST_F(PanelActions, aLostReplyStandsOnItsCardUntilAReadSaysThatItWasTaken) {
 
     cards({cardJSON("a", "question", "low", R"(,"state":"armed")")});
     refresh();
-    EXPECT_TRUE(state().pressed.empty());
+    loop.until([&] { return state().pressed.empty(); }, "a look that tells");
     EXPECT_EQ(state().panelError, std::nullopt) << "there is no doubt any more";
     EXPECT_EQ(row().way, "An answer is on its way to Agent.");
 }

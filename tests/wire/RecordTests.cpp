@@ -93,10 +93,12 @@ TEST(Records, aFullCardKeepsEveryValueAndASmallOneItsDefaults) {
         small);
     EXPECT_TRUE(small.blocking && small.risk == "low" && small.state == "open" && small.answerable);
     const std::string start = R"({"opened_at":"o","title":"T","kind":"k","version":1,"id":"c",)";
-    small.deliveryNote = "A shell sits between.", small.answerable = false;
+    small.deliveryNote = "A shell sits between.", small.answerable = false, small.maybeTyped = true;
     EXPECT_EQ(
-        decodeJSON<Card>(start + R"("delivery_note":"A shell sits between.","answerable":false})"), small);
-    small.deliveryNote.reset(), small.answerable = true;
+        decodeJSON<Card>(
+            start + R"("delivery_note":"A shell sits between.","answerable":false,"maybe_typed":true})"),
+        small);
+    small.deliveryNote.reset(), small.answerable = true, small.maybeTyped = false;
     EXPECT_EQ(decodeJSON<Card>(start + R"("delivery_note":1,"answerable":"no"})"), small) << "of other types";
 }
 
