@@ -28,12 +28,12 @@ public:
     virtual Task<std::optional<std::string>> psLine() = 0;
 
     /// Why no key may be typed at this moment: it has ended, is another, doesn't go on, or isn't alone at its
-    /// terminal.
-    virtual Task<std::optional<std::string>> refusal() = 0;
+    /// terminal. Blocks for a few milliseconds; for the thread that types.
+    virtual std::optional<std::string> refusalNow() = 0;
 
-    /// The number is another process's by now, or the process runs another program. One that has just ended
-    /// is not another.
-    virtual Task<bool> replaced() = 0;
+    /// Who else may have taken a key that went in a moment ago. That the agent has ended is no doubt: the key
+    /// may have told it to.
+    virtual Task<std::optional<std::string>> doubt() = 0;
 
     /// Everything that was typed has been read by a program that draws its own input line (no line editing of
     /// the terminal's, as at a password prompt).

@@ -3,17 +3,24 @@
 #include "KelvadromeKit/support/Task.h"
 
 #include <cstdint>
+#include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
 namespace kelvadrome {
 
+/// What a child is given as its input once it has printed its first line: called then, on a thread of the
+/// runner's, so that a look stands right before what rests on it. Absent gives it no input.
+using LateInput = std::function<std::optional<std::string>()>;
+
 /// One child command.
 struct RunCommand {
     std::string path;              // absolute
     std::vector<std::string> args; // without the program's name
     std::int64_t pauseAfterMs = 0; // how long the caller waits after success; the runner ignores it
+    std::shared_ptr<const LateInput> input = {}; // none: it reads an end of file at once
 
     bool operator==(const RunCommand&) const = default;
 };

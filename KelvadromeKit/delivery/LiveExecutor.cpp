@@ -67,8 +67,7 @@ Task<std::optional<ProcFacts>> LiveExecutor::facts(std::optional<std::int64_t> p
 
 Task<JobOutcome> LiveExecutor::perform(
     DeliverJob job, std::set<std::string> presenceTags, WallTime now, Start start) const {
-    auto outcome =
-        co_await attempt(carryOut(std::move(job), std::move(presenceTags), now, std::move(start)));
+    auto outcome = co_await attempt(carryOut(std::move(job), std::move(presenceTags), now, std::move(start)));
     // Short of memory or threads, say, and perhaps between two keys: nobody can tell.
     if (!outcome && !isCancellation(outcome.error()))
         co_return JobOutcome::failed("the delivery broke off");
@@ -186,8 +185,7 @@ Task<std::optional<JobOutcome>> LiveExecutor::endOf(
     if (!why)
         co_return std::nullopt;
     const bool nothingPressed = first && !output.timedOut && !output.mayHaveActed;
-    co_return nothingPressed ? JobOutcome::refused(std::move(*why))
-                                        : JobOutcome::failed(std::move(*why));
+    co_return nothingPressed ? JobOutcome::refused(std::move(*why)) : JobOutcome::failed(std::move(*why));
 }
 
 /// All that is looked at before the first key; what follows it looks at the process alone.

@@ -12,6 +12,7 @@
 #include <poll.h>
 #include <spawn.h>
 #include <sys/eventfd.h>
+#include <sys/socket.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 
@@ -55,6 +56,7 @@ public:
         }
     }
 
+    bool holdsLine() const { return kept_.find('\n') != std::string::npos; }
     int descriptor() const { return read_.get(); }
     bool ended() const { return !read_; }
     std::string text() const { return Text::repairUTF8(kept_); }
@@ -68,7 +70,7 @@ private:
 /// How a child begins: default signals, nothing blocked, the three standard descriptors and no other.
 class SpawnPlan {
 public:
-    SpawnPlan(int output, int errors) {
+    SpawnPlan(int input, int output, int errors) {
         sigset_t signals;
         ::posix_spawnattr_init(&attributes_);
         ::sigfillset(&signals);
@@ -78,7 +80,10 @@ public:
         ::posix_spawnattr_setflags(&attributes_, POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK);
 
         ::posix_spawn_file_actions_init(&actions_);
-        ::posix_spawn_file_actions_addopen(&actions_, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+        if (input < 0)
+            ::posix_spawn_file_actions_addopen(&actions_, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+        else
+            ::posix_spawn_file_actions_adddup2(&actions_, input, STDIN_FILENO);
         ::posix_spawn_file_actions_adddup2(&actions_, output, STDOUT_FILENO);
         ::posix_spawn_file_actions_adddup2(&actions_, errors, STDERR_FILENO);
         ::posix_spawn_file_actions_addclosefrom_np(&actions_, STDERR_FILENO + 1);
@@ -119,19 +124,57 @@ bool holdsZero(const RunCommand& command) {
     return zero(command.path) || std::ranges::any_of(command.args, zero);
 }
 
+/// The input of a child that waits for it, on a socket: writing to one that has gone is no signal.
+class Feed {
+public:
+    /// The child's end; none when the child is to have no input, or when none could be made.
+    Descriptor open(std::shared_ptr<const LateInput> input) {
+        int ends[2];
+        input_ = std::move(input);
+        if (!input_ || ::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0)
+            return {};
+        write_ = aboveStandard(ends[0]);
+        return aboveStandard(ends[1]);
+    }
+    bool wanted() const { return input_ != nullptr; }
+
+    void give() {
+        const auto text = (*std::exchange(input_, nullptr))();
+        std::string_view rest = text ? std::string_view(*text) : std::string_view();
+        while (!rest.empty()) {
+            const auto count = ::send(write_.get(), rest.data(), rest.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+            if (count < 0 && errno == EINTR)
+                continue;
+            if (count <= 0)
+                break; // gone, or far behind: a command cut off is not carried out
+            rest.remove_prefix(static_cast<std::size_t>(count));
+        }
+        write_.reset();
+    }
+    void end() {
+        input_ = nullptr;
+        write_.reset();
+    }
+
+private:
+    std::shared_ptr<const LateInput> input_;
+    Descriptor write_;
+};
+
 /// One child from start to end, on one thread. Until the end it isn't reaped, so its pid stays its own.
 class Child {
 public:
     bool start(const RunCommand& command, const std::vector<std::string>& environment) {
         if (holdsZero(command))
             return false;
+        const auto input = feed_.open(command.input);
         const auto output = output_.open();
         const auto errors = errors_.open();
-        if (!output || !errors)
+        if (!output || !errors || (command.input && !input))
             return false;
         const auto arguments = execVector(&command.path, command.args);
         const auto variables = execVector(nullptr, environment);
-        const SpawnPlan plan(output.get(), errors.get());
+        const SpawnPlan plan(input.get(), output.get(), errors.get());
         const auto pid = plan.start(command.path.c_str(), arguments.data(), variables.data());
         if (!pid)
             return false;
@@ -158,9 +201,14 @@ public:
                 timedOut_ = isRunning();
                 if (timedOut_)
                     ::kill(pid_, SIGTERM);
+                feed_.end();
             }
             if (wait[0].revents != 0)
                 output_.readSome();
+            if (feed_.wanted() && output_.holdsLine())
+                feed_.give();
+            else if (output_.ended())
+                feed_.end();
             if (wait[1].revents != 0)
                 errors_.readSome();
             if (wait[3].revents != 0) {
@@ -206,6 +254,7 @@ private:
 
     pid_t pid_ = 0;
     Descriptor pidfd_;
+    Feed feed_;
     Drain output_{ProcessRunner::keptOutput};
     Drain errors_{ProcessRunner::keptErrors};
     std::int32_t status_ = -1;

@@ -11,9 +11,10 @@
 
 namespace kelvadrome {
 
-/// Runs real children: without input, with an end to what is kept of their output, and with a deadline at
-/// which they are asked to stop, once. A child that doesn't stop, or whose own children keep its output open,
-/// is waited for all the same. Nothing of this process but its environment reaches a child.
+/// Runs real children: without input (but for a late one), with an end to what is kept of their output, and
+/// with a deadline at which they are asked to stop, once. A child that doesn't stop, or whose own children
+/// keep its output open, is waited for all the same. Nothing of this process but its environment reaches a
+/// child.
 class ProcessRunner final : public CommandRunning {
 public:
     static constexpr std::size_t keptOutput = 1'000'000; // bytes

@@ -4,6 +4,7 @@
 #include "KelvadromeKit/support/Text.h"
 
 #include <algorithm>
+#include <mutex>
 
 namespace kelvadrome {
 
@@ -50,6 +51,19 @@ RunOutput perhapsTyped(std::string words, bool timedOut) {
     output.mayHaveActed = true;
     return output;
 }
+
+/// What the last look at the agent came to. Shared with the runner's thread, which may outlive the wait for
+/// it.
+struct LastLook {
+    std::mutex lock;
+    bool given = false; // the key's command went out
+    std::optional<std::string> no;
+
+    std::pair<bool, std::optional<std::string>> read() {
+        const std::lock_guard guard(lock);
+        return {given, no};
+    }
+};
 
 /// The lines at the very end of a screen, where a question's options and its footer stand.
 std::vector<std::string> lastLines(std::string_view screen) {
@@ -156,42 +170,43 @@ Task<RunOutput> TmuxGate::press(RunCommand keys, double timeout) {
         before_ = std::move(*before);
     }
 
-    const auto pieces = isText ? TmuxKeys::pieces(*text) : std::vector<std::string>{text.value_or("")};
-    for (std::size_t i = 0; i < pieces.size(); ++i) {
-        const auto part = text ? std::optional(pieces[i]) : std::nullopt;
-        auto output = co_await typePiece(keys, part, timeout);
-        if (!output.succeeded()) {
-            output.mayHaveActed = output.mayHaveActed || i > 0;
-            co_return output;
-        }
-    }
-    typed_ = isText ? text : std::nullopt;
-    RunOutput typed;
-    typed.status = 0;
-    co_return typed;
+    auto output = co_await type(std::move(keys), timeout);
+    typed_ = isText && output.succeeded() ? text : std::nullopt;
+    co_return output;
 }
 
-Task<RunOutput> TmuxGate::typePiece(RunCommand keys, std::optional<std::string> text, double timeout) {
+Task<RunOutput> TmuxGate::type(RunCommand keys, double timeout) {
     if (!seen_)
         co_return refused("the pane no longer holds this session");
-    if (auto no = co_await agent_->refusal())
-        co_return refused(std::move(*no));
     const TmuxKeys::Condition condition{.look = *seen_,
         .lines = question_,
         .sent = clock_->now().time_since_epoch().count(),
         .limit = timeout + lateAfter};
-    auto command = TmuxKeys::guarded(keys, condition, text);
-    if (!command)
+    const auto line = TmuxKeys::guarded(keys, condition);
+    if (!line)
         co_return refused("the terminal did not take the keys");
-    const auto output = co_await onServer(std::move(*command), timeout);
-    auto verdict = TmuxKeys::verdict(output, condition);
+
+    const auto last = std::make_shared<LastLook>();
+    auto client = TmuxKeys::waiting(keys);
+    client.input = std::make_shared<const LateInput>(
+        [agent = agent_, last, line = *line]() -> std::optional<std::string> {
+            auto no = agent->refusalNow();
+            const std::lock_guard guard(last->lock);
+            last->given = !no;
+            last->no = std::move(no);
+            return last->given ? std::optional(line) : std::nullopt;
+        });
+    const auto output = co_await onServer(std::move(client), timeout);
+    const auto [given, no] = last->read();
+    if (no)
+        co_return refused(*no);
+    auto verdict = TmuxKeys::verdict(output, condition, given);
     if (verdict.kind == TmuxKeys::Verdict::Kind::refused)
         co_return refused(std::move(verdict.words));
     if (verdict.kind == TmuxKeys::Verdict::Kind::unknown)
         co_return perhapsTyped(std::move(verdict.words), output.timedOut);
-    const bool replaced = co_await agent_->replaced();
-    if (replaced)
-        co_return perhapsTyped("the agent process changed while it was typed to", false);
+    if (auto doubt = co_await agent_->doubt())
+        co_return perhapsTyped(std::move(*doubt), false);
     co_return output;
 }
 

@@ -36,7 +36,7 @@ private:
     Task<std::optional<std::string>> reachServer();
     Task<std::optional<std::string>> lookOnce(std::string tmux);
     Task<RunOutput> press(RunCommand keys, double timeout);
-    Task<RunOutput> typePiece(RunCommand keys, std::optional<std::string> text, double timeout);
+    Task<RunOutput> type(RunCommand keys, double timeout);
     Task<std::optional<std::string>> notEchoed(std::string tmux);
     Task<std::optional<std::string>> screen(std::string tmux);
 

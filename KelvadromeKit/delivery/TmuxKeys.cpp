@@ -13,8 +13,6 @@ namespace kelvadrome::TmuxKeys {
 
 namespace {
 
-constexpr std::size_t pieceLength =
-    6'000; // bytes as quoted: a message of tmux holds 16 KB, condition included
 constexpr std::string_view typedWord = "ok";
 constexpr std::string_view refusedWord = "no ";
 constexpr std::size_t fieldCount = 11;
@@ -51,14 +49,14 @@ std::string holdsLine(std::string_view line) {
     std::string pattern;
     for (const char c : Text::trimWhitespace(line)) {
         const bool plain = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
-                           c == ' ' || static_cast<unsigned char>(c) >= 0x80;
+                           c == ' ' || c == '>' || static_cast<unsigned char>(c) >= 0x80;
         pattern += plain ? c : '?';
     }
     return "#{C:" + pattern + "}";
 }
 
 std::string format(const Condition& condition) {
-    const std::string now = "#{T:#{l:%s}}";
+    const std::string_view now = "#{T:#{l:%s}}";
     const auto first = static_cast<std::int64_t>(condition.sent) - 1;
     const auto last = static_cast<std::int64_t>(condition.sent + condition.limit);
     // A server that hung, and wakes when the answer is long over, must not type it then, whichever way the
@@ -97,7 +95,7 @@ bool isKeys(const RunCommand& command) {
 
 bool isGone(const RunOutput& output) {
     static const RE2 words("can't find (pane|window|session)|no server running|error connecting");
-    return output.stdoutText.empty() && RE2::PartialMatch(output.stderrText, words);
+    return RE2::PartialMatch(output.stderrText + output.stdoutText, words);
 }
 
 std::string difference(const Look& seen, const std::optional<Look>& now, const Condition& condition) {
@@ -161,25 +159,27 @@ std::optional<Look> parseLook(std::string_view output) {
         .now = *now};
 }
 
-std::optional<RunCommand> guarded(
-    const RunCommand& keys, const Condition& condition, const std::optional<std::string>& text) {
+RunCommand waiting(const RunCommand& keys) {
+    return {keys.path, {"display-message", "-p", std::string(readyLine), ";", "source-file", "-"},
+        keys.pauseAfterMs};
+}
+
+std::optional<std::string> guarded(const RunCommand& keys, const Condition& condition) {
     if (!isKeys(keys))
         return std::nullopt;
     const auto& pane = keys.args[2];
     std::string send = "send-keys -t " + pane;
     if (const auto literal = literalText(keys)) {
-        send += " -l -- " + ShellLine::quote(text.value_or(*literal));
+        send += " -l -- " + ShellLine::quote(*literal);
     } else if (keys.args.size() == 4 && isName(keys.args[3])) {
         send += " " + keys.args[3];
     } else {
         return std::nullopt;
     }
     const auto saw = std::string(refusedWord) + "#{T:#{l:%s}} " + lookFormat(condition.look.tty);
-    return RunCommand{keys.path,
-        {"if-shell", "-F", "-t", pane, format(condition),
-            fmt::format("{} ; display-message -p {}", send, typedWord),
-            fmt::format("display-message -p -t {} {}", pane, ShellLine::quote(saw))},
-        keys.pauseAfterMs};
+    return fmt::format(
+        "if-shell -F -t {0} {1} {{ {2} ; display-message -p {3} }} {{ display-message -p -t {0} {4} }}\n",
+        pane, ShellLine::quote(format(condition)), send, typedWord, ShellLine::quote(saw));
 }
 
 std::optional<std::string> literalText(const RunCommand& keys) {
@@ -188,27 +188,12 @@ std::optional<std::string> literalText(const RunCommand& keys) {
     return TmuxWord::plain(keys.args[5]);
 }
 
-std::vector<std::string> pieces(std::string_view text) {
-    std::vector<std::string> result;
-    std::string piece;
-    std::size_t length = 0;
-    while (!text.empty()) {
-        const auto character = Text::prefix(text, 1);
-        const auto quoted = ShellLine::quote(character).size() - 2;
-        if (length + quoted > pieceLength && !piece.empty()) {
-            result.push_back(std::exchange(piece, {}));
-            length = 0;
-        }
-        piece += character;
-        length += quoted;
-        text.remove_prefix(character.size());
-    }
-    result.push_back(std::move(piece));
-    return result;
-}
-
-Verdict verdict(const RunOutput& output, const Condition& condition) {
-    const std::string_view said = Text::trimWhitespace(output.stdoutText);
+Verdict verdict(const RunOutput& output, const Condition& condition, bool given) {
+    const auto gone = "the pane no longer holds this session";
+    if (!given)
+        return {Verdict::Kind::refused, isGone(output) ? gone : "the terminal did not take the keys"};
+    const auto lines = Text::split(Text::trimWhitespace(output.stdoutText), '\n');
+    const auto said = lines.size() == 2 ? lines[1] : std::string_view();
     if (output.succeeded() && said == typedWord)
         return {Verdict::Kind::typed, ""};
     if (said.starts_with(refusedWord)) {
@@ -216,7 +201,7 @@ Verdict verdict(const RunOutput& output, const Condition& condition) {
         return {Verdict::Kind::refused, difference(condition.look, now, condition)};
     }
     if (!output.timedOut && isGone(output))
-        return {Verdict::Kind::refused, "the pane no longer holds this session"};
+        return {Verdict::Kind::refused, gone};
     return {Verdict::Kind::unknown, "the terminal did not take the keys"};
 }
 

@@ -46,16 +46,18 @@ struct Condition {
     double limit = 0;               // seconds after `sent` at which the key has come too late
 };
 
-/// `keys`, a send-keys command for `pane`, as one command that types under the condition and prints "ok", or
-/// types nothing and prints what it saw. Absent for keys of another form. The text of literal keys is `text`
-/// where that is given: a piece of a long one.
-std::optional<RunCommand> guarded(
-    const RunCommand& keys, const Condition& condition, const std::optional<std::string>& text);
+/// Begins what `guarded` ends: a client of the server that prints `readyLine` once it is connected, and then
+/// carries out what it is given as its input. So nothing but a line on its way lies between a look and the
+/// key.
+RunCommand waiting(const RunCommand& keys);
+inline constexpr std::string_view readyLine = "ready";
+
+/// `keys`, a send-keys command, as a line for that client: types under the condition and prints "ok", or
+/// types nothing and prints what it saw. Absent for keys of another form.
+std::optional<std::string> guarded(const RunCommand& keys, const Condition& condition);
 
 /// The literal text that a send-keys command types; absent for named keys.
 std::optional<std::string> literalText(const RunCommand& keys);
-/// The text in pieces that tmux takes in one message, cut between characters.
-std::vector<std::string> pieces(std::string_view text);
 
 /// What came of a guarded command.
 struct Verdict {
@@ -63,6 +65,7 @@ struct Verdict {
     Kind kind = Kind::unknown; // "unknown": the key may have gone in
     std::string words;         // why not, in the user's words
 };
-Verdict verdict(const RunOutput& output, const Condition& condition);
+/// `given`: the client got its line.
+Verdict verdict(const RunOutput& output, const Condition& condition, bool given);
 
 } // namespace kelvadrome::TmuxKeys

@@ -1,6 +1,8 @@
 #include "KelvadromeKit/delivery/BoundedRunner.h"
+#include "KelvadromeKit/delivery/ProgramName.h"
 #include "KelvadromeKit/delivery/TmuxGate.h"
 #include "KelvadromeKit/delivery/TypedEcho.h"
+#include "KelvadromeKit/support/Text.h"
 
 #include "tests/delivery/LiveExecutorFixture.h"
 
@@ -11,13 +13,13 @@ namespace {
 class SomeAgent final : public AgentWatch {
 public:
     std::optional<std::string> no;
-    bool other = false;
+    std::optional<std::string> afterwards;
     bool own = true;
     std::optional<TmuxServer> server = TmuxServer{"/tmp/tmux-1000/work", 77};
 
     Task<std::optional<std::string>> psLine() override { co_return alive; }
-    Task<std::optional<std::string>> refusal() override { co_return no; }
-    Task<bool> replaced() override { co_return other; }
+    std::optional<std::string> refusalNow() override { return no; }
+    Task<std::optional<std::string>> doubt() override { co_return afterwards; }
     Task<bool> tookInput() override { co_return true; }
     Task<std::optional<TmuxServer>> tmuxServer() override { co_return server; }
     Task<bool> isOwnSocket(std::string) override { co_return own; }
@@ -29,7 +31,8 @@ protected:
         runner->on("capture-pane", says("> \n"));
         runner->on("#{pane_tty} #{pane_synchronized}", says("/dev/ttys004 0 0 0\n"));
         runner->on(looking, says(look()));
-        runner->on("if-shell", says("ok\n"));
+        runner->on("source-file", says("ready\n"));
+        runner->on("if-shell", says("ready\nok\n"));
     }
 
     static std::string look(const std::string& flags = "0 0 0 0", const std::string& typed = "/",
@@ -72,9 +75,9 @@ TEST_F(TmuxGateTest, aKeySaysWhichTestStoppedIt) {
         {look("0 0 0 0", "/1000/"), "somebody types in the pane"},
     };
     for (const auto& [now, words] : cases) {
-        runner->on("if-shell", says("no " + now));
+        runner->on("if-shell", says("ready\nno " + now));
         EXPECT_EQ(deliver(answerJob({DeliverStep::key("1")})), JobOutcome::refused(words));
-        runner->on("if-shell", {says("ok\n"), says("no " + now)});
+        runner->on("if-shell", {says("ready\nok\n"), says("ready\nno " + now)});
         EXPECT_EQ(
             deliver(answerJob({DeliverStep::escape(), DeliverStep::key("1")})), JobOutcome::failed(words));
     }
@@ -82,16 +85,16 @@ TEST_F(TmuxGateTest, aKeySaysWhichTestStoppedIt) {
 
 TEST_F(TmuxGateTest, whatMayHaveGoneInIsNeverCalledRefused) {
     const auto job = answerJob({DeliverStep::key("1")});
-    runner->on("if-shell", RunOutput{0, "", "", true}); // tmux ends with 0 when it is told to stop
+    runner->on("if-shell", RunOutput{0, "ready\n", "", true}); // tmux ends with 0 when it is told to stop
     EXPECT_EQ(deliver(job).outcome, "failed");
-    runner->on("if-shell", RunOutput{1, "", "server exited unexpectedly", false});
+    runner->on("if-shell", RunOutput{1, "ready\n", "server exited unexpectedly", false});
     EXPECT_EQ(deliver(job).outcome, "failed");
-    runner->on("if-shell", RunOutput{1, "", "can't find pane: %3", false});
+    runner->on("if-shell", RunOutput{1, "ready\n", "can't find pane: %3", false});
     EXPECT_EQ(deliver(job).outcome, "refused");
 
-    runner->on("if-shell", says("ok\n"));
-    agent->other = true;
-    EXPECT_EQ(deliver(job), JobOutcome::failed("the agent process changed while it was typed to"));
+    runner->on("if-shell", says("ready\nok\n"));
+    agent->afterwards = "vim reads from the agent's terminal";
+    EXPECT_EQ(deliver(job), JobOutcome::failed(*agent->afterwards));
     agent->no = "the agent is suspended";
     EXPECT_EQ(deliver(job), JobOutcome::refused("the agent is suspended"));
 }
@@ -132,6 +135,26 @@ TEST_F(TmuxGateTest, aCommandThatNeverEndsIsLeftBehindAndTheNextOneRuns) {
     EXPECT_TRUE(output.timedOut);
     EXPECT_FALSE(output.succeeded());
     EXPECT_EQ(clock->uptime() - began, 5 + BoundedRunner::grace);
+}
+
+TEST(ProgramName, isTheCommandsOrThatOfTheScriptThatAnInterpreterRuns) {
+    const std::vector<Lines> table{{"claude", "claude", "claude"},
+        {"/opt/x/claude", "claude --resume", "claude"}, {"bash", "bash /opt/claude", "bash"},
+        {"vim", "node claude", "vim"}, {"MainThread", "node /usr/local/bin/gemini --yolo", "gemini"},
+        {"node", "/usr/bin/node --no-warnings --require ./x.js /opt/codex/bin/codex.js", "codex"},
+        {"node-MainThread", "node -- odd.mjs", "odd"}, {"node", "node", "node"},
+        {"MainThread", "node -e claude", "MainThread"}, {"node", "node --import ./hook.mjs", "node"},
+        {"node", "node /usr/lib/node_modules/@x/claude-code/cli.js", "claude"},
+        {"node", "node /home/u/index.js", "index"}, {"bun", "bun run /opt/opencode.ts", "opencode"},
+        {"node", "node run", "run"}, {"python3.11", "python3.11 -X utf8 /home/u/bin/aider", "aider"},
+        {"python3", "python3 -m aider.main", "aider"}, {"python3", "python3 -c pi", "python3"},
+        {"MainThread", "", "MainThread"}, {"MainThread", "claude", "MainThread"}};
+    for (const auto& row : table) {
+        Lines words;
+        for (const auto word : Text::split(row[1], ' '))
+            words.emplace_back(word);
+        EXPECT_EQ(programName(row[0], words), row[2]) << row[1];
+    }
 }
 
 TEST(TypedEcho, aTextStandsHoweverTheAgentFramesIt) {

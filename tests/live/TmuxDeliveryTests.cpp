@@ -249,8 +249,9 @@ TEST_F(TmuxDelivery, aKeyThatTmuxGetsTooLateIsNotTyped) {
     // As from a server that slept; and from one whose clock was set back meanwhile.
     for (const double sent : {now - 100, now + 100, now}) {
         const TmuxKeys::Condition condition{.look = *seen, .lines = {}, .sent = sent, .limit = 7};
-        const auto output = tmux(TmuxKeys::guarded(key, condition, std::nullopt)->args);
-        const auto kind = TmuxKeys::verdict(output, condition).kind;
+        auto client = TmuxKeys::waiting(key);
+        client.input = std::make_shared<const LateInput>([&] { return TmuxKeys::guarded(key, condition); });
+        const auto kind = TmuxKeys::verdict(loop.run(runner->run(client, 10)), condition, true).kind;
         EXPECT_EQ(kind == TmuxKeys::Verdict::Kind::typed, sent == now);
         EXPECT_EQ(kind == TmuxKeys::Verdict::Kind::refused, sent != now);
     }

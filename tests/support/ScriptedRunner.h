@@ -14,7 +14,7 @@ namespace kelvadrome::test {
 
 /// Runs nothing: remembers each command and answers by what occurs in its line. A line is the program's name
 /// and its arguments with a script's text replaced by its name: "osascript itermWrite /dev/ttys004 ABC key
-/// 1". The latest rule that fits holds; a command that none fits never starts.
+/// 1"; a late input follows "<<<". The latest rule that fits holds; a command that none fits never starts.
 class ScriptedRunner final : public CommandRunning {
 public:
     struct Call {
@@ -45,6 +45,8 @@ public:
 
     Task<RunOutput> run(RunCommand command, double timeout) override {
         calls.push_back({command, timeout, line(command)});
+        if (command.input)
+            calls.back().line += " <<< " + (*command.input)().value_or("nothing");
         if (calls.size() - 1 == failing)
             co_return RunOutput{1, "", "", false};
         const auto text = calls.back().line;

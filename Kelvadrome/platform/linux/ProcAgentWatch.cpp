@@ -1,5 +1,6 @@
 #include "Kelvadrome/platform/linux/ProcAgentWatch.h"
 
+#include "KelvadromeKit/delivery/ProgramName.h"
 #include "KelvadromeKit/support/Descriptor.h"
 #include "KelvadromeKit/support/Text.h"
 
@@ -20,11 +21,15 @@ using ProcessTable::Row;
 
 namespace {
 
-/// The same process with the same program in it. An exec moves the stack and the arguments; where they may
-/// not be read they are 0 both times.
-bool isSame(const Row& first, const Row& now) {
-    return first.pid == now.pid && first.started == now.started && first.stackStart == now.stackStart &&
-           first.argumentsStart == now.argumentsStart;
+/// An exec moves the stack and the arguments; where they may not be read they are 0 both times. A process
+/// that is about to end has none any more.
+bool isAnother(const Row& first, const Row& now) {
+    const bool moved = now.stackStart != first.stackStart || now.argumentsStart != first.argumentsStart;
+    return now.started != first.started || (moved && now.stackStart != 0);
+}
+
+bool hasEnded(const Row& first, const Row& now) {
+    return now.ended() || now.stackStart != first.stackStart;
 }
 
 /// The process and those that started it. One that starts an agent and waits for it (node, npm, a script)
@@ -61,23 +66,38 @@ std::optional<std::string> companyRefusal(const Row& agent) {
 
 /// Steps of one job come one after the other; the lock is for those that were left behind.
 struct ProcAgentWatch::State {
+    enum class Kind { itself, another, ended };
+    struct Look {
+        Kind kind = Kind::ended;
+        Row row;
+    };
+
     explicit State(std::optional<std::int64_t> agent) : pid(agent) {}
 
-    /// The agent as it is; absent once it has ended or is another. The first look is the one that counts.
-    std::optional<Row> look() {
+    /// The agent as it is. The first look is the one that counts.
+    Look look() {
         auto now = pid ? ProcessTable::row(*pid) : std::nullopt;
         const std::lock_guard guard(lock);
         if (!now)
-            return std::nullopt;
+            return {};
         if (!first)
             first = now;
-        return isSame(*first, *now) ? now : std::nullopt;
+        if (isAnother(*first, *now))
+            return {Kind::another, std::move(*now)};
+        return {hasEnded(*first, *now) ? Kind::ended : Kind::itself, std::move(*now)};
     }
 
-    bool isAnother() {
-        const auto now = pid ? ProcessTable::row(*pid) : std::nullopt;
-        const std::lock_guard guard(lock);
-        return first && now && !isSame(*first, *now);
+    /// Why this look speaks against a key.
+    static std::optional<std::string> refusal(const Look& look) {
+        if (look.kind == Kind::another)
+            return "the agent process changed";
+        if (look.kind == Kind::ended)
+            return "the agent process ended";
+        if (look.row.stopped())
+            return "the agent is suspended";
+        if (!look.row.tty || look.row.foregroundGroup != look.row.group)
+            return "the agent is not in the foreground of its terminal";
+        return companyRefusal(look.row);
     }
 
     const std::optional<std::int64_t> pid;
@@ -94,40 +114,33 @@ Task<std::optional<std::string>> ProcAgentWatch::psLine() {
     auto work = [state = state_]() -> std::optional<std::string> {
         if (::access("/proc/self/stat", R_OK) != 0)
             return std::nullopt;
-        const auto row = state->look();
-        if (!row)
+        const auto [kind, row] = state->look();
+        if (kind != State::Kind::itself)
             return "";
-        return fmt::format("{} {} {} {} {}{}\n", row->pid, row->group, row->foregroundGroup,
-            row->tty.value_or("?"), row->comm, row->ended() ? " <defunct>" : "");
+        return fmt::format("{} {} {} {} {}\n", row.pid, row.group, row.foregroundGroup, row.tty.value_or("?"),
+            programName(row.comm, ProcessTable::arguments(row.pid)));
     };
     co_return co_await pool_.run(std::move(work));
 }
 
-Task<std::optional<std::string>> ProcAgentWatch::refusal() {
+std::optional<std::string> ProcAgentWatch::refusalNow() {
+    return State::refusal(state_->look());
+}
+
+Task<std::optional<std::string>> ProcAgentWatch::doubt() {
     auto work = [state = state_]() -> std::optional<std::string> {
-        const auto row = state->look();
-        if (!row || row->ended())
-            return state->isAnother() ? "the agent process changed" : "the agent process ended";
-        if (row->stopped())
-            return "the agent is suspended";
-        if (!row->tty || row->foregroundGroup != row->group)
-            return "the agent is not in the foreground of its terminal";
-        return companyRefusal(*row);
+        const auto look = state->look();
+        return look.kind == State::Kind::ended ? std::nullopt : State::refusal(look);
     };
-    co_return co_await pool_.run(std::move(work));
-}
-
-Task<bool> ProcAgentWatch::replaced() {
-    auto work = [state = state_] { return state->isAnother(); };
     co_return co_await pool_.run(std::move(work));
 }
 
 Task<bool> ProcAgentWatch::tookInput() {
     auto work = [state = state_] {
-        const auto row = state->look();
-        if (!row || !row->tty)
+        const auto [kind, row] = state->look();
+        if (kind != State::Kind::itself || !row.tty)
             return false;
-        const auto path = "/dev/" + *row->tty;
+        const auto path = "/dev/" + *row.tty;
         const Descriptor terminal(::open(path.c_str(), O_RDONLY | O_NOCTTY | O_NONBLOCK | O_CLOEXEC));
         termios mode{};
         int waiting = 0;
@@ -139,8 +152,9 @@ Task<bool> ProcAgentWatch::tookInput() {
 
 Task<std::optional<TmuxServer>> ProcAgentWatch::tmuxServer() {
     auto work = [state = state_]() -> std::optional<TmuxServer> {
-        const auto row = state->look();
-        const auto text = row ? ProcessTable::variable(row->pid, "TMUX") : std::nullopt;
+        const auto [kind, row] = state->look();
+        const auto text =
+            kind == State::Kind::itself ? ProcessTable::variable(row.pid, "TMUX") : std::nullopt;
         // "SOCKET,PID,SESSION"; a path may hold commas.
         static const RE2 form("(/.*),([0-9]+),[0-9]+");
         TmuxServer server;

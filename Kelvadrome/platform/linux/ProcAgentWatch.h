@@ -16,8 +16,8 @@ public:
     ~ProcAgentWatch() override;
 
     Task<std::optional<std::string>> psLine() override;
-    Task<std::optional<std::string>> refusal() override;
-    Task<bool> replaced() override;
+    std::optional<std::string> refusalNow() override;
+    Task<std::optional<std::string>> doubt() override;
     Task<bool> tookInput() override;
     Task<std::optional<TmuxServer>> tmuxServer() override;
     Task<bool> isOwnSocket(std::string path) override;

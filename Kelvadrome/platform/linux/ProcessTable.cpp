@@ -112,6 +112,17 @@ std::vector<Row> group(std::int64_t id) {
     return members;
 }
 
+std::vector<std::string> arguments(std::int64_t pid) {
+    const auto all = Files::read(path(pid, "cmdline"), environmentLimit).value_or("");
+    std::string_view rest = all;
+    if (rest.ends_with('\0'))
+        rest.remove_suffix(1);
+    std::vector<std::string> words;
+    for (const auto word : Text::split(rest, '\0'))
+        words.emplace_back(word);
+    return words;
+}
+
 std::optional<std::string> variable(std::int64_t pid, std::string_view name) {
     const auto all = Files::read(path(pid, "environ"), environmentLimit);
     if (!all)

@@ -35,6 +35,8 @@ std::optional<Row> row(std::int64_t pid);
 /// The processes of a group, in no order.
 std::vector<Row> group(std::int64_t id);
 
+/// The words of a process's command line; none when they can't be read.
+std::vector<std::string> arguments(std::int64_t pid);
 /// One variable of the environment that a process was started with.
 std::optional<std::string> variable(std::int64_t pid, std::string_view name);
 
