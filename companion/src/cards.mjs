@@ -140,6 +140,7 @@ export class Cards {
       const seconds = Math.round(this.app.settings.holdMs(card.risk) / 1000);
       const held = this.update(card, { state: 'held', held_until_ms: now + this.#hold(card.id, card.risk), answer: JSON.stringify(fitted.answer), presence });
       const receipt = this.app.receipts.add('answer.held', `${fitted.words} for ${agentName(card.agent)}: "${card.title}". Undo within ${seconds} s.`, this.#about(card), now);
+      this.store.afterCommit(() => this.app.looks.remember(card).catch(this.app.wentWrong));
       return { receipt, status: 'held', card: this.view(held) };
     });
   }
@@ -217,6 +218,18 @@ export class Cards {
   wentOn(card, now = clock.now()) {
     this.app.receipts.add('card.went_on', `${agentName(card.agent)} went on after "${card.title}". Your answer may have been typed.`, this.#about(card), now);
     return this.close(card, 'went_on', now);
+  }
+
+  /** This card's question was to be seen on the screen of its agent. */
+  keepShown(id) { this.store.run('UPDATE cards SET shown = 1 WHERE id = ?', id); }
+  unsureAndShown() { return this.store.all("SELECT * FROM cards WHERE state = 'open' AND state <> 'closed' AND unsure IS NOT NULL AND shown = 1 AND gone_ms IS NULL").map(fromRow); }
+
+  /** The question of this card, as it was a moment ago, is not on the screen any more. */
+  leftBehind({ id, version }) {
+    this.store.tx(() => {
+      const card = this.find(id);
+      if (card.version === version && card.state === 'open') this.wentOn(card);
+    });
   }
 
   /** An agent told what it does now. Called in a transaction. */

@@ -13,6 +13,7 @@ import { Sessions } from './sessions.mjs';
 import { Cards } from './cards.mjs';
 import { Jobs } from './jobs.mjs';
 import { Departed } from './departed.mjs';
+import { Looks } from './looks.mjs';
 import { Reviews } from './reviews.mjs';
 import { Onboarding } from './onboarding.mjs';
 import { PageAuth, nextPath, setCookie } from './page-auth.mjs';
@@ -65,6 +66,7 @@ class Daemon {
     this.cards = new Cards(this);
     this.jobs = new Jobs(this);
     this.departed = new Departed(this);
+    this.looks = new Looks(this);
     this.reviews = new Reviews();
     this.onboarding = new Onboarding(this, env);
     this.hosts = { hosts: [], access: {} };
@@ -77,6 +79,8 @@ class Daemon {
   health() {
     return { name: 'kelvadromed', version: VERSION, pid: process.pid, home: this.home, watermark: this.receipts.watermark(), uptime_s: (clock.steady() - this.started) / 1000, port: this.auth.port };
   }
+
+  wentWrong = (error) => log(`internal error: ${error.stack}`);
 
   /** Something moved: do what has come due, wake who waits, and set the timer for what comes next. Never runs inside a commit. */
   changed() {
@@ -95,8 +99,9 @@ class Daemon {
       this.cards.commitDue();
       this.jobs.expireDue();
       this.departed.look();
+      this.looks.again().catch(this.wentWrong);
     } catch (error) {
-      log(`internal error: ${error.stack}`);
+      this.wentWrong(error);
       soonest = 1000;
     }
     this.jobs.wake();

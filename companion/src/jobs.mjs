@@ -165,6 +165,7 @@ export class Jobs {
   }
 
   #notDelivered(card, outcome, reason, maybeTyped, now) {
+    if (card.over === OVER.withOurAnswer) return this.#delivered(card, 'host', now);
     const warning = maybeTyped ? ' Some keys may have been typed.' : ' Nothing was typed.';
     this.app.receipts.add(`answer.${outcome}`, `Not delivered to ${agentName(card.agent)}: "${card.title}": ${reason}.${warning}`, this.#about(card), now);
     if (card.over !== OVER.not) return this.app.cards.close(card, 'withdrawn', now);

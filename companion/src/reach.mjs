@@ -22,16 +22,37 @@ function serverOf(pid) {
   return socket === undefined ? null : { socket, server };
 }
 
-/** What a pane holds: {server, tty, command}; null when it is not there, undefined when tmux did not say. */
-function paneOf(socket, pane) {
-  const words = ['-S', socket, 'display-message', '-p', '-t', pane, '#{pid} #{pane_tty} #{pane_current_command}'];
+/** Why this socket is not asked; null when it is our own user's. */
+function whyNotOurs(socket) {
+  const file = statOf(socket, lstatSync);
+  if (!file?.isSocket()) return 'is gone';
+  return file.uid === process.getuid() ? null : 'belongs to another user';
+}
+
+/**
+ * Asks a tmux server: what it says, null when it says no, undefined when it says nothing in time. A server that hangs
+ * holds the client's output open beyond the client's end, so the limit is ours and not the client's.
+ */
+function askTmux(socket, ...words) {
   return new Promise((done) => {
-    execFile('tmux', words, { timeout: TMUX_MS, killSignal: 'SIGKILL', env: { PATH, LC_ALL: 'C.UTF-8' } }, (error, stdout) => {
-      const [server, tty, ...command] = stdout.trim().split(' ');
+    const client = execFile('tmux', ['-S', socket, ...words], { env: { PATH, LC_ALL: 'C.UTF-8' } }, (error, stdout) => {
+      clearTimeout(timer);
       if (error) done(typeof error.code === 'number' ? null : undefined);
-      else done(tty?.startsWith('/dev/') ? { server, tty: tty.slice('/dev/'.length), command: command.join(' ') } : null);
+      else done(stdout);
     });
+    const timer = setTimeout(() => {
+      client.kill('SIGKILL');
+      for (const end of [client.stdout, client.stderr]) end.destroy();
+      done(undefined);
+    }, TMUX_MS);
   });
+}
+
+/** What the pane of a process that asks shows; null where that cannot be told. */
+export async function screenOf({ pid, host, host_ref: pane }) {
+  const named = host === 'tmux' ? serverOf(pid) : null;
+  if (named === null || whyNotOurs(named.socket) !== null) return null;
+  return await askTmux(named.socket, 'capture-pane', '-p', '-t', pane) ?? null;
 }
 
 /**
@@ -47,33 +68,33 @@ function isNamesake(pid, tty) {
 async function whyNotThroughTmux(name, info, pane) {
   const named = serverOf(info.pid);
   if (named === null) return `${name} does not say which tmux server it runs in`;
-  const file = statOf(named.socket, lstatSync);
-  if (!file?.isSocket()) return `the tmux server of ${name} is gone`;
-  if (file.uid !== process.getuid()) return `the tmux server of ${name} belongs to another user`;
-  const held = await paneOf(named.socket, pane);
-  if (held === undefined) return null;
-  if (held === null || held.server !== named.server) return `tmux has no pane ${pane} for ${name}`;
-  if (held.tty !== info.tty) return `${name} runs in the terminal ${info.tty}, but its tmux pane is ${held.tty}; something like "script" or "su" is between them`;
-  if (isNamesake(info.pid, info.tty)) return `${name} runs in a terminal of a container, which only has the same name as its tmux pane`;
-  // What tmux calls the command is the leader of the group in front: only while that is the agent's group it says something of the agent.
-  if (info.tpgid === info.pgid && isShell(held.command)) return `the shell "${held.command}" that started ${name} has the terminal together with it`;
-  return null;
+  const why = whyNotOurs(named.socket);
+  if (why !== null) return `the tmux server of ${name} ${why}`;
+  const said = await askTmux(named.socket, 'display-message', '-p', '-t', pane, '#{pid} #{pane_tty} #{pane_current_command}');
+  if (said === undefined) return null;
+  const [server, path, ...command] = (said ?? '').trim().split(' ');
+  if (server !== named.server || !path?.startsWith('/dev/')) return `tmux has no pane ${pane} for ${name}`;
+  const tty = path.slice('/dev/'.length);
+  if (tty !== info.tty) return `${name} runs in the terminal ${info.tty}, but its tmux pane is ${tty}; something like "script" or "su" is between them`;
+  if (isNamesake(info.pid, tty)) return `${name} runs in a terminal of a container, which only has the same name as its tmux pane`;
+  // tmux names the leader of the group in front. It says something of the agent only while that is the agent's group.
+  const leader = command.join(' ');
+  return info.tpgid === info.pgid && isShell(leader) ? `the shell "${leader}" that started ${name} has the terminal together with it` : null;
 }
 
-async function whyNot(name, { pid, pgid, tty, host, host_ref: ref, codex_thread: thread }) {
+async function whyNot(name, { pid, pgid, tty, host, host_ref: pane, codex_thread: thread }) {
   if (host === 'unknown' && thread !== undefined) return null;  // goes through Codex's own queue
   const info = processInfo(pid);
   if (info === null) return `${name} has ended`;
   if (info.tty !== tty) return `${name} runs in ${info.tty === null ? 'no terminal' : `the terminal ${info.tty}`}, not in ${tty}`;
   if (pgid !== undefined && info.pgid !== pgid) return `${name} is not the process group that it says it is`;
   if (host === 'unknown') return `${name} runs in a terminal that nothing can be typed into from outside, such as a window without tmux`;
-  return host === 'tmux' ? whyNotThroughTmux(name, info, ref) : null;
+  return host === 'tmux' ? whyNotThroughTmux(name, info, pane) : null;
 }
 
 /** Why no answer to this checked ask could be typed, in sentences for a person; null when one could, or none has to be. */
 export async function whyUntypable({ agent, live, delivery }) {
   if (delivery !== 'terminal') return null;
-  const name = agentName(agent);
-  const why = await whyNot(name, live);
+  const why = await whyNot(agentName(agent), live);
   return why === null ? null : `${why.charAt(0).toUpperCase()}${why.slice(1)}. Answer it there.`;
 }

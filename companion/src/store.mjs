@@ -43,6 +43,7 @@ const MIGRATIONS = [
    ALTER TABLE cards ADD COLUMN untypable TEXT;
    ALTER TABLE cards ADD COLUMN unsure TEXT;
    ALTER TABLE cards ADD COLUMN fetched_ms INTEGER;
+   ALTER TABLE cards ADD COLUMN shown INTEGER NOT NULL DEFAULT 0;
    UPDATE cards SET process = concat(live ->> 'pid', '/', live ->> 'started', '/') WHERE live ->> 'pid' IS NOT NULL;
    CREATE INDEX cards_process ON cards (process, seq) WHERE process IS NOT NULL;`,
 ];

@@ -64,6 +64,27 @@ test('an answer to an older question waits while a newer one blocks the same pro
   assert.deepEqual(await page.report((await page.claimOne()).id, 'start'), { proceed: true });
 });
 
+test('a card whose answer may have been typed closes once its question has left the screen', async (t) => {
+  const [world, page] = await World.loggedIn(t);
+  const claude = scriptable(world);
+  const asks = { title: 'Which of the two should it be?', options: ['Alpha', 'Beta'] };
+  const draw = `printf '${asks.title}\\n1. Alpha\\n2. Beta\\n'`;
+  const cases = [['goes on', `${draw}; read x; clear; read y`, true], ['still asks', `${draw}; read x; clear; ${draw}; read y`, false], ['never showed it', 'read x; read y', false]];
+  const shown = [];
+  for (const [name, script, isOver] of cases) {
+    const { live } = await world.panes.start([claude, '-c', script]);
+    if (script.startsWith('printf')) await until(() => world.panes.tmux('capture-pane', '-p', '-t', live.host_ref).includes('Beta'), 'the question is drawn');
+    const { id, job } = await world.answered(page, { ...asks, live }, 'Beta');
+    await page.report(job.id, 'start');
+    world.panes.tmux('send-keys', '-t', live.host_ref, '2', 'Enter');
+    await page.report(job.id, 'failed', { reason: 'the app was closed' });
+    assert.equal((await world.card(id)).maybe_typed, true, name);
+    shown.push([name, id, isOver]);
+  }
+  for (const [, id, isOver] of shown) if (isOver) await until(async () => { await world.advance(2); return (await world.detail(id)).outcome === 'went_on'; }, 'it is seen that the agent went on');
+  for (const [name, id, isOver] of shown) if (!isOver) assert.equal((await world.card(id)).state, 'open', name);
+});
+
 test('what can never be typed into says so on its card before anybody presses, and takes no press', async (t) => {
   const [world, page] = await World.loggedIn(t);
   const claude = join(world.home, 'claude');
@@ -101,6 +122,12 @@ test('what can never be typed into says so on its card before anybody presses, a
   }
   const good = await world.card(await world.ask({ live: fine.live }));
   assert.deepEqual([good.answerable, good.delivery_note], [undefined, undefined]);
+  // A tmux server that hangs says nothing, so nothing is said of it, and the asker is not held up.
+  const server = Number(world.panes.tmux('display-message', '-p', '#{pid}'));
+  process.kill(server, 'SIGSTOP');
+  t.after(() => { try { process.kill(server, 'SIGCONT'); } catch { /* it has ended */ } });
+  assert.equal((await world.card(await world.ask({ live: fine.live }))).delivery_note, undefined);
+  process.kill(server, 'SIGCONT');
   // Whoever waits for such a card gets the answer handed, so it can be pressed then.
   const late = await world.ask({ live: { ...second.live, host: 'unknown', host_ref: undefined } });
   const waiting = world.ok('/v1/ask/wait', { card_id: late, wait_ms: 8000 });
