@@ -49,16 +49,17 @@ export class PageAuth {
     } catch {
       state = 'damaged';
     }
+    const now = clock.steady();
+    for (const [token, until] of this.#resets) if (until <= now || this.#resets.size >= MAX_LINKS) this.#resets.delete(token);
     const reset = secret();
-    this.#resets.clear();
-    this.#resets.set(reset, clock.steady() + RESET_MS);
+    this.#resets.set(reset, now + RESET_MS);
     return { state, sessions: this.list(), reset };
   }
 
   /** Forgets the key and ends every session, for whoever was shown the state of the key. */
   resetKey(token) {
     const until = this.#resets.get(token);
-    this.#resets.clear();
+    this.#resets.delete(token);
     if (until === undefined || until <= clock.steady()) throw conflict('Look at /v1/page/key first, and give the "reset" that it gave.');
     this.key.forget();
     this.#links.clear();

@@ -1,4 +1,5 @@
 // Calls to the daemon over its socket.
+import { statSync } from 'node:fs';
 import { request } from 'node:http';
 import { homedir } from 'node:os';
 import { join, resolve } from 'node:path';
@@ -22,6 +23,7 @@ export function resolveHome(option, env) {
 
 export class Client {
   constructor(home) {
+    this.home = home;
     this.socketPath = join(home, 'kelvadromed.sock');
   }
 
@@ -39,8 +41,16 @@ export class Client {
     });
   }
 
+  /** In a home of somebody else there is nobody to ask, and an answer that came from there would be theirs. */
+  #refuseForeignHome() {
+    const me = process.getuid?.() ?? 0;
+    const owner = statSync(this.home, { throwIfNoEntry: false })?.uid ?? me;
+    if (owner !== me && me !== 0) throw new KdError(`The home ${this.home} belongs to another user.`, EXIT.failed);
+  }
+
   /** The `data` of the reply. A daemon that says no, and one that is not there, are `KdError`s. */
   async call(path, body, timeoutMs = 10_000) {
+    this.#refuseForeignHome();
     let text;
     try {
       text = await this.#exchange(path, body, timeoutMs);

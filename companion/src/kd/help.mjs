@@ -11,6 +11,7 @@ usage: kd COMMAND [OPTIONS]
   inbox      list the questions that wait for the user
   sessions   list the agents
   answer     answer a card: kd answer CARD_ID ANSWER (only with a daemon that runs for tests)
+  page-key   tell which program holds the page; --reset forgets its key, for when the key was lost
   help       this text; also kd COMMAND --help
 
 kd ask

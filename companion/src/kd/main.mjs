@@ -2,6 +2,7 @@ import { parseArgs } from 'node:util';
 import { Client, EXIT, KdError, resolveHome } from './client.mjs';
 import { ask, touch, wait, withdraw } from './ask.mjs';
 import { answer, inbox, sessions } from './lists.mjs';
+import { pageKey } from './page-key.mjs';
 import { HELP } from './help.mjs';
 
 const text = { type: 'string' };
@@ -22,6 +23,7 @@ const COMMANDS = {
   inbox: { run: inbox, words: 0, options: {} },
   sessions: { run: sessions, words: 0, options: {} },
   answer: { run: answer, words: 2, options: {} },
+  'page-key': { run: pageKey, words: 0, options: { reset: flag } },
 };
 
 /** `--wait`, `-w`, `--wait 30` and `--wait=30` all mean what they say; the parser knows no options with an optional value. */
