@@ -30,6 +30,7 @@ const stateOf = (card) => (card.state === 'open' && card.gone_ms !== null ? 'gon
  * way to the agent) -> closed; a way that fails leads back to open, with the card as it was. Each change raises `version`.
  */
 export class Cards {
+  #attempted = new Set();  // cards that an agent's program tried to answer
   #holds = new Map();  // card id -> when its hold ends, on the steady clock
   #offset = clock.now() - clock.steady();
 
@@ -93,6 +94,24 @@ export class Cards {
   /** The open cards whose answer would go to a process that is known by its id. */
   answerable() {
     return this.store.all("SELECT * FROM cards WHERE state = 'open' AND gone_ms IS NULL AND delivery <> 'keep' AND live IS NOT NULL").map(fromRow).filter((card) => card.live.pid !== undefined);
+  }
+
+  /** The processes that have a question open: {pid, started, agent}. */
+  askers() {
+    return this.store.all("SELECT agent, live FROM cards WHERE state <> 'closed' AND gone_ms IS NULL AND live IS NOT NULL")
+      .map(({ agent, live }) => ({ ...JSON.parse(live), agent })).filter(({ pid }) => pid > 1);
+  }
+
+  /** An agent's program tried to answer. The card says so once, however often it is tried, for each time raises its version. */
+  noteAttempt(id, agent) {
+    const card = this.find(id);
+    if (card.state === 'closed' || this.#attempted.has(id)) return;
+    this.#attempted.add(id);
+    const words = `A program of ${agentName(agent)} tried to answer this, and was refused.`;
+    this.store.tx(() => {
+      this.update(card, { refs: JSON.stringify({ ...card.refs, last_attempt: words }) });
+      this.app.receipts.add('answer.not_the_user', `${words} "${card.title}".`, this.#about(card));
+    });
   }
 
   /** Opens a card for a checked ask. The same `ask_id` again gives the card that the first one made. */

@@ -21,7 +21,8 @@ import { checkSurface, findRoute } from './routes.mjs';
 import { goneSignal, listen, makeServer, readJson, send, sendData, shut } from './http.mjs';
 import { sendEntrance, sendFile, sendNotice } from './static.mjs';
 import { clearDeadSocket, prepareHome, refuseSecond } from './home.mjs';
-import { Admission, holderOf } from './peer.mjs';
+import { Admission, agentBehind, canTell, holderOf, peerOf } from './peer.mjs';
+import { agentName } from './names.mjs';
 import { clock } from './clock.mjs';
 
 const VERSION = JSON.parse(readFileSync(new URL('../package.json', import.meta.url), 'utf8')).version;
@@ -133,6 +134,7 @@ class Daemon {
     checkSurface(route, surface, this.settings, session);
     if (route.stream) return this.#stream(res, session);
     const body = req.method === 'GET' ? {} : await readJson(req);
+    if (route.answers && session) this.#refuseAgents(req, body);
     const data = await route.run(this, { body, session, headers: req.headers, signal: goneSignal(res) });
     sendData(res, data);
   }
@@ -145,6 +147,17 @@ class Daemon {
     if (req.method !== 'GET') this.auth.checkWrite(session, req.headers);
     this.jobs.heard(session.tag);
     return session;
+  }
+
+  /** An agent may not answer: neither its own question nor, while it has one, another's. */
+  #refuseAgents(req, { card_id: cardId }) {
+    if (!canTell) return;
+    const peer = peerOf(req.socket);
+    if (peer === null) throw forbidden('Who asked this left before it could be told who it is.');
+    const asker = agentBehind(peer.inode, this.cards.askers());
+    if (asker === undefined) return;
+    if (typeof cardId === 'string') this.cards.noteAttempt(cardId, asker.agent);
+    throw new Refusal('not_the_user', 403, `This came from a program that ${agentName(asker.agent)} started, and an agent may not answer. Answer in Kelvadrome itself.`);
   }
 
   #stream(res, session) {

@@ -137,10 +137,10 @@ const routes = {
     return {};
   } },
 
-  'POST /v1/cards/answer': { on: ['page'], testSocket: true, run: answer },
-  'POST /v1/page/review': { on: ['page'], run: (app, call) => app.cards.review(pressed(app, call)) },
-  'POST /v1/page/cancel': { on: ['page'], run: (app, { body }) => app.cards.undo(required.string(body, 'card_id')) },
-  'POST /v1/page/dismiss': { on: ['page'], run: (app, { body }) => app.cards.dismiss(required.string(body, 'card_id'), required.integer(body, 'version')) },
+  'POST /v1/cards/answer': { on: ['page'], answers: true, testSocket: true, run: answer },
+  'POST /v1/page/review': { on: ['page'], answers: true, run: (app, call) => app.cards.review(pressed(app, call)) },
+  'POST /v1/page/cancel': { on: ['page'], answers: true, run: (app, { body }) => app.cards.undo(required.string(body, 'card_id')) },
+  'POST /v1/page/dismiss': { on: ['page'], answers: true, run: (app, { body }) => app.cards.dismiss(required.string(body, 'card_id'), required.integer(body, 'version')) },
   'POST /v1/deliver/claim': { on: ['page'], shell: true, run: async (app, { body, session, signal }) => ({ jobs: await app.jobs.claim(session, optional.integer(body, 'wait_ms', { max: MAX_CLAIM_MS }) ?? 0, signal) }) },
   'POST /v1/deliver/report': { on: ['page'], shell: true, run: report },
   'POST /v1/live/hosts': { on: ['page'], shell: true, run: liveHosts },

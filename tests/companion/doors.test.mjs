@@ -3,12 +3,13 @@ import { test as always } from 'node:test';
 import assert from 'node:assert/strict';
 import { EventEmitter, once } from 'node:events';
 import { connect } from 'node:net';
-import { execFileSync, spawnSync } from 'node:child_process';
-import { chmodSync, chownSync, mkdirSync, mkdtempSync, readFileSync, realpathSync, rmSync, symlinkSync, writeFileSync } from 'node:fs';
+import { spawn, spawnSync } from 'node:child_process';
+import { chmodSync, chownSync, existsSync, mkdirSync, mkdtempSync, readFileSync, realpathSync, rmSync, symlinkSync, writeFileSync } from 'node:fs';
 import { tmpdir } from 'node:os';
 import { join } from 'node:path';
-import { PAGE_KEY, World, until } from './world.mjs';
+import { KD, PAGE_KEY, World, until } from './world.mjs';
 import { Admission, peerOf } from '../../companion/src/peer.mjs';
+import { PageKey } from '../../companion/src/page-key.mjs';
 
 const NOBODY = 65534;
 const linux = process.platform === 'linux' ? false : 'only Linux tells who is at the other end of a connection';
@@ -17,8 +18,8 @@ if (asRoot) process.stderr.write(`Another user is NOT tried: ${asRoot}.\n`);
 const test = (name, skip, run) => always(name, { skip }, run);
 
 /** What the page port says to a request of the user `uid`: nothing at all when it hangs up. */
-function asked(uid, port, request) {
-  const script = `exec 3<>/dev/tcp/127.0.0.1/${port}; printf '${request}' >&3; cat <&3`;
+function asked(uid, port, request, address = '127.0.0.1') {
+  const script = `exec 3<>/dev/tcp/${address}/${port}; printf '${request}' >&3; cat <&3`;
   return spawnSync('setpriv', [`--reuid=${uid}`, '--clear-groups', 'bash', '-c', script], { encoding: 'utf8', timeout: 10_000 }).stdout;
 }
 
@@ -26,7 +27,7 @@ test('another user of the machine is not heard at the page port', asRoot, async 
   const world = await World.open(t);
   const link = new URL((await world.mint()).url);
   const request = `GET ${link.pathname}${link.search.replaceAll('%', '%%')}&surface=mac HTTP/1.1\\r\\nHost: 127.0.0.1:${world.port}\\r\\n\\r\\n`;
-  assert.equal(asked(NOBODY, world.port, request), '');
+  for (const address of ['127.0.0.1', '::1']) assert.equal(asked(NOBODY, world.port, request, address), '', address);
   assert.match(asked(0, world.port, request), /^HTTP\/1\.1 303 /, 'the link was not used up');
 });
 
@@ -114,4 +115,81 @@ test('a home that others own, may write in, or have put a link into is refused, 
   const child = world.spawn(['--home', `${join(root, 'link')}/`]);
   t.after(() => child.kill('SIGKILL'));
   await until(() => child.output.includes(`serves ${realpathSync(join(root, 'real'))},`), 'it serves the real home');
+});
+
+/** Presses "Yes" on a card as a program would that has got hold of the shell's session, and tells what came of it. */
+const PRESS = `const [port, cookie, csrf, card, out] = process.argv.slice(2);
+const headers = { Cookie: 'kd_session=' + cookie, 'x-kd-csrf': csrf, 'Content-Type': 'application/json' };
+fetch('http://127.0.0.1:' + port + '/v1/cards/answer', { method: 'POST', headers, body: JSON.stringify({ card_id: card, version: 1, answer: 'Yes' }) })
+  .then((reply) => reply.json()).then((reply) => require('fs').writeFileSync(out, reply.error?.code ?? 'taken'));`;
+
+test('an agent, whatever it starts, does not answer while it has a question open; others do', linux, async (t) => {
+  const [world, page] = await World.loggedIn(t);
+  const agent = spawn('sh', [], { stdio: ['pipe', 'ignore', 'inherit'], detached: true });
+  t.after(() => agent.kill('SIGKILL'));
+  const script = join(world.home, 'press.cjs');
+  writeFileSync(script, PRESS);
+  const own = await world.askFromAfar({ live: { pid: agent.pid } });
+  const other = await world.askFromAfar({ agent: 'codex' });
+  // As a child that leads a session of its own, and as an orphan that its parent has left behind.
+  for (const [program, how, card] of [['setsid', '', own], ['', '& exit', other]]) {
+    const out = join(world.home, `pressed-${card}`);
+    agent.stdin.write(`(${program} ${process.execPath} ${script} ${world.port} ${page.cookie} ${page.csrf} ${card} ${out} ${how})\n`);
+    assert.equal(await until(() => existsSync(out) && readFileSync(out, 'utf8'), 'the agent has tried'), 'not_the_user');
+    const seen = await world.card(card);
+    assert.deepEqual([seen.state, seen.version], ['open', 2]);
+    assert.match(seen.refs.last_attempt, /Claude Code tried to answer this, and was refused/);
+    assert.equal((await world.receipts())[0].action, 'answer.not_the_user');
+  }
+  await page.ok('/v1/cards/answer', { card_id: own, version: 2, answer: 'Yes' });
+
+  // Who leaves at once is not looked at, and so not heard.
+  const body = JSON.stringify({ card_id: other, version: 2, answer: 'Yes' });
+  const head = `POST /v1/cards/answer HTTP/1.1\r\nHost: 127.0.0.1:${world.port}\r\nCookie: kd_session=${page.cookie}\r\nx-kd-csrf: ${page.csrf}\r\nContent-Length: ${body.length}\r\n\r\n`;
+  const socket = connect(world.port, '127.0.0.1');
+  await once(socket, 'connect');
+  socket.write(head);
+  await page.ok('/v1/cards/list');
+  world.child.kill('SIGSTOP');
+  await new Promise((sent) => socket.end(body, sent));
+  world.child.kill('SIGCONT');
+  const [reply] = await once(socket, 'data');
+  assert.match(String(reply), /"forbidden".*left before/);
+  assert.equal((await world.card(other)).state, 'open');
+});
+
+test('the page key of another is forgotten at a terminal, after a look at who holds the page', false, async (t) => {
+  const [world] = await World.loggedIn(t);
+  assert.match((await world.kd(['page-key', '--reset'])).stderr, /needs a terminal/);
+  const { stdout } = await world.kd(['page-key']);
+  assert.match(stdout, new RegExp(`is registered[\\s\\S]*${linux ? '' : `\\(pid ${process.pid}\\), since`}`));
+  assert.ok(!stdout.includes('reset'));
+  const pane = await world.panes.start(['env', `KELVADROME_HOME=${world.home}`, process.execPath, KD, 'page-key', '--reset'], 'MainThread');
+  await until(() => world.panes.tmux('capture-pane', '-p', '-t', pane.live.host_ref).includes('Type "reset"'), 'it asks');
+  world.panes.tmux('send-keys', '-t', pane.live.host_ref, 'reset', 'Enter');
+  await until(async () => (await world.ok('/v1/page/key')).state === 'none', 'the key is forgotten');
+  writeFileSync(join(world.home, 'page-key.sha256'), 'no hash');
+  assert.match((await world.call('/v1/page/claim', { key: PAGE_KEY })).error.message, /kd page-key --reset/);
+  assert.match((await world.kd(['page-key'])).stdout, /damaged/);
+});
+
+test('of two keys that are registered at one moment, by processes of their own, exactly one is', false, async (t) => {
+  const home = mkdtempSync(join(tmpdir(), 'kd-key-'));
+  t.after(() => rmSync(home, { recursive: true, force: true }));
+  const claim = `const { PageKey } = await import(${JSON.stringify(new URL('../../companion/src/page-key.mjs', import.meta.url))});
+    process.stdin.once('data', () => { try { new PageKey(${JSON.stringify(home)}).claim(process.argv[1].repeat(43)); console.log('mine'); } catch (error) { console.log(error.code); } process.exit(); });
+    console.log('ready');`;
+  const claimants = [...'abcd'].map((letter) => {
+    const child = spawn(process.execPath, ['--input-type=module', '-e', claim, letter], { stdio: ['pipe', 'pipe', 'inherit'] });
+    child.output = '';
+    child.stdout.on('data', (piece) => { child.output += piece; });
+    return child;
+  });
+  await until(() => claimants.every((child) => child.output.includes('ready')), 'all are ready');
+  for (const child of claimants) child.stdin.write('go');
+  await Promise.all(claimants.map((child) => once(child, 'close')));
+  const said = claimants.map((child) => child.output.trim().split('\n').at(-1));
+  assert.deepEqual(said.toSorted(), ['conflict', 'conflict', 'conflict', 'mine']);
+  const winner = new PageKey(home);
+  assert.equal(winner.claim('abcd'[said.indexOf('mine')].repeat(43)), false, 'the same key again is fine');
 });

@@ -36,7 +36,7 @@ export class CardView {
     showIn(this.head, [card.agent, card.topic, card.opened_at, card.kind, card.risk, card.blocking, this.context.session(card), this.context.topic(card)], () => this.meta());
     showIn(this.title, card.title, () => card.title);
     showIn(this.body, card.body, () => this.paragraphs());
-    showIn(this.notice, [card.state, card.refs?.last_refusal, card.delivery_note, card.maybe_typed], () => this.notices());
+    showIn(this.notice, [card.state, card.refs?.last_refusal, card.refs?.last_attempt, card.delivery_note, card.maybe_typed], () => this.notices());
     const { version, held_until: heldUntil, rows, options, state, answer, menu, screen, kind, risk, closed_at: closedAt } = card;
     const stays = state === 'open' ? null : [version, heldUntil, answer, closedAt];
     const shown = JSON.stringify([state, card.answerable, options, card.default, rows, menu, screen, kind, risk, stays]);
@@ -98,6 +98,7 @@ export class CardView {
     const { card } = this;
     const name = agentName(card.agent);
     return [
+      card.refs?.last_attempt ? h('p', { class: 'notice warn' }, icon('warning'), said(card.refs.last_attempt, 'span')) : null,
       card.refs?.last_refusal && (card.state === 'open' || card.state === 'gone') ? h('p', { class: 'notice warn' }, icon('warning'), h('span', {}, card.maybe_typed ? 'Look at its terminal before you answer again: ' : 'Your answer was not delivered: ', said(card.refs.last_refusal))) : null,
       card.delivery_note && card.state === 'open' ? h('p', { class: this.takesAnswers() ? 'notice' : 'notice warn' }, icon(this.takesAnswers() ? 'inbox' : 'warning'), said(card.delivery_note, 'span')) : null,
       card.state === 'gone' ? h('p', { class: 'notice' }, icon('away'), h('span', {}, `${name} has ended. Nobody is left to take an answer.`)) : null,
