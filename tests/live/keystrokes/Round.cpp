@@ -1,0 +1,251 @@
+#include "tests/live/keystrokes/Round.h"
+
+#include "KelvadromeKit/delivery/LiveExecutor.h"
+
+#include "tests/live/keystrokes/Runners.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <condition_variable>
+
+namespace kelvadrome::test {
+
+namespace {
+
+/// What is to be typed, and what should come of it.
+struct Answer {
+    std::string kind;
+    std::vector<DeliverStep> steps;
+    std::string marked, want; // of the folder question
+    std::string bytes;
+    std::size_t keys = 0; // commands that type
+};
+
+std::string anyText(Random& random) {
+    static const std::vector<std::string> texts{"yes", "Use port 8081 - grüße, 世界", "done;",
+        "-l x; $HOME #{pane_id} %1", "\"q\" 'q' {a} \\n #(x)", "rm -rf x",
+        "a longer answer that is wider than the pane: the quick brown fox jumps over the lazy dog, and then "
+        "over another "
+        "one, and so on, until it has been on all 3 lines"};
+    return texts[random() % texts.size()];
+}
+
+Answer anyAnswer(const Row& row, Random& random) {
+    if (row.question == Row::Question::folder) {
+        switch (random() % 3) {
+        case 0:
+            return {"down", {DeliverStep::nav("down"), DeliverStep::nav("enter")}, "exit", "trust",
+                "\033[B\r", 2};
+        case 1:
+            return {"trust", {DeliverStep::nav("enter")}, "trust", "trust", "\r", 1};
+        default:
+            return {"exit", {DeliverStep::nav("enter")}, "exit", "exit", "\r", 1};
+        }
+    }
+    const auto text = anyText(random);
+    switch (random() % 4) {
+    case 0:
+        return {"key", {DeliverStep::key("2")}, "", "", "2", 1};
+    case 1:
+        return {"escape", {DeliverStep::escape(), DeliverStep::text(text)}, "", "", "\033" + text + "\r", 3};
+    default:
+        return {"text", {DeliverStep::text(text)}, "", "", text + "\r", 2};
+    }
+}
+
+Stage::Setup setupFor(const Row& row, const Answer& answer, Random& random) {
+    static const std::vector<std::string> shells{"bash", "zsh", "xonsh", ""};
+    Stage::Setup setup{shells[random() % shells.size()], answer.marked};
+    if (row.below == Row::Below::shell && setup.shell.empty())
+        setup.shell = "bash";
+    if (row.below == Row::Below::nothing)
+        setup.shell.clear();
+    return setup;
+}
+
+std::int64_t monotonic() {
+    return std::chrono::steady_clock::now()
+        .time_since_epoch()
+        .count(); // CLOCK_MONOTONIC, as the recorders use
+}
+
+/// Applies the change once, at its moment, on whichever thread that comes.
+class Change {
+public:
+    Change(const Row& row, Stage& stage, Random random) : row_(row), stage_(stage), random_(random) {}
+
+    void apply() {
+        if (applied_.exchange(true))
+            return;
+        try {
+            row_.apply(stage_, random_);
+        } catch (const Impossible& error) {
+            impossible_ = error.what();
+        } catch (const std::exception& error) {
+            error_ = error.what();
+        }
+        at_ = monotonic();
+    }
+
+    const std::string& impossible() const { return impossible_; }
+    const std::string& error() const { return error_; }
+    std::int64_t at() const { return at_; }
+
+private:
+    const Row& row_;
+    Stage& stage_;
+    Random random_;
+    std::atomic<bool> applied_ = false;
+    std::string impossible_, error_;
+    std::int64_t at_ = 0;
+};
+
+Task<std::optional<std::string>> goAhead(std::shared_ptr<Clock> clock, double delay) {
+    co_await clock->sleep(delay);
+    co_return std::nullopt;
+}
+
+void judge(Verdict& verdict, const Answer& answer, const Recording& seen) {
+    verdict.strays = seen.strays("agent");
+    auto got = seen.bytes("agent");
+    const auto chosen = seen.find("agent", "chose");
+    if (chosen && chosen->word != answer.want)
+        verdict.strays +=
+            fmt::format("{}the agent took \"{}\"", verdict.strays.empty() ? "" : ", ", chosen->word);
+    verdict.got = got;
+    // What a user had typed before is not ours; what stands amidst our keys makes them something else.
+    const bool inOnePiece = got.find(answer.bytes) != std::string::npos;
+    std::erase(got, foreignKey);
+    // The keys that lead to an option depend on which one had the mark.
+    const bool exact = answer.want.empty()
+                           ? inOnePiece && got == answer.bytes
+                           : chosen && chosen->word == answer.want && got.find('\r') + 1 == got.size();
+    const bool nothing = got.empty() && verdict.strays.empty();
+    const auto& said = verdict.outcome.outcome;
+    verdict.saidDone = said == "done" && (!exact || !verdict.strays.empty());
+    verdict.right = said == "done" && !verdict.saidDone;
+    verdict.saidRefused = said == "refused" && !nothing;
+    verdict.refused = said == "refused" && nothing;
+    verdict.warned = said == "failed";
+}
+
+/// When somebody else read a key after the change; 0 when nobody did.
+std::int64_t firstStray(const Recording& seen, std::int64_t since) {
+    for (const auto& event : seen.events) {
+        if (since != 0 && event.nanoseconds > since && event.name == "read" && event.who != "agent")
+            return event.nanoseconds;
+    }
+    return 0;
+}
+
+/// Whether a change that was complete at this time came after the last look before the command that typed the
+/// stray key (or else before any).
+bool cameAfterLook(std::int64_t change, const std::vector<std::int64_t>& typed, std::int64_t stray) {
+    constexpr std::int64_t lookToCommand = 2'000'000; // nanoseconds, on a busy machine
+    for (auto command = typed.rbegin(); command != typed.rend(); ++command) {
+        if (stray == 0 || *command < stray)
+            return change != 0 && change > *command - lookToCommand;
+    }
+    return false;
+}
+
+} // namespace
+
+double Pace::secondsOf(const std::string& kind) const {
+    std::lock_guard guard(lock_);
+    const auto found = seconds_.find(kind);
+    return found == seconds_.end() ? 0.5 : found->second;
+}
+
+void Pace::learn(const std::string& kind, double seconds) {
+    std::lock_guard guard(lock_);
+    auto& known = seconds_.try_emplace(kind, seconds).first->second;
+    known += (seconds - known) / 8;
+}
+
+std::string Verdict::text() const {
+    return fmt::format("{}{}: {} ({}); the agent read \"{}\"{}{}", unseen ? "unseen, " : "", played,
+        hung ? "no outcome" : outcome.outcome, outcome.reason.value_or("no reason"), readable(got),
+        strays.empty() ? "" : "; strays: ", strays);
+}
+
+Verdict Round::play(Pace& pace) const {
+    Random random(seed);
+    const auto answer = anyAnswer(*row, random);
+    const double fraction = std::uniform_real_distribution<>(0, 1)(random);
+    const std::size_t keyOfChange = random() % answer.keys;
+    const double delayOfStart = random() % 6 == 0 ? 0.6 : 0.01;
+    const double moment =
+        after.value_or(fraction * (pace.secondsOf(answer.kind) + (delayOfStart > 0.5 ? 0.6 : 0)));
+
+    TestLoop loop; // outlives the stage, whose end frees what its pool still waits for
+    const auto setup = setupFor(*row, answer, random);
+    Stage stage(setup);
+    row->prepare(stage);
+    auto job = stage.answer(answer.steps);
+    if (!answer.want.empty())
+        job.screen = DeliverJob::Screen{"claude_trust", answer.want, stage.project()};
+
+    const auto clock = std::make_shared<SystemClock>();
+    Change change(*row, stage, random);
+    std::size_t asked = 0;
+    std::vector<std::int64_t> typed; // when each key was handed to tmux
+    const auto begin = monotonic();
+    const auto elapsed = [begin] { return static_cast<double>(monotonic() - begin) / 1e9; };
+    const auto beforeAsked = [&] {
+        if (asked++ == keyOfChange && this->moment == Moment::beforeKey)
+            change.apply();
+    };
+    const auto beforeSent = [&] {
+        typed.push_back(monotonic());
+        if (typed.size() == keyOfChange + 1 && this->moment == Moment::lastInstant)
+            change.apply();
+    };
+    LiveExecutor executor{runnerFor(job, stage, loop.pool(), clock, beforeAsked, beforeSent),
+        {{"tmux", "/usr/bin/tmux"}, {"claude", stage.agentBin()}}, clock, "/nobody"};
+    const LiveExecutor::Start start = [clock, delayOfStart] { return goAhead(clock, delayOfStart); };
+
+    std::jthread changer([&](std::stop_token stop) {
+        while (this->moment == Moment::random && !stop.stop_requested()) {
+            if (elapsed() >= moment)
+                return change.apply();
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+    });
+    Verdict verdict;
+    verdict.played =
+        fmt::format("{}, below {}, change {}", answer.kind, setup.shell.empty() ? "nothing" : setup.shell,
+            this->moment == Moment::random ? fmt::format("after {:.3f} s", moment)
+                                           : fmt::format("at key {}", keyOfChange + 1));
+    try {
+        verdict.outcome = loop.run(executor.perform(job, {"tag"}, clock->now(), start));
+    } catch (const std::exception&) {
+        verdict.hung = true;
+    }
+    changer.request_stop();
+    changer.join();
+    verdict.impossible = change.impossible();
+    if (!verdict.impossible.empty())
+        return verdict;
+    if (!change.error().empty())
+        throw std::runtime_error(fmt::format("{}, seed {}: {}", row->name, seed, change.error()));
+
+    const auto seen = stage.settled();
+    if (!verdict.hung)
+        judge(verdict, answer, seen);
+    if (verdict.right && !typed.empty())
+        pace.learn(
+            answer.kind, static_cast<double>(typed.back() - begin) / 1e9 - (delayOfStart > 0.5 ? 0.6 : 0));
+    const auto stray = firstStray(seen, change.at());
+    if (stray != 0 && this->moment == Moment::lastInstant)
+        verdict.unwatchedSeconds = static_cast<double>(stray - change.at()) / 1e9;
+    // In the random case the change may still be on its way when tmux looks: keys not read yet, a screen not
+    // drawn yet.
+    const bool late = this->moment == Moment::random ||
+                      (this->moment == Moment::lastInstant && row->lastInstant == Row::LastInstant::unseen);
+    verdict.unseen = late && verdict.wrong() && !verdict.hung && cameAfterLook(change.at(), typed, stray);
+    return verdict;
+}
+
+} // namespace kelvadrome::test
