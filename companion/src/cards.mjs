@@ -56,17 +56,18 @@ export class Cards {
     return fromRow(row);
   }
 
-  /** Whether the agent's process has asked something newer that blocks it: then this is not what its terminal shows. */
-  isOvertaken(card) {
-    return card.process !== null && this.store.get(
-      "SELECT 1 AS found FROM cards WHERE process = ? AND seq > ? AND state <> 'closed' AND gone_ms IS NULL AND blocking = 1 LIMIT 1", card.process, card.seq) !== undefined;
+  /** What the agent's process has asked since and is blocked by: that, and not this, is what its terminal shows. */
+  newerThan(card) {
+    const row = card.process === null ? undefined : this.store.get(
+      "SELECT * FROM cards WHERE process = ? AND seq > ? AND state <> 'closed' AND gone_ms IS NULL AND blocking = 1 ORDER BY seq DESC LIMIT 1", card.process, card.seq);
+    return row && fromRow(row);
   }
 
   /** Why no answer can be typed for an open card, in a sentence; null when one can, or when none has to be typed. */
   #whyNotTypable(card) {
     if (card.delivery !== 'terminal' || card.state !== 'open') return null;
     if (card.untypable !== null) return card.untypable;
-    return this.isOvertaken(card) ? `${agentName(card.agent)} has asked a newer question since. Answer that one first.` : null;
+    return this.newerThan(card) ? `${agentName(card.agent)} has asked a newer question since. Answer that one first.` : null;
   }
 
   /** As it goes on the wire; absent fields are left out. After an answer that may have been typed nothing is suggested any more. */
@@ -223,7 +224,13 @@ export class Cards {
   /** Back to open after an answer that did not arrive; `refs.last_refusal` says why. `maybeTyped`: or perhaps it did. */
   reopen(card, reason, maybeTyped) {
     const refs = JSON.stringify({ ...card.refs, last_refusal: reason });
-    return this.update(card, { state: 'open', held_until_ms: null, answer: null, presence: null, refs, ...(maybeTyped ? { unsure: JSON.stringify(card.answer) } : {}) });
+    return this.update(card, { state: 'open', held_until_ms: null, answer: null, presence: null, refs, ...(maybeTyped ? { unsure: JSON.stringify({ answer: card.answer }) } : {}) });
+  }
+
+  /** What was typed for an earlier question of the same process may have gone here. */
+  warn(card) {
+    const refs = JSON.stringify({ ...card.refs, last_refusal: 'an answer to an earlier question was typed while this one came. Some keys may have gone here' });
+    return this.update(card, { refs, unsure: card.unsure === null ? '{}' : JSON.stringify(card.unsure) });
   }
 
   /** What looked as if it might have been typed was not: the card is again as it was. */
@@ -265,15 +272,15 @@ export class Cards {
     return this.store.tx(() => {
       const card = this.find(id);
       if (card.state === 'closed') return card;
-      const isOurs = (pressed) => pressed !== null && answered !== undefined && answerLine(card, pressed) === answered;
+      const isOurs = (pressed) => (pressed ?? null) !== null && answered !== undefined && answerLine(card, pressed) === answered;
       if (card.state === 'armed' && !this.app.jobs.withdraw(card.id)) {
         // Keys are being typed at this moment, and this withdrawal may well be their effect. The final report decides.
         this.store.run('UPDATE cards SET over = ? WHERE id = ?', isOurs(card.answer) ? OVER.withOurAnswer : OVER.withoutWord, card.id);
         return this.find(id);
       }
-      if (card.state === 'open' && isOurs(card.unsure)) {
+      if (card.state === 'open' && isOurs(card.unsure?.answer)) {
         this.app.receipts.add('answer.typed', `The answer did reach ${agentName(card.agent)}: "${card.title}".`, this.#about(card), now);
-        return this.close(card, 'answered', now, card.unsure);
+        return this.close(card, 'answered', now, card.unsure.answer);
       }
       this.app.receipts.add('card.withdrawn', `${agentName(card.agent)} no longer asks: "${card.title}".`, this.#about(card), now);
       return this.close(card, 'withdrawn', now);

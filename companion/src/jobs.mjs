@@ -119,7 +119,7 @@ export class Jobs {
     if (job.state !== 'claimed') return 'the job was started before';
     const card = this.app.cards.find(job.card_id);
     if (card.state !== 'armed' || card.over !== OVER.not) return 'the question is no longer waiting for this answer';
-    return whyNotTheAsker(card.live) ?? (this.app.cards.isOvertaken(card) ? `${agentName(card.agent)} has asked a newer question since` : null);
+    return whyNotTheAsker(card.live) ?? (this.app.cards.newerThan(card) ? `${agentName(card.agent)} has asked a newer question since` : null);
   }
 
   /** The verdict of the claimant. A second verdict changes nothing. */
@@ -154,10 +154,14 @@ export class Jobs {
   #about(card) { return { topic: card.topic, card_id: card.id }; }
 
   #delivered(card, path, now, answer = card.answer) {
-    if (card.over === OVER.withoutWord) {
-      // Somebody may have answered in the terminal at the same moment, so nothing says that ours was taken.
-      this.app.receipts.add('answer.overtaken', `Typed for ${agentName(card.agent)}, which took its question back meanwhile: "${card.title}".`, this.#about(card), now);
-      return this.app.cards.close(card, 'withdrawn', now);
+    // What was typed is one thing, what it answered another: somebody may have answered in the terminal at the same moment,
+    // or the agent may have asked the next question under our keys. Only its own word tells that it got this answer.
+    const newer = card.over === OVER.not && path !== 'codex_queue' ? this.app.cards.newerThan(card) : undefined;
+    if (card.over === OVER.withoutWord || newer) {
+      const what = newer ? 'asked something newer' : 'took its question back';
+      this.app.receipts.add('answer.overtaken', `Typed for ${agentName(card.agent)}, which ${what} meanwhile: "${card.title}".`, this.#about(card), now);
+      if (newer?.state === 'open') this.app.cards.warn(newer);
+      return this.app.cards.close(card, newer ? 'went_on' : 'withdrawn', now);
     }
     const how = path === 'codex_queue' ? 'Queued for' : 'Typed into';
     this.app.receipts.add('answer.typed', `${how} ${agentName(card.agent)}: "${card.title}".`, this.#about(card), now);
@@ -179,7 +183,7 @@ export class Jobs {
     this.#finish(job, outcome, reason);
     if (outcome === 'refused') {
       if (isAsReopened) this.app.cards.clearUnsure(card, reason ?? 'no reason was given');
-    } else if (isAsReopened) this.#delivered(card, 'host', now, card.unsure);
+    } else if (isAsReopened) this.#delivered(card, 'host', now, card.unsure.answer);
     else this.app.receipts.add('answer.typed', `An earlier answer was typed for ${agentName(card.agent)} after all: "${card.title}".`, this.#about(card), now);
     return { accepted: true };
   }

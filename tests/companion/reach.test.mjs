@@ -61,7 +61,17 @@ test('an answer to an older question waits while a newer one blocks the same pro
   await world.ok('/v1/ask/withdraw', { card_id: newer });
   assert.deepEqual([(await world.card(older)).answerable, (await world.card(older)).delivery_note], [undefined, undefined]);
   await page.ok('/v1/cards/answer', { card_id: older, version: card.version, answer: 'Yes' });
-  assert.deepEqual(await page.report((await page.claimOne()).id, 'start'), { proceed: true });
+  const second = await page.claimOne();
+  assert.deepEqual(await page.report(second.id, 'start'), { proceed: true });
+
+  // Asked under the very keys: nobody can say which of the two got them.
+  const under = await world.ask({ live, title: 'Under the keys?', default: 'Yes' });
+  await page.report(second.id, 'done');
+  assert.deepEqual([(await world.detail(older)).outcome, (await world.detail(older)).answer], ['went_on', undefined]);
+  assert.equal((await world.receipts())[0].action, 'answer.overtaken');
+  const warned = await world.card(under);
+  assert.deepEqual([warned.state, warned.maybe_typed, warned.default, warned.answerable], ['open', true, undefined, undefined]);
+  assert.match(warned.refs.last_refusal, /Some keys may have gone here/);
 });
 
 test('a card whose answer may have been typed closes once its question has left the screen', async (t) => {

@@ -69,12 +69,12 @@ export class Client {
 
   /** As `call`, but tries again for `patienceMs` while the daemon is away. Only for calls that may be repeated. */
   async callPatiently(path, body, timeoutMs, patienceMs) {
-    const deadline = Date.now() + patienceMs;
+    const deadline = performance.now() + patienceMs;
     for (;;) {
       try {
         return await this.call(path, body, timeoutMs);
       } catch (error) {
-        if (error.code !== 'no_daemon' || Date.now() >= deadline) throw error;
+        if (error.code !== 'no_daemon' || performance.now() >= deadline) throw error;
         await new Promise((done) => setTimeout(done, 250));
       }
     }
