@@ -1,8 +1,9 @@
 // Every route, with the surface that offers it: "socket" (anyone who may open the socket file: the user's own
 // programs, agents among them) or "page" (a cookie session). What presses or types answers is for page sessions alone.
+import { setTimeout } from 'node:timers/promises';
 import { optional, required } from './check.mjs';
 import { clock } from './clock.mjs';
-import { forbidden, notBuilt } from './errors.mjs';
+import { conflict, forbidden, notBuilt } from './errors.mjs';
 import { readAsk, readIdentity, readLive, readTopic } from './asks.mjs';
 import { KEY_HEADER } from './page-auth.mjs';
 import { oneLine } from './text.mjs';
@@ -12,6 +13,7 @@ import { STATUS_WORDS, isWorking } from './sessions.mjs';
 const MAX_WAIT_MS = 25_000;
 const MAX_CLAIM_MS = 8_000;
 const WITHDRAW_MS = 15_000;
+const LEAVING_MS = 5;
 const both = ['socket', 'page'];
 
 const shortLine = (body, field, max) => {
@@ -29,9 +31,12 @@ function answer(app, call) {
   return app.cards.answer({ ...pressed(app, call), review: optional.string(call.body, 'review'), surface: call.session ? 'page' : 'socket' });
 }
 
-async function ask(app, { body }) {
+async function ask(app, { body, signal }) {
   const asked = readAsk(body);
   asked.untypable = await whyUntypable(asked);
+  // Whoever gave up while the daemon hung was told that nothing is asked; their leaving is read a moment later.
+  await setTimeout(LEAVING_MS);
+  if (signal.aborted) throw conflict('The asker has left.');
   const card = app.cards.open(asked);
   return { card_id: card.id, version: card.version, state: card.state, ...app.jobs.endOf(card) };
 }

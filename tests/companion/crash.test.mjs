@@ -1,7 +1,9 @@
 // kill -9 at the moments where an answer could be lost, doubled, or told wrongly.
 import { test } from 'node:test';
 import assert from 'node:assert/strict';
+import { once } from 'node:events';
 import { readdirSync, writeFileSync } from 'node:fs';
+import { request } from 'node:http';
 import { join } from 'node:path';
 import { World, until } from './world.mjs';
 
@@ -76,6 +78,20 @@ test('whatever was confirmed before a crash is there after it', async (t) => {
   }
   const states = new Map((await world.cards()).map((card) => [card.id, card.state]));
   for (const [id, state] of new Map(confirmed)) assert.ok(states.get(id) === state || states.get(id) === 'held', `${id} was confirmed as ${state} and is ${states.get(id)}`);
+});
+
+test('a question whose asker gave up while the daemon hung is not asked', async (t) => {
+  const world = await World.open(t);
+  world.child.kill('SIGSTOP');
+  const leaves = request({ socketPath: world.socketPath, path: '/v1/ask', method: 'POST', headers: { Connection: 'close' } });
+  leaves.on('error', () => {}).end(JSON.stringify({ agent: 'claude', title: 'Left', wait: true }));
+  const [socket] = await once(leaves, 'socket');
+  await until(() => leaves.writableFinished && socket.bytesWritten > 0, 'the question is sent');
+  leaves.destroy();
+  const stays = world.askFromAfar({ title: 'Stays' });
+  world.child.kill('SIGCONT');
+  await stays;
+  assert.deepEqual((await world.cards()).map((card) => card.title), ['Stays']);
 });
 
 test('a damaged database is kept aside under a dated name, and the log says so', async (t) => {

@@ -2,8 +2,8 @@
 // what happens to an answer that nobody can type.
 import { test } from 'node:test';
 import assert from 'node:assert/strict';
-import { execFileSync, spawn } from 'node:child_process';
-import { mkdirSync, symlinkSync, writeFileSync } from 'node:fs';
+import { execFileSync, spawn, spawnSync } from 'node:child_process';
+import { mkdirSync, readFileSync, symlinkSync, writeFileSync } from 'node:fs';
 import { join } from 'node:path';
 import { KD, World, until } from './world.mjs';
 import { isRunning } from '../../companion/src/proc.mjs';
@@ -144,6 +144,30 @@ test('what can never be typed into says so on its card before anybody presses, a
   const card = await until(async () => { const now = await world.card(late); return now.answerable === undefined && now; }, 'the card can be answered');
   await page.ok('/v1/cards/answer', { card_id: late, version: card.version, answer: 'No' });
   assert.equal((await waiting).answer, 'No');
+});
+
+test('a terminal of a container that only has the same name as the pane is told apart', async (t) => {
+  const needs = spawnSync('unshare', ['-m', 'python3', '-c', ''], { stdio: 'ignore' });
+  if (process.getuid() !== 0 || needs.status !== 0) return t.skip('it needs root, unshare and python3');
+  const world = await World.open(t);
+  const program = join(world.home, 'container.py');
+  // Opens terminals of its own until one has the number of the pane's, and runs the agent there.
+  writeFileSync(program, `import os, pty, subprocess, sys
+kept, number = [], sys.argv[1]
+while True:
+    kept.append(pty.openpty())
+    if os.ttyname(kept[-1][1]) == number: break
+end = kept[-1][1]
+agent = subprocess.Popen(sys.argv[2:], stdin=end, stdout=end, stderr=end, start_new_session=True, preexec_fn=lambda: __import__('fcntl').ioctl(0, __import__('termios').TIOCSCTTY, 0))
+print(agent.pid, flush=True)
+agent.wait()
+`);
+  const inside = `mount -t devpts -o newinstance,ptmxmode=0666 devpts /dev/pts && mount --bind /dev/pts/ptmx /dev/ptmx && exec python3 ${program} $TTY ${join(world.home, 'claude')} infinity`;
+  const outer = await world.panes.start(['sh', '-c', `TTY=$(tty) exec unshare -m sh -c '${inside}' > ${world.home}/pid`], 'python3');
+  const pid = await until(() => Number(readFileSync(join(world.home, 'pid'), 'utf8')), 'the agent runs');
+  const card = await world.card(await world.ask({ live: { ...outer.live, pid, pgid: pid } }));
+  assert.match(card.delivery_note ?? '', /a terminal of a container/);
+  assert.equal(card.answerable, false);
 });
 
 test('what is no agent, or can take no keys, is refused when it asks', async (t) => {
