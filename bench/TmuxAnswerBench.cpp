@@ -1,6 +1,7 @@
 // One answer into a tmux pane, from the job to its last key and with the pauses taken out, against a shell
 // script of the very commands that it ran. The pane is real, and so are the checks before each key.
 
+#include "Kelvadrome/platform/linux/DeliveryRunners.h"
 #include "KelvadromeKit/delivery/LiveExecutor.h"
 #include "KelvadromeKit/delivery/ProcessRunner.h"
 #include "KelvadromeKit/delivery/ShellLine.h"
@@ -86,9 +87,9 @@ public:
     AnswerBench(const AnswerBench&) = delete;
     AnswerBench& operator=(const AnswerBench&) = delete;
 
-    bool answer() { return answer(runner_); }
+    bool answer() { return answer(runners_.forJob(job_)); }
 
-    /// The commands of one answer as a script.
+    /// The commands of one answer as a script: those that were planned, without the gate that carries them out.
     std::string script() {
         const auto recording = std::make_shared<Recording>(runner_);
         answer(recording);
@@ -132,6 +133,7 @@ private:
     BackgroundPool pool_;
     std::shared_ptr<Clock> clock_ = std::make_shared<Unhurried>();
     std::shared_ptr<ProcessRunner> runner_;
+    const DeliveryRunners runners_{pool_, Files::processEnvironment(), std::make_shared<SystemClock>()};
     std::filesystem::path folder_;
     DeliverJob job_;
 };
