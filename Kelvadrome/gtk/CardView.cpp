@@ -167,7 +167,9 @@ void CardView::buildCard(const PanelCard& card) {
         append(*wordsLabel(card.refusal(), "warning"));
     if (card.card.deliveryNote)
         append(*wordsLabel(*card.card.deliveryNote, "warning"));
-    setAccessibleDescription(*title_, high ? std::string() : card.card.body);
+    setAccessibleDescription(
+        *title_, card.card.deliveryNote.value_or("") +
+                     (high ? "" : (card.card.deliveryNote ? "\n" : "") + card.card.body));
     if (!high && form_ == Form::open)
         addText(*this, card);
     if (!high && form_ == Form::folded)

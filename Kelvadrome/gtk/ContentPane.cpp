@@ -1,7 +1,9 @@
 #include "Kelvadrome/gtk/ContentPane.h"
 
 #include "Kelvadrome/gtk/AccessibleName.h"
+#include "Kelvadrome/gtk/Words.h"
 
+#include <fmt/format.h>
 #include <glibmm/markup.h>
 
 #include <gtkmm/box.h>
@@ -22,7 +24,7 @@ AdwStatusPage* statusPage(const char* title, const char* description) {
 } // namespace
 
 ContentPane::ContentPane(std::shared_ptr<AppModel> model, std::shared_ptr<Clock> clock, Page page)
-    : model_(model), trouble_(std::move(page.trouble)),
+    : model_(model), clock_(clock), trouble_(std::move(page.trouble)),
       native_(
           model, std::move(clock), [this](const Card& card) { review(card); },
           [model] { model->web().reload(); }) {
@@ -45,7 +47,13 @@ void ContentPane::addStarting() {
     // A spinner that nobody sees would go on drawing.
     property_visible_child_name().signal_changed().connect(
         [this, spinner] { spinner->set_spinning(get_visible_child_name() == "starting"); });
-    adw_status_page_set_child(starting, GTK_WIDGET(spinner->gobj()));
+    auto* const below = Gtk::make_managed<Gtk::Box>(Gtk::Orientation::VERTICAL, 24);
+    wrap(pressed_);
+    pressed_.add_css_class("warning");
+    pressed_.set_halign(Gtk::Align::CENTER);
+    below->append(*spinner);
+    below->append(pressed_);
+    adw_status_page_set_child(starting, GTK_WIDGET(below->gobj()));
     add(*Glib::wrap(GTK_WIDGET(starting)), "starting");
     spinner->set_spinning(true);
 }
@@ -102,6 +110,8 @@ bool ContentPane::wantsNative(const AppState& state) {
 void ContentPane::show(const AppState& state) {
     switch (state.connection.state) {
     case Connection::State::starting:
+        pressed_.set_text(fmt::format("{}", fmt::join(pressedLines(state, {}, clock_->now()), "\n")));
+        pressed_.set_visible(!pressed_.get_text().empty());
         set_visible_child("starting");
         break;
     case Connection::State::failed: {

@@ -36,11 +36,13 @@ private:
     bool wantsNative(const AppState& state);
 
     std::shared_ptr<AppModel> model_;
+    std::shared_ptr<Clock> clock_;
     std::function<std::optional<std::string>()> trouble_;
     NativeInbox native_;
     Gtk::Box page_{Gtk::Orientation::VERTICAL};
     Gtk::Box back_;                   // above the page while the native list makes way, for a card to review
     AdwStatusPage* failed_ = nullptr; // the stack's
+    Gtk::Label pressed_;              // while starting: the answers whose end isn't known
     bool searched_ = false;           // or it makes way for results
 };
 

@@ -187,6 +187,7 @@ private:
     void know(const std::string& id, std::uint64_t press, PressedAnswer::Known known, std::string reason);
     Task<> lookAgain(std::string id, std::uint64_t press);
     void settlePressed(double began);
+    Task<> sayEnd(PressedAnswer answer);
     Task<> finishHold(std::string id);
     Task<> undoNow(std::string id, Task<PageSession::ReceiptOut> call);
     void removeHold(const std::string& id);

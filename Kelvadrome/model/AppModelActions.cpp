@@ -11,7 +11,22 @@ constexpr double undoWindow = 2.0; // the daemon's own, for a card that isn't of
 constexpr double afterWindow = 0.3;
 constexpr double shownAsSent = 2.5;
 constexpr double snoozeTime = 1800;
+constexpr double endTimeout = 10;
 constexpr double lookPause = 5.0; // between two looks at a card whose answer may have been lost
+
+/// What a closed card says of its end. The answers of a batch are no text and are left out.
+struct ClosedCard {
+    std::optional<std::string> outcome;
+    std::optional<std::string> answer;
+
+    static ClosedCard decode(const JSONValue& value) {
+        const auto card = value.object().find("card");
+        if (!card || !card->isObject())
+            return {};
+        const auto object = card->object();
+        return {object.lenient<std::string>("outcome"), object.lenient<std::string>("answer")};
+    }
+};
 
 /// Whether its answers are the page's business alone.
 bool isForThePage(const Card& card) {
@@ -114,10 +129,37 @@ void AppModel::settlePressed(double began) {
     for (const auto& [id, answer] : state_.pressed) {
         const auto now = after.find(id);
         const bool same = now != after.end() && now->second.known == answer.known;
-        if (!same && answer.known == PressedAnswer::Known::unclear && state_.panelError == answer.reason)
+        if (same || answer.known != PressedAnswer::Known::unclear)
+            continue;
+        if (state_.panelError == answer.reason)
             set(&AppState::panelError, std::nullopt);
+        if (std::ranges::find(state_.cards, id, &Card::id) == state_.cards.end())
+            launch("end of an answer", sayEnd(answer));
     }
     set(&AppState::pressed, std::move(after));
+}
+
+/// Nobody knew of this answer, and now its card is gone: sent, or not wanted any more.
+Task<> AppModel::sayEnd(PressedAnswer answer) {
+    const auto self = shared_from_this();
+    boost::json::object body;
+    body.emplace("card_id", answer.card.id);
+    auto read = d_.client.post<ClosedCard>("/v1/cards/detail", std::move(body), endTimeout);
+    auto closed = co_await attempt(std::move(read));
+    if (tasks_.closed() || !closed || !closed->outcome)
+        co_return; // it can't be told
+    if (*closed->outcome != "answered" || closed->answer.value_or(answer.label) != answer.label) {
+        set(&AppState::panelError, inQuotes(answer.label) +
+                                       " was not delivered: " + inQuotes(InboxLogic::summary(answer.card)) +
+                                       " is not asked any more.");
+        co_return;
+    }
+    const auto id = answer.card.id;
+    state_.holds.insert_or_assign(
+        id, PanelHold{std::move(answer.card), std::move(answer.label), d_.clock->now(), undoWindow, true});
+    changes_.changed();
+    co_await attempt(d_.clock->sleep(shownAsSent));
+    removeHold(id);
 }
 
 /// Works on whatever stands under the id: a second answer for the card may have replaced the hold.

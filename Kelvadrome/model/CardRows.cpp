@@ -58,9 +58,9 @@ std::string wayOf(const Card& card, const PressedAnswer* pressed) {
     const auto to = InboxLogic::agentName(card.agent);
     using Known = PressedAnswer::Known;
     if (pressed && (pressed->known == Known::unclear || pressed->known == Known::sending))
-        return quoted(pressed->label) + ": " + unclear;
+        return inQuotes(pressed->label) + ": " + unclear;
     if (pressed && pressed->known == Known::taken)
-        return quoted(pressed->label) + " is on its way to " + to + ".";
+        return inQuotes(pressed->label) + " is on its way to " + to + ".";
     if (card.state == "held")
         return "An answer is on hold for " + to + ".";
     return InboxLogic::isOnItsWay(card) ? "An answer is on its way to " + to + "." : std::string();
@@ -247,8 +247,8 @@ std::vector<std::string> pressedLines(
         const auto hold = state.holds.find(id);
         const bool waits = answer.known == Known::sending &&
                            !(hold != state.holds.end() && isOverdue(hold->second, &answer, now));
-        const auto what = quoted(answer.label) + " for " + InboxLogic::agentName(answer.card.agent) + ", " +
-                          quoted(InboxLogic::summary(answer.card));
+        const auto what = inQuotes(answer.label) + " for " + InboxLogic::agentName(answer.card.agent) + ", " +
+                          inQuotes(InboxLogic::summary(answer.card));
         lines.push_back(what + ": " +
                         (waits                             ? "being sent."
                             : answer.known == Known::taken ? "taken, and on its way."

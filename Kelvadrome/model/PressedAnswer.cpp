@@ -63,7 +63,7 @@ PressedAnswers settled(PressedAnswers pressed, const std::vector<Card>& cards, d
     return pressed;
 }
 
-std::string quoted(const std::string& label) {
+std::string inQuotes(const std::string& label) {
     const auto beginning = Text::prefix(label, longestLabel);
     return "“" + std::string(beginning) + (beginning.size() < label.size() ? "…”" : "”");
 }

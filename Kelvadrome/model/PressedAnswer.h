@@ -45,6 +45,6 @@ bool provesRefusal(const std::exception_ptr& error);
 PressedAnswers settled(PressedAnswers pressed, const std::vector<Card>& cards, double began, double ended);
 
 /// "“Yes”", shortened.
-std::string quoted(const std::string& label);
+std::string inQuotes(const std::string& label);
 
 } // namespace kelvadrome

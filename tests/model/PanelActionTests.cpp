@@ -140,6 +140,26 @@ TEST_F(PanelActions, aLostReplyStandsOnItsCardUntilAReadSaysThatItWasTaken) {
     EXPECT_EQ(row().way, "An answer is on its way to Agent.");
 }
 
+TEST_F(PanelActions, aLostAnswerWhoseCardIsGoneIsSaidToBeSentOrNotWanted) {
+    for (const auto& [end, sent] :
+        std::vector<std::pair<std::string, bool>>{{R"("outcome":"answered","answer":"Yes")", true},
+            {R"("outcome":"withdrawn")", false}, {R"("outcome":"answered","answer":"No")", false}}) {
+        daemon->on("/v1/cards/detail", FakeReply::data(R"({"card":{)" + end + "}}"));
+        cards({cardJSON("a")});
+        refresh();
+        loseTheReply();
+        cards({});
+        refresh();
+        turnUntil(
+            [&] {
+                return hold() || state().panelError == "“Yes” was not delivered: “a” is not asked any more.";
+            },
+            "its end to be told", 5.0);
+        EXPECT_EQ(hold() && hold()->committed, sent) << end;
+        turnUntil([&] { return !hold() && clock->sleepers() == 1; }, "the row to leave", 5.0);
+    }
+}
+
 TEST_F(PanelActions, anAnswerThatWasNotTakenCanBePressedAgainAfterASecondLook) {
     cards({cardJSON("a")});
     refresh();
