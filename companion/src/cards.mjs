@@ -74,10 +74,11 @@ export class Cards {
   view(card) {
     const whyNot = this.#whyNotTypable(card);
     const suggests = card.unsure === null;
+    const rows = suggests ? card.rows : card.rows?.map(({ default: _, ...row }) => row) ?? null;
     const fields = {
       id: card.id, version: card.version, kind: card.kind, risk: card.risk, state: stateOf(card), topic: card.topic, agent: card.agent,
       session_id: card.session_id, stop_type: card.stop_type, title: card.title, body: card.body, options: card.options,
-      default: suggests ? card.default_answer : null, blocking: card.blocking, rows: suggests ? card.rows : card.rows?.map(({ default: _, ...row }) => row) ?? null, opened_at: iso(card.opened_ms),
+      default: suggests ? card.default_answer : null, blocking: card.blocking, rows, opened_at: iso(card.opened_ms),
       held_until: card.state === 'held' ? iso(card.held_until_ms) : null, refs: card.refs, menu: card.menu,
       delivery_note: card.delivery === 'keep' ? `Nothing is typed for this one. Your answer is kept until ${agentName(card.agent)} fetches it.` : whyNot,
       answerable: whyNot === null ? null : false, maybe_typed: suggests ? null : true,
@@ -224,7 +225,8 @@ export class Cards {
   /** Back to open after an answer that did not arrive; `refs.last_refusal` says why. `maybeTyped`: or perhaps it did. */
   reopen(card, reason, maybeTyped) {
     const refs = JSON.stringify({ ...card.refs, last_refusal: reason });
-    return this.update(card, { state: 'open', held_until_ms: null, answer: null, presence: null, refs, ...(maybeTyped ? { unsure: JSON.stringify({ answer: card.answer }) } : {}) });
+    const unsure = maybeTyped ? { unsure: JSON.stringify({ answer: card.answer }) } : {};
+    return this.update(card, { state: 'open', held_until_ms: null, answer: null, presence: null, refs, ...unsure });
   }
 
   /** What was typed for an earlier question of the same process may have gone here. */

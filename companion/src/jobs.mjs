@@ -9,10 +9,10 @@ const FORGET_MS = 3_600_000;
 const ENDED = ['done', 'refused', 'failed', 'expired', 'unfinished', 'withdrawn'];
 
 /**
- * Answers on their way. A job is queued -> claimed by one page session -> started -> done, refused or failed. One that
- * nobody starts in time expires; one that was started and never reported ends as unfinished; both come early when the
- * page session that it depends on is not heard of any more. Each end closes or reopens the card in the same transaction.
- * Type "hand" is an answer for a waiting `kd` and is never claimed.
+ * Answers on their way. A job is queued -> claimed by the page session whose mark it bears -> started -> done, refused
+ * or failed. One that nobody starts in time expires; one that was started and never reported ends as unfinished; both
+ * come early when that page session is not heard of any more. Each end closes or reopens the card in the same
+ * transaction. Type "hand" is an answer for a waiting `kd` and is never claimed.
  */
 export class Jobs {
   #claims = new Waiters();
@@ -26,7 +26,7 @@ export class Jobs {
     this.app = app;
     this.store = app.store;
     // A shell that was typing when the last daemon ended is given the time to report.
-    for (const { claimant } of this.store.all("SELECT claimant FROM jobs WHERE state = 'started'")) this.heard(claimant);
+    for (const { presence } of this.store.all("SELECT presence FROM jobs WHERE state = 'started'")) this.heard(presence);
   }
 
   /** A page session showed that it is there. */
@@ -112,8 +112,9 @@ export class Jobs {
 
   #whyNotStart(job, session) {
     if (job.state === 'withdrawn') return 'the question was withdrawn';
-    if (job.state === 'expired' || this.#term(job.id) <= clock.steady()) return 'the job expired';
+    if (job.state === 'expired') return 'the job expired';
     if (ENDED.includes(job.state)) return 'the job is over';
+    if (this.#term(job.id) <= clock.steady()) return 'the job expired';
     if (job.state === 'queued') return 'the job was not claimed';
     if (job.claimant !== session.tag) return 'the job was claimed by another page session';
     if (job.state !== 'claimed') return 'the job was started before';
@@ -212,7 +213,7 @@ export class Jobs {
   /** When this job ends unless something happens: its term is over, or the page session that it depends on is gone. */
   #endOf(job) {
     const term = this.#term(job.id);
-    return job.type === 'hand' ? term : Math.min(term, this.#goneAt(job.claimant ?? job.presence));
+    return job.type === 'hand' ? term : Math.min(term, this.#goneAt(job.presence));
   }
 
   #expire(job, steady, now = clock.now()) {
@@ -223,18 +224,18 @@ export class Jobs {
       return;
     }
     const inTime = this.#term(job.id) > steady;
-    if (inTime && job.state === 'claimed' && this.#goneAt(job.presence) > steady) {
-      this.store.run("UPDATE jobs SET state = 'queued', claimant = NULL WHERE id = ?", job.id);
-      this.store.afterCommit(() => this.app.changed());
-      return;
-    }
-    const reason = inTime ? this.#whyGone(job.claimant ?? job.presence) : job.type === 'hand' ? 'the asker no longer waits' : job.state === 'queued' ? 'nobody took the answer in time' : 'the delivery was never begun';
+    const reason = inTime ? this.#whyGone(job.presence) : this.#whyLate(job);
     this.#finish(job, 'expired', reason);
     this.#notDelivered(card, 'expired', reason, false, now);
   }
 
   /** Page sessions end with the daemon, so what was pressed in one of an earlier daemon is gone as well. */
   #whyGone(tag) { return this.#heard.has(tag) ? 'the app in which it was pressed is gone' : 'kelvadromed was started again since it was pressed'; }
+
+  #whyLate({ type, state }) {
+    if (type === 'hand') return 'the asker no longer waits';
+    return state === 'queued' ? 'nobody took the answer in time' : 'the delivery was never begun';
+  }
 
   /** When the next job ends, on the steady clock; null without one. */
   nextExpiry() {
@@ -253,8 +254,8 @@ export class Jobs {
   #ended(cardId, now = clock.now()) {
     const card = this.app.cards.find(cardId);
     const hand = card.state === 'armed' && this.store.get("SELECT * FROM jobs WHERE card_id = ? AND type = 'hand' AND state = 'queued'", cardId);
-    if (!hand) return this.endOf(card);
-    return this.endOf(this.store.tx(() => {
+    if (!hand) return this.#endOfCard(card);
+    return this.#endOfCard(this.store.tx(() => {
       this.#finish(hand, 'done', null);
       this.app.receipts.add('answer.handed', `Handed to ${agentName(card.agent)}: "${card.title}".`, this.#about(card), now);
       return this.app.cards.close(card, 'answered', now, card.answer);
@@ -262,7 +263,7 @@ export class Jobs {
   }
 
   /** What an asker is told of a closed card, an answer that was kept for it included; undefined while it is not closed. */
-  endOf(card) {
+  #endOfCard(card) {
     if (card.state !== 'closed') return undefined;
     this.app.cards.fetch(card);
     return { state: 'closed', outcome: card.outcome, ...(card.answer === null ? {} : { answer: card.answer }) };

@@ -38,7 +38,7 @@ async function ask(app, { body, signal }) {
   await setTimeout(LEAVING_MS);
   if (signal.aborted) throw conflict('The asker has left.');
   const card = app.cards.open(asked);
-  return { card_id: card.id, version: card.version, state: card.state, ...app.jobs.endOf(card) };
+  return { card_id: card.id, version: card.version, state: card.state };
 }
 
 /** Comes back only once no keys are on their way any more: the agent may draw its next question then. */
