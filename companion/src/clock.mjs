@@ -2,16 +2,19 @@ import { randomBytes } from 'node:crypto';
 
 let ahead = 0;
 let set = 0;
+let lost = 0;
 
 /**
  * The daemon's two clocks, in milliseconds. `now` is the time of day, for what is shown and what outlives the process;
- * it can be set at any moment. `steady` only goes on, and so measures every wait. Tests move both on instead of waiting.
+ * it can be set at any moment. `steady` measures every wait: it only goes on, and only while the daemon itself does, so
+ * that what waited for somebody is not over because the daemon was stopped meanwhile. Tests move both on instead of waiting.
  */
 export const clock = {
   now: () => Math.round(Date.now() + ahead + set),
-  steady: () => performance.now() + ahead,
+  steady: () => performance.now() + ahead - lost,
   advance: (ms) => { ahead += ms; },
   setTimeOfDay: (ms) => { set += ms; },
+  wasStopped: (ms) => { lost += ms; },
 };
 
 /** ISO 8601 in UTC with milliseconds. */

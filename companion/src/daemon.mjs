@@ -91,8 +91,17 @@ class Daemon {
     });
   }
 
+  /** The timer looks every 2 s at the latest. One that comes much later tells of a stop of the whole process. */
+  #noticeStop() {
+    const now = performance.now();
+    const gap = now - (this.settled ?? now);
+    if (gap > 2 * LOOK_AROUND_MS) clock.wasStopped(gap - LOOK_AROUND_MS);
+    this.settled = now;
+  }
+
   #settle() {
     if (this.closed) return;
+    this.#noticeStop();
     let soonest = 1;
     try {
       this.auth.prune();

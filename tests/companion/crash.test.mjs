@@ -80,6 +80,21 @@ test('whatever was confirmed before a crash is there after it', async (t) => {
   for (const [id, state] of new Map(confirmed)) assert.ok(states.get(id) === state || states.get(id) === 'held', `${id} was confirmed as ${state} and is ${states.get(id)}`);
 });
 
+test('while the daemon is stopped no hold ends and no app is gone', async (t) => {
+  const [world, page] = await World.loggedIn(t, { KELVADROME_TEST_HOLD_MS: '3500' });
+  const typing = await world.askAndAnswer(page);
+  await page.stays(4);
+  const job = await page.claimOne();
+  await page.report(job.id, 'start');
+  await page.stays(11);
+  const id = await world.askAndAnswer(page);
+  world.child.kill('SIGSTOP');
+  await new Promise((done) => setTimeout(done, 5500));
+  world.child.kill('SIGCONT');
+  assert.equal((await page.ok('/v1/page/cancel', { card_id: id })).status, 'undone');
+  assert.equal((await world.card(typing)).state, 'armed');
+});
+
 test('a question whose asker gave up while the daemon hung is not asked', async (t) => {
   const world = await World.open(t);
   world.child.kill('SIGSTOP');
