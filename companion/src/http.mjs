@@ -87,18 +87,33 @@ function limitConnections(server) {
   server.on('request', ({ socket }) => { if (idle.delete(socket)) asking.add(socket); });
 }
 
+/** Serves a connection, and counts it, once it was admitted; until then nothing of it is read. */
+function judgeFirst(server, admits) {
+  const serve = server.listeners('connection');
+  server.removeAllListeners('connection');
+  server.pauseOnConnect = true;
+  server.on('connection', async (socket) => {
+    socket.on('error', () => {});
+    const admitted = await admits(socket).catch(() => false);
+    if (!admitted) socket.destroy();
+    if (socket.destroyed) return;
+    for (const listener of serve) listener.call(server, socket);
+    socket.resume();
+  });
+}
+
 /**
- * A server whose `handle(req, res)` may throw; what it throws becomes the reply. A connection that `admits` refuses
- * ends before a byte of it is read.
+ * A server whose `handle(req, res)` may throw; what it throws becomes the reply. A connection that `admits`, where it
+ * is given, refuses ends before a byte of it is read.
  */
-export function makeServer(handle, log, admits = () => true) {
+export function makeServer(handle, log, admits) {
   const limits = { keepAliveTimeout: 0, headersTimeout: 10_000, requestTimeout: 30_000, connectionsCheckingInterval: 2000 };
   const server = createServer(limits, (req, res) => {
     res.on('error', () => {});
     handle(req, res).catch((error) => sendError(res, error, log));
   });
-  server.prependListener('connection', (socket) => { if (!admits(socket)) socket.destroy(); });
   limitConnections(server);
+  if (admits) judgeFirst(server, admits);
   server.on('clientError', (error, socket) => {
     if (socket.writable) {
       const body = JSON.stringify(failure('validation_failed', 'This is not a valid HTTP request.'));

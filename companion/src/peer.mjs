@@ -1,12 +1,12 @@
 // Who is at the other end of a connection to the page port, as the kernel says it. Only Linux tells this: elsewhere
 // nobody is turned away and no process is found.
 import { readFileSync, readdirSync, readlinkSync } from 'node:fs';
+import { readFile } from 'node:fs/promises';
 import { isIPv4 } from 'node:net';
 import { endianness } from 'node:os';
 import { isRunning, nameOf, parseStat } from './proc.mjs';
 
 const LOOKS = 3;  // the table is read in pieces, and a row can slip by while others come and go
-const WAITING_MS = 20;
 const MAX_STEPS = 64;
 export const canTell = process.platform === 'linux';
 
@@ -14,7 +14,7 @@ const readTable = (name) => readFileSync(`/proc/net/${name}`, 'latin1');
 
 function bytesOf(address) {
   if (isIPv4(address)) return Buffer.from(address.split('.').map(Number));
-  const [head, tail] = address.split('::').map((half) => (half === '' ? [] : half.split(':')));
+  const [head, tail] = address.replace(/%.*/, '').split('::').map((half) => (half === '' ? [] : half.split(':')));
   const groups = tail === undefined ? head : [...head, ...Array(8 - head.length - tail.length).fill('0'), ...tail];
   return Buffer.from(groups.map((group) => group.padStart(4, '0')).join(''), 'hex');
 }
@@ -34,7 +34,7 @@ function peersOf(here, text) {
   return new Map([...rows].map(([, from, uid, inode]) => [from, { uid: Number(uid), inode }]));
 }
 
-/** Where the peer's end of `socket` may stand: [table, its address, ours]. */
+/** Where the peer's end of `socket` may stand: [table, its address, ours]; nowhere when it has gone. */
 function placesOf({ remoteAddress, remotePort, localAddress, localPort }) {
   if (remoteAddress === undefined || localAddress === undefined) return [];
   const [there, here] = [bytesOf(remoteAddress), bytesOf(localAddress)];
@@ -58,51 +58,64 @@ export function peerOf(socket, read = readTable) {
   return null;
 }
 
-/** Lets in the connections of this very user, and of root: a proxy of `ssh -L` or of a container. In doubt it does not. */
+/**
+ * Lets in the connections of this very user, and of root: a proxy of `ssh -L` or of a container. In doubt it does not.
+ * A look takes some milliseconds, so there is one at a time, beside all other work, for all connections that came
+ * before it began: a flood of them makes others wait for little more than a look.
+ */
 export class Admission {
-  #open = new Set();       // the ends that were judged, while they are open
-  #waiting = new Map();    // ends that the last look saw and that come next
+  #waiting = [];
+  #looks = false;
   #failed = false;
 
-  constructor(log, read = readTable) {
+  constructor(log, read = (name) => readFile(`/proc/net/${name}`, 'latin1')) {
     this.log = log;
     this.read = read;
   }
 
-  admits(socket) {
+  /** Whether `socket`, which is open at this end, may be served. */
+  async admits(socket) {
     if (!canTell) return true;
-    try {
-      const uid = this.#ownerOf(socket);
-      return uid === process.getuid() || uid === 0;
-    } catch (error) {
-      if (!this.#failed) this.log(`nobody gets into the page port, for its connections cannot be looked at: ${error.message}`);
-      this.#failed = true;
-      return false;
-    }
-  }
-
-  /**
-   * A look costs some milliseconds, and a page asks for many files: what one look saw of connections that are still to
-   * be accepted counts for each of them once. They all are, in turn, before another could take such an end over.
-   */
-  #ownerOf(socket) {
     const places = placesOf(socket);
-    const ends = places.map(([, from, here]) => `${from} ${here}`);
-    const known = () => ends.find((end) => this.#waiting.has(end));
-    for (const [table, , here] of Array(LOOKS).fill(places).flat()) if (known() === undefined) this.#look(table, here);
-    const end = known();
-    const owner = this.#waiting.get(end);
-    for (const each of ends) {
-      this.#waiting.delete(each);
-      this.#open.add(each);
-      socket.on('close', () => this.#open.delete(each));
-    }
-    return owner;
+    if (places.length === 0) return false;
+    const owner = new Promise((judge) => this.#waiting.push({ places, left: LOOKS, judge }));
+    if (!this.#looks) this.#lookOn();
+    const uid = await owner;
+    return uid === process.getuid() || uid === 0;
   }
 
-  #look(table, here) {
-    if (this.#waiting.size === 0) setTimeout(() => this.#waiting.clear(), WAITING_MS).unref();
-    for (const [from, { uid }] of peersOf(here, this.read(table))) if (!this.#open.has(`${from} ${here}`)) this.#waiting.set(`${from} ${here}`, uid);
+  async #lookOn() {
+    this.#looks = true;
+    while (this.#waiting.length > 0) {
+      const batch = this.#waiting.splice(0);
+      try {
+        await this.#look(batch);
+      } catch (error) {
+        if (!this.#failed) this.log(`nobody gets into the page port, for its connections cannot be looked at: ${error.message}`);
+        this.#failed = true;
+        for (const { judge } of batch) judge(null);
+      }
+    }
+    this.#looks = false;
+  }
+
+  async #look(batch) {
+    for (const table of ['tcp', 'tcp6']) {
+      const left = batch.filter(({ uid }) => uid === undefined);
+      if (left.length === 0) break;
+      const text = await this.read(table);
+      const rows = new Map();
+      for (const one of left) {
+        for (const [, from, here] of one.places.filter(([name]) => name === table)) {
+          if (!rows.has(here)) rows.set(here, peersOf(here, text));
+          one.uid = rows.get(here).get(from)?.uid;
+        }
+      }
+    }
+    for (const one of batch) {
+      if (one.uid !== undefined || --one.left === 0) one.judge(one.uid);
+      else this.#waiting.push(one);
+    }
   }
 }
 
