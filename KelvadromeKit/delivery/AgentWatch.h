@@ -31,9 +31,9 @@ public:
     /// terminal. Blocks for a few milliseconds; for the thread that types.
     virtual std::optional<std::string> refusalNow() = 0;
 
-    /// Who else may have taken a key that went in a moment ago. That the agent has ended is no doubt: the key
-    /// may have told it to.
-    virtual Task<std::optional<std::string>> doubt() = 0;
+    /// Who else may have taken a key that went in a moment ago. That the agent has ended is no doubt where
+    /// the key told it to.
+    virtual Task<std::optional<std::string>> doubt(bool toldToEnd) = 0;
 
     /// Everything that was typed has been read by a program that draws its own input line (no line editing of
     /// the terminal's, as at a password prompt).

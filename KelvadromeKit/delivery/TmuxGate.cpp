@@ -13,6 +13,7 @@ namespace {
 constexpr double lookLimit = 3.0;    // seconds, as all times here
 constexpr double silenceLimit = 5.0; // for somebody who types in the pane to leave off
 constexpr double silencePause = 0.25;
+constexpr double firstEchoLimit = 0.25; // of a look whether the agent draws what it is typed
 constexpr double echoLimit = 1.0;
 constexpr double echoPause = 0.05;
 constexpr double lateAfter = 2.0; // beyond a key's own limit, since tmux counts whole seconds
@@ -157,29 +158,38 @@ Task<std::optional<std::string>> TmuxGate::lookOnce(std::string tmux) {
 }
 
 Task<RunOutput> TmuxGate::press(RunCommand keys, double timeout) {
+    const auto tmux = keys.path;
     const auto text = TmuxKeys::literalText(keys);
+    std::vector<std::string> lines = question_;
     if (!text && typed_ && keys.args.back() == "Enter") {
-        if (auto no = co_await notEchoed(keys.path))
+        const auto echo = co_await awaitEcho(tmux, echoLimit);
+        if (auto no = co_await echoRefusal(echo))
             co_return refused(std::move(*no));
+        if (echo && echo->line)
+            lines.push_back(*echo->line);
     }
     const bool isText = text && typesText(job_);
     if (isText) {
-        auto before = co_await screen(keys.path);
+        auto before = co_await screen(tmux);
         if (!before)
             co_return refused("the pane no longer holds this session");
         before_ = std::move(*before);
     }
 
-    auto output = co_await type(std::move(keys), timeout);
+    auto output = co_await type(std::move(keys), std::move(lines), timeout);
     typed_ = isText && output.succeeded() ? text : std::nullopt;
+    if (typed_) {
+        const auto echo = co_await awaitEcho(tmux, firstEchoLimit);
+        stood_ = echo && echo->stands;
+    }
     co_return output;
 }
 
-Task<RunOutput> TmuxGate::type(RunCommand keys, double timeout) {
+Task<RunOutput> TmuxGate::type(RunCommand keys, std::vector<std::string> lines, double timeout) {
     if (!seen_)
         co_return refused("the pane no longer holds this session");
     const TmuxKeys::Condition condition{.look = *seen_,
-        .lines = question_,
+        .lines = std::move(lines),
         .sent = clock_->now().time_since_epoch().count(),
         .limit = timeout + lateAfter};
     const auto line = TmuxKeys::guarded(keys, condition);
@@ -205,33 +215,43 @@ Task<RunOutput> TmuxGate::type(RunCommand keys, double timeout) {
         co_return refused(std::move(verdict.words));
     if (verdict.kind == TmuxKeys::Verdict::Kind::unknown)
         co_return perhapsTyped(std::move(verdict.words), output.timedOut);
-    if (auto doubt = co_await agent_->doubt())
+    const bool toldToEnd = job_.screen && job_.screen->want == "exit";
+    if (auto doubt = co_await agent_->doubt(toldToEnd))
         co_return perhapsTyped(std::move(*doubt), false);
     co_return output;
 }
 
-/// Waits until the text stands at the agent's prompt; why Return must not follow, if it doesn't come. A
-/// program that reads all and draws nothing is taken at its word, unless Return could choose something there.
-Task<std::optional<std::string>> TmuxGate::notEchoed(std::string tmux) {
-    const std::string missing = "the text does not stand at the agent's prompt";
+/// Waits until the text stands at the agent's prompt; absent when the pane can't be read.
+Task<std::optional<TmuxGate::Echo>> TmuxGate::awaitEcho(std::string tmux, double limit) {
     const double began = clock_->uptime();
     for (;;) {
-        const auto now = co_await screen(tmux);
+        auto now = co_await screen(tmux);
         if (!now)
-            co_return "the pane no longer holds this session";
-        if (TypedEcho::stands(*typed_, before_, *now))
             co_return std::nullopt;
-        if (clock_->uptime() - began >= echoLimit) {
-            if (*now != before_ || TypedEcho::offersChoice(*now))
-                co_return missing;
-            break;
+        const bool stands = TypedEcho::stands(*typed_, before_, *now);
+        if (stands || clock_->uptime() - began >= limit) {
+            auto line = stands ? TypedEcho::lastLine(*typed_, *now) : std::nullopt;
+            co_return Echo{stands, std::move(line), std::move(*now)};
         }
         co_await clock_->sleep(echoPause);
     }
-    const bool took = co_await agent_->tookInput();
+}
+
+/// Why Return must not follow the text. A program that reads all and draws nothing is taken at its word,
+/// unless Return could choose something there, or the text has stood and is gone: the agent asks something
+/// else by now.
+Task<std::optional<std::string>> TmuxGate::echoRefusal(std::optional<Echo> echo) {
+    if (!echo)
+        co_return "the pane no longer holds this session";
+    if (echo->stands)
+        co_return std::nullopt;
+    const bool silent = !stood_ && echo->screen == before_ && !TypedEcho::offersChoice(echo->screen);
+    bool took = false;
+    if (silent)
+        took = co_await agent_->tookInput();
     if (took)
         co_return std::nullopt;
-    co_return missing;
+    co_return "the text does not stand at the agent's prompt";
 }
 
 Task<std::optional<std::string>> TmuxGate::screen(std::string tmux) {

@@ -32,12 +32,20 @@ public:
     Task<RunOutput> run(RunCommand command, double timeout) override;
 
 private:
+    /// The agent's screen after a text.
+    struct Echo {
+        bool stands = false;
+        std::optional<std::string> line; // the one that the text ends in
+        std::string screen;
+    };
+
     Task<RunOutput> onServer(RunCommand command, double timeout);
     Task<std::optional<std::string>> reachServer();
     Task<std::optional<std::string>> lookOnce(std::string tmux);
     Task<RunOutput> press(RunCommand keys, double timeout);
-    Task<RunOutput> type(RunCommand keys, double timeout);
-    Task<std::optional<std::string>> notEchoed(std::string tmux);
+    Task<RunOutput> type(RunCommand keys, std::vector<std::string> lines, double timeout);
+    Task<std::optional<Echo>> awaitEcho(std::string tmux, double limit);
+    Task<std::optional<std::string>> echoRefusal(std::optional<Echo> echo);
     Task<std::optional<std::string>> screen(std::string tmux);
 
     const DeliverJob job_;
@@ -53,6 +61,7 @@ private:
     // The text at the agent's prompt that no Return has sent yet, and the screen before it came.
     std::optional<std::string> typed_;
     std::string before_;
+    bool stood_ = false; // it has been seen there
 };
 
 } // namespace kelvadrome

@@ -9,6 +9,7 @@ namespace kelvadrome::TypedEcho {
 namespace {
 
 constexpr std::size_t tailLength = 16;    // letters and digits
+constexpr std::size_t shortTail = 8;      // bytes, of letters and digits
 constexpr std::size_t pastedLength = 200; // bytes; agents show no placeholder for less
 
 /// Letters and digits alone: frames, marks, blanks and line ends come and go with the width of the pane.
@@ -41,6 +42,21 @@ bool stands(std::string_view text, std::string_view before, std::string_view aft
     const auto first = whole.size() - std::min(whole.size(), tailLength);
     const auto tail = Text::fromScalars(std::u32string_view(whole).substr(first));
     return count(letters(after), tail) > count(letters(before), tail);
+}
+
+std::optional<std::string> lastLine(std::string_view text, std::string_view screen) {
+    const auto wanted = letters(text);
+    std::optional<std::string> found;
+    for (const auto line : Text::split(screen, '\n')) {
+        // The text's end stands in it, or the line holds nothing but a piece of that end.
+        const auto held = letters(line);
+        const bool ends = held.size() >= shortTail && wanted.size() >= shortTail
+                              ? held.find(wanted.substr(wanted.size() - shortTail)) != std::string::npos
+                              : !held.empty() && (wanted.ends_with(held) || held.ends_with(wanted));
+        if (ends)
+            found = line;
+    }
+    return found;
 }
 
 bool offersChoice(std::string_view screen) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -10,6 +11,9 @@ namespace kelvadrome::TypedEcho {
 /// frames it; of a long text, the placeholder that an agent shows for what it takes as pasted. A text without
 /// letters or digits stands when the screen has changed.
 bool stands(std::string_view text, std::string_view before, std::string_view after);
+
+/// The line of the screen that the text ends in; absent where none could be told.
+std::optional<std::string> lastLine(std::string_view text, std::string_view screen);
 
 /// A line of the screen carries a selection mark: Return would choose it.
 bool offersChoice(std::string_view screen);

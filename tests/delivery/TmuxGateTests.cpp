@@ -15,12 +15,13 @@ public:
     std::optional<std::string> no;
     std::optional<std::string> afterwards;
     bool own = true;
+    bool took = true;
     std::optional<TmuxServer> server = TmuxServer{"/tmp/tmux-1000/work", 77};
 
     Task<std::optional<std::string>> psLine() override { co_return alive; }
     std::optional<std::string> refusalNow() override { return no; }
-    Task<std::optional<std::string>> doubt() override { co_return afterwards; }
-    Task<bool> tookInput() override { co_return true; }
+    Task<std::optional<std::string>> doubt(bool) override { co_return afterwards; }
+    Task<bool> tookInput() override { co_return took; }
     Task<std::optional<TmuxServer>> tmuxServer() override { co_return server; }
     Task<bool> isOwnSocket(std::string) override { co_return own; }
 };
@@ -99,6 +100,27 @@ TEST_F(TmuxGateTest, whatMayHaveGoneInIsNeverCalledRefused) {
     EXPECT_EQ(deliver(job), JobOutcome::refused("the agent is suspended"));
 }
 
+TEST_F(TmuxGateTest, returnFollowsOnlyWhereTheTextStands) {
+    const auto job = answerJob({DeliverStep::text("use port 8081")});
+    const auto missing = JobOutcome::failed("the text does not stand at the agent's prompt");
+    const auto empty = says("> \n");
+    const auto drawn = says("> use port\n 8081 \n");
+    runner->on("capture-pane", {empty, drawn});
+    EXPECT_EQ(deliver(job), JobOutcome::done());
+    EXPECT_NE(runner->lines("if-shell").back().find("#{C:8081}"), std::string::npos);
+
+    runner->on("capture-pane", {empty, drawn, empty}); // the next question cleared the prompt
+    EXPECT_EQ(deliver(job), missing);
+    runner->on("capture-pane", {empty, says("> \nworking")});
+    EXPECT_EQ(deliver(job), missing);
+    runner->on("capture-pane", says("> 1. Yes\n  2. No\n"));
+    EXPECT_EQ(deliver(job), missing);
+    runner->on("capture-pane", empty); // it reads all and draws nothing
+    EXPECT_EQ(deliver(job), JobOutcome::done());
+    agent->took = false;
+    EXPECT_EQ(deliver(job), missing);
+}
+
 TEST_F(TmuxGateTest, whoTypesIsLetFinish) {
     runner->on(looking, {says(look("0 0 0 0", "/999/")), says(look("0 0 0 0", "/980/"))});
     EXPECT_EQ(deliver(answerJob({DeliverStep::key("1")})), JobOutcome::done());
@@ -171,6 +193,11 @@ TEST(TypedEcho, aTextStandsHoweverTheAgentFramesIt) {
     EXPECT_FALSE(stands("🎉", "> ", "> "));
     EXPECT_TRUE(stands(std::string(900, 'a'), "> ", "> [Pasted text #1]"));
     EXPECT_FALSE(stands(std::string(900, 'a'), "[Pasted text #1]", "[Pasted text #1] "));
+
+    EXPECT_EQ(TypedEcho::lastLine("use port 8080", "│ > use p │\n│ ort 80 │\n│ 80 │\n x"), "│ 80 │");
+    EXPECT_EQ(TypedEcho::lastLine("use port 8080", "yes\n❯ use port 8080\n? for help"), "❯ use port 8080");
+    EXPECT_EQ(TypedEcho::lastLine("y", "day\n> y\n"), "> y");
+    EXPECT_EQ(TypedEcho::lastLine("use port 8080", "nothing"), std::nullopt);
 
     EXPECT_TRUE(TypedEcho::offersChoice("Go on?\n ❯ 1. Yes\n   2. No\n"));
     EXPECT_TRUE(TypedEcho::offersChoice("│ › Yes │"));

@@ -127,10 +127,11 @@ std::optional<std::string> ProcAgentWatch::refusalNow() {
     return State::refusal(state_->look());
 }
 
-Task<std::optional<std::string>> ProcAgentWatch::doubt() {
-    auto work = [state = state_]() -> std::optional<std::string> {
+Task<std::optional<std::string>> ProcAgentWatch::doubt(bool toldToEnd) {
+    auto work = [state = state_, toldToEnd]() -> std::optional<std::string> {
         const auto look = state->look();
-        return look.kind == State::Kind::ended ? std::nullopt : State::refusal(look);
+        const bool ended = look.kind == State::Kind::ended;
+        return ended && toldToEnd ? std::nullopt : State::refusal(look);
     };
     co_return co_await pool_.run(std::move(work));
 }
