@@ -16,6 +16,7 @@
 #include "Kelvadrome/platform/linux/FileReveal.h"
 #include "Kelvadrome/platform/linux/FreedesktopNotifications.h"
 #include "Kelvadrome/platform/linux/LauncherBadge.h"
+#include "Kelvadrome/platform/linux/PageTunnel.h"
 #include "Kelvadrome/platform/linux/Resources.h"
 #include "Kelvadrome/platform/linux/SystemdAgentService.h"
 #include "KelvadromeKit/page/PageKey.h"
@@ -111,10 +112,18 @@ private:
         gtk_window_set_default_icon_name(applicationId);
     }
 
+    PageRoute pageRoute() {
+        return {.proxy = tunnel_.url(), .admit = [this](std::int64_t port) {
+                    const auto lead = [this, port] { return tunnel_.lead(port); };
+                    return pool_.run(lead);
+                }};
+    }
+
     void makeModel() {
         page_ = WebPane::make({.executor = hub_.executor,
             .clock = hub_.clock,
-            .openURL = [screen = screen_](std::string url) { screen->openURL(std::move(url)); }});
+            .openURL = [screen = screen_](std::string url) { screen->openURL(std::move(url)); },
+            .route = pageRoute()});
         auto parts = hub_.modelDependencies();
         parts.web = page_;
         parts.screen = screen_;
@@ -187,7 +196,8 @@ private:
             .client = hub_.client,
             .model = model_,
             .home = Files::userHome(),
-            .picker = nullptr});
+            .picker = nullptr,
+            .route = pageRoute()});
         addOrdinaryWindow(setup_->window());
         return *setup_;
     }
@@ -332,6 +342,7 @@ private:
             .apps = apps_,
             .quietWindows = [this] { return hub_.flags.quietWindows; }});
     LocalHub hub_;
+    PageTunnel tunnel_{hub_.peers};
     Glib::RefPtr<Gtk::Application> application_;
     std::shared_ptr<WebPane> page_;
     std::shared_ptr<AppModel> model_;

@@ -1,5 +1,6 @@
 #include "Kelvadrome/hub/LocalHub.h"
 #include "Kelvadrome/model/Notifier.h"
+#include "Kelvadrome/platform/linux/LinkPage.h"
 #include "Kelvadrome/platform/linux/PosixSpawn.h"
 #include "Kelvadrome/terminal/TerminalHost.h"
 #include "Kelvadrome/terminal/TerminalLog.h"
@@ -30,6 +31,19 @@ void openInBrowser(const EnvironmentMap& environment, const std::string& url) {
         reapStatus(opener.pid);
     } catch (const std::system_error& error) {
         logLine(std::string("no browser could be opened: ") + error.what());
+    }
+}
+
+/// Opens a login link by way of a page of our own, which is there for as long as the result is held.
+std::shared_ptr<void> openByPage(
+    const std::string& folder, const std::string& link, const std::function<void(std::string)>& openURL) {
+    try {
+        auto page = std::make_shared<LinkPage>(folder, link);
+        openURL(page->url());
+        return page;
+    } catch (const std::system_error& error) {
+        logLine(std::string("no browser could be opened: ") + error.what());
+        return nullptr;
     }
 }
 
@@ -75,18 +89,21 @@ public:
 private:
     void makePage() {
         std::function<void(std::string)> openURL;
+        std::function<std::shared_ptr<void>(std::string)> openLink;
         if (display_) {
             openURL = [this](std::string url) {
                 pool_.post([environment = hub_.environment, url = std::move(url)] {
                     openInBrowser(environment, url);
                 });
             };
+            openLink = [openURL, folder = LinkPage::folder(hub_.environment, hub_.env.home)](
+                           std::string link) { return openByPage(folder, link, openURL); };
         }
         page_ = std::make_shared<TerminalPage>(TerminalPage::Dependencies{.executor = hub_.executor,
             .clock = hub_.clock,
             .board = board_,
             .mint = hub_.mint,
-            .openURL = openURL,
+            .openLink = openLink,
             .remote = hub_.environment.contains("SSH_CONNECTION")});
         host_ = std::make_shared<TerminalHost>(TerminalHost::Dependencies{
             .screen = &screen_, .board = board_, .page = page_, .openURL = openURL});

@@ -101,8 +101,9 @@ Task<> TerminalPage::mintAndShow(std::shared_ptr<TerminalPage> self, std::string
             fmt::format("From another machine: ssh -L {0}:127.0.0.1:{0} first.", std::string(port)));
     }
     with.board->setLink(std::move(link));
-    if (with.openURL)
-        with.openURL(url);
+    std::shared_ptr<void> opened;
+    if (with.openLink)
+        opened = with.openLink(url);
     co_await with.clock->sleep(lifetime);
     with.board->setLink(std::nullopt);
 }

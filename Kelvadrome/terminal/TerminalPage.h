@@ -20,8 +20,10 @@ public:
         std::shared_ptr<Clock> clock;
         std::shared_ptr<PanelBoard> board;
         PageSession::Mint mint;
-        std::function<void(std::string url)> openURL; // empty where no browser can be opened
-        bool remote = false;                          // the terminal is on another machine than this process
+        /// Has the browser open a login link, without telling it to anybody else; what it gives back is kept
+        /// for as long as the link is good. Empty where no browser can be opened.
+        std::function<std::shared_ptr<void>(std::string link)> openLink;
+        bool remote = false; // the terminal is on another machine than this process
     };
 
     explicit TerminalPage(Dependencies dependencies);

@@ -35,6 +35,7 @@ struct PageWorld {
     std::shared_ptr<test::ManualClock> clock = std::make_shared<test::ManualClock>();
     std::shared_ptr<PanelBoard> board = std::make_shared<PanelBoard>();
     std::vector<std::string> opened;
+    int pages = 0; // that are kept for the browser
     int minted = 0;
     bool fails = false;
     std::string expiresAt; // 60 s by default
@@ -43,7 +44,13 @@ struct PageWorld {
         .clock = clock,
         .board = board,
         .mint = [this] { return mint(this); },
-        .openURL = [this](std::string url) { opened.push_back(std::move(url)); },
+        .openLink =
+            [this](std::string link) {
+                opened.push_back(std::move(link));
+                ++pages;
+                return std::shared_ptr<void>(
+                    this, [](void* world) { --static_cast<PageWorld*>(world)->pages; });
+            },
     });
 
     static Task<LoginLink> mint(PageWorld* world) {
@@ -65,6 +72,7 @@ TEST(TerminalPage, aLinkShowsForAsLongAsItIsGood) {
     world.loop.drain();
     EXPECT_EQ(world.url(), "http://127.0.0.1:4711/login?t=1&surface=browser&next=%2F%3Fcard%3Dc1");
     EXPECT_EQ(world.opened, std::vector{world.url()});
+    EXPECT_EQ(world.pages, 1);
 
     // The next one takes its place, and the first one's end doesn't end it.
     world.loop.advance(*world.clock, 30);
@@ -73,6 +81,7 @@ TEST(TerminalPage, aLinkShowsForAsLongAsItIsGood) {
     EXPECT_EQ(world.url(), "http://127.0.0.1:4711/login?t=2&surface=browser&next=%2Ftopics%3Fscope%3Dfamily");
     world.loop.advance(*world.clock, 45);
     EXPECT_NE(world.url(), "none");
+    EXPECT_EQ(world.pages, 1);
     world.loop.advance(*world.clock, 20);
     EXPECT_EQ(world.url(), "none");
 
@@ -82,6 +91,7 @@ TEST(TerminalPage, aLinkShowsForAsLongAsItIsGood) {
     EXPECT_TRUE(world.url().ends_with("next=%2Fagents%3Fmode%3Dexpert"));
     world.loop.advance(*world.clock, 11);
     EXPECT_EQ(world.url(), "none");
+    EXPECT_EQ(world.pages, 0) << "what leads to a link goes when it is over";
 }
 
 TEST(TerminalPage, aFailureIsToldAndLeavesNoLink) {

@@ -59,7 +59,7 @@ std::shared_ptr<OnboardingWindow> OnboardingWindow::make(Dependencies dependenci
 
 OnboardingWindow::OnboardingWindow(Dependencies dependencies)
     : with_(std::move(dependencies)), tasks_(with_.executor),
-      web_(WebPane::make({with_.executor, with_.clock, with_.openURL})),
+      web_(WebPane::make({with_.executor, with_.clock, with_.openURL, with_.route})),
       window_(std::make_shared<Gtk::Window>()) {
     makeWindow();
     web_->onMessage = [this](const std::string& type, const JSONObject& body) {

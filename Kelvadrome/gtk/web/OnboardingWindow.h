@@ -24,6 +24,7 @@ public:
         std::weak_ptr<AppModel> model;
         std::string home;                      // where the folder picker begins
         std::shared_ptr<FolderPicking> picker; // the system's when null
+        PageRoute route = {};
     };
 
     static std::shared_ptr<OnboardingWindow> make(Dependencies dependencies);

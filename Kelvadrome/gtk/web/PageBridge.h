@@ -13,8 +13,9 @@ namespace kelvadrome {
 /// channel ends in a script world of its own, into which a script is put in the top frame only. What the page
 /// sees as `window.webkit.messageHandlers.kelvadrome` is an object in the top frame that hands each message
 /// over to that script, under an event name that nobody else knows. Frames inside the page have no such
-/// object; one of our own origin that reaches for its parent's is refused as far as that can be told, which
-/// is by the realm that the message was made in.
+/// object. One of our own origin could still reach for its parent's and speak in the parent's realm, which
+/// nothing here can tell from the page: so the view lets no frame have a document (`WebPane::decide`). The
+/// test of the message's realm is for the frames that a page makes and fills itself.
 class PageBridge {
 public:
     using OnMessage = std::function<void(const std::string& type, const JSONObject& body)>;

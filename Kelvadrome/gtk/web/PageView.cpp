@@ -91,11 +91,16 @@ bool isTrue(WebKitWebView* view, GAsyncResult* result) {
 
 } // namespace
 
-std::shared_ptr<WebKitWebView> make() {
+std::shared_ptr<WebKitWebView> make(const std::string& proxy) {
     const auto content = adopt(webkit_user_content_manager_new());
     addTopFrameScript(content.get(), markShell, WEBKIT_USER_SCRIPT_INJECT_AT_DOCUMENT_START);
     addTopFrameScript(content.get(), hideScopes, WEBKIT_USER_SCRIPT_INJECT_AT_DOCUMENT_END);
     const auto session = adopt(webkit_network_session_new_ephemeral());
+    if (!proxy.empty()) {
+        auto* settings = webkit_network_proxy_settings_new(proxy.c_str(), nullptr);
+        webkit_network_session_set_proxy_settings(session.get(), WEBKIT_NETWORK_PROXY_MODE_CUSTOM, settings);
+        webkit_network_proxy_settings_free(settings);
+    }
     g_signal_connect(session.get(), "download-started", G_CALLBACK(&cancelDownload), nullptr);
 
     auto* view = WEBKIT_WEB_VIEW(g_object_ref_sink(g_object_new(WEBKIT_TYPE_WEB_VIEW, "network-session",
@@ -107,18 +112,18 @@ std::shared_ptr<WebKitWebView> make() {
     return adopt(view);
 }
 
-Task<> placeCookie(
+Task<bool> placeCookie(
     std::shared_ptr<WebKitWebView> view, std::shared_ptr<Clock> clock, std::string header, std::string base) {
     const std::unique_ptr<GUri, decltype(&g_uri_unref)> origin(
         g_uri_parse(base.c_str(), static_cast<GUriFlags>(SOUP_HTTP_URI_FLAGS), nullptr), &g_uri_unref);
     if (!origin)
-        co_return;
+        co_return true;
     const std::shared_ptr<SoupCookie> cookie(soup_cookie_parse(header.c_str(), origin.get()), [](auto* gone) {
         if (gone)
             soup_cookie_free(gone);
     });
     if (!cookie)
-        co_return;
+        co_return true;
     std::function<void(Completion<bool>)> start = [view, cookie](Completion<bool> done) {
         auto* store =
             webkit_network_session_get_cookie_manager(webkit_web_view_get_network_session(view.get()));
@@ -127,7 +132,7 @@ Task<> placeCookie(
                 done(webkit_cookie_manager_add_cookie_finish(WEBKIT_COOKIE_MANAGER(source), result, nullptr));
             }));
     };
-    co_await withLimit(std::move(clock), std::move(start));
+    co_return co_await withLimit(std::move(clock), std::move(start));
 }
 
 Task<bool> evaluate(std::shared_ptr<WebKitWebView> view, std::shared_ptr<Clock> clock, std::string script) {

@@ -11,12 +11,13 @@
 namespace kelvadrome::PageView {
 
 /// No cookie or cache reaches the disk; the user agent is the one by which the page knows this shell; the
-/// page's own row of scopes is hidden; swipes go back and forward, pinches don't zoom.
-std::shared_ptr<WebKitWebView> make();
+/// page's own row of scopes is hidden; swipes go back and forward, pinches don't zoom. All its connections go
+/// through `proxy`, an address, when there is one.
+std::shared_ptr<WebKitWebView> make(const std::string& proxy);
 
 /// Puts the cookies of a Set-Cookie header into the view's store; one that can't be read changes nothing.
-/// Gives up after 10 seconds.
-Task<> placeCookie(
+/// False when the store takes over 10 seconds, or fails.
+Task<bool> placeCookie(
     std::shared_ptr<WebKitWebView> view, std::shared_ptr<Clock> clock, std::string header, std::string base);
 
 /// Whether a script's result is the boolean true. A script that fails, or takes over 10 seconds, gives false.

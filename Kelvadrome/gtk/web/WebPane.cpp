@@ -12,8 +12,24 @@ namespace kelvadrome {
 namespace {
 
 constexpr const char* dmabufSwitch = "WEBKIT_DISABLE_DMABUF_RENDERER";
+constexpr const char* frameText = "about:srcdoc"; // the address of a frame whose document is an attribute
 constexpr const char* notLoaded = "The page did not load";
 constexpr const char* stopped = "The page stopped working";
+
+/// What keeps the page from being asked for at this moment, in words.
+Task<std::optional<std::string>> hindrance(Task<std::optional<std::string>> admission, Task<bool> placing) {
+    const auto refusal = co_await std::move(admission);
+    if (refusal)
+        co_return "kelvadrome could not reach its page: " + *refusal;
+    const bool placed = co_await std::move(placing);
+    if (!placed)
+        co_return "The program that keeps the page's cookie does not answer.";
+    co_return std::nullopt;
+}
+
+Task<std::optional<std::string>> admitAll() {
+    co_return std::nullopt;
+}
 
 bool isNoFailure(const GError& error) {
     return g_error_matches(&error, WEBKIT_NETWORK_ERROR, WEBKIT_NETWORK_ERROR_CANCELLED) ||
@@ -39,7 +55,7 @@ std::shared_ptr<WebPane> WebPane::make(Dependencies dependencies) {
 }
 
 WebPane::WebPane(Dependencies dependencies)
-    : with_(std::move(dependencies)), tasks_(with_.executor), view_(PageView::make()),
+    : with_(std::move(dependencies)), tasks_(with_.executor), view_(PageView::make(with_.route.proxy)),
       bridge_(webkit_web_view_get_user_content_manager(view_.get()),
           [this](const std::string& url, const std::string& json) { receive(url, json); }),
       stack_(*Glib::wrap(GTK_WIDGET(view_.get())), [this] { tryAgain(); }) {
@@ -65,32 +81,43 @@ void WebPane::load(PageSession::Credentials credentials, std::string url) {
     base = std::move(credentials.base);
     cookieValue = std::move(credentials.cookieValue);
     setCookieHeader_ = std::move(credentials.setCookieHeader);
+    port_ = credentials.port;
     loaded_ = false;
     firstLoadDue_ = true;
     begin(std::move(url));
 }
 
-/// A request that first puts the session's cookie in its place.
+/// A request, once the port is known to be the daemon's and the session's cookie is in its place.
 void WebPane::begin(std::string url) {
     wanted_ = std::move(url);
     waiting_.cancel();
     placing_.cancel();
-    placing_ = tasks_.launch("page load", placeCookieAndRequest(weak_from_this()));
+    placing_ = tasks_.launch("page load", prepareAndRequest(weak_from_this()));
 }
 
-Task<> WebPane::placeCookieAndRequest(std::weak_ptr<WebPane> weak) {
+Task<> WebPane::prepareAndRequest(std::weak_ptr<WebPane> weak) {
     auto self = weak.lock();
     if (!self)
         co_return;
-    auto placed = PageView::placeCookie(self->view_, self->with_.clock, self->setCookieHeader_, *self->base);
+    auto preparing = self->prepare();
     self.reset();
-    co_await std::move(placed);
+    auto words = co_await std::move(preparing);
     const bool replaced = co_await taskCancelled();
     self = weak.lock();
     if (!self || replaced)
         co_return;
     self->placing_ = {};
-    self->request(self->wanted_);
+    if (words) {
+        self->showTrouble(notLoaded, *words);
+    } else {
+        self->request(self->wanted_);
+    }
+}
+
+Task<std::optional<std::string>> WebPane::prepare() const {
+    const auto& admit = with_.route.admit;
+    return hindrance(admit ? admit(port_) : admitAll(),
+        PageView::placeCookie(view_, with_.clock, setCookieHeader_, *base));
 }
 
 void WebPane::request(std::string url) {
@@ -103,10 +130,8 @@ void WebPane::request(std::string url) {
 void WebPane::loadFallback(std::string url) {
     if (placing_) {
         wanted_ = std::move(url); // the request that waits for its cookie goes there instead
-    } else if (trouble()) {
-        begin(std::move(url));
     } else {
-        request(std::move(url));
+        begin(std::move(url));
     }
 }
 
@@ -310,8 +335,10 @@ void WebPane::processEnded(WebKitWebProcessTerminationReason reason) {
 }
 
 bool WebPane::decide(WebKitPolicyDecision* decision, WebKitPolicyDecisionType type) {
-    if (type == WEBKIT_POLICY_DECISION_TYPE_RESPONSE)
-        return refuseBrokenReply(WEBKIT_RESPONSE_POLICY_DECISION(decision));
+    if (type == WEBKIT_POLICY_DECISION_TYPE_RESPONSE) {
+        auto* response = WEBKIT_RESPONSE_POLICY_DECISION(decision);
+        return refuseFrame(response) || refuseBrokenReply(response);
+    }
 
     auto* action =
         webkit_navigation_policy_decision_get_navigation_action(WEBKIT_NAVIGATION_POLICY_DECISION(decision));
@@ -321,7 +348,7 @@ bool WebPane::decide(WebKitPolicyDecision* decision, WebKitPolicyDecisionType ty
     using enum NavigationPolicy::Decision;
     auto verdict = NavigationPolicy::newWindowOpensBrowser(url, click) ? openInBrowser : cancel;
     if (type == WEBKIT_POLICY_DECISION_TYPE_NAVIGATION_ACTION)
-        verdict = NavigationPolicy::decide(url, base, click);
+        verdict = url == frameText ? cancel : NavigationPolicy::decide(url, base, click);
 
     if (verdict == allow) {
         webkit_policy_decision_use(decision);
@@ -333,10 +360,16 @@ bool WebPane::decide(WebKitPolicyDecision* decision, WebKitPolicyDecisionType ty
     return true;
 }
 
+/// A frame of our own origin can reach into the page and speak in its name, so no document is shown in one.
+bool WebPane::refuseFrame(WebKitResponsePolicyDecision* decision) {
+    if (webkit_response_policy_decision_is_main_frame_main_resource(decision))
+        return false;
+    webkit_policy_decision_ignore(WEBKIT_POLICY_DECISION(decision));
+    return true;
+}
+
 /// A server error brings no page, and often an empty one: words are better.
 bool WebPane::refuseBrokenReply(WebKitResponsePolicyDecision* decision) {
-    if (!webkit_response_policy_decision_is_main_frame_main_resource(decision))
-        return false;
     const auto status =
         webkit_uri_response_get_status_code(webkit_response_policy_decision_get_response(decision));
     if (status < 500)

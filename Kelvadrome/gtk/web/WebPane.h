@@ -16,6 +16,15 @@
 
 namespace kelvadrome {
 
+/// How a page is fetched.
+struct PageRoute {
+    /// Where WebKit's own connections go, which can't be looked at from here; straight to the daemon without
+    /// one.
+    std::string proxy = {};
+    /// Why nothing may be fetched from a port, if so; asked before each load. Without it every port will do.
+    std::function<Task<std::optional<std::string>>(std::int64_t port)> admit = {};
+};
+
 /// The daemon's page in a web view. A page that can't be loaded and a web process that ends are told in
 /// words, with a button that tries again; by itself the pane tries again too, ever more slowly. On GLib's
 /// main loop only.
@@ -25,6 +34,7 @@ public:
         Executor executor; // the main one
         std::shared_ptr<Clock> clock;
         std::function<void(std::string url)> openURL; // with the user's browser
+        PageRoute route = {};
     };
     /// A request that brings nothing for this many seconds has failed.
     static constexpr double loadLimit = 60;
@@ -70,7 +80,8 @@ private:
     void request(std::string url);
     void callPage(const PageCall& call, ScopeFilter scope);
     void loadFallback(std::string url);
-    static Task<> placeCookieAndRequest(std::weak_ptr<WebPane> weak);
+    static Task<> prepareAndRequest(std::weak_ptr<WebPane> weak);
+    Task<std::optional<std::string>> prepare() const;
     static Task<> callOrLoad(
         std::weak_ptr<WebPane> weak, std::string script, std::optional<std::string> fallback);
     static Task<> giveUpWhenQuiet(std::weak_ptr<WebPane> weak);
@@ -87,6 +98,7 @@ private:
     void loadFailed(const char* url, const GError& error);
     void processEnded(WebKitWebProcessTerminationReason reason);
     bool decide(WebKitPolicyDecision* decision, WebKitPolicyDecisionType type);
+    bool refuseFrame(WebKitResponsePolicyDecision* decision);
     bool refuseBrokenReply(WebKitResponsePolicyDecision* decision);
     void receive(const std::string& url, const std::string& json);
 
@@ -107,6 +119,7 @@ private:
     std::shared_ptr<WebKitWebResource> document_; // the one that is shown
     std::string wanted_;                          // the address that was asked for last
     std::string setCookieHeader_;                 // of the session in use
+    std::int64_t port_ = 0;                       // the daemon's, as the session says
     bool loaded_ = false;
     bool firstLoadDue_ = false;
     bool requested_ = false; // a load that hasn't begun yet
@@ -114,7 +127,7 @@ private:
     bool failed_ = false;    // the load under way has
     bool whole_ = false;     // its document has arrived to the end
     double lastProgress_ = 0;
-    TaskHandle placing_; // set while the cookie is put in its place, before a request
+    TaskHandle placing_; // set while the port is looked at and the cookie put in its place, before a request
     TaskHandle watching_;
     TaskHandle waiting_;
 };

@@ -1,10 +1,7 @@
 #include "Kelvadrome/gtk/web/HoldOff.h"
 
 #include "tests/gtk/web/PaneStage.h"
-
-#include <csignal>
-#include <filesystem>
-#include <fstream>
+#include "tests/gtk/web/WebProcesses.h"
 
 using namespace kelvadrome;
 using namespace kelvadrome::test;
@@ -13,40 +10,8 @@ namespace {
 
 using PageTroubleTest = PaneStage;
 
-/// The parent and the name of a process, from its stat line: "12 (name) S 1 ...".
-struct ProcessLine {
-    pid_t parent = 0;
-    std::string name;
-};
-
-ProcessLine lineOf(pid_t pid) {
-    std::ifstream file("/proc/" + std::to_string(pid) + "/stat");
-    std::string line;
-    std::getline(file, line);
-    const auto open = line.find('('), close = line.rfind(')');
-    if (close == std::string::npos)
-        return {};
-    return {std::stoi(line.substr(close + 4)), line.substr(open + 1, close - open - 1)};
-}
-
-bool descendsFromUs(pid_t pid) {
-    while (pid > 1 && pid != getpid())
-        pid = lineOf(pid).parent;
-    return pid == getpid();
-}
-
-/// Kills the processes below this one that run web pages; how many there were.
 int killWebProcesses() {
-    int killed = 0;
-    for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
-        const auto name = entry.path().filename().string();
-        if (name.find_first_not_of("0123456789") != std::string::npos)
-            continue;
-        const auto pid = static_cast<pid_t>(std::stoi(name));
-        if (lineOf(pid).name.starts_with("WebKitWebProc") && descendsFromUs(pid) && kill(pid, SIGKILL) == 0)
-            ++killed;
-    }
-    return killed;
+    return signalProcesses("WebKitWebProc", SIGKILL);
 }
 
 constexpr const char* ended = "The program that shows it ended.";

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "Kelvadrome/platform/linux/PageTunnel.h"
+
 #include "tests/gtk/web/Stage.h"
 
 namespace kelvadrome::test {
@@ -11,7 +13,11 @@ protected:
         Stage::SetUp();
         if (IsSkipped())
             return;
-        pane = WebPane::make({loop.executor(), clock, [this](std::string url) { opened.push_back(url); }});
+        pane = WebPane::make({.executor = loop.executor(),
+            .clock = clock,
+            .openURL = [this](std::string url) { opened.push_back(url); },
+            .route = {
+                .proxy = tunnel.url(), .admit = [this](std::int64_t to) { return admit(tunnel, to); }}});
         pane->onMessage = [this](const std::string&, const JSONObject& body) {
             messages.push_back(body.text());
         };
@@ -25,6 +31,10 @@ protected:
         window.reset();
         pane.reset();
         drain();
+    }
+
+    static Task<std::optional<std::string>> admit(PageTunnel& through, std::int64_t to) {
+        co_return through.lead(to);
     }
 
     void load(const std::string& session = "s1") {
@@ -50,6 +60,8 @@ protected:
             pane->widget(), [](Gtk::Button& button) { return button.get_label() == "Try again"; });
     }
 
+    std::shared_ptr<FixedPeers> peers = std::make_shared<FixedPeers>();
+    PageTunnel tunnel{peers};
     std::vector<std::string> opened;
     std::vector<std::string> messages;
     int firstLoads = 0;
