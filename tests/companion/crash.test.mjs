@@ -81,9 +81,9 @@ test('whatever was confirmed before a crash is there after it', async (t) => {
 });
 
 test('while the daemon is stopped no hold ends and no app is gone', async (t) => {
-  const [world, page] = await World.loggedIn(t, { KELVADROME_TEST_HOLD_MS: '3500' });
+  const [world, page] = await World.loggedIn(t, { KELVADROME_TEST_HOLD_MS: '5000' });
   const typing = await world.askAndAnswer(page);
-  await page.stays(4);
+  await page.stays(6);
   const job = await page.claimOne();
   await page.report(job.id, 'start');
   await page.stays(11);

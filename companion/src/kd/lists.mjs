@@ -9,6 +9,7 @@ function cardLines(card) {
   card.options.forEach((option, index) => lines.push(`    ${index + 1}. ${option}${option === card.default ? '  (suggested)' : ''}`));
   for (const row of card.rows ?? []) lines.push(`    ${row.question_id}: ${row.text}${row.default === undefined ? '' : `  [${row.default}]`}`);
   if (card.refs.last_attempt) lines.push(`    ${card.refs.last_attempt}`);
+  if (card.delivery_note) lines.push(`    ${card.delivery_note}`);
   if (card.refs.last_refusal) lines.push(`    not delivered: ${card.refs.last_refusal}`);
   return lines;
 }
