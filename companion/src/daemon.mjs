@@ -4,7 +4,7 @@ import { homedir } from 'node:os';
 import { fileURLToPath } from 'node:url';
 import { join, resolve } from 'node:path';
 import { chmodSync, readFileSync } from 'node:fs';
-import { StartError, forbidden, invalid, noRoute, Refusal } from './errors.mjs';
+import { StartError, forbidden, invalid, noRoute, Refusal, unauthorized } from './errors.mjs';
 import { Store } from './store.mjs';
 import { EventHub } from './events.mjs';
 import { Receipts } from './receipts.mjs';
@@ -143,6 +143,7 @@ class Daemon {
     checkSurface(route, surface, this.settings, session);
     if (route.stream) return this.#stream(res, session);
     const body = req.method === 'GET' ? {} : await readJson(req);
+    if (session && !session.live) throw unauthorized();
     if (route.answers && session) this.#refuseAgents(req, body);
     const data = await route.run(this, { body, session, headers: req.headers, signal: goneSignal(res) });
     sendData(res, data);

@@ -112,11 +112,11 @@ export class PageAuth {
 
   #isOver(session, now) { return now - session.seen > SESSION_IDLE_MS || now - session.since > SESSION_AGE_MS[session.surface]; }
 
-  /** Ends the sessions whose time is over. */
+  /** Ends the sessions whose time is over, and of too many the oldest of a browser first: a shell may be typing. */
   prune(now = clock.steady()) {
-    for (const session of this.#sessions.values()) {
-      if (this.#sessions.size > MAX_SESSIONS || this.#isOver(session, now)) this.#end(session);
-    }
+    const all = () => [...this.#sessions.values()];
+    for (const session of all()) if (this.#isOver(session, now)) this.#end(session);
+    while (this.#sessions.size > MAX_SESSIONS) this.#end(all().find(({ surface }) => surface === 'browser') ?? all()[0]);
   }
 
   /** The session of a request by its cookie, at its own host; throws `unauthorized`. */

@@ -110,11 +110,18 @@ test('sessions end by their age, by being ended, and with the page key', async (
   assert.equal((await browser.post('/v1/cards/list')).error.code, 'unauthorized');
 
   const old = await world.login('browser');
+  for (let count = 0; count < 62; count++) await world.login('browser');
+  assert.deepEqual([(await rows()).length, (await rows()).at(-1).surface], [64, 'mac']);
+  await world.login('browser');
+  assert.deepEqual([(await rows()).length, (await rows()).at(-1).surface], [64, 'mac'], 'of too many, the oldest of a browser goes');
+  assert.equal((await old.post('/v1/cards/list')).error.code, 'unauthorized');
+
+  const aging = await world.login('browser');
   for (let hour = 0; hour < 12; hour++) {
-    assert.equal((await old.post('/v1/cards/list')).ok, true);
+    assert.equal((await aging.post('/v1/cards/list')).ok, true);
     await world.advance(3600);
   }
-  assert.equal((await old.post('/v1/cards/list')).error.code, 'unauthorized');
+  assert.equal((await aging.post('/v1/cards/list')).error.code, 'unauthorized');
   for (let day = 0; day < 30; day++) {
     assert.equal((await shell.post('/v1/cards/list')).ok, true, `day ${day}`);
     await world.advance(86_400);

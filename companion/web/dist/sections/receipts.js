@@ -8,7 +8,7 @@ import { nothing } from './empty.js';
 const FIRST = 100;
 const MOST = 1000;
 const FILTERS = [['all', 'Everything', () => true], ['arrived', 'Delivered', (action) => ['answer.typed', 'answer.handed', 'answer.kept'].includes(action)],
-  ['not', 'Not delivered', (action) => ['answer.refused', 'answer.failed', 'answer.expired', 'answer.unfinished', 'card.agent_gone'].includes(action)]];
+  ['not', 'Not delivered', (action) => ['answer.refused', 'answer.failed', 'answer.expired', 'answer.unfinished', 'answer.not_the_user', 'card.agent_gone'].includes(action)]];
 const kindOf = (action) => (FILTERS[1][2](action) ? 'good' : FILTERS[2][2](action) ? 'warn' : 'plain');
 const ICONS = { good: 'check', warn: 'warning', plain: 'receipts' };
 
