@@ -66,7 +66,7 @@ export class Cards {
   /** Why no answer can be typed for an open card, in a sentence; null when one can, or when none has to be typed. */
   #whyNotTypable(card) {
     if (card.delivery !== 'terminal' || card.state !== 'open') return null;
-    if (card.untypable !== null) return card.untypable;
+    if (card.untypable !== null) return this.app.jobs.isAwaited(card.id) ? null : card.untypable;
     return this.newerThan(card) ? `${agentName(card.agent)} has asked a newer question since. Answer that one first.` : null;
   }
 
@@ -304,7 +304,8 @@ export class Cards {
       return;
     }
     this.update(card, { state: 'armed', held_until_ms: null });
-    if (card.delivery === 'wait') this.app.jobs.queue(card, 'hand', {}, now);
+    // What could not be typed was pressed because somebody waited for it.
+    if (card.delivery === 'wait' || card.untypable !== null) this.app.jobs.queue(card, 'hand', {}, now);
     else this.app.jobs.queue(card, 'answer', deliveryOf(card, card.answer), now);
   }
 
@@ -333,10 +334,9 @@ export class Cards {
     });
   }
 
-  /** A caller waits for this card's end. What could not be typed for is handed to that caller from then on. */
-  awaited(id) {
+  /** Somebody began or stopped to wait for this card's end, which can make the difference whether it takes answers. */
+  awaitedAnew(id) {
     const card = this.find(id);
-    if (card.delivery !== 'terminal' || card.untypable === null || card.state !== 'open') return;
-    this.store.tx(() => this.update(card, { delivery: 'wait', untypable: null }));
+    if (card.untypable !== null && card.state !== 'closed') this.store.tx(() => this.#changed(card));
   }
 }

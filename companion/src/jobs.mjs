@@ -6,6 +6,7 @@ import { OVER } from './cards.mjs';
 import { whyNotTheAsker } from './proc.mjs';
 
 const FORGET_MS = 3_600_000;
+const NEXT_POLL_MS = 2000;
 const ENDED = ['done', 'refused', 'failed', 'expired', 'unfinished', 'withdrawn'];
 
 /**
@@ -21,6 +22,7 @@ export class Jobs {
   #terms = new Map();    // job id -> when its time is over
   #heard = new Map();    // mark of a page session -> when it was last heard of
   #polling = new Map();  // mark of a page session -> how many of its claims are waiting
+  #awaited = new Map();  // card id -> how many wait for its end, and until when that counts after the last one
 
   constructor(app) {
     this.app = app;
@@ -206,6 +208,10 @@ export class Jobs {
   expireDue(now = clock.steady()) {
     for (const job of this.#live()) if (this.#endOf(job) <= now) this.store.tx(() => this.#expire(job, now));
     for (const [tag, at] of this.#heard) if (at + FORGET_MS < now) this.#heard.delete(tag);
+    for (const id of [...this.#awaited.keys()].filter((id) => !this.isAwaited(id))) {
+      this.#awaited.delete(id);
+      this.app.cards.awaitedAnew(id);
+    }
   }
 
   #live() { return this.store.all("SELECT * FROM jobs WHERE state IN ('queued','claimed','started') ORDER BY seq"); }
@@ -245,10 +251,32 @@ export class Jobs {
 
   /** For a waiting asker: the card's end, or after `waitMs` its present state. Hands over an answer that is ready. */
   async waitFor(cardId, waitMs, signal) {
-    this.app.cards.awaited(cardId);
     this.app.sessions.seen(this.app.cards.find(cardId));
-    const ended = await this.#askers.wait(() => this.#ended(cardId), waitMs, signal);
-    return ended ?? { state: this.app.cards.find(cardId).state };
+    const leave = this.#join(cardId);
+    try {
+      const ended = await this.#askers.wait(() => this.#ended(cardId), waitMs, signal);
+      return ended ?? { state: this.app.cards.find(cardId).state };
+    } finally {
+      leave();
+    }
+  }
+
+  /** Whether somebody waits for this card's end. Between two polls of one that does, it counts as well. */
+  isAwaited(cardId) {
+    const { waiting, until } = this.#awaited.get(cardId) ?? { waiting: 0, until: -Infinity };
+    return waiting > 0 || clock.steady() < until;
+  }
+
+  #join(cardId) {
+    const isNew = !this.isAwaited(cardId);
+    const entry = this.#awaited.get(cardId) ?? { waiting: 0, until: -Infinity };
+    entry.waiting += 1;
+    this.#awaited.set(cardId, entry);
+    if (isNew) this.app.cards.awaitedAnew(cardId);
+    return () => {
+      entry.waiting -= 1;
+      entry.until = clock.steady() + NEXT_POLL_MS;
+    };
   }
 
   #ended(cardId, now = clock.now()) {

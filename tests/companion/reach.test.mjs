@@ -140,6 +140,9 @@ test('what can never be typed into says so on its card before anybody presses, a
   process.kill(server, 'SIGCONT');
   // Whoever waits for such a card gets the answer handed, so it can be pressed then.
   const late = await world.ask({ live: { ...second.live, host: 'unknown', host_ref: undefined } });
+  await world.ok('/v1/ask/wait', { card_id: late, wait_ms: 50 });
+  assert.equal((await world.card(late)).answerable, undefined);
+  await until(async () => { await world.advance(1); return (await world.card(late)).answerable === false; }, 'nobody waits any more');
   const waiting = world.ok('/v1/ask/wait', { card_id: late, wait_ms: 8000 });
   const card = await until(async () => { const now = await world.card(late); return now.answerable === undefined && now; }, 'the card can be answered');
   await page.ok('/v1/cards/answer', { card_id: late, version: card.version, answer: 'No' });
