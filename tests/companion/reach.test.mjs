@@ -16,6 +16,12 @@ function scriptable(world) {
   return join(folder, 'claude');
 }
 
+function end(pid) {
+  try {
+    process.kill(pid, 'SIGKILL');
+  } catch { /* it has ended */ }
+}
+
 test('only the process that asked is answered: not one that ended, nor another program in its place', async (t) => {
   const [world, page] = await World.loggedIn(t);
   const claude = scriptable(world);
@@ -111,7 +117,9 @@ test('what can never be typed into says so on its card before anybody presses, a
   const below = async (command, comm) => {
     const words = `${claude} ${++count}`;
     const outer = await world.panes.start(command(words), comm);
-    return liveOf(await inner(words), outer.live.host_ref);
+    const pid = await inner(words);
+    t.after(() => end(pid));  // what is between it and the pane may outlive the pane
+    return liveOf(pid, outer.live.host_ref);
   };
   const [fine, second] = [await world.panes.start(), await world.panes.start()];
   const cases = [
@@ -168,6 +176,7 @@ agent.wait()
   const inside = `mount -t devpts -o newinstance,ptmxmode=0666 devpts /dev/pts && mount --bind /dev/pts/ptmx /dev/ptmx && exec python3 ${program} $TTY ${join(world.home, 'claude')} infinity`;
   const outer = await world.panes.start(['sh', '-c', `TTY=$(tty) exec unshare -m sh -c '${inside}' > ${world.home}/pid`], 'python3');
   const pid = await until(() => Number(readFileSync(join(world.home, 'pid'), 'utf8')), 'the agent runs');
+  t.after(() => end(pid));
   const card = await world.card(await world.ask({ live: { ...outer.live, pid, pgid: pid } }));
   assert.match(card.delivery_note ?? '', /a terminal of a container/);
   assert.equal(card.answerable, false);
