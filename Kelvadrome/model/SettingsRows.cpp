@@ -208,7 +208,10 @@ Group places(const AppState& state, const SettingsFacts& facts) {
     return {"places", "On this machine", "",
         {press(SettingsId::revealHome, "Data home", place.dataHome, "Show in Files"),
             fact("settings-file", "Settings of this app", place.settingsFile),
-            fact("secret", "Key to the page", facts.secretPlace.value_or("Not known yet")),
+            fact("secret", "Key to the page",
+                facts.secretPlace.value_or("Not known yet.") +
+                    " kd page-key tells which program holds the page; kd page-key --reset forgets a key that "
+                    "was lost."),
             fact("session", "Session of the page",
                 "In memory only, and gone when kelvadrome quits" +
                     (state.credentialsExpiry ? ". Open on 127.0.0.1, " + *state.credentialsExpiry + "."

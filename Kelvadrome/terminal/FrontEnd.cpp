@@ -114,10 +114,15 @@ private:
         bool display, std::string title, std::string text, std::string button) {
         auto alert = host->criticalAlert(std::move(title), std::move(text), std::move(button));
         co_await std::move(alert);
+        std::string note =
+            "kd page-key tells which program holds the page; kd page-key --reset forgets its key.";
         if (!display) {
-            board->setNote("If kelvadrome was set up on this machine's desktop, its key is in the keyring "
-                           "there: log in on the desktop, then press r.");
+            note = "If kelvadrome was set up on this machine's desktop, its key is in the keyring there: log "
+                   "in on the "
+                   "desktop, then press r. Else " +
+                   note;
         }
+        board->setNote(note);
     }
 
     void makeModel() {

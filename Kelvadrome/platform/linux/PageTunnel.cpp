@@ -179,6 +179,9 @@ private:
         if (failed)
             co_return hostUnreachable;
         const auto own = passage->daemon.local_endpoint(failed);
+        // What is passed on piece by piece would else wait for the other side's acknowledgements.
+        passage->view.set_option(tcp::no_delay(true), failed);
+        passage->daemon.set_option(tcp::no_delay(true), failed);
         const auto refusal = peers_->refusal({"127.0.0.1", port, "127.0.0.1", own.port()});
         if (!refusal)
             co_return granted;

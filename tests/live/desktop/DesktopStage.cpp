@@ -171,9 +171,12 @@ void DesktopStage::pretendInstalling(const std::string& agent) {
     std::ofstream(folder / "installing") << agent;
 }
 
-int DesktopStage::timesAsked(const std::string& request) const {
+int DesktopStage::timesAsked(const std::string& request, const std::optional<std::string>& since) const {
     const auto requests = kept(folder / "requests");
-    return static_cast<int>(std::ranges::count(Text::split(requests, '\n'), request));
+    const auto lines = Text::split(requests, '\n');
+    // Where it isn't found this is the first line.
+    const auto from = since ? std::find(lines.rbegin(), lines.rend(), *since).base() : lines.begin();
+    return static_cast<int>(std::count(from, lines.end(), request));
 }
 
 std::vector<pid_t> DesktopStage::childrenNamed(const std::string& name) const {

@@ -26,8 +26,8 @@ protected:
     /// Until the main window is in front with the page in it, logged in.
     void waitUntilUp();
     /// How often the daemon has answered this, such as "page POST /v1/inbox 200", since the application's
-    /// start.
-    int timesAsked(const std::string& request) const;
+    /// start, or since it last answered another.
+    int timesAsked(const std::string& request, const std::optional<std::string>& since = {}) const;
     bool wasAsked(const std::string& request) const { return timesAsked(request) > 0; }
     /// A second start while the first runs; it ends by itself.
     void startAgain(const std::vector<std::string>& arguments = {});

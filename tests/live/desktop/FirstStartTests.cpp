@@ -42,10 +42,16 @@ TEST_F(DesktopStage, aFirstStartLeadsThroughSetupAndAsksBeforeAnInstallIsLost) {
     askToClose();
     press("Finish later");
     waitClosed(setup);
-    const auto loads = timesAsked("page POST /v1/onboarding/status 200");
+    const auto loads = timesAsked("page GET /onboarding 200");
     startAgain();
     waitActive(setup);
-    until([&] { return timesAsked("page POST /v1/onboarding/status 200") > loads; }, "the setup page");
+    // The page of before asks too, until the new one has come.
+    until(
+        [&] {
+            return timesAsked("page GET /onboarding 200") > loads &&
+                   timesAsked("page POST /v1/onboarding/status 200", "page GET /onboarding 200") > 0;
+        },
+        "the setup page");
 
     walkThroughSetup();
     waitActive("kelvadrome");
