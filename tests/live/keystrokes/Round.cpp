@@ -7,7 +7,8 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <condition_variable>
+#include <atomic>
+#include <thread>
 
 namespace kelvadrome::test {
 
@@ -44,7 +45,7 @@ Answer anyAnswer(const Row& row, Random& random) {
         }
     }
     const auto text = anyText(random);
-    switch (random() % 4) {
+    switch (row.inPause ? 2 : random() % 4) {
     case 0:
         return {"key", {DeliverStep::key("2")}, "", "", "2", 1};
     case 1:
@@ -64,11 +65,19 @@ Stage::Setup setupFor(const Row& row, const Answer& answer, Random& random) {
     return setup;
 }
 
+constexpr double pauseBeforeReturn = 0.25; // seconds
+
 std::int64_t monotonic() {
     return std::chrono::steady_clock::now()
         .time_since_epoch()
         .count(); // CLOCK_MONOTONIC, as the recorders use
 }
+
+/// Nanoseconds of the steady clock, for one key.
+struct Typed {
+    std::int64_t lookBegan = 0;
+    std::int64_t handedOver = 0; // to tmux
+};
 
 /// Applies the change once, at its moment, on whichever thread that comes.
 class Change {
@@ -141,11 +150,10 @@ std::int64_t firstStray(const Recording& seen, std::int64_t since) {
 
 /// Whether a change that was complete at this time came after the last look before the command that typed the
 /// stray key (or else before any).
-bool cameAfterLook(std::int64_t change, const std::vector<std::int64_t>& typed, std::int64_t stray) {
-    constexpr std::int64_t lookToCommand = 2'000'000; // nanoseconds, on a busy machine
-    for (auto command = typed.rbegin(); command != typed.rend(); ++command) {
-        if (stray == 0 || *command < stray)
-            return change != 0 && change > *command - lookToCommand;
+bool cameAfterLook(std::int64_t change, const std::vector<Typed>& typed, std::int64_t stray) {
+    for (auto key = typed.rbegin(); key != typed.rend(); ++key) {
+        if (stray == 0 || key->handedOver < stray)
+            return change != 0 && change > key->lookBegan;
     }
     return false;
 }
@@ -174,7 +182,7 @@ Verdict Round::play(Pace& pace) const {
     Random random(seed);
     const auto answer = anyAnswer(*row, random);
     const double fraction = std::uniform_real_distribution<>(0, 1)(random);
-    const std::size_t keyOfChange = random() % answer.keys;
+    const std::size_t keyOfChange = row->inPause ? answer.keys - 1 : random() % answer.keys;
     const double delayOfStart = random() % 6 == 0 ? 0.6 : 0.01;
     const double moment =
         after.value_or(fraction * (pace.secondsOf(answer.kind) + (delayOfStart > 0.5 ? 0.6 : 0)));
@@ -190,15 +198,18 @@ Verdict Round::play(Pace& pace) const {
     const auto clock = std::make_shared<SystemClock>();
     Change change(*row, stage, random);
     std::size_t asked = 0;
-    std::vector<std::int64_t> typed; // when each key was handed to tmux
+    std::vector<Typed> typed;
     const auto begin = monotonic();
     const auto elapsed = [begin] { return static_cast<double>(monotonic() - begin) / 1e9; };
-    const auto beforeAsked = [&] {
+    const auto beforeAsked = [&](auto) {
         if (asked++ == keyOfChange && this->moment == Moment::beforeKey)
             change.apply();
     };
-    const auto beforeSent = [&] {
-        typed.push_back(monotonic());
+    std::atomic<double> firstKey = 0;
+    const auto beforeSent = [&](std::chrono::steady_clock::time_point lookBegan) {
+        if (typed.empty())
+            firstKey = elapsed();
+        typed.push_back({lookBegan.time_since_epoch().count(), monotonic()});
         if (typed.size() == keyOfChange + 1 && this->moment == Moment::lastInstant)
             change.apply();
     };
@@ -208,7 +219,9 @@ Verdict Round::play(Pace& pace) const {
 
     std::jthread changer([&](std::stop_token stop) {
         while (this->moment == Moment::random && !stop.stop_requested()) {
-            if (elapsed() >= moment)
+            const double key = firstKey;
+            if (row->inPause ? key != 0 && elapsed() >= key + fraction * pauseBeforeReturn
+                             : elapsed() >= moment)
                 return change.apply();
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
         }
@@ -235,8 +248,10 @@ Verdict Round::play(Pace& pace) const {
     if (!verdict.hung)
         judge(verdict, answer, seen);
     if (verdict.right && !typed.empty())
-        pace.learn(
-            answer.kind, static_cast<double>(typed.back() - begin) / 1e9 - (delayOfStart > 0.5 ? 0.6 : 0));
+        pace.learn(answer.kind,
+            static_cast<double>(typed.back().handedOver - begin) / 1e9 - (delayOfStart > 0.5 ? 0.6 : 0));
+    for (const auto& key : typed)
+        verdict.lookSeconds.push_back(static_cast<double>(key.handedOver - key.lookBegan) / 1e9);
     const auto stray = firstStray(seen, change.at());
     if (stray != 0 && this->moment == Moment::lastInstant)
         verdict.unwatchedSeconds = static_cast<double>(stray - change.at()) / 1e9;

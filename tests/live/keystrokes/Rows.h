@@ -31,6 +31,7 @@ struct Row {
     Question question = Question::prompt;
     Below below = Below::either;
     bool harmless = false; // the answer is to arrive all the same
+    bool inPause = false;  // only between a text and its Return does anything show the change
     LastInstant lastInstant = LastInstant::seen;
     std::function<void(Stage&)> prepare = [](Stage&) {}; // before the answer is made
     Apply apply;                                         // returns when the change has happened

@@ -15,9 +15,10 @@ bool types(std::string_view words) {
 /// The same input, with a word before it goes to the child.
 std::shared_ptr<const LateInput> told(std::shared_ptr<const LateInput> input, Watched::BeforeKey beforeKey) {
     const auto wrapped = [input = std::move(input), beforeKey = std::move(beforeKey)] {
+        const auto began = std::chrono::steady_clock::now();
         auto text = (*input)();
         if (text && types(*text))
-            beforeKey();
+            beforeKey(began);
         return text;
     };
     return std::make_shared<const LateInput>(wrapped);
@@ -29,7 +30,7 @@ Task<RunOutput> Watched::run(RunCommand command, double timeout) {
     if (command.input)
         command.input = told(std::move(command.input), beforeKey_);
     else if (std::ranges::any_of(command.args, types))
-        beforeKey_();
+        beforeKey_(std::chrono::steady_clock::now());
     auto running = inner_->run(std::move(command), timeout);
     co_return co_await std::move(running);
 }

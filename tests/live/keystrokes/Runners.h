@@ -4,6 +4,7 @@
 
 #include "tests/live/keystrokes/Stage.h"
 
+#include <chrono>
 #include <functional>
 #include <memory>
 
@@ -13,7 +14,8 @@ namespace kelvadrome::test {
 /// at.
 class Watched final : public CommandRunning {
 public:
-    using BeforeKey = std::function<void()>;
+    /// Gets when the last look began, on the steady clock.
+    using BeforeKey = std::function<void(std::chrono::steady_clock::time_point)>;
 
     Watched(std::shared_ptr<CommandRunning> inner, BeforeKey beforeKey)
         : inner_(std::move(inner)), beforeKey_(std::move(beforeKey)) {}

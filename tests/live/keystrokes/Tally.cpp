@@ -67,7 +67,7 @@ Tally Tally::of(const std::vector<const Row*>& rows, const std::vector<Moment>& 
     Tally tally;
     for (const auto* row : rows) {
         for (const auto moment : moments)
-            tally.lines.push_back({row, moment, {}, {}, {}});
+            tally.lines.push_back({row, moment, {}, {}, {}, {}});
     }
     const auto all = tally.lines.size() * static_cast<std::size_t>(rounds);
     Pace pace;
@@ -96,6 +96,7 @@ Tally Tally::of(const std::vector<const Row*>& rows, const std::vector<Moment>& 
                 line.counts.add(verdict);
                 if (verdict.unwatchedSeconds >= 0)
                     line.unwatched.push_back(verdict.unwatchedSeconds);
+                line.looks.insert(line.looks.end(), verdict.lookSeconds.begin(), verdict.lookSeconds.end());
                 if (!verdict.wrong() && (verdict.right || !line.row->harmless))
                     continue;
             }
@@ -124,8 +125,8 @@ std::string Tally::markdown() const {
             c.rounds, c.right, c.refused, c.warned, c.strays, c.saidDone, c.saidRefused, c.unseen, c.hung);
     };
     Counts sum;
-    std::vector<double> unwatched;
-    for (const auto& [row, moment, counts, impossible, times] : lines) {
+    std::vector<double> unwatched, looks;
+    for (const auto& [row, moment, counts, impossible, unwatchedHere, looksHere] : lines) {
         if (!impossible.empty()) {
             text += fmt::format("| {} | {} | not here: {} |\n", row->words, name(moment), impossible);
             continue;
@@ -134,14 +135,17 @@ std::string Tally::markdown() const {
         for (auto member : {&Counts::rounds, &Counts::right, &Counts::refused, &Counts::warned,
                  &Counts::strays, &Counts::saidDone, &Counts::saidRefused, &Counts::unseen, &Counts::hung})
             sum.*member += counts.*member;
-        unwatched.insert(unwatched.end(), times.begin(), times.end());
+        unwatched.insert(unwatched.end(), unwatchedHere.begin(), unwatchedHere.end());
+        looks.insert(looks.end(), looksHere.begin(), looksHere.end());
     }
     add("all", "", sum);
-    if (!unwatched.empty()) {
-        text += fmt::format("\nFrom a change in the last instant to its stray key: {:.1f} ms in the middle, "
-                            "{:.1f} ms at most.\n",
-            median(unwatched) * 1000, *std::ranges::max_element(unwatched) * 1000);
-    }
+    const auto addTimes = [&text](std::string_view what, const std::vector<double>& seconds) {
+        if (!seconds.empty())
+            text += fmt::format("\n{}: {:.2f} ms in the middle, {:.1f} ms at most.\n", what,
+                median(seconds) * 1000, *std::ranges::max_element(seconds) * 1000);
+    };
+    addTimes("The last look at the agent before a key took", looks);
+    addTimes("From a change in the last instant to its stray key", unwatched);
     return text;
 }
 

@@ -27,8 +27,8 @@ public:
         const Row* row = nullptr;
         Moment moment = Moment::random;
         Counts counts;
-        std::string impossible; // why none of its rounds could be played; empty when they could
-        std::vector<double> unwatched;
+        std::string impossible;               // why none of its rounds could be played; empty when they could
+        std::vector<double> unwatched, looks; // seconds
     };
 
     /// `rounds` of each of these rows at each of these moments. `jobs` is how many at once.
