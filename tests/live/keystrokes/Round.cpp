@@ -92,7 +92,9 @@ public:
         } catch (const Impossible& error) {
             impossible_ = error.what();
         } catch (const std::exception& error) {
-            error_ = error.what();
+            // An agent that has ended, as it was told to, may have left no pane to change.
+            if (!stage_.agentEnded())
+                error_ = error.what();
         }
         at_ = monotonic();
     }

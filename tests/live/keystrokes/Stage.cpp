@@ -163,6 +163,10 @@ void Stage::restartServer() {
     start(recorder("claude", "second", "agent"));
 }
 
+bool Stage::agentEnded() const {
+    return ended(agent_);
+}
+
 void Stage::freezeServer(std::chrono::milliseconds length) {
     ::kill(server_, SIGSTOP);
     thaw_ = std::jthread([length, server = server_](std::stop_token stop) {

@@ -73,6 +73,7 @@ public:
     std::string project() const { return folder_ / "project"; }
     pid_t server() const { return server_; }
     pid_t agent() const { return agent_; }
+    bool agentEnded() const;
     pid_t shell() const { return shell_; } // 0 when the agent runs below none
     const std::string& pane() const { return pane_; }
     std::string agentBin() const { return folder_ / "claude"; }
