@@ -38,10 +38,26 @@ Stage::Stage(Setup setup) : setup_(std::move(setup)), runner_(loop_.pool(), envi
     for (const std::string name : {"claude", "bash", "zsh", "xonsh", "make", "python3", "vim", "neighbour"})
         std::filesystem::create_symlink(RECORDER, folder_ / name);
     std::filesystem::create_directory(project());
-    start(program());
+    try {
+        start(program());
+    } catch (...) {
+        end();
+        throw;
+    }
 }
 
 Stage::~Stage() {
+    end();
+}
+
+void Stage::end() {
+    if (server_ == 0) {
+        try {
+            tmux({"kill-server"}); // it may have come up after the command that starts it was given up
+        } catch (const std::exception&) {
+            // It did not come up.
+        }
+    }
     thaw_ = {};
     for (const pid_t server : {outer_, server_}) {
         if (server != 0)

@@ -83,6 +83,7 @@ private:
     bool isRecorder(pid_t pid) const;
     std::vector<std::string> program() const;
     void start(std::vector<std::string> words);
+    void end();
 
     const Setup setup_;
     TestLoop loop_; // of the stage's own commands

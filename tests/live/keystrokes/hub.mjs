@@ -85,12 +85,17 @@ export class Hub {
     hub.count = 0;
     hub.world = new World(bin);
     hub.bin = testedBin(bin, hub.world.root);
-    await finishSetup(bin, hub.world.home);
-    hub.folder = path.join(hub.world.root, 'agents');
-    mkdirSync(hub.folder);
-    symlinkSync(path.join(bin, 'keystroke_recorder'), path.join(hub.folder, 'claude'));
-    hub.startPanel();
-    await hub.delivers();
+    try {
+      await finishSetup(bin, hub.world.home);
+      hub.folder = path.join(hub.world.root, 'agents');
+      mkdirSync(hub.folder);
+      symlinkSync(path.join(bin, 'keystroke_recorder'), path.join(hub.folder, 'claude'));
+      hub.startPanel();
+      await hub.delivers();
+    } catch (error) {
+      await hub.close();
+      throw error;
+    }
     return hub;
   }
 
