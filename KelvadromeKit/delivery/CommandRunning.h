@@ -11,9 +11,12 @@
 
 namespace kelvadrome {
 
-/// What a child is given as its input once it has printed its first line: called then, on a thread of the
-/// runner's, so that a look stands right before what rests on it. Absent gives it no input.
-using LateInput = std::function<std::optional<std::string>()>;
+/// What a child is given as its input once it has printed the line `ready`: `give` is called then, on a
+/// thread of the runner's, so that a look stands right before what rests on it. Absent gives it no input.
+struct LateInput {
+    std::string ready;
+    std::function<std::optional<std::string>()> give;
+};
 
 /// One child command.
 struct RunCommand {

@@ -56,7 +56,7 @@ public:
         }
     }
 
-    bool holdsLine() const { return kept_.find('\n') != std::string::npos; }
+    bool holdsLine(const std::string& line) const { return ("\n" + kept_).contains("\n" + line + "\n"); }
     int descriptor() const { return read_.get(); }
     bool ended() const { return !read_; }
     std::string text() const { return Text::repairUTF8(kept_); }
@@ -136,10 +136,10 @@ public:
         write_ = aboveStandard(ends[0]);
         return aboveStandard(ends[1]);
     }
-    bool wanted() const { return input_ != nullptr; }
+    const LateInput* wanted() const { return input_.get(); }
 
     void give() {
-        const auto text = (*std::exchange(input_, nullptr))();
+        const auto text = std::exchange(input_, nullptr)->give();
         std::string_view rest = text ? std::string_view(*text) : std::string_view();
         while (!rest.empty()) {
             const auto count = ::send(write_.get(), rest.data(), rest.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
@@ -205,7 +205,7 @@ public:
             }
             if (wait[0].revents != 0)
                 output_.readSome();
-            if (feed_.wanted() && output_.holdsLine())
+            if (feed_.wanted() && output_.holdsLine(feed_.wanted()->ready))
                 feed_.give();
             else if (output_.ended())
                 feed_.end();

@@ -16,6 +16,7 @@ constexpr double silencePause = 0.25;
 constexpr double firstEchoLimit = 0.25; // of a look whether the agent draws what it is typed
 constexpr double echoLimit = 1.0;
 constexpr double echoPause = 0.05;
+constexpr const char* somebodyTypes = "somebody types in the pane";
 constexpr double lateAfter = 2.0; // beyond a key's own limit, since tmux counts whole seconds
 constexpr std::size_t questionLines = 3;
 
@@ -55,15 +56,27 @@ RunOutput perhapsTyped(std::string words, bool timedOut) {
 
 /// What the last look at the agent came to. Shared with the runner's thread, which may outlive the wait for
 /// it.
-struct LastLook {
-    std::mutex lock;
-    bool given = false; // the key's command went out
-    std::optional<std::string> no;
-
-    std::pair<bool, std::optional<std::string>> read() {
-        const std::lock_guard guard(lock);
-        return {given, no};
+class LastLook {
+public:
+    /// True when the key's command may go out: nothing speaks against it, and somebody still waits.
+    bool end(std::optional<std::string> no) {
+        const std::lock_guard guard(lock_);
+        given_ = !no && !closed_;
+        no_ = std::move(no);
+        return given_;
     }
+    /// Whether it went out, and what spoke against it. Afterwards it can't go out any more.
+    std::pair<bool, std::optional<std::string>> close() {
+        const std::lock_guard guard(lock_);
+        closed_ = true;
+        return {given_, no_};
+    }
+
+private:
+    std::mutex lock_;
+    bool given_ = false;
+    bool closed_ = false;
+    std::optional<std::string> no_;
 };
 
 /// The lines at the very end of a screen, where a question's options and its footer stand.
@@ -140,6 +153,8 @@ Task<std::optional<std::string>> TmuxGate::lookOnce(std::string tmux) {
     for (;;) {
         const auto output = co_await onServer(*command, lookLimit);
         auto look = output.succeeded() ? TmuxKeys::parseLook(output.stdoutText) : std::nullopt;
+        if (!look && output.stdoutText.contains(" /dev/" + *job_.tty + " "))
+            co_return "the name of the program in front can't be compared";
         if (!look || look->tty != "/dev/" + *job_.tty)
             co_return gone;
         if (server_ && look->serverPid != std::to_string(server_->pid))
@@ -152,12 +167,28 @@ Task<std::optional<std::string>> TmuxGate::lookOnce(std::string tmux) {
             co_return std::nullopt; // those flags have words of their own, which the caller looks for
         }
         if (clock_->uptime() - began >= silenceLimit)
-            co_return "somebody types in the pane";
+            co_return somebodyTypes;
         co_await clock_->sleep(silencePause);
     }
 }
 
+/// One key or text. Whoever types in the pane meanwhile, or only clicks or turns to it, is let finish, and
+/// then it is looked at anew what stands there.
 Task<RunOutput> TmuxGate::press(RunCommand keys, double timeout) {
+    const double began = clock_->uptime();
+    for (;;) {
+        auto output = co_await pressOnce(keys, timeout);
+        if (!std::exchange(typedMeanwhile_, false))
+            co_return output;
+        if (clock_->uptime() - began >= silenceLimit)
+            co_return output;
+        co_await clock_->sleep(silencePause);
+        if (auto no = co_await lookOnce(keys.path))
+            co_return refused(std::move(*no));
+    }
+}
+
+Task<RunOutput> TmuxGate::pressOnce(RunCommand keys, double timeout) {
     const auto tmux = keys.path;
     const auto text = TmuxKeys::literalText(keys);
     std::vector<std::string> lines = question_;
@@ -165,8 +196,8 @@ Task<RunOutput> TmuxGate::press(RunCommand keys, double timeout) {
         const auto echo = co_await awaitEcho(tmux, echoLimit);
         if (auto no = co_await echoRefusal(echo))
             co_return refused(std::move(*no));
-        if (echo && echo->line)
-            lines.push_back(*echo->line);
+        if (echo && echo->ending)
+            lines.push_back(echo->ending->span);
     }
     const bool isText = text && typesText(job_);
     if (isText) {
@@ -177,10 +208,11 @@ Task<RunOutput> TmuxGate::press(RunCommand keys, double timeout) {
     }
 
     auto output = co_await type(std::move(keys), std::move(lines), timeout);
-    typed_ = isText && output.succeeded() ? text : std::nullopt;
-    if (typed_) {
+    if (!typedMeanwhile_)
+        typed_ = isText && output.succeeded() ? text : std::nullopt;
+    if (isText && output.succeeded()) {
         const auto echo = co_await awaitEcho(tmux, firstEchoLimit);
-        stood_ = echo && echo->stands;
+        stood_ = echo ? echo->ending : std::nullopt;
     }
     co_return output;
 }
@@ -198,19 +230,17 @@ Task<RunOutput> TmuxGate::type(RunCommand keys, std::vector<std::string> lines, 
 
     const auto last = std::make_shared<LastLook>();
     auto client = TmuxKeys::waiting(keys);
-    client.input = std::make_shared<const LateInput>(
-        [agent = agent_, last, line = *line]() -> std::optional<std::string> {
-            auto no = agent->refusalNow();
-            const std::lock_guard guard(last->lock);
-            last->given = !no;
-            last->no = std::move(no);
-            return last->given ? std::optional(line) : std::nullopt;
-        });
+    const auto give = [agent = agent_, last, line = *line]() -> std::optional<std::string> {
+        auto no = agent->refusalNow();
+        return last->end(std::move(no)) ? std::optional(line) : std::nullopt;
+    };
+    client.input = std::make_shared<const LateInput>(LateInput{std::string(TmuxKeys::readyLine), give});
     const auto output = co_await onServer(std::move(client), timeout);
-    const auto [given, no] = last->read();
+    const auto [given, no] = last->close();
     if (no)
         co_return refused(*no);
     auto verdict = TmuxKeys::verdict(output, condition, given);
+    typedMeanwhile_ = verdict.typedMeanwhile;
     if (verdict.kind == TmuxKeys::Verdict::Kind::refused)
         co_return refused(std::move(verdict.words));
     if (verdict.kind == TmuxKeys::Verdict::Kind::unknown)
@@ -228,11 +258,9 @@ Task<std::optional<TmuxGate::Echo>> TmuxGate::awaitEcho(std::string tmux, double
         auto now = co_await screen(tmux);
         if (!now)
             co_return std::nullopt;
-        const bool stands = TypedEcho::stands(*typed_, before_, *now);
-        if (stands || clock_->uptime() - began >= limit) {
-            auto line = stands ? TypedEcho::lastLine(*typed_, *now) : std::nullopt;
-            co_return Echo{stands, std::move(line), std::move(*now)};
-        }
+        auto ending = TypedEcho::find(*typed_, before_.text, now->text);
+        if (ending || clock_->uptime() - began >= limit)
+            co_return Echo{std::move(ending), std::move(*now)};
         co_await clock_->sleep(echoPause);
     }
 }
@@ -243,9 +271,13 @@ Task<std::optional<TmuxGate::Echo>> TmuxGate::awaitEcho(std::string tmux, double
 Task<std::optional<std::string>> TmuxGate::echoRefusal(std::optional<Echo> echo) {
     if (!echo)
         co_return "the pane no longer holds this session";
-    if (echo->stands)
+    if (echo->ending) {
+        const bool another = stood_ && stood_->line != echo->ending->line;
+        if (echo->ending->drafted || another)
+            co_return "something else stands at the agent's prompt beside the text";
         co_return std::nullopt;
-    const bool silent = !stood_ && echo->screen == before_ && !TypedEcho::offersChoice(echo->screen);
+    }
+    const bool silent = !stood_ && echo->screen == before_ && !TypedEcho::offersChoice(echo->screen.text);
     bool took = false;
     if (silent)
         took = co_await agent_->tookInput();
@@ -254,12 +286,17 @@ Task<std::optional<std::string>> TmuxGate::echoRefusal(std::optional<Echo> echo)
     co_return "the text does not stand at the agent's prompt";
 }
 
-Task<std::optional<std::string>> TmuxGate::screen(std::string tmux) {
-    RunCommand capture{std::move(tmux), {"capture-pane", "-p", "-t", job_.hostRef.value_or("")}, 0};
-    auto output = co_await onServer(std::move(capture), lookLimit);
-    if (!output.succeeded())
+Task<std::optional<TmuxGate::Screen>> TmuxGate::screen(std::string tmux) {
+    const auto pane = job_.hostRef.value_or("");
+    RunCommand capture{std::move(tmux),
+        {"display-message", "-p", "-t", pane, "#{window_activity}", ";", "capture-pane", "-p", "-e", "-t",
+            pane},
+        0};
+    const auto output = co_await onServer(std::move(capture), lookLimit);
+    const auto end = output.stdoutText.find('\n');
+    if (!output.succeeded() || end == std::string::npos)
         co_return std::nullopt;
-    co_return std::move(output.stdoutText);
+    co_return Screen{output.stdoutText.substr(0, end), output.stdoutText.substr(end + 1)};
 }
 
 } // namespace kelvadrome

@@ -4,6 +4,7 @@
 #include "KelvadromeKit/delivery/CommandRunning.h"
 #include "KelvadromeKit/delivery/DeliverJob.h"
 #include "KelvadromeKit/delivery/TmuxKeys.h"
+#include "KelvadromeKit/delivery/TypedEcho.h"
 #include "KelvadromeKit/support/Clock.h"
 
 #include <memory>
@@ -32,21 +33,26 @@ public:
     Task<RunOutput> run(RunCommand command, double timeout) override;
 
 private:
+    struct Screen {
+        std::string drawn; // when something was last drawn, in whole seconds
+        std::string text;
+        bool operator==(const Screen&) const = default;
+    };
     /// The agent's screen after a text.
     struct Echo {
-        bool stands = false;
-        std::optional<std::string> line; // the one that the text ends in
-        std::string screen;
+        std::optional<TypedEcho::Ending> ending;
+        Screen screen;
     };
 
     Task<RunOutput> onServer(RunCommand command, double timeout);
     Task<std::optional<std::string>> reachServer();
     Task<std::optional<std::string>> lookOnce(std::string tmux);
     Task<RunOutput> press(RunCommand keys, double timeout);
+    Task<RunOutput> pressOnce(RunCommand keys, double timeout);
     Task<RunOutput> type(RunCommand keys, std::vector<std::string> lines, double timeout);
     Task<std::optional<Echo>> awaitEcho(std::string tmux, double limit);
     Task<std::optional<std::string>> echoRefusal(std::optional<Echo> echo);
-    Task<std::optional<std::string>> screen(std::string tmux);
+    Task<std::optional<Screen>> screen(std::string tmux);
 
     const DeliverJob job_;
     const std::shared_ptr<CommandRunning> inner_;
@@ -60,8 +66,9 @@ private:
 
     // The text at the agent's prompt that no Return has sent yet, and the screen before it came.
     std::optional<std::string> typed_;
-    std::string before_;
-    bool stood_ = false; // it has been seen there
+    Screen before_;
+    std::optional<TypedEcho::Ending> stood_; // where it was seen right after it
+    bool typedMeanwhile_ = false;            // why the last key was not typed
 };
 
 } // namespace kelvadrome

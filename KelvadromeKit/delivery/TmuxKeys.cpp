@@ -98,6 +98,14 @@ bool isGone(const RunOutput& output) {
     return RE2::PartialMatch(output.stderrText + output.stdoutText, words);
 }
 
+/// Nothing but that somebody typed, or looked: tmux counts a click and a turn to the pane as keys.
+bool differsByTyping(const Look& seen, Look now) {
+    const bool typed = now.typed != seen.typed;
+    now.typed = seen.typed;
+    now.now = seen.now;
+    return typed && now == seen;
+}
+
 std::string difference(const Look& seen, const std::optional<Look>& now, const Condition& condition) {
     if (!now || now->tty != seen.tty || now->panePid != seen.panePid || now->serverPid != seen.serverPid ||
         now->serverStart != seen.serverStart || now->dead)
@@ -114,7 +122,7 @@ std::string difference(const Look& seen, const std::optional<Look>& now, const C
         return "somebody types in the pane";
     if (static_cast<double>(now->now) > condition.sent + condition.limit)
         return "tmux took the keys too late";
-    return condition.lines.empty() ? "the pane changed" : "the question on the screen changed";
+    return condition.lines.empty() ? "the pane changed" : "the screen changed";
 }
 
 } // namespace
@@ -192,13 +200,14 @@ Verdict verdict(const RunOutput& output, const Condition& condition, bool given)
     const auto gone = "the pane no longer holds this session";
     if (!given)
         return {Verdict::Kind::refused, isGone(output) ? gone : "the terminal did not take the keys"};
-    const auto lines = Text::split(Text::trimWhitespace(output.stdoutText), '\n');
-    const auto said = lines.size() == 2 ? lines[1] : std::string_view();
+    // The user's own hooks may print before it.
+    const auto said = Text::split(Text::trimWhitespace(output.stdoutText), '\n').back();
     if (output.succeeded() && said == typedWord)
         return {Verdict::Kind::typed, ""};
     if (said.starts_with(refusedWord)) {
         const auto now = parseLook(said.substr(refusedWord.size()));
-        return {Verdict::Kind::refused, difference(condition.look, now, condition)};
+        return {Verdict::Kind::refused, difference(condition.look, now, condition),
+            now && differsByTyping(condition.look, *now)};
     }
     if (!output.timedOut && isGone(output))
         return {Verdict::Kind::refused, gone};

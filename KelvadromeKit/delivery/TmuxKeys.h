@@ -41,7 +41,7 @@ std::optional<Look> parseLook(std::string_view output);
 /// What must still be so when a key goes out.
 struct Condition {
     Look look;                      // what was seen; `now` takes no part
-    std::vector<std::string> lines; // of the screen, each of which must stand there
+    std::vector<std::string> lines; // of the screen, or parts of them, each of which must stand there
     double sent = 0;                // wall time in seconds since 1970
     double limit = 0;               // seconds after `sent` at which the key has come too late
 };
@@ -62,8 +62,9 @@ std::optional<std::string> literalText(const RunCommand& keys);
 /// What came of a guarded command.
 struct Verdict {
     enum class Kind { typed, refused, unknown };
-    Kind kind = Kind::unknown; // "unknown": the key may have gone in
-    std::string words;         // why not, in the user's words
+    Kind kind = Kind::unknown;   // "unknown": the key may have gone in
+    std::string words;           // why not, in the user's words
+    bool typedMeanwhile = false; // that somebody typed in the pane is all that speaks against it
 };
 /// `given`: the client got its line.
 Verdict verdict(const RunOutput& output, const Condition& condition, bool given);

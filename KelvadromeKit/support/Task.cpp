@@ -15,6 +15,8 @@ bool isCancellation(const std::exception_ptr& error) {
         std::rethrow_exception(error);
     } catch (const boost::system::system_error& e) {
         return e.code() == asio::error::operation_aborted;
+    } catch (const asio::multiple_exceptions& e) { // of a race whose both sides were cancelled
+        return isCancellation(e.first_exception());
     } catch (...) {
         return false;
     }

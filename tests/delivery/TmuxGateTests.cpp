@@ -29,7 +29,7 @@ public:
 class TmuxGateTest : public LiveExecutorTest {
 protected:
     TmuxGateTest() {
-        runner->on("capture-pane", says("> \n"));
+        runner->on("capture-pane", says("900\n> \n"));
         runner->on("#{pane_tty} #{pane_synchronized}", says("/dev/ttys004 0 0 0\n"));
         runner->on(looking, says(look()));
         runner->on("source-file", says("ready\n"));
@@ -103,17 +103,22 @@ TEST_F(TmuxGateTest, whatMayHaveGoneInIsNeverCalledRefused) {
 TEST_F(TmuxGateTest, returnFollowsOnlyWhereTheTextStands) {
     const auto job = answerJob({DeliverStep::text("use port 8081")});
     const auto missing = JobOutcome::failed("the text does not stand at the agent's prompt");
-    const auto empty = says("> \n");
-    const auto drawn = says("> use port\n 8081 \n");
+    const auto empty = says("900\n> \n");
+    const auto drawn = says("900\n> use port\n 8081 \n");
     runner->on("capture-pane", {empty, drawn});
     EXPECT_EQ(deliver(job), JobOutcome::done());
-    EXPECT_NE(runner->lines("if-shell").back().find("#{C:8081}"), std::string::npos);
+    EXPECT_NE(runner->lines("if-shell").back().find("#{C:8081},"), std::string::npos);
 
+    runner->on("capture-pane", {empty, says("901\n> \n")}); // drawn anew, and the same
+    EXPECT_EQ(deliver(job), missing);
     runner->on("capture-pane", {empty, drawn, empty}); // the next question cleared the prompt
     EXPECT_EQ(deliver(job), missing);
-    runner->on("capture-pane", {empty, says("> \nworking")});
+    runner->on("capture-pane", {empty, drawn, says("900\n> use port\n 8081 or so\n")}); // somebody typed on
+    EXPECT_EQ(
+        deliver(job), JobOutcome::failed("something else stands at the agent's prompt beside the text"));
+    runner->on("capture-pane", {empty, says("900\n> \nworking")});
     EXPECT_EQ(deliver(job), missing);
-    runner->on("capture-pane", says("> 1. Yes\n  2. No\n"));
+    runner->on("capture-pane", says("900\n> 1. Yes\n  2. No\n"));
     EXPECT_EQ(deliver(job), missing);
     runner->on("capture-pane", empty); // it reads all and draws nothing
     EXPECT_EQ(deliver(job), JobOutcome::done());
@@ -127,13 +132,18 @@ TEST_F(TmuxGateTest, whoTypesIsLetFinish) {
     runner->on(looking, says(look("0 0 0 0", "/980/1000/")));
     EXPECT_EQ(deliver(answerJob({DeliverStep::key("1")})), JobOutcome::refused("somebody types in the pane"));
     EXPECT_EQ(asked, 1) << "the daemon hears of it when the pane is quiet";
+
+    // A click into the pane between the look and the key, which tmux counts as typing.
+    runner->on(looking, {says(look()), says(look()), says(look("0 0 0 0", "/998/"))});
+    runner->on("if-shell", {says("ready\nno " + look("0 0 0 0", "/998/")), says("ready\nok\n")});
+    EXPECT_EQ(deliver(answerJob({DeliverStep::key("1")})), JobOutcome::done());
 }
 
 TEST_F(TmuxGateTest, aNameThatTmuxWouldReadAsMoreIsNeverPutIntoACommand) {
     for (const std::string name : {"#(touch x)", "a,b", "}claude", "it's", "$(x)", ""}) {
         runner->on(looking, says(look("0 0 0 0", "/", name)));
         EXPECT_EQ(deliver(answerJob({DeliverStep::key("1")})),
-            JobOutcome::refused("the pane no longer holds this session"));
+            JobOutcome::refused("the name of the program in front can't be compared"));
     }
     auto job = answerJob({DeliverStep::key("1")});
     job.tty = "pts/1},x";
@@ -180,24 +190,34 @@ TEST(ProgramName, isTheCommandsOrThatOfTheScriptThatAnInterpreterRuns) {
 }
 
 TEST(TypedEcho, aTextStandsHoweverTheAgentFramesIt) {
-    using TypedEcho::stands;
+    const auto span = [](const std::string& text, const std::string& before, const std::string& after) {
+        const auto ending = TypedEcho::find(text, before, after);
+        return ending ? ending->span : "nowhere";
+    };
     const std::string box = "╭─────────╮\n│ >       │\n╰─────────╯\n";
-    EXPECT_TRUE(
-        stands("use port 8080", box, "╭─────────╮\n│ > use p │\n│ ort 808 │\n│ 0       │\n╰─────────╯\n"));
-    EXPECT_FALSE(stands("use port 8080", box, box));
-    EXPECT_FALSE(stands("use port 8080", box, "│ > use port 808 │"));
-    EXPECT_FALSE(stands("yes", "yes?\n> ", "yes?\n> \nworking")) << "it stood there before";
-    EXPECT_TRUE(stands("yes", "yes?\n> ", "yes?\n> yes"));
-    EXPECT_TRUE(stands("日本語。", "> ", "> 日本\n語。"));
-    EXPECT_TRUE(stands("🎉", "> ", "> 🎉"));
-    EXPECT_FALSE(stands("🎉", "> ", "> "));
-    EXPECT_TRUE(stands(std::string(900, 'a'), "> ", "> [Pasted text #1]"));
-    EXPECT_FALSE(stands(std::string(900, 'a'), "[Pasted text #1]", "[Pasted text #1] "));
+    EXPECT_EQ(
+        span("use port 8080", box, "╭─────────╮\n│ > use p │\n│ ort 808 │\n│ 0       │\n╰─────────╯\n"), "0");
+    EXPECT_EQ(span("use port 8080", box, box), "nowhere");
+    EXPECT_EQ(span("use port 8080", box, "│ > use port 808 │"), "nowhere");
+    EXPECT_EQ(span("use port 8080", "> \n", "❯ use port 8080. ▌   ctrl+e\n? for help 8080"), "use port 8080");
+    EXPECT_EQ(span("日本語。", "> ", "> 日本\n語。"), "語");
+    EXPECT_EQ(span("🎉", "> \n|", "> 🎉\n/"), "🎉");
+    EXPECT_EQ(span("🎉", "> \n|", "> \n/"), "nowhere");
 
-    EXPECT_EQ(TypedEcho::lastLine("use port 8080", "│ > use p │\n│ ort 80 │\n│ 80 │\n x"), "│ 80 │");
-    EXPECT_EQ(TypedEcho::lastLine("use port 8080", "yes\n❯ use port 8080\n? for help"), "❯ use port 8080");
-    EXPECT_EQ(TypedEcho::lastLine("y", "day\n> y\n"), "> y");
-    EXPECT_EQ(TypedEcho::lastLine("use port 8080", "nothing"), std::nullopt);
+    // What stood there before, or goes on by itself, is no echo.
+    EXPECT_EQ(span("yes", "yes?\n> ", "yes?\n> \nworking"), "nowhere");
+    EXPECT_EQ(span("yes", "yes?\n> ", "yes?\n> yes"), "yes");
+    EXPECT_EQ(span("2", "> \n(11s)", "> \n(12s)"), "nowhere");
+    EXPECT_EQ(span("2", "> \n(12s)", "> 2\n(13s)"), "2");
+    EXPECT_EQ(span("go on", "> go on\nwell\n> ", "well\n> go on\n"), "nowhere") << "the same line scrolled";
+    EXPECT_EQ(span("yes, do it", "> \x1b[2myes, do it\x1b[0m", "> yes, do it"), "yes, do it")
+        << "a suggestion";
+
+    const auto pasted = TypedEcho::find(std::string(900, 'a'), "> ", "> [Pasted text #1]");
+    EXPECT_EQ(pasted->span, "[Pasted text #1]");
+    EXPECT_FALSE(TypedEcho::find(std::string(900, 'a'), "> [Pasted text #1]", "> [Pasted text #1]"));
+    EXPECT_TRUE(TypedEcho::find("yes", "❯ rm the old ", "❯ rm the old yes")->drafted);
+    EXPECT_FALSE(TypedEcho::find("yes", "❯ Try \"edit\"", "❯ yes")->drafted);
 
     EXPECT_TRUE(TypedEcho::offersChoice("Go on?\n ❯ 1. Yes\n   2. No\n"));
     EXPECT_TRUE(TypedEcho::offersChoice("│ › Yes │"));

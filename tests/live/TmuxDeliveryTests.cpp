@@ -250,7 +250,8 @@ TEST_F(TmuxDelivery, aKeyThatTmuxGetsTooLateIsNotTyped) {
     for (const double sent : {now - 100, now + 100, now}) {
         const TmuxKeys::Condition condition{.look = *seen, .lines = {}, .sent = sent, .limit = 7};
         auto client = TmuxKeys::waiting(key);
-        client.input = std::make_shared<const LateInput>([&] { return TmuxKeys::guarded(key, condition); });
+        client.input = std::make_shared<const LateInput>(
+            LateInput{std::string(TmuxKeys::readyLine), [&] { return TmuxKeys::guarded(key, condition); }});
         const auto kind = TmuxKeys::verdict(loop.run(runner->run(client, 10)), condition, true).kind;
         EXPECT_EQ(kind == TmuxKeys::Verdict::Kind::typed, sent == now);
         EXPECT_EQ(kind == TmuxKeys::Verdict::Kind::refused, sent != now);

@@ -46,7 +46,7 @@ public:
     Task<RunOutput> run(RunCommand command, double timeout) override {
         calls.push_back({command, timeout, line(command)});
         if (command.input)
-            calls.back().line += " <<< " + (*command.input)().value_or("nothing");
+            calls.back().line += " <<< " + command.input->give().value_or("nothing");
         if (calls.size() - 1 == failing)
             co_return RunOutput{1, "", "", false};
         const auto text = calls.back().line;

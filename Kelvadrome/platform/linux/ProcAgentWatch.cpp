@@ -9,7 +9,6 @@
 
 #include <algorithm>
 #include <fcntl.h>
-#include <set>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <termios.h>
@@ -20,6 +19,8 @@ namespace kelvadrome {
 using ProcessTable::Row;
 
 namespace {
+
+constexpr std::size_t longestAncestry = 32;
 
 /// An exec moves the stack and the arguments; where they may not be read they are 0 both times. A process
 /// that is about to end has none any more.
@@ -32,13 +33,14 @@ bool hasEnded(const Row& first, const Row& now) {
     return now.ended() || now.stackStart != first.stackStart;
 }
 
-/// The process and those that started it. One that starts an agent and waits for it (node, npm, a script)
-/// shares its terminal and doesn't read from it.
-std::set<std::int64_t> withAncestors(const Row& row) {
-    std::set<std::int64_t> pids{row.pid};
+/// The process and those that started it, the nearest first.
+std::vector<std::int64_t> withAncestors(const Row& row) {
+    std::vector<std::int64_t> pids{row.pid};
     auto next = ProcessTable::row(row.parent);
-    while (next && next->pid > 1 && pids.insert(next->pid).second)
+    while (next && next->pid > 1 && pids.size() < longestAncestry) {
+        pids.push_back(next->pid);
         next = ProcessTable::row(next->parent);
+    }
     return pids;
 }
 
@@ -48,18 +50,43 @@ std::string nameOf(const Row& row) {
     return RE2::FullMatch(row.comm, plain) ? row.comm : "another program";
 }
 
+/// Whether a key could go to this member of the agent's group. What started the agent (npm, node, a script)
+/// shares its input and waits for it; a pager whose input is a pipe reads its keys from where it prints.
+bool readsKeys(const Row& member, const std::string& tty, bool startedTheAgent) {
+    switch (ProcessTable::holdOn(member.pid, tty)) {
+    case ProcessTable::Hold::none:
+        return false;
+    case ProcessTable::Hold::asOutput:
+        return ProcessTable::waitsForTerminal(member.pid);
+    case ProcessTable::Hold::asInput:
+        return !startedTheAgent || ProcessTable::waitsForTerminal(member.pid);
+    case ProcessTable::Hold::hidden:
+        break;
+    }
+    return !startedTheAgent;
+}
+
 std::optional<std::string> companyRefusal(const Row& agent) {
-    const auto own = withAncestors(agent);
+    const auto above = withAncestors(agent);
     for (const auto& member : ProcessTable::group(agent.foregroundGroup)) {
         if (member.ended())
             continue;
         if (member.stopped())
             return "the agent is suspended";
-        if (!own.contains(member.pid) &&
-            ProcessTable::readsTerminal(member.pid, *agent.tty) != ProcessTable::Reading::no)
+        const bool startedTheAgent = std::ranges::find(above, member.pid) != above.end();
+        if (member.pid != agent.pid && readsKeys(member, *agent.tty, startedTheAgent))
             return fmt::format("{} reads from the agent's terminal", nameOf(member));
     }
     return std::nullopt;
+}
+
+/// For one line: a program may give itself any name, an end of line among it.
+std::string lineName(std::string name) {
+    for (char& c : name) {
+        if (static_cast<unsigned char>(c) < ' ' || c == 127)
+            c = '?';
+    }
+    return name;
 }
 
 } // namespace
@@ -87,17 +114,31 @@ struct ProcAgentWatch::State {
         return {hasEnded(*first, *now) ? Kind::ended : Kind::itself, std::move(*now)};
     }
 
-    /// Why this look speaks against a key.
-    static std::optional<std::string> refusal(const Look& look) {
+    /// Why this look at the agent alone speaks against a key.
+    std::optional<std::string> refusalOf(const Look& look) {
         if (look.kind == Kind::another)
             return "the agent process changed";
         if (look.kind == Kind::ended)
             return "the agent process ended";
         if (look.row.stopped())
             return "the agent is suspended";
+        if (const std::lock_guard guard(lock); look.row.tty != first->tty || look.row.group != first->group)
+            return "the session moved to another terminal";
         if (!look.row.tty || look.row.foregroundGroup != look.row.group)
             return "the agent is not in the foreground of its terminal";
-        return companyRefusal(look.row);
+        return std::nullopt;
+    }
+
+    std::optional<std::string> refusal() {
+        const auto early = look();
+        if (auto no = refusalOf(early))
+            return no;
+        if (ProcessTable::hasNamesake(early.row.pid, *early.row.tty))
+            return "the agent's terminal is another one of the same name";
+        if (auto no = companyRefusal(early.row))
+            return no;
+        // The look at its company took milliseconds; this one is the last before the key.
+        return refusalOf(look());
     }
 
     const std::optional<std::int64_t> pid;
@@ -118,20 +159,19 @@ Task<std::optional<std::string>> ProcAgentWatch::psLine() {
         if (kind != State::Kind::itself)
             return "";
         return fmt::format("{} {} {} {} {}\n", row.pid, row.group, row.foregroundGroup, row.tty.value_or("?"),
-            programName(row.comm, ProcessTable::arguments(row.pid)));
+            lineName(programName(row.comm, ProcessTable::arguments(row.pid))));
     };
     co_return co_await pool_.run(std::move(work));
 }
 
 std::optional<std::string> ProcAgentWatch::refusalNow() {
-    return State::refusal(state_->look());
+    return state_->refusal();
 }
 
 Task<std::optional<std::string>> ProcAgentWatch::doubt(bool toldToEnd) {
     auto work = [state = state_, toldToEnd]() -> std::optional<std::string> {
-        const auto look = state->look();
-        const bool ended = look.kind == State::Kind::ended;
-        return ended && toldToEnd ? std::nullopt : State::refusal(look);
+        const bool ended = state->look().kind == State::Kind::ended;
+        return ended && toldToEnd ? std::nullopt : state->refusal();
     };
     co_return co_await pool_.run(std::move(work));
 }
@@ -154,8 +194,15 @@ Task<bool> ProcAgentWatch::tookInput() {
 Task<std::optional<TmuxServer>> ProcAgentWatch::tmuxServer() {
     auto work = [state = state_]() -> std::optional<TmuxServer> {
         const auto [kind, row] = state->look();
-        const auto text =
-            kind == State::Kind::itself ? ProcessTable::variable(row.pid, "TMUX") : std::nullopt;
+        std::optional<std::string> text;
+        if (kind == State::Kind::itself) {
+            // One that hides its environment has it from what started it.
+            for (const auto pid : withAncestors(row)) {
+                text = ProcessTable::variable(pid, "TMUX");
+                if (text)
+                    break;
+            }
+        }
         // "SOCKET,PID,SESSION"; a path may hold commas.
         static const RE2 form("(/.*),([0-9]+),[0-9]+");
         TmuxServer server;
@@ -169,7 +216,7 @@ Task<std::optional<TmuxServer>> ProcAgentWatch::tmuxServer() {
 Task<bool> ProcAgentWatch::isOwnSocket(std::string path) {
     auto work = [path = std::move(path)] {
         struct stat found {};
-        return ::lstat(path.c_str(), &found) == 0 && S_ISSOCK(found.st_mode) && found.st_uid == ::geteuid();
+        return ::stat(path.c_str(), &found) == 0 && S_ISSOCK(found.st_mode) && found.st_uid == ::geteuid();
     };
     co_return co_await pool_.run(std::move(work));
 }

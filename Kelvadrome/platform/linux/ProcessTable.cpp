@@ -4,11 +4,13 @@
 #include "KelvadromeKit/support/Text.h"
 
 #include <fmt/format.h>
+#include <re2/re2.h>
 
 #include <array>
 #include <cerrno>
 #include <dirent.h>
 #include <memory>
+#include <sys/stat.h>
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
@@ -66,6 +68,14 @@ std::string linkTarget(const std::string& link) {
     std::array<char, 256> buffer;
     const auto length = ::readlink(link.c_str(), buffer.data(), buffer.size());
     return length > 0 ? std::string(buffer.data(), static_cast<std::size_t>(length)) : std::string();
+}
+
+/// Absent once the process is gone.
+std::optional<uid_t> effectiveUser(std::int64_t pid) {
+    static const RE2 line("(?s).*\nUid:\t[0-9]+\t([0-9]+)\t.*");
+    const auto status = Files::read(path(pid, "status"), environmentLimit).value_or("");
+    uid_t user = 0;
+    return RE2::FullMatch(status, line, &user) ? std::optional(user) : std::nullopt;
 }
 
 } // namespace
@@ -134,18 +144,42 @@ std::optional<std::string> variable(std::int64_t pid, std::string_view name) {
     return std::nullopt;
 }
 
-Reading readsTerminal(std::int64_t pid, std::string_view tty) {
+Hold holdOn(std::int64_t pid, std::string_view tty) {
     const auto folder = path(pid, "fd");
     const auto device = fmt::format("/dev/{}", tty);
-    bool reads = false;
+    auto hold = Hold::none;
     const bool seen = eachName(folder, [&](std::string_view name) {
         const auto target = linkTarget(fmt::format("{}/{}", folder, name));
-        reads = target == "/dev/tty" || (name == "0" && target == device);
-        return reads;
+        if (target == "/dev/tty" || (name == "0" && target == device))
+            hold = Hold::asInput;
+        else if ((name == "1" || name == "2") && target == device)
+            hold = Hold::asOutput;
+        return hold == Hold::asInput;
     });
-    if (!seen)
-        return errno == EACCES || errno == EPERM ? Reading::hidden : Reading::no;
-    return reads ? Reading::yes : Reading::no;
+    // A process of our own may keep its descriptors from us as well (it holds secrets); most such read none.
+    if (!seen && (errno == EACCES || errno == EPERM) && effectiveUser(pid) != ::geteuid())
+        return Hold::hidden;
+    return hold;
+}
+
+bool waitsForTerminal(std::int64_t pid) {
+    const auto place = Files::read(path(pid, "wchan"), statLimit).value_or("");
+    return place == "wait_woken" || place == "n_tty_read";
+}
+
+bool hasNamesake(std::int64_t pid, std::string_view tty) {
+    const auto device = fmt::format("/dev/{}", tty);
+    struct stat real {};
+    if (::stat(device.c_str(), &real) != 0)
+        return false;
+    for (const char* const name : {"fd/0", "fd/1", "fd/2"}) {
+        struct stat held {};
+        const auto link = path(pid, name);
+        if (linkTarget(link) == device && ::stat(link.c_str(), &held) == 0 &&
+            (held.st_dev != real.st_dev || held.st_ino != real.st_ino))
+            return true;
+    }
+    return false;
 }
 
 } // namespace kelvadrome::ProcessTable

@@ -40,10 +40,17 @@ std::vector<std::string> arguments(std::int64_t pid);
 /// One variable of the environment that a process was started with.
 std::optional<std::string> variable(std::int64_t pid, std::string_view name);
 
-enum class Reading { yes, no, hidden };
-/// Whether a process could read from the terminal "pts/3": it is its standard input, or the process has
-/// opened
-/// "/dev/tty", as a prompt for a password does. Hidden for another user's.
-Reading readsTerminal(std::int64_t pid, std::string_view tty);
+/// What a process has to do with a terminal.
+enum class Hold {
+    none,
+    asOutput, // only as one of its standard outputs
+    asInput,  // as its standard input, or it has opened "/dev/tty", as a prompt for a password does
+    hidden    // another user's process
+};
+Hold holdOn(std::int64_t pid, std::string_view tty);
+/// It waits in a read of a terminal at this moment; never true where the kernel doesn't tell.
+bool waitsForTerminal(std::int64_t pid);
+/// One of its standard streams is another device that goes by the same name, as in a container.
+bool hasNamesake(std::int64_t pid, std::string_view tty);
 
 } // namespace kelvadrome::ProcessTable
