@@ -14,14 +14,14 @@ bool types(std::string_view words) {
 
 /// The same input, with a word before it goes to the child.
 std::shared_ptr<const LateInput> told(std::shared_ptr<const LateInput> input, Watched::BeforeKey beforeKey) {
-    const auto wrapped = [input = std::move(input), beforeKey = std::move(beforeKey)] {
+    const auto wrapped = [input, beforeKey = std::move(beforeKey)] {
         const auto began = std::chrono::steady_clock::now();
-        auto text = (*input)();
+        auto text = input->give();
         if (text && types(*text))
             beforeKey(began);
         return text;
     };
-    return std::make_shared<const LateInput>(wrapped);
+    return std::make_shared<const LateInput>(LateInput{input->ready, wrapped});
 }
 
 } // namespace
