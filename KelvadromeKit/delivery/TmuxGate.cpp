@@ -258,16 +258,16 @@ Task<std::optional<TmuxGate::Echo>> TmuxGate::awaitEcho(std::string tmux, double
         auto now = co_await screen(tmux);
         if (!now)
             co_return std::nullopt;
-        auto ending = TypedEcho::find(*typed_, before_.text, now->text);
+        auto ending = TypedEcho::find(*typed_, before_, *now);
         if (ending || clock_->uptime() - began >= limit)
             co_return Echo{std::move(ending), std::move(*now)};
         co_await clock_->sleep(echoPause);
     }
 }
 
-/// Why Return must not follow the text. A program that reads all and draws nothing is taken at its word,
-/// unless Return could choose something there, or the text has stood and is gone: the agent asks something
-/// else by now.
+/// Why Return must not follow the text. A program without an input line, that reads all and draws nothing, is
+/// taken at its word. Where there is one, or the text has stood and is gone, the agent asks something else by
+/// now.
 Task<std::optional<std::string>> TmuxGate::echoRefusal(std::optional<Echo> echo) {
     if (!echo)
         co_return "the pane no longer holds this session";
@@ -277,7 +277,7 @@ Task<std::optional<std::string>> TmuxGate::echoRefusal(std::optional<Echo> echo)
             co_return "something else stands at the agent's prompt beside the text";
         co_return std::nullopt;
     }
-    const bool silent = !stood_ && echo->screen == before_ && !TypedEcho::offersChoice(echo->screen.text);
+    const bool silent = !stood_ && echo->screen == before_ && !TypedEcho::showsMark(echo->screen);
     bool took = false;
     if (silent)
         took = co_await agent_->tookInput();
@@ -286,17 +286,13 @@ Task<std::optional<std::string>> TmuxGate::echoRefusal(std::optional<Echo> echo)
     co_return "the text does not stand at the agent's prompt";
 }
 
-Task<std::optional<TmuxGate::Screen>> TmuxGate::screen(std::string tmux) {
-    const auto pane = job_.hostRef.value_or("");
-    RunCommand capture{std::move(tmux),
-        {"display-message", "-p", "-t", pane, "#{window_activity}", ";", "capture-pane", "-p", "-e", "-t",
-            pane},
-        0};
-    const auto output = co_await onServer(std::move(capture), lookLimit);
-    const auto end = output.stdoutText.find('\n');
-    if (!output.succeeded() || end == std::string::npos)
+/// With its colours, by which a suggestion of the agent's differs from what was typed.
+Task<std::optional<std::string>> TmuxGate::screen(std::string tmux) {
+    RunCommand capture{std::move(tmux), {"capture-pane", "-p", "-e", "-t", job_.hostRef.value_or("")}, 0};
+    auto output = co_await onServer(std::move(capture), lookLimit);
+    if (!output.succeeded())
         co_return std::nullopt;
-    co_return Screen{output.stdoutText.substr(0, end), output.stdoutText.substr(end + 1)};
+    co_return std::move(output.stdoutText);
 }
 
 } // namespace kelvadrome

@@ -33,15 +33,10 @@ public:
     Task<RunOutput> run(RunCommand command, double timeout) override;
 
 private:
-    struct Screen {
-        std::string drawn; // when something was last drawn, in whole seconds
-        std::string text;
-        bool operator==(const Screen&) const = default;
-    };
     /// The agent's screen after a text.
     struct Echo {
         std::optional<TypedEcho::Ending> ending;
-        Screen screen;
+        std::string screen;
     };
 
     Task<RunOutput> onServer(RunCommand command, double timeout);
@@ -52,7 +47,7 @@ private:
     Task<RunOutput> type(RunCommand keys, std::vector<std::string> lines, double timeout);
     Task<std::optional<Echo>> awaitEcho(std::string tmux, double limit);
     Task<std::optional<std::string>> echoRefusal(std::optional<Echo> echo);
-    Task<std::optional<Screen>> screen(std::string tmux);
+    Task<std::optional<std::string>> screen(std::string tmux);
 
     const DeliverJob job_;
     const std::shared_ptr<CommandRunning> inner_;
@@ -66,7 +61,7 @@ private:
 
     // The text at the agent's prompt that no Return has sent yet, and the screen before it came.
     std::optional<std::string> typed_;
-    Screen before_;
+    std::string before_;
     std::optional<TypedEcho::Ending> stood_; // where it was seen right after it
     bool typedMeanwhile_ = false;            // why the last key was not typed
 };

@@ -114,8 +114,8 @@ std::optional<Ending> find(std::string_view text, std::string_view before, std::
     return found;
 }
 
-bool offersChoice(std::string_view screen) {
-    static const RE2 mark("(?m)^[^\\p{L}\\p{N}]*[❯›>▶●◉] *[^ \\n]");
+bool showsMark(std::string_view screen) {
+    static const RE2 mark("(?m)^[\\s|\\x{2500}-\\x{257F}]*[❯›>▶●◉]( |$)");
     return RE2::PartialMatch(plain(screen), mark);
 }
 

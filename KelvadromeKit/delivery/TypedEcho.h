@@ -22,7 +22,8 @@ struct Ending {
 /// a long text also the placeholder that an agent shows for what it takes as pasted.
 std::optional<Ending> find(std::string_view text, std::string_view before, std::string_view after);
 
-/// A line of the screen carries a selection mark: Return would choose it.
-bool offersChoice(std::string_view screen);
+/// A line of the screen begins with the mark of an input line or of a selection. So the program draws what it
+/// is typed, or Return would choose something.
+bool showsMark(std::string_view screen);
 
 } // namespace kelvadrome::TypedEcho

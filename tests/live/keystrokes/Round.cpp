@@ -87,6 +87,7 @@ public:
     void apply() {
         if (applied_.exchange(true))
             return;
+        began_ = monotonic();
         try {
             row_.apply(stage_, random_);
         } catch (const Impossible& error) {
@@ -101,7 +102,8 @@ public:
 
     const std::string& impossible() const { return impossible_; }
     const std::string& error() const { return error_; }
-    std::int64_t at() const { return at_; }
+    std::int64_t began() const { return began_; }
+    std::int64_t at() const { return at_; } // it was complete
 
 private:
     const Row& row_;
@@ -109,6 +111,7 @@ private:
     Random random_;
     std::atomic<bool> applied_ = false;
     std::string impossible_, error_;
+    std::int64_t began_ = 0;
     std::int64_t at_ = 0;
 };
 
@@ -141,7 +144,7 @@ void judge(Verdict& verdict, const Answer& answer, const Recording& seen) {
     verdict.warned = said == "failed";
 }
 
-/// When somebody else read a key after the change; 0 when nobody did.
+/// When somebody else read a key after the change began; 0 when nobody did.
 std::int64_t firstStray(const Recording& seen, std::int64_t since) {
     for (const auto& event : seen.events) {
         if (since != 0 && event.nanoseconds > since && event.name == "read" && event.who != "agent")
@@ -254,7 +257,8 @@ Verdict Round::play(Pace& pace) const {
             static_cast<double>(typed.back().handedOver - begin) / 1e9 - (delayOfStart > 0.5 ? 0.6 : 0));
     for (const auto& key : typed)
         verdict.lookSeconds.push_back(static_cast<double>(key.handedOver - key.lookBegan) / 1e9);
-    const auto stray = firstStray(seen, change.at());
+    // Keys that were typed before may be read by whom the change brings, while it is still under way.
+    const auto stray = firstStray(seen, change.began());
     if (stray != 0 && this->moment == Moment::lastInstant)
         verdict.unwatchedSeconds = static_cast<double>(stray - change.at()) / 1e9;
     // In the random case the change may still be on its way when tmux looks: keys not read yet, a screen not
