@@ -4,6 +4,7 @@
 #include "Kelvadrome/gtk/FlowRow.h"
 #include "Kelvadrome/gtk/Focus.h"
 #include "Kelvadrome/gtk/Words.h"
+#include "KelvadromeKit/attention/InboxLogic.h"
 
 #include <fmt/chrono.h>
 
@@ -165,6 +166,8 @@ void CardView::buildCard(const PanelCard& card) {
     append(*later_);
     if (card.refused)
         append(*wordsLabel(card.refusal(), "warning"));
+    if (const auto attempt = InboxLogic::lastAttempt(card.card))
+        append(*wordsLabel(*attempt, "warning"));
     if (card.card.deliveryNote)
         append(*wordsLabel(*card.card.deliveryNote, "warning"));
     setAccessibleDescription(

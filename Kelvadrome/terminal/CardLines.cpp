@@ -2,6 +2,7 @@
 
 #include "Kelvadrome/terminal/PanelRows.h"
 #include "Kelvadrome/terminal/TerminalText.h"
+#include "KelvadromeKit/attention/InboxLogic.h"
 
 #include <fmt/format.h>
 
@@ -169,6 +170,8 @@ std::vector<StyledLine> card(const PanelCard& row, bool selected, bool expanded,
         expanded ? 0 : collapsedSummary);
     if (row.refused)
         paragraph(out, cleanLine(row.refusal()), Style::warn, 0, columns);
+    if (const auto attempt = InboxLogic::lastAttempt(row.card))
+        paragraph(out, cleanLine(*attempt), Style::warn, 0, columns);
     if (row.card.deliveryNote)
         paragraph(out, cleanLine(*row.card.deliveryNote), Style::warn, 0, columns);
     appendReading(out, row, selected, expanded, columns);

@@ -87,6 +87,13 @@ std::string batchSummary(const Card& card) {
     return fmt::format("{} questions, {}.{}", rows.size(), middle, working ? " Agent still working." : "");
 }
 
+std::optional<std::string> refOf(const Card& card, const std::string& name) {
+    if (!card.refs)
+        return std::nullopt;
+    const auto found = card.refs->find(name);
+    return found == card.refs->end() ? std::nullopt : std::optional(found->second);
+}
+
 } // namespace
 
 std::string_view rawValue(Annunciator annunciator) {
@@ -155,10 +162,11 @@ bool isOnItsWay(const Card& card) {
 }
 
 std::optional<std::string> lastRefusal(const Card& card) {
-    if (!card.refs)
-        return std::nullopt;
-    const auto found = card.refs->find("last_refusal");
-    return found == card.refs->end() ? std::nullopt : std::optional(found->second);
+    return refOf(card, "last_refusal");
+}
+
+std::optional<std::string> lastAttempt(const Card& card) {
+    return refOf(card, "last_attempt");
 }
 
 bool mayHaveBeenTyped(const Card& card) {

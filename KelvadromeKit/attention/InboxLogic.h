@@ -38,6 +38,8 @@ bool isHighRiskStop(const Card& card);
 bool isOnItsWay(const Card& card);
 /// Why the last answer didn't reach the agent.
 std::optional<std::string> lastRefusal(const Card& card);
+/// That a program of the very agent tried to answer the card, in the daemon's words.
+std::optional<std::string> lastAttempt(const Card& card);
 /// Whether keys of an answer that was not delivered may stand in the agent's terminal. Then no answer is the
 /// one to press without looking.
 bool mayHaveBeenTyped(const Card& card);

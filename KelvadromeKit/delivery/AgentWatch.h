@@ -35,6 +35,9 @@ public:
     /// the key told it to.
     virtual Task<std::optional<std::string>> doubt(bool toldToEnd) = 0;
 
+    /// Nothing of what was typed waits to be read; true where that can't be told.
+    virtual Task<bool> hasRead() = 0;
+
     /// Everything that was typed has been read by a program that draws its own input line (no line editing of
     /// the terminal's, as at a password prompt).
     virtual Task<bool> tookInput() = 0;

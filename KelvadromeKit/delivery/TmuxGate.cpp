@@ -13,6 +13,8 @@ namespace {
 constexpr double lookLimit = 3.0;    // seconds, as all times here
 constexpr double silenceLimit = 5.0; // for somebody who types in the pane to leave off
 constexpr double silencePause = 0.25;
+constexpr double readLimit = 0.1;
+constexpr double readPause = 0.005;
 constexpr double firstEchoLimit = 0.25; // of a look whether the agent draws what it is typed
 constexpr double echoLimit = 1.0;
 constexpr double echoPause = 0.05;
@@ -245,10 +247,23 @@ Task<RunOutput> TmuxGate::type(RunCommand keys, std::vector<std::string> lines, 
         co_return refused(std::move(verdict.words));
     if (verdict.kind == TmuxKeys::Verdict::Kind::unknown)
         co_return perhapsTyped(std::move(verdict.words), output.timedOut);
+    co_await letRead();
     const bool toldToEnd = job_.screen && job_.screen->want == "exit";
     if (auto doubt = co_await agent_->doubt(toldToEnd))
         co_return perhapsTyped(std::move(*doubt), false);
     co_return output;
+}
+
+/// Gives the agent a moment to read the key, so that whoever took it in its place shows in the look that
+/// follows.
+Task<> TmuxGate::letRead() {
+    const double began = clock_->uptime();
+    for (;;) {
+        const bool read = co_await agent_->hasRead();
+        if (read || clock_->uptime() - began >= readLimit)
+            co_return;
+        co_await clock_->sleep(readPause);
+    }
 }
 
 /// Waits until the text stands at the agent's prompt; absent when the pane can't be read.

@@ -45,6 +45,7 @@ private:
     Task<RunOutput> press(RunCommand keys, double timeout);
     Task<RunOutput> pressOnce(RunCommand keys, double timeout);
     Task<RunOutput> type(RunCommand keys, std::vector<std::string> lines, double timeout);
+    Task<> letRead();
     Task<std::optional<Echo>> awaitEcho(std::string tmux, double limit);
     Task<std::optional<std::string>> echoRefusal(std::optional<Echo> echo);
     Task<std::optional<std::string>> screen(std::string tmux);

@@ -21,6 +21,7 @@ public:
     Task<std::optional<std::string>> psLine() override { co_return alive; }
     std::optional<std::string> refusalNow() override { return no; }
     Task<std::optional<std::string>> doubt(bool) override { co_return afterwards; }
+    Task<bool> hasRead() override { co_return true; }
     Task<bool> tookInput() override { co_return took; }
     Task<std::optional<TmuxServer>> tmuxServer() override { co_return server; }
     Task<bool> isOwnSocket(std::string) override { co_return own; }

@@ -80,6 +80,22 @@ std::optional<std::string> companyRefusal(const Row& agent) {
     return std::nullopt;
 }
 
+struct Input {
+    bool editsLines = false; // the terminal itself, before a program reads
+    int waiting = 0;         // bytes that nobody has read yet
+};
+std::optional<Input> inputOf(const std::string& tty) {
+    const auto path = "/dev/" + tty;
+    const Descriptor terminal(::open(path.c_str(), O_RDONLY | O_NOCTTY | O_NONBLOCK | O_CLOEXEC));
+    termios mode{};
+    Input input;
+    if (!terminal || ::tcgetattr(terminal.get(), &mode) != 0 ||
+        ::ioctl(terminal.get(), FIONREAD, &input.waiting) != 0)
+        return std::nullopt;
+    input.editsLines = (mode.c_lflag & ICANON) != 0;
+    return input;
+}
+
 /// For one line: a program may give itself any name, an end of line among it.
 std::string lineName(std::string name) {
     for (char& c : name) {
@@ -176,17 +192,20 @@ Task<std::optional<std::string>> ProcAgentWatch::doubt(bool toldToEnd) {
     co_return co_await pool_.run(std::move(work));
 }
 
+Task<bool> ProcAgentWatch::hasRead() {
+    auto work = [state = state_] {
+        const auto [kind, row] = state->look();
+        const auto input = kind == State::Kind::itself && row.tty ? inputOf(*row.tty) : std::nullopt;
+        return !input || input->waiting == 0;
+    };
+    co_return co_await pool_.run(std::move(work));
+}
+
 Task<bool> ProcAgentWatch::tookInput() {
     auto work = [state = state_] {
         const auto [kind, row] = state->look();
-        if (kind != State::Kind::itself || !row.tty)
-            return false;
-        const auto path = "/dev/" + *row.tty;
-        const Descriptor terminal(::open(path.c_str(), O_RDONLY | O_NOCTTY | O_NONBLOCK | O_CLOEXEC));
-        termios mode{};
-        int waiting = 0;
-        return terminal && ::tcgetattr(terminal.get(), &mode) == 0 && (mode.c_lflag & ICANON) == 0 &&
-               ::ioctl(terminal.get(), FIONREAD, &waiting) == 0 && waiting == 0;
+        const auto input = kind == State::Kind::itself && row.tty ? inputOf(*row.tty) : std::nullopt;
+        return input && !input->editsLines && input->waiting == 0;
     };
     co_return co_await pool_.run(std::move(work));
 }

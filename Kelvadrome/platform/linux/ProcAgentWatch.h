@@ -18,6 +18,7 @@ public:
     Task<std::optional<std::string>> psLine() override;
     std::optional<std::string> refusalNow() override;
     Task<std::optional<std::string>> doubt(bool toldToEnd) override;
+    Task<bool> hasRead() override;
     Task<bool> tookInput() override;
     Task<std::optional<TmuxServer>> tmuxServer() override;
     Task<bool> isOwnSocket(std::string path) override;
