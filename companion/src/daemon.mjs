@@ -167,7 +167,7 @@ class Daemon {
     const asker = agentBehind(peer.inode, this.cards.askers());
     if (asker === undefined) return;
     if (typeof cardId === 'string') this.cards.noteAttempt(cardId, asker.agent);
-    throw new Refusal('not_the_user', 403, `This came from a program that ${agentName(asker.agent)} started, and an agent may not answer. Answer in Kelvadrome itself.`);
+    throw new Refusal('not_the_user', 403, `This came from a program that ${agentName(asker.agent)} started, and an agent may not answer. If it opened Kelvadrome or the browser for you: quit that, open it yourself, and press again.`);
   }
 
   #stream(res, session) {

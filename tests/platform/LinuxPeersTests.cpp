@@ -89,8 +89,13 @@ TEST_F(LinuxPeersTest, anotherProgramOfThisUserIsNotTheDaemonUnlessTheDaemonSays
     EXPECT_EQ(onConnection(squatter.port()), refusal);
     daemon.on("/v1/health", FakeReply::data(fmt::format(R"({{"pid":{}}})", squatter.pid())));
     EXPECT_EQ(onPort(squatter.port()), "fine");
-    daemon.on("/v1/health", FakeReply::data(R"({"pid":0})"));
-    EXPECT_EQ(onPort(squatter.port()), refusal);
+    for (const auto pid : {0, static_cast<int>(::getpid())}) {
+        daemon.on("/v1/health", FakeReply::data(fmt::format(R"({{"pid":{}}})", pid)));
+        EXPECT_EQ(onPort(squatter.port()), refusal);
+    }
+    // A socket that isn't the daemon's own is forwarded, by ssh or a container's proxy, and so is the port.
+    daemon.on("/v1/health", FakeReply::data(R"({"pid":987654321})"));
+    EXPECT_EQ(onPort(squatter.port()), "fine");
 }
 
 TEST_F(LinuxPeersTest, anotherUserIsRefusedAlsoBeforeTheyAccept) {

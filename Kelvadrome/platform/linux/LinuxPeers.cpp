@@ -8,11 +8,13 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <arpa/inet.h>
 #include <charconv>
 #include <chrono>
 #include <cstring>
 #include <filesystem>
+#include <functional>
 #include <thread>
 #include <unistd.h>
 
@@ -98,6 +100,10 @@ std::vector<TCPRow> listeners(std::vector<TCPRow> rows, std::uint16_t port) {
         const bool reachable = row.address == "127.0.0.1" || row.address == "0.0.0.0" || row.address == "::";
         return row.state != TCPRow::listening || row.port != port || !reachable;
     });
+    // The kernel gives a connection to whoever holds the very address.
+    const auto exact = [](const TCPRow& row) { return row.address == "127.0.0.1"; };
+    if (std::ranges::any_of(rows, exact))
+        std::erase_if(rows, std::not_fn(exact));
     return rows;
 }
 
@@ -159,6 +165,11 @@ std::optional<std::string> LinuxPeers::refusal(const TCPConnection& connection) 
     }
 }
 
+std::optional<uid_t> ownerOf(const TCPConnection& connection) {
+    const auto row = otherEnd(rowsNow(), connection);
+    return row ? std::optional(row->owner) : std::nullopt;
+}
+
 std::optional<std::string> LinuxPeers::listenerRefusal(std::uint16_t port) {
     return refusalOfAll(listeners(rowsNow(), port), port);
 }
@@ -187,6 +198,10 @@ std::optional<std::string> LinuxPeers::refusal(const TCPRow& row) const {
         const auto reply = daemon_.exchange("GET", "/v1/health", askLimit);
         const auto named = Envelope::decode<Health>(reply).pid;
         if (named > 0 && holds(static_cast<pid_t>(named), row.inode))
+            return std::nullopt;
+        // Where the socket isn't the daemon's own, both come from elsewhere through a helper of this user's
+        // (ssh -L, a container's proxy), and the daemon's number means nothing here.
+        if (named > 0 && named != listener)
             return std::nullopt;
     } catch (const TransportError&) {
         return sentence(row.port, "has a listener, but no daemon answers on its socket");

@@ -4,6 +4,7 @@
 #include "KelvadromeKit/wire/UnixSocketTransport.h"
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <sys/types.h>
@@ -29,9 +30,14 @@ struct TCPRow {
 /// Lines that can't be read are left out.
 std::vector<TCPRow> parseTCPRows(std::string_view table);
 
+/// The user at the other end of an accepted connection; absent once it is gone.
+std::optional<uid_t> ownerOf(const TCPConnection& connection);
+
 /// PeerCheck by the kernel's tables: the other end of a connection belongs to root (a container's proxy,
 /// sshd), or to this user and then to the very process that listens on the daemon's Unix socket, or that the
-/// daemon calls itself there. When nobody answers on that socket, nobody of this user is the daemon.
+/// daemon calls itself there. (A socket that another process listens on than the daemon is forwarded, and
+/// then the port is, too: this user's word is enough.) When nobody answers on that socket, nobody of this
+/// user is the daemon.
 class LinuxPeers final : public PeerCheck {
 public:
     explicit LinuxPeers(UnixSocketTransport daemon) : daemon_(std::move(daemon)) {}

@@ -1,5 +1,6 @@
 #include "Kelvadrome/platform/linux/PageTunnel.h"
 
+#include "Kelvadrome/platform/linux/LinuxPeers.h"
 #include "KelvadromeKit/support/Log.h"
 #include "KelvadromeKit/support/Task.h"
 
@@ -15,8 +16,10 @@
 
 #include <array>
 #include <atomic>
+#include <fcntl.h>
 #include <stdexcept>
 #include <thread>
+#include <unistd.h>
 #include <vector>
 
 namespace kelvadrome {
@@ -28,6 +31,9 @@ using Bytes = std::vector<unsigned char>;
 
 constexpr auto handshakeLimit = std::chrono::seconds(10);
 constexpr auto acceptPause = std::chrono::milliseconds(100);
+constexpr int mostPassages = 256;
+constexpr int mostUnknown = 64; // without a password yet
+constexpr int manyUnknown = 8;  // more than a view opens at once: from here on strangers are told apart
 constexpr std::size_t pieceSize = 64 * 1024;
 constexpr const char* user = "page";
 
@@ -44,6 +50,26 @@ std::string secret() {
     randombytes_buf(bytes, sizeof bytes);
     return sodium_bin2hex(text, sizeof text, bytes, sizeof bytes);
 }
+
+/// A child that outlives us must not hold a way to the page open.
+void keepFromChildren(int descriptor) {
+    ::fcntl(descriptor, F_SETFD, FD_CLOEXEC);
+}
+
+/// Counts what goes on while it lives.
+class Counted {
+public:
+    explicit Counted(int& count) : count_(&count) { ++*count_; }
+    Counted(Counted&& other) noexcept : count_(std::exchange(other.count_, nullptr)) {}
+    Counted& operator=(Counted&&) = delete;
+    ~Counted() {
+        if (count_)
+            --*count_;
+    }
+
+private:
+    int* count_;
+};
 
 /// Both ends of one passage.
 struct Passage {
@@ -87,6 +113,7 @@ public:
         : peers_(std::move(peers)), listener_(context_, {asio::ip::address_v4::loopback(), 0}),
           url_(fmt::format(
               "socks5://{}:{}@127.0.0.1:{}", user, password_, listener_.local_endpoint().port())) {
+        keepFromChildren(listener_.native_handle());
         asio::co_spawn(context_, accept(), asio::detached);
         thread_ = std::thread([this] { context_.run(); });
     }
@@ -109,25 +136,47 @@ private:
                 co_await pause.async_wait(asio::use_awaitable);
                 continue;
             }
+            keepFromChildren(view.native_handle());
+            if (passages_ >= mostPassages || unknown_ >= mostUnknown ||
+                (unknown_ >= manyUnknown && isStranger(view)))
+                continue; // which closes it
             auto passage = std::make_shared<Passage>(Passage{std::move(view), tcp::socket(context_)});
             asio::co_spawn(context_, serve(std::move(passage)), asio::detached);
         }
     }
 
+    /// Another user's: many of those could take all descriptors from us.
+    static bool isStranger(const tcp::socket& view) {
+        boost::system::error_code failed;
+        const auto caller = view.remote_endpoint(failed).port(), own = view.local_endpoint(failed).port();
+        return failed || ownerOf({"127.0.0.1", caller, "127.0.0.1", own}) != ::geteuid();
+    }
+
     Task<> serve(std::shared_ptr<Passage> passage) {
         using namespace asio::experimental::awaitable_operators;
+        const Counted counted(passages_);
         asio::steady_timer limit(context_, handshakeLimit);
         auto opening = attempt(open(passage));
         auto waiting = limit.async_wait(asio::use_awaitable);
+        std::optional<Counted> unknown(unknown_);
         auto first = co_await (std::move(opening) || std::move(waiting));
+        unknown.reset();
         if (first.index() == 1 || !std::get<0>(first))
             co_return;
         const bool opened = std::get<0>(first).take();
         if (!opened)
             co_return;
-        auto out = pump(passage, passage->view, passage->daemon);
+        auto out = sendOut(passage);
         auto in = pump(passage, passage->daemon, passage->view);
-        co_await (std::move(out) && std::move(in));
+        co_await (std::move(out) || std::move(in));
+    }
+
+    /// What a view that went away asked for is waited for no longer than a moment; a hung daemon never ends
+    /// it.
+    Task<> sendOut(std::shared_ptr<Passage> passage) {
+        co_await pump(passage, passage->view, passage->daemon);
+        asio::steady_timer limit(context_, handshakeLimit);
+        co_await limit.async_wait(asio::use_awaitable);
     }
 
     /// Whether the passage stands. Throws when the view goes away.
@@ -175,6 +224,8 @@ private:
     Task<unsigned char> reach(std::shared_ptr<Passage> passage, std::uint16_t port) {
         boost::system::error_code failed;
         const tcp::endpoint to(asio::ip::address_v4::loopback(), port);
+        passage->daemon.open(to.protocol(), failed);
+        keepFromChildren(passage->daemon.native_handle());
         co_await passage->daemon.async_connect(to, asio::redirect_error(asio::use_awaitable, failed));
         if (failed)
             co_return hostUnreachable;
@@ -195,7 +246,10 @@ private:
     const std::shared_ptr<PeerCheck> peers_;
     const std::string password_ = secret();
     std::atomic<std::uint16_t> target_ = 0;
-    std::string lastRefusal_; // on the thread
+    // On the thread.
+    std::string lastRefusal_;
+    int passages_ = 0;
+    int unknown_ = 0;
     asio::io_context context_{1};
     tcp::acceptor listener_;
     const std::string url_;
