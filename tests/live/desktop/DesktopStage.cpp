@@ -3,6 +3,8 @@
 #include "KelvadromeKit/support/Files.h"
 #include "KelvadromeKit/support/Text.h"
 
+#include "tests/live/desktop/ScreenPicture.h"
+
 #include <algorithm>
 #include <csignal>
 #include <filesystem>
@@ -316,7 +318,24 @@ void DesktopStage::approveOnPage() {
     pressed("Tab Return", "page POST /v1/cards/answer 200", "the page's answer"); // to "Confirm and send"
 }
 
+/// The setup page tells nobody when it has drawn its next step, and keys that come before are lost.
+void DesktopStage::waitDrawn(std::size_t before, const std::string& what) {
+    constexpr int still = 6; // looks in a row that find the same picture
+    std::size_t last = before;
+    int same = 0;
+    until(
+        [&] {
+            const auto now = screenPicture();
+            same = now == last ? same + 1 : 0;
+            last = now;
+            return now != before && same >= still;
+        },
+        what + " to be drawn");
+}
+
 void DesktopStage::walkThroughSetup() {
+    waitDrawn(0, "the setup page");
+    const auto empty = screenPicture();
     keys("Tab Tab Return"); // past "Skip to content" to "Choose a folder"
     waitActive("Pick the folder that holds your work.");
     const auto before = timesAsked("page POST /v1/onboarding/status 200");
@@ -324,9 +343,15 @@ void DesktopStage::walkThroughSetup() {
     until([&] { return wasAsked("page POST /v1/onboarding/folder 200"); }, "the page to tell of the folder");
     until(
         [&] { return timesAsked("page POST /v1/onboarding/status 200") > before; }, "the folder on the page");
-    keys("Tab Tab Return");     // past the folder to "Continue"
-    keys("Tab Tab Tab Return"); // past "Copy" and "Back" to "Continue"
-    keys("Tab Tab Return");     // past "Back" to "Finish setup"
+    waitDrawn(empty, "the folder on the page");
+    const auto step = [this](const char* chord, const char* next) {
+        const auto shown = screenPicture();
+        keys(chord);
+        waitDrawn(shown, next);
+    };
+    step("Tab Tab Return", "the second step");    // past the folder to "Continue"
+    step("Tab Tab Tab Return", "the third step"); // past "Copy" and "Back" to "Continue"
+    keys("Tab Tab Return");                       // past "Back" to "Finish setup"
     until([&] { return wasAsked("page POST /v1/onboarding/finish 200"); }, "the end of setup");
 }
 

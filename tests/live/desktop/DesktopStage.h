@@ -72,6 +72,8 @@ protected:
     void approveOnPage();
     /// Through the setup page to its end, with its keys.
     void walkThroughSetup();
+    /// Until the display shows something else than the picture of before, and keeps still.
+    void waitDrawn(std::size_t before, const std::string& what);
     /// For a window's title.
     void bringToFront(const std::string& window) {
         run({"xdotool", "search", "--onlyvisible", "--name", exact(window), "windowactivate"});
