@@ -1,6 +1,7 @@
 // The state on disk: one SQLite file in the data home, write-ahead log, every commit synced. The file is locked for
 // this process alone; the lock goes with the process, however it ends.
 import { DatabaseSync } from 'node:sqlite';
+import { randomInt } from 'node:crypto';
 import { existsSync, renameSync } from 'node:fs';
 import { join } from 'node:path';
 import { StartError } from './errors.mjs';
@@ -49,6 +50,8 @@ const MIGRATIONS = [
 ];
 
 const FILE = 'kelvadromed.db';
+const SQLITE_BUSY = 5;
+const OPEN_TRIES = 4;
 const isCorrupt = (error) => error.errcode === 11 || error.errcode === 26;  // SQLITE_CORRUPT, SQLITE_NOTADB
 
 function openChecked(path) {
@@ -62,6 +65,21 @@ function openChecked(path) {
   } catch (error) {
     db.close();
     throw error;
+  }
+}
+
+/**
+ * Two daemons that start at once can each hold half of the lock and keep the other from the rest. Both let go then, and
+ * come back after pauses of their own.
+ */
+function openAlone(path) {
+  for (let left = OPEN_TRIES; ; left--) {
+    try {
+      return openChecked(path);
+    } catch (error) {
+      if (error.errcode !== SQLITE_BUSY || left === 1) throw error;
+      Atomics.wait(new Int32Array(new SharedArrayBuffer(4)), 0, 0, randomInt(20, 300));
+    }
   }
 }
 
@@ -96,16 +114,16 @@ export class Store {
     this.setAsideAs = null;
     try {
       try {
-        this.#db = openChecked(path);
+        this.#db = openAlone(path);
       } catch (error) {
         if (!isCorrupt(error)) throw error;
         this.setAsideAs = setAside(path, now);
-        this.#db = openChecked(path);
+        this.#db = openAlone(path);
       }
       migrate(this.#db);
     } catch (error) {
       if (error instanceof StartError) throw error;
-      if (error.errcode === 5) throw new StartError(`Another kelvadromed uses the home ${home}.`, 3);
+      if (error.errcode === SQLITE_BUSY) throw new StartError(`Another kelvadromed uses the home ${home}.`, 3);
       throw new StartError(`The database ${path} cannot be used: ${error.message}.`);
     }
   }
