@@ -174,15 +174,17 @@ Task<std::optional<std::string>> TmuxGate::lookOnce(std::string tmux) {
     }
 }
 
-/// One key or text. Whoever types in the pane meanwhile, or only clicks or turns to it, is let finish, and
-/// then it is looked at anew what stands there.
+/// One key or text. Whoever types in the pane meanwhile, or only clicks or turns to it, is let finish before
+/// the first key, and before a Return whose text must then stand as it was left. Between two other keys
+/// nobody can tell what was typed, so that ends the answer.
 Task<RunOutput> TmuxGate::press(RunCommand keys, double timeout) {
     const double began = clock_->uptime();
+    const bool mayWait = !pressed_ || (typed_ && keys.args.back() == "Enter");
     for (;;) {
         auto output = co_await pressOnce(keys, timeout);
-        if (!std::exchange(typedMeanwhile_, false))
-            co_return output;
-        if (clock_->uptime() - began >= silenceLimit)
+        pressed_ = pressed_ || output.succeeded();
+        const bool again = std::exchange(typedMeanwhile_, false) && mayWait;
+        if (!again || clock_->uptime() - began >= silenceLimit)
             co_return output;
         co_await clock_->sleep(silencePause);
         if (auto no = co_await lookOnce(keys.path))

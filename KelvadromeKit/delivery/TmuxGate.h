@@ -64,6 +64,7 @@ private:
     std::optional<std::string> typed_;
     std::string before_;
     std::optional<TypedEcho::Ending> stood_; // where it was seen right after it
+    bool pressed_ = false;                   // a key has gone in
     bool typedMeanwhile_ = false;            // why the last key was not typed
 };
 

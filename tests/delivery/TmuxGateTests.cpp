@@ -138,6 +138,11 @@ TEST_F(TmuxGateTest, whoTypesIsLetFinish) {
     runner->on(looking, {says(look()), says(look()), says(look("0 0 0 0", "/998/"))});
     runner->on("if-shell", {says("ready\nno " + look("0 0 0 0", "/998/")), says("ready\nok\n")});
     EXPECT_EQ(deliver(answerJob({DeliverStep::key("1")})), JobOutcome::done());
+    runner->on(looking, says(look()));
+    runner->on("if-shell",
+        {says("ready\nok\n"), says("ready\nno " + look("0 0 0 0", "/998/")), says("ready\nok\n")});
+    EXPECT_EQ(deliver(answerJob({DeliverStep::escape(), DeliverStep::key("1")})),
+        JobOutcome::failed("somebody types in the pane"));
 }
 
 TEST_F(TmuxGateTest, aNameThatTmuxWouldReadAsMoreIsNeverPutIntoACommand) {
