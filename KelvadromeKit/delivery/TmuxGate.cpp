@@ -13,7 +13,7 @@ namespace {
 constexpr double lookLimit = 3.0;    // seconds, as all times here
 constexpr double silenceLimit = 5.0; // for somebody who types in the pane to leave off
 constexpr double silencePause = 0.25;
-constexpr double readLimit = 0.1;
+constexpr double readLimit = 0.1; // for the agent to read a key
 constexpr double readPause = 0.005;
 constexpr double firstEchoLimit = 0.25; // of a look whether the agent draws what it is typed
 constexpr double echoLimit = 1.0;
@@ -61,7 +61,7 @@ RunOutput perhapsTyped(std::string words, bool timedOut) {
 class LastLook {
 public:
     /// True when the key's command may go out: nothing speaks against it, and somebody still waits.
-    bool end(std::optional<std::string> no) {
+    bool allows(std::optional<std::string> no) {
         const std::lock_guard guard(lock_);
         given_ = !no && !closed_;
         no_ = std::move(no);
@@ -114,7 +114,7 @@ Task<RunOutput> TmuxGate::run(RunCommand command, double timeout) {
 
     const bool looks = command.args[0] == "display-message" || command.args[0] == "capture-pane";
     if (looks && typesKeys(job_)) {
-        if (auto no = co_await lookOnce(command.path))
+        if (auto no = co_await lookWhenQuiet(command.path))
             co_return refused(std::move(*no));
     }
     const bool reads = command.args[0] == "capture-pane";
@@ -144,7 +144,7 @@ Task<std::optional<std::string>> TmuxGate::reachServer() {
 
 /// Looks at the pane when nobody types in it, and remembers what it saw. A later look renews only when
 /// somebody typed last: what the pane is must stay as the first one found it.
-Task<std::optional<std::string>> TmuxGate::lookOnce(std::string tmux) {
+Task<std::optional<std::string>> TmuxGate::lookWhenQuiet(std::string tmux) {
     const std::string gone = "the pane no longer holds this session";
     if (!job_.hostRef || !job_.tty)
         co_return gone;
@@ -187,7 +187,7 @@ Task<RunOutput> TmuxGate::press(RunCommand keys, double timeout) {
         if (!again || clock_->uptime() - began >= silenceLimit)
             co_return output;
         co_await clock_->sleep(silencePause);
-        if (auto no = co_await lookOnce(keys.path))
+        if (auto no = co_await lookWhenQuiet(keys.path))
             co_return refused(std::move(*no));
     }
 }
@@ -236,7 +236,7 @@ Task<RunOutput> TmuxGate::type(RunCommand keys, std::vector<std::string> lines, 
     auto client = TmuxKeys::waiting(keys);
     const auto give = [agent = agent_, last, line = *line]() -> std::optional<std::string> {
         auto no = agent->refusalNow();
-        return last->end(std::move(no)) ? std::optional(line) : std::nullopt;
+        return last->allows(std::move(no)) ? std::optional(line) : std::nullopt;
     };
     client.input = std::make_shared<const LateInput>(LateInput{std::string(TmuxKeys::readyLine), give});
     const auto output = co_await onServer(std::move(client), timeout);

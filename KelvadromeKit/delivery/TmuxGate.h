@@ -18,9 +18,9 @@ namespace kelvadrome {
 ///
 /// Every tmux command goes to the server that the agent was started in. The first look at the pane is
 /// remembered, and each key goes out in one command that compares all of it inside that server at the moment
-/// of typing. The agent's process is looked at right before that command and right after it. Return waits
-/// until the text before it stands on the screen. `ps` is answered by the watch. Commands for other programs
-/// pass.
+/// of typing. The agent's process is looked at when that command's client is connected and waits for its
+/// line, and once more after the key. Return waits until the text before it stands on the screen. `ps` is
+/// answered by the watch. Commands for other programs pass.
 ///
 /// One gate serves one job, whose commands come one after the other. Any executor.
 class TmuxGate final : public CommandRunning {
@@ -41,7 +41,7 @@ private:
 
     Task<RunOutput> onServer(RunCommand command, double timeout);
     Task<std::optional<std::string>> reachServer();
-    Task<std::optional<std::string>> lookOnce(std::string tmux);
+    Task<std::optional<std::string>> lookWhenQuiet(std::string tmux);
     Task<RunOutput> press(RunCommand keys, double timeout);
     Task<RunOutput> pressOnce(RunCommand keys, double timeout);
     Task<RunOutput> type(RunCommand keys, std::vector<std::string> lines, double timeout);

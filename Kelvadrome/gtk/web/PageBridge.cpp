@@ -1,10 +1,7 @@
 #include "Kelvadrome/gtk/web/PageBridge.h"
 
 #include "Kelvadrome/gtk/web/GLibPointers.h"
-
-#include <sodium.h>
-
-#include <stdexcept>
+#include "KelvadromeKit/page/RandomName.h"
 
 namespace kelvadrome {
 
@@ -37,15 +34,6 @@ constexpr const char* pageScript = R"((function () {
   Object.defineProperty(window, 'webkit', { value: Object.freeze({ messageHandlers }) });
 })();)";
 
-std::string secretName() {
-    if (sodium_init() < 0)
-        throw std::runtime_error("libsodium could not be initialised");
-    unsigned char bytes[16];
-    char text[2 * sizeof bytes + 1];
-    randombytes_buf(bytes, sizeof bytes);
-    return sodium_bin2hex(text, sizeof text, bytes, sizeof bytes);
-}
-
 std::string named(std::string script, const std::string& event) {
     const std::string_view place = "@EVENT@";
     script.replace(script.find(place), place.size(), event);
@@ -56,7 +44,7 @@ std::string named(std::string script, const std::string& event) {
 
 PageBridge::PageBridge(WebKitUserContentManager* content, Receive receive)
     : content_(share(content)), receive_(std::move(receive)) {
-    const auto event = secretName();
+    const auto event = randomName();
     addTopFrameScript(content, named(relayScript, event), WEBKIT_USER_SCRIPT_INJECT_AT_DOCUMENT_START, world);
     addTopFrameScript(content, named(pageScript, event), WEBKIT_USER_SCRIPT_INJECT_AT_DOCUMENT_START);
     // Connected first, as the documentation asks, so that no message can come in between.

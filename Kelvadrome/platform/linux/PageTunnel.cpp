@@ -1,6 +1,7 @@
 #include "Kelvadrome/platform/linux/PageTunnel.h"
 
 #include "Kelvadrome/platform/linux/LinuxPeers.h"
+#include "KelvadromeKit/page/RandomName.h"
 #include "KelvadromeKit/support/Log.h"
 #include "KelvadromeKit/support/Task.h"
 
@@ -17,7 +18,6 @@
 #include <array>
 #include <atomic>
 #include <fcntl.h>
-#include <stdexcept>
 #include <thread>
 #include <unistd.h>
 #include <vector>
@@ -41,15 +41,6 @@ constexpr const char* user = "page";
 constexpr unsigned char version = 5, byPassword = 2, noMethod = 0xff, passwordVersion = 1, connectCommand = 1,
                         ipv4 = 1;
 constexpr unsigned char granted = 0, notAllowed = 2, hostUnreachable = 4, notSupported = 7;
-
-std::string secret() {
-    if (sodium_init() < 0)
-        throw std::runtime_error("libsodium could not be initialised");
-    unsigned char bytes[16];
-    char text[2 * sizeof bytes + 1];
-    randombytes_buf(bytes, sizeof bytes);
-    return sodium_bin2hex(text, sizeof text, bytes, sizeof bytes);
-}
 
 /// A child that outlives us must not hold a way to the page open.
 void keepFromChildren(int descriptor) {
@@ -244,7 +235,7 @@ private:
     }
 
     const std::shared_ptr<PeerCheck> peers_;
-    const std::string password_ = secret();
+    const std::string password_ = randomName();
     std::atomic<std::uint16_t> target_ = 0;
     // On the thread.
     std::string lastRefusal_;
