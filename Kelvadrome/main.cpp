@@ -1,7 +1,7 @@
-#include "Kelvadrome/platform/linux/FileDefaults.h"
-#include "Kelvadrome/platform/linux/LaunchctlEffects.h"
-#include "Kelvadrome/platform/linux/Resources.h"
-#include "Kelvadrome/platform/linux/SystemdAgentService.h"
+#include "Kelvadrome/platform/linux/core/FileDefaults.h"
+#include "Kelvadrome/platform/linux/core/Resources.h"
+#include "Kelvadrome/platform/linux/session/LaunchctlEffects.h"
+#include "Kelvadrome/platform/linux/session/SystemdAgentService.h"
 #include "KelvadromeKit/daemon/HeadlessCommand.h"
 
 #include <algorithm>

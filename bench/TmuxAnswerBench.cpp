@@ -1,7 +1,7 @@
 // One answer into a tmux pane, from the job to its last key and with the pauses taken out, against a shell
 // script of the very commands that it ran. The pane is real, and so are the checks before each key.
 
-#include "Kelvadrome/platform/linux/DeliveryRunners.h"
+#include "Kelvadrome/platform/linux/process/DeliveryRunners.h"
 #include "KelvadromeKit/delivery/LiveExecutor.h"
 #include "KelvadromeKit/delivery/ProcessRunner.h"
 #include "KelvadromeKit/delivery/ShellLine.h"
@@ -89,7 +89,8 @@ public:
 
     bool answer() { return answer(runners_.forJob(job_)); }
 
-    /// The commands of one answer as a script: those that were planned, without the gate that carries them out.
+    /// The commands of one answer as a script: those that were planned, without the gate that carries them
+    /// out.
     std::string script() {
         const auto recording = std::make_shared<Recording>(runner_);
         answer(recording);

@@ -1,6 +1,6 @@
 #include "Kelvadrome/gtk/DesktopScreen.h"
 
-#include "Kelvadrome/gtk/Theme.h"
+#include "Kelvadrome/gtk/parts/Theme.h"
 #include "Kelvadrome/gtk/web/QuietWindow.h"
 #include "KelvadromeKit/support/Log.h"
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "Kelvadrome/gtk/MainWindow.h"
-#include "Kelvadrome/gtk/StripWindow.h"
+#include "Kelvadrome/gtk/strip/StripWindow.h"
+#include "Kelvadrome/gtk/window/MainWindow.h"
 #include "Kelvadrome/model/RunningApps.h"
 #include "Kelvadrome/model/Screen.h"
 

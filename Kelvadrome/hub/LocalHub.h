@@ -3,9 +3,9 @@
 #include "Kelvadrome/model/AppModel.h"
 #include "Kelvadrome/model/DeliverService.h"
 #include "Kelvadrome/model/SettingsRows.h"
-#include "Kelvadrome/platform/linux/FileDefaults.h"
-#include "Kelvadrome/platform/linux/LogindLock.h"
-#include "Kelvadrome/platform/linux/SecretServiceStore.h"
+#include "Kelvadrome/platform/linux/core/FileDefaults.h"
+#include "Kelvadrome/platform/linux/core/SecretServiceStore.h"
+#include "Kelvadrome/platform/linux/session/LogindLock.h"
 #include "KelvadromeKit/page/MintLogin.h"
 #include "KelvadromeKit/page/PeerCheck.h"
 

@@ -3,9 +3,7 @@
 #include "Kelvadrome/model/AppState.h"
 #include "Kelvadrome/model/Collaborators.h"
 #include "Kelvadrome/model/Notifying.h"
-#include "Kelvadrome/model/Observation.h"
 #include "Kelvadrome/model/Screen.h"
-#include "Kelvadrome/model/TaskBag.h"
 #include "Kelvadrome/model/WebController.h"
 #include "KelvadromeKit/daemon/BackgroundService.h"
 #include "KelvadromeKit/daemon/DaemonEnvironment.h"
@@ -16,6 +14,8 @@
 #include "KelvadromeKit/support/BackgroundPool.h"
 #include "KelvadromeKit/support/Clock.h"
 #include "KelvadromeKit/support/Defaults.h"
+#include "KelvadromeKit/support/Observation.h"
+#include "KelvadromeKit/support/TaskBag.h"
 #include "KelvadromeKit/wire/DaemonClient.h"
 
 #include <functional>

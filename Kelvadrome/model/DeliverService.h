@@ -1,11 +1,11 @@
 #pragma once
 
 #include "Kelvadrome/model/RunningApps.h"
-#include "Kelvadrome/model/TaskBag.h"
 #include "KelvadromeKit/delivery/AutomationPrompter.h"
 #include "KelvadromeKit/delivery/HostAccess.h"
 #include "KelvadromeKit/delivery/LiveExecutor.h"
 #include "KelvadromeKit/page/PageSession.h"
+#include "KelvadromeKit/support/TaskBag.h"
 
 #include <limits>
 #include <map>

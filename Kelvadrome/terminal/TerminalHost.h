@@ -3,9 +3,9 @@
 #include "Kelvadrome/model/Notifier.h"
 #include "Kelvadrome/model/RunningApps.h"
 #include "Kelvadrome/model/Screen.h"
-#include "Kelvadrome/terminal/PanelBoard.h"
-#include "Kelvadrome/terminal/TerminalPage.h"
 #include "Kelvadrome/terminal/TerminalScreen.h"
+#include "Kelvadrome/terminal/panel/PanelBoard.h"
+#include "Kelvadrome/terminal/panel/TerminalPage.h"
 
 #include <deque>
 #include <functional>

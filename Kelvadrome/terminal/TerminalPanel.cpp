@@ -1,6 +1,6 @@
 #include "Kelvadrome/terminal/TerminalPanel.h"
 
-#include "Kelvadrome/platform/linux/SystemdAgentService.h"
+#include "Kelvadrome/platform/linux/session/SystemdAgentService.h"
 
 #include <csignal>
 #include <fcntl.h>

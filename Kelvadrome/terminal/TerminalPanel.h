@@ -1,8 +1,8 @@
 #pragma once
 
 #include "Kelvadrome/model/AppModel.h"
-#include "Kelvadrome/terminal/PanelInput.h"
 #include "Kelvadrome/terminal/TerminalHost.h"
+#include "Kelvadrome/terminal/panel/PanelInput.h"
 
 #include <boost/asio/posix/stream_descriptor.hpp>
 #include <boost/asio/signal_set.hpp>

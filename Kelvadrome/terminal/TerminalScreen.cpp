@@ -1,7 +1,7 @@
 #include "Kelvadrome/terminal/TerminalScreen.h"
 
-#include "Kelvadrome/terminal/TerminalKeys.h"
-#include "Kelvadrome/terminal/TerminalText.h"
+#include "Kelvadrome/terminal/panel/TerminalKeys.h"
+#include "Kelvadrome/terminal/panel/TerminalText.h"
 
 #include <fmt/format.h>
 #include <sodium.h>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Kelvadrome/terminal/PanelView.h"
+#include "Kelvadrome/terminal/panel/PanelView.h"
 #include "KelvadromeKit/support/Descriptor.h"
 
 #include <memory>

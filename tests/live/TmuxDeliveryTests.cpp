@@ -1,4 +1,4 @@
-#include "Kelvadrome/platform/linux/DeliveryRunners.h"
+#include "Kelvadrome/platform/linux/process/DeliveryRunners.h"
 #include "KelvadromeKit/delivery/LiveExecutor.h"
 #include "KelvadromeKit/delivery/ProcessRunner.h"
 #include "KelvadromeKit/delivery/TmuxKeys.h"

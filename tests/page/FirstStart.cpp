@@ -1,4 +1,4 @@
-#include "Kelvadrome/platform/linux/FileSecretStore.h"
+#include "Kelvadrome/platform/linux/core/FileSecretStore.h"
 #include "KelvadromeKit/daemon/DaemonEnvironment.h"
 #include "KelvadromeKit/page/MintLogin.h"
 #include "KelvadromeKit/support/Log.h"

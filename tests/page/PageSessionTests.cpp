@@ -1,5 +1,5 @@
-#include "Kelvadrome/platform/linux/CurlHTTP.h"
-#include "Kelvadrome/platform/linux/LinuxPeers.h"
+#include "Kelvadrome/platform/linux/core/CurlHTTP.h"
+#include "Kelvadrome/platform/linux/core/LinuxPeers.h"
 #include "KelvadromeKit/page/PageKey.h"
 #include "KelvadromeKit/page/PageSession.h"
 

@@ -1,5 +1,5 @@
-#include "Kelvadrome/terminal/PanelInput.h"
-#include "Kelvadrome/terminal/TerminalKeys.h"
+#include "Kelvadrome/terminal/panel/PanelInput.h"
+#include "Kelvadrome/terminal/panel/TerminalKeys.h"
 
 #include <gtest/gtest.h>
 

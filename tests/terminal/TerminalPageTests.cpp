@@ -1,4 +1,4 @@
-#include "Kelvadrome/terminal/TerminalPage.h"
+#include "Kelvadrome/terminal/panel/TerminalPage.h"
 
 #include "tests/support/TestLoop.h"
 

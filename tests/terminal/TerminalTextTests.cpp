@@ -1,5 +1,5 @@
-#include "Kelvadrome/terminal/LineEditor.h"
-#include "Kelvadrome/terminal/TerminalText.h"
+#include "Kelvadrome/terminal/panel/LineEditor.h"
+#include "Kelvadrome/terminal/panel/TerminalText.h"
 
 #include <gtest/gtest.h>
 

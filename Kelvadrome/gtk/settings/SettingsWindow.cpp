@@ -1,6 +1,6 @@
 #include "Kelvadrome/gtk/settings/SettingsWindow.h"
 
-#include "Kelvadrome/gtk/WordmarkView.h"
+#include "Kelvadrome/gtk/parts/WordmarkView.h"
 
 #include <glibmm/markup.h>
 

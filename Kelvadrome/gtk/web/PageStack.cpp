@@ -1,6 +1,6 @@
 #include "Kelvadrome/gtk/web/PageStack.h"
 
-#include "Kelvadrome/gtk/AccessibleName.h"
+#include "Kelvadrome/gtk/parts/AccessibleName.h"
 #include "Kelvadrome/gtk/web/GLibPointers.h"
 
 namespace kelvadrome {

@@ -3,10 +3,10 @@
 #include "Kelvadrome/gtk/web/HoldOff.h"
 #include "Kelvadrome/gtk/web/PageBridge.h"
 #include "Kelvadrome/gtk/web/PageStack.h"
-#include "Kelvadrome/model/TaskBag.h"
 #include "Kelvadrome/model/WebController.h"
 #include "KelvadromeKit/page/PageCall.h"
 #include "KelvadromeKit/support/Clock.h"
+#include "KelvadromeKit/support/TaskBag.h"
 
 #include <functional>
 #include <memory>

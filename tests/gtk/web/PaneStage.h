@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Kelvadrome/platform/linux/PageTunnel.h"
+#include "Kelvadrome/platform/linux/core/PageTunnel.h"
 
 #include "tests/gtk/web/Stage.h"
 

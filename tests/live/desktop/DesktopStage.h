@@ -4,8 +4,8 @@
 
 #include "tests/live/desktop/Program.h"
 #include "tests/live/desktop/ScreenReader.h"
+#include "tests/platform/desk/FakeTrayWatcher.h"
 #include "tests/platform/session/FakeNotificationServer.h"
-#include "tests/platform/session/FakeTrayWatcher.h"
 #include "tests/support/HeadlessDisplay.h"
 #include "tests/support/TemporaryFolder.h"
 
@@ -56,12 +56,13 @@ protected:
     void waitActive(const std::string& window);
     bool isOpen(const std::string& window) const;
     void waitClosed(const std::string& window);
-    /// The window in front asks to close. While the focus is on its way the window manager hears its key in
-    /// vain, so it is pressed again until `done`.
-    void altF4(const std::function<bool()>& done, const std::string& what);
+    /// Presses keys again and again until `done`: those that come while a window opens, gets the focus or
+    /// draws what they are meant for are lost.
+    void pressUntil(const std::string& chord, const std::function<bool()>& done, const std::string& what);
     void close(const std::string& window) {
         waitActive(window);
-        altF4([&] { return !isOpen(window); }, "\"" + window + "\" to close");
+        pressUntil(
+            "alt+F4", [&] { return !isOpen(window); }, "\"" + window + "\" to close");
     }
     /// Whether the sidebar's row of this section is selected.
     bool isSelected(const std::string& section) const;

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Kelvadrome/platform/linux/GLibOwned.h"
+#include "Kelvadrome/platform/linux/session/GLibOwned.h"
 
 #include <functional>
 #include <optional>

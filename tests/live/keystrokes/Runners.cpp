@@ -1,6 +1,6 @@
 #include "tests/live/keystrokes/Runners.h"
 
-#include "Kelvadrome/platform/linux/DeliveryRunners.h"
+#include "Kelvadrome/platform/linux/process/DeliveryRunners.h"
 
 #include <algorithm>
 

@@ -1,4 +1,4 @@
-#include "Kelvadrome/platform/linux/FileDefaults.h"
+#include "Kelvadrome/platform/linux/core/FileDefaults.h"
 #include "KelvadromeKit/support/Descriptor.h"
 #include "KelvadromeKit/support/Files.h"
 #include "KelvadromeKit/support/Log.h"

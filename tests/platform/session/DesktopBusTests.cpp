@@ -1,7 +1,7 @@
-#include "Kelvadrome/platform/linux/FileReveal.h"
-#include "Kelvadrome/platform/linux/FreedesktopNotifications.h"
-#include "Kelvadrome/platform/linux/LauncherBadge.h"
-#include "Kelvadrome/platform/linux/StatusNotifierItem.h"
+#include "Kelvadrome/platform/linux/desk/StatusNotifierItem.h"
+#include "Kelvadrome/platform/linux/session/FileReveal.h"
+#include "Kelvadrome/platform/linux/session/FreedesktopNotifications.h"
+#include "Kelvadrome/platform/linux/session/LauncherBadge.h"
 
 #include "tests/platform/session/PrivateBus.h"
 #include "tests/support/TemporaryFolder.h"

@@ -1,4 +1,4 @@
-#include "Kelvadrome/platform/linux/FreedesktopNotifications.h"
+#include "Kelvadrome/platform/linux/session/FreedesktopNotifications.h"
 
 #include "tests/platform/session/FakeNotificationServer.h"
 #include "tests/support/TemporaryFolder.h"

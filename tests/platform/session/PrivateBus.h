@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Kelvadrome/platform/linux/SessionBus.h"
+#include "Kelvadrome/platform/linux/session/SessionBus.h"
 
 #include "tests/support/TestLoop.h"
 

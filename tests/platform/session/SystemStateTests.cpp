@@ -1,5 +1,5 @@
-#include "Kelvadrome/platform/linux/LogindLock.h"
-#include "Kelvadrome/platform/linux/SecretServiceStore.h"
+#include "Kelvadrome/platform/linux/core/SecretServiceStore.h"
+#include "Kelvadrome/platform/linux/session/LogindLock.h"
 
 #include "tests/platform/session/PrivateBus.h"
 #include "tests/support/TemporaryFolder.h"

@@ -1,0 +1,131 @@
+#include "Kelvadrome/gtk/window/ContentPane.h"
+
+#include "Kelvadrome/gtk/parts/AccessibleName.h"
+#include "Kelvadrome/gtk/parts/Words.h"
+
+#include <fmt/format.h>
+#include <glibmm/markup.h>
+
+#include <gtkmm/box.h>
+#include <gtkmm/button.h>
+#include <gtkmm/spinner.h>
+
+namespace kelvadrome {
+
+namespace {
+
+AdwStatusPage* statusPage(const char* title, const char* description) {
+    auto* const page = ADW_STATUS_PAGE(adw_status_page_new());
+    adw_status_page_set_title(page, title);
+    adw_status_page_set_description(page, description);
+    return page;
+}
+
+} // namespace
+
+ContentPane::ContentPane(std::shared_ptr<AppModel> model, std::shared_ptr<Clock> clock, Page page)
+    : model_(model), clock_(clock), trouble_(std::move(page.trouble)),
+      native_(
+          model, std::move(clock), [this](const Card& card) { review(card); },
+          [model] { model->web().reload(); }) {
+    set_hexpand(true);
+    set_vexpand(true);
+    set_transition_type(Gtk::StackTransitionType::CROSSFADE);
+    addStarting();
+    addFailed();
+    addPage(page.widget);
+    add(native_, "native");
+    hideOtherPages(*this);
+}
+
+void ContentPane::addStarting() {
+    auto* const starting =
+        statusPage("Starting kelvadrome", "Opening the local daemon and your page session.");
+    auto* const spinner = Gtk::make_managed<Gtk::Spinner>();
+    spinner->set_size_request(32, 32);
+    spinner->set_halign(Gtk::Align::CENTER);
+    // A spinner that nobody sees would go on drawing.
+    property_visible_child_name().signal_changed().connect(
+        [this, spinner] { spinner->set_spinning(get_visible_child_name() == "starting"); });
+    auto* const below = Gtk::make_managed<Gtk::Box>(Gtk::Orientation::VERTICAL, 24);
+    wrap(pressed_);
+    pressed_.add_css_class("warning");
+    pressed_.set_halign(Gtk::Align::CENTER);
+    below->append(*spinner);
+    below->append(pressed_);
+    adw_status_page_set_child(starting, GTK_WIDGET(below->gobj()));
+    add(*Glib::wrap(GTK_WIDGET(starting)), "starting");
+    spinner->set_spinning(true);
+}
+
+void ContentPane::addFailed() {
+    failed_ = statusPage("kelvadrome is not running", "");
+    adw_status_page_set_icon_name(failed_, "dialog-warning-symbolic");
+    auto* const again = Gtk::make_managed<Gtk::Button>("Try again");
+    again->add_css_class("pill");
+    again->add_css_class("suggested-action");
+    again->set_halign(Gtk::Align::CENTER);
+    again->signal_clicked().connect([model = model_] { model->retry(); });
+    adw_status_page_set_child(failed_, GTK_WIDGET(again->gobj()));
+    add(*Glib::wrap(GTK_WIDGET(failed_)), "failed");
+}
+
+void ContentPane::addPage(Gtk::Widget& page) {
+    auto* const press = Gtk::make_managed<Gtk::Button>("Back to the list");
+    press->signal_clicked().connect([this] {
+        searched_ = false;
+        model_->endReview();
+        show(model_->state());
+        native_.focusFirst();
+    });
+    back_.append(*press);
+    back_.set_margin(6);
+    back_.set_visible(false);
+    page.set_vexpand(true);
+    page_.append(back_);
+    page_.append(page);
+    add(page_, "ready");
+}
+
+/// A card of high risk is answered on the page alone; the list comes back when it is over.
+void ContentPane::review(const Card& card) {
+    model_->review(card);
+    show(model_->state());
+    page_.child_focus(Gtk::DirectionType::TAB_FORWARD);
+}
+
+void ContentPane::showResults() {
+    searched_ = true;
+    show(model_->state());
+}
+
+bool ContentPane::wantsNative(const AppState& state) {
+    const auto trouble = trouble_();
+    native_.setTrouble(trouble);
+    const bool wanted = (state.nativeInbox || trouble) && state.section == NavSection::inbox;
+    searched_ = searched_ && wanted;
+    return wanted && (!(state.reviewed || searched_) || trouble);
+}
+
+void ContentPane::show(const AppState& state) {
+    switch (state.connection.state) {
+    case Connection::State::starting:
+        pressed_.set_text(fmt::format("{}", fmt::join(pressedLines(state, {}, clock_->now()), "\n")));
+        pressed_.set_visible(!pressed_.get_text().empty());
+        set_visible_child("starting");
+        break;
+    case Connection::State::failed: {
+        // The description is markup to the widget, and the message is anything.
+        adw_status_page_set_description(failed_, Glib::Markup::escape_text(state.connection.message).c_str());
+        set_visible_child("failed");
+        break;
+    }
+    case Connection::State::ready:
+        set_visible_child(wantsNative(state) ? "native" : "ready");
+        back_.set_visible(state.nativeInbox && (state.reviewed || searched_));
+        native_.show();
+        break;
+    }
+}
+
+} // namespace kelvadrome

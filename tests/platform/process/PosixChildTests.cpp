@@ -1,0 +1,162 @@
+#include "Kelvadrome/platform/linux/process/PosixChild.h"
+#include "Kelvadrome/platform/linux/process/PosixCommand.h"
+#include "KelvadromeKit/support/Descriptor.h"
+
+#include "tests/support/TemporaryFolder.h"
+#include "tests/support/TestLoop.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+namespace kelvadrome::test {
+namespace {
+
+namespace fs = std::filesystem;
+
+/// Real children, whose words and ends arrive on the test's loop.
+class PosixChildTest : public testing::Test {
+protected:
+    std::shared_ptr<ChildProcess> launch(const std::string& script, std::vector<std::string> more = {}) {
+        std::vector<std::string> arguments = {"-c", script, "sh"};
+        arguments.insert(arguments.end(), more.begin(), more.end());
+        return launcher.launch(
+            {"/bin/sh", arguments, {{"PATH", "/usr/bin:/bin"}, {"WORD", "w o"}}, folder.path()},
+            {.output = [this](std::string chunk) { post([this, chunk] { said += chunk; }); },
+                .exited = [this](std::int32_t code) { post([this, code] { ended.push_back(code); }); }});
+    }
+    void post(std::function<void()> then) { asio::post(loop.executor(), std::move(then)); }
+    void untilEnded() {
+        loop.until([this] { return !ended.empty(); }, "the child's end");
+    }
+
+    TestLoop loop;
+    TemporaryFolder folder;
+    std::string said;
+    std::vector<std::int32_t> ended;
+    PosixChildLauncher launcher;
+};
+
+auto openDescriptors() {
+    return std::distance(fs::directory_iterator("/proc/self/fd"), {});
+}
+
+TEST_F(PosixChildTest, itsWordsComeMergedAndInOrderBeforeItsEnd) {
+    const auto child = launch("echo \"$1|$WORD|$HOME\"; pwd; echo oops >&2; echo last; exit 7", {"a b"});
+    untilEnded();
+    EXPECT_EQ(said, "a b|w o|\n" + folder.path().string() + "\noops\nlast\n");
+    EXPECT_EQ(ended, std::vector<std::int32_t>{7});
+    EXPECT_FALSE(child->isRunning());
+    child->terminate(); // nobody's process any more
+    child->kill();
+}
+
+TEST_F(PosixChildTest, itInheritsThreeStreamsASessionAndNoIgnoredSignal) {
+    const Descriptor open(::open("/dev/null", O_RDONLY)); // not closed on exec
+    ::signal(SIGPIPE, SIG_IGN);
+    launch("ps -o sid= -p $$; echo $$; grep SigIgn /proc/self/status; ls /proc/self/fd");
+    untilEnded();
+    std::istringstream lines(said);
+    std::string session, pid, name;
+    std::uint64_t ignored = 0;
+    lines >> session >> pid >> name >> std::hex >> ignored;
+    EXPECT_EQ(session, pid) << said;
+    EXPECT_EQ(ignored & 0x7fffffff, 0U) << said;           // signals 32 and 33 are the C library's own
+    EXPECT_TRUE(said.ends_with("\n0\n1\n2\n3\n")) << said; // 3 is the folder that ls reads
+}
+
+TEST_F(PosixChildTest, itEndsByASignalOrWhenItsInputDoes) {
+    auto told = launch("echo up; exec sleep 100");
+    loop.until([this] { return said == "up\n"; }, "the child to be up");
+    told->terminate();
+    untilEnded();
+    EXPECT_EQ(ended.back(), SIGTERM);
+
+    ended.clear();
+    auto deaf = launch("trap '' TERM; echo deaf; while :; do sleep 1; done");
+    loop.until([this] { return said.ends_with("deaf\n"); }, "the child to be deaf");
+    deaf->terminate();
+    EXPECT_TRUE(deaf->isRunning());
+    deaf->kill();
+    untilEnded();
+    EXPECT_EQ(ended.back(), SIGKILL);
+
+    ended.clear();
+    auto reader = launch("cat; exit 3");
+    reader->closeInput();
+    untilEnded();
+    EXPECT_EQ(ended.back(), 3);
+
+    ended.clear();
+    launch("cat; exit 4"); // the object, and with it the pipe, is gone at once
+    untilEnded();
+    EXPECT_EQ(ended.back(), 4);
+}
+
+TEST_F(PosixChildTest, itsEndIsToldAlthoughAGrandchildHoldsItsOutput) {
+    launch("sleep 100 & echo $!; head -c 1000000 /dev/zero | tr '\\0' x; exit 5");
+    untilEnded();
+    EXPECT_EQ(ended.back(), 5);
+    const auto line = said.find('\n');
+    EXPECT_EQ(said.size() - line - 1, 1000000U) << "all of its words";
+    EXPECT_EQ(::kill(std::stoi(said.substr(0, line)), SIGKILL), 0);
+}
+
+TEST_F(PosixChildTest, aFailedStartThrowsAndNothingLeaks) {
+    launch("exit 0");
+    untilEnded();
+    loop.drain();
+    const auto before = openDescriptors();
+    EXPECT_THAT(
+        [&] {
+            launcher.launch({"/no/such/program", {}, {}, folder.path()}, {});
+        },
+        testing::ThrowsMessage<std::system_error>(
+            "/no/such/program could not be started: No such file or directory"));
+    EXPECT_THROW(launcher.launch({"/bin/sh", {}, {}, "/no/such/folder"}, {}), std::system_error);
+    for (int i = 0; i < 20; ++i) {
+        ended.clear();
+        launch("exit 0");
+        untilEnded();
+        runCommand("/bin/true", {}, {}, 5.0);
+    }
+    // The watcher lets go of the last one's pipe just after it told its end.
+    loop.until([&] { return openDescriptors() <= before; }, "the descriptors to be closed");
+}
+
+TEST(PosixCommand, givesBothStreamsAndTheStatus) {
+    EXPECT_EQ(runCommand("/bin/sh", {"-c", "echo out; echo err >&2; exit 9"}, {}, 10.0),
+        (CommandResult{9, "out\n", "err\n", false}));
+    EXPECT_EQ(runCommand("/bin/launchctl-not-here", {}, {}, 10.0).status, -1);
+    EXPECT_EQ(runCommand("/bin/sh", {"-c", "head -c 3000000 /dev/zero"}, {{"PATH", "/usr/bin:/bin"}}, 10.0)
+                  .output.size(),
+        1U << 20);
+}
+
+TEST(PosixCommand, whatRunsTooLongIsKilledWithWhatItStarted) {
+    TemporaryFolder folder;
+    const auto result = runCommand("/bin/sh", {"-c", "sleep 100 & echo $! > " + (folder / "pid") + "; wait"},
+        {{"PATH", "/usr/bin:/bin"}}, 1.0);
+    EXPECT_EQ(result, (CommandResult{-1, "", "", true}));
+    std::string pid, id, name, state;
+    std::ifstream(folder / "pid") >> pid;
+    ASSERT_NE(pid, "");
+    const auto dead = [&] {
+        return !(std::ifstream("/proc/" + pid + "/stat") >> id >> name >> state) || state == "Z";
+    };
+    TestLoop().until(dead, "the grandchild to die");
+}
+
+TEST_F(PosixChildTest, aProgramIsAskedForItsOutput) {
+    EXPECT_EQ(launcher.output("/bin/sh", {"-c", "echo v24; echo noise >&2"}, 10.0), "v24\n");
+    EXPECT_EQ(launcher.output("/no/such/program", {}, 10.0), std::nullopt);
+    EXPECT_EQ(launcher.output("/bin/sleep", {"100"}, 0.2), std::nullopt);
+}
+
+} // namespace
+} // namespace kelvadrome::test
