@@ -260,7 +260,8 @@ void DesktopStage::waitActive(const std::string& window) {
     until([&] { return activeWindow() == window; }, "\"" + window + "\" to be in front");
 }
 
-void DesktopStage::altF4(const std::function<bool()>& done, const std::string& what) {
+void DesktopStage::pressUntil(
+    const std::string& chord, const std::function<bool()>& done, const std::string& what) {
     using Clock = std::chrono::steady_clock;
     auto again = Clock::now();
     until(
@@ -268,7 +269,7 @@ void DesktopStage::altF4(const std::function<bool()>& done, const std::string& w
             if (done())
                 return true;
             if (Clock::now() >= again) {
-                keys("alt+F4");
+                keys(chord);
                 again = Clock::now() + std::chrono::seconds(4);
             }
             return false;
@@ -309,13 +310,15 @@ bool DesktopStage::isAbove(const std::string& window) const {
 
 /// The card has the focus: "1" chooses, which shows the review with the focus on "Back".
 void DesktopStage::approveOnPage() {
-    const auto pressed = [this](const char* chord, const std::string& request, const char* what) {
-        const auto before = timesAsked(request);
-        keys(chord);
-        until([&] { return timesAsked(request) > before; }, what);
+    const auto asks = [this](const std::string& request) {
+        return [this, request, before = timesAsked(request)] { return timesAsked(request) > before; };
     };
-    pressed("1", "page POST /v1/page/review 200", "the review on the page");
-    pressed("Tab Return", "page POST /v1/cards/answer 200", "the page's answer"); // to "Confirm and send"
+    const auto before = screenPicture();
+    pressUntil("1", asks("page POST /v1/page/review 200"), "the review on the page");
+    waitDrawn(before, "the review on the page");
+    const auto answered = asks("page POST /v1/cards/answer 200");
+    keys("Tab Return"); // to "Confirm and send"
+    until(answered, "the page's answer");
 }
 
 /// The setup page tells nobody when it has drawn its next step, and keys that come before are lost.

@@ -13,7 +13,8 @@ TEST_F(DesktopStage, aFirstStartLeadsThroughSetupAndAsksBeforeAnInstallIsLost) {
     waitActive(setup);
 
     const auto askToClose = [this] {
-        altF4([this] { return reader->find("Finish setup later?").has_value(); },
+        pressUntil(
+            "alt+F4", [this] { return reader->find("Finish setup later?").has_value(); },
             "the question before it closes");
     };
 
