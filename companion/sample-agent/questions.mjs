@@ -4,8 +4,11 @@
 const menuKinds = {
   begin: () => ({ at: 0 }),
   view: (question, { at }) => [
-    `● ${question.title}`, ...(question.body ? question.body.split('\n').map((line) => `  ${line}`) : []), '',
-    ...question.options.map((option, index) => `${index === at ? '❯' : ' '} ${index + 1}. ${option}`), '',
+    `● ${question.title}`,
+    ...(question.body ? question.body.split('\n').map((line) => `  ${line}`) : []),
+    '',
+    ...question.options.map((option, index) => `${index === at ? '❯' : ' '} ${index + 1}. ${option}`),
+    '',
     `1-${question.options.length} to choose · ↑↓ and Enter work too`,
   ],
   press: (question, { at }, key) => {
@@ -20,7 +23,12 @@ const menuKinds = {
 };
 
 function edit({ line }, key) {
-  if (key.name === 'backspace') return { line: Array.from(new Intl.Segmenter().segment(line), (part) => part.segment).slice(0, -1).join('') };
+  if (key.name === 'backspace')
+    return {
+      line: Array.from(new Intl.Segmenter().segment(line), (part) => part.segment)
+        .slice(0, -1)
+        .join(''),
+    };
   return { line: line + (key.text ?? '') };
 }
 
@@ -37,11 +45,19 @@ const textKinds = {
 const batchKinds = {
   begin: () => ({ line: '' }),
   view: (question, { line }) => [
-    `● ${question.title}`, '', ...question.rows.map((row) => `  ${row.id}: ${row.text}  [${row.default}]`), '', `> ${line}▏`, '', 'id: answer; id: answer · Enter alone takes what stands in [ ]',
+    `● ${question.title}`,
+    '',
+    ...question.rows.map((row) => `  ${row.id}: ${row.text}  [${row.default}]`),
+    '',
+    `> ${line}▏`,
+    '',
+    'id: answer; id: answer · Enter alone takes what stands in [ ]',
   ],
   press: (question, state, key) => {
     if (key.name !== 'enter') return edit(state, key);
-    return { chosen: state.line.trim() || question.rows.map((row) => `${row.id}: ${row.default}`).join('; ') };
+    return {
+      chosen: state.line.trim() || question.rows.map((row) => `${row.id}: ${row.default}`).join('; '),
+    };
   },
 };
 
@@ -49,8 +65,15 @@ const TRUST = ['No, exit', 'Yes, I trust this folder'];
 const trustKinds = {
   begin: () => ({ at: 0 }),
   view: (question, { at }) => [
-    'Accessing workspace:', '', question.folder, '', 'Quick safety check: Is this a project you created or one you trust?', '',
-    ...TRUST.map((option, index) => `${index === at ? '❯' : ' '} ${option}`), '', 'Enter to confirm · Esc to cancel',
+    'Accessing workspace:',
+    '',
+    question.folder,
+    '',
+    'Quick safety check: Is this a project you created or one you trust?',
+    '',
+    ...TRUST.map((option, index) => `${index === at ? '❯' : ' '} ${option}`),
+    '',
+    'Enter to confirm · Esc to cancel',
   ],
   press: (question, { at }, key) => {
     if (key.name === 'enter') return { chosen: TRUST[at], leave: at === 0 };
@@ -61,13 +84,33 @@ const trustKinds = {
   },
 };
 
-export const KINDS = { menu: menuKinds, text: textKinds, batch: batchKinds, stop: menuKinds, trust: trustKinds };
+export const KINDS = {
+  menu: menuKinds,
+  text: textKinds,
+  batch: batchKinds,
+  stop: menuKinds,
+  trust: trustKinds,
+};
 
 const BANK = {
   menu: [
-    { title: 'Which database should the migration use?', options: ['PostgreSQL', 'SQLite', 'Keep the old one'], default: 'PostgreSQL', topic: 'Storage' },
-    { title: 'The tests pass. Merge the branch?', options: ['Yes', 'No, I want to read it first'], default: 'Yes', topic: 'Release' },
-    { title: 'Two files define the same color. Which one stays?', options: ['theme.css', 'legacy.css', 'Merge both', 'Stop here'], topic: 'Theme' },
+    {
+      title: 'Which database should the migration use?',
+      options: ['PostgreSQL', 'SQLite', 'Keep the old one'],
+      default: 'PostgreSQL',
+      topic: 'Storage',
+    },
+    {
+      title: 'The tests pass. Merge the branch?',
+      options: ['Yes', 'No, I want to read it first'],
+      default: 'Yes',
+      topic: 'Release',
+    },
+    {
+      title: 'Two files define the same color. Which one stays?',
+      options: ['theme.css', 'legacy.css', 'Merge both', 'Stop here'],
+      topic: 'Theme',
+    },
   ],
   text: [
     { title: 'What should the new command be called?', topic: 'Command line' },
@@ -75,12 +118,41 @@ const BANK = {
     { title: 'How many days should logs be kept?', default: '30', topic: 'Storage' },
   ],
   batch: [
-    { title: '3 choices for the new service', topic: 'Service', rows: [{ id: 'lang', text: 'Language?', default: 'Rust' }, { id: 'tests', text: 'Write tests first?', default: 'yes' }, { id: 'port', text: 'Port?', default: '8080' }] },
-    { title: '2 choices for the release notes', topic: 'Release', rows: [{ id: 'tone', text: 'Tone?', default: 'plain' }, { id: 'length', text: 'Length?', default: 'short' }] },
+    {
+      title: '3 choices for the new service',
+      topic: 'Service',
+      rows: [
+        { id: 'lang', text: 'Language?', default: 'Rust' },
+        { id: 'tests', text: 'Write tests first?', default: 'yes' },
+        { id: 'port', text: 'Port?', default: '8080' },
+      ],
+    },
+    {
+      title: '2 choices for the release notes',
+      topic: 'Release',
+      rows: [
+        { id: 'tone', text: 'Tone?', default: 'plain' },
+        { id: 'length', text: 'Length?', default: 'short' },
+      ],
+    },
   ],
   stop: [
-    { title: 'Pay the invoice of the test account?', body: 'Amount as read: $12.50\nThe amount is within the limit of $20.00.', options: ['Approve', 'Reject'], risk: 'high', stopType: 'payment', topic: 'Billing' },
-    { title: 'Delete the branch "old-importer" on the server?', body: 'It has 3 commits that are nowhere else.', options: ['Delete it', 'Keep it'], risk: 'high', stopType: 'deletion', topic: 'Cleanup' },
+    {
+      title: 'Pay the invoice of the test account?',
+      body: 'Amount as read: $12.50\nThe amount is within the limit of $20.00.',
+      options: ['Approve', 'Reject'],
+      risk: 'high',
+      stopType: 'payment',
+      topic: 'Billing',
+    },
+    {
+      title: 'Delete the branch "old-importer" on the server?',
+      body: 'It has 3 commits that are nowhere else.',
+      options: ['Delete it', 'Keep it'],
+      risk: 'high',
+      stopType: 'deletion',
+      topic: 'Cleanup',
+    },
   ],
   trust: [{ topic: 'Folders' }],
 };
@@ -88,7 +160,9 @@ const BANK = {
 /** The `round`th question of a kind, in the folder that the agent works in. */
 export function question(kind, round, folder) {
   const given = BANK[kind][round % BANK[kind].length];
-  return kind === 'trust' ? { kind, title: `Trust the folder ${folder}?`, folder, ...given } : { kind, ...given };
+  return kind === 'trust'
+    ? { kind, title: `Trust the folder ${folder}?`, folder, ...given }
+    : { kind, ...given };
 }
 
 /** The words after `kd ask` that put a question into the inbox. */
@@ -99,8 +173,13 @@ export function askArguments(asked) {
   if (asked.body) words.push('--body', asked.body);
   if (asked.default !== undefined) words.push('--default', asked.default);
   if (asked.options) words.push('--menu', ...asked.options.flatMap((option) => ['--option', option]));
-  if (asked.rows) words.push('--kind', 'batch', ...asked.rows.flatMap((row) => ['--row', `${row.id}=${row.text}=${row.default}`]));
-  if (asked.kind === 'stop') words.push('--kind', 'stop', '--risk', asked.risk, '--stop-type', asked.stopType);
+  if (asked.rows)
+    words.push(
+      '--kind',
+      'batch',
+      ...asked.rows.flatMap((row) => ['--row', `${row.id}=${row.text}=${row.default}`]),
+    );
+  if (asked.kind === 'stop')
+    words.push('--kind', 'stop', '--risk', asked.risk, '--stop-type', asked.stopType);
   return words;
 }
-

@@ -3,13 +3,12 @@
 // do, puts each into the inbox through `kd ask`, and prints what was typed.
 import { execFile } from 'node:child_process';
 import { parseArgs } from 'node:util';
-import { fileURLToPath } from 'node:url';
+import { kdProgram } from '../src/layout.mjs';
 import { KINDS, askArguments, question } from './questions.mjs';
 import { Screen } from './screen.mjs';
 
 process.title = 'claude';
 
-const KD = fileURLToPath(new URL('../dist/bin.js', import.meta.url));
 const USAGE = `usage: sample-agent.mjs [--script KIND,KIND,...] [--once] [--pause SECONDS] [--home DIR]
 
   --script   what to ask, in this order: menu, text, batch, stop, trust (the standard: all of them but trust)
@@ -24,13 +23,22 @@ function readArguments() {
     process.exit(64);
   };
   try {
-    const { values } = parseArgs({ options: { script: { type: 'string' }, once: { type: 'boolean' }, pause: { type: 'string' }, home: { type: 'string' }, help: { type: 'boolean', short: 'h' } } });
+    const { values } = parseArgs({
+      options: {
+        script: { type: 'string' },
+        once: { type: 'boolean' },
+        pause: { type: 'string' },
+        home: { type: 'string' },
+        help: { type: 'boolean', short: 'h' },
+      },
+    });
     if (values.help) {
       process.stdout.write(USAGE);
       process.exit(0);
     }
     const script = (values.script ?? 'menu,text,batch,stop').split(',');
-    for (const kind of script) if (!Object.hasOwn(KINDS, kind)) fail(`there is no kind of question "${kind}"`);
+    for (const kind of script)
+      if (!Object.hasOwn(KINDS, kind)) fail(`there is no kind of question "${kind}"`);
     const pause = Number(values.pause ?? 2);
     if (!(pause >= 0)) fail('--pause takes a number of seconds');
     return { script, once: values.once ?? false, pauseMs: pause * 1000, home: values.home };
@@ -49,12 +57,14 @@ if (!process.stdin.isTTY || !process.stdout.isTTY) {
 function kd(...words) {
   return new Promise((done) => {
     const home = settings.home ? ['--home', settings.home] : [];
-    execFile(process.execPath, [KD, ...words, ...home], (error, stdout, stderr) => done({ ok: !error, text: (error ? stderr : stdout).trim() }));
+    execFile(process.execPath, [kdProgram, ...words, ...home], (error, stdout, stderr) =>
+      done({ ok: !error, text: (error ? stderr : stdout).trim() }),
+    );
   });
 }
 
 let onKey = () => {};
-let current = null;  // the ask under way: a promise of {ok, text}
+let current = null; // the ask under way: a promise of {ok, text}
 const screen = new Screen((key) => (key.name === 'interrupt' ? leave(130) : onKey(key)));
 
 async function leave(code) {
@@ -89,7 +99,12 @@ async function askOne(kind, round) {
   const answer = play(asked);
   const card = await current;
   const { chosen, leave: leaves } = await answer;
-  screen.print(`● ${asked.title}`, `  You chose: ${chosen}`, ...(card.ok ? [] : [`  (Only asked here: ${card.text.split('\n')[0]})`]), '');
+  screen.print(
+    `● ${asked.title}`,
+    `  You chose: ${chosen}`,
+    ...(card.ok ? [] : [`  (Only asked here: ${card.text.split('\n')[0]})`]),
+    '',
+  );
   // Who answers in the terminal needs no card any more; when Kelvadrome typed it, its own report closes the card.
   if (card.ok) await kd('withdraw', card.text, `--answered=${chosen}`);
   current = null;

@@ -3,7 +3,14 @@ import { StringDecoder } from 'node:string_decoder';
 
 const ESCAPE_PATIENCE_MS = 50;
 const SEQUENCES = { '\x1b[A': 'up', '\x1bOA': 'up', '\x1b[B': 'down', '\x1bOB': 'down' };
-const NAMES = { '\r': 'enter', '\n': 'enter', '\x7f': 'backspace', '\b': 'backspace', '\x03': 'interrupt', '\x04': 'interrupt' };
+const NAMES = {
+  '\r': 'enter',
+  '\n': 'enter',
+  '\x7f': 'backspace',
+  '\b': 'backspace',
+  '\x03': 'interrupt',
+  '\x04': 'interrupt',
+};
 
 /** Turns input into keys {name} or {text}. Pieces may end anywhere; a lone Escape is told once nothing follows it. */
 export class KeyReader {
@@ -51,12 +58,19 @@ export class KeyReader {
   }
 }
 
-const isWide = (c) => /[\u1100-\u115f\u2e80-\ua4cf\uac00-\ud7a3\uf900-\ufaff\ufe30-\ufe6f\uff00-\uff60\uffe0-\uffe6]|\p{Emoji_Presentation}/u.test(c);
-const width = (line) => Array.from(new Intl.Segmenter().segment(line), ({ segment }) => (isWide(segment) ? 2 : 1)).reduce((sum, one) => sum + one, 0);
+const isWide = (c) =>
+  /[\u1100-\u115f\u2e80-\ua4cf\uac00-\ud7a3\uf900-\ufaff\ufe30-\ufe6f\uff00-\uff60\uffe0-\uffe6]|\p{Emoji_Presentation}/u.test(
+    c,
+  );
+const width = (line) =>
+  Array.from(new Intl.Segmenter().segment(line), ({ segment }) => (isWide(segment) ? 2 : 1)).reduce(
+    (sum, one) => sum + one,
+    0,
+  );
 
 export class Screen {
   #block = [];
-  #painted = 0;  // rows that the block took when it was last painted
+  #painted = 0; // rows that the block took when it was last painted
 
   constructor(onKey) {
     this.keys = new KeyReader(onKey);
@@ -70,8 +84,12 @@ export class Screen {
     this.#write('\x1b[?25l');
   }
 
-  #write(text) { process.stdout.write(text); }
-  #erase() { return this.#painted === 0 ? '' : `${this.#painted > 1 ? `\x1b[${this.#painted - 1}A` : ''}\r\x1b[J`; }
+  #write(text) {
+    process.stdout.write(text);
+  }
+  #erase() {
+    return this.#painted === 0 ? '' : `${this.#painted > 1 ? `\x1b[${this.#painted - 1}A` : ''}\r\x1b[J`;
+  }
 
   /** Replaces the block. */
   paint(lines) {

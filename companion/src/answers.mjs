@@ -15,10 +15,15 @@ export function typable(text, field) {
 
 function batchAnswers(card, answer, useDefaults) {
   const known = new Map(card.rows.map((row) => [row.question_id, row]));
-  for (const id of Object.keys(answer)) if (!known.has(id)) throw invalid('answer', `there is no question "${cut(id, 60)}" on this card`);
+  for (const id of Object.keys(answer))
+    if (!known.has(id)) throw invalid('answer', `there is no question "${cut(id, 60)}" on this card`);
   const result = {};
   for (const [id, row] of known) {
-    const text = Object.hasOwn(answer, id) ? answer[id] : useDefaults ? row.default ?? undefined : undefined;
+    const text = Object.hasOwn(answer, id)
+      ? answer[id]
+      : useDefaults
+        ? (row.default ?? undefined)
+        : undefined;
     if (text === undefined) throw invalid('answer', `"${cut(row.text, 60)}" has no answer`);
     result[id] = typable(text, `answer.${id}`);
   }
@@ -26,7 +31,8 @@ function batchAnswers(card, answer, useDefaults) {
 }
 
 /** The line that answers a whole batch: "lang: Rust; tests: yes". */
-const batchLine = (card, answer) => card.rows.map((row) => `${row.question_id}: ${answer[row.question_id]}`).join('; ');
+const batchLine = (card, answer) =>
+  card.rows.map((row) => `${row.question_id}: ${answer[row.question_id]}`).join('; ');
 
 /**
  * Judges an answer against its card. Gives the answer to keep (a text, or for a batch a text per question) and
@@ -40,9 +46,11 @@ export function fitAnswer(card, answer, acceptAllDefaults) {
     const all = card.rows.every((row) => fitted[row.question_id] === row.default);
     return { answer: fitted, words: all ? `${card.rows.length} defaults` : `${card.rows.length} answers` };
   }
-  if (typeof answer !== 'string') throw invalid('answer', 'must be text, or for a batch an object with a text per question');
+  if (typeof answer !== 'string')
+    throw invalid('answer', 'must be text, or for a batch an object with a text per question');
   if (card.options.includes(answer)) return { answer, words: `"${cut(answer, 80)}"` };
-  if (card.menu || card.screen) throw invalid('answer', `must be one of the options: ${card.options.join(' / ')}`);
+  if (card.menu || card.screen)
+    throw invalid('answer', `must be one of the options: ${card.options.join(' / ')}`);
   const fitted = typable(answer, 'answer');
   return { answer: fitted, words: `your text (${characterCount(fitted)} characters)` };
 }
@@ -56,7 +64,10 @@ export function deliveryOf(card, answer) {
     const trust = answer === card.options[0];
     // The shell reads the screen before each key; the steps only say which keys are allowed to come.
     const enter = { kind: 'nav', key: 'enter' };
-    return { steps: trust ? [{ kind: 'nav', key: 'down' }, enter] : [enter], screen: { ...card.screen, want: trust ? 'trust' : 'exit' } };
+    return {
+      steps: trust ? [{ kind: 'nav', key: 'down' }, enter] : [enter],
+      screen: { ...card.screen, want: trust ? 'trust' : 'exit' },
+    };
   }
   if (card.menu) return { steps: [{ kind: 'key', key: MENU_KEYS[card.options.indexOf(answer)] }] };
   return { steps: [{ kind: 'text', text: answerLine(card, answer) }] };

@@ -35,8 +35,10 @@ export function readLive(body) {
   if (live === undefined) return null;
   const host = optional.oneOf(live, 'host', HOSTS) ?? 'unknown';
   const result = {
-    pid: optional.integer(live, 'pid', { min: 1, max: 0x7fffffff }), pgid: optional.integer(live, 'pgid', { min: 1, max: 0x7fffffff }),
-    tty: optional.string(live, 'tty', { pattern: /^[A-Za-z][A-Za-z0-9/]{0,31}$/ }), host,
+    pid: optional.integer(live, 'pid', { min: 1, max: 0x7fffffff }),
+    pgid: optional.integer(live, 'pgid', { min: 1, max: 0x7fffffff }),
+    tty: optional.string(live, 'tty', { pattern: /^[A-Za-z][A-Za-z0-9/]{0,31}$/ }),
+    host,
     host_ref: optional.string(live, 'host_ref', { max: 200, pattern: REFS[host] }),
     codex_thread: optional.string(live, 'codex_thread', { pattern: SESSION }),
     cwd: optional.string(live, 'cwd', { max: 4096, pattern: /^\// }),
@@ -62,24 +64,28 @@ function readOptions(body, menu, screen) {
   }
   const options = (given ?? []).map((text, index) => typable(text, `options[${index}]`));
   if (new Set(options).size !== options.length) throw invalid('options', 'two of them are the same');
-  if (menu && (options.length === 0 || options.length > MENU_KEYS.length)) throw invalid('options', `a menu has 1 to ${MENU_KEYS.length} options`);
+  if (menu && (options.length === 0 || options.length > MENU_KEYS.length))
+    throw invalid('options', `a menu has 1 to ${MENU_KEYS.length} options`);
   return options;
 }
 
 function readRows(body, kind) {
   const rows = (optional.list(body, 'rows', { max: 50 }) ?? []).map((row, index) => {
     const field = `rows[${index}]`;
-    if (row === null || typeof row !== 'object' || Array.isArray(row)) throw invalid(field, 'must be an object');
+    if (row === null || typeof row !== 'object' || Array.isArray(row))
+      throw invalid(field, 'must be an object');
     const standard = optional.string(row, 'default');
     return {
-      question_id: required.string(row, 'question_id', { pattern: /^[A-Za-z0-9_-]{1,64}$/ }), text: line(required.string, row, 'text', 500),
+      question_id: required.string(row, 'question_id', { pattern: /^[A-Za-z0-9_-]{1,64}$/ }),
+      text: line(required.string, row, 'text', 500),
       ...(standard === undefined ? {} : { default: typable(standard, `${field}.default`) }),
       agent_state: optional.oneOf(row, 'agent_state', ['working', 'waiting']) ?? 'waiting',
     };
   });
   if (kind === 'batch' && rows.length === 0) throw invalid('rows', 'a batch has at least 1');
   if (kind !== 'batch' && rows.length > 0) throw invalid('rows', 'only a card of kind batch has them');
-  if (new Set(rows.map((row) => row.question_id)).size !== rows.length) throw invalid('rows', 'two of them have the same question_id');
+  if (new Set(rows.map((row) => row.question_id)).size !== rows.length)
+    throw invalid('rows', 'two of them have the same question_id');
   return rows.length > 0 ? rows : null;
 }
 
@@ -87,7 +93,8 @@ function readRefs(body) {
   const refs = optional.object(body, 'refs') ?? {};
   if (Object.keys(refs).length > 20) throw invalid('refs', 'has more than 20 entries');
   for (const [key, value] of Object.entries(refs)) {
-    if (typeof value !== 'string' || value.length > 2000) throw invalid(`refs.${key}`, 'must be text of at most 2000 characters');
+    if (typeof value !== 'string' || value.length > 2000)
+      throw invalid(`refs.${key}`, 'must be text of at most 2000 characters');
   }
   return refs;
 }
@@ -104,11 +111,21 @@ function refuseUntypable(agent, { pid, host, host_ref }) {
   const info = processInfo(pid);
   if (info === null) throw invalid('live.pid', `there is no process ${pid}`);
   const name = nameOf(info);
-  if (isShell(name)) throw invalid('live.pid', `process ${pid} is a shell (${name}); an answer is never typed into one`);
+  if (isShell(name))
+    throw invalid('live.pid', `process ${pid} is a shell (${name}); an answer is never typed into one`);
   if (name !== agent) throw invalid('live.pid', `process ${pid} is ${name}, not ${agent}`);
-  if (host === 'terminal') throw invalid('live.host', 'keys are never typed into Terminal; the agent can wait for its answer instead');
-  if (host === 'iterm2' && process.platform === 'linux') throw invalid('live.host', 'there is no iTerm2 on this machine; the agent can wait for its answer instead');
-  if (host !== 'unknown' && host_ref === undefined) throw invalid('live.host_ref', `is missing: which pane of ${host}?`);
+  if (host === 'terminal')
+    throw invalid(
+      'live.host',
+      'keys are never typed into Terminal; the agent can wait for its answer instead',
+    );
+  if (host === 'iterm2' && process.platform === 'linux')
+    throw invalid(
+      'live.host',
+      'there is no iTerm2 on this machine; the agent can wait for its answer instead',
+    );
+  if (host !== 'unknown' && host_ref === undefined)
+    throw invalid('live.host_ref', `is missing: which pane of ${host}?`);
 }
 
 /** The checked ask. `session_id` falls back to agent and pid, so that one agent process is one session. */
@@ -121,16 +138,33 @@ export function readAsk(body) {
   const options = readOptions(body, menu, screen);
   if (menu && kind === 'batch') throw invalid('menu', 'a batch is answered with text');
   const standard = optional.string(body, 'default');
-  if (standard !== undefined && (menu || screen) && !options.includes(standard)) throw invalid('default', 'is not one of the options');
+  if (standard !== undefined && (menu || screen) && !options.includes(standard))
+    throw invalid('default', 'is not one of the options');
   const delivery = deliveryRoad(live, optional.boolean(body, 'wait') ?? false);
   if (delivery === 'terminal') refuseUntypable(identity.agent, live);
-  if (screen && delivery !== 'terminal') throw invalid('screen', 'a folder question needs the pid and the terminal of its agent');
+  if (screen && delivery !== 'terminal')
+    throw invalid('screen', 'a folder question needs the pid and the terminal of its agent');
   return {
-    ask_id: optional.string(body, 'ask_id', { pattern: SESSION }), ...identity, session_id: identity.session_id ?? `${identity.agent}-${live?.pid ?? 'local'}`,
-    kind, risk: optional.oneOf(body, 'risk', RISKS) ?? 'low', stop_type: optional.string(body, 'stop_type', { pattern: NAME }), topic: readTopic(body),
-    topic_title: line(optional.string, body, 'topic_title', 200), scope: optional.oneOf(body, 'scope', SCOPES), title: line(required.string, body, 'title', 500),
-    body: paragraphs(optional.string(body, 'body', { max: 20_000 }) ?? ''), options, menu, screen, rows: readRows(body, kind),
+    ask_id: optional.string(body, 'ask_id', { pattern: SESSION }),
+    ...identity,
+    session_id: identity.session_id ?? `${identity.agent}-${live?.pid ?? 'local'}`,
+    kind,
+    risk: optional.oneOf(body, 'risk', RISKS) ?? 'low',
+    stop_type: optional.string(body, 'stop_type', { pattern: NAME }),
+    topic: readTopic(body),
+    topic_title: line(optional.string, body, 'topic_title', 200),
+    scope: optional.oneOf(body, 'scope', SCOPES),
+    title: line(required.string, body, 'title', 500),
+    body: paragraphs(optional.string(body, 'body', { max: 20_000 }) ?? ''),
+    options,
+    menu,
+    screen,
+    rows: readRows(body, kind),
     default: standard === undefined ? undefined : typable(standard, 'default'),
-    blocking: optional.boolean(body, 'blocking') ?? true, refs: readRefs(body), live, delivery, label: line(optional.string, body, 'label', 80),
+    blocking: optional.boolean(body, 'blocking') ?? true,
+    refs: readRefs(body),
+    live,
+    delivery,
+    label: line(optional.string, body, 'label', 80),
   };
 }

@@ -12,16 +12,23 @@ let lost = 0;
 export const clock = {
   now: () => Math.round(Date.now() + ahead + set),
   steady: () => performance.now() + ahead - lost,
-  advance: (ms) => { ahead += ms; },
-  setTimeOfDay: (ms) => { set += ms; },
-  wasStopped: (ms) => { lost += ms; },
+  advance: (ms) => {
+    ahead += ms;
+  },
+  setTimeOfDay: (ms) => {
+    set += ms;
+  },
+  wasStopped: (ms) => {
+    lost += ms;
+  },
 };
 
 /** ISO 8601 in UTC with milliseconds. */
 export const iso = (ms) => new Date(ms).toISOString();
 
 /** An id that sorts by time within a millisecond's reach and is not guessable: "card-mb3k2x1p-5f0c2a91d4e7". */
-export const newId = (prefix, now = clock.now()) => `${prefix}-${now.toString(36)}-${randomBytes(6).toString('hex')}`;
+export const newId = (prefix, now = clock.now()) =>
+  `${prefix}-${now.toString(36)}-${randomBytes(6).toString('hex')}`;
 
 export const secret = () => randomBytes(32).toString('base64url');
 

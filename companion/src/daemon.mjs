@@ -1,7 +1,6 @@
 // The daemon as a whole: reads its arguments, opens its home, serves two doors, and leaves in order.
 import { parseArgs } from 'node:util';
 import { homedir } from 'node:os';
-import { fileURLToPath } from 'node:url';
 import { join, resolve } from 'node:path';
 import { chmodSync, readFileSync } from 'node:fs';
 import { StartError, forbidden, invalid, noRoute, Refusal, unauthorized } from './errors.mjs';
@@ -24,6 +23,7 @@ import { clearDeadSocket, prepareHome, refuseSecond } from './home.mjs';
 import { Admission, agentBehind, canTell, holderOf, peerOf } from './peer.mjs';
 import { agentName } from './names.mjs';
 import { clock } from './clock.mjs';
+import { pageFolder } from './layout.mjs';
 
 const VERSION = JSON.parse(readFileSync(new URL('../package.json', import.meta.url), 'utf8')).version;
 const LOOK_AROUND_MS = 2000;
@@ -34,23 +34,35 @@ const log = (line) => process.stderr.write(`kelvadromed: ${line}\n`);
 function readArguments(argv, env) {
   let values;
   try {
-    ({ values } = parseArgs({ args: argv, options: { home: { type: 'string' }, static: { type: 'string' }, port: { type: 'string' } } }));
+    ({ values } = parseArgs({
+      args: argv,
+      options: { home: { type: 'string' }, static: { type: 'string' }, port: { type: 'string' } },
+    }));
   } catch (error) {
     throw new StartError(`${error.message}\n${USAGE}`, 64);
   }
   const port = values.port === undefined ? null : Number(values.port);
-  if (port !== null && (!Number.isInteger(port) || port < 0 || port > 65535)) throw new StartError(`--port must be a whole number from 0 to 65535, not "${values.port}".`, 64);
+  if (port !== null && (!Number.isInteger(port) || port < 0 || port > 65535))
+    throw new StartError(`--port must be a whole number from 0 to 65535, not "${values.port}".`, 64);
   return {
-    home: resolve(values.home || env.KELVADROME_HOME || defaultHome()), port,
-    staticRoot: resolve(values.static || fileURLToPath(new URL('../web/dist', import.meta.url))),
+    home: resolve(values.home || env.KELVADROME_HOME || defaultHome()),
+    port,
+    staticRoot: resolve(values.static || pageFolder),
   };
 }
 
 /** How long things take. Tests may shorten the hold, nobody else. */
 function readSettings(env) {
   const test = env.KELVADROME_TEST === '1';
-  const hold = test && /^\d+$/.test(env.KELVADROME_TEST_HOLD_MS ?? '') ? Number(env.KELVADROME_TEST_HOLD_MS) : null;
-  return { test, holdMs: (risk) => hold ?? (risk === 'high' ? 5000 : 2000), expiryMs: 60_000, unseenMs: 12_000, goneAfterMs: 5000 };
+  const hold =
+    test && /^\d+$/.test(env.KELVADROME_TEST_HOLD_MS ?? '') ? Number(env.KELVADROME_TEST_HOLD_MS) : null;
+  return {
+    test,
+    holdMs: (risk) => hold ?? (risk === 'high' ? 5000 : 2000),
+    expiryMs: 60_000,
+    unseenMs: 12_000,
+    goneAfterMs: 5000,
+  };
 }
 
 class Daemon {
@@ -73,12 +85,25 @@ class Daemon {
     this.hosts = { hosts: [], access: {} };
     if (this.store.setAsideAs) {
       log(`the database was damaged; it is kept as ${this.store.setAsideAs}, and a fresh one is in use.`);
-      this.store.tx(() => this.receipts.add('store.set_aside', `The database was damaged. It is kept as ${this.store.setAsideAs}; a fresh one is in use.`));
+      this.store.tx(() =>
+        this.receipts.add(
+          'store.set_aside',
+          `The database was damaged. It is kept as ${this.store.setAsideAs}; a fresh one is in use.`,
+        ),
+      );
     }
   }
 
   health() {
-    return { name: 'kelvadromed', version: VERSION, pid: process.pid, home: this.home, watermark: this.receipts.watermark(), uptime_s: (clock.steady() - this.started) / 1000, port: this.auth.port };
+    return {
+      name: 'kelvadromed',
+      version: VERSION,
+      pid: process.pid,
+      home: this.home,
+      watermark: this.receipts.watermark(),
+      uptime_s: (clock.steady() - this.started) / 1000,
+      port: this.auth.port,
+    };
   }
 
   wentWrong = (error) => log(`internal error: ${error.stack}`);
@@ -118,7 +143,10 @@ class Daemon {
     clearTimeout(this.timer);
     const next = [this.cards.nextHoldEnd(), this.jobs.nextExpiry()].filter((at) => at !== null);
     // An agent that ends tells nobody, so even a quiet daemon looks around every few seconds.
-    this.timer = setTimeout(() => this.changed(), Math.min(Math.max(Math.min(...next) - clock.steady(), soonest), LOOK_AROUND_MS));
+    this.timer = setTimeout(
+      () => this.changed(),
+      Math.min(Math.max(Math.min(...next) - clock.steady(), soonest), LOOK_AROUND_MS),
+    );
   }
 
   close() {
@@ -138,7 +166,8 @@ class Daemon {
     if (surface === 'page' && !path.startsWith('/v1/')) return this.#page(req, res, url);
     const route = findRoute(req.method, path);
     if (route === null) throw noRoute(path);
-    if (route === 'method') throw new Refusal('method_not_allowed', 405, `${path} is not reached with ${req.method}.`);
+    if (route === 'method')
+      throw new Refusal('method_not_allowed', 405, `${path} is not reached with ${req.method}.`);
     const session = surface === 'page' ? this.#caller(req) : null;
     checkSurface(route, surface, this.settings, session);
     if (route.stream) return this.#stream(res, session);
@@ -153,7 +182,8 @@ class Daemon {
   #caller(req) {
     const session = this.auth.session(req.headers);
     const site = req.headers['sec-fetch-site'] ?? 'same-origin';
-    if (site !== 'same-origin' && !(site === 'none' && req.method === 'GET')) throw forbidden('Pages of other origins may not use kelvadromed.');
+    if (site !== 'same-origin' && !(site === 'none' && req.method === 'GET'))
+      throw forbidden('Pages of other origins may not use kelvadromed.');
     if (req.method !== 'GET') this.auth.checkWrite(session, req.headers);
     this.jobs.heard(session.tag);
     return session;
@@ -167,7 +197,11 @@ class Daemon {
     const asker = agentBehind(peer.inode, this.cards.askers());
     if (asker === undefined) return;
     if (typeof cardId === 'string') this.cards.noteAttempt(cardId, asker.agent);
-    throw new Refusal('not_the_user', 403, `This came from a program that ${agentName(asker.agent)} started, and an agent may not answer. If it opened Kelvadrome or the browser for you: quit that, open it yourself, and press again.`);
+    throw new Refusal(
+      'not_the_user',
+      403,
+      `This came from a program that ${agentName(asker.agent)} started, and an agent may not answer. If it opened Kelvadrome or the browser for you: quit that, open it yourself, and press again.`,
+    );
   }
 
   #stream(res, session) {
@@ -177,7 +211,8 @@ class Daemon {
   }
 
   async #page(req, res, url) {
-    if (req.method !== 'GET' && req.method !== 'HEAD') throw new Refusal('method_not_allowed', 405, 'The page is only read.');
+    if (req.method !== 'GET' && req.method !== 'HEAD')
+      throw new Refusal('method_not_allowed', 405, 'The page is only read.');
     if (url.pathname === '/login') return this.#login(req, res, url.searchParams);
     try {
       this.auth.session(req.headers);
@@ -189,10 +224,25 @@ class Daemon {
 
   #login(req, res, query) {
     // Who only looks ahead, as link previews and prefetching do, uses nothing up.
-    if (req.method === 'HEAD' || /prefetch|preview/.test(req.headers['sec-purpose'] ?? req.headers.purpose ?? '')) return send(res, 503, {}, '');
-    const { session, onward, next } = this.auth.login(query.get('t') ?? '', { host: req.headers.host, surface: query.get('surface'), next: nextPath(query.get('next')) }) ?? {};
+    if (
+      req.method === 'HEAD' ||
+      /prefetch|preview/.test(req.headers['sec-purpose'] ?? req.headers.purpose ?? '')
+    )
+      return send(res, 503, {}, '');
+    const { session, onward, next } =
+      this.auth.login(query.get('t') ?? '', {
+        host: req.headers.host,
+        surface: query.get('surface'),
+        next: nextPath(query.get('next')),
+      }) ?? {};
     if (onward) return send(res, 303, { Location: onward, 'Referrer-Policy': 'no-referrer' }, '');
-    if (!session) return sendNotice(res, 403, 'This link was used already', 'A login link works once and for one minute. Open the page from Kelvadrome again.');
+    if (!session)
+      return sendNotice(
+        res,
+        403,
+        'This link was used already',
+        'A login link works once and for one minute. Open the page from Kelvadrome again.',
+      );
     const cookie = { 'Set-Cookie': setCookie(session) };
     if (session.surface === 'browser') return sendEntrance(res, session.csrf, next, cookie);
     session.holder = holderOf(req.socket);
@@ -224,12 +274,23 @@ async function openPage(app, port) {
   const tries = port === null ? [last, 0, 0, 0] : [port];
   for (const [index, wanted] of tries.entries()) {
     const admission = new Admission(log);
-    const servers = [0, 1].map(() => makeServer((req, res) => app.handle('page', req, res), log, (socket) => admission.admits(socket)));
+    const servers = [0, 1].map(() =>
+      makeServer(
+        (req, res) => app.handle('page', req, res),
+        log,
+        (socket) => admission.admits(socket),
+      ),
+    );
     try {
       await listenOnPage(servers, wanted);
     } catch (error) {
       if (index < tries.length - 1) continue;
-      throw new StartError(error.code === 'EADDRINUSE' ? `Port ${port} on the loopback address is in use by another program.` : `Port ${port ?? 0} on the loopback address cannot be used: ${error.message}.`, 69);
+      throw new StartError(
+        error.code === 'EADDRINUSE'
+          ? `Port ${port} on the loopback address is in use by another program.`
+          : `Port ${port ?? 0} on the loopback address cannot be used: ${error.message}.`,
+        69,
+      );
     }
     app.auth.port = servers[0].address().port;
     if (app.auth.port !== last) app.store.keepSetting('page_port', app.auth.port);
@@ -275,7 +336,9 @@ async function start(argv, env) {
   const servers = await openDoors(app, socketPath, port);
   leaveInOrder(app, servers, env);
   app.changed();
-  process.stdout.write(`kelvadromed ${VERSION} (pid ${process.pid}) serves ${home}, page port ${app.auth.port}\n`);
+  process.stdout.write(
+    `kelvadromed ${VERSION} (pid ${process.pid}) serves ${home}, page port ${app.auth.port}\n`,
+  );
 }
 
 export async function main(argv, env) {

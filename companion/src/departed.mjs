@@ -7,7 +7,7 @@ import { agentName } from './names.mjs';
 const LOOK_MS = 1000;
 
 export class Departed {
-  #since = new Map();  // a process that has ended -> when it was first missed
+  #since = new Map(); // a process that has ended -> when it was first missed
   #looked = -Infinity;
 
   constructor(app) {
@@ -37,7 +37,12 @@ export class Departed {
     this.app.store.tx(() => {
       if (card.unsure !== null) return this.app.cards.wentOn(card, now);
       this.app.cards.update(card, { gone_ms: now });
-      this.app.receipts.add('card.agent_gone', `${agentName(card.agent)} ended before it had an answer: "${card.title}".`, { topic: card.topic, card_id: card.id }, now);
+      this.app.receipts.add(
+        'card.agent_gone',
+        `${agentName(card.agent)} ended before it had an answer: "${card.title}".`,
+        { topic: card.topic, card_id: card.id },
+        now,
+      );
     });
   }
 }

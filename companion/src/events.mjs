@@ -10,7 +10,12 @@ export class EventHub {
 
   /** Takes over a response: sends the head at once and keeps it open until the reader or the daemon goes. */
   attach(res) {
-    res.writeHead(200, { 'Content-Type': 'text/event-stream; charset=utf-8', 'Cache-Control': 'no-store', Connection: 'close', 'X-Accel-Buffering': 'no' });
+    res.writeHead(200, {
+      'Content-Type': 'text/event-stream; charset=utf-8',
+      'Cache-Control': 'no-store',
+      Connection: 'close',
+      'X-Accel-Buffering': 'no',
+    });
     res.write('event: hello\ndata: {}\n\n'); // what changed before the reader was heard of is behind it: it reads the lists once more
     this.#readers.add(res);
     res.on('close', () => this.#readers.delete(res));
@@ -70,6 +75,10 @@ export class Waiters {
     });
   }
 
-  wake() { for (const entry of [...this.#waiting]) entry.poke(); }
-  close() { for (const entry of [...this.#waiting]) entry.leave(); }
+  wake() {
+    for (const entry of [...this.#waiting]) entry.poke();
+  }
+  close() {
+    for (const entry of [...this.#waiting]) entry.leave();
+  }
 }

@@ -1,5 +1,14 @@
 // The data home and its socket: private, and held by one daemon at a time.
-import { chmodSync, existsSync, lstatSync, mkdirSync, readdirSync, realpathSync, statSync, unlinkSync } from 'node:fs';
+import {
+  chmodSync,
+  existsSync,
+  lstatSync,
+  mkdirSync,
+  readdirSync,
+  realpathSync,
+  statSync,
+  unlinkSync,
+} from 'node:fs';
 import { request } from 'node:http';
 import { join } from 'node:path';
 import { StartError } from './errors.mjs';
@@ -11,8 +20,9 @@ const isForeign = (info) => process.getuid !== undefined && info.uid !== process
 /** A file that somebody else put here, or a link that leads elsewhere, would be read or written in place of ours. */
 function refusePlanted(home) {
   for (const name of readdirSync(home).filter((entry) => /^(kelvadromed\.|page-key\.)/.test(entry))) {
-    const info = lstatSync(join(home, name), { throwIfNoEntry: false });  // another daemon may be leaving
-    if (info && (!(info.isFile() || info.isSocket()) || isForeign(info))) throw new Error(`${name} in it is not a plain file of yours. Move it away`);
+    const info = lstatSync(join(home, name), { throwIfNoEntry: false }); // another daemon may be leaving
+    if (info && (!(info.isFile() || info.isSocket()) || isForeign(info)))
+      throw new Error(`${name} in it is not a plain file of yours. Move it away`);
   }
 }
 
@@ -25,7 +35,8 @@ export function prepareHome(wanted) {
     const info = statSync(home);
     if (!info.isDirectory()) throw new Error('it is not a folder');
     if (isForeign(info)) throw new Error('it belongs to another user');
-    if (info.mode & OTHERS_WRITE) throw new Error(`others may write in it. If all that is in it is yours, run: chmod 700 '${home}'`);
+    if (info.mode & OTHERS_WRITE)
+      throw new Error(`others may write in it. If all that is in it is yours, run: chmod 700 '${home}'`);
     chmodSync(home, 0o700);
     refusePlanted(home);
   } catch (error) {
@@ -33,7 +44,11 @@ export function prepareHome(wanted) {
   }
   const socketPath = join(home, 'kelvadromed.sock');
   const bytes = Buffer.byteLength(socketPath);
-  if (bytes > MAX_SOCKET_PATH) throw new StartError(`The socket path ${socketPath} has ${bytes} bytes; at most ${MAX_SOCKET_PATH} are possible. Choose a home with a shorter path.`, 73);
+  if (bytes > MAX_SOCKET_PATH)
+    throw new StartError(
+      `The socket path ${socketPath} has ${bytes} bytes; at most ${MAX_SOCKET_PATH} are possible. Choose a home with a shorter path.`,
+      73,
+    );
   return { home, socketPath };
 }
 
@@ -41,18 +56,32 @@ export function prepareHome(wanted) {
 function probe(socketPath) {
   return new Promise((resolve) => {
     if (!existsSync(socketPath)) return resolve('none');
-    const req = request({ socketPath, path: '/v1/health', timeout: 2000, headers: { Connection: 'close' } }, (res) => {
-      let text = '';
-      res.setEncoding('utf8').on('data', (piece) => { text += piece; }).on('error', () => resolve('silent')).on('end', () => {
-        try {
-          resolve(JSON.parse(text).data ?? 'silent');
-        } catch {
-          resolve('silent');
-        }
-      });
+    const req = request(
+      { socketPath, path: '/v1/health', timeout: 2000, headers: { Connection: 'close' } },
+      (res) => {
+        let text = '';
+        res
+          .setEncoding('utf8')
+          .on('data', (piece) => {
+            text += piece;
+          })
+          .on('error', () => resolve('silent'))
+          .on('end', () => {
+            try {
+              resolve(JSON.parse(text).data ?? 'silent');
+            } catch {
+              resolve('silent');
+            }
+          });
+      },
+    );
+    req.on('timeout', () => {
+      req.destroy();
+      resolve('silent');
     });
-    req.on('timeout', () => { req.destroy(); resolve('silent'); });
-    req.on('error', (error) => resolve(error.code === 'ECONNREFUSED' || error.code === 'ENOENT' ? 'dead' : 'silent'));
+    req.on('error', (error) =>
+      resolve(error.code === 'ECONNREFUSED' || error.code === 'ENOENT' ? 'dead' : 'silent'),
+    );
     req.end();
   });
 }
@@ -60,13 +89,16 @@ function probe(socketPath) {
 /** Refuses to start beside a daemon that runs. */
 export async function refuseSecond(socketPath) {
   const found = await probe(socketPath);
-  if (found === 'silent') throw new StartError(`A process holds ${socketPath} and does not answer. End it first.`, 3);
-  if (typeof found === 'object') throw new StartError(`kelvadromed runs already for this home (pid ${found.pid}).`, 3);
+  if (found === 'silent')
+    throw new StartError(`A process holds ${socketPath} and does not answer. End it first.`, 3);
+  if (typeof found === 'object')
+    throw new StartError(`kelvadromed runs already for this home (pid ${found.pid}).`, 3);
 }
 
 /** Clears away the socket of a daemon that died. Only for the one that holds the database: of two that start at once, the other must not. */
 export function clearDeadSocket(socketPath) {
   if (!existsSync(socketPath)) return;
-  if (!lstatSync(socketPath).isSocket()) throw new StartError(`${socketPath} is in the way: it is not a socket.`, 73);
+  if (!lstatSync(socketPath).isSocket())
+    throw new StartError(`${socketPath} is in the way: it is not a socket.`, 73);
   unlinkSync(socketPath);
 }

@@ -10,11 +10,18 @@ const strictUtf8 = new TextDecoder('utf-8', { fatal: true, ignoreBOM: true });
 export function send(res, status, headers, body) {
   if (res.destroyed || res.headersSent) return;
   const bytes = Buffer.from(body);
-  res.writeHead(status, { 'Content-Length': bytes.length, Connection: 'close', 'Cache-Control': 'no-store', 'X-Content-Type-Options': 'nosniff', ...headers });
+  res.writeHead(status, {
+    'Content-Length': bytes.length,
+    Connection: 'close',
+    'Cache-Control': 'no-store',
+    'X-Content-Type-Options': 'nosniff',
+    ...headers,
+  });
   res.end(bytes);
 }
 
-const sendJson = (res, status, value) => send(res, status, { 'Content-Type': 'application/json; charset=utf-8' }, JSON.stringify(value));
+const sendJson = (res, status, value) =>
+  send(res, status, { 'Content-Type': 'application/json; charset=utf-8' }, JSON.stringify(value));
 export const sendData = (res, data) => sendJson(res, 200, { ok: true, data });
 const failure = (code, message) => ({ ok: false, error: { code, message } });
 
@@ -39,7 +46,8 @@ async function readBytes(req) {
 
 /** JSON text may hold half characters as escapes; they could neither be stored nor typed. */
 function refuseHalfCharacters(key, value) {
-  if ((typeof value === 'string' && !value.isWellFormed()) || !key.isWellFormed()) throw invalid('body', 'a text in it holds half a character');
+  if ((typeof value === 'string' && !value.isWellFormed()) || !key.isWellFormed())
+    throw invalid('body', 'a text in it holds half a character');
   return value;
 }
 
@@ -60,14 +68,17 @@ export async function readJson(req) {
     if (error instanceof Refusal) throw error;
     throw invalid('body', `is not valid JSON: ${error.message}`);
   }
-  if (value === null || typeof value !== 'object' || Array.isArray(value)) throw invalid('body', 'must be a JSON object');
+  if (value === null || typeof value !== 'object' || Array.isArray(value))
+    throw invalid('body', 'must be a JSON object');
   return value;
 }
 
 /** A signal that fires when the other side goes away before its reply was sent. */
 export function goneSignal(res) {
   const controller = new AbortController();
-  res.on('close', () => { if (!res.writableFinished) controller.abort(); });
+  res.on('close', () => {
+    if (!res.writableFinished) controller.abort();
+  });
   return controller.signal;
 }
 
@@ -84,7 +95,9 @@ function limitConnections(server) {
     idle.add(socket);
     socket.on('close', () => forget(socket));
   });
-  server.on('request', ({ socket }) => { if (idle.delete(socket)) asking.add(socket); });
+  server.on('request', ({ socket }) => {
+    if (idle.delete(socket)) asking.add(socket);
+  });
 }
 
 /** Serves a connection, and counts it, once it was admitted; until then nothing of it is read. */
@@ -107,7 +120,12 @@ function judgeFirst(server, admits) {
  * is given, refuses ends before a byte of it is read.
  */
 export function makeServer(handle, log, admits) {
-  const limits = { keepAliveTimeout: 0, headersTimeout: 10_000, requestTimeout: 30_000, connectionsCheckingInterval: 2000 };
+  const limits = {
+    keepAliveTimeout: 0,
+    headersTimeout: 10_000,
+    requestTimeout: 30_000,
+    connectionsCheckingInterval: 2000,
+  };
   const server = createServer(limits, (req, res) => {
     res.on('error', () => {});
     handle(req, res).catch((error) => sendError(res, error, log));
@@ -117,7 +135,9 @@ export function makeServer(handle, log, admits) {
   server.on('clientError', (error, socket) => {
     if (socket.writable) {
       const body = JSON.stringify(failure('validation_failed', 'This is not a valid HTTP request.'));
-      socket.end(`HTTP/1.1 400 Bad Request\r\nContent-Type: application/json\r\nContent-Length: ${Buffer.byteLength(body)}\r\nConnection: close\r\n\r\n${body}`);
+      socket.end(
+        `HTTP/1.1 400 Bad Request\r\nContent-Type: application/json\r\nContent-Length: ${Buffer.byteLength(body)}\r\nConnection: close\r\n\r\n${body}`,
+      );
     }
     socket.destroySoon();
   });
@@ -125,17 +145,19 @@ export function makeServer(handle, log, admits) {
 }
 
 /** Starts listening; a failure rejects with the system's error. */
-export const listen = (server, options) => new Promise((resolve, reject) => {
-  server.once('error', reject);
-  server.listen(options, () => {
-    server.off('error', reject);
-    resolve(server);
+export const listen = (server, options) =>
+  new Promise((resolve, reject) => {
+    server.once('error', reject);
+    server.listen(options, () => {
+      server.off('error', reject);
+      resolve(server);
+    });
   });
-});
 
 /** Stops listening, lets replies under way finish for a moment, then cuts what is left. */
-export const shut = (server) => new Promise((resolve) => {
-  server.close(resolve);
-  server.closeIdleConnections();
-  setTimeout(() => server.closeAllConnections(), 200).unref();
-});
+export const shut = (server) =>
+  new Promise((resolve) => {
+    server.close(resolve);
+    server.closeIdleConnections();
+    setTimeout(() => server.closeAllConnections(), 200).unref();
+  });

@@ -19,26 +19,35 @@ export class Jobs {
   #claims = new Waiters();
   #askers = new Waiters();
   // Both on the steady clock, so neither outlives the process: after a restart terms begin anew and sessions are unknown.
-  #terms = new Map();    // job id -> when its time is over
-  #heard = new Map();    // mark of a page session -> when it was last heard of
-  #polling = new Map();  // mark of a page session -> how many of its claims are waiting
-  #awaited = new Map();  // card id -> how many wait for its end, and until when that counts after the last one
+  #terms = new Map(); // job id -> when its time is over
+  #heard = new Map(); // mark of a page session -> when it was last heard of
+  #polling = new Map(); // mark of a page session -> how many of its claims are waiting
+  #awaited = new Map(); // card id -> how many wait for its end, and until when that counts after the last one
 
   constructor(app) {
     this.app = app;
     this.store = app.store;
     // A shell that was typing when the last daemon ended is given the time to report.
-    for (const { presence } of this.store.all("SELECT presence FROM jobs WHERE state = 'started'")) this.heard(presence);
+    for (const { presence } of this.store.all("SELECT presence FROM jobs WHERE state = 'started'"))
+      this.heard(presence);
   }
 
   /** A page session showed that it is there. */
-  heard(tag) { this.#heard.set(tag, clock.steady()); }
+  heard(tag) {
+    this.#heard.set(tag, clock.steady());
+  }
 
   /** When a page session counts as gone for want of a sign; in the past for one that is not known. */
-  #goneAt(tag) { return this.#polling.has(tag) ? Infinity : (this.#heard.get(tag) ?? -Infinity) + this.app.settings.unseenMs; }
+  #goneAt(tag) {
+    return this.#polling.has(tag)
+      ? Infinity
+      : (this.#heard.get(tag) ?? -Infinity) + this.app.settings.unseenMs;
+  }
 
   /** Whether the page session was heard of lately enough to count as being there. */
-  isThere(tag) { return clock.steady() < this.#goneAt(tag); }
+  isThere(tag) {
+    return clock.steady() < this.#goneAt(tag);
+  }
 
   #term(id, begin = false) {
     if (begin || !this.#terms.has(id)) this.#terms.set(id, clock.steady() + this.app.settings.expiryMs);
@@ -62,11 +71,31 @@ export class Jobs {
     const { pid, pgid, tty, host, host_ref, codex_thread } = card.live ?? {};
     const id = newId('job', now);
     const payload = {
-      id, type, card_id: card.id, agent: card.agent, session_id: card.session_id, pid, pgid, tty, host: host ?? 'unknown', host_ref, codex_thread,
-      ...extra, presence: card.presence, expires_at: iso(expires),
+      id,
+      type,
+      card_id: card.id,
+      agent: card.agent,
+      session_id: card.session_id,
+      pid,
+      pgid,
+      tty,
+      host: host ?? 'unknown',
+      host_ref,
+      codex_thread,
+      ...extra,
+      presence: card.presence,
+      expires_at: iso(expires),
     };
     this.#term(id, true);
-    this.store.insert('jobs', { id, card_id: card.id, type, state: 'queued', payload: JSON.stringify(payload), presence: card.presence, expires_ms: expires });
+    this.store.insert('jobs', {
+      id,
+      card_id: card.id,
+      type,
+      state: 'queued',
+      payload: JSON.stringify(payload),
+      presence: card.presence,
+      expires_ms: expires,
+    });
   }
 
   /** One job for this page session, or none after `waitMs`. Only the session that pressed an answer is offered it. */
@@ -86,9 +115,14 @@ export class Jobs {
   }
 
   #take(tag) {
-    const job = this.store.get("SELECT * FROM jobs WHERE state = 'queued' AND type = 'answer' AND presence = ? ORDER BY seq LIMIT 1", tag);
+    const job = this.store.get(
+      "SELECT * FROM jobs WHERE state = 'queued' AND type = 'answer' AND presence = ? ORDER BY seq LIMIT 1",
+      tag,
+    );
     if (!job || this.#term(job.id) <= clock.steady()) return undefined;
-    this.store.tx(() => this.store.run("UPDATE jobs SET state = 'claimed', claimant = ? WHERE id = ?", tag, job.id));
+    this.store.tx(() =>
+      this.store.run("UPDATE jobs SET state = 'claimed', claimant = ? WHERE id = ?", tag, job.id),
+    );
     // The shell goes by the time of day, which may have been set since the job was made.
     return { ...JSON.parse(job.payload), expires_at: iso(clock.now() + this.#term(job.id) - clock.steady()) };
   }
@@ -121,8 +155,12 @@ export class Jobs {
     if (job.claimant !== session.tag) return 'the job was claimed by another page session';
     if (job.state !== 'claimed') return 'the job was started before';
     const card = this.app.cards.find(job.card_id);
-    if (card.state !== 'armed' || card.over !== OVER.not) return 'the question is no longer waiting for this answer';
-    return whyNotTheAsker(card.live) ?? (this.app.cards.newerThan(card) ? `${agentName(card.agent)} has asked a newer question since` : null);
+    if (card.state !== 'armed' || card.over !== OVER.not)
+      return 'the question is no longer waiting for this answer';
+    return (
+      whyNotTheAsker(card.live) ??
+      (this.app.cards.newerThan(card) ? `${agentName(card.agent)} has asked a newer question since` : null)
+    );
   }
 
   /** The verdict of the claimant. A second verdict changes nothing. */
@@ -130,7 +168,8 @@ export class Jobs {
     return this.store.tx(() => {
       const job = this.#find(id);
       if (!this.#mayReport(job, session)) throw forbidden('Another page session claimed this job.');
-      if (job.state === 'unfinished' && outcome !== 'failed') return this.#lateWord(job, outcome, reason ?? null, now);
+      if (job.state === 'unfinished' && outcome !== 'failed')
+        return this.#lateWord(job, outcome, reason ?? null, now);
       if (ENDED.includes(job.state)) return { accepted: false, reason: 'the job is over' };
       if (outcome === 'done' && job.state !== 'started') throw conflict('The job was not started.');
       this.#finish(job, outcome, reason ?? null);
@@ -149,34 +188,62 @@ export class Jobs {
 
   #finish(job, state, reason, columns = {}) {
     const all = { state, reason, ...columns };
-    this.store.run(`UPDATE jobs SET ${Object.keys(all).map((name) => `${name} = ?`).join(', ')} WHERE id = ?`, ...Object.values(all), job.id);
+    this.store.run(
+      `UPDATE jobs SET ${Object.keys(all)
+        .map((name) => `${name} = ?`)
+        .join(', ')} WHERE id = ?`,
+      ...Object.values(all),
+      job.id,
+    );
     this.#terms.delete(job.id);
     this.store.afterCommit(() => this.app.changed());
   }
 
-  #about(card) { return { topic: card.topic, card_id: card.id }; }
+  #about(card) {
+    return { topic: card.topic, card_id: card.id };
+  }
 
   #delivered(card, path, now, answer = card.answer) {
     // What was typed is one thing, what it answered another: somebody may have answered in the terminal at the same moment,
     // or the agent may have asked the next question under our keys. Only its own word tells that it got this answer.
-    const newer = card.over === OVER.not && path !== 'codex_queue' ? this.app.cards.newerThan(card) : undefined;
+    const newer =
+      card.over === OVER.not && path !== 'codex_queue' ? this.app.cards.newerThan(card) : undefined;
     if (card.over === OVER.withoutWord || newer) {
       const what = newer ? 'asked something newer' : 'took its question back';
-      this.app.receipts.add('answer.overtaken', `Typed for ${agentName(card.agent)}, which ${what} meanwhile: "${card.title}".`, this.#about(card), now);
+      this.app.receipts.add(
+        'answer.overtaken',
+        `Typed for ${agentName(card.agent)}, which ${what} meanwhile: "${card.title}".`,
+        this.#about(card),
+        now,
+      );
       if (newer?.state === 'open') this.app.cards.warn(newer);
       return this.app.cards.close(card, newer ? 'went_on' : 'withdrawn', now);
     }
     const how = path === 'codex_queue' ? 'Queued for' : 'Typed into';
-    this.app.receipts.add('answer.typed', `${how} ${agentName(card.agent)}: "${card.title}".`, this.#about(card), now);
+    this.app.receipts.add(
+      'answer.typed',
+      `${how} ${agentName(card.agent)}: "${card.title}".`,
+      this.#about(card),
+      now,
+    );
     return this.app.cards.close(card, 'answered', now, answer);
   }
 
   #notDelivered(card, outcome, reason, maybeTyped, now) {
     if (card.over === OVER.withOurAnswer) return this.#delivered(card, 'host', now);
     const warning = maybeTyped ? ' Some keys may have been typed.' : ' Nothing was typed.';
-    this.app.receipts.add(`answer.${outcome}`, `Not delivered to ${agentName(card.agent)}: "${card.title}": ${reason}.${warning}`, this.#about(card), now);
+    this.app.receipts.add(
+      `answer.${outcome}`,
+      `Not delivered to ${agentName(card.agent)}: "${card.title}": ${reason}.${warning}`,
+      this.#about(card),
+      now,
+    );
     if (card.over !== OVER.not) return this.app.cards.close(card, 'withdrawn', now);
-    return this.app.cards.reopen(card, maybeTyped ? `${reason}. Some keys may have been typed.` : reason, maybeTyped);
+    return this.app.cards.reopen(
+      card,
+      maybeTyped ? `${reason}. Some keys may have been typed.` : reason,
+      maybeTyped,
+    );
   }
 
   /** The claimant was slow, not gone. Unless the question moved on meanwhile, what it says now is what holds. */
@@ -187,13 +254,22 @@ export class Jobs {
     if (outcome === 'refused') {
       if (isAsReopened) this.app.cards.clearUnsure(card, reason ?? 'no reason was given');
     } else if (isAsReopened) this.#delivered(card, 'host', now, card.unsure.answer);
-    else this.app.receipts.add('answer.typed', `An earlier answer was typed for ${agentName(card.agent)} after all: "${card.title}".`, this.#about(card), now);
+    else
+      this.app.receipts.add(
+        'answer.typed',
+        `An earlier answer was typed for ${agentName(card.agent)} after all: "${card.title}".`,
+        this.#about(card),
+        now,
+      );
     return { accepted: true };
   }
 
   /** Stops a job that has not started. False when keys are being typed already. */
   withdraw(cardId) {
-    const job = this.store.get("SELECT * FROM jobs WHERE card_id = ? AND state IN ('queued','claimed','started')", cardId);
+    const job = this.store.get(
+      "SELECT * FROM jobs WHERE card_id = ? AND state IN ('queued','claimed','started')",
+      cardId,
+    );
     if (job?.state === 'started') return false;
     if (job) this.#finish(job, 'withdrawn', 'the question was withdrawn');
     return true;
@@ -201,7 +277,14 @@ export class Jobs {
 
   /** Waits until no keys are being typed for this card, or `waitMs` are over. */
   settled(cardId, waitMs, signal) {
-    return this.#askers.wait(() => (this.store.get("SELECT 1 AS found FROM jobs WHERE card_id = ? AND state = 'started'", cardId) ? undefined : true), waitMs, signal);
+    return this.#askers.wait(
+      () =>
+        this.store.get("SELECT 1 AS found FROM jobs WHERE card_id = ? AND state = 'started'", cardId)
+          ? undefined
+          : true,
+      waitMs,
+      signal,
+    );
   }
 
   /** Ends the jobs whose time is over. A started one gets a full term from its start, for it may still be typing. */
@@ -214,7 +297,9 @@ export class Jobs {
     }
   }
 
-  #live() { return this.store.all("SELECT * FROM jobs WHERE state IN ('queued','claimed','started') ORDER BY seq"); }
+  #live() {
+    return this.store.all("SELECT * FROM jobs WHERE state IN ('queued','claimed','started') ORDER BY seq");
+  }
 
   /** When this job ends unless something happens: its term is over, or the page session that it depends on is gone. */
   #endOf(job) {
@@ -225,7 +310,13 @@ export class Jobs {
   #expire(job, steady, now = clock.now()) {
     const card = this.app.cards.find(job.card_id);
     if (job.state === 'started') {
-      const after = this.#notDelivered(card, 'unfinished', 'the delivery began and its end was never reported', true, now);
+      const after = this.#notDelivered(
+        card,
+        'unfinished',
+        'the delivery began and its end was never reported',
+        true,
+        now,
+      );
       this.#finish(job, 'unfinished', 'never reported', { reopened_version: after.version });
       return;
     }
@@ -236,7 +327,11 @@ export class Jobs {
   }
 
   /** Page sessions end with the daemon, so what was pressed in one of an earlier daemon is gone as well. */
-  #whyGone(tag) { return this.#heard.has(tag) ? 'the app in which it was pressed is gone' : 'kelvadromed was started again since it was pressed'; }
+  #whyGone(tag) {
+    return this.#heard.has(tag)
+      ? 'the app in which it was pressed is gone'
+      : 'kelvadromed was started again since it was pressed';
+  }
 
   #whyLate({ type, state }) {
     if (type === 'hand') return 'the asker no longer waits';
@@ -281,19 +376,32 @@ export class Jobs {
 
   #ended(cardId, now = clock.now()) {
     const card = this.app.cards.find(cardId);
-    const hand = card.state === 'armed' && this.store.get("SELECT * FROM jobs WHERE card_id = ? AND type = 'hand' AND state = 'queued'", cardId);
+    const hand =
+      card.state === 'armed' &&
+      this.store.get("SELECT * FROM jobs WHERE card_id = ? AND type = 'hand' AND state = 'queued'", cardId);
     if (!hand) return this.#endOfCard(card);
-    return this.#endOfCard(this.store.tx(() => {
-      this.#finish(hand, 'done', null);
-      this.app.receipts.add('answer.handed', `Handed to ${agentName(card.agent)}: "${card.title}".`, this.#about(card), now);
-      return this.app.cards.close(card, 'answered', now, card.answer);
-    }));
+    return this.#endOfCard(
+      this.store.tx(() => {
+        this.#finish(hand, 'done', null);
+        this.app.receipts.add(
+          'answer.handed',
+          `Handed to ${agentName(card.agent)}: "${card.title}".`,
+          this.#about(card),
+          now,
+        );
+        return this.app.cards.close(card, 'answered', now, card.answer);
+      }),
+    );
   }
 
   /** What an asker is told of a closed card, an answer that was kept for it included; undefined while it is not closed. */
   #endOfCard(card) {
     if (card.state !== 'closed') return undefined;
     this.app.cards.fetch(card);
-    return { state: 'closed', outcome: card.outcome, ...(card.answer === null ? {} : { answer: card.answer }) };
+    return {
+      state: 'closed',
+      outcome: card.outcome,
+      ...(card.answer === null ? {} : { answer: card.answer }),
+    };
   }
 }

@@ -5,18 +5,21 @@ import { whyNotTheAsker } from './proc.mjs';
 import { screenOf } from './reach.mjs';
 
 const LOOK_MS = 2000;
-const TIMES = 3;  // a screen that is being drawn anew may lack the question for a moment
+const TIMES = 3; // a screen that is being drawn anew may lack the question for a moment
 
 const squashed = (text) => text.replace(/\s+/g, '');
 
 /** Whether a screen shows the question: its title, or all of its options. Lines may be wrapped anywhere. */
 function shows(screen, { title, options }) {
   const text = squashed(screen);
-  return text.includes(squashed(title)) || (options.length > 0 && options.every((option) => text.includes(squashed(option))));
+  return (
+    text.includes(squashed(title)) ||
+    (options.length > 0 && options.every((option) => text.includes(squashed(option))))
+  );
 }
 
 export class Looks {
-  #missing = new Map();  // card id -> how many times in a row its question was not to be seen
+  #missing = new Map(); // card id -> how many times in a row its question was not to be seen
   #next = -Infinity;
 
   constructor(app) {
@@ -36,7 +39,8 @@ export class Looks {
     this.#next = Infinity;
     try {
       const cards = this.app.cards.unsureAndShown();
-      for (const id of this.#missing.keys()) if (!cards.some((card) => card.id === id)) this.#missing.delete(id);
+      for (const id of this.#missing.keys())
+        if (!cards.some((card) => card.id === id)) this.#missing.delete(id);
       for (const card of cards) await this.#look(card);
     } finally {
       this.#next = clock.steady() + LOOK_MS;

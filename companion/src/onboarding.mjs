@@ -2,25 +2,28 @@
 import { accessSync, constants, statSync } from 'node:fs';
 import { homedir } from 'node:os';
 import { delimiter, join, relative, sep } from 'node:path';
-import { fileURLToPath } from 'node:url';
 import { invalid } from './errors.mjs';
+import { kdProgram } from './layout.mjs';
 import { AGENTS } from './proc.mjs';
 import { agentName } from './names.mjs';
 import { cut, oneLine } from './text.mjs';
 
-const KD = fileURLToPath(new URL('../dist/bin.js', import.meta.url));
 // Where agents install themselves, for a daemon that was started without a login shell's PATH.
-const USUAL = ['.local/bin', 'bin', '.npm-global/bin', '.bun/bin', '.cargo/bin'].map((name) => join(homedir(), name)).concat('/usr/local/bin', '/usr/bin', '/opt/homebrew/bin');
+const USUAL = ['.local/bin', 'bin', '.npm-global/bin', '.bun/bin', '.cargo/bin']
+  .map((name) => join(homedir(), name))
+  .concat('/usr/local/bin', '/usr/bin', '/opt/homebrew/bin');
 
 function findProgram(name, folders) {
-  return folders.map((folder) => join(folder, name)).find((path) => {
-    try {
-      accessSync(path, constants.X_OK);
-      return statSync(path).isFile();
-    } catch {
-      return false;
-    }
-  });
+  return folders
+    .map((folder) => join(folder, name))
+    .find((path) => {
+      try {
+        accessSync(path, constants.X_OK);
+        return statSync(path).isFile();
+      } catch {
+        return false;
+      }
+    });
 }
 
 const quoted = (text) => (/^[\w@%+=:,./-]+$/.test(text) ? text : `'${text.replaceAll("'", "'\\''")}'`);
@@ -29,21 +32,41 @@ export class Onboarding {
   constructor({ store, receipts }, env) {
     this.store = store;
     this.receipts = receipts;
-    this.folders = [...new Set([...(env.PATH ?? '').split(delimiter).filter((folder) => folder.startsWith('/')), ...USUAL])];
+    this.folders = [
+      ...new Set([...(env.PATH ?? '').split(delimiter).filter((folder) => folder.startsWith('/')), ...USUAL]),
+    ];
   }
 
   /** Whoever has had an answer arrive has nothing left to set up. */
-  get completed() { return this.store.setting('setup_finished') !== null || this.receipts.has(['answer.typed', 'answer.handed', 'answer.kept']); }
+  get completed() {
+    return (
+      this.store.setting('setup_finished') !== null ||
+      this.receipts.has(['answer.typed', 'answer.handed', 'answer.kept'])
+    );
+  }
 
-  get folder() { return this.store.setting('work_folder'); }
+  get folder() {
+    return this.store.setting('work_folder');
+  }
 
   status() {
     const asked = new Set(this.store.all('SELECT DISTINCT agent FROM sessions').map((row) => row.agent));
     const agents = AGENTS.map((id) => {
       const path = findProgram(id, this.folders);
-      return { id, name: agentName(id), install: path ? { state: 'installed', kind: 'path' } : { state: 'missing' }, ...(path ? { path } : {}), asked: asked.has(id) };
+      return {
+        id,
+        name: agentName(id),
+        install: path ? { state: 'installed', kind: 'path' } : { state: 'missing' },
+        ...(path ? { path } : {}),
+        asked: asked.has(id),
+      };
     });
-    return { completed: this.completed, ...(this.folder ? { folder: this.folder } : {}), agents, kd: `${quoted(process.execPath)} ${quoted(KD)}` };
+    return {
+      completed: this.completed,
+      ...(this.folder ? { folder: this.folder } : {}),
+      agents,
+      kd: `${quoted(process.execPath)} ${quoted(kdProgram)}`,
+    };
   }
 
   /** The folder that holds the user's projects. Must exist; it is only remembered, never changed. */

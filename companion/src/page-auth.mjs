@@ -25,9 +25,9 @@ export const presenceTag = (sessionId) => sha256(sessionId).slice(0, 32);
 const timeOfDay = (steady) => iso(clock.now() - (clock.steady() - steady));
 
 export class PageAuth {
-  #sessions = new Map();  // by id, the oldest first
-  #links = new Map();     // by token
-  #resets = new Map();    // token -> until when it may reset the key
+  #sessions = new Map(); // by id, the oldest first
+  #links = new Map(); // by token
+  #resets = new Map(); // token -> until when it may reset the key
 
   constructor(home) {
     this.key = new PageKey(home);
@@ -50,7 +50,8 @@ export class PageAuth {
       state = 'damaged';
     }
     const now = clock.steady();
-    for (const [token, until] of this.#resets) if (until <= now || this.#resets.size >= MAX_LINKS) this.#resets.delete(token);
+    for (const [token, until] of this.#resets)
+      if (until <= now || this.#resets.size >= MAX_LINKS) this.#resets.delete(token);
     const reset = secret();
     this.#resets.set(reset, now + RESET_MS);
     return { state, sessions: this.list(), reset };
@@ -60,7 +61,8 @@ export class PageAuth {
   resetKey(token) {
     const until = this.#resets.get(token);
     this.#resets.delete(token);
-    if (until === undefined || until <= clock.steady()) throw conflict('Look at /v1/page/key first, and give the "reset" that it gave.');
+    if (until === undefined || until <= clock.steady())
+      throw conflict('Look at /v1/page/key first, and give the "reset" that it gave.');
     this.key.forget();
     this.#links.clear();
     for (const session of this.#sessions.values()) this.#end(session);
@@ -73,7 +75,8 @@ export class PageAuth {
   }
 
   #addLink(link, now) {
-    for (const [token, { expires }] of this.#links) if (expires <= now || this.#links.size >= MAX_LINKS) this.#links.delete(token);
+    for (const [token, { expires }] of this.#links)
+      if (expires <= now || this.#links.size >= MAX_LINKS) this.#links.delete(token);
     const token = secret();
     this.#links.set(token, { ...link, expires: now + LINK_MS });
     return token;
@@ -82,9 +85,13 @@ export class PageAuth {
   /** A one-time login link. Once a key is registered, only its holder gets one. */
   mintLink(key, now = clock.steady()) {
     const group = this.key.hash;
-    if (group !== null && !this.key.matches(key)) throw forbidden(`A login link needs the header ${KEY_HEADER} with the registered page key.`);
+    if (group !== null && !this.key.matches(key))
+      throw forbidden(`A login link needs the header ${KEY_HEADER} with the registered page key.`);
     const host = this.#shellHost;
-    return { url: `http://${host}/login?t=${this.#addLink({ group, host }, now)}`, expires_at: iso(clock.now() + LINK_MS) };
+    return {
+      url: `http://${host}/login?t=${this.#addLink({ group, host }, now)}`,
+      expires_at: iso(clock.now() + LINK_MS),
+    };
   }
 
   /**
@@ -104,19 +111,35 @@ export class PageAuth {
 
   #begin(surface, { group, host }, now) {
     const id = secret();
-    const session = { id, tag: presenceTag(id), csrf: secret(), name: randomBytes(8).toString('hex'), surface, group, host, since: now, seen: now, live: true, streams: new Set(), holder: null };
+    const session = {
+      id,
+      tag: presenceTag(id),
+      csrf: secret(),
+      name: randomBytes(8).toString('hex'),
+      surface,
+      group,
+      host,
+      since: now,
+      seen: now,
+      live: true,
+      streams: new Set(),
+      holder: null,
+    };
     this.#sessions.set(id, session);
     this.prune(now);
     return session;
   }
 
-  #isOver(session, now) { return now - session.seen > SESSION_IDLE_MS || now - session.since > SESSION_AGE_MS[session.surface]; }
+  #isOver(session, now) {
+    return now - session.seen > SESSION_IDLE_MS || now - session.since > SESSION_AGE_MS[session.surface];
+  }
 
   /** Ends the sessions whose time is over, and of too many the oldest of a browser first: a shell may be typing. */
   prune(now = clock.steady()) {
     const all = () => [...this.#sessions.values()];
     for (const session of all()) if (this.#isOver(session, now)) this.#end(session);
-    while (this.#sessions.size > MAX_SESSIONS) this.#end(all().find(({ surface }) => surface === 'browser') ?? all()[0]);
+    while (this.#sessions.size > MAX_SESSIONS)
+      this.#end(all().find(({ surface }) => surface === 'browser') ?? all()[0]);
   }
 
   /** The session of a request by its cookie, at its own host; throws `unauthorized`. */
@@ -127,25 +150,38 @@ export class PageAuth {
     return session;
   }
 
-  get #shellHost() { return `127.0.0.1:${this.port}`; }
+  get #shellHost() {
+    return `127.0.0.1:${this.port}`;
+  }
 
   /** Refuses other names for this port (DNS rebinding) and pages of other origins. */
   checkAddress(headers) {
-    if (headers.host !== this.#shellHost && BROWSER_HOST.exec(headers.host)?.[1] !== String(this.port)) throw forbidden('This address is not the page of kelvadromed.');
-    if (headers.origin !== undefined && headers.origin !== `http://${headers.host}`) throw forbidden('Pages of other origins may not use kelvadromed.');
+    if (headers.host !== this.#shellHost && BROWSER_HOST.exec(headers.host)?.[1] !== String(this.port))
+      throw forbidden('This address is not the page of kelvadromed.');
+    if (headers.origin !== undefined && headers.origin !== `http://${headers.host}`)
+      throw forbidden('Pages of other origins may not use kelvadromed.');
   }
 
-  #hasToken(session, headers) { return typeof headers[CSRF_HEADER] === 'string' && same(headers[CSRF_HEADER], session.csrf); }
+  #hasToken(session, headers) {
+    return typeof headers[CSRF_HEADER] === 'string' && same(headers[CSRF_HEADER], session.csrf);
+  }
 
   /** Every write needs the token that only the page itself has; a browser must say, too, that it comes from there. */
   checkWrite(session, headers) {
-    if (!this.#hasToken(session, headers)) throw forbidden(`A write needs the header ${CSRF_HEADER} of this page session.`);
-    if (session.surface === 'browser' && headers.origin === undefined) throw forbidden('A write needs the header Origin.');
+    if (!this.#hasToken(session, headers))
+      throw forbidden(`A write needs the header ${CSRF_HEADER} of this page session.`);
+    if (session.surface === 'browser' && headers.origin === undefined)
+      throw forbidden('A write needs the header Origin.');
   }
 
   /** The token of a session. A browser's page was handed it once and keeps it: the cookie alone brings it to nobody. */
   tokenOf(session, headers) {
-    if (session.surface === 'browser' && !this.#hasToken(session, headers)) throw new Refusal('no_token', 403, 'This tab cannot be used: the page works in the tab that Kelvadrome opened. Open the page from Kelvadrome again.');
+    if (session.surface === 'browser' && !this.#hasToken(session, headers))
+      throw new Refusal(
+        'no_token',
+        403,
+        'This tab cannot be used: the page works in the tab that Kelvadrome opened. Open the page from Kelvadrome again.',
+      );
     return session.csrf;
   }
 
@@ -155,15 +191,25 @@ export class PageAuth {
    */
   shellOf(session, isThere) {
     if (session.surface === 'mac') return session;
-    const shell = [...this.#sessions.values()].findLast(({ surface, group, tag }) => surface === 'mac' && group === session.group && isThere(tag));
-    if (!shell) throw conflict('Kelvadrome, which opened this page, does not run, so nobody could deliver the answer. Start it, then press again.');
+    const shell = [...this.#sessions.values()].findLast(
+      ({ surface, group, tag }) => surface === 'mac' && group === session.group && isThere(tag),
+    );
+    if (!shell)
+      throw conflict(
+        'Kelvadrome, which opened this page, does not run, so nobody could deliver the answer. Start it, then press again.',
+      );
     return shell;
   }
 
   /** The sessions, the newest first, as they go on the wire. */
   list(current) {
     return [...this.#sessions.values()].reverse().map((session) => ({
-      session: session.name, surface: session.surface, since: timeOfDay(session.since), seen: timeOfDay(session.seen), current: session === current, ...session.holder,
+      session: session.name,
+      surface: session.surface,
+      since: timeOfDay(session.since),
+      seen: timeOfDay(session.seen),
+      current: session === current,
+      ...session.holder,
     }));
   }
 
@@ -173,13 +219,21 @@ export class PageAuth {
     this.#end(session);
   }
 
-  isAlive(tag) { return [...this.#sessions.values()].some((session) => session.tag === tag); }
+  isAlive(tag) {
+    return [...this.#sessions.values()].some((session) => session.tag === tag);
+  }
 
   /** Whether this session was opened by the holder of the page key, or no key is registered at all. */
-  isShell(session) { return session.surface === 'mac' && session.group === this.key.hash; }
+  isShell(session) {
+    return session.surface === 'mac' && session.group === this.key.hash;
+  }
 
   /** The tag of the newest session of a shell, for `kd answer` of the tests. */
-  newestTag() { return [...this.#sessions.values()].findLast(({ surface }) => surface === 'mac')?.tag ?? presenceTag(secret()); }
+  newestTag() {
+    return (
+      [...this.#sessions.values()].findLast(({ surface }) => surface === 'mac')?.tag ?? presenceTag(secret())
+    );
+  }
 }
 
 /** The session id of a Cookie header, or null. */
@@ -204,4 +258,3 @@ export function nextPath(text) {
   const url = new URL(text, 'http://127.0.0.1');
   return url.origin === 'http://127.0.0.1' ? url.pathname + url.search : '/';
 }
-

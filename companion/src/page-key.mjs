@@ -1,6 +1,15 @@
 // The page key of this home, kept as its hash. Whoever registers one first holds the page.
 import { createHash, randomBytes, timingSafeEqual } from 'node:crypto';
-import { closeSync, constants, fsyncSync, linkSync, openSync, readFileSync, unlinkSync, writeSync } from 'node:fs';
+import {
+  closeSync,
+  constants,
+  fsyncSync,
+  linkSync,
+  openSync,
+  readFileSync,
+  unlinkSync,
+  writeSync,
+} from 'node:fs';
 import { basename, dirname, join } from 'node:path';
 import { conflict, invalid } from './errors.mjs';
 
@@ -8,7 +17,8 @@ const { O_CREAT, O_EXCL, O_NOFOLLOW = 0, O_RDONLY, O_WRONLY } = constants;
 const FORM = /^[\x21-\x7e]{16,256}$/;
 
 export const sha256 = (text) => createHash('sha256').update(text, 'utf8').digest('hex');
-export const same = (a, b) => timingSafeEqual(createHash('sha256').update(a).digest(), createHash('sha256').update(b).digest());
+export const same = (a, b) =>
+  timingSafeEqual(createHash('sha256').update(a).digest(), createHash('sha256').update(b).digest());
 
 function withFile(path, flags, work) {
   const fd = openSync(path, flags, 0o600);
@@ -24,7 +34,9 @@ export class PageKey {
     this.path = join(home, 'page-key.sha256');
   }
 
-  #damaged() { return conflict(`${basename(this.path)} in the data home is damaged. "kd page-key --reset" forgets it.`); }
+  #damaged() {
+    return conflict(`${basename(this.path)} in the data home is damaged. "kd page-key --reset" forgets it.`);
+  }
 
   /** The registered hash, or null. A file that holds none locks the page rather than opening it to everyone. */
   get hash() {
@@ -47,9 +59,11 @@ export class PageKey {
 
   /** Registers the key. The same one again is fine, another is a conflict. Gives whether it is the first. */
   claim(key) {
-    if (typeof key !== 'string' || !FORM.test(key)) throw invalid('key', 'must be 16 to 256 printable characters');
+    if (typeof key !== 'string' || !FORM.test(key))
+      throw invalid('key', 'must be 16 to 256 printable characters');
     if (this.hash === null && this.#create(`${sha256(key)}\n`)) return true;
-    if (!this.matches(key)) throw conflict('Another page key is registered for this home. "kd page-key" says who holds the page.');
+    if (!this.matches(key))
+      throw conflict('Another page key is registered for this home. "kd page-key" says who holds the page.');
     return false;
   }
 

@@ -6,7 +6,7 @@ import { isIPv4 } from 'node:net';
 import { endianness } from 'node:os';
 import { isRunning, nameOf, parseStat } from './proc.mjs';
 
-const LOOKS = 3;  // the table is read in pieces, and a row can slip by while others come and go
+const LOOKS = 3; // the table is read in pieces, and a row can slip by while others come and go
 const MAX_STEPS = 64;
 export const canTell = process.platform === 'linux';
 
@@ -14,15 +14,22 @@ const readTable = (name) => readFileSync(`/proc/net/${name}`, 'latin1');
 
 function bytesOf(address) {
   if (isIPv4(address)) return Buffer.from(address.split('.').map(Number));
-  const [head, tail] = address.replace(/%.*/, '').split('::').map((half) => (half === '' ? [] : half.split(':')));
-  const groups = tail === undefined ? head : [...head, ...Array(8 - head.length - tail.length).fill('0'), ...tail];
+  const [head, tail] = address
+    .replace(/%.*/, '')
+    .split('::')
+    .map((half) => (half === '' ? [] : half.split(':')));
+  const groups =
+    tail === undefined ? head : [...head, ...Array(8 - head.length - tail.length).fill('0'), ...tail];
   return Buffer.from(groups.map((group) => group.padStart(4, '0')).join(''), 'hex');
 }
 
 /** An address and port as the kernel's tables print them: words of 4 bytes, each in the machine's own order. */
 function printed(bytes, port) {
   let text = '';
-  for (let at = 0; at < bytes.length; at += 4) text += (endianness() === 'LE' ? bytes.readUInt32LE(at) : bytes.readUInt32BE(at)).toString(16).padStart(8, '0');
+  for (let at = 0; at < bytes.length; at += 4)
+    text += (endianness() === 'LE' ? bytes.readUInt32LE(at) : bytes.readUInt32BE(at))
+      .toString(16)
+      .padStart(8, '0');
   return `${text}:${port.toString(16).padStart(4, '0')}`.toUpperCase();
 }
 
@@ -40,7 +47,9 @@ function placesOf({ remoteAddress, remotePort, localAddress, localPort }) {
   const [there, here] = [bytesOf(remoteAddress), bytesOf(localAddress)];
   const place = (table, from, to) => [table, printed(from, remotePort), printed(to, localPort)];
   // A program may also reach an IPv4 address through an IPv6 socket.
-  return there.length === 4 ? [place('tcp', there, here), place('tcp6', mapped(there), mapped(here))] : [place('tcp6', there, here)];
+  return there.length === 4
+    ? [place('tcp', there, here), place('tcp6', mapped(there), mapped(here))]
+    : [place('tcp6', there, here)];
 }
 
 /**
@@ -91,7 +100,10 @@ export class Admission {
       try {
         await this.#look(batch);
       } catch (error) {
-        if (!this.#failed) this.log(`nobody gets into the page port, for its connections cannot be looked at: ${error.message}`);
+        if (!this.#failed)
+          this.log(
+            `nobody gets into the page port, for its connections cannot be looked at: ${error.message}`,
+          );
         this.#failed = true;
         for (const { judge } of batch) judge(null);
       }
@@ -129,7 +141,7 @@ function holdsSocket(pid, inode) {
       }
     });
   } catch {
-    return false;  // it has ended, or is not for us to look into
+    return false; // it has ended, or is not for us to look into
   }
 }
 
@@ -139,7 +151,9 @@ function processTable() {
     if (!/^\d+$/.test(name)) continue;
     try {
       table.set(Number(name), parseStat(readFileSync(`/proc/${name}/stat`, 'latin1')));
-    } catch { /* it has ended */ }
+    } catch {
+      /* it has ended */
+    }
   }
   return table;
 }
@@ -148,8 +162,11 @@ function processTable() {
 export function holderOf(socket) {
   try {
     const { inode } = peerOf(socket);
-    for (const info of processTable().values()) if (holdsSocket(info.pid, inode)) return { pid: info.pid, program: nameOf(info) };
-  } catch { /* not there, or not for us to see */ }
+    for (const info of processTable().values())
+      if (holdsSocket(info.pid, inode)) return { pid: info.pid, program: nameOf(info) };
+  } catch {
+    /* not there, or not for us to see */
+  }
   return null;
 }
 
@@ -160,7 +177,8 @@ export function holderOf(socket) {
 function stemsFrom(info, agent, table) {
   const { pgid } = table.get(agent.pid) ?? {};
   if (info.sid === agent.pid || (info.pgid === pgid && table.get(process.pid)?.pgid !== pgid)) return true;
-  for (let at = info, steps = 0; at && steps < MAX_STEPS; at = table.get(at.ppid), steps++) if (at.pid === agent.pid) return true;
+  for (let at = info, steps = 0; at && steps < MAX_STEPS; at = table.get(at.ppid), steps++)
+    if (at.pid === agent.pid) return true;
   return false;
 }
 

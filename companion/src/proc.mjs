@@ -4,15 +4,39 @@ import { execFileSync } from 'node:child_process';
 import { basename } from 'node:path';
 
 /** The programs that are known as coding agents, by the name that `ps` prints. */
-export const AGENTS = ['claude', 'codex', 'grok', 'gemini', 'qwen', 'copilot', 'cursor-agent', 'droid', 'opencode', 'amp', 'aider', 'pi'];
+export const AGENTS = [
+  'claude',
+  'codex',
+  'grok',
+  'gemini',
+  'qwen',
+  'copilot',
+  'cursor-agent',
+  'droid',
+  'opencode',
+  'amp',
+  'aider',
+  'pi',
+];
 
 /** Programs that wait for commands. What an answer says must never reach one. */
 const SHELLS = ['zsh', 'bash', 'sh', 'fish', 'tcsh', 'csh', 'dash', 'ksh', 'nu', 'login'];
 export const isShell = (name) => SHELLS.includes(name.replace(/^-/, ''));
 
 const INTERPRETER = /^(node|nodejs|bun|deno|python[0-9.]*)$/;
-const NO_NAME = ['MainThread', 'node-MainThread'];  // what Node calls its first thread, and thereby the process
-const TAKES_A_VALUE = ['-r', '--require', '--import', '--loader', '--experimental-loader', '-C', '--conditions', '--env-file', '-X', '-W'];
+const NO_NAME = ['MainThread', 'node-MainThread']; // what Node calls its first thread, and thereby the process
+const TAKES_A_VALUE = [
+  '-r',
+  '--require',
+  '--import',
+  '--loader',
+  '--experimental-loader',
+  '-C',
+  '--conditions',
+  '--env-file',
+  '-X',
+  '-W',
+];
 const NO_SCRIPT = ['-e', '--eval', '-p', '--print', '-c', '-'];
 const SAYS_NOTHING = ['index', 'cli', 'main', '__main__'];
 
@@ -29,7 +53,8 @@ function packageOf(path) {
  */
 export function programName(comm, args) {
   const name = basename(comm) || comm;
-  if (!INTERPRETER.test(basename(args[0] ?? '')) || !(INTERPRETER.test(name) || NO_NAME.includes(name))) return name;
+  if (!INTERPRETER.test(basename(args[0] ?? '')) || !(INTERPRETER.test(name) || NO_NAME.includes(name)))
+    return name;
   for (let i = 1; i < args.length; i++) {
     if (NO_SCRIPT.includes(args[i])) return name;
     if (args[i] === '-m') return args[i + 1]?.split('.')[0] || name;
@@ -59,24 +84,44 @@ export function parseStat(text) {
   const fields = text.slice(close + 2).split(' ');
   const [state, ppid, pgid, sid, device, tpgid] = fields;
   return {
-    pid: Number(text.slice(0, open)), comm: text.slice(open + 1, close), state,
-    ppid: Number(ppid), pgid: Number(pgid), sid: Number(sid), tty: ttyName(Number(device)), tpgid: Number(tpgid),
-    started: Number(fields[19]), image: Number(fields[25]),
+    pid: Number(text.slice(0, open)),
+    comm: text.slice(open + 1, close),
+    state,
+    ppid: Number(ppid),
+    pgid: Number(pgid),
+    sid: Number(sid),
+    tty: ttyName(Number(device)),
+    tpgid: Number(tpgid),
+    started: Number(fields[19]),
+    image: Number(fields[25]),
   };
 }
 
 function fromPs(pid) {
-  const line = execFileSync('ps', ['-o', 'pid=,ppid=,pgid=,stat=,tty=,comm=', '-p', String(pid)], { encoding: 'utf8', timeout: 3000, stdio: ['ignore', 'pipe', 'ignore'] });
+  const line = execFileSync('ps', ['-o', 'pid=,ppid=,pgid=,stat=,tty=,comm=', '-p', String(pid)], {
+    encoding: 'utf8',
+    timeout: 3000,
+    stdio: ['ignore', 'pipe', 'ignore'],
+  });
   const match = /^\s*(\d+)\s+(\d+)\s+(\d+)\s+(\S+)\s+(\S+)\s+(.*?)\s*$/m.exec(line);
   if (!match) return null;
   const tty = ['?', '??', '-'].includes(match[5]) ? null : match[5];
-  return { pid: Number(match[1]), ppid: Number(match[2]), pgid: Number(match[3]), state: match[4][0], tty, comm: match[6].split('/').pop() };
+  return {
+    pid: Number(match[1]),
+    ppid: Number(match[2]),
+    pgid: Number(match[3]),
+    state: match[4][0],
+    tty,
+    comm: match[6].split('/').pop(),
+  };
 }
 
 /** One process, or null when there is none with this id. */
 export function processInfo(pid) {
   try {
-    return process.platform === 'linux' ? parseStat(readFileSync(`/proc/${pid}/stat`, 'latin1')) : fromPs(pid);
+    return process.platform === 'linux'
+      ? parseStat(readFileSync(`/proc/${pid}/stat`, 'latin1'))
+      : fromPs(pid);
   } catch {
     return null;
   }
@@ -85,15 +130,26 @@ export function processInfo(pid) {
 /** The words of a process's command line; none when they cannot be read. */
 export function argumentsOf(pid) {
   try {
-    if (process.platform === 'linux') return readFileSync(`/proc/${pid}/cmdline`, 'utf8').replace(/\0$/, '').split('\0');
-    return execFileSync('ps', ['-o', 'args=', '-p', String(pid)], { encoding: 'utf8', timeout: 3000, stdio: ['ignore', 'pipe', 'ignore'] }).trim().split(/\s+/);
+    if (process.platform === 'linux')
+      return readFileSync(`/proc/${pid}/cmdline`, 'utf8').replace(/\0$/, '').split('\0');
+    return execFileSync('ps', ['-o', 'args=', '-p', String(pid)], {
+      encoding: 'utf8',
+      timeout: 3000,
+      stdio: ['ignore', 'pipe', 'ignore'],
+    })
+      .trim()
+      .split(/\s+/);
   } catch {
     return [];
   }
 }
 
 /** The name that the process of this `info` goes by. */
-export const nameOf = (info) => programName(info.comm, INTERPRETER.test(info.comm) || NO_NAME.includes(info.comm) ? argumentsOf(info.pid) : []);
+export const nameOf = (info) =>
+  programName(
+    info.comm,
+    INTERPRETER.test(info.comm) || NO_NAME.includes(info.comm) ? argumentsOf(info.pid) : [],
+  );
 
 /**
  * Whether the process still runs; one that has ended and was not yet collected does not. `started`, when known, is its
@@ -102,7 +158,12 @@ export const nameOf = (info) => programName(info.comm, INTERPRETER.test(info.com
 export function isRunning(pid, started) {
   if (process.platform === 'linux') {
     const info = processInfo(pid);
-    return info !== null && info.state !== 'Z' && info.state !== 'X' && (started === undefined || info.started === started);
+    return (
+      info !== null &&
+      info.state !== 'Z' &&
+      info.state !== 'X' &&
+      (started === undefined || info.started === started)
+    );
   }
   try {
     process.kill(pid, 0);
@@ -124,7 +185,10 @@ export function identityOf(pid) {
 /** Whether the process of `live` is another one with its number, or runs another program since `live` was told. */
 export function isAnother({ pid, started, image }) {
   const now = identityOf(pid);
-  return now.started !== undefined && ((started !== undefined && now.started !== started) || (image !== undefined && now.image !== image));
+  return (
+    now.started !== undefined &&
+    ((started !== undefined && now.started !== started) || (image !== undefined && now.image !== image))
+  );
 }
 
 /** Why the process of `live` is no longer the one that asked; null while it is. */
@@ -137,9 +201,11 @@ export function whyNotTheAsker(live) {
 /** One variable of another process's environment at its start; null when it has none or cannot be read. */
 export function environmentOf(pid, name) {
   try {
-    const entry = readFileSync(`/proc/${pid}/environ`, 'utf8').split('\0').find((line) => line.startsWith(`${name}=`));
+    const entry = readFileSync(`/proc/${pid}/environ`, 'utf8')
+      .split('\0')
+      .find((line) => line.startsWith(`${name}=`));
     return entry === undefined ? null : entry.slice(name.length + 1);
   } catch {
-    return pid === process.pid || process.platform !== 'linux' ? process.env[name] ?? null : null;
+    return pid === process.pid || process.platform !== 'linux' ? (process.env[name] ?? null) : null;
   }
 }

@@ -6,7 +6,9 @@ import { environmentOf, isShell, processInfo } from './proc.mjs';
 import { agentName } from './names.mjs';
 
 const TMUX_MS = 2000;
-const PATH = [process.env.PATH, '/usr/local/bin', '/usr/bin', '/bin', '/opt/homebrew/bin'].filter(Boolean).join(':');
+const PATH = [process.env.PATH, '/usr/local/bin', '/usr/bin', '/bin', '/opt/homebrew/bin']
+  .filter(Boolean)
+  .join(':');
 
 function statOf(path, stat = statSync) {
   try {
@@ -35,11 +37,16 @@ function whyNotOurs(socket) {
  */
 function askTmux(socket, ...words) {
   return new Promise((done) => {
-    const client = execFile('tmux', ['-S', socket, ...words], { env: { PATH, LC_ALL: 'C.UTF-8' } }, (error, stdout) => {
-      clearTimeout(timer);
-      if (error) done(typeof error.code === 'number' ? null : undefined);
-      else done(stdout);
-    });
+    const client = execFile(
+      'tmux',
+      ['-S', socket, ...words],
+      { env: { PATH, LC_ALL: 'C.UTF-8' } },
+      (error, stdout) => {
+        clearTimeout(timer);
+        if (error) done(typeof error.code === 'number' ? null : undefined);
+        else done(stdout);
+      },
+    );
     const timer = setTimeout(() => {
       client.kill('SIGKILL');
       for (const end of [client.stdout, client.stderr]) end.destroy();
@@ -52,7 +59,7 @@ function askTmux(socket, ...words) {
 export async function screenOf({ pid, host, host_ref: pane }) {
   const named = host === 'tmux' ? serverOf(pid) : null;
   if (named === null || whyNotOurs(named.socket) !== null) return null;
-  return await askTmux(named.socket, 'capture-pane', '-p', '-t', pane) ?? null;
+  return (await askTmux(named.socket, 'capture-pane', '-p', '-t', pane)) ?? null;
 }
 
 /**
@@ -61,7 +68,9 @@ export async function screenOf({ pid, host, host_ref: pane }) {
  */
 function isNamesake(pid, tty) {
   const pane = statOf(`/dev/${tty}`);
-  const open = [0, 1, 2].map((fd) => statOf(`/proc/${pid}/fd/${fd}`)).filter((file) => file?.isCharacterDevice() && file.rdev === pane?.rdev);
+  const open = [0, 1, 2]
+    .map((fd) => statOf(`/proc/${pid}/fd/${fd}`))
+    .filter((file) => file?.isCharacterDevice() && file.rdev === pane?.rdev);
   return open.length > 0 && !open.some((file) => file.dev === pane.dev && file.ino === pane.ino);
 }
 
@@ -70,25 +79,38 @@ async function whyNotThroughTmux(name, info, pane) {
   if (named === null) return `${name} does not say which tmux server it runs in`;
   const why = whyNotOurs(named.socket);
   if (why !== null) return `the tmux server of ${name} ${why}`;
-  const said = await askTmux(named.socket, 'display-message', '-p', '-t', pane, '#{pid} #{pane_tty} #{pane_current_command}');
+  const said = await askTmux(
+    named.socket,
+    'display-message',
+    '-p',
+    '-t',
+    pane,
+    '#{pid} #{pane_tty} #{pane_current_command}',
+  );
   if (said === undefined) return null;
   const [server, path, ...command] = (said ?? '').trim().split(' ');
   if (server !== named.server || !path?.startsWith('/dev/')) return `tmux has no pane ${pane} for ${name}`;
   const tty = path.slice('/dev/'.length);
-  if (tty !== info.tty) return `${name} runs in the terminal ${info.tty}, but its tmux pane is ${tty}; something like "script" or "su" is between them`;
-  if (isNamesake(info.pid, tty)) return `${name} runs in a terminal of a container, which only has the same name as its tmux pane`;
+  if (tty !== info.tty)
+    return `${name} runs in the terminal ${info.tty}, but its tmux pane is ${tty}; something like "script" or "su" is between them`;
+  if (isNamesake(info.pid, tty))
+    return `${name} runs in a terminal of a container, which only has the same name as its tmux pane`;
   // tmux names the leader of the group in front. It says something of the agent only while that is the agent's group.
   const leader = command.join(' ');
-  return info.tpgid === info.pgid && isShell(leader) ? `the shell "${leader}" that started ${name} has the terminal together with it` : null;
+  return info.tpgid === info.pgid && isShell(leader)
+    ? `the shell "${leader}" that started ${name} has the terminal together with it`
+    : null;
 }
 
 async function whyNot(name, { pid, pgid, tty, host, host_ref: pane, codex_thread: thread }) {
-  if (host === 'unknown' && thread !== undefined) return null;  // goes through Codex's own queue
+  if (host === 'unknown' && thread !== undefined) return null; // goes through Codex's own queue
   const info = processInfo(pid);
   if (info === null) return `${name} has ended`;
-  if (info.tty !== tty) return `${name} runs in ${info.tty === null ? 'no terminal' : `the terminal ${info.tty}`}, not in ${tty}`;
+  if (info.tty !== tty)
+    return `${name} runs in ${info.tty === null ? 'no terminal' : `the terminal ${info.tty}`}, not in ${tty}`;
   if (pgid !== undefined && info.pgid !== pgid) return `${name} is not the process group that it says it is`;
-  if (host === 'unknown') return `${name} runs in a terminal that nothing can be typed into from outside, such as a window without tmux`;
+  if (host === 'unknown')
+    return `${name} runs in a terminal that nothing can be typed into from outside, such as a window without tmux`;
   return host === 'tmux' ? whyNotThroughTmux(name, info, pane) : null;
 }
 

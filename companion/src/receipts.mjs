@@ -16,21 +16,44 @@ export class Receipts {
 
   /** Newest first. */
   list(limit, topic) {
-    const rows = topic === undefined
-      ? this.store.all('SELECT * FROM receipts ORDER BY event_id DESC LIMIT ?', limit)
-      : this.store.all('SELECT * FROM receipts WHERE topic = ? ORDER BY event_id DESC LIMIT ?', topic, limit);
-    return rows.map((row) => ({ event_id: String(row.event_id), action: row.action, line: row.line, topic: row.topic, card_id: row.card_id, ts: iso(row.ts_ms) }));
+    const rows =
+      topic === undefined
+        ? this.store.all('SELECT * FROM receipts ORDER BY event_id DESC LIMIT ?', limit)
+        : this.store.all(
+            'SELECT * FROM receipts WHERE topic = ? ORDER BY event_id DESC LIMIT ?',
+            topic,
+            limit,
+          );
+    return rows.map((row) => ({
+      event_id: String(row.event_id),
+      action: row.action,
+      line: row.line,
+      topic: row.topic,
+      card_id: row.card_id,
+      ts: iso(row.ts_ms),
+    }));
   }
 
   /** The id of the newest receipt, as text. */
-  watermark() { return String(this.store.get('SELECT max(event_id) AS last FROM receipts').last ?? 0); }
+  watermark() {
+    return String(this.store.get('SELECT max(event_id) AS last FROM receipts').last ?? 0);
+  }
 
   has(actions) {
-    return this.store.get(`SELECT 1 AS found FROM receipts WHERE action IN (${actions.map(() => '?').join(', ')}) LIMIT 1`, ...actions) !== undefined;
+    return (
+      this.store.get(
+        `SELECT 1 AS found FROM receipts WHERE action IN (${actions.map(() => '?').join(', ')}) LIMIT 1`,
+        ...actions,
+      ) !== undefined
+    );
   }
 
   countToday(actions) {
     const marks = actions.map(() => '?').join(', ');
-    return this.store.get(`SELECT count(*) AS n FROM receipts WHERE ts_ms >= ? AND action IN (${marks})`, startOfToday(), ...actions).n;
+    return this.store.get(
+      `SELECT count(*) AS n FROM receipts WHERE ts_ms >= ? AND action IN (${marks})`,
+      startOfToday(),
+      ...actions,
+    ).n;
   }
 }

@@ -11,7 +11,8 @@ export class Reviews {
 
   /** Gives the token that must come with the answer. */
   begin(subject, now = clock.steady()) {
-    for (const [token, review] of this.#open) if (review.until <= now || this.#open.size >= MAX_OPEN) this.#open.delete(token);
+    for (const [token, review] of this.#open)
+      if (review.until <= now || this.#open.size >= MAX_OPEN) this.#open.delete(token);
     const token = secret();
     this.#open.set(token, { subject: JSON.stringify(subject), until: now + LASTS_MS });
     return token;
@@ -22,6 +23,10 @@ export class Reviews {
     const review = this.#open.get(token);
     this.#open.delete(token);
     if (review && review.until > now && review.subject === JSON.stringify(subject)) return;
-    throw new Refusal('review_needed', 409, 'This is marked as high risk. Look at the answer once more and confirm it.');
+    throw new Refusal(
+      'review_needed',
+      409,
+      'This is marked as high risk. Look at the answer once more and confirm it.',
+    );
   }
 }

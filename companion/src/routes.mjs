@@ -22,13 +22,20 @@ const shortLine = (body, field, max) => {
 };
 
 const pressed = (app, { body, session }) => ({
-  id: required.string(body, 'card_id'), version: required.integer(body, 'version'), answer: body.answer,
-  acceptAllDefaults: optional.boolean(body, 'accept_all_defaults') ?? false, presser: session?.tag,
+  id: required.string(body, 'card_id'),
+  version: required.integer(body, 'version'),
+  answer: body.answer,
+  acceptAllDefaults: optional.boolean(body, 'accept_all_defaults') ?? false,
+  presser: session?.tag,
   presence: session ? app.auth.shellOf(session, (tag) => app.jobs.isThere(tag)).tag : app.auth.newestTag(),
 });
 
 function answer(app, call) {
-  return app.cards.answer({ ...pressed(app, call), review: optional.string(call.body, 'review'), surface: call.session ? 'page' : 'socket' });
+  return app.cards.answer({
+    ...pressed(app, call),
+    review: optional.string(call.body, 'review'),
+    surface: call.session ? 'page' : 'socket',
+  });
 }
 
 async function ask(app, { body, signal }) {
@@ -54,8 +61,14 @@ function touch(app, { body }) {
   const { agent, session_id } = readIdentity(body);
   const live = readLive(body);
   const seen = {
-    agent, session_id: session_id ?? `${agent}-${live?.pid ?? 'local'}`, live, label: shortLine(body, 'label', 80), doing: shortLine(body, 'doing', 200),
-    kind: shortLine(body, 'kind', 40), topic: readTopic(body), status: optional.oneOf(body, 'status', STATUS_WORDS),
+    agent,
+    session_id: session_id ?? `${agent}-${live?.pid ?? 'local'}`,
+    live,
+    label: shortLine(body, 'label', 80),
+    doing: shortLine(body, 'doing', 200),
+    kind: shortLine(body, 'kind', 40),
+    topic: readTopic(body),
+    status: optional.oneOf(body, 'status', STATUS_WORDS),
   };
   return app.store.tx(() => {
     app.topics.touch(seen.topic, { folder: live?.cwd });
@@ -68,7 +81,11 @@ function report(app, { body, session }) {
   const id = required.string(body, 'job_id');
   const outcome = required.oneOf(body, 'outcome', ['start', 'done', 'refused', 'failed']);
   if (outcome === 'start') return app.jobs.start(id, session);
-  return app.jobs.report(id, { outcome, reason: shortLine(body, 'reason', 1000), path: optional.string(body, 'path') ?? 'host' }, session);
+  return app.jobs.report(
+    id,
+    { outcome, reason: shortLine(body, 'reason', 1000), path: optional.string(body, 'path') ?? 'host' },
+    session,
+  );
 }
 
 function inbox(app, { body }) {
@@ -86,77 +103,185 @@ function inbox(app, { body }) {
 }
 
 function liveHosts(app, { body }) {
-  app.hosts = { hosts: required.list(body, 'hosts', { max: 400 }), access: optional.object(body, 'access') ?? {} };
+  app.hosts = {
+    hosts: required.list(body, 'hosts', { max: 400 }),
+    access: optional.object(body, 'access') ?? {},
+  };
   return { received: app.hosts.hosts.length };
 }
 
 const routes = {
   'GET /v1/health': { on: both, run: (app) => app.health() },
   'GET /v1/stream': { on: both, stream: true },
-  'GET /v1/page/me': { on: ['page'], run: (app, { session, headers }) => ({ csrf: app.auth.tokenOf(session, headers), hold_s: { low: app.settings.holdMs('low') / 1000, high: app.settings.holdMs('high') / 1000 } }) },
+  'GET /v1/page/me': {
+    on: ['page'],
+    run: (app, { session, headers }) => ({
+      csrf: app.auth.tokenOf(session, headers),
+      hold_s: { low: app.settings.holdMs('low') / 1000, high: app.settings.holdMs('high') / 1000 },
+    }),
+  },
 
   'POST /v1/cards/list': { on: both, run: (app) => ({ cards: app.cards.list() }) },
-  'POST /v1/cards/detail': { on: both, run: (app, { body }) => ({ card: app.cards.view(app.cards.find(required.string(body, 'card_id'))) }) },
+  'POST /v1/cards/detail': {
+    on: both,
+    run: (app, { body }) => ({ card: app.cards.view(app.cards.find(required.string(body, 'card_id'))) }),
+  },
   'POST /v1/handoffs/list': { on: both, run: (app) => ({ cards: app.cards.ofKind('handoff_review', 100) }) },
   'POST /v1/board': { on: both, run: (app) => ({ topics: app.topics.board() }) },
-  'POST /v1/topic/detail': { on: both, run: (app, { body }) => app.topics.detail(required.string(body, 'topic'), app.cards, app.receipts) },
-  'POST /v1/receipts/list': { on: both, run: (app, { body }) => ({ receipts: app.receipts.list(optional.integer(body, 'limit', { min: 1, max: 1000 }) ?? 100) }) },
-  'POST /v1/agents/status': { on: both, run: (app) => ({ sessions: app.sessions.list(app.topics), locks: [], autopilot: [] }) },
+  'POST /v1/topic/detail': {
+    on: both,
+    run: (app, { body }) => app.topics.detail(required.string(body, 'topic'), app.cards, app.receipts),
+  },
+  'POST /v1/receipts/list': {
+    on: both,
+    run: (app, { body }) => ({
+      receipts: app.receipts.list(optional.integer(body, 'limit', { min: 1, max: 1000 }) ?? 100),
+    }),
+  },
+  'POST /v1/agents/status': {
+    on: both,
+    run: (app) => ({ sessions: app.sessions.list(app.topics), locks: [], autopilot: [] }),
+  },
   'POST /v1/inbox': { on: both, run: inbox },
-  'POST /v1/search': { on: both, run: (app, { body }) => app.topics.search(required.string(body, 'q', { max: 200 }).trim(), optional.integer(body, 'limit', { min: 1, max: 50 }) ?? 20) },
-  'POST /v1/sessions/live': { on: both, run: (app) => ({ sessions: app.sessions.live(), crew_labels: true }) },
+  'POST /v1/search': {
+    on: both,
+    run: (app, { body }) =>
+      app.topics.search(
+        required.string(body, 'q', { max: 200 }).trim(),
+        optional.integer(body, 'limit', { min: 1, max: 50 }) ?? 20,
+      ),
+  },
+  'POST /v1/sessions/live': {
+    on: both,
+    run: (app) => ({ sessions: app.sessions.live(), crew_labels: true }),
+  },
 
   'POST /v1/ask': { on: ['socket'], run: ask },
-  'POST /v1/ask/wait': { on: ['socket'], run: (app, { body, signal }) => app.jobs.waitFor(required.string(body, 'card_id'), optional.integer(body, 'wait_ms', { max: MAX_WAIT_MS }) ?? MAX_WAIT_MS, signal) },
+  'POST /v1/ask/wait': {
+    on: ['socket'],
+    run: (app, { body, signal }) =>
+      app.jobs.waitFor(
+        required.string(body, 'card_id'),
+        optional.integer(body, 'wait_ms', { max: MAX_WAIT_MS }) ?? MAX_WAIT_MS,
+        signal,
+      ),
+  },
   'POST /v1/ask/withdraw': { on: ['socket'], run: withdraw },
   'POST /v1/sessions/touch': { on: ['socket'], run: touch },
 
-  'POST /v1/page/claim': { on: ['socket'], run: (app, { body }) => {
-    app.auth.claimKey(body.key);
-    return { registered: true };
-  } },
-  'POST /v1/page/token': { on: ['socket'], run: (app, { headers }) => app.auth.mintLink(headers[KEY_HEADER]) },
+  'POST /v1/page/claim': {
+    on: ['socket'],
+    run: (app, { body }) => {
+      app.auth.claimKey(body.key);
+      return { registered: true };
+    },
+  },
+  'POST /v1/page/token': {
+    on: ['socket'],
+    run: (app, { headers }) => app.auth.mintLink(headers[KEY_HEADER]),
+  },
 
   'POST /v1/page/key': { on: ['socket'], run: (app) => app.auth.keyState() },
-  'POST /v1/page/key/reset': { on: ['socket'], run: (app, { body }) => {
-    app.auth.resetKey(required.string(body, 'reset'));
-    app.store.tx(() => app.receipts.add('page.key_reset', 'The page key was forgotten and every page session ended. Whoever registers a key next holds the page.'));
-    app.changed();
-    return { forgotten: true };
-  } },
-  'POST /v1/page/sessions': { on: ['page'], run: (app, { session }) => ({ sessions: app.auth.list(session) }) },
-  'POST /v1/page/sessions/end': { on: ['page'], run: (app, { body }) => {
-    app.auth.endByName(required.string(body, 'session'));
-    app.changed();
-    return { ended: true };
-  } },
+  'POST /v1/page/key/reset': {
+    on: ['socket'],
+    run: (app, { body }) => {
+      app.auth.resetKey(required.string(body, 'reset'));
+      app.store.tx(() =>
+        app.receipts.add(
+          'page.key_reset',
+          'The page key was forgotten and every page session ended. Whoever registers a key next holds the page.',
+        ),
+      );
+      app.changed();
+      return { forgotten: true };
+    },
+  },
+  'POST /v1/page/sessions': {
+    on: ['page'],
+    run: (app, { session }) => ({ sessions: app.auth.list(session) }),
+  },
+  'POST /v1/page/sessions/end': {
+    on: ['page'],
+    run: (app, { body }) => {
+      app.auth.endByName(required.string(body, 'session'));
+      app.changed();
+      return { ended: true };
+    },
+  },
 
   'POST /v1/onboarding/status': { on: both, run: (app) => app.onboarding.status() },
-  'POST /v1/onboarding/folder': { on: both, run: (app, { body }) => app.onboarding.setFolder(required.string(body, 'path', { max: 4096 })) },
+  'POST /v1/onboarding/folder': {
+    on: both,
+    run: (app, { body }) => app.onboarding.setFolder(required.string(body, 'path', { max: 4096 })),
+  },
   'POST /v1/onboarding/finish': { on: ['page'], run: (app) => app.onboarding.finish() },
 
-  'POST /v1/test/advance': { on: [], testSocket: true, run: (app, { body }) => {
-    clock.advance(optional.integer(body, 'ms') ?? 0);
-    clock.setTimeOfDay(optional.integer(body, 'set_ms', { min: -Number.MAX_SAFE_INTEGER }) ?? 0);
-    app.changed();
-    return {};
-  } },
+  'POST /v1/test/advance': {
+    on: [],
+    testSocket: true,
+    run: (app, { body }) => {
+      clock.advance(optional.integer(body, 'ms') ?? 0);
+      clock.setTimeOfDay(optional.integer(body, 'set_ms', { min: -Number.MAX_SAFE_INTEGER }) ?? 0);
+      app.changed();
+      return {};
+    },
+  },
 
   'POST /v1/cards/answer': { on: ['page'], answers: true, testSocket: true, run: answer },
-  'POST /v1/page/review': { on: ['page'], answers: true, run: (app, call) => app.cards.review(pressed(app, call)) },
-  'POST /v1/page/cancel': { on: ['page'], answers: true, run: (app, { body }) => app.cards.undo(required.string(body, 'card_id')) },
-  'POST /v1/page/dismiss': { on: ['page'], answers: true, run: (app, { body }) => app.cards.dismiss(required.string(body, 'card_id'), required.integer(body, 'version')) },
-  'POST /v1/deliver/claim': { on: ['page'], shell: true, run: async (app, { body, session, signal }) => ({ jobs: await app.jobs.claim(session, optional.integer(body, 'wait_ms', { max: MAX_CLAIM_MS }) ?? 0, signal) }) },
+  'POST /v1/page/review': {
+    on: ['page'],
+    answers: true,
+    run: (app, call) => app.cards.review(pressed(app, call)),
+  },
+  'POST /v1/page/cancel': {
+    on: ['page'],
+    answers: true,
+    run: (app, { body }) => app.cards.undo(required.string(body, 'card_id')),
+  },
+  'POST /v1/page/dismiss': {
+    on: ['page'],
+    answers: true,
+    run: (app, { body }) =>
+      app.cards.dismiss(required.string(body, 'card_id'), required.integer(body, 'version')),
+  },
+  'POST /v1/deliver/claim': {
+    on: ['page'],
+    shell: true,
+    run: async (app, { body, session, signal }) => ({
+      jobs: await app.jobs.claim(
+        session,
+        optional.integer(body, 'wait_ms', { max: MAX_CLAIM_MS }) ?? 0,
+        signal,
+      ),
+    }),
+  },
   'POST /v1/deliver/report': { on: ['page'], shell: true, run: report },
   'POST /v1/live/hosts': { on: ['page'], shell: true, run: liveHosts },
 };
 
 const unbuilt = [
-  '/v1/talk/propose', '/v1/relay/status', '/v1/relay/enable', '/v1/relay/device/revoke', '/v1/relay/pair/start',
-  '/v1/relay/pair/decide', '/v1/voice/scan', '/v1/voice/settings/get', '/v1/voice/settings', '/v1/voice/engine/status', '/v1/voice/engine/used',
-  '/v1/voice/budget/reserve', '/v1/voice/mode/switched', '/v1/voice/transcribe',
+  '/v1/talk/propose',
+  '/v1/relay/status',
+  '/v1/relay/enable',
+  '/v1/relay/device/revoke',
+  '/v1/relay/pair/start',
+  '/v1/relay/pair/decide',
+  '/v1/voice/scan',
+  '/v1/voice/settings/get',
+  '/v1/voice/settings',
+  '/v1/voice/engine/status',
+  '/v1/voice/engine/used',
+  '/v1/voice/budget/reserve',
+  '/v1/voice/mode/switched',
+  '/v1/voice/transcribe',
 ];
-for (const path of unbuilt) routes[`POST ${path}`] = { on: both, run: () => { throw notBuilt(path); } };
+for (const path of unbuilt)
+  routes[`POST ${path}`] = {
+    on: both,
+    run: () => {
+      throw notBuilt(path);
+    },
+  };
 
 const paths = new Set(Object.keys(routes).map((key) => key.split(' ')[1]));
 
@@ -169,5 +294,9 @@ export function findRoute(method, path) {
 export function checkSurface(route, surface, settings, session) {
   if (route.shell && session?.surface === 'browser') throw forbidden('Only Kelvadrome itself may do this.');
   if (route.on.includes(surface) || (surface === 'socket' && route.testSocket && settings.test)) return;
-  throw forbidden(surface === 'socket' ? 'Only a page session may do this: an answer must be pressed by the user.' : 'This route is for programs on the local socket.');
+  throw forbidden(
+    surface === 'socket'
+      ? 'Only a page session may do this: an answer must be pressed by the user.'
+      : 'This route is for programs on the local socket.',
+  );
 }

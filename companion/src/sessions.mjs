@@ -21,17 +21,25 @@ export class Sessions {
   touch({ agent, session_id: sessionId, label, status, doing, topic, kind, live }, now = clock.now()) {
     const old = this.store.get('SELECT * FROM sessions WHERE agent = ? AND session_id = ?', agent, sessionId);
     const next = {
-      label: label ?? old?.label ?? null, status: status ?? old?.status ?? 'idle', topic: topic ?? old?.topic ?? null, kind: kind ?? old?.kind ?? null,
+      label: label ?? old?.label ?? null,
+      status: status ?? old?.status ?? 'idle',
+      topic: topic ?? old?.topic ?? null,
+      kind: kind ?? old?.kind ?? null,
       // What an agent was doing does not outlive the status that it was said with.
-      doing: doing ?? (status === undefined || status === old?.status ? old?.doing ?? null : null),
-      live: live ? JSON.stringify(live) : old?.live ?? null,
-      callsign: old && old.ended_ms === null ? old.callsign : this.#callsign(), ended_ms: status === 'ended' ? now : null, seen_ms: now,
+      doing: doing ?? (status === undefined || status === old?.status ? (old?.doing ?? null) : null),
+      live: live ? JSON.stringify(live) : (old?.live ?? null),
+      callsign: old && old.ended_ms === null ? old.callsign : this.#callsign(),
+      ended_ms: status === 'ended' ? now : null,
+      seen_ms: now,
     };
     const names = Object.keys(next);
     this.store.run(
       `INSERT INTO sessions (agent, session_id, ${names.join(', ')}) VALUES (?, ?, ${names.map(() => '?').join(', ')})
        ON CONFLICT (agent, session_id) DO UPDATE SET ${names.map((name) => `${name} = excluded.${name}`).join(', ')}`,
-      agent, sessionId, ...Object.values(next));
+      agent,
+      sessionId,
+      ...Object.values(next),
+    );
     this.store.afterCommit(() => this.hub.publish('session.changed', { agent, session_id: sessionId }));
     return { agent, session_id: sessionId, status: next.status, callsign: next.callsign };
   }
@@ -40,26 +48,50 @@ export class Sessions {
   goOn({ agent, session_id: sessionId }, now = clock.now()) {
     const { changes } = this.store.run(
       `UPDATE sessions SET status = 'working', seen_ms = ?1 WHERE agent = ?2 AND session_id = ?3 AND ended_ms IS NULL AND status IN ('waiting','waiting_me')
-       AND NOT EXISTS (SELECT 1 FROM cards c WHERE c.agent = ?2 AND c.session_id = ?3 AND c.state <> 'closed' AND c.gone_ms IS NULL AND c.blocking = 1)`, now, agent, sessionId);
-    if (changes > 0) this.store.afterCommit(() => this.hub.publish('session.changed', { agent, session_id: sessionId }));
+       AND NOT EXISTS (SELECT 1 FROM cards c WHERE c.agent = ?2 AND c.session_id = ?3 AND c.state <> 'closed' AND c.gone_ms IS NULL AND c.blocking = 1)`,
+      now,
+      agent,
+      sessionId,
+    );
+    if (changes > 0)
+      this.store.afterCommit(() => this.hub.publish('session.changed', { agent, session_id: sessionId }));
   }
 
   /** The asker of this card gave a sign of life. */
   seen({ agent, session_id: sessionId }, now = clock.now()) {
-    this.store.run('UPDATE sessions SET seen_ms = ?1 WHERE agent = ?2 AND session_id = ?3 AND ended_ms IS NULL AND seen_ms < ?1 - ?4', now, agent, sessionId, TELL_EVERY_MS);
+    this.store.run(
+      'UPDATE sessions SET seen_ms = ?1 WHERE agent = ?2 AND session_id = ?3 AND ended_ms IS NULL AND seen_ms < ?1 - ?4',
+      now,
+      agent,
+      sessionId,
+      TELL_EVERY_MS,
+    );
   }
 
   #callsign() {
-    return freeCallsign(new Set(this.store.all('SELECT callsign FROM sessions WHERE ended_ms IS NULL').map((row) => row.callsign)));
+    return freeCallsign(
+      new Set(
+        this.store.all('SELECT callsign FROM sessions WHERE ended_ms IS NULL').map((row) => row.callsign),
+      ),
+    );
   }
 
   /** Every session that lives or ended within the hour, with the status that is true now. */
   #current(now = clock.now()) {
-    const rows = this.store.all('SELECT * FROM sessions WHERE ended_ms IS NULL OR ended_ms > ? ORDER BY agent, session_id', now - ENDED_SHOWN_MS);
+    const rows = this.store.all(
+      'SELECT * FROM sessions WHERE ended_ms IS NULL OR ended_ms > ? ORDER BY agent, session_id',
+      now - ENDED_SHOWN_MS,
+    );
     for (const row of rows) {
       row.live = row.live ? JSON.parse(row.live) : null;
       if (row.ended_ms === null && this.#hasEnded(row, now)) {
-        this.store.run('UPDATE sessions SET status = ?, ended_ms = ?, doing = NULL WHERE agent = ? AND session_id = ?', 'ended', now, row.agent, row.session_id);
+        this.store.run(
+          'UPDATE sessions SET status = ?, ended_ms = ?, doing = NULL WHERE agent = ? AND session_id = ?',
+          'ended',
+          now,
+          row.agent,
+          row.session_id,
+        );
         row.status = 'ended';
         row.doing = null;
       }
@@ -74,23 +106,45 @@ export class Sessions {
 
   /** Rows of `/v1/agents/status`. A session with a question that blocks it waits for the user, whatever it said last. */
   list(topics) {
-    const asking = new Set(this.store.all("SELECT DISTINCT agent, session_id FROM cards WHERE state <> 'closed' AND gone_ms IS NULL AND blocking = 1").map((row) => `${row.agent}\0${row.session_id}`));
+    const asking = new Set(
+      this.store
+        .all(
+          "SELECT DISTINCT agent, session_id FROM cards WHERE state <> 'closed' AND gone_ms IS NULL AND blocking = 1",
+        )
+        .map((row) => `${row.agent}\0${row.session_id}`),
+    );
     return this.#current().map((row) => {
       const waits = row.status !== 'ended' && asking.has(`${row.agent}\0${row.session_id}`);
       const fields = {
-        agent: row.agent, session_id: row.session_id, label: row.label, status: waits ? 'waiting_me' : row.status, topic: row.topic,
-        kind: row.kind, doing: waits ? 'waits for you' : row.doing, topic_title: topics.title(row.topic), callsign: row.callsign,
-        pid: row.live?.pid, tty: row.live?.tty, host: row.live?.host,
+        agent: row.agent,
+        session_id: row.session_id,
+        label: row.label,
+        status: waits ? 'waiting_me' : row.status,
+        topic: row.topic,
+        kind: row.kind,
+        doing: waits ? 'waits for you' : row.doing,
+        topic_title: topics.title(row.topic),
+        callsign: row.callsign,
+        pid: row.live?.pid,
+        tty: row.live?.tty,
+        host: row.live?.host,
       };
-      return Object.fromEntries(Object.entries(fields).filter(([, value]) => value !== null && value !== undefined));
+      return Object.fromEntries(
+        Object.entries(fields).filter(([, value]) => value !== null && value !== undefined),
+      );
     });
   }
 
   /** Rows of `/v1/sessions/live`. */
   live() {
-    return this.#current().filter((row) => row.live).map((row) => ({
-      key: `${row.agent}:${row.session_id}`, host: row.live.host ?? 'unknown', ...(row.live.tty ? { tty: row.live.tty } : {}),
-      callsign: row.callsign, status: row.status,
-    }));
+    return this.#current()
+      .filter((row) => row.live)
+      .map((row) => ({
+        key: `${row.agent}:${row.session_id}`,
+        host: row.live.host ?? 'unknown',
+        ...(row.live.tty ? { tty: row.live.tty } : {}),
+        callsign: row.callsign,
+        status: row.status,
+      }));
   }
 }

@@ -52,15 +52,18 @@ const MIGRATIONS = [
 const FILE = 'kelvadromed.db';
 const SQLITE_BUSY = 5;
 const OPEN_TRIES = 4;
-const isCorrupt = (error) => error.errcode === 11 || error.errcode === 26;  // SQLITE_CORRUPT, SQLITE_NOTADB
+const isCorrupt = (error) => error.errcode === 11 || error.errcode === 26; // SQLITE_CORRUPT, SQLITE_NOTADB
 
 function openChecked(path) {
   const db = new DatabaseSync(path, { timeout: 500 });
   try {
-    db.exec('PRAGMA locking_mode = EXCLUSIVE; PRAGMA journal_mode = WAL; PRAGMA synchronous = FULL; PRAGMA foreign_keys = ON;');
+    db.exec(
+      'PRAGMA locking_mode = EXCLUSIVE; PRAGMA journal_mode = WAL; PRAGMA synchronous = FULL; PRAGMA foreign_keys = ON;',
+    );
     db.exec('BEGIN IMMEDIATE; COMMIT');
     const verdict = db.prepare('PRAGMA quick_check(1)').get();
-    if (Object.values(verdict)[0] !== 'ok') throw Object.assign(new Error(String(Object.values(verdict)[0])), { errcode: 11 });
+    if (Object.values(verdict)[0] !== 'ok')
+      throw Object.assign(new Error(String(Object.values(verdict)[0])), { errcode: 11 });
     return db;
   } catch (error) {
     db.close();
@@ -85,14 +88,17 @@ function openAlone(path) {
 
 function setAside(path, now) {
   const kept = `${path}.damaged-${iso(now).replace(/[-:]/g, '').replace(/\.\d+/, '')}`;
-  for (const suffix of ['', '-wal', '-shm']) if (existsSync(path + suffix)) renameSync(path + suffix, kept + suffix);
+  for (const suffix of ['', '-wal', '-shm'])
+    if (existsSync(path + suffix)) renameSync(path + suffix, kept + suffix);
   return kept;
 }
 
 function migrate(db) {
   const { user_version: version } = db.prepare('PRAGMA user_version').get();
   if (version > MIGRATIONS.length) {
-    throw new StartError(`The database was written by a newer kelvadromed (schema ${version}, this one knows ${MIGRATIONS.length}). Nothing was changed.`);
+    throw new StartError(
+      `The database was written by a newer kelvadromed (schema ${version}, this one knows ${MIGRATIONS.length}). Nothing was changed.`,
+    );
   }
   for (let next = version; next < MIGRATIONS.length; next++) {
     db.exec(`BEGIN IMMEDIATE; ${MIGRATIONS[next]} PRAGMA user_version = ${next + 1}; COMMIT;`);
@@ -123,20 +129,30 @@ export class Store {
       migrate(this.#db);
     } catch (error) {
       if (error instanceof StartError) throw error;
-      if (error.errcode === SQLITE_BUSY) throw new StartError(`Another kelvadromed uses the home ${home}.`, 3);
+      if (error.errcode === SQLITE_BUSY)
+        throw new StartError(`Another kelvadromed uses the home ${home}.`, 3);
       throw new StartError(`The database ${path} cannot be used: ${error.message}.`);
     }
   }
 
   #prepared(sql) {
     let statement = this.#statements.get(sql);
-    if (!statement) this.#statements.set(sql, statement = this.#db.prepare(sql));
+    if (!statement) {
+      statement = this.#db.prepare(sql);
+      this.#statements.set(sql, statement);
+    }
     return statement;
   }
 
-  get(sql, ...values) { return this.#prepared(sql).get(...values); }
-  all(sql, ...values) { return this.#prepared(sql).all(...values); }
-  run(sql, ...values) { return this.#prepared(sql).run(...values); }
+  get(sql, ...values) {
+    return this.#prepared(sql).get(...values);
+  }
+  all(sql, ...values) {
+    return this.#prepared(sql).all(...values);
+  }
+  run(sql, ...values) {
+    return this.#prepared(sql).run(...values);
+  }
 
   /** Inserts one row given as an object; absent values become NULL. Returns the row id. */
   insert(table, row) {
@@ -166,11 +182,23 @@ export class Store {
   }
 
   /** Must be called inside `tx`. */
-  afterCommit(tell) { this.#afterCommit.push(tell); }
+  afterCommit(tell) {
+    this.#afterCommit.push(tell);
+  }
 
   /** A small fact that outlives the process; null when it was never kept. */
-  setting(name) { return this.get('SELECT value FROM settings WHERE name = ?', name)?.value ?? null; }
-  keepSetting(name, value) { this.run('INSERT INTO settings (name, value) VALUES (?, ?) ON CONFLICT (name) DO UPDATE SET value = excluded.value', name, String(value)); }
+  setting(name) {
+    return this.get('SELECT value FROM settings WHERE name = ?', name)?.value ?? null;
+  }
+  keepSetting(name, value) {
+    this.run(
+      'INSERT INTO settings (name, value) VALUES (?, ?) ON CONFLICT (name) DO UPDATE SET value = excluded.value',
+      name,
+      String(value),
+    );
+  }
 
-  close() { this.#db.close(); }
+  close() {
+    this.#db.close();
+  }
 }

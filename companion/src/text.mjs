@@ -6,8 +6,13 @@ const BLANK = 0x20;
 const graphemes = new Intl.Segmenter('und', { granularity: 'grapheme' });
 
 const isDropped = (c) =>
-  c < 32 || (c >= 127 && c <= 159) || (c >= 0x200b && c <= 0x200f) || (c >= 0x202a && c <= 0x202e) ||
-  (c >= 0x2060 && c <= 0x2064) || (c >= 0x2066 && c <= 0x2069) || c === 0xfeff;
+  c < 32 ||
+  (c >= 127 && c <= 159) ||
+  (c >= 0x200b && c <= 0x200f) ||
+  (c >= 0x202a && c <= 0x202e) ||
+  (c >= 0x2060 && c <= 0x2064) ||
+  (c >= 0x2066 && c <= 0x2069) ||
+  c === 0xfeff;
 const isLineBreak = (c) => (c >= 9 && c <= 13) || c === 133 || c === 0x2028 || c === 0x2029;
 
 /** Index just past the first scalar from `from` on for which `ends` holds; the end of the text when none does. */
@@ -22,7 +27,7 @@ const endsControl = (c) => c >= 64 && c <= 126;
 function withoutControls(text) {
   const scalars = Array.from(text, (c) => c.codePointAt(0));
   const kept = [];
-  for (let i = 0; i < scalars.length;) {
+  for (let i = 0; i < scalars.length; ) {
     const c = scalars[i];
     if (c === 27) {
       const next = scalars[i + 1];
@@ -52,7 +57,10 @@ function withoutControls(text) {
 
 /** One clean line: no controls, composed, single blanks, trimmed. May be empty; no limit on its length. */
 export function oneLine(text) {
-  return withoutControls(text).normalize('NFC').replace(/ {2,}/g, ' ').replace(/^[\p{Zs}\t]+|[\p{Zs}\t]+$/gu, '');
+  return withoutControls(text)
+    .normalize('NFC')
+    .replace(/ {2,}/g, ' ')
+    .replace(/^[\p{Zs}\t]+|[\p{Zs}\t]+$/gu, '');
 }
 
 /** Characters as a person counts them (grapheme clusters), counted no further than `limit` + 1. */
@@ -94,5 +102,10 @@ export function whyNotTypable(text) {
 
 /** Text of several lines for reading only: line feeds stay, every other control goes. */
 export function paragraphs(text) {
-  return text.replace(/\r\n?/g, '\n').split('\n').map((line) => withoutControls(line).normalize('NFC').trimEnd()).join('\n').trim();
+  return text
+    .replace(/\r\n?/g, '\n')
+    .split('\n')
+    .map((line) => withoutControls(line).normalize('NFC').trimEnd())
+    .join('\n')
+    .trim();
 }

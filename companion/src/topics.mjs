@@ -17,34 +17,64 @@ export class Topics {
     this.store.run(
       `INSERT INTO topics (id, title, folder, touched_ms, scope) VALUES (?1, coalesce(?2, ?1), ?3, ?4, ?5)
        ON CONFLICT (id) DO UPDATE SET title = coalesce(?2, title), folder = coalesce(?3, folder), touched_ms = ?4, scope = coalesce(?5, scope)`,
-      id, title ?? null, folder ?? null, now, scope ?? null);
+      id,
+      title ?? null,
+      folder ?? null,
+      now,
+      scope ?? null,
+    );
   }
 
   board() {
-    return this.store.all(
-      `SELECT t.id, t.title, t.scope, count(c.seq) AS open_cards FROM topics t LEFT JOIN cards c ON c.topic = t.id AND c.state <> 'closed' AND c.gone_ms IS NULL
-       GROUP BY t.id ORDER BY open_cards DESC, t.touched_ms DESC, t.id`).map(({ scope, ...row }) => (scope ? { ...row, scope } : row));
+    return this.store
+      .all(
+        `SELECT t.id, t.title, t.scope, count(c.seq) AS open_cards FROM topics t LEFT JOIN cards c ON c.topic = t.id AND c.state <> 'closed' AND c.gone_ms IS NULL
+       GROUP BY t.id ORDER BY open_cards DESC, t.touched_ms DESC, t.id`,
+      )
+      .map(({ scope, ...row }) => (scope ? { ...row, scope } : row));
   }
 
-  title(id) { return id ? this.store.get('SELECT title FROM topics WHERE id = ?', id)?.title ?? null : null; }
+  title(id) {
+    return id ? (this.store.get('SELECT title FROM topics WHERE id = ?', id)?.title ?? null) : null;
+  }
 
   detail(id, cards, receipts) {
     const row = this.store.get('SELECT id, title, folder FROM topics WHERE id = ?', id);
     if (!row) throw new Refusal('unknown_topic', 404, `There is no topic "${id}".`);
-    return { ...(row.folder ? { folder: row.folder } : {}), topic: { id: row.id, title: row.title }, cards: cards.ofTopic(id), receipts: receipts.list(100, id) };
+    return {
+      ...(row.folder ? { folder: row.folder } : {}),
+      topic: { id: row.id, title: row.title },
+      cards: cards.ofTopic(id),
+      receipts: receipts.list(100, id),
+    };
   }
 
   /** Topics, answered and open questions that hold `query`, the newest first, at most `limit` of each. */
   search(query, limit) {
     const wanted = like(query);
-    const hit = (kind) => (row) => ({ kind, id: row.id, topic: row.topic, title: row.title, snippet: cut(row.snippet.replace(/\s+/g, ' '), 160) });
-    const cards = (state) => this.store.all(
-      `SELECT id, topic, title, CASE WHEN body = '' THEN agent ELSE body END AS snippet FROM cards
-       WHERE (${state}) AND (title LIKE ?1 ESCAPE '\\' OR body LIKE ?1 ESCAPE '\\' OR topic LIKE ?1 ESCAPE '\\') ORDER BY seq DESC LIMIT ?2`, wanted, limit);
+    const hit = (kind) => (row) => ({
+      kind,
+      id: row.id,
+      topic: row.topic,
+      title: row.title,
+      snippet: cut(row.snippet.replace(/\s+/g, ' '), 160),
+    });
+    const cards = (state) =>
+      this.store.all(
+        `SELECT id, topic, title, CASE WHEN body = '' THEN agent ELSE body END AS snippet FROM cards
+       WHERE (${state}) AND (title LIKE ?1 ESCAPE '\\' OR body LIKE ?1 ESCAPE '\\' OR topic LIKE ?1 ESCAPE '\\') ORDER BY seq DESC LIMIT ?2`,
+        wanted,
+        limit,
+      );
     return {
-      topics: this.store.all(
-        `SELECT id, id AS topic, title, coalesce(folder, id) AS snippet FROM topics WHERE title LIKE ?1 ESCAPE '\\' OR id LIKE ?1 ESCAPE '\\'
-         ORDER BY touched_ms DESC LIMIT ?2`, wanted, limit).map(hit('topic')),
+      topics: this.store
+        .all(
+          `SELECT id, id AS topic, title, coalesce(folder, id) AS snippet FROM topics WHERE title LIKE ?1 ESCAPE '\\' OR id LIKE ?1 ESCAPE '\\'
+         ORDER BY touched_ms DESC LIMIT ?2`,
+          wanted,
+          limit,
+        )
+        .map(hit('topic')),
       decisions: cards("state = 'closed' AND outcome = 'answered'").map(hit('decision')),
       questions: cards("state <> 'closed'").map(hit('question')),
     };

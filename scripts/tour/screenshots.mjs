@@ -1,40 +1,58 @@
 // Pictures of the desktop's surfaces, each of the real program on a display of its own: screenshots.mjs BIN [NAME...]
 import { execFileSync, spawn } from 'node:child_process';
-import { mkdirSync, rmSync, statSync, writeFileSync } from 'node:fs';
+import { mkdirSync, statSync, writeFileSync } from 'node:fs';
 import path from 'node:path';
 import { Step, World, finishSetup, pause } from './world.mjs';
 
 const bin = path.resolve(process.argv[2]);
 const only = process.argv.slice(3);
 const target = path.resolve('docs/screenshots');
-const LARGEST = 150_000;  // bytes of a picture
-const SETTLE_MS = 700;    // transitions and the page's drawing end in it
+const LARGEST = 150_000; // bytes of a picture
+const SETTLE_MS = 700; // transitions and the page's drawing end in it
 
 /** An X server on a free display, with a window manager. */
 class Screen {
   static async open(width, height) {
     const screen = new Screen();
-    screen.server = spawn('Xvfb', ['-noreset', '-displayfd', '3', '-screen', '0', `${width}x${height}x24`, '-nolisten', 'tcp'], { stdio: ['ignore', 'ignore', 'ignore', 'pipe'] });
+    screen.server = spawn(
+      'Xvfb',
+      ['-noreset', '-displayfd', '3', '-screen', '0', `${width}x${height}x24`, '-nolisten', 'tcp'],
+      { stdio: ['ignore', 'ignore', 'ignore', 'pipe'] },
+    );
     const number = await new Promise((done, failed) => {
       screen.server.stdio[3].once('data', (text) => done(String(text).trim()));
       screen.server.once('error', failed).once('exit', () => failed(new Error('Xvfb ended')));
     });
     screen.name = `:${number}`;
-    screen.manager = spawn('openbox', ['--sm-disable'], { env: { ...process.env, DISPLAY: screen.name }, stdio: 'ignore' });
+    screen.manager = spawn('openbox', ['--sm-disable'], {
+      env: { ...process.env, DISPLAY: screen.name },
+      stdio: 'ignore',
+    });
     return screen;
   }
 
   run(program, ...words) {
-    return execFileSync(program, words, { env: { PATH: process.env.PATH, HOME: '/nonexistent', DISPLAY: this.name }, stdio: ['ignore', 'pipe', 'ignore'], maxBuffer: 1 << 26 });
+    return execFileSync(program, words, {
+      env: { PATH: process.env.PATH, HOME: '/nonexistent', DISPLAY: this.name },
+      stdio: ['ignore', 'pipe', 'ignore'],
+      maxBuffer: 1 << 26,
+    });
   }
 
-  keys(...keys) { this.run('xdotool', 'key', '--delay', '60', ...keys); }
-  type(words) { this.run('xdotool', 'type', '--delay', '30', words); }
+  keys(...keys) {
+    this.run('xdotool', 'key', '--delay', '60', ...keys);
+  }
+  type(words) {
+    this.run('xdotool', 'type', '--delay', '30', words);
+  }
 
   /** The window that shows under this title; a title in vain gives nothing. */
   window(title) {
     try {
-      return String(this.run('xdotool', 'search', '--onlyvisible', '--name', `^${title}$`)).trim().split('\n').pop();
+      return String(this.run('xdotool', 'search', '--onlyvisible', '--name', `^${title}$`))
+        .trim()
+        .split('\n')
+        .pop();
     } catch {
       return undefined;
     }
@@ -52,11 +70,26 @@ class Desktop {
     const desktop = new Desktop();
     Object.assign(desktop, { screen, world: new World(bin) });
     const { world } = desktop;
-    Object.assign(world.env, { DISPLAY: screen.name, GDK_BACKEND: 'x11', GSK_RENDERER: 'cairo', GSETTINGS_BACKEND: 'memory', XDG_RUNTIME_DIR: world.root, GTK_A11Y: 'none' }, env);
+    Object.assign(
+      world.env,
+      {
+        DISPLAY: screen.name,
+        GDK_BACKEND: 'x11',
+        GSK_RENDERER: 'cairo',
+        GSETTINGS_BACKEND: 'memory',
+        XDG_RUNTIME_DIR: world.root,
+        GTK_A11Y: 'none',
+      },
+      env,
+    );
     delete world.env.DBUS_SESSION_BUS_ADDRESS;
     wearStockFont(world);
     if (setup) await finishSetup(bin, world.home);
-    desktop.program = spawn('dbus-run-session', ['--', path.join(bin, 'kelvadrome'), ...set], { env: resources ? world.env : { ...world.env, KELVADROME_HOME: '/proc/none' }, stdio: 'ignore', detached: true });
+    desktop.program = spawn('dbus-run-session', ['--', path.join(bin, 'kelvadrome'), ...set], {
+      env: resources ? world.env : { ...world.env, KELVADROME_HOME: '/proc/none' },
+      stdio: 'ignore',
+      detached: true,
+    });
     if (resources) {
       await world.until('the daemon', () => world.call('/v1/health', {}, 'GET'), 30);
       await seed?.(world);
@@ -69,21 +102,70 @@ class Desktop {
   }
 
   async close() {
-    try { process.kill(-this.program.pid, 'SIGTERM'); } catch { /* gone */ }
-    await new Promise((done) => (this.program.exitCode === null && this.program.signalCode === null ? this.program.once('exit', done) : done()));
+    try {
+      process.kill(-this.program.pid, 'SIGTERM');
+    } catch {
+      /* gone */
+    }
+    await new Promise((done) =>
+      this.program.exitCode === null && this.program.signalCode === null
+        ? this.program.once('exit', done)
+        : done(),
+    );
     this.world.close();
   }
 }
 
 const working = [
-  { agent: 'claude', session_id: 's5', label: 'Release notes', status: 'busy', doing: 'Reading the last commits', topic: 'Release' },
+  {
+    agent: 'claude',
+    session_id: 's5',
+    label: 'Release notes',
+    status: 'busy',
+    doing: 'Reading the last commits',
+    topic: 'Release',
+  },
   { agent: 'codex', session_id: 's6', label: 'Importer', status: 'idle' },
 ];
 const questions = {
-  suggested: { agent: 'claude', session_id: 's1', title: 'Which database should the migration use?', body: 'Both are installed. The old data fits either of them.', options: ['PostgreSQL', 'SQLite', 'Keep the old one'], default: 'PostgreSQL', topic: 'Storage' },
-  batch: { agent: 'codex', session_id: 's2', kind: 'batch', title: '3 choices for the new service', topic: 'Service', rows: [{ question_id: 'lang', text: 'Language?', default: 'Rust' }, { question_id: 'tests', text: 'Write tests first?', default: 'yes' }, { question_id: 'port', text: 'Port?', default: '8080' }] },
-  payment: { agent: 'claude', session_id: 's3', kind: 'stop', risk: 'high', stop_type: 'payment', title: 'Pay the invoice of the test account?', body: 'Amount as read: $12.50\nThe amount is within the limit of $20.00.', options: ['Approve', 'Reject'], topic: 'Billing' },
-  open: { agent: 'gemini', session_id: 's4', title: 'What should the new command be called?', topic: 'Command line' },
+  suggested: {
+    agent: 'claude',
+    session_id: 's1',
+    title: 'Which database should the migration use?',
+    body: 'Both are installed. The old data fits either of them.',
+    options: ['PostgreSQL', 'SQLite', 'Keep the old one'],
+    default: 'PostgreSQL',
+    topic: 'Storage',
+  },
+  batch: {
+    agent: 'codex',
+    session_id: 's2',
+    kind: 'batch',
+    title: '3 choices for the new service',
+    topic: 'Service',
+    rows: [
+      { question_id: 'lang', text: 'Language?', default: 'Rust' },
+      { question_id: 'tests', text: 'Write tests first?', default: 'yes' },
+      { question_id: 'port', text: 'Port?', default: '8080' },
+    ],
+  },
+  payment: {
+    agent: 'claude',
+    session_id: 's3',
+    kind: 'stop',
+    risk: 'high',
+    stop_type: 'payment',
+    title: 'Pay the invoice of the test account?',
+    body: 'Amount as read: $12.50\nThe amount is within the limit of $20.00.',
+    options: ['Approve', 'Reject'],
+    topic: 'Billing',
+  },
+  open: {
+    agent: 'gemini',
+    session_id: 's4',
+    title: 'What should the new command be called?',
+    topic: 'Command line',
+  },
 };
 
 async function ask(world, ...names) {
@@ -98,7 +180,10 @@ const inbox = async (world) => {
 function wearStockFont(world) {
   const folder = path.join(world.env.XDG_CONFIG_HOME, 'gtk-4.0');
   mkdirSync(folder, { recursive: true });
-  writeFileSync(path.join(folder, 'settings.ini'), '[Settings]\ngtk-font-name=Cantarell 11\ngtk-xft-antialias=1\ngtk-xft-rgba=none\n');
+  writeFileSync(
+    path.join(folder, 'settings.ini'),
+    '[Settings]\ngtk-font-name=Cantarell 11\ngtk-xft-antialias=1\ngtk-xft-rgba=none\n',
+  );
 }
 
 const panelKeys = async (desktop) => {
@@ -115,16 +200,39 @@ const pictures = {
   'main-expert': { seed: inbox, then: (d) => d.screen.keys('ctrl+shift+e') },
   'main-failed': { resources: false, setup: false },
   'main-200-percent': { seed: inbox, env: { GDK_SCALE: '2' }, wide: true },
-  'main-high-contrast': { seed: inbox, env: { ADW_DEBUG_HIGH_CONTRAST: '1' }, set: ['-KDNativeInbox', 'YES'] },
+  'main-high-contrast': {
+    seed: inbox,
+    env: { ADW_DEBUG_HIGH_CONTRAST: '1' },
+    set: ['-KDNativeInbox', 'YES'],
+  },
   'main-right-to-left': { seed: inbox, env: { LANGUAGE: 'ar' } },
   'panel-cards': { seed: inbox, window: 'panel', both: true },
   'panel-clear': { window: 'panel' },
-  'panel-hold': { seed: (world) => ask(world, 'suggested', 'batch'), window: 'panel', then: (d) => d.screen.keys('Tab', 'Tab', 'Tab', 'Return'), settle: 300 },
+  'panel-hold': {
+    seed: (world) => ask(world, 'suggested', 'batch'),
+    window: 'panel',
+    then: (d) => d.screen.keys('Tab', 'Tab', 'Tab', 'Return'),
+    settle: 300,
+  },
   'panel-failed': { resources: false, setup: false, window: 'panel' },
   strip: { seed: inbox, set: ['-KDAgentStrip', 'YES'], title: 'kelvadrome agents', both: true },
   setup: { setup: false, title: 'Set up kelvadrome', both: true },
-  'setup-agents': { setup: false, title: 'Set up kelvadrome', then: (d) => d.screen.keys('Tab', 'Tab', 'Tab', 'Return') },
-  ...Object.fromEntries(['general', 'agents', 'autopilot', 'privacy', 'about'].map((tab) => [`settings-${tab}`, { seed: inbox, set: ['-KDOpenSettings', tab], title: 'Settings', both: tab === 'general' || tab === 'about' }])),
+  'setup-agents': {
+    setup: false,
+    title: 'Set up kelvadrome',
+    then: (d) => d.screen.keys('Tab', 'Tab', 'Tab', 'Return'),
+  },
+  ...Object.fromEntries(
+    ['general', 'agents', 'autopilot', 'privacy', 'about'].map((tab) => [
+      `settings-${tab}`,
+      {
+        seed: inbox,
+        set: ['-KDOpenSettings', tab],
+        title: 'Settings',
+        both: tab === 'general' || tab === 'about',
+      },
+    ]),
+  ),
 };
 
 async function take(name, picture, appearance) {
@@ -132,7 +240,10 @@ async function take(name, picture, appearance) {
   const screen = await Screen.open(...(picture.wide ? [2600, 1800] : [1400, 950]));
   let desktop;
   try {
-    desktop = await Desktop.open(screen, { ...picture, set: ['-KDAppearance', appearance, ...(picture.set ?? [])] });
+    desktop = await Desktop.open(screen, {
+      ...picture,
+      set: ['-KDAppearance', appearance, ...(picture.set ?? [])],
+    });
     if (picture.window === 'panel') await panelKeys(desktop);
     const title = picture.title ?? 'kelvadrome';
     await desktop.see(title);
@@ -141,10 +252,21 @@ async function take(name, picture, appearance) {
       await picture.then(desktop);
       await pause(picture.settle ?? SETTLE_MS);
     }
-    const id = picture.window === 'panel' ? String(screen.run('xdotool', 'getactivewindow')).trim() : screen.window(title);
-    writeFileSync(file, execFileSync('pngquant', ['--quality', '60-95', '--strip', '-'], { input: screen.run('import', '-window', id, 'png:-'), maxBuffer: 1 << 26 }));
+    const id =
+      picture.window === 'panel'
+        ? String(screen.run('xdotool', 'getactivewindow')).trim()
+        : screen.window(title);
+    writeFileSync(
+      file,
+      execFileSync('pngquant', ['--quality', '60-95', '--strip', '-'], {
+        input: screen.run('import', '-window', id, 'png:-'),
+        maxBuffer: 1 << 26,
+      }),
+    );
     const { size } = statSync(file);
-    console.log(`${size > LARGEST ? 'LARGE ' : ''}${path.relative('.', file)} ${Math.round(size / 1024)} KiB`);
+    console.log(
+      `${size > LARGEST ? 'LARGE ' : ''}${path.relative('.', file)} ${Math.round(size / 1024)} KiB`,
+    );
   } finally {
     await desktop?.close();
     screen.close();

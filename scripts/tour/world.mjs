@@ -31,14 +31,25 @@ export class World {
     this.tmuxConfig = path.join(this.root, 'tmux.conf');
     writeFileSync(this.tmuxConfig, 'set -g remain-on-exit on\nset -g status off\n');
     this.env = {
-      PATH: process.env.PATH, HOME: this.root, USER: process.env.USER ?? 'tour', LANG: 'C.UTF-8', TERM: 'xterm-256color',
-      SHELL: '/bin/bash', KELVADROME_HOME: this.home, XDG_CONFIG_HOME: path.join(this.root, 'config'),
-      XDG_DATA_HOME: path.join(this.root, 'data'), DBUS_SESSION_BUS_ADDRESS: `unix:path=${this.root}/no-bus`,
+      PATH: process.env.PATH,
+      HOME: this.root,
+      USER: process.env.USER ?? 'tour',
+      LANG: 'C.UTF-8',
+      TERM: 'xterm-256color',
+      SHELL: '/bin/bash',
+      KELVADROME_HOME: this.home,
+      XDG_CONFIG_HOME: path.join(this.root, 'config'),
+      XDG_DATA_HOME: path.join(this.root, 'data'),
+      DBUS_SESSION_BUS_ADDRESS: `unix:path=${this.root}/no-bus`,
     };
   }
 
   tmux(...args) {
-    return execFileSync('tmux', ['-S', this.tmuxSocket, '-f', this.tmuxConfig, ...args], { encoding: 'utf8', env: this.env, timeout: 10_000 });
+    return execFileSync('tmux', ['-S', this.tmuxSocket, '-f', this.tmuxConfig, ...args], {
+      encoding: 'utf8',
+      env: this.env,
+      timeout: 10_000,
+    });
   }
 
   // Starts a command in a new window of its own; the answer is its pane.
@@ -46,7 +57,20 @@ export class World {
     const format = ['-P', '-F', '#{pane_id}'];
     if (!this.started) {
       this.started = true;
-      return this.tmux('new-session', '-d', ...format, '-s', 'tour', '-n', name, '-x', String(width), '-y', String(height), command).trim();
+      return this.tmux(
+        'new-session',
+        '-d',
+        ...format,
+        '-s',
+        'tour',
+        '-n',
+        name,
+        '-x',
+        String(width),
+        '-y',
+        String(height),
+        command,
+      ).trim();
     }
     return this.tmux('new-window', '-d', ...format, '-n', name, '-t', 'tour', command).trim();
   }
@@ -79,17 +103,32 @@ export class World {
   call(route, body = {}, method = 'POST') {
     return new Promise((resolve, reject) => {
       const text = method === 'POST' ? JSON.stringify(body) : undefined;
-      const request = http.request({ socketPath: this.socket, path: route, method, agent: false, timeout: 5000,
-        headers: text === undefined ? {} : { 'Content-Type': 'application/json', 'Content-Length': Buffer.byteLength(text) } }, (reply) => {
-        const parts = [];
-        reply.on('data', (part) => parts.push(part));
-        reply.on('end', () => {
-          try {
-            const envelope = JSON.parse(Buffer.concat(parts).toString('utf8'));
-            if (envelope.ok) resolve(envelope.data); else reject(new Error(`${envelope.error.code}: ${envelope.error.message}`));
-          } catch (error) { reject(error); }
-        });
-      });
+      const request = http.request(
+        {
+          socketPath: this.socket,
+          path: route,
+          method,
+          agent: false,
+          timeout: 5000,
+          headers:
+            text === undefined
+              ? {}
+              : { 'Content-Type': 'application/json', 'Content-Length': Buffer.byteLength(text) },
+        },
+        (reply) => {
+          const parts = [];
+          reply.on('data', (part) => parts.push(part));
+          reply.on('end', () => {
+            try {
+              const envelope = JSON.parse(Buffer.concat(parts).toString('utf8'));
+              if (envelope.ok) resolve(envelope.data);
+              else reject(new Error(`${envelope.error.code}: ${envelope.error.message}`));
+            } catch (error) {
+              reject(error);
+            }
+          });
+        },
+      );
       request.on('timeout', () => request.destroy(new Error(`${route} did not answer`)));
       request.on('error', reject);
       request.end(text);
@@ -116,7 +155,8 @@ export class World {
       } catch (error) {
         last = error;
       }
-      if (Date.now() > limit) throw new Step(`waited ${seconds} s in vain for ${what}${last ? ` (${last.message})` : ''}`);
+      if (Date.now() > limit)
+        throw new Step(`waited ${seconds} s in vain for ${what}${last ? ` (${last.message})` : ''}`);
       await pause(50);
     }
   }
@@ -131,7 +171,12 @@ export class World {
   }
 
   close() {
-    if (this.started) try { this.tmux('kill-server'); } catch { /* it may be gone already */ }
+    if (this.started)
+      try {
+        this.tmux('kill-server');
+      } catch {
+        /* it may be gone already */
+      }
     rmSync(this.root, { recursive: true, force: true });
   }
 }

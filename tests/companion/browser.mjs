@@ -11,25 +11,49 @@ const PREFIX = fileURLToPath(new URL('../../build/browser', import.meta.url));
 const VERSION = '1.65.1';
 const NAMES = ['chromium', 'chromium-browser', 'google-chrome', 'google-chrome-stable'];
 
-const onPath = () => spawnSync('sh', ['-c', NAMES.map((name) => `command -v ${name}`).join(' || ')], { encoding: 'utf8' }).stdout.trim();
+const onPath = () =>
+  spawnSync('sh', ['-c', NAMES.map((name) => `command -v ${name}`).join(' || ')], {
+    encoding: 'utf8',
+  }).stdout.trim();
 
 export const chromium = process.env.CHROMIUM ?? onPath();
-export const without = chromium ? false : 'there is no Chromium on this machine (apt-get install chromium, or set CHROMIUM)';
+export const without = chromium
+  ? false
+  : 'there is no Chromium on this machine (apt-get install chromium, or set CHROMIUM)';
 if (without) process.stderr.write(`The page is NOT tested: ${without}.\n`);
 
 function playwright() {
   const home = join(PREFIX, 'node_modules/playwright-core');
-  if (!existsSync(home)) execFileSync('npm', ['install', '--silent', '--no-audit', '--no-fund', '--no-save', '--prefix', PREFIX, `playwright-core@${VERSION}`], { stdio: 'inherit' });
+  if (!existsSync(home))
+    execFileSync(
+      'npm',
+      [
+        'install',
+        '--silent',
+        '--no-audit',
+        '--no-fund',
+        '--no-save',
+        '--prefix',
+        PREFIX,
+        `playwright-core@${VERSION}`,
+      ],
+      { stdio: 'inherit' },
+    );
   return createRequire(join(PREFIX, 'x.js'))('playwright-core');
 }
 
 let running = null;
 /** One browser for all tests of a file; it leaves with the process, which is told to end it. */
 export function browser() {
-  running ??= playwright().chromium.launch({ executablePath: chromium, args: ['--no-sandbox', '--disable-gpu'] });
+  running ??= playwright().chromium.launch({
+    executablePath: chromium,
+    args: ['--no-sandbox', '--disable-gpu'],
+  });
   return running;
 }
-export const closeBrowser = async () => { if (running) await (await running).close(); };
+export const closeBrowser = async () => {
+  if (running) await (await running).close();
+};
 
 /**
  * A tab that is logged in, as the shell's is. Whatever the page logs as an error, or the policy
@@ -45,17 +69,34 @@ export async function open(t, world, path = '/', options = {}) {
 
 /** A tab of a context of its own that has not been anywhere. */
 export async function newTab(t, { shell = false, ...options } = {}) {
-  const context = await (await browser()).newContext({ viewport: { width: 1200, height: 800 }, reducedMotion: 'reduce', locale: 'en-US', ...options });
+  const context = await (await browser()).newContext({
+    viewport: { width: 1200, height: 800 },
+    reducedMotion: 'reduce',
+    locale: 'en-US',
+    ...options,
+  });
   t.after(async () => {
     await context.close();
     assert.deepEqual(tab.problems, []);
   });
-  if (shell) await context.addInitScript(() => { window.posted = []; window.webkit = { messageHandlers: { kelvadrome: { postMessage: (message) => window.posted.push(message) } } }; });
+  if (shell)
+    await context.addInitScript(() => {
+      window.posted = [];
+      window.webkit = {
+        messageHandlers: { kelvadrome: { postMessage: (message) => window.posted.push(message) } },
+      };
+    });
   const tab = await context.newPage();
   tab.setDefaultTimeout(20_000);
   tab.problems = [];
   tab.on('pageerror', (error) => tab.problems.push(error.message));
-  tab.on('console', (message) => { if (message.type() === 'error' && !/ERR_CONNECTION|ERR_EMPTY|ERR_INCOMPLETE|40[0139]/.test(message.text())) tab.problems.push(message.text()); });
+  tab.on('console', (message) => {
+    if (
+      message.type() === 'error' &&
+      !/ERR_CONNECTION|ERR_EMPTY|ERR_INCOMPLETE|40[0139]/.test(message.text())
+    )
+      tab.problems.push(message.text());
+  });
   tab.bridge = () => tab.evaluate(() => window.posted);
   return tab;
 }
@@ -63,5 +104,13 @@ export async function newTab(t, { shell = false, ...options } = {}) {
 /** A new session of the page, put into the tab as the shell does it: at first, and after a restart of the daemon. */
 export async function renew(tab, world) {
   tab.session = await world.login();
-  await tab.context().addCookies([{ name: 'kd_session', value: tab.session.cookie, url: `http://127.0.0.1:${world.port}`, httpOnly: true, sameSite: 'Strict' }]);
+  await tab.context().addCookies([
+    {
+      name: 'kd_session',
+      value: tab.session.cookie,
+      url: `http://127.0.0.1:${world.port}`,
+      httpOnly: true,
+      sameSite: 'Strict',
+    },
+  ]);
 }

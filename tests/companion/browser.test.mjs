@@ -10,14 +10,21 @@ import { closeBrowser, newTab, open, renew, without } from './browser.mjs';
 const test = (name, run) => always(name, { skip: without }, run);
 after(closeBrowser);
 const LONG_HOLD = { KELVADROME_TEST_HOLD_MS: '600000' };
-const rows = [{ question_id: 'lang', text: 'Language?', default: 'Rust' }, { question_id: 'port', text: 'Port?', default: '8080' }];
+const rows = [
+  { question_id: 'lang', text: 'Language?', default: 'Rust' },
+  { question_id: 'port', text: 'Port?', default: '8080' },
+];
 const shows = (locator) => locator.waitFor();
-const state = (world, id, wanted) => until(async () => (await world.card(id))?.state === wanted && world.card(id), `the card is ${wanted}`);
+const state = (world, id, wanted) =>
+  until(async () => (await world.card(id))?.state === wanted && world.card(id), `the card is ${wanted}`);
 const focusedCard = (tab) => tab.evaluate(() => document.activeElement.closest('article')?.id);
 
 test('by keyboard alone: choose, undo, write, send, and on to the next question', async (t) => {
   const world = await World.open(t, LONG_HOLD);
-  const [first, second] = [await world.ask(), await world.ask({ title: 'Which name?', options: ['Ada'], menu: false })];
+  const [first, second] = [
+    await world.ask(),
+    await world.ask({ title: 'Which name?', options: ['Ada'], menu: false }),
+  ];
   const tab = await open(t, world);
   await tab.keyboard.press('j');
   assert.equal(await focusedCard(tab), first);
@@ -50,7 +57,11 @@ test('by keyboard alone: choose, undo, write, send, and on to the next question'
 test('by pointer: defaults, a batch, own words that cannot be typed, and a dismissal', async (t) => {
   const world = await World.open(t, LONG_HOLD);
   const batch = { kind: 'batch', options: [], menu: false, rows };
-  const [one, two, free] = [await world.ask({ ...batch, title: 'First' }), await world.ask({ ...batch, title: 'Second' }), await world.ask({ title: 'Free', options: [], menu: false })];
+  const [one, two, free] = [
+    await world.ask({ ...batch, title: 'First' }),
+    await world.ask({ ...batch, title: 'Second' }),
+    await world.ask({ title: 'Free', options: [], menu: false }),
+  ];
   const tab = await open(t, world);
   await tab.locator(`#${one}`).getByRole('button', { name: 'Accept 2 defaults' }).click();
   assert.deepEqual((await state(world, one, 'held')).answer, { lang: 'Rust', port: '8080' });
@@ -95,14 +106,30 @@ test('what is being typed survives every repaint and a reload, in its place, wit
   const tab = await open(t, world);
   const area = tab.locator(`#${id} textarea`);
   await area.fill('half a sent');
-  await area.evaluate((element) => { element.mine = true; element.setSelectionRange(4, 6); });
+  await area.evaluate((element) => {
+    element.mine = true;
+    element.setSelectionRange(4, 6);
+  });
   const top = () => area.evaluate((element) => Math.round(element.getBoundingClientRect().top));
   const before = await top();
   for (let i = 0; i < 20; i++) await world.askFromAfar({ title: `Urgent ${i}`, risk: 'high' });
   await shows(tab.getByRole('heading', { name: '31 need you' }));
-  await until(() => tab.locator('main article').count().then((n) => n === 31), 'all cards show');
-  assert.deepEqual(await tab.evaluate(() => { const a = document.activeElement; return [a.mine, a.value, a.selectionStart, a.selectionEnd]; }), [true, 'half a sent', 4, 6]);
-  assert.ok(Math.abs(await top() - before) <= 1, 'the field stays where it was on screen');
+  await until(
+    () =>
+      tab
+        .locator('main article')
+        .count()
+        .then((n) => n === 31),
+    'all cards show',
+  );
+  assert.deepEqual(
+    await tab.evaluate(() => {
+      const a = document.activeElement;
+      return [a.mine, a.value, a.selectionStart, a.selectionEnd];
+    }),
+    [true, 'half a sent', 4, 6],
+  );
+  assert.ok(Math.abs((await top()) - before) <= 1, 'the field stays where it was on screen');
   await tab.reload();
   await shows(area);
   assert.equal(await area.inputValue(), 'half a sent');
@@ -127,7 +154,15 @@ test('while the daemon is away the page says so, keeps what was typed, and comes
   await shows(card.getByText('The daemon did not take it.'));
   assert.equal(await card.getByRole('textbox').inputValue(), 'written meanwhile');
   await card.getByRole('button', { name: 'Send' }).click();
-  assert.equal((await until(async () => { const now = await world.card(id); return now?.answer && now; }, 'the answer goes out')).answer, 'written meanwhile');
+  assert.equal(
+    (
+      await until(async () => {
+        const now = await world.card(id);
+        return now?.answer && now;
+      }, 'the answer goes out')
+    ).answer,
+    'written meanwhile',
+  );
 });
 
 test('a reply that is lost is looked after, and then said as it is', async (t) => {
@@ -160,21 +195,29 @@ test('a burst of a thousand questions is read a few times and shown in part', as
   const world = await World.open(t);
   const tab = await open(t, world);
   let reads = 0;
-  tab.on('request', (request) => { if (request.url().endsWith('/v1/inbox')) reads += 1; });
-  for (let i = 0; i < 50; i++) await Promise.all(Array.from({ length: 20 }, (_, k) => world.askFromAfar({ title: `Question ${i * 20 + k}` })));
+  tab.on('request', (request) => {
+    if (request.url().endsWith('/v1/inbox')) reads += 1;
+  });
+  for (let i = 0; i < 50; i++)
+    await Promise.all(
+      Array.from({ length: 20 }, (_, k) => world.askFromAfar({ title: `Question ${i * 20 + k}` })),
+    );
   const last = (await world.cards()).at(-1).id;
   await shows(tab.getByRole('heading', { name: '1000 need you' }));
   assert.ok(reads < 250, `${reads} reads for 2000 events`);
-  assert.ok(await tab.locator('main article').count() <= 80);
+  assert.ok((await tab.locator('main article').count()) <= 80);
   assert.equal(await tab.locator('main article').first().getAttribute('aria-setsize'), '1000');
   assert.equal(await tab.evaluate((id) => window.kelvadrome.navigate(`/?card=${id}`), last), true);
-  await until(async () => await focusedCard(tab) === last, 'the last one has the focus');
+  await until(async () => (await focusedCard(tab)) === last, 'the last one has the focus');
 });
 
 test('what cannot be typed, or may have been typed already, is said on the card, and offers nothing to press', async (t) => {
   const world = await World.open(t);
   const { live } = await world.panes.start();
-  const elsewhere = await world.ask({ live: { ...live, host: 'unknown', host_ref: undefined }, default: 'Yes' });
+  const elsewhere = await world.ask({
+    live: { ...live, host: 'unknown', host_ref: undefined },
+    default: 'Yes',
+  });
   const kept = await world.ask({ live: undefined, menu: false, title: 'Kept?' });
   const unsure = await world.ask({ default: 'Yes' });
   const tab = await open(t, world);
@@ -219,20 +262,39 @@ test('the shell steers the page, and hears of what the page does', async (t) => 
   const mine = await world.ask({ topic: 'Home', scope: 'family', title: 'Family matter?' });
   await world.ask({ title: 'Other matter?' });
   const tab = await open(t, world, '/?shell=native', { shell: true });
-  const call = (name, value) => tab.evaluate(([method, given]) => window.kelvadrome[method](given), [name, value]);
+  const call = (name, value) =>
+    tab.evaluate(([method, given]) => window.kelvadrome[method](given), [name, value]);
   const root = (key) => tab.evaluate((name) => document.documentElement.dataset[name], key);
   assert.equal(await tab.locator('#chrome').isVisible(), false);
-  for (const [given, theme] of [['dark', 'dark'], ['light', 'light'], ['system', 'light']]) {
+  for (const [given, theme] of [
+    ['dark', 'dark'],
+    ['light', 'light'],
+    ['system', 'light'],
+  ]) {
     assert.equal(await call('setTheme', given), true);
     assert.equal(await root('theme'), theme);
   }
   assert.equal(await call('setScope', 'family'), true);
-  await until(() => tab.locator('main article').count().then((n) => n === 1), 'one scope shows');
+  await until(
+    () =>
+      tab
+        .locator('main article')
+        .count()
+        .then((n) => n === 1),
+    'one scope shows',
+  );
   await shows(tab.getByText('1 question belongs to another scope.'));
-  assert.deepEqual([await call('setScope', 'nowhere'), await call('navigate', '/nowhere'), await call('navigate', 'https://example.org/')], [false, false, false]);
+  assert.deepEqual(
+    [
+      await call('setScope', 'nowhere'),
+      await call('navigate', '/nowhere'),
+      await call('navigate', 'https://example.org/'),
+    ],
+    [false, false, false],
+  );
   assert.equal(await call('setScope', 'all'), true);
   assert.equal(await call('navigate', `/?card=${mine}`), true);
-  await until(async () => await focusedCard(tab) === mine, 'the card has the focus');
+  await until(async () => (await focusedCard(tab)) === mine, 'the card has the focus');
   assert.equal(await call('search', 'matter & more'), true);
   await shows(tab.getByRole('heading', { name: 'Search: matter & more' }));
   assert.equal(await call('setMode', 'expert'), true);
@@ -242,15 +304,31 @@ test('the shell steers the page, and hears of what the page does', async (t) => 
   await shows(tab.locator('main').getByText(world.home));
   assert.equal((await world.ok('/v1/onboarding/status')).folder, world.home);
   const posted = await tab.bridge();
-  assert.deepEqual(posted.filter((message) => message.type === 'route').map((message) => message.route), ['/', '/', '/search', '/onboarding']);
-  assert.deepEqual(posted.filter((message) => ['ready', 'mode'].includes(message.type)), [{ type: 'ready' }, { type: 'mode', mode: 'simple' }]);
+  assert.deepEqual(
+    posted.filter((message) => message.type === 'route').map((message) => message.route),
+    ['/', '/', '/search', '/onboarding'],
+  );
+  assert.deepEqual(
+    posted.filter((message) => ['ready', 'mode'].includes(message.type)),
+    [{ type: 'ready' }, { type: 'mode', mode: 'simple' }],
+  );
   // Loaded again, the page is the one that the shell knows.
   await call('navigate', '/');
-  for (const [scope, mode, shown] of [['family', 'expert', 1], ['all', 'simple', 2]]) {
+  for (const [scope, mode, shown] of [
+    ['family', 'expert', 1],
+    ['all', 'simple', 2],
+  ]) {
     await call('setScope', scope);
     await call('setMode', mode);
     await tab.reload();
-    await until(() => tab.locator('main article').count().then((n) => n === shown), `the scope ${scope} after a reload`);
+    await until(
+      () =>
+        tab
+          .locator('main article')
+          .count()
+          .then((n) => n === shown),
+      `the scope ${scope} after a reload`,
+    );
     assert.equal(await root('mode'), mode);
   }
 });
@@ -270,9 +348,17 @@ test('setup goes through its steps, in the shell and in a browser', async (t) =>
     await tab.getByRole('button', { name: 'Continue' }).click();
     await tab.getByRole('button', { name: shell ? 'Finish setup' : 'Done' }).click();
     await shows(tab.getByRole('heading', { name: 'All clear' }));
-    if (shell) assert.deepEqual((await tab.bridge()).filter((message) => message.type !== 'route' && message.type !== 'ready'), [
-      { type: 'onboarding', step: 'folder', primary_enabled: true }, { type: 'action', action: 'chooseFolder' }, { type: 'onboarding', step: 'agents', primary_enabled: true },
-      { type: 'onboarding', step: 'answers', primary_enabled: true }, { type: 'onboarding_done' }]);
+    if (shell)
+      assert.deepEqual(
+        (await tab.bridge()).filter((message) => message.type !== 'route' && message.type !== 'ready'),
+        [
+          { type: 'onboarding', step: 'folder', primary_enabled: true },
+          { type: 'action', action: 'chooseFolder' },
+          { type: 'onboarding', step: 'agents', primary_enabled: true },
+          { type: 'onboarding', step: 'answers', primary_enabled: true },
+          { type: 'onboarding_done' },
+        ],
+      );
   }
   assert.equal((await world.ok('/v1/onboarding/status')).completed, true);
 });
@@ -282,7 +368,11 @@ test('a browser comes in by a link, goes on after a reload, and nobody on anothe
   const id = await world.ask();
   const tab = await newTab(t);
   const entry = join(world.home, 'open.html');
-  writeFileSync(entry, `<meta http-equiv="refresh" content="0;url=${(await world.mint()).url}&amp;surface=browser&amp;next=/agents">`, { mode: 0o600 });
+  writeFileSync(
+    entry,
+    `<meta http-equiv="refresh" content="0;url=${(await world.mint()).url}&amp;surface=browser&amp;next=/agents">`,
+    { mode: 0o600 },
+  );
   await tab.goto(`file://${entry}`);
   await shows(tab.getByRole('heading', { name: 'Agents' }));
   const { host, href } = await tab.evaluate(() => ({ host: location.host, href: location.href }));
@@ -293,7 +383,8 @@ test('a browser comes in by a link, goes on after a reload, and nobody on anothe
 
   const seen = [];
   const server = createServer((req, res) => {
-    if (req.headers.host.startsWith('127.') || req.headers.host.startsWith('localhost')) seen.push(req.headers.cookie);
+    if (req.headers.host.startsWith('127.') || req.headers.host.startsWith('localhost'))
+      seen.push(req.headers.cookie);
     res.setHeader('Content-Type', 'text/html');
     res.end('<h1>Development</h1>');
   }).listen(0, '127.0.0.1');
@@ -302,13 +393,26 @@ test('a browser comes in by a link, goes on after a reload, and nobody on anothe
   const development = await tab.context().newPage();
   for (const name of ['127.0.0.1', 'localhost', host.split(':')[0]]) {
     await development.goto(`http://${name}:${server.address().port}/`);
-    const reach = (target) => development.evaluate(async ([url, body]) => {
-      const call = (path, options) => fetch(url + path, { credentials: 'include', ...options }).then((reply) => reply.text(), () => 'refused');
-      return [await call('/v1/page/me'), await call('/v1/cards/answer', { method: 'POST', body })];
-    }, [target, JSON.stringify({ card_id: id, version: 1, answer: 'Yes' })]);
-    for (const target of [`http://127.0.0.1:${world.port}`, `http://${host}`]) assert.deepEqual(await reach(target), ['refused', 'refused'], `${name} reaches ${target}`);
+    const reach = (target) =>
+      development.evaluate(
+        async ([url, body]) => {
+          const call = (path, options) =>
+            fetch(url + path, { credentials: 'include', ...options }).then(
+              (reply) => reply.text(),
+              () => 'refused',
+            );
+          return [await call('/v1/page/me'), await call('/v1/cards/answer', { method: 'POST', body })];
+        },
+        [target, JSON.stringify({ card_id: id, version: 1, answer: 'Yes' })],
+      );
+    for (const target of [`http://127.0.0.1:${world.port}`, `http://${host}`])
+      assert.deepEqual(await reach(target), ['refused', 'refused'], `${name} reaches ${target}`);
   }
-  assert.deepEqual([seen.length > 1, seen.filter(Boolean)], [true, []], 'a development server is not sent the cookie');
+  assert.deepEqual(
+    [seen.length > 1, seen.filter(Boolean)],
+    [true, []],
+    'a development server is not sent the cookie',
+  );
   assert.equal((await world.card(id)).version, 1);
   await development.goto(`http://${host}/`);
   await shows(development.getByText('Open the page from Kelvadrome again.').first());
@@ -321,43 +425,96 @@ test('a browser comes in by a link, goes on after a reload, and nobody on anothe
 
   await tab.evaluate(() => window.kelvadrome.navigate('/agents'));
   await tab.getByRole('button', { name: /^End Kelvadrome/ }).click();
-  await until(async () => (await shell.post('/v1/cards/list')).error?.code === 'unauthorized', 'the session was ended on the page');
+  await until(
+    async () => (await shell.post('/v1/cards/list')).error?.code === 'unauthorized',
+    'the session was ended on the page',
+  );
 });
 
 /** Words whose contrast with what they stand on is below 4.5, and controls that have no name or lie out of the window. */
 function faults() {
   const rgb = (text) => (text.match(/[\d.]+/g) ?? []).map(Number);
-  const light = ([r, g, b]) => [r, g, b].map((c) => (c / 255 <= 0.03928 ? c / 255 / 12.92 : ((c / 255 + 0.055) / 1.055) ** 2.4)).reduce((sum, c, i) => sum + c * [0.2126, 0.7152, 0.0722][i], 0);
-  const under = (element) => { for (let e = element; e; e = e.parentElement) { const [r, g, b, a = 1] = rgb(getComputedStyle(e).backgroundColor); if (a === 1) return [r, g, b]; } return [255, 255, 255]; };
+  const light = ([r, g, b]) =>
+    [r, g, b]
+      .map((c) => (c / 255 <= 0.03928 ? c / 255 / 12.92 : ((c / 255 + 0.055) / 1.055) ** 2.4))
+      .reduce((sum, c, i) => sum + c * [0.2126, 0.7152, 0.0722][i], 0);
+  const under = (element) => {
+    for (let e = element; e; e = e.parentElement) {
+      const [r, g, b, a = 1] = rgb(getComputedStyle(e).backgroundColor);
+      if (a === 1) return [r, g, b];
+    }
+    return [255, 255, 255];
+  };
   const found = [];
   const walk = document.createTreeWalker(document.body, NodeFilter.SHOW_TEXT);
   while (walk.nextNode()) {
     const element = walk.currentNode.parentElement;
-    if (!walk.currentNode.data.trim() || !element.checkVisibility() || element.closest('.unseen, .skip, noscript')) continue;
+    if (
+      !walk.currentNode.data.trim() ||
+      !element.checkVisibility() ||
+      element.closest('.unseen, .skip, noscript')
+    )
+      continue;
     const [a, b] = [light(rgb(getComputedStyle(element).color)), light(under(element))].sort((x, y) => y - x);
-    if ((a + 0.05) / (b + 0.05) < 4.5) found.push(`${element.className || element.tagName}: ${walk.currentNode.data.trim()} ${((a + 0.05) / (b + 0.05)).toFixed(2)}`);
+    if ((a + 0.05) / (b + 0.05) < 4.5)
+      found.push(
+        `${element.className || element.tagName}: ${walk.currentNode.data.trim()} ${((a + 0.05) / (b + 0.05)).toFixed(2)}`,
+      );
   }
-  for (const control of document.querySelectorAll('button, a, input, textarea')) if (control.checkVisibility() && !(control.textContent.trim() || control.labels?.length || control.getAttribute('aria-label'))) found.push(control.outerHTML);
-  if (document.documentElement.scrollWidth > innerWidth) found.push(`${document.documentElement.scrollWidth} px wide`);
+  for (const control of document.querySelectorAll('button, a, input, textarea'))
+    if (
+      control.checkVisibility() &&
+      !(control.textContent.trim() || control.labels?.length || control.getAttribute('aria-label'))
+    )
+      found.push(control.outerHTML);
+  if (document.documentElement.scrollWidth > innerWidth)
+    found.push(`${document.documentElement.scrollWidth} px wide`);
   return found;
 }
 
 test('every section reads well in light, dark and high contrast, narrow or zoomed, and from right to left', async (t) => {
   const [world, page] = await World.loggedIn(t, LONG_HOLD);
-  await world.ask({ topic: 'Storage', body: 'x'.repeat(2000), risk: 'high', options: ['Y'.repeat(200), 'No'] });
+  await world.ask({
+    topic: 'Storage',
+    body: 'x'.repeat(2000),
+    risk: 'high',
+    options: ['Y'.repeat(200), 'No'],
+  });
   await world.ask({ kind: 'batch', options: [], menu: false, rows, blocking: false });
   await world.ask({ kind: 'handoff_review', risk: 'medium', options: [], menu: false });
   await world.askAndAnswer(page, { default: 'Yes' });
   await world.ok('/v1/sessions/touch', { agent: 'codex', status: 'failed', doing: 'Reading' });
-  const looks = [{ colorScheme: 'light' }, { colorScheme: 'dark' }, { colorScheme: 'dark', contrast: 'more' }, { colorScheme: 'light', contrast: 'more', viewport: { width: 320, height: 600 } }];
+  const looks = [
+    { colorScheme: 'light' },
+    { colorScheme: 'dark' },
+    { colorScheme: 'dark', contrast: 'more' },
+    { colorScheme: 'light', contrast: 'more', viewport: { width: 320, height: 600 } },
+  ];
   for (const look of looks) {
     const tab = await open(t, world, '/?mode=expert', look);
-    for (const path of ['/', '/topics', '/topics/Storage', '/handoffs', '/skills', '/receipts', '/agents', '/autopilot', '/search?q=storage', '/onboarding']) {
-      await tab.evaluate((to) => { document.querySelector('main > div').left = true; window.kelvadrome.navigate(to); }, path);
+    for (const path of [
+      '/',
+      '/topics',
+      '/topics/Storage',
+      '/handoffs',
+      '/skills',
+      '/receipts',
+      '/agents',
+      '/autopilot',
+      '/search?q=storage',
+      '/onboarding',
+    ]) {
+      await tab.evaluate((to) => {
+        document.querySelector('main > div').left = true;
+        window.kelvadrome.navigate(to);
+      }, path);
       await tab.waitForFunction(() => !document.querySelector('main > div').left);
       assert.deepEqual(await tab.evaluate(faults), [], `${JSON.stringify(look)} ${path}`);
     }
-    await tab.evaluate(() => { document.documentElement.dir = 'rtl'; window.kelvadrome.navigate('/'); });
+    await tab.evaluate(() => {
+      document.documentElement.dir = 'rtl';
+      window.kelvadrome.navigate('/');
+    });
     await shows(tab.locator('main article').first());
     assert.deepEqual(await tab.evaluate(faults), [], 'from right to left');
   }

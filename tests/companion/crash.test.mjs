@@ -20,7 +20,10 @@ test('an answer on hold can be undone for its whole hold after a restart, and go
   assert.equal((await world.card(id)).state, 'held');
   await world.advance(10);
   // Only in the session that pressed it could it have been typed, and that one ended with the daemon.
-  assert.equal((await world.reopened(id)).refs.last_refusal, 'kelvadromed was started again since it was pressed');
+  assert.equal(
+    (await world.reopened(id)).refs.last_refusal,
+    'kelvadromed was started again since it was pressed',
+  );
   assert.equal(await after.claimOne(0), undefined);
   assert.equal((await world.ok('/v1/ask/wait', { card_id: waited, wait_ms: 8000 })).answer, 'Yes');
   const card = await world.card(undone);
@@ -29,17 +32,27 @@ test('an answer on hold can be undone for its whole hold after a restart, and go
 
 test('a job that was claimed before the crash is not started after it, one that was typing is reported or ends as unfinished, and a reported one stays so', async (t) => {
   const [world, page] = await World.loggedIn(t);
-  const [claimed, forgotten, typing, mute, over] = [await world.ask(), await world.ask(), await world.ask(), await world.ask(), await world.ask({ ask_id: 'the-same' })];
+  const [claimed, forgotten, typing, mute, over] = [
+    await world.ask(),
+    await world.ask(),
+    await world.ask(),
+    await world.ask(),
+    await world.ask({ ask_id: 'the-same' }),
+  ];
   const jobs = {};
   for (const id of [claimed, forgotten, typing, mute, over]) {
     await page.ok('/v1/cards/answer', { card_id: id, version: 1, answer: 'Yes' });
     jobs[id] = await page.claimOne();
   }
-  for (const id of [typing, mute, over]) assert.deepEqual(await page.report(jobs[id].id, 'start'), { proceed: true });
+  for (const id of [typing, mute, over])
+    assert.deepEqual(await page.report(jobs[id].id, 'start'), { proceed: true });
   await page.report(jobs[over].id, 'done');
   await world.restart();
   const after = await world.login();
-  assert.deepEqual(await after.report(jobs[claimed].id, 'start'), { proceed: false, reason: 'the job was claimed by another page session' });
+  assert.deepEqual(await after.report(jobs[claimed].id, 'start'), {
+    proceed: false,
+    reason: 'the job was claimed by another page session',
+  });
   await after.report(jobs[claimed].id, 'refused', { reason: 'gone' });
   assert.equal((await world.reopened(claimed)).refs.last_refusal, 'gone');
   assert.deepEqual(await after.report(jobs[typing].id, 'done', { path: 'host' }), { accepted: true });
@@ -47,8 +60,14 @@ test('a job that was claimed before the crash is not started after it, one that 
   assert.deepEqual(await after.report(jobs[over].id, 'done'), { accepted: false, reason: 'the job is over' });
   assert.equal((await world.receipts()).filter((receipt) => receipt.action === 'answer.typed').length, 2);
   await world.advance(12);
-  assert.equal((await world.reopened(forgotten)).refs.last_refusal, 'the app in which it was pressed is gone');
-  assert.match((await world.reopened(mute)).refs.last_refusal, /never reported\. Some keys may have been typed/);
+  assert.equal(
+    (await world.reopened(forgotten)).refs.last_refusal,
+    'the app in which it was pressed is gone',
+  );
+  assert.match(
+    (await world.reopened(mute)).refs.last_refusal,
+    /never reported\. Some keys may have been typed/,
+  );
   // An ask that is repeated after a crash makes no second card.
   assert.equal(await world.ask({ ask_id: 'the-same' }), over);
   assert.equal(await world.card(over), undefined);
@@ -67,7 +86,9 @@ test('whatever was confirmed before a crash is there after it', async (t) => {
           confirmed.push([id, 'open']);
           await page.ok('/v1/cards/answer', { card_id: id, version: 1, answer: 'No' });
           confirmed.push([id, 'held']);
-        } catch { return; }
+        } catch {
+          return;
+        }
       }
     });
     await until(() => confirmed.length > (round + 1) * 20, 'answers come in');
@@ -77,7 +98,11 @@ test('whatever was confirmed before a crash is there after it', async (t) => {
     await world.start();
   }
   const states = new Map((await world.cards()).map((card) => [card.id, card.state]));
-  for (const [id, state] of new Map(confirmed)) assert.ok(states.get(id) === state || states.get(id) === 'held', `${id} was confirmed as ${state} and is ${states.get(id)}`);
+  for (const [id, state] of new Map(confirmed))
+    assert.ok(
+      states.get(id) === state || states.get(id) === 'held',
+      `${id} was confirmed as ${state} and is ${states.get(id)}`,
+    );
 });
 
 test('while the daemon is stopped no hold ends and no app is gone', async (t) => {
@@ -98,7 +123,12 @@ test('while the daemon is stopped no hold ends and no app is gone', async (t) =>
 test('a question whose asker gave up while the daemon hung is not asked', async (t) => {
   const world = await World.open(t);
   world.child.kill('SIGSTOP');
-  const leaves = request({ socketPath: world.socketPath, path: '/v1/ask', method: 'POST', headers: { Connection: 'close' } });
+  const leaves = request({
+    socketPath: world.socketPath,
+    path: '/v1/ask',
+    method: 'POST',
+    headers: { Connection: 'close' },
+  });
   leaves.on('error', () => {}).end(JSON.stringify({ agent: 'claude', title: 'Left', wait: true }));
   const [socket] = await once(leaves, 'socket');
   await until(() => leaves.writableFinished && socket.bytesWritten > 0, 'the question is sent');
@@ -106,7 +136,10 @@ test('a question whose asker gave up while the daemon hung is not asked', async 
   const stays = world.askFromAfar({ title: 'Stays' });
   world.child.kill('SIGCONT');
   await stays;
-  assert.deepEqual((await world.cards()).map((card) => card.title), ['Stays']);
+  assert.deepEqual(
+    (await world.cards()).map((card) => card.title),
+    ['Stays'],
+  );
 });
 
 test('a damaged database is kept aside under a dated name, and the log says so', async (t) => {
@@ -115,10 +148,16 @@ test('a damaged database is kept aside under a dated name, and the log says so',
   // Left in order, everything is in the file itself; with a log beside it, the log would mend the file.
   world.child.kill('SIGTERM');
   await world.child.ended;
-  writeFileSync(join(world.home, 'kelvadromed.db'), 'this is no database, but it is long enough to be taken for one'.repeat(40));
+  writeFileSync(
+    join(world.home, 'kelvadromed.db'),
+    'this is no database, but it is long enough to be taken for one'.repeat(40),
+  );
   await world.start();
   assert.deepEqual(await world.cards(), []);
-  assert.match(world.log, /kelvadromed: the database was damaged; it is kept as .*kelvadromed\.db\.damaged-\d{8}T\d{6}Z/);
+  assert.match(
+    world.log,
+    /kelvadromed: the database was damaged; it is kept as .*kelvadromed\.db\.damaged-\d{8}T\d{6}Z/,
+  );
   assert.equal(readdirSync(world.home).filter((name) => /damaged-\d{8}T\d{6}Z$/.test(name)).length, 1);
   assert.equal((await world.receipts())[0].action, 'store.set_aside');
 });

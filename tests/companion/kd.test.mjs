@@ -9,51 +9,138 @@ import { COMPANION, KD, World, until } from './world.mjs';
 import { findAbove } from '../../companion/src/kd/agent.mjs';
 import { isShell, parseStat, programName, ttyName, whyNotTheAsker } from '../../companion/src/proc.mjs';
 
-const QUESTION = { menu: 'Which database', text: 'new command be called', batch: '3 choices', stop: 'Pay the invoice', trust: 'Trust the folder' };
+const QUESTION = {
+  menu: 'Which database',
+  text: 'new command be called',
+  batch: '3 choices',
+  stop: 'Pay the invoice',
+  trust: 'Trust the folder',
+};
 
 /** The sample agent in the one pane of a tmux server of its own. */
 class Pane {
   constructor(t, world, script) {
     this.server = `kd-test-${process.pid}-${Math.random().toString(36).slice(2)}`;
-    t.after(() => { try { this.tmux('kill-server'); } catch { /* it has ended */ } });
+    t.after(() => {
+      try {
+        this.tmux('kill-server');
+      } catch {
+        /* it has ended */
+      }
+    });
     const environment = ['KELVADROME_HOME', 'PATH'].flatMap((name) => ['-e', `${name}=${world.env[name]}`]);
-    this.tmux('-f', '/dev/null', 'new-session', '-d', '-x', '90', '-y', '40', '-c', world.home, ...environment, process.execPath, join(COMPANION, 'sample-agent/sample-agent.mjs'), '--once', '--pause', '0', '--script', script);
+    this.tmux(
+      '-f',
+      '/dev/null',
+      'new-session',
+      '-d',
+      '-x',
+      '90',
+      '-y',
+      '40',
+      '-c',
+      world.home,
+      ...environment,
+      process.execPath,
+      join(COMPANION, 'sample-agent/sample-agent.mjs'),
+      '--once',
+      '--pause',
+      '0',
+      '--script',
+      script,
+    );
   }
 
-  tmux(...args) { return execFileSync('tmux', ['-L', this.server, ...args], { encoding: 'utf8', stdio: ['ignore', 'pipe', 'ignore'], env: { ...process.env, TMUX: '' } }); }
-  screen() { return this.tmux('capture-pane', '-p', '-t', '%0'); }
-  type(...args) { this.tmux('send-keys', '-t', '%0', ...args); }
-  shows(words) { return until(() => this.screen().includes(words) && this.screen(), `the pane shows "${words}"; it shows:\n${this.screen()}`); }
-  get pid() { return Number(this.tmux('display-message', '-p', '-t', '%0', '#{pane_pid}')); }
+  tmux(...args) {
+    return execFileSync('tmux', ['-L', this.server, ...args], {
+      encoding: 'utf8',
+      stdio: ['ignore', 'pipe', 'ignore'],
+      env: { ...process.env, TMUX: '' },
+    });
+  }
+  screen() {
+    return this.tmux('capture-pane', '-p', '-t', '%0');
+  }
+  type(...args) {
+    this.tmux('send-keys', '-t', '%0', ...args);
+  }
+  shows(words) {
+    return until(
+      () => this.screen().includes(words) && this.screen(),
+      `the pane shows "${words}"; it shows:\n${this.screen()}`,
+    );
+  }
+  get pid() {
+    return Number(this.tmux('display-message', '-p', '-t', '%0', '#{pane_pid}'));
+  }
 }
 
-const theCard = (world, title) => until(async () => (await world.cards()).find((card) => card.title.includes(title)), `the card "${title}"`);
+const theCard = (world, title) =>
+  until(async () => (await world.cards()).find((card) => card.title.includes(title)), `the card "${title}"`);
 
 test('the sample agent takes typed answers of every kind, and its cards end with them', async (t) => {
   const [world, page] = await World.loggedIn(t);
   const pane = new Pane(t, world, 'menu,text,batch,stop,trust');
-  const keysOf = (steps) => steps.flatMap((step) => (step.kind === 'text' ? [['-l', '--', step.text], ['Enter']] : step.kind === 'key' ? [['-l', '--', step.key]] : [[{ down: 'Down', enter: 'Enter' }[step.key]]]));
-  const answers = [['menu', 'SQLite'], ['text', 'zürich go 42'], ['batch', { lang: 'Go', tests: 'no', port: '1' }], ['stop', 'Reject'], ['trust', 'Yes, I trust this folder']];
+  const keysOf = (steps) =>
+    steps.flatMap((step) =>
+      step.kind === 'text'
+        ? [['-l', '--', step.text], ['Enter']]
+        : step.kind === 'key'
+          ? [['-l', '--', step.key]]
+          : [[{ down: 'Down', enter: 'Enter' }[step.key]]],
+    );
+  const answers = [
+    ['menu', 'SQLite'],
+    ['text', 'zürich go 42'],
+    ['batch', { lang: 'Go', tests: 'no', port: '1' }],
+    ['stop', 'Reject'],
+    ['trust', 'Yes, I trust this folder'],
+  ];
   for (const [kind, answer] of answers) {
     const card = await theCard(world, QUESTION[kind]);
     if (kind === 'trust') {
-      const lines = (await pane.shows('Enter to confirm')).split('\n').map((line) => line.trimEnd()).filter((line) => line !== '');
-      assert.deepEqual(lines.slice(-6), ['Accessing workspace:', realpathSync(world.home), 'Quick safety check: Is this a project you created or one you trust?', '❯ No, exit', '  Yes, I trust this folder', 'Enter to confirm · Esc to cancel']);
+      const lines = (await pane.shows('Enter to confirm'))
+        .split('\n')
+        .map((line) => line.trimEnd())
+        .filter((line) => line !== '');
+      assert.deepEqual(lines.slice(-6), [
+        'Accessing workspace:',
+        realpathSync(world.home),
+        'Quick safety check: Is this a project you created or one you trust?',
+        '❯ No, exit',
+        '  Yes, I trust this folder',
+        'Enter to confirm · Esc to cancel',
+      ]);
     } else await pane.shows(card.title);
     const press = { card_id: card.id, version: card.version, answer };
     await (card.risk === 'high' ? page.confirm(press) : page.ok('/v1/cards/answer', press));
     const job = await page.claimOne();
     assert.deepEqual(await page.report(job.id, 'start'), { proceed: true });
     // kd told the pid, group, terminal and pane of the agent that called it, as ps and tmux print them.
-    const [pid, pgid, tpgid, tty, comm] = execFileSync('ps', ['-o', 'pid=,pgid=,tpgid=,tty=,comm=', '-p', String(pane.pid)], { encoding: 'utf8' }).trim().split(/\s+/);
-    assert.deepEqual([job.agent, job.pid, job.pgid, job.pgid, job.tty, job.host, job.host_ref], ['claude', Number(pid), Number(pgid), Number(tpgid), tty, 'tmux', '%0']);
-    assert.equal(pane.tmux('display-message', '-p', '-t', '%0', '#{pane_tty} #{pane_current_command}').trim(), `/dev/${tty} ${comm}`);
+    const [pid, pgid, tpgid, tty, comm] = execFileSync(
+      'ps',
+      ['-o', 'pid=,pgid=,tpgid=,tty=,comm=', '-p', String(pane.pid)],
+      { encoding: 'utf8' },
+    )
+      .trim()
+      .split(/\s+/);
+    assert.deepEqual(
+      [job.agent, job.pid, job.pgid, job.pgid, job.tty, job.host, job.host_ref],
+      ['claude', Number(pid), Number(pgid), Number(tpgid), tty, 'tmux', '%0'],
+    );
+    assert.equal(
+      pane.tmux('display-message', '-p', '-t', '%0', '#{pane_tty} #{pane_current_command}').trim(),
+      `/dev/${tty} ${comm}`,
+    );
     for (const keys of keysOf(job.steps)) pane.type(...keys);
     await pane.shows(`You chose: ${typeof answer === 'string' ? answer : 'lang: Go; tests: no; port: 1'}`);
     await page.report(job.id, 'done');
     await until(async () => !(await world.card(card.id)), 'the card is closed');
   }
-  assert.deepEqual((await world.receipts()).map((receipt) => receipt.action).filter((action) => action !== 'answer.held'), Array(5).fill('answer.typed'));
+  assert.deepEqual(
+    (await world.receipts()).map((receipt) => receipt.action).filter((action) => action !== 'answer.held'),
+    Array(5).fill('answer.typed'),
+  );
   assert.equal((await world.ok('/v1/topic/detail', { topic: 'Storage' })).folder, realpathSync(world.home));
 });
 
@@ -98,7 +185,16 @@ test('kd ask --wait prints the answer, outlives a restart, and withdraws when it
 
   const batch = world.kd([...ask, '--row', 'a=First?=1', '--row', 'b=Second?']);
   const rows = await theCard(world, 'Go on?');
-  assert.deepEqual([rows.kind, rows.rows], ['batch', [{ question_id: 'a', text: 'First?', default: '1', agent_state: 'waiting' }, { question_id: 'b', text: 'Second?', agent_state: 'waiting' }]]);
+  assert.deepEqual(
+    [rows.kind, rows.rows],
+    [
+      'batch',
+      [
+        { question_id: 'a', text: 'First?', default: '1', agent_state: 'waiting' },
+        { question_id: 'b', text: 'Second?', agent_state: 'waiting' },
+      ],
+    ],
+  );
   await world.kd(['answer', rows.id, '{"a":"1","b":"two"}']);
   assert.equal((await batch).stdout, 'a: 1\nb: two\n');
 });
@@ -106,10 +202,18 @@ test('kd ask --wait prints the answer, outlives a restart, and withdraws when it
 test('kd says what is wrong, with an exit code for each case', async (t) => {
   const world = await World.open(t);
   const table = [
-    [[], 64, 'nothing to do'], [['fly'], 64, 'no command "fly"'], [['ask', '--bogus'], 64, 'bogus'], [['ask', '--no-terminal', '-t', 'x'], 64, 'needs --agent'],
-    [['ask', '--agent', 'grok', '-t', 'x'], 4, 'named "grok"'], [['ask', '--pid', '0x1', '-t', 'x'], 64, '--pid'], [['ask', '--no-terminal', '--agent', 'grok'], 64, '--title'],
-    [['ask', '--no-terminal', '--agent', 'grok', '-t', 'x', '-o', '/a'], 1, 'options[0]'], [['ask', '--no-terminal', '--agent', 'grok', '-t', 'x', '--wait=soon'], 64, 'seconds'],
-    [['withdraw', 'card-none'], 1, 'no card'], [['answer', 'card-none', 'x'], 1, 'no card'], [['inbox', '--home', join(world.home, 'none')], 3, 'No kelvadromed'],
+    [[], 64, 'nothing to do'],
+    [['fly'], 64, 'no command "fly"'],
+    [['ask', '--bogus'], 64, 'bogus'],
+    [['ask', '--no-terminal', '-t', 'x'], 64, 'needs --agent'],
+    [['ask', '--agent', 'grok', '-t', 'x'], 4, 'named "grok"'],
+    [['ask', '--pid', '0x1', '-t', 'x'], 64, '--pid'],
+    [['ask', '--no-terminal', '--agent', 'grok'], 64, '--title'],
+    [['ask', '--no-terminal', '--agent', 'grok', '-t', 'x', '-o', '/a'], 1, 'options[0]'],
+    [['ask', '--no-terminal', '--agent', 'grok', '-t', 'x', '--wait=soon'], 64, 'seconds'],
+    [['withdraw', 'card-none'], 1, 'no card'],
+    [['answer', 'card-none', 'x'], 1, 'no card'],
+    [['inbox', '--home', join(world.home, 'none')], 3, 'No kelvadromed'],
   ];
   for (const [args, code, word] of table) {
     const run = await world.kd(args);
@@ -120,14 +224,52 @@ test('kd says what is wrong, with an exit code for each case', async (t) => {
   assert.equal((await world.kd(['inbox'])).stdout, 'Nothing needs you.\n');
   assert.match((await world.kd(['ask', '--help'])).stdout, /--trust FOLDER/);
 
-  await world.kd(['touch', '--no-terminal', '--agent', 'grok', '--session', 's1', '--status', 'busy', '--doing', 'Reading']);
+  await world.kd([
+    'touch',
+    '--no-terminal',
+    '--agent',
+    'grok',
+    '--session',
+    's1',
+    '--status',
+    'busy',
+    '--doing',
+    'Reading',
+  ]);
   assert.match((await world.kd(['sessions'])).stdout, /^Ada +Grok +busy +- +Reading$/m);
 });
 
 test('the process table is read right: names with blanks and brackets, terminals, the way up', () => {
-  assert.deepEqual(parseStat('42 (a) b (c)) S 7 40 1 34817 40 4194304 1 2 3 4 5 6 7 8 20 0 1 0 987 10 11 12 13 14 1616'), { pid: 42, comm: 'a) b (c)', state: 'S', ppid: 7, pgid: 40, sid: 1, tty: 'pts/1', tpgid: 40, started: 987, image: 1616 });
-  for (const [device, name] of [[0, null], [(136 << 8) | 3, 'pts/3'], [(136 << 8) | 44 | (1 << 20), 'pts/300'], [(137 << 8) | 1, 'pts/257'], [(4 << 8) | 2, 'tty2'], [(4 << 8) | 64, 'ttyS0']]) assert.equal(ttyName(device), name);
-  const table = { 9: { pid: 9, comm: 'bash', ppid: 8 }, 8: { pid: 8, comm: 'claude', ppid: 7 }, 7: { pid: 7, comm: 'codex', ppid: 6 }, 6: { pid: 6, comm: 'x', ppid: 6 } };
+  assert.deepEqual(
+    parseStat('42 (a) b (c)) S 7 40 1 34817 40 4194304 1 2 3 4 5 6 7 8 20 0 1 0 987 10 11 12 13 14 1616'),
+    {
+      pid: 42,
+      comm: 'a) b (c)',
+      state: 'S',
+      ppid: 7,
+      pgid: 40,
+      sid: 1,
+      tty: 'pts/1',
+      tpgid: 40,
+      started: 987,
+      image: 1616,
+    },
+  );
+  for (const [device, name] of [
+    [0, null],
+    [(136 << 8) | 3, 'pts/3'],
+    [(136 << 8) | 44 | (1 << 20), 'pts/300'],
+    [(137 << 8) | 1, 'pts/257'],
+    [(4 << 8) | 2, 'tty2'],
+    [(4 << 8) | 64, 'ttyS0'],
+  ])
+    assert.equal(ttyName(device), name);
+  const table = {
+    9: { pid: 9, comm: 'bash', ppid: 8 },
+    8: { pid: 8, comm: 'claude', ppid: 7 },
+    7: { pid: 7, comm: 'codex', ppid: 6 },
+    6: { pid: 6, comm: 'x', ppid: 6 },
+  };
   const look = (pid) => table[pid] ?? null;
   const name = ({ comm }) => comm;
   assert.equal(findAbove(9, ['claude', 'codex'], look, name).pid, 8);
@@ -140,13 +282,29 @@ test('the process table is read right: names with blanks and brackets, terminals
 
 test('a process goes by its command, and a script by its own name', () => {
   const table = [
-    ['claude', 'claude', 'claude'], ['/opt/x/claude', 'claude --resume', 'claude'], ['bash', 'bash /opt/claude', 'bash'], ['vim', 'node claude', 'vim'],
-    ['MainThread', 'node /usr/local/bin/gemini --yolo', 'gemini'], ['node', '/usr/bin/node --no-warnings --require ./x.js /opt/codex/bin/codex.js', 'codex'],
-    ['node-MainThread', 'node -- odd.mjs', 'odd'], ['node', 'node', 'node'], ['MainThread', 'node -e claude', 'MainThread'], ['node', 'node --import ./hook.mjs', 'node'],
-    ['node', 'node /usr/lib/node_modules/@anthropic-ai/claude-code/cli.js', 'claude'], ['MainThread', 'node /usr/lib/node_modules/@google/gemini-cli/dist/index.js', 'gemini'],
-    ['node', 'node /home/u/index.js', 'index'], ['bun', 'bun run /opt/opencode.ts', 'opencode'], ['deno', 'deno run -A amp.ts', 'amp'], ['node', 'node run', 'run'],
-    ['python3.11', 'python3.11 -X utf8 /home/u/.local/bin/aider', 'aider'], ['python3', 'python3 -m aider.main', 'aider'], ['python3', 'python3 -c pi', 'python3'],
-    ['python3', 'python3 /usr/lib/python3/site-packages/aider/__main__.py', 'aider'], ['MainThread', '', 'MainThread'], ['MainThread', 'claude', 'MainThread'],
+    ['claude', 'claude', 'claude'],
+    ['/opt/x/claude', 'claude --resume', 'claude'],
+    ['bash', 'bash /opt/claude', 'bash'],
+    ['vim', 'node claude', 'vim'],
+    ['MainThread', 'node /usr/local/bin/gemini --yolo', 'gemini'],
+    ['node', '/usr/bin/node --no-warnings --require ./x.js /opt/codex/bin/codex.js', 'codex'],
+    ['node-MainThread', 'node -- odd.mjs', 'odd'],
+    ['node', 'node', 'node'],
+    ['MainThread', 'node -e claude', 'MainThread'],
+    ['node', 'node --import ./hook.mjs', 'node'],
+    ['node', 'node /usr/lib/node_modules/@anthropic-ai/claude-code/cli.js', 'claude'],
+    ['MainThread', 'node /usr/lib/node_modules/@google/gemini-cli/dist/index.js', 'gemini'],
+    ['node', 'node /home/u/index.js', 'index'],
+    ['bun', 'bun run /opt/opencode.ts', 'opencode'],
+    ['deno', 'deno run -A amp.ts', 'amp'],
+    ['node', 'node run', 'run'],
+    ['python3.11', 'python3.11 -X utf8 /home/u/.local/bin/aider', 'aider'],
+    ['python3', 'python3 -m aider.main', 'aider'],
+    ['python3', 'python3 -c pi', 'python3'],
+    ['python3', 'python3 /usr/lib/python3/site-packages/aider/__main__.py', 'aider'],
+    ['MainThread', '', 'MainThread'],
+    ['MainThread', 'claude', 'MainThread'],
   ];
-  for (const [comm, line, name] of table) assert.equal(programName(comm, line.split(' ')), name, `${comm}: ${line}`);
+  for (const [comm, line, name] of table)
+    assert.equal(programName(comm, line.split(' ')), name, `${comm}: ${line}`);
 });

@@ -19,7 +19,9 @@ function scriptable(world) {
 function end(pid) {
   try {
     process.kill(pid, 'SIGKILL');
-  } catch { /* it has ended */ }
+  } catch {
+    /* it has ended */
+  }
 }
 
 test('only the process that asked is answered: not one that ended, nor another program in its place', async (t) => {
@@ -28,7 +30,11 @@ test('only the process that asked is answered: not one that ended, nor another p
   const next = join(world.home, 'claude');
   const changes = [
     ['ends', (agent) => agent.end(), /the agent process ended/],
-    ['runs a new agent', ({ live }) => world.panes.tmux('send-keys', '-t', live.host_ref, 'Enter'), /another one than the one that asked/],
+    [
+      'runs a new agent',
+      ({ live }) => world.panes.tmux('send-keys', '-t', live.host_ref, 'Enter'),
+      /another one than the one that asked/,
+    ],
   ];
   for (const [name, change, words] of changes) {
     const agent = await world.panes.start([claude, '-c', `read x; exec ${next} infinity`]);
@@ -36,14 +42,22 @@ test('only the process that asked is answered: not one that ended, nor another p
     const { id, job } = await world.answered(page, { live });
     await change(agent);
     if (name === 'ends') await until(() => !isRunning(live.pid), 'it has ended');
-    else await until(() => execFileSync('readlink', [`/proc/${live.pid}/exe`], { encoding: 'utf8' }).includes('sleep'), 'it runs the next program');
+    else
+      await until(
+        () => execFileSync('readlink', [`/proc/${live.pid}/exe`], { encoding: 'utf8' }).includes('sleep'),
+        'it runs the next program',
+      );
     const reply = await page.report(job.id, 'start');
     assert.equal(reply.proceed, false, name);
     assert.match(reply.reason, words);
     await page.report(job.id, 'refused', { reason: reply.reason });
     assert.match((await world.card(id)).refs.last_refusal, words);
     if (name !== 'ends') {
-      const pressed = await page.post('/v1/cards/answer', { card_id: id, version: (await world.card(id)).version, answer: 'Yes' });
+      const pressed = await page.post('/v1/cards/answer', {
+        card_id: id,
+        version: (await world.card(id)).version,
+        answer: 'Yes',
+      });
       assert.match(pressed.error?.message ?? '', /has ended, so its question cannot be answered/, name);
     }
     assert.equal((await world.abandoned(id)).state, 'gone');
@@ -60,12 +74,22 @@ test('an answer to an older question waits while a newer one blocks the same pro
   assert.deepEqual(reply, { proceed: false, reason: 'Claude Code has asked a newer question since' });
   await page.report(job.id, 'refused', { reason: reply.reason });
   const card = await world.reopened(older);
-  assert.deepEqual([card.answerable, card.delivery_note], [false, 'Claude Code has asked a newer question since. Answer that one first.']);
-  const pressed = await page.post('/v1/cards/answer', { card_id: older, version: card.version, answer: 'Yes' });
+  assert.deepEqual(
+    [card.answerable, card.delivery_note],
+    [false, 'Claude Code has asked a newer question since. Answer that one first.'],
+  );
+  const pressed = await page.post('/v1/cards/answer', {
+    card_id: older,
+    version: card.version,
+    answer: 'Yes',
+  });
   assert.deepEqual([pressed.status, pressed.error.message], [409, card.delivery_note]);
   for (const id of [newer, other]) assert.equal((await world.card(id)).answerable, undefined);
   await world.ok('/v1/ask/withdraw', { card_id: newer });
-  assert.deepEqual([(await world.card(older)).answerable, (await world.card(older)).delivery_note], [undefined, undefined]);
+  assert.deepEqual(
+    [(await world.card(older)).answerable, (await world.card(older)).delivery_note],
+    [undefined, undefined],
+  );
   await page.ok('/v1/cards/answer', { card_id: older, version: card.version, answer: 'Yes' });
   const second = await page.claimOne();
   assert.deepEqual(await page.report(second.id, 'start'), { proceed: true });
@@ -73,10 +97,16 @@ test('an answer to an older question waits while a newer one blocks the same pro
   // Asked under the very keys: nobody can say which of the two got them.
   const under = await world.ask({ live, title: 'Under the keys?', default: 'Yes' });
   await page.report(second.id, 'done');
-  assert.deepEqual([(await world.detail(older)).outcome, (await world.detail(older)).answer], ['went_on', undefined]);
+  assert.deepEqual(
+    [(await world.detail(older)).outcome, (await world.detail(older)).answer],
+    ['went_on', undefined],
+  );
   assert.equal((await world.receipts())[0].action, 'answer.overtaken');
   const warned = await world.card(under);
-  assert.deepEqual([warned.state, warned.maybe_typed, warned.default, warned.answerable], ['open', true, undefined, undefined]);
+  assert.deepEqual(
+    [warned.state, warned.maybe_typed, warned.default, warned.answerable],
+    ['open', true, undefined, undefined],
+  );
   assert.match(warned.refs.last_refusal, /Some keys may have gone here/);
 });
 
@@ -85,11 +115,19 @@ test('a card whose answer may have been typed closes once its question has left 
   const claude = scriptable(world);
   const asks = { title: 'Which of the two should it be?', options: ['Alpha', 'Beta'] };
   const draw = `printf '${asks.title}\\n1. Alpha\\n2. Beta\\n'`;
-  const cases = [['goes on', `${draw}; read x; clear; read y`, true], ['still asks', `${draw}; read x; clear; ${draw}; read y`, false], ['never showed it', 'read x; read y', false]];
+  const cases = [
+    ['goes on', `${draw}; read x; clear; read y`, true],
+    ['still asks', `${draw}; read x; clear; ${draw}; read y`, false],
+    ['never showed it', 'read x; read y', false],
+  ];
   const shown = [];
   for (const [name, script, isOver] of cases) {
     const { live } = await world.panes.start([claude, '-c', script]);
-    if (script.startsWith('printf')) await until(() => world.panes.tmux('capture-pane', '-p', '-t', live.host_ref).includes('Beta'), 'the question is drawn');
+    if (script.startsWith('printf'))
+      await until(
+        () => world.panes.tmux('capture-pane', '-p', '-t', live.host_ref).includes('Beta'),
+        'the question is drawn',
+      );
     const { id, job } = await world.answered(page, { ...asks, live }, 'Beta');
     await page.report(job.id, 'start');
     world.panes.tmux('send-keys', '-t', live.host_ref, '2', 'Enter');
@@ -97,19 +135,31 @@ test('a card whose answer may have been typed closes once its question has left 
     assert.equal((await world.card(id)).maybe_typed, true, name);
     shown.push([name, id, isOver]);
   }
-  for (const [, id, isOver] of shown) if (isOver) await until(async () => { await world.advance(2); return (await world.detail(id)).outcome === 'went_on'; }, 'it is seen that the agent went on');
-  for (const [name, id, isOver] of shown) if (!isOver) assert.equal((await world.card(id)).state, 'open', name);
+  for (const [, id, isOver] of shown)
+    if (isOver)
+      await until(async () => {
+        await world.advance(2);
+        return (await world.detail(id)).outcome === 'went_on';
+      }, 'it is seen that the agent went on');
+  for (const [name, id, isOver] of shown)
+    if (!isOver) assert.equal((await world.card(id)).state, 'open', name);
 });
 
 test('what can never be typed into says so on its card before anybody presses, and takes no press', async (t) => {
   const [world, page] = await World.loggedIn(t);
   const claude = join(world.home, 'claude');
-  const inner = (outer) => until(() => {
-    const found = execFileSync('ps', ['-eo', 'pid=,args='], { encoding: 'utf8' }).split('\n').map((line) => /^\s*(\d+)\s+(.*)$/.exec(line)).find((match) => match?.[2] === outer);
-    return found && Number(found[1]);
-  }, `"${outer}" runs`);
+  const inner = (outer) =>
+    until(() => {
+      const found = execFileSync('ps', ['-eo', 'pid=,args='], { encoding: 'utf8' })
+        .split('\n')
+        .map((line) => /^\s*(\d+)\s+(.*)$/.exec(line))
+        .find((match) => match?.[2] === outer);
+      return found && Number(found[1]);
+    }, `"${outer}" runs`);
   const liveOf = async (pid, host) => {
-    const [pgid, tty] = execFileSync('ps', ['-o', 'pgid=,tty=', '-p', String(pid)], { encoding: 'utf8' }).trim().split(/\s+/);
+    const [pgid, tty] = execFileSync('ps', ['-o', 'pgid=,tty=', '-p', String(pid)], { encoding: 'utf8' })
+      .trim()
+      .split(/\s+/);
     return { pid, pgid: Number(pgid), tty, host: 'tmux', host_ref: host };
   };
   let count = 1000;
@@ -118,16 +168,34 @@ test('what can never be typed into says so on its card before anybody presses, a
     const words = `${claude} ${++count}`;
     const outer = await world.panes.start(command(words), comm);
     const pid = await inner(words);
-    t.after(() => end(pid));  // what is between it and the pane may outlive the pane
+    t.after(() => end(pid)); // what is between it and the pane may outlive the pane
     return liveOf(pid, outer.live.host_ref);
   };
   const [fine, second] = [await world.panes.start(), await world.panes.start()];
   const cases = [
-    ['script', await below((words) => ['script', '-qc', words, '/dev/null'], 'script'), /but its tmux pane is pts\/\d+/],
-    ['sh -c', await below((words) => ['sh', '-c', `${words}; true`], 'sh'), /The shell "sh" that started Claude Code/],
-    ['no environment', { ...await below((words) => ['env', '-i', ...words.split(' ')], 'claude') }, /which tmux server/],
-    ['another pane', { ...fine.live, host_ref: second.live.host_ref }, /but its tmux pane is/], ['a pane that is not there', { ...fine.live, host_ref: '%999' }, /no pane %999/],
-    ['an unknown window', { ...fine.live, host: 'unknown', host_ref: undefined }, /can be typed into from outside/], ['another terminal', { ...fine.live, tty: 'pts/9999' }, /not in pts\/9999/],
+    [
+      'script',
+      await below((words) => ['script', '-qc', words, '/dev/null'], 'script'),
+      /but its tmux pane is pts\/\d+/,
+    ],
+    [
+      'sh -c',
+      await below((words) => ['sh', '-c', `${words}; true`], 'sh'),
+      /The shell "sh" that started Claude Code/,
+    ],
+    [
+      'no environment',
+      { ...(await below((words) => ['env', '-i', ...words.split(' ')], 'claude')) },
+      /which tmux server/,
+    ],
+    ['another pane', { ...fine.live, host_ref: second.live.host_ref }, /but its tmux pane is/],
+    ['a pane that is not there', { ...fine.live, host_ref: '%999' }, /no pane %999/],
+    [
+      'an unknown window',
+      { ...fine.live, host: 'unknown', host_ref: undefined },
+      /can be typed into from outside/,
+    ],
+    ['another terminal', { ...fine.live, tty: 'pts/9999' }, /not in pts\/9999/],
   ];
   for (const [name, live, words] of cases) {
     const id = await world.ask({ live });
@@ -136,23 +204,39 @@ test('what can never be typed into says so on its card before anybody presses, a
     assert.match(card.delivery_note, words, name);
     const pressed = await page.post('/v1/cards/answer', { card_id: id, version: 1, answer: 'Yes' });
     assert.deepEqual([pressed.status, pressed.error.message], [409, card.delivery_note], name);
-    assert.equal((await world.card(await world.ask({ live, wait: true }))).delivery_note, undefined, `${name}, but it waits for its answer`);
+    assert.equal(
+      (await world.card(await world.ask({ live, wait: true }))).delivery_note,
+      undefined,
+      `${name}, but it waits for its answer`,
+    );
   }
   const good = await world.card(await world.ask({ live: fine.live }));
   assert.deepEqual([good.answerable, good.delivery_note], [undefined, undefined]);
   // A tmux server that hangs says nothing, so nothing is said of it, and the asker is not held up.
   const server = Number(world.panes.tmux('display-message', '-p', '#{pid}'));
   process.kill(server, 'SIGSTOP');
-  t.after(() => { try { process.kill(server, 'SIGCONT'); } catch { /* it has ended */ } });
+  t.after(() => {
+    try {
+      process.kill(server, 'SIGCONT');
+    } catch {
+      /* it has ended */
+    }
+  });
   assert.equal((await world.card(await world.ask({ live: fine.live }))).delivery_note, undefined);
   process.kill(server, 'SIGCONT');
   // Whoever waits for such a card gets the answer handed, so it can be pressed then.
   const late = await world.ask({ live: { ...second.live, host: 'unknown', host_ref: undefined } });
   await world.ok('/v1/ask/wait', { card_id: late, wait_ms: 50 });
   assert.equal((await world.card(late)).answerable, undefined);
-  await until(async () => { await world.advance(1); return (await world.card(late)).answerable === false; }, 'nobody waits any more');
+  await until(async () => {
+    await world.advance(1);
+    return (await world.card(late)).answerable === false;
+  }, 'nobody waits any more');
   const waiting = world.ok('/v1/ask/wait', { card_id: late, wait_ms: 8000 });
-  const card = await until(async () => { const now = await world.card(late); return now.answerable === undefined && now; }, 'the card can be answered');
+  const card = await until(async () => {
+    const now = await world.card(late);
+    return now.answerable === undefined && now;
+  }, 'the card can be answered');
   await page.ok('/v1/cards/answer', { card_id: late, version: card.version, answer: 'No' });
   assert.equal((await waiting).answer, 'No');
 });
@@ -163,7 +247,9 @@ test('a terminal of a container that only has the same name as the pane is told 
   const world = await World.open(t);
   const program = join(world.home, 'container.py');
   // Opens terminals of its own until one has the number of the pane's, and runs the agent there.
-  writeFileSync(program, `import os, pty, subprocess, sys
+  writeFileSync(
+    program,
+    `import os, pty, subprocess, sys
 kept, number = [], sys.argv[1]
 while True:
     kept.append(pty.openpty())
@@ -172,9 +258,13 @@ end = kept[-1][1]
 agent = subprocess.Popen(sys.argv[2:], stdin=end, stdout=end, stderr=end, start_new_session=True, preexec_fn=lambda: __import__('fcntl').ioctl(0, __import__('termios').TIOCSCTTY, 0))
 print(agent.pid, flush=True)
 agent.wait()
-`);
+`,
+  );
   const inside = `mount -t devpts -o newinstance,ptmxmode=0666 devpts /dev/pts && mount --bind /dev/pts/ptmx /dev/ptmx && exec python3 ${program} $TTY ${join(world.home, 'claude')} infinity`;
-  const outer = await world.panes.start(['sh', '-c', `TTY=$(tty) exec unshare -m sh -c '${inside}' > ${world.home}/pid`], 'python3');
+  const outer = await world.panes.start(
+    ['sh', '-c', `TTY=$(tty) exec unshare -m sh -c '${inside}' > ${world.home}/pid`],
+    'python3',
+  );
   const pid = await until(() => Number(readFileSync(join(world.home, 'pid'), 'utf8')), 'the agent runs');
   t.after(() => end(pid));
   const card = await world.card(await world.ask({ live: { ...outer.live, pid, pgid: pid } }));
@@ -187,9 +277,13 @@ test('what is no agent, or can take no keys, is refused when it asks', async (t)
   const { live, pid } = await world.panes.start();
   const shell = await world.panes.start(['bash', '--norc'], 'bash');
   const table = [
-    [{ agent: 'bash', live: shell.live }, /is a shell \(bash\)/], [{ live: shell.live }, /is a shell/], [{ agent: 'codex', live }, new RegExp(`process ${pid} is claude, not codex`)],
-    [{ live: { ...live, pid: 0x7ffffffe } }, /there is no process/], [{ live: { ...live, host: 'terminal', host_ref: undefined } }, /never typed into Terminal/],
-    [{ live: { ...live, host: 'iterm2', host_ref: 'x' } }, /no iTerm2/], [{ live: { ...live, host_ref: undefined } }, /host_ref: is missing/],
+    [{ agent: 'bash', live: shell.live }, /is a shell \(bash\)/],
+    [{ live: shell.live }, /is a shell/],
+    [{ agent: 'codex', live }, new RegExp(`process ${pid} is claude, not codex`)],
+    [{ live: { ...live, pid: 0x7ffffffe } }, /there is no process/],
+    [{ live: { ...live, host: 'terminal', host_ref: undefined } }, /never typed into Terminal/],
+    [{ live: { ...live, host: 'iterm2', host_ref: 'x' } }, /no iTerm2/],
+    [{ live: { ...live, host_ref: undefined } }, /host_ref: is missing/],
     [{ live: { pid: shell.pid, host: 'unknown', codex_thread: 't' }, agent: 'codex' }, /is a shell/],
   ];
   for (const [more, words] of table) {
@@ -205,10 +299,24 @@ test('what is no agent, or can take no keys, is refused when it asks', async (t)
 
 test('an answer that nobody can type or waits for is kept, and fetched with kd wait or by asking again', async (t) => {
   const [world, page] = await World.loggedIn(t);
-  const ask = ['ask', '--no-terminal', '--agent', 'codex', '--session', 's', '-t', 'Go on?', '--ask-id', 'mine'];
+  const ask = [
+    'ask',
+    '--no-terminal',
+    '--agent',
+    'codex',
+    '--session',
+    's',
+    '-t',
+    'Go on?',
+    '--ask-id',
+    'mine',
+  ];
   const { stdout } = await world.kd(ask);
   const id = stdout.trim();
-  assert.equal((await world.card(id)).delivery_note, 'Nothing is typed for this one. Your answer is kept until Codex fetches it.');
+  assert.equal(
+    (await world.card(id)).delivery_note,
+    'Nothing is typed for this one. Your answer is kept until Codex fetches it.',
+  );
   const early = await world.kd(['wait', id, '--seconds', '0.2']);
   assert.deepEqual([early.code, early.stdout], [5, '']);
   assert.match(early.stderr, /The question stays open/);
@@ -216,12 +324,22 @@ test('an answer that nobody can type or waits for is kept, and fetched with kd w
   assert.equal(await status(), 'waiting_me');
   await page.ok('/v1/cards/answer', { card_id: id, version: 1, answer: 'Sure' });
   await world.closed(id);
-  assert.match((await world.receipts())[0].line, /^Kept for Codex, which has not fetched it yet: "Go on\?"\. Nothing was typed\.$/);
+  assert.match(
+    (await world.receipts())[0].line,
+    /^Kept for Codex, which has not fetched it yet: "Go on\?"\. Nothing was typed\.$/,
+  );
   assert.equal(await status(), 'waiting');
   assert.deepEqual(await world.kd(['wait', id]), { code: 0, stdout: 'Sure\n', stderr: '' });
   assert.deepEqual(await world.kd([...ask, '--wait']), { code: 0, stdout: 'Sure\n', stderr: '' });
-  assert.deepEqual(JSON.parse((await world.kd([...ask, '--json'])).stdout), { card_id: id, version: 3, state: 'closed' });
-  assert.deepEqual((await world.receipts()).map((receipt) => receipt.action), ['answer.handed', 'answer.kept', 'answer.held']);
+  assert.deepEqual(JSON.parse((await world.kd([...ask, '--json'])).stdout), {
+    card_id: id,
+    version: 3,
+    state: 'closed',
+  });
+  assert.deepEqual(
+    (await world.receipts()).map((receipt) => receipt.action),
+    ['answer.handed', 'answer.kept', 'answer.held'],
+  );
   assert.equal(await status(), 'working');
   assert.equal((await world.kd(['wait', 'card-none'])).code, 1);
 });
@@ -229,7 +347,10 @@ test('an answer that nobody can type or waits for is kept, and fetched with kd w
 test('an agent that runs as a script of node is found by its name', async (t) => {
   const world = await World.open(t);
   const script = join(world.home, 'gemini.mjs');
-  writeFileSync(script, `import { execFileSync } from 'node:child_process';\nexecFileSync(process.execPath, [${JSON.stringify(KD)}, 'ask', '-t', 'Found?']);\nsetInterval(() => {}, 1e6);\n`);
+  writeFileSync(
+    script,
+    `import { execFileSync } from 'node:child_process';\nexecFileSync(process.execPath, [${JSON.stringify(KD)}, 'ask', '-t', 'Found?']);\nsetInterval(() => {}, 1e6);\n`,
+  );
   const child = spawn(process.execPath, [script], { env: world.env, stdio: 'ignore' });
   t.after(() => child.kill('SIGKILL'));
   const card = await until(async () => (await world.cards())[0], 'the card');
@@ -238,13 +359,19 @@ test('an agent that runs as a script of node is found by its name', async (t) =>
 
 test('a session no longer waits once its question is over, and one without a process ends after a day of silence', async (t) => {
   const [world, page] = await World.loggedIn(t);
-  const status = async (agent) => Object.fromEntries((await world.ok('/v1/agents/status')).sessions.map((row) => [row.agent, row.status]))[agent];
+  const status = async (agent) =>
+    Object.fromEntries((await world.ok('/v1/agents/status')).sessions.map((row) => [row.agent, row.status]))[
+      agent
+    ];
   const { job } = await world.answered(page);
   assert.equal(await status('claude'), 'waiting_me');
   await page.report(job.id, 'start');
   await page.report(job.id, 'done');
   assert.equal(await status('claude'), 'working');
-  const [first, second] = [await world.askFromAfar({ agent: 'grok', session_id: 's' }), await world.askFromAfar({ agent: 'grok', session_id: 's' })];
+  const [first, second] = [
+    await world.askFromAfar({ agent: 'grok', session_id: 's' }),
+    await world.askFromAfar({ agent: 'grok', session_id: 's' }),
+  ];
   await page.ok('/v1/cards/answer', { card_id: first, version: 1, answer: 'Yes' });
   await world.ok('/v1/ask/wait', { card_id: first });
   assert.equal(await status('grok'), 'waiting_me');

@@ -30,7 +30,10 @@ test('the question of an agent that ended can no longer be answered, counts no l
   assert.equal((await world.receipts())[0].action, 'card.agent_gone');
   assert.equal((await world.ok('/v1/inbox')).counts.needs_you, 2);
   await world.restart();
-  assert.deepEqual([(await world.card(id)).state, (await world.card(alive)).state, (await world.card(kept)).state], ['gone', 'open', 'open']);
+  assert.deepEqual(
+    [(await world.card(id)).state, (await world.card(alive)).state, (await world.card(kept)).state],
+    ['gone', 'open', 'open'],
+  );
   await (await world.login()).ok('/v1/page/dismiss', { card_id: id, version: 2 });
   assert.equal(await world.card(id), undefined);
   assert.equal((await world.ok('/v1/cards/detail', { card_id: id })).card.outcome, 'dismissed');
@@ -43,20 +46,35 @@ test('a high risk is answered only as it was reviewed', async (t) => {
   const press = { card_id: id, version: 1, answer: 'Yes' };
   const review = async (body = press, from = page) => (await from.ok('/v1/page/review', body)).review;
   const refusals = [
-    ['without a review', async () => press], ['an invented one', async () => ({ ...press, review: 'x' })],
+    ['without a review', async () => press],
+    ['an invented one', async () => ({ ...press, review: 'x' })],
     ['of another answer', async () => ({ ...press, review: await review({ ...press, answer: 'No' }) })],
     ['of another page session', async () => ({ ...press, review: await review(press, other) })],
-    ['that is too old', async () => { const token = await review(); await world.advance(601); return { ...press, review: token }; }],
+    [
+      'that is too old',
+      async () => {
+        const token = await review();
+        await world.advance(601);
+        return { ...press, review: token };
+      },
+    ],
   ];
-  for (const [name, body] of refusals) assert.equal((await page.post('/v1/cards/answer', await body())).error?.code, 'review_needed', name);
-  assert.equal((await page.post('/v1/page/review', { ...press, answer: 'Maybe' })).error.code, 'validation_failed');
+  for (const [name, body] of refusals)
+    assert.equal((await page.post('/v1/cards/answer', await body())).error?.code, 'review_needed', name);
+  assert.equal(
+    (await page.post('/v1/page/review', { ...press, answer: 'Maybe' })).error.code,
+    'validation_failed',
+  );
   assert.equal((await page.post('/v1/page/review', { ...press, version: 2 })).error.code, 'stale');
 
   const shown = await page.ok('/v1/page/review', press);
   assert.deepEqual([shown.answer, shown.hold_s], ['Yes', 5]);
   assert.equal((await page.ok('/v1/cards/answer', { ...press, review: shown.review })).status, 'held');
   await page.ok('/v1/page/cancel', { card_id: id });
-  assert.equal((await page.post('/v1/cards/answer', { ...press, version: 3, review: shown.review })).error.code, 'review_needed');
+  assert.equal(
+    (await page.post('/v1/cards/answer', { ...press, version: 3, review: shown.review })).error.code,
+    'review_needed',
+  );
 });
 
 test('setup tells what is true: the folder, the agents on this machine, and when it is over', async (t) => {
@@ -72,13 +90,33 @@ test('setup tells what is true: the folder, the agents on this machine, and when
   const first = await status();
   assert.deepEqual([first.completed, first.folder], [false, undefined]);
   const found = Object.fromEntries(first.agents.map((row) => [row.id, row]));
-  assert.deepEqual(found.aider, { id: 'aider', name: 'Aider', install: { state: 'installed', kind: 'path' }, path: join(bin, 'aider'), asked: false });
+  assert.deepEqual(found.aider, {
+    id: 'aider',
+    name: 'Aider',
+    install: { state: 'installed', kind: 'path' },
+    path: join(bin, 'aider'),
+    asked: false,
+  });
   assert.equal(found.droid.install.state, 'missing');
 
-  for (const path of ['work', join(work, 'nope'), join(bin, 'aider')]) assert.equal((await world.call('/v1/onboarding/folder', { path })).error?.code, 'validation_failed', path);
+  for (const path of ['work', join(work, 'nope'), join(bin, 'aider')])
+    assert.equal(
+      (await world.call('/v1/onboarding/folder', { path })).error?.code,
+      'validation_failed',
+      path,
+    );
   assert.deepEqual(await world.ok('/v1/onboarding/folder', { path: `${work}/` }), { folder: work });
-  const topicAt = async (cwd, more) => (await world.card(await world.ask({ live: { cwd }, menu: false, ...more }))).topic;
-  assert.deepEqual([await topicAt(join(work, 'shop/src')), await topicAt(work), await topicAt('/elsewhere'), await topicAt(join(work, 'shop'), { topic: 'Own' })], ['shop', undefined, undefined, 'Own']);
+  const topicAt = async (cwd, more) =>
+    (await world.card(await world.ask({ live: { cwd }, menu: false, ...more }))).topic;
+  assert.deepEqual(
+    [
+      await topicAt(join(work, 'shop/src')),
+      await topicAt(work),
+      await topicAt('/elsewhere'),
+      await topicAt(join(work, 'shop'), { topic: 'Own' }),
+    ],
+    ['shop', undefined, undefined, 'Own'],
+  );
 
   assert.equal((await world.call('/v1/onboarding/finish')).error.code, 'forbidden');
   await (await world.login()).ok('/v1/onboarding/finish');

@@ -14,31 +14,74 @@ test('every refusal is an envelope that names what was wrong, and loses nothing'
   const id = await world.ask();
   const ask = (more) => JSON.stringify({ agent: 'claude', title: 'T', ...more });
   const table = [
-    ['POST', '/v1/nope', '{}', 404, 'not_found', '/v1/nope'], ['GET', '/v1/cards/list', undefined, 405, 'method_not_allowed', 'GET'],
-    ['POST', '/v1/voice/scan', '{}', 501, 'not_implemented', 'voice'], ['POST', '/v1/talk/propose', '{}', 501, 'not_implemented', ''],
-    ['POST', '/v1/ask', '{"agent"', 400, 'validation_failed', 'JSON'], ['POST', '/v1/ask', '[]', 400, 'validation_failed', 'object'],
-    ['POST', '/v1/ask', Buffer.from([0x7b, 0x22, 0xff, 0x22, 0x7d]), 400, 'validation_failed', 'UTF-8'], ['POST', '/v1/ask', 'x'.repeat(1_000_001), 413, 'too_large', '1000000'],
-    ['POST', '/v1/ask', ask({ scope: 'all' }), 400, 'validation_failed', 'scope'], ['POST', '/v1/ask', ask({ agent: 'a b' }), 400, 'validation_failed', 'agent'],
-    ['POST', '/v1/ask', ask({ title: ' \u200b ' }), 400, 'validation_failed', 'title'], ['POST', '/v1/ask', ask({ risk: 'huge' }), 400, 'validation_failed', 'low, medium, high'],
-    ['POST', '/v1/ask', ask({ options: ['a', 'a'] }), 400, 'validation_failed', 'options'], ['POST', '/v1/ask', ask({ options: ['/a'] }), 400, 'validation_failed', 'options[0]'],
-    ['POST', '/v1/ask', ask({ menu: true }), 400, 'validation_failed', 'options'], ['POST', '/v1/ask', ask({ menu: true, options: [...'abcdefghij'] }), 400, 'validation_failed', '1 to 9'],
-    ['POST', '/v1/ask', ask({ menu: true, options: ['a'], default: 'b' }), 400, 'validation_failed', 'default'], ['POST', '/v1/ask', ask({ kind: 'batch' }), 400, 'validation_failed', 'rows'],
-    ['POST', '/v1/ask', ask({ live: { pid: -1 } }), 400, 'validation_failed', 'pid'], ['POST', '/v1/ask', ask({ live: { host: 'tmux', host_ref: '%3;rm' } }), 400, 'validation_failed', 'host_ref'],
-    ['POST', '/v1/ask', ask({ screen: { profile: 'claude_trust', folder: '/a' } }), 400, 'validation_failed', 'screen'],
-    ['POST', '/v1/ask/wait', '{"card_id":"x"}', 404, 'unknown_card', 'x'], ['POST', '/v1/topic/detail', '{"topic":"x"}', 404, 'unknown_topic', 'x'],
+    ['POST', '/v1/nope', '{}', 404, 'not_found', '/v1/nope'],
+    ['GET', '/v1/cards/list', undefined, 405, 'method_not_allowed', 'GET'],
+    ['POST', '/v1/voice/scan', '{}', 501, 'not_implemented', 'voice'],
+    ['POST', '/v1/talk/propose', '{}', 501, 'not_implemented', ''],
+    ['POST', '/v1/ask', '{"agent"', 400, 'validation_failed', 'JSON'],
+    ['POST', '/v1/ask', '[]', 400, 'validation_failed', 'object'],
+    ['POST', '/v1/ask', Buffer.from([0x7b, 0x22, 0xff, 0x22, 0x7d]), 400, 'validation_failed', 'UTF-8'],
+    ['POST', '/v1/ask', 'x'.repeat(1_000_001), 413, 'too_large', '1000000'],
+    ['POST', '/v1/ask', ask({ scope: 'all' }), 400, 'validation_failed', 'scope'],
+    ['POST', '/v1/ask', ask({ agent: 'a b' }), 400, 'validation_failed', 'agent'],
+    ['POST', '/v1/ask', ask({ title: ' \u200b ' }), 400, 'validation_failed', 'title'],
+    ['POST', '/v1/ask', ask({ risk: 'huge' }), 400, 'validation_failed', 'low, medium, high'],
+    ['POST', '/v1/ask', ask({ options: ['a', 'a'] }), 400, 'validation_failed', 'options'],
+    ['POST', '/v1/ask', ask({ options: ['/a'] }), 400, 'validation_failed', 'options[0]'],
+    ['POST', '/v1/ask', ask({ menu: true }), 400, 'validation_failed', 'options'],
+    ['POST', '/v1/ask', ask({ menu: true, options: [...'abcdefghij'] }), 400, 'validation_failed', '1 to 9'],
+    [
+      'POST',
+      '/v1/ask',
+      ask({ menu: true, options: ['a'], default: 'b' }),
+      400,
+      'validation_failed',
+      'default',
+    ],
+    ['POST', '/v1/ask', ask({ kind: 'batch' }), 400, 'validation_failed', 'rows'],
+    ['POST', '/v1/ask', ask({ live: { pid: -1 } }), 400, 'validation_failed', 'pid'],
+    [
+      'POST',
+      '/v1/ask',
+      ask({ live: { host: 'tmux', host_ref: '%3;rm' } }),
+      400,
+      'validation_failed',
+      'host_ref',
+    ],
+    [
+      'POST',
+      '/v1/ask',
+      ask({ screen: { profile: 'claude_trust', folder: '/a' } }),
+      400,
+      'validation_failed',
+      'screen',
+    ],
+    ['POST', '/v1/ask/wait', '{"card_id":"x"}', 404, 'unknown_card', 'x'],
+    ['POST', '/v1/topic/detail', '{"topic":"x"}', 404, 'unknown_topic', 'x'],
     ['POST', '/v1/receipts/list', '{"limit":0}', 400, 'validation_failed', 'limit'],
   ];
   for (const [method, path, body, status, code, word] of table) {
     const reply = await world.raw(method, path, body);
-    assert.deepEqual([reply.status, reply.json?.ok, reply.json?.error.code], [status, false, code], `${path} ${String(body).slice(0, 60)}: ${reply.text}`);
+    assert.deepEqual(
+      [reply.status, reply.json?.ok, reply.json?.error.code],
+      [status, false, code],
+      `${path} ${String(body).slice(0, 60)}: ${reply.text}`,
+    );
     assert.ok(reply.json.error.message.includes(word), reply.json.error.message);
     assert.equal(reply.headers.connection, 'close');
   }
-  assert.deepEqual((await world.cards()).map((card) => card.id), [id]);
+  assert.deepEqual(
+    (await world.cards()).map((card) => card.id),
+    [id],
+  );
   const garbage = await new Promise((done) => {
     const socket = connect(world.socketPath, () => socket.write('no http at all\r\n\r\n'));
     let text = '';
-    socket.on('data', (piece) => { text += piece; }).on('close', () => done(text));
+    socket
+      .on('data', (piece) => {
+        text += piece;
+      })
+      .on('close', () => done(text));
   });
   assert.match(garbage, /^HTTP\/1\.1 400 .*"validation_failed"/s);
 });
@@ -47,22 +90,63 @@ test('what is read tells what is true: sessions wait while they ask and end with
   const world = await World.open(t);
   const child = spawn(process.execPath, ['-e', ''], { stdio: 'ignore' });
   await once(child, 'close');
-  await world.ok('/v1/sessions/touch', { agent: 'codex', status: 'busy', doing: 'Testing', topic: 'Storage', live: { pid: process.pid, tty: 'pts/4', host: 'tmux', host_ref: '%4' } });
-  await world.ok('/v1/sessions/touch', { agent: 'grok', status: 'busy', live: { pid: child.pid, tty: 'pts/5' } });
-  const id = await world.ask({ topic: 'Storage', scope: 'family', kind: 'handoff_review', title: ' Deploy\nit\x1b[31m red ', body: 'a\r\n  b\x07\x1b]0;t\x07c \n' });
+  await world.ok('/v1/sessions/touch', {
+    agent: 'codex',
+    status: 'busy',
+    doing: 'Testing',
+    topic: 'Storage',
+    live: { pid: process.pid, tty: 'pts/4', host: 'tmux', host_ref: '%4' },
+  });
+  await world.ok('/v1/sessions/touch', {
+    agent: 'grok',
+    status: 'busy',
+    live: { pid: child.pid, tty: 'pts/5' },
+  });
+  const id = await world.ask({
+    topic: 'Storage',
+    scope: 'family',
+    kind: 'handoff_review',
+    title: ' Deploy\nit\x1b[31m red ',
+    body: 'a\r\n  b\x07\x1b]0;t\x07c \n',
+  });
   const card = await world.card(id);
-  assert.deepEqual([card.title, card.body], ['Deploy it red', 'a\n  bc'], 'a title becomes 1 line, a body loses its controls');
-  const rows = async () => Object.fromEntries((await world.ok('/v1/agents/status')).sessions.map((row) => [row.agent, [row.status, row.doing, row.topic_title]]));
-  assert.deepEqual(await rows(), { claude: ['waiting_me', 'waits for you', 'Storage'], codex: ['busy', 'Testing', 'Storage'], grok: ['ended', undefined, undefined] });
-  assert.deepEqual((await world.ok('/v1/inbox')).counts, { needs_you: 1, answered_by_rules_today: 0, agents_working: 1, verified_today: 0 });
+  assert.deepEqual(
+    [card.title, card.body],
+    ['Deploy it red', 'a\n  bc'],
+    'a title becomes 1 line, a body loses its controls',
+  );
+  const rows = async () =>
+    Object.fromEntries(
+      (await world.ok('/v1/agents/status')).sessions.map((row) => [
+        row.agent,
+        [row.status, row.doing, row.topic_title],
+      ]),
+    );
+  assert.deepEqual(await rows(), {
+    claude: ['waiting_me', 'waits for you', 'Storage'],
+    codex: ['busy', 'Testing', 'Storage'],
+    grok: ['ended', undefined, undefined],
+  });
+  assert.deepEqual((await world.ok('/v1/inbox')).counts, {
+    needs_you: 1,
+    answered_by_rules_today: 0,
+    agents_working: 1,
+    verified_today: 0,
+  });
   const live = (await world.ok('/v1/sessions/live')).sessions;
   assert.equal(new Set(live.map((row) => row.callsign)).size, live.length);
   for (const row of live) assert.match(row.callsign, /^[\p{L}][\p{L}0-9' -]{0,23}$/u);
   assert.equal((await world.ok('/v1/topic/detail', { topic: 'Storage' })).folder, '/home/user/project');
-  assert.deepEqual((await world.ok('/v1/handoffs/list')).cards.map((row) => row.id), [id]);
+  assert.deepEqual(
+    (await world.ok('/v1/handoffs/list')).cards.map((row) => row.id),
+    [id],
+  );
   assert.equal((await world.ok('/v1/board')).topics[0].scope, 'family');
-  assert.deepEqual((await world.ok('/v1/search', { q: 'DEPLOY' })).questions.map((hit) => [hit.kind, hit.id, hit.topic]), [['question', id, 'Storage']]);
-  assert.deepEqual((await world.ok('/v1/search', { q: '%' })), { topics: [], decisions: [], questions: [] });
+  assert.deepEqual(
+    (await world.ok('/v1/search', { q: 'DEPLOY' })).questions.map((hit) => [hit.kind, hit.id, hit.topic]),
+    [['question', id, 'Storage']],
+  );
+  assert.deepEqual(await world.ok('/v1/search', { q: '%' }), { topics: [], decisions: [], questions: [] });
 });
 
 /** Opens the stream and collects its text. */
@@ -70,7 +154,14 @@ function openStream(options) {
   const seen = { text: '', status: 0 };
   seen.req = request({ path: '/v1/stream', ...options }, (res) => {
     seen.status = res.statusCode;
-    res.on('data', (piece) => { seen.text += piece; }).on('close', () => { seen.closed = true; }).on('error', () => {});
+    res
+      .on('data', (piece) => {
+        seen.text += piece;
+      })
+      .on('close', () => {
+        seen.closed = true;
+      })
+      .on('error', () => {});
   });
   seen.req.on('error', () => {}).end();
   return seen;
@@ -78,14 +169,24 @@ function openStream(options) {
 
 test('the event stream tells of each change, at both doors, and ends in order', async (t) => {
   const [world, page] = await World.loggedIn(t);
-  const streams = [openStream({ socketPath: world.socketPath }), openStream({ host: '127.0.0.1', port: world.port, headers: { Cookie: `kd_session=${page.cookie}` } })];
-  for (const stream of streams) await until(() => stream.text.startsWith('event: hello'), 'the head of the stream');
+  const streams = [
+    openStream({ socketPath: world.socketPath }),
+    openStream({ host: '127.0.0.1', port: world.port, headers: { Cookie: `kd_session=${page.cookie}` } }),
+  ];
+  for (const stream of streams)
+    await until(() => stream.text.startsWith('event: hello'), 'the head of the stream');
   const id = await world.ask();
   await page.ok('/v1/cards/answer', { card_id: id, version: 1, answer: 'Yes' });
   for (const stream of streams) {
     await until(() => stream.text.includes('"state":"held"'), 'the held event');
-    const events = stream.text.split('\n\n').filter((block) => block.includes('event: card.')).map((block) => [/event: (.*)/.exec(block)[1], JSON.parse(/data: (.*)/.exec(block)[1])]);
-    assert.deepEqual(events.slice(0, 2), [['card.opened', { id, version: 1, state: 'open' }], ['card.changed', { id, version: 2, state: 'held' }]]);
+    const events = stream.text
+      .split('\n\n')
+      .filter((block) => block.includes('event: card.'))
+      .map((block) => [/event: (.*)/.exec(block)[1], JSON.parse(/data: (.*)/.exec(block)[1])]);
+    assert.deepEqual(events.slice(0, 2), [
+      ['card.opened', { id, version: 1, state: 'open' }],
+      ['card.changed', { id, version: 2, state: 'held' }],
+    ]);
   }
   const refused = openStream({ host: '127.0.0.1', port: world.port });
   await until(() => refused.status === 401, 'a stream without a session is refused');
@@ -117,10 +218,18 @@ test('a second daemon, a busy port, a bad home and bad words each end the start 
   const file = join(world.home, 'file');
   writeFileSync(file, '');
   mkdirSync(join(world.home, 'newer'));
-  spawnSync(process.execPath, ['-e', `const {DatabaseSync}=require('node:sqlite');new DatabaseSync(${JSON.stringify(join(world.home, 'newer/kelvadromed.db'))}).exec('PRAGMA user_version=99')`]);
+  spawnSync(process.execPath, [
+    '-e',
+    `const {DatabaseSync}=require('node:sqlite');new DatabaseSync(${JSON.stringify(join(world.home, 'newer/kelvadromed.db'))}).exec('PRAGMA user_version=99')`,
+  ]);
   const table = [
-    [[], 3, `runs already for this home (pid ${world.child.pid})`], [['--home', other, '--port', String(blocker.address().port)], 69, 'is in use'], [['--port', '7x'], 64, '--port'],
-    [['--bogus'], 64, 'usage'], [['--home', file], 73, 'cannot be used'], [['--home', join(world.home, 'x'.repeat(100))], 73, 'at most 103'], [['--home', join(world.home, 'newer')], 1, 'newer kelvadromed'],
+    [[], 3, `runs already for this home (pid ${world.child.pid})`],
+    [['--home', other, '--port', String(blocker.address().port)], 69, 'is in use'],
+    [['--port', '7x'], 64, '--port'],
+    [['--bogus'], 64, 'usage'],
+    [['--home', file], 73, 'cannot be used'],
+    [['--home', join(world.home, 'x'.repeat(100))], 73, 'at most 103'],
+    [['--home', join(world.home, 'newer')], 1, 'newer kelvadromed'],
   ];
   for (const [args, code, word] of table) {
     const child = world.spawn(args);
@@ -145,18 +254,36 @@ test('two daemons that start at the same moment over a dead socket: one serves, 
     await world.kill();
     assert.equal(existsSync(world.socketPath), true);
     const pair = [world.spawn(), world.spawn()];
-    const loser = await Promise.race(pair.map(async (child) => ({ child, ...await child.ended })));
+    const loser = await Promise.race(pair.map(async (child) => ({ child, ...(await child.ended) })));
     assert.equal(loser.code, 3, loser.child.output);
     world.child = pair.find((child) => child !== loser.child);
-    const health = await until(() => world.call('/v1/health', undefined, 'GET').then((reply) => reply.data, () => null), 'the other one answers');
+    const health = await until(
+      () =>
+        world.call('/v1/health', undefined, 'GET').then(
+          (reply) => reply.data,
+          () => null,
+        ),
+      'the other one answers',
+    );
     assert.equal(health.pid, world.child.pid);
   }
 });
 
 test('an old Node is told so in 1 line', () => {
   const source = join(COMPANION, 'kelvadromed-app.mjs');
-  const run = spawnSync(process.execPath, ['--input-type=module', '-e', `
+  const run = spawnSync(
+    process.execPath,
+    [
+      '--input-type=module',
+      '-e',
+      `
     Object.defineProperty(process.versions, 'node', { value: '22.12.0' });
-    await import(${JSON.stringify(source)});`], { encoding: 'utf8' });
-  assert.deepEqual([run.status, run.stderr], [78, 'kelvadromed: Node 22.12.0 is too old. kelvadromed needs Node 22.13 or later.\n']);
+    await import(${JSON.stringify(source)});`,
+    ],
+    { encoding: 'utf8' },
+  );
+  assert.deepEqual(
+    [run.status, run.stderr],
+    [78, 'kelvadromed: Node 22.12.0 is too old. kelvadromed needs Node 22.13 or later.\n'],
+  );
 });

@@ -1,6 +1,5 @@
 // A private world for one test: the real daemon in a home of its own, with the means to end, stop and look at it.
 import { spawn, execFile, execFileSync } from 'node:child_process';
-import { once } from 'node:events';
 import { mkdtempSync, readFileSync, rmSync, symlinkSync } from 'node:fs';
 import { request } from 'node:http';
 import { tmpdir } from 'node:os';
@@ -8,12 +7,12 @@ import { join } from 'node:path';
 import { fileURLToPath } from 'node:url';
 
 export const COMPANION = fileURLToPath(new URL('../../companion/', import.meta.url));
-export const KD = join(COMPANION, 'dist/bin.js');
+export const KD = join(COMPANION, 'bin/bin.js');
 export const PAGE_KEY = 'k'.repeat(43);
 
 /** Waits until `condition` gives something truthy and gives that; fails with `message` after 30 s. */
 export async function until(condition, message, limitMs = 30_000) {
-  for (const deadline = Date.now() + limitMs; ;) {
+  for (const deadline = Date.now() + limitMs; ; ) {
     const value = await condition();
     if (value) return value;
     if (Date.now() > deadline) throw new Error(`waited in vain: ${message}`);
@@ -32,7 +31,12 @@ export class Panes {
     symlinkSync('/bin/sleep', join(folder, 'claude'));
   }
 
-  tmux(...words) { return execFileSync('tmux', ['-S', this.socket, '-f', '/dev/null', ...words], { encoding: 'utf8', stdio: ['ignore', 'pipe', 'pipe'] }).trim(); }
+  tmux(...words) {
+    return execFileSync('tmux', ['-S', this.socket, '-f', '/dev/null', ...words], {
+      encoding: 'utf8',
+      stdio: ['ignore', 'pipe', 'pipe'],
+    }).trim();
+  }
 
   /** A pane in which `command` runs; without one, the agent. `comm` is what its process is called once it runs. */
   async start(command = [join(this.folder, 'claude'), 'infinity'], comm = 'claude') {
@@ -41,25 +45,47 @@ export class Panes {
     if (!this.isOpen) this.tmux('new-session', '-d', '-s', 'agents', 'sleep', 'infinity');
     this.isOpen = true;
     const [pane, pid, tty] = this.tmux('new-window', '-t', 'agents:', ...words).split(' ');
-    await until(() => readFileSync(`/proc/${pid}/comm`, 'utf8').trim() === comm, `${command} runs as ${comm}`);
-    const live = { pid: Number(pid), pgid: Number(pid), tty: tty.slice('/dev/'.length), host: 'tmux', host_ref: pane, cwd: '/home/user/project' };
+    await until(
+      () => readFileSync(`/proc/${pid}/comm`, 'utf8').trim() === comm,
+      `${command} runs as ${comm}`,
+    );
+    const live = {
+      pid: Number(pid),
+      pgid: Number(pid),
+      tty: tty.slice('/dev/'.length),
+      host: 'tmux',
+      host_ref: pane,
+      cwd: '/home/user/project',
+    };
     return { pid: live.pid, live, end: () => process.kill(live.pid, 'SIGKILL') };
   }
 
-  close() { if (this.isOpen) this.tmux('kill-server'); }
+  close() {
+    if (this.isOpen) this.tmux('kill-server');
+  }
 }
 
 function exchange(options, body) {
   return new Promise((done, failed) => {
-    const req = request({ timeout: 20_000, ...options, headers: { Connection: 'close', ...options.headers } }, (res) => {
-      const pieces = [];
-      res.on('data', (piece) => pieces.push(piece)).on('error', failed).on('end', () => {
-        const text = Buffer.concat(pieces).toString('utf8');
-        let json = null;
-        try { json = JSON.parse(text); } catch { /* a page */ }
-        done({ status: res.statusCode, headers: res.headers, text, json });
-      });
-    });
+    const req = request(
+      { timeout: 20_000, ...options, headers: { Connection: 'close', ...options.headers } },
+      (res) => {
+        const pieces = [];
+        res
+          .on('data', (piece) => pieces.push(piece))
+          .on('error', failed)
+          .on('end', () => {
+            const text = Buffer.concat(pieces).toString('utf8');
+            let json = null;
+            try {
+              json = JSON.parse(text);
+            } catch {
+              /* a page */
+            }
+            done({ status: res.statusCode, headers: res.headers, text, json });
+          });
+      },
+    );
     req.on('error', failed).on('timeout', () => req.destroy(new Error('no reply within 20 s')));
     req.end(body);
   });
@@ -73,12 +99,29 @@ export class Page {
 
   raw(method, path, body, headers = {}) {
     const browser = this.host ? { Host: this.host, Origin: `http://${this.host}` } : {};
-    const all = { Cookie: `kd_session=${this.cookie}`, ...(this.csrf ? { 'x-kd-csrf': this.csrf } : {}), ...browser, ...headers };
-    return exchange({ host: '127.0.0.1', port: this.world.port, method, path, headers: Object.fromEntries(Object.entries(all).filter(([, value]) => value !== undefined)) }, body);
+    const all = {
+      Cookie: `kd_session=${this.cookie}`,
+      ...(this.csrf ? { 'x-kd-csrf': this.csrf } : {}),
+      ...browser,
+      ...headers,
+    };
+    return exchange(
+      {
+        host: '127.0.0.1',
+        port: this.world.port,
+        method,
+        path,
+        headers: Object.fromEntries(Object.entries(all).filter(([, value]) => value !== undefined)),
+      },
+      body,
+    );
   }
 
   async post(path, body = {}, headers = {}) {
-    const reply = await this.raw('POST', path, JSON.stringify(body), { 'Content-Type': 'application/json', ...headers });
+    const reply = await this.raw('POST', path, JSON.stringify(body), {
+      'Content-Type': 'application/json',
+      ...headers,
+    });
     return { status: reply.status, ...reply.json };
   }
 
@@ -103,8 +146,12 @@ export class Page {
     }
   }
 
-  async claimOne(waitMs = 5000) { return (await this.ok('/v1/deliver/claim', { wait_ms: waitMs })).jobs[0]; }
-  report(jobId, outcome, more = {}) { return this.ok('/v1/deliver/report', { job_id: jobId, outcome, ...more }); }
+  async claimOne(waitMs = 5000) {
+    return (await this.ok('/v1/deliver/claim', { wait_ms: waitMs })).jobs[0];
+  }
+  report(jobId, outcome, more = {}) {
+    return this.ok('/v1/deliver/report', { job_id: jobId, outcome, ...more });
+  }
 }
 
 export class World {
@@ -112,7 +159,13 @@ export class World {
   static async open(t, env = {}) {
     const world = new World();
     world.home = mkdtempSync(join(tmpdir(), 'kd-'));
-    world.env = { ...process.env, KELVADROME_HOME: world.home, KELVADROME_TEST: '1', KELVADROME_TEST_HOLD_MS: '30', ...env };
+    world.env = {
+      ...process.env,
+      KELVADROME_HOME: world.home,
+      KELVADROME_TEST: '1',
+      KELVADROME_TEST_HOLD_MS: '30',
+      ...env,
+    };
     world.log = '';
     world.panes = new Panes(world.home);
     t.after(async () => {
@@ -131,19 +184,36 @@ export class World {
     return [world, await world.login()];
   }
 
-  get socketPath() { return join(this.home, 'kelvadromed.sock'); }
+  get socketPath() {
+    return join(this.home, 'kelvadromed.sock');
+  }
 
   spawn(args = [], env = {}, stdio = ['pipe', 'pipe', 'pipe']) {
-    const child = spawn(process.execPath, [join(COMPANION, 'kelvadromed-app.mjs'), '--home', this.home, ...args], { env: { ...this.env, ...env }, stdio });
+    const child = spawn(
+      process.execPath,
+      [join(COMPANION, 'kelvadromed-app.mjs'), '--home', this.home, ...args],
+      { env: { ...this.env, ...env }, stdio },
+    );
     child.output = '';
-    for (const stream of [child.stdout, child.stderr]) stream?.on('data', (piece) => { child.output += piece; this.log += piece; });
+    for (const stream of [child.stdout, child.stderr])
+      stream?.on('data', (piece) => {
+        child.output += piece;
+        this.log += piece;
+      });
     child.ended = new Promise((done) => child.on('close', (code, signal) => done({ code, signal })));
     return child;
   }
 
   async start(env = {}, args = []) {
     this.child = this.spawn(args, env);
-    const health = await until(() => this.call('/v1/health', undefined, 'GET').then((reply) => reply.data, () => null), 'the daemon answers');
+    const health = await until(
+      () =>
+        this.call('/v1/health', undefined, 'GET').then(
+          (reply) => reply.data,
+          () => null,
+        ),
+      'the daemon answers',
+    );
     this.port = health.port;
     return health;
   }
@@ -159,7 +229,9 @@ export class World {
     return this.start(env, args);
   }
 
-  raw(method, path, body, headers = {}) { return exchange({ socketPath: this.socketPath, method, path, headers }, body); }
+  raw(method, path, body, headers = {}) {
+    return exchange({ socketPath: this.socketPath, method, path, headers }, body);
+  }
 
   async call(path, body = {}, method = 'POST', headers = {}) {
     const reply = await this.raw(method, path, method === 'GET' ? undefined : JSON.stringify(body), headers);
@@ -182,8 +254,15 @@ export class World {
     const visitor = new Page(this, 'none');
     const first = await visitor.raw('GET', `${url.pathname}${url.search}&surface=${surface}`);
     const own = surface === 'mac' ? null : new URL(first.headers.location);
-    const reply = own ? await visitor.raw('GET', own.pathname + own.search, undefined, { Host: own.host }) : first;
-    const page = new Page(this, /^kd_session=([^;]+)/.exec(reply.headers['set-cookie'][0])[1], /name="token" content="([^"]+)"/.exec(reply.text)?.[1], own?.host);
+    const reply = own
+      ? await visitor.raw('GET', own.pathname + own.search, undefined, { Host: own.host })
+      : first;
+    const page = new Page(
+      this,
+      /^kd_session=([^;]+)/.exec(reply.headers['set-cookie'][0])[1],
+      /name="token" content="([^"]+)"/.exec(reply.text)?.[1],
+      own?.host,
+    );
     page.csrf = (await page.raw('GET', '/v1/page/me')).json.data.csrf;
     return page;
   }
@@ -191,19 +270,40 @@ export class World {
   /** Asks as an agent in a tmux pane of its own would. */
   async ask(more = {}) {
     const live = Object.hasOwn(more, 'live') ? more.live : (await this.panes.start()).live;
-    return (await this.ok('/v1/ask', { agent: 'claude', title: 'Deploy?', options: ['Yes', 'No'], menu: true, ...more, live })).card_id;
+    return (
+      await this.ok('/v1/ask', {
+        agent: 'claude',
+        title: 'Deploy?',
+        options: ['Yes', 'No'],
+        menu: true,
+        ...more,
+        live,
+      })
+    ).card_id;
   }
 
   /** Asks as somebody who waits for the answer without a terminal: for tests that ask a lot. */
-  askFromAfar(more = {}) { return this.ask({ wait: true, live: undefined, ...more }); }
+  askFromAfar(more = {}) {
+    return this.ask({ wait: true, live: undefined, ...more });
+  }
 
   /** Moves the daemon's clock on; what comes due thereby happens soon after. */
-  advance(seconds) { return this.ok('/v1/test/advance', { ms: seconds * 1000 }); }
+  advance(seconds) {
+    return this.ok('/v1/test/advance', { ms: seconds * 1000 });
+  }
 
-  async cards() { return (await this.ok('/v1/cards/list')).cards; }
-  async card(id) { return (await this.cards()).find((card) => card.id === id); }
-  async detail(id) { return (await this.ok('/v1/cards/detail', { card_id: id })).card; }
-  async receipts() { return (await this.ok('/v1/receipts/list')).receipts; }
+  async cards() {
+    return (await this.ok('/v1/cards/list')).cards;
+  }
+  async card(id) {
+    return (await this.cards()).find((card) => card.id === id);
+  }
+  async detail(id) {
+    return (await this.ok('/v1/cards/detail', { card_id: id })).card;
+  }
+  async receipts() {
+    return (await this.ok('/v1/receipts/list')).receipts;
+  }
 
   /** Opens a card and presses an answer on `page`; gives the card's id. */
   async askAndAnswer(page, more, answer = 'Yes') {
@@ -218,8 +318,15 @@ export class World {
     return { id, job: await page.claimOne() };
   }
 
-  reopened(id) { return until(async () => { const card = await this.card(id); return card?.state === 'open' && card; }, 'the card is open again'); }
-  closed(id) { return until(async () => !(await this.card(id)), 'the card is closed'); }
+  reopened(id) {
+    return until(async () => {
+      const card = await this.card(id);
+      return card?.state === 'open' && card;
+    }, 'the card is open again');
+  }
+  closed(id) {
+    return until(async () => !(await this.card(id)), 'the card is closed');
+  }
   /** A card whose agent has ended; looks for ended agents come every few seconds. */
   abandoned(id) {
     return until(async () => {
@@ -231,9 +338,13 @@ export class World {
 
   kd(args, options = {}) {
     return new Promise((done) => {
-      const child = execFile(process.execPath, [KD, ...args], { env: this.env, ...options }, (error, stdout, stderr) => done({ code: error ? error.code : 0, stdout, stderr }));
+      const child = execFile(
+        process.execPath,
+        [KD, ...args],
+        { env: this.env, ...options },
+        (error, stdout, stderr) => done({ code: error ? error.code : 0, stdout, stderr }),
+      );
       child.stdin.end();
     });
   }
 }
-

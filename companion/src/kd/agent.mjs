@@ -28,19 +28,35 @@ function workingFolder(pid) {
 function terminalOf(pid) {
   const pane = environmentOf(pid, 'TMUX_PANE');
   if (pane !== null && /^%[0-9]+$/.test(pane)) return { host: 'tmux', host_ref: pane };
-  const iterm = process.platform === 'linux' ? null : /^w\d+t\d+p\d+:([0-9A-Fa-f-]{36})$/.exec(environmentOf(pid, 'ITERM_SESSION_ID') ?? '');
+  const iterm =
+    process.platform === 'linux'
+      ? null
+      : /^w\d+t\d+p\d+:([0-9A-Fa-f-]{36})$/.exec(environmentOf(pid, 'ITERM_SESSION_ID') ?? '');
   return iterm ? { host: 'iterm2', host_ref: iterm[1] } : { host: 'unknown' };
 }
 
 /** `options`: agent, pid, host, host_ref, codex_thread as given on the command line. Gives {agent, live}. */
 export function callingAgent(options, parent = process.ppid) {
-  const info = options.pid !== undefined ? processInfo(options.pid) : findAbove(parent, options.agent ? [options.agent] : AGENTS);
-  if (options.pid !== undefined && info === null) throw new KdError(`There is no process ${options.pid}.`, EXIT.noAgent);
+  const info =
+    options.pid !== undefined
+      ? processInfo(options.pid)
+      : findAbove(parent, options.agent ? [options.agent] : AGENTS);
+  if (options.pid !== undefined && info === null)
+    throw new KdError(`There is no process ${options.pid}.`, EXIT.noAgent);
   if (info === null) {
     const whom = options.agent ? `No process named "${options.agent}"` : 'No known agent';
-    throw new KdError(`${whom} called kd. Give --agent NAME --pid PID, or --no-terminal --agent NAME to ask without one.`, EXIT.noAgent);
+    throw new KdError(
+      `${whom} called kd. Give --agent NAME --pid PID, or --no-terminal --agent NAME to ask without one.`,
+      EXIT.noAgent,
+    );
   }
-  const live = { pid: info.pid, pgid: info.pgid, ...(info.tty ? { tty: info.tty } : {}), ...terminalOf(info.pid), cwd: workingFolder(info.pid) };
+  const live = {
+    pid: info.pid,
+    pgid: info.pgid,
+    ...(info.tty ? { tty: info.tty } : {}),
+    ...terminalOf(info.pid),
+    cwd: workingFolder(info.pid),
+  };
   if (options.host) Object.assign(live, { host: options.host, host_ref: options.host_ref });
   if (options.codex_thread) live.codex_thread = options.codex_thread;
   return { agent: options.agent ?? nameOf(info), live };

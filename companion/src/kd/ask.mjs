@@ -5,7 +5,7 @@ import { callingAgent } from './agent.mjs';
 
 const POLL_MS = 20_000;
 const RESTART_PATIENCE_MS = 20_000;
-const WITHDRAW_MS = 20_000;  // the daemon lets an answer that is being typed come to its end first
+const WITHDRAW_MS = 20_000; // the daemon lets an answer that is being typed come to its end first
 const usage = (words) => new KdError(`${words}\nTry kd --help.`, EXIT.usage);
 
 function wholeNumber(value, name) {
@@ -20,7 +20,13 @@ function whoAsks(values) {
     if (!values.agent) throw usage('--no-terminal needs --agent NAME.');
     return { agent: values.agent, session_id: values.session };
   }
-  const found = callingAgent({ agent: values.agent, pid: wholeNumber(values.pid, 'pid'), host: values.host, host_ref: values['host-ref'], codex_thread: values['codex-thread'] });
+  const found = callingAgent({
+    agent: values.agent,
+    pid: wholeNumber(values.pid, 'pid'),
+    host: values.host,
+    host_ref: values['host-ref'],
+    codex_thread: values['codex-thread'],
+  });
   return { ...found, session_id: values.session };
 }
 
@@ -45,10 +51,24 @@ function askBody(values) {
   const title = values.title ?? (values.trust && `Trust the folder ${values.trust}?`);
   if (!title) throw usage('kd ask needs --title.');
   return {
-    ask_id: values['ask-id'] ?? randomUUID(), ...whoAsks(values), title, body: readBody(values), options: values.option, default: values.default, menu: values.menu,
-    kind: values.kind ?? (values.row ? 'batch' : undefined), risk: values.risk ?? (values.trust ? 'medium' : undefined), stop_type: values['stop-type'],
-    topic: values.topic, scope: values.scope, rows: values.row?.map(readRow), screen: values.trust && { profile: 'claude_trust', folder: values.trust },
-    blocking: values['not-blocking'] ? false : undefined, refs: values.ref && Object.fromEntries(values.ref.map(readRef)), wait: values.wait, label: values.label,
+    ask_id: values['ask-id'] ?? randomUUID(),
+    ...whoAsks(values),
+    title,
+    body: readBody(values),
+    options: values.option,
+    default: values.default,
+    menu: values.menu,
+    kind: values.kind ?? (values.row ? 'batch' : undefined),
+    risk: values.risk ?? (values.trust ? 'medium' : undefined),
+    stop_type: values['stop-type'],
+    topic: values.topic,
+    scope: values.scope,
+    rows: values.row?.map(readRow),
+    screen: values.trust && { profile: 'claude_trust', folder: values.trust },
+    blocking: values['not-blocking'] ? false : undefined,
+    refs: values.ref && Object.fromEntries(values.ref.map(readRef)),
+    wait: values.wait,
+    label: values.label,
   };
 }
 
@@ -83,11 +103,22 @@ export async function wait({ values, positionals, client }) {
   throw new KdError(`No answer within ${seconds} s. The question stays open.`, EXIT.noAnswer);
 }
 
-const inWords = (answer) => (typeof answer === 'string' ? answer : Object.entries(answer).map(([id, text]) => `${id}: ${text}`).join('\n'));
+const inWords = (answer) =>
+  typeof answer === 'string'
+    ? answer
+    : Object.entries(answer)
+        .map(([id, text]) => `${id}: ${text}`)
+        .join('\n');
 
 /** Who ends kd no longer waits for the answer; the card must not stay behind, also when its id is still on the way. */
 function withdrawOnSignal(client, asked) {
-  const giveUp = () => asked.then((card) => withdrawQuietly(client, card.card_id), () => {}).then(() => process.exit(EXIT.noAnswer));
+  const giveUp = () =>
+    asked
+      .then(
+        (card) => withdrawQuietly(client, card.card_id),
+        () => {},
+      )
+      .then(() => process.exit(EXIT.noAnswer));
   for (const signal of ['SIGINT', 'SIGTERM', 'SIGHUP']) process.once(signal, giveUp);
 }
 
@@ -96,7 +127,12 @@ async function waitForEnd(client, cardId, seconds) {
   const deadline = performance.now() + seconds * 1000;
   for (let left = seconds * 1000; left > 0; left = deadline - performance.now()) {
     const waitMs = Math.min(POLL_MS, Math.ceil(left));
-    const reply = await client.callPatiently('/v1/ask/wait', { card_id: cardId, wait_ms: waitMs }, waitMs + 10_000, RESTART_PATIENCE_MS);
+    const reply = await client.callPatiently(
+      '/v1/ask/wait',
+      { card_id: cardId, wait_ms: waitMs },
+      waitMs + 10_000,
+      RESTART_PATIENCE_MS,
+    );
     if (reply.state === 'closed') return reply;
   }
   return null;
@@ -106,7 +142,12 @@ function tellEnd(cardId, reply, json) {
   if (json) process.stdout.write(`${JSON.stringify({ card_id: cardId, ...reply })}\n`);
   else if (reply.answer !== undefined) process.stdout.write(`${inWords(reply.answer)}\n`);
   if (reply.answer !== undefined) return EXIT.ok;
-  throw new KdError(reply.outcome === 'went_on' ? 'The question is over; its answer may have been typed.' : `The question was ${reply.outcome}.`, EXIT.withdrawn);
+  throw new KdError(
+    reply.outcome === 'went_on'
+      ? 'The question is over; its answer may have been typed.'
+      : `The question was ${reply.outcome}.`,
+    EXIT.withdrawn,
+  );
 }
 
 async function withdrawQuietly(client, cardId) {
@@ -118,13 +159,24 @@ async function withdrawQuietly(client, cardId) {
 }
 
 export async function withdraw({ values, positionals, client }) {
-  const reply = await client.callPatiently('/v1/ask/withdraw', { card_id: positionals[0], answered: values.answered }, WITHDRAW_MS, 3000);
+  const reply = await client.callPatiently(
+    '/v1/ask/withdraw',
+    { card_id: positionals[0], answered: values.answered },
+    WITHDRAW_MS,
+    3000,
+  );
   process.stdout.write(values.json ? `${JSON.stringify(reply)}\n` : `${reply.outcome ?? reply.state}\n`);
   return EXIT.ok;
 }
 
 export async function touch({ values, client }) {
-  const body = { ...whoAsks(values), label: values.label, topic: values.topic, status: values.status, doing: values.doing };
+  const body = {
+    ...whoAsks(values),
+    label: values.label,
+    topic: values.topic,
+    status: values.status,
+    doing: values.doing,
+  };
   const reply = await client.callPatiently('/v1/sessions/touch', body, 10_000, 3000);
   process.stdout.write(values.json ? `${JSON.stringify(reply)}\n` : `${reply.callsign}: ${reply.status}\n`);
   return EXIT.ok;

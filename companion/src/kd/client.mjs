@@ -30,11 +30,24 @@ export class Client {
   #exchange(path, body, timeoutMs) {
     const bytes = Buffer.from(JSON.stringify(body));
     return new Promise((done, failed) => {
-      const headers = { 'Content-Type': 'application/json', 'Content-Length': bytes.length, Connection: 'close' };
-      const req = request({ socketPath: this.socketPath, path, method: 'POST', headers, timeout: timeoutMs }, (res) => {
-        let text = '';
-        res.setEncoding('utf8').on('data', (piece) => { text += piece; }).on('error', failed).on('end', () => done(text));
-      });
+      const headers = {
+        'Content-Type': 'application/json',
+        'Content-Length': bytes.length,
+        Connection: 'close',
+      };
+      const req = request(
+        { socketPath: this.socketPath, path, method: 'POST', headers, timeout: timeoutMs },
+        (res) => {
+          let text = '';
+          res
+            .setEncoding('utf8')
+            .on('data', (piece) => {
+              text += piece;
+            })
+            .on('error', failed)
+            .on('end', () => done(text));
+        },
+      );
       req.on('timeout', () => req.destroy(new Error('it did not answer in time')));
       req.on('error', failed);
       req.end(bytes);
@@ -45,7 +58,8 @@ export class Client {
   #refuseForeignHome() {
     const me = process.getuid?.() ?? 0;
     const owner = statSync(this.home, { throwIfNoEntry: false })?.uid ?? me;
-    if (owner !== me && me !== 0) throw new KdError(`The home ${this.home} belongs to another user.`, EXIT.failed);
+    if (owner !== me && me !== 0)
+      throw new KdError(`The home ${this.home} belongs to another user.`, EXIT.failed);
   }
 
   /** The `data` of the reply. A daemon that says no, and one that is not there, are `KdError`s. */
@@ -55,7 +69,11 @@ export class Client {
     try {
       text = await this.#exchange(path, body, timeoutMs);
     } catch (error) {
-      throw new KdError(`No kelvadromed answers on ${this.socketPath} (${error.code ?? error.message}). Start Kelvadrome first.`, EXIT.noDaemon, 'no_daemon');
+      throw new KdError(
+        `No kelvadromed answers on ${this.socketPath} (${error.code ?? error.message}). Start Kelvadrome first.`,
+        EXIT.noDaemon,
+        'no_daemon',
+      );
     }
     let reply;
     try {
@@ -63,7 +81,12 @@ export class Client {
     } catch {
       throw new KdError('kelvadromed gave an answer that is no JSON.', EXIT.noDaemon, 'no_daemon');
     }
-    if (!reply.ok) throw new KdError(reply.error?.message ?? 'kelvadromed refused without a reason.', EXIT.failed, reply.error?.code);
+    if (!reply.ok)
+      throw new KdError(
+        reply.error?.message ?? 'kelvadromed refused without a reason.',
+        EXIT.failed,
+        reply.error?.code,
+      );
     return reply.data;
   }
 

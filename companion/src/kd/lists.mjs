@@ -4,10 +4,18 @@ import { agentName } from '../names.mjs';
 const print = (lines) => process.stdout.write(lines.map((line) => `${line}\n`).join(''));
 
 function cardLines(card) {
-  const marks = [card.state === 'open' ? null : card.state, card.risk === 'low' ? null : `${card.risk} risk`, card.topic].filter(Boolean);
-  const lines = [`${card.id}  ${agentName(card.agent)}: ${card.title}${marks.length ? `  (${marks.join(', ')})` : ''}`];
-  card.options.forEach((option, index) => lines.push(`    ${index + 1}. ${option}${option === card.default ? '  (suggested)' : ''}`));
-  for (const row of card.rows ?? []) lines.push(`    ${row.question_id}: ${row.text}${row.default === undefined ? '' : `  [${row.default}]`}`);
+  const marks = [
+    card.state === 'open' ? null : card.state,
+    card.risk === 'low' ? null : `${card.risk} risk`,
+    card.topic,
+  ].filter(Boolean);
+  const lines = [
+    `${card.id}  ${agentName(card.agent)}: ${card.title}${marks.length ? `  (${marks.join(', ')})` : ''}`,
+  ];
+  for (const [index, option] of card.options.entries())
+    lines.push(`    ${index + 1}. ${option}${option === card.default ? '  (suggested)' : ''}`);
+  for (const row of card.rows ?? [])
+    lines.push(`    ${row.question_id}: ${row.text}${row.default === undefined ? '' : `  [${row.default}]`}`);
   if (card.refs.last_attempt) lines.push(`    ${card.refs.last_attempt}`);
   if (card.delivery_note) lines.push(`    ${card.delivery_note}`);
   if (card.refs.last_refusal) lines.push(`    not delivered: ${card.refs.last_refusal}`);
@@ -24,7 +32,23 @@ export async function inbox({ values, client }) {
 export async function sessions({ values, client }) {
   const { sessions: rows } = await client.call('/v1/agents/status', {});
   if (values.json) print([JSON.stringify(rows)]);
-  else print(rows.length ? rows.map((row) => [row.callsign.padEnd(8), agentName(row.agent).padEnd(13), row.status.padEnd(11), row.tty ?? '-', row.topic_title ?? '', row.doing ?? ''].join('  ').trimEnd()) : ['No agents.']);
+  else
+    print(
+      rows.length
+        ? rows.map((row) =>
+            [
+              row.callsign.padEnd(8),
+              agentName(row.agent).padEnd(13),
+              row.status.padEnd(11),
+              row.tty ?? '-',
+              row.topic_title ?? '',
+              row.doing ?? '',
+            ]
+              .join('  ')
+              .trimEnd(),
+          )
+        : ['No agents.'],
+    );
   return EXIT.ok;
 }
 
@@ -33,7 +57,11 @@ export async function answer({ values, positionals, client }) {
   const [cardId, given] = positionals;
   const { cards } = await client.call('/v1/cards/list', {});
   const version = cards.find((card) => card.id === cardId)?.version ?? 0;
-  const reply = await client.call('/v1/cards/answer', { card_id: cardId, version, answer: given.startsWith('{') ? JSON.parse(given) : given });
+  const reply = await client.call('/v1/cards/answer', {
+    card_id: cardId,
+    version,
+    answer: given.startsWith('{') ? JSON.parse(given) : given,
+  });
   print([values.json ? JSON.stringify(reply) : reply.receipt.line]);
   return EXIT.ok;
 }

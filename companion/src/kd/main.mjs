@@ -9,14 +9,42 @@ const text = { type: 'string' };
 const many = { type: 'string', multiple: true };
 const flag = { type: 'boolean' };
 const general = { home: text, json: flag, help: { ...flag, short: 'h' } };
-const identity = { agent: text, pid: text, session: text, host: text, 'host-ref': text, 'codex-thread': text, 'no-terminal': flag, label: text, topic: text };
+const identity = {
+  agent: text,
+  pid: text,
+  session: text,
+  host: text,
+  'host-ref': text,
+  'codex-thread': text,
+  'no-terminal': flag,
+  label: text,
+  topic: text,
+};
 
 const COMMANDS = {
-  ask: { run: ask, words: 0, options: {
-    ...identity, title: { ...text, short: 't' }, body: { ...text, short: 'b' }, option: { ...many, short: 'o' }, default: { ...text, short: 'd' }, menu: flag,
-    kind: text, risk: text, scope: text, 'stop-type': text, row: many, trust: text, 'not-blocking': flag, ref: many, wait: flag, 'wait-seconds': text,
-    'ask-id': text,
-  } },
+  ask: {
+    run: ask,
+    words: 0,
+    options: {
+      ...identity,
+      title: { ...text, short: 't' },
+      body: { ...text, short: 'b' },
+      option: { ...many, short: 'o' },
+      default: { ...text, short: 'd' },
+      menu: flag,
+      kind: text,
+      risk: text,
+      scope: text,
+      'stop-type': text,
+      row: many,
+      trust: text,
+      'not-blocking': flag,
+      ref: many,
+      wait: flag,
+      'wait-seconds': text,
+      'ask-id': text,
+    },
+  },
   wait: { run: wait, words: 1, options: { seconds: text } },
   withdraw: { run: withdraw, words: 1, options: { answered: text } },
   touch: { run: touch, words: 0, options: { ...identity, status: text, doing: text } },
@@ -42,8 +70,13 @@ function spellOutWait(argv) {
 function read(name, argv) {
   const command = COMMANDS[name];
   try {
-    const { values, positionals } = parseArgs({ args: name === 'ask' ? spellOutWait(argv) : argv, options: { ...general, ...command.options }, allowPositionals: true });
-    if (!values.help && positionals.length !== command.words) throw new Error(`kd ${name} takes ${command.words} words, not ${positionals.length}`);
+    const { values, positionals } = parseArgs({
+      args: name === 'ask' ? spellOutWait(argv) : argv,
+      options: { ...general, ...command.options },
+      allowPositionals: true,
+    });
+    if (!values.help && positionals.length !== command.words)
+      throw new Error(`kd ${name} takes ${command.words} words, not ${positionals.length}`);
     return { values, positionals };
   } catch (error) {
     throw new KdError(`${error.message}\nTry kd --help.`, EXIT.usage);
@@ -59,13 +92,18 @@ export async function main(argv, env) {
       process.stdout.write(HELP);
       return EXIT.ok;
     }
-    if (!Object.hasOwn(COMMANDS, name)) throw new KdError(`kd has no command "${name}". Try kd --help.`, EXIT.usage);
+    if (!Object.hasOwn(COMMANDS, name))
+      throw new KdError(`kd has no command "${name}". Try kd --help.`, EXIT.usage);
     const { values, positionals } = read(name, rest);
     if (values.help) {
       process.stdout.write(HELP);
       return EXIT.ok;
     }
-    return await COMMANDS[name].run({ values, positionals, client: new Client(resolveHome(values.home, env)) });
+    return await COMMANDS[name].run({
+      values,
+      positionals,
+      client: new Client(resolveHome(values.home, env)),
+    });
   } catch (error) {
     if (!(error instanceof KdError)) throw error;
     process.stderr.write(`kd: ${error.message}\n`);

@@ -31,19 +31,31 @@ class Agent {
 
   events() {
     try {
-      return readFileSync(this.log, 'utf8').split('\n').filter(Boolean).map((line) => line.split(' '));
-    } catch { return []; }
+      return readFileSync(this.log, 'utf8')
+        .split('\n')
+        .filter(Boolean)
+        .map((line) => line.split(' '));
+    } catch {
+      return [];
+    }
   }
 
   /** What was read while this question stood on the screen. */
   bytes(who) {
-    const read = this.events().filter(([by, , event]) => by === who && event === 'read').map(([, , , hex]) => hex);
+    const read = this.events()
+      .filter(([by, , event]) => by === who && event === 'read')
+      .map(([, , , hex]) => hex);
     return Buffer.from(read.join(''), 'hex').toString('utf8');
   }
 
   async ready() {
-    this.pid = await this.hub.world.until('the agent', () => Number(this.events().find(([, , event]) => event === 'ready')?.[1]));
-    const tty = this.hub.world.tmux('display-message', '-p', '-t', this.pane, '#{pane_tty}').trim().slice('/dev/'.length);
+    this.pid = await this.hub.world.until('the agent', () =>
+      Number(this.events().find(([, , event]) => event === 'ready')?.[1]),
+    );
+    const tty = this.hub.world
+      .tmux('display-message', '-p', '-t', this.pane, '#{pane_tty}')
+      .trim()
+      .slice('/dev/'.length);
     this.live = { pid: this.pid, pgid: this.pid, tty, host: 'tmux', host_ref: this.pane };
   }
 
@@ -57,7 +69,9 @@ class Agent {
     return (await this.hub.world.call('/v1/ask', { agent: 'claude', title, live: this.live })).card_id;
   }
 
-  end() { this.hub.world.tmux('kill-pane', '-t', this.pane); }
+  end() {
+    this.hub.world.tmux('kill-pane', '-t', this.pane);
+  }
 }
 
 /**
@@ -73,8 +87,10 @@ function testedBin(bin, root) {
   symlinkSync(path.join(bin, 'libkelvadrome-terminal.so'), path.join(folder, 'libkelvadrome-terminal.so'));
   symlinkSync(path.join(bin, 'resources/node'), path.join(folder, 'resources/node'));
   symlinkSync(path.join(real, 'web'), path.join(daemon, 'web'));
-  writeFileSync(path.join(daemon, 'kelvadromed-app.mjs'),
-    `Object.assign(process.env, { KELVADROME_TEST: '1', KELVADROME_TEST_HOLD_MS: '1' });\nawait import('file://${real}/kelvadromed-app.mjs');\n`);
+  writeFileSync(
+    path.join(daemon, 'kelvadromed-app.mjs'),
+    `Object.assign(process.env, { KELVADROME_TEST: '1', KELVADROME_TEST_HOLD_MS: '1' });\nawait import('file://${real}/kelvadromed-app.mjs');\n`,
+  );
   return folder;
 }
 
@@ -111,31 +127,44 @@ export class Hub {
   async agent() {
     this.count += 1;
     const log = path.join(this.folder, `log-${this.count}`);
-    const agent = new Agent(this, this.world.open(`agent-${this.count}`, `exec '${this.folder}/claude' '${log}' agent agent`), log);
+    const agent = new Agent(
+      this,
+      this.world.open(`agent-${this.count}`, `exec '${this.folder}/claude' '${log}' agent agent`),
+      log,
+    );
     await agent.ready();
     return agent;
   }
 
-  press(card) { return this.world.call('/v1/cards/answer', { card_id: card, version: 1, answer: TEXT }); }
+  press(card) {
+    return this.world.call('/v1/cards/answer', { card_id: card, version: 1, answer: TEXT });
+  }
 
   /** Waits until an answer is typed; the panel has to find its daemon and log in first. */
   async delivers() {
     if (!alive(this.pid)) this.startPanel();
-    await this.world.until('a panel that types', async () => {
-      await this.daemon();
-      const agent = await this.agent();
-      try {
-        const card = await agent.ask('Ready?');
-        await this.press(card);
-        return await this.world.until('the first answer', () => agent.bytes('agent') === `${TEXT}\r`, 3);
-      } finally {
-        agent.end();
-      }
-    }, 90);
+    await this.world.until(
+      'a panel that types',
+      async () => {
+        await this.daemon();
+        const agent = await this.agent();
+        try {
+          const card = await agent.ask('Ready?');
+          await this.press(card);
+          return await this.world.until('the first answer', () => agent.bytes('agent') === `${TEXT}\r`, 3);
+        } finally {
+          agent.end();
+        }
+      },
+      90,
+    );
   }
 
   async close() {
-    const daemon = await this.world.call('/v1/health', {}, 'GET').then((health) => health.pid, () => null);
+    const daemon = await this.world.call('/v1/health', {}, 'GET').then(
+      (health) => health.pid,
+      () => null,
+    );
     for (const pid of [this.pid, daemon]) if (pid && alive(pid)) process.kill(pid, 'SIGKILL');
     this.world.close();
   }
@@ -154,19 +183,30 @@ export const ROWS = {
   nothing: { words: 'nothing', harmless: true, apply: async () => {} },
   'hub-killed': {
     words: 'panel killed and started again',
-    apply: async (hub) => { killed(hub.pid); await pause(300); hub.startPanel(); },
+    apply: async (hub) => {
+      killed(hub.pid);
+      await pause(300);
+      hub.startPanel();
+    },
   },
   'hub-quit': {
-    words: 'panel quits, and is started again', ends: true,
+    words: 'panel quits, and is started again',
+    ends: true,
     apply: async (hub) => {
       process.kill(hub.pid, 'SIGTERM');
       await hub.world.until('the panel to end', () => !alive(hub.pid));
       hub.startPanel();
     },
   },
-  'hub-frozen': { words: 'panel stands still for a while', apply: (hub, { random }) => frozen(hub.pid, random() < 0.5 ? 2000 : 16_000) },
+  'hub-frozen': {
+    words: 'panel stands still for a while',
+    apply: (hub, { random }) => frozen(hub.pid, random() < 0.5 ? 2000 : 16_000),
+  },
   'daemon-killed': { words: 'daemon killed', apply: async (hub, { daemon }) => killed(daemon) },
-  'daemon-frozen': { words: 'daemon stands still for a while', apply: (hub, { daemon, random }) => frozen(daemon, 500 + random() * 3000) },
+  'daemon-frozen': {
+    words: 'daemon stands still for a while',
+    apply: (hub, { daemon, random }) => frozen(daemon, 500 + random() * 3000),
+  },
   withdrawn: {
     words: 'question withdrawn, then a second one',
     apply: async (hub, { agent, card }) => {
@@ -202,14 +242,21 @@ export async function play(hub, name, random, moment = random() * PRESS_TO_LAST_
   const pressed = Date.now();
   await pause(moment);
   await row.apply(hub, { agent, card, daemon, random });
-  const said = await hub.world.until('the card to be decided', () => decision(hub, card), DECIDED_WITHIN_S).catch((error) => error.message);
+  const said = await hub.world
+    .until('the card to be decided', () => decision(hub, card), DECIDED_WITHIN_S)
+    .catch((error) => error.message);
   const seconds = (Date.now() - pressed) / 1000;
   await hub.delivers(); // also: whatever was still under way has gone
   const [got, stray] = [agent.bytes('agent'), agent.bytes('later')];
   const whole = got === `${TEXT}\r`;
   agent.end();
   return {
-    name, moment, said, seconds, got, stray,
+    name,
+    moment,
+    said,
+    seconds,
+    got,
+    stray,
     right: said === 'answered' && whole && !stray,
     saidDone: said === 'answered' && !whole,
     saidRefused: said === 'refused' && got + stray !== '',
@@ -231,29 +278,53 @@ async function main() {
   const option = (name, otherwise) => (words.includes(name) ? words[words.indexOf(name) + 1] : otherwise);
   const names = words.includes('--row') ? [option('--row')] : Object.keys(ROWS);
   const seed = Number(option('--seed', 1));
-  const tasks = Array.from({ length: Number(option('--rounds', 3)) }, (_, round) => names.map((name) => [name, round])).flat();
+  const tasks = Array.from({ length: Number(option('--rounds', 3)) }, (_, round) =>
+    names.map((name) => [name, round]),
+  ).flat();
   const results = [];
-  await Promise.all(Array.from({ length: Number(option('--jobs', 3)) }, async () => {
-    const hub = await Hub.open(path.resolve(process.argv[2]));
-    try {
-      for (let task = tasks.shift(); task; task = tasks.shift()) {
-        const [name, round] = task;
-        const result = await play(hub, name, randomOf(seed * 7919 + round * 104729 + Object.keys(ROWS).indexOf(name) * 31));
-        results.push(result);
-        const wrong = fault(result);
-        console.error(`${wrong ? 'FAULT ' : ''}${name} at ${result.moment.toFixed(0)} ms: ${result.said} after ${result.seconds.toFixed(1)} s, read ${JSON.stringify(result.got)}${wrong ? `: ${wrong}` : ''}`);
+  await Promise.all(
+    Array.from({ length: Number(option('--jobs', 3)) }, async () => {
+      const hub = await Hub.open(path.resolve(process.argv[2]));
+      try {
+        for (let task = tasks.shift(); task; task = tasks.shift()) {
+          const [name, round] = task;
+          const result = await play(
+            hub,
+            name,
+            randomOf(seed * 7919 + round * 104729 + Object.keys(ROWS).indexOf(name) * 31),
+          );
+          results.push(result);
+          const wrong = fault(result);
+          console.error(
+            `${wrong ? 'FAULT ' : ''}${name} at ${result.moment.toFixed(0)} ms: ${result.said} after ${result.seconds.toFixed(1)} s, read ${JSON.stringify(result.got)}${wrong ? `: ${wrong}` : ''}`,
+          );
+        }
+      } finally {
+        await hub.close();
       }
-    } finally {
-      await hub.close();
-    }
-  }));
-  console.log('| What happens | Rounds | Right | Refused | Warned | Withdrawn | Typed in full, but warned | Half a line | Wrong question | Said "answered" falsely | Said "refused" falsely | Decided after, at most |');
+    }),
+  );
+  console.log(
+    '| What happens | Rounds | Right | Refused | Warned | Withdrawn | Typed in full, but warned | Half a line | Wrong question | Said "answered" falsely | Said "refused" falsely | Decided after, at most |',
+  );
   console.log('|---|---|---|---|---|---|---|---|---|---|---|---|');
   for (const name of names) {
     const own = results.filter((result) => result.name === name);
     const count = (condition) => own.filter(condition).length;
-    const cells = [ROWS[name].words, own.length, count((r) => r.right), count((r) => r.said === 'refused' && !r.saidRefused), count((r) => r.said === 'warned'), count((r) => r.said === 'withdrawn'),
-      count((r) => r.missed), count((r) => r.halfLine), count((r) => r.stray), count((r) => r.saidDone), count((r) => r.saidRefused), `${Math.max(...own.map((r) => r.seconds)).toFixed(1)} s`];
+    const cells = [
+      ROWS[name].words,
+      own.length,
+      count((r) => r.right),
+      count((r) => r.said === 'refused' && !r.saidRefused),
+      count((r) => r.said === 'warned'),
+      count((r) => r.said === 'withdrawn'),
+      count((r) => r.missed),
+      count((r) => r.halfLine),
+      count((r) => r.stray),
+      count((r) => r.saidDone),
+      count((r) => r.saidRefused),
+      `${Math.max(...own.map((r) => r.seconds)).toFixed(1)} s`,
+    ];
     console.log(`| ${cells.join(' | ')} |`);
   }
   process.exit(results.some(fault) ? 1 : 0);

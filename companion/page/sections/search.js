@@ -1,0 +1,102 @@
+// What the daemon knows of some words: topics, decisions, and questions that are open.
+import { post } from '../lib/api.js';
+import { Rows, h, said, showIn } from '../lib/dom.js';
+import { icon } from '../lib/icons.js';
+import { announce } from '../lib/announce.js';
+import { count } from '../lib/words.js';
+import { nothing } from './empty.js';
+
+const KINDS = [
+  ['topics', 'Topics', 'topics'],
+  ['questions', 'Open questions', 'inbox'],
+  ['decisions', 'Decisions', 'check'],
+];
+const MOST = 200;
+
+/** The text with every place marked where `query` stands in it. */
+function marked(text, query) {
+  const parts = [];
+  const low = text.toLowerCase();
+  const wanted = query.toLowerCase();
+  let from = 0;
+  for (
+    let at = low.length === text.length ? low.indexOf(wanted) : -1;
+    at >= 0;
+    at = low.indexOf(wanted, from)
+  ) {
+    parts.push(text.slice(from, at), h('mark', {}, text.slice(at, at + wanted.length)));
+    from = at + wanted.length;
+  }
+  return [...parts, text.slice(from)];
+}
+
+export class Search {
+  constructor(query) {
+    this.query = (query.get('q') ?? '').trim().slice(0, MOST);
+    this.title = this.query ? `Search: ${this.query}` : 'Search';
+    this.groups = new Rows(h('div', {}), ([kind, hits]) => this.group(kind, hits));
+    this.none = h('div', {});
+    this.element = h(
+      'div',
+      {},
+      h(
+        'header',
+        { class: 'top' },
+        h('h1', { tabindex: '-1' }, this.query ? ['Search: ', said(this.query)] : 'Search'),
+      ),
+      this.groups.element,
+      this.none,
+    );
+  }
+
+  async load() {
+    return this.query ? post('/v1/search', { q: this.query, limit: 20 }) : {};
+  }
+
+  group([key, title, symbol], hits) {
+    const href = (hit) =>
+      key === 'topics' ? `/topics/${encodeURIComponent(hit.id)}` : `/?card=${encodeURIComponent(hit.id)}`;
+    return h(
+      'section',
+      { 'aria-label': title },
+      h('h2', { class: 'group' }, title),
+      h(
+        'ul',
+        { class: 'boxed' },
+        hits.map((hit) =>
+          h(
+            'li',
+            {},
+            h(
+              'a',
+              { class: 'line', href: href(hit) },
+              icon(symbol),
+              h(
+                'span',
+                { class: 'grow', dir: 'auto' },
+                h('span', { class: 'strong' }, marked(hit.title, this.query)),
+                h('span', { class: 'soft sub' }, marked(hit.snippet, this.query)),
+              ),
+            ),
+          ),
+        ),
+      ),
+    );
+  }
+
+  update(data) {
+    const found = KINDS.filter(([key]) => data[key]?.length);
+    this.groups.update(found.map((kind) => [kind[0], [kind, data[kind[0]]]]));
+    const total = found.reduce((sum, [key]) => sum + data[key].length, 0);
+    const fresh = showIn(this.none, total === 0, (none) =>
+      none
+        ? nothing(
+            'search',
+            this.query ? 'Nothing found' : 'Search topics, questions and decisions',
+            this.query ? 'Try fewer or other words.' : 'Type some words into the search field.',
+          )
+        : [],
+    );
+    if (fresh && this.query) announce(total ? `${count(total, 'result')}.` : 'Nothing found.');
+  }
+}

@@ -1,0 +1,13 @@
+import { existsSync } from 'node:fs';
+import { fileURLToPath } from 'node:url';
+
+/** The first of these that is there: an installed tree has other folder names than the source tree. */
+const beside = (...places) => {
+  const paths = places.map((place) => fileURLToPath(new URL(`../${place}`, import.meta.url)));
+  return paths.find(existsSync) ?? paths[0];
+};
+
+/** The folder of the page. */
+export const pageFolder = beside('web/dist', 'page');
+/** The program `kd`. */
+export const kdProgram = beside('dist/bin.js', 'bin/bin.js');
