@@ -1,6 +1,6 @@
 // From a pressed answer to what is typed for it.
 import { invalid } from './errors.mjs';
-import { whyNotTypable, characterCount, cut } from './text.mjs';
+import { whyNotTypable, characterCount, cut } from '../shared/text.js';
 
 export const MENU_KEYS = '123456789';
 export const TRUST_OPTIONS = ['Yes, I trust this folder', 'No, exit'];

@@ -2,11 +2,11 @@
 // agent that asks can still see why.
 import { invalid } from './errors.mjs';
 import { optional, required } from './check.mjs';
-import { oneLine, paragraphs } from './text.mjs';
+import { NEEDS_YOU } from '../shared/agents.js';
+import { oneLine, paragraphs } from '../shared/text.js';
 import { identityOf, isShell, nameOf, processInfo } from './proc.mjs';
 import { MENU_KEYS, TRUST_OPTIONS, typable } from './answers.mjs';
 
-export const KINDS = ['question', 'stop', 'batch', 'conflict', 'handoff_review', 'precedent'];
 export const RISKS = ['low', 'medium', 'high'];
 export const SCOPES = ['scenario', 'tolvena', 'family', 'companies'];
 const HOSTS = ['iterm2', 'terminal', 'tmux', 'herdr', 'unknown'];
@@ -132,7 +132,7 @@ function refuseUntypable(agent, { pid, host, host_ref }) {
 export function readAsk(body) {
   const identity = readIdentity(body);
   const live = readLive(body);
-  const kind = optional.oneOf(body, 'kind', KINDS) ?? 'question';
+  const kind = optional.oneOf(body, 'kind', NEEDS_YOU) ?? 'question';
   const menu = optional.boolean(body, 'menu') ?? false;
   const screen = readScreen(body, identity.agent);
   const options = readOptions(body, menu, screen);

@@ -1,13 +1,12 @@
 import { conflict, stale, unknownCard } from './errors.mjs';
 import { clock, iso, newId } from './clock.mjs';
 import { answerLine, deliveryOf, fitAnswer } from './answers.mjs';
-import { agentName } from './names.mjs';
+import { NEEDS_YOU, agentName } from '../shared/agents.js';
 import { isAnother } from './proc.mjs';
 import { isWaiting } from './sessions.mjs';
 
 const JSON_COLUMNS = ['options', 'rows', 'refs', 'live', 'screen', 'answer', 'unsure'];
 const CLOCK_WAS_SET_MS = 1000;
-const NEEDS_YOU = "kind IN ('stop','question','batch','conflict','handoff_review','precedent')";
 
 function fromRow(row) {
   for (const name of JSON_COLUMNS) row[name] = row[name] === null ? null : JSON.parse(row[name]);
@@ -138,7 +137,7 @@ export class Cards {
   }
   needsYouCount() {
     return this.store.get(
-      `SELECT count(*) AS n FROM cards WHERE state <> 'closed' AND gone_ms IS NULL AND ${NEEDS_YOU}`,
+      `SELECT count(*) AS n FROM cards WHERE state <> 'closed' AND gone_ms IS NULL AND +kind IN ('${NEEDS_YOU.join("','")}')`,
     ).n;
   }
   ofKind(kind, limit) {

@@ -1,5 +1,6 @@
 // Readers for request bodies. Each names the field it refuses.
 import { invalid } from './errors.mjs';
+import { cut } from '../shared/text.js';
 
 const own = (body, field) => (Object.hasOwn(body, field) && body[field] !== null ? body[field] : undefined);
 
@@ -10,7 +11,7 @@ export const optional = {
     if (typeof value !== 'string') throw invalid(field, 'must be text');
     if (value.length > max) throw invalid(field, `has more than ${max} characters`);
     if (pattern && !pattern.test(value))
-      throw invalid(field, `"${value.slice(0, 60)}" is not of the form ${pattern.source}`);
+      throw invalid(field, `"${cut(value, 60)}" is not of the form ${pattern.source}`);
     return value;
   },
   integer(body, field, { min = 0, max = Number.MAX_SAFE_INTEGER } = {}) {

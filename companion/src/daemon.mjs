@@ -21,7 +21,7 @@ import { goneSignal, listen, makeServer, readJson, send, sendData, shut } from '
 import { sendEntrance, sendFile, sendNotice } from './static.mjs';
 import { clearDeadSocket, prepareHome, refuseSecond } from './home.mjs';
 import { Admission, agentBehind, canTell, holderOf, peerOf } from './peer.mjs';
-import { agentName } from './names.mjs';
+import { agentName } from '../shared/agents.js';
 import { clock } from './clock.mjs';
 import { pageFolder } from './layout.mjs';
 

@@ -2,7 +2,7 @@
 // one: it turns "gone", counts no longer, and stays only until the user has seen and dismissed it.
 import { clock } from './clock.mjs';
 import { whyNotTheAsker } from './proc.mjs';
-import { agentName } from './names.mjs';
+import { agentName } from '../shared/agents.js';
 
 const LOOK_MS = 1000;
 

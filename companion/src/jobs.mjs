@@ -1,6 +1,6 @@
 import { conflict, forbidden, Refusal } from './errors.mjs';
 import { clock, iso, newId } from './clock.mjs';
-import { agentName } from './names.mjs';
+import { agentName } from '../shared/agents.js';
 import { Waiters } from './events.mjs';
 import { OVER } from './cards.mjs';
 import { whyNotTheAsker } from './proc.mjs';

@@ -11,3 +11,5 @@ const beside = (...places) => {
 export const pageFolder = beside('web/dist', 'page');
 /** The program `kd`. */
 export const kdProgram = beside('dist/bin.js', 'bin/bin.js');
+/** What the daemon and the page have in common. The page gets it as /shared/. */
+export const sharedFolder = beside('shared');

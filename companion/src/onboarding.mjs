@@ -4,9 +4,8 @@ import { homedir } from 'node:os';
 import { delimiter, join, relative, sep } from 'node:path';
 import { invalid } from './errors.mjs';
 import { kdProgram } from './layout.mjs';
-import { AGENTS } from './proc.mjs';
-import { agentName } from './names.mjs';
-import { cut, oneLine } from './text.mjs';
+import { AGENTS, agentName } from '../shared/agents.js';
+import { cut, oneLine } from '../shared/text.js';
 
 // Where agents install themselves, for a daemon that was started without a login shell's PATH.
 const USUAL = ['.local/bin', 'bin', '.npm-global/bin', '.bun/bin', '.cargo/bin']

@@ -3,22 +3,6 @@ import { readFileSync } from 'node:fs';
 import { execFileSync } from 'node:child_process';
 import { basename } from 'node:path';
 
-/** The programs that are known as coding agents, by the name that `ps` prints. */
-export const AGENTS = [
-  'claude',
-  'codex',
-  'grok',
-  'gemini',
-  'qwen',
-  'copilot',
-  'cursor-agent',
-  'droid',
-  'opencode',
-  'amp',
-  'aider',
-  'pi',
-];
-
 /** Programs that wait for commands. What an answer says must never reach one. */
 const SHELLS = ['zsh', 'bash', 'sh', 'fish', 'tcsh', 'csh', 'dash', 'ksh', 'nu', 'login'];
 export const isShell = (name) => SHELLS.includes(name.replace(/^-/, ''));

@@ -3,7 +3,8 @@
 import { execFile } from 'node:child_process';
 import { lstatSync, statSync } from 'node:fs';
 import { environmentOf, isShell, processInfo } from './proc.mjs';
-import { agentName } from './names.mjs';
+import { agentName } from '../shared/agents.js';
+import { capitalised } from '../shared/text.js';
 
 const TMUX_MS = 2000;
 const PATH = [process.env.PATH, '/usr/local/bin', '/usr/bin', '/bin', '/opt/homebrew/bin']
@@ -118,5 +119,5 @@ async function whyNot(name, { pid, pgid, tty, host, host_ref: pane, codex_thread
 export async function whyUntypable({ agent, live, delivery }) {
   if (delivery !== 'terminal') return null;
   const why = await whyNot(agentName(agent), live);
-  return why === null ? null : `${why.charAt(0).toUpperCase()}${why.slice(1)}. Answer it there.`;
+  return why === null ? null : `${capitalised(why)}. Answer it there.`;
 }

@@ -6,7 +6,7 @@ import { clock } from './clock.mjs';
 import { conflict, forbidden, notBuilt } from './errors.mjs';
 import { readAsk, readIdentity, readLive, readTopic } from './asks.mjs';
 import { KEY_HEADER } from './page-auth.mjs';
-import { oneLine } from './text.mjs';
+import { oneLine } from '../shared/text.js';
 import { whyUntypable } from './reach.mjs';
 import { STATUS_WORDS, isWorking } from './sessions.mjs';
 

@@ -1,5 +1,5 @@
 import { isRunning } from './proc.mjs';
-import { freeCallsign } from './names.mjs';
+import { freeCallsign } from './callsigns.mjs';
 import { clock } from './clock.mjs';
 
 const ENDED_SHOWN_MS = 3_600_000;

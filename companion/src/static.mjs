@@ -4,6 +4,7 @@ import { createHash } from 'node:crypto';
 import { extname, join, sep } from 'node:path';
 import { noRoute } from './errors.mjs';
 import { send } from './http.mjs';
+import { sharedFolder } from './layout.mjs';
 
 const TYPES = {
   '.html': 'text/html; charset=utf-8',
@@ -29,7 +30,14 @@ const openerPolicy = (req) =>
     ? {}
     : { 'Cross-Origin-Opener-Policy': 'same-origin' };
 
-/** Sends the file for `pathname`, or throws `not_found`. Nothing outside `root` is reachable, not by links either. */
+const SHARED = '/shared/';
+const placeOf = (root, name) =>
+  name.startsWith(SHARED) ? [sharedFolder, name.slice(SHARED.length)] : [root, name];
+
+/**
+ * Sends the file for `pathname`, or throws `not_found`. Nothing outside `root` and what the page shares with the daemon
+ * is reachable, not by links either.
+ */
 export async function sendFile(res, root, pathname) {
   let name;
   try {
@@ -41,8 +49,9 @@ export async function sendFile(res, root, pathname) {
   if (!type || name.includes('\0') || name.split('/').some((piece) => piece.startsWith('.')))
     throw noRoute(pathname);
   try {
-    const top = await realpath(root);
-    const file = await realpath(join(top, name));
+    const [folder, inside] = placeOf(root, name);
+    const top = await realpath(folder);
+    const file = await realpath(join(top, inside));
     if (!file.startsWith(top + sep) || !(await stat(file)).isFile()) throw noRoute(pathname);
     send(res, 200, { 'Content-Type': type, ...PAGE_HEADERS, ...openerPolicy(res.req) }, await readFile(file));
   } catch (error) {

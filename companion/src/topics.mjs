@@ -1,5 +1,5 @@
 import { Refusal } from './errors.mjs';
-import { cut } from './text.mjs';
+import { cut } from '../shared/text.js';
 import { clock } from './clock.mjs';
 
 const like = (text) => `%${text.replace(/[\\%_]/g, '\\$&')}%`;

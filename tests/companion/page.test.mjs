@@ -271,7 +271,7 @@ const rawGet = (world, path, cookie) =>
 
 test('the page is served with a strict policy, only to a session, and nothing beside it', async (t) => {
   const [world, page] = await World.loggedIn(t);
-  for (const path of ['/', '/topics/x', '/onboarding', '/app.js', '/css/base.css']) {
+  for (const path of ['/', '/topics/x', '/onboarding', '/app.js', '/css/base.css', '/shared/agents.js']) {
     assert.equal((await visit(world, path)).status, 401, path);
     const reply = await page.raw('GET', path);
     assert.equal(reply.status, 200, path);
@@ -282,6 +282,7 @@ test('the page is served with a strict policy, only to a session, and nothing be
     '/../package.json',
     '/%2e%2e/%2e%2e/package.json',
     '/..%2f..%2fsrc/store.mjs',
+    '/shared/..%2fsrc/store.mjs',
     '/.hidden.js',
     '/app.js%00.html',
     '/%ff.js',

@@ -1,5 +1,6 @@
 // The cards of a section, in step with the daemon's list: kept elements, a steady view, and only as many on the page as
 // anybody looks at.
+import { NEEDS_YOU } from '/shared/agents.js';
 import { h, place } from '../lib/dom.js';
 import { icon } from '../lib/icons.js';
 import { drafts } from '../lib/drafts.js';
@@ -144,13 +145,12 @@ export class CardList {
   }
 }
 
-const KINDS = ['stop', 'question', 'batch', 'conflict', 'handoff_review', 'precedent'];
 const rank = (card) => (card.risk === 'high' ? 0 : 2) + (card.blocking ? 0 : 1);
 
 /** The cards that need the user, the most urgent first. */
 export const needingYou = (cards) =>
   cards
-    .filter((card) => KINDS.includes(card.kind) && card.state !== 'gone')
+    .filter((card) => NEEDS_YOU.includes(card.kind) && card.state !== 'gone')
     .sort((a, b) => rank(a) - rank(b));
 
 /** What a screen reader hears of cards that are new since `known`, a set of ids. */

@@ -1,32 +1,9 @@
 // How things are called and counted on the page; the same words as in the shell.
+import { agentDisplay, agentName } from '/shared/agents.js';
+import { capitalised, cut } from '/shared/text.js';
 import { h } from './dom.js';
 
-const NAMES = {
-  claude: 'Claude Code',
-  codex: 'Codex',
-  grok: 'Grok',
-  gemini: 'Gemini CLI',
-  antigravity: 'Antigravity',
-  qwen: 'Qwen Code',
-  copilot: 'Copilot',
-  cursor: 'Cursor Agent',
-  'cursor-agent': 'Cursor Agent',
-  droid: 'Droid',
-  opencode: 'OpenCode',
-  amp: 'Amp',
-  aider: 'Aider',
-  pi: 'Pi',
-  omp: 'Omp',
-};
-const capital = (text) => text.charAt(0).toUpperCase() + text.slice(1);
-export const agentName = (agent) => NAMES[agent] ?? capital(agent ?? 'Agent');
-
-/** The agent with the label of its session; a label that says the name itself stands alone. */
-export function agentDisplay(agent, label) {
-  const name = agentName(agent);
-  if (!label) return name;
-  return label.toLowerCase().startsWith(name.toLowerCase()) ? label : `${name} ${label}`;
-}
+export { agentDisplay, agentName };
 
 export function age(text, now = Date.now()) {
   const s = Math.floor((now - Date.parse(text)) / 1000);
@@ -61,7 +38,7 @@ export function day(text, now = new Date()) {
 
 export const count = (n, one, many = `${one}s`) => `${n} ${n === 1 ? one : many}`;
 export const caution = (n) => (n === 0 ? 'All clear' : n === 1 ? '1 needs you' : `${n} need you`);
-export const kindWord = (kind) => capital(kind.replaceAll('_', ' '));
+export const kindWord = (kind) => capitalised(kind.replaceAll('_', ' '));
 
 /** An answer as one text: a batch gives a line per question. */
 export const inWords = (answer) =>
@@ -70,10 +47,7 @@ export const inWords = (answer) =>
     : Object.entries(answer ?? {})
         .map(([id, text]) => `${id}: ${text}`)
         .join('\n');
-export function brief(answer, limit = 48) {
-  const words = Array.from(inWords(answer).replaceAll('\n', '; '));
-  return words.length > limit ? `${words.slice(0, limit).join('')}…` : words.join('');
-}
+export const brief = (answer, limit = 48) => cut(inWords(answer).replaceAll('\n', '; '), limit);
 
 /** How a card stands, in a sentence. */
 export const standing = (card) =>

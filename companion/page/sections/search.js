@@ -1,4 +1,5 @@
 // What the daemon knows of some words: topics, decisions, and questions that are open.
+import { within } from '/shared/text.js';
 import { post } from '../lib/api.js';
 import { Rows, h, said, showIn } from '../lib/dom.js';
 import { icon } from '../lib/icons.js';
@@ -32,7 +33,7 @@ function marked(text, query) {
 
 export class Search {
   constructor(query) {
-    this.query = (query.get('q') ?? '').trim().slice(0, MOST);
+    this.query = within((query.get('q') ?? '').trim(), MOST);
     this.title = this.query ? `Search: ${this.query}` : 'Search';
     this.groups = new Rows(h('div', {}), ([kind, hits]) => this.group(kind, hits));
     this.none = h('div', {});

@@ -1,6 +1,7 @@
 // Which agent called `kd`, and where it runs.
 import { readlinkSync } from 'node:fs';
-import { AGENTS, environmentOf, nameOf, processInfo } from '../proc.mjs';
+import { AGENTS } from '../../shared/agents.js';
+import { environmentOf, nameOf, processInfo } from '../proc.mjs';
 import { EXIT, KdError } from './client.mjs';
 
 const MAX_STEPS = 32;

@@ -1,5 +1,5 @@
 import { EXIT } from './client.mjs';
-import { agentName } from '../names.mjs';
+import { agentName } from '../../shared/agents.js';
 
 const print = (lines) => process.stdout.write(lines.map((line) => `${line}\n`).join(''));
 

@@ -1,5 +1,5 @@
-// Text that may be typed into a terminal. The shell refuses every text that `sanitize` would change, so the daemon
-// judges by the very same rules before it accepts an answer.
+// Text that may be typed into a terminal, and text that is cut to be shown. The shell refuses every text that `sanitize`
+// would change, so the daemon judges by the very same rules before it accepts an answer.
 
 export const MAX_TYPED = 4000;
 const BLANK = 0x20;
@@ -77,12 +77,30 @@ export function cut(text, limit) {
   return text;
 }
 
+/** As much of the text as fits in `units` units of UTF-16; never half a scalar. */
+export function within(text, units) {
+  const start = text.slice(0, units);
+  return /[\ud800-\udbff]$/.test(start) ? start.slice(0, -1) : start;
+}
+
+/** With a capital in front. */
+export const capitalised = (text) => text.replace(/^./u, (first) => first.toUpperCase());
+
+/** As JSON, without half characters: readers refuse a text that holds one. */
+export function wellFormedJson(value) {
+  const json = JSON.stringify(value);
+  // Half a character goes out as an escape of its own, so hardly any text has to be looked at twice.
+  return /\\ud[89a-f]/.test(json)
+    ? JSON.stringify(value, (_, part) => (typeof part === 'string' ? part.toWellFormed() : part))
+    : json;
+}
+
 /** What would be typed for `text`, or null when nothing of it may be typed. */
 export function sanitize(text) {
   const clean = oneLine(text);
   if (clean === '' || characterCount(clean, MAX_TYPED) > MAX_TYPED) return null;
-  const first = graphemes.segment(clean)[Symbol.iterator]().next().value.segment;
-  return '/!#&'.includes(first) ? null : clean;
+  // Judged by its first scalar: the agent's prompt does not care that a combining mark follows its "!".
+  return '/!#&'.includes(clean[0]) ? null : clean;
 }
 
 /** Why `text` may not be typed as it stands, as words that follow the field's name; null when it may. */

@@ -1,25 +1,4 @@
-// Words for a person.
-
-const AGENT_NAMES = {
-  claude: 'Claude Code',
-  codex: 'Codex',
-  grok: 'Grok',
-  gemini: 'Gemini CLI',
-  antigravity: 'Antigravity',
-  qwen: 'Qwen Code',
-  copilot: 'Copilot',
-  cursor: 'Cursor Agent',
-  'cursor-agent': 'Cursor Agent',
-  droid: 'Droid',
-  opencode: 'OpenCode',
-  amp: 'Amp',
-  aider: 'Aider',
-  pi: 'Pi',
-  omp: 'Omp',
-};
-
-export const agentName = (agent) => AGENT_NAMES[agent] ?? agent.charAt(0).toUpperCase() + agent.slice(1);
-
+// Names by which a person tells agents of one kind apart.
 const CALLSIGNS = [
   'Ada',
   'Bruno',
