@@ -1,6 +1,8 @@
 // The event stream: what changed, told to everyone who holds `GET /v1/stream`. Events carry no state that a reader
 // would need; whoever missed some reads the lists again.
 
+import { wellFormedJson } from '../shared/text.js';
+
 const PING_MS = 15_000;
 
 export class EventHub {
@@ -24,7 +26,7 @@ export class EventHub {
 
   publish(event, data) {
     this.#id += 1;
-    this.#send(`id: ${this.#id}\nevent: ${event}\ndata: ${JSON.stringify(data)}\n\n`);
+    this.#send(`id: ${this.#id}\nevent: ${event}\ndata: ${wellFormedJson(data)}\n\n`);
   }
 
   #send(text) {

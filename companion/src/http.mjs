@@ -2,6 +2,7 @@
 // {"ok":false,"error":{"code":...,"message":...}}, and every connection carries one exchange.
 import { createServer } from 'node:http';
 import { Refusal, invalid } from './errors.mjs';
+import { wellFormedJson } from '../shared/text.js';
 
 export const MAX_BODY = 1_000_000;
 const MAX_CONNECTIONS = 400;
@@ -21,7 +22,7 @@ export function send(res, status, headers, body) {
 }
 
 const sendJson = (res, status, value) =>
-  send(res, status, { 'Content-Type': 'application/json; charset=utf-8' }, JSON.stringify(value));
+  send(res, status, { 'Content-Type': 'application/json; charset=utf-8' }, wellFormedJson(value));
 export const sendData = (res, data) => sendJson(res, 200, { ok: true, data });
 const failure = (code, message) => ({ ok: false, error: { code, message } });
 
