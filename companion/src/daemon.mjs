@@ -12,6 +12,7 @@ import { Sessions } from './sessions.mjs';
 import { Cards } from './cards.mjs';
 import { Jobs } from './jobs.mjs';
 import { Departed } from './departed.mjs';
+import { Pruning } from './pruning.mjs';
 import { Looks } from './looks.mjs';
 import { Reviews } from './reviews.mjs';
 import { Onboarding } from './onboarding.mjs';
@@ -79,6 +80,7 @@ class Daemon {
     this.cards = new Cards(this);
     this.jobs = new Jobs(this);
     this.departed = new Departed(this);
+    this.pruning = new Pruning(this);
     this.looks = new Looks(this);
     this.reviews = new Reviews();
     this.onboarding = new Onboarding(this, env);
@@ -134,6 +136,7 @@ class Daemon {
       this.cards.commitDue();
       this.jobs.expireDue();
       this.departed.look();
+      this.pruning.look();
       this.looks.again().catch(this.wentWrong);
     } catch (error) {
       this.wentWrong(error);
@@ -154,6 +157,7 @@ class Daemon {
     clearTimeout(this.timer);
     clearImmediate(this.pending);
     this.jobs.close();
+    this.pruning.close();
     this.hub.close();
   }
 

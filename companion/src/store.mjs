@@ -47,6 +47,12 @@ const MIGRATIONS = [
    ALTER TABLE cards ADD COLUMN shown INTEGER NOT NULL DEFAULT 0;
    UPDATE cards SET process = concat(live ->> 'pid', '/', live ->> 'started', '/') WHERE live ->> 'pid' IS NOT NULL;
    CREATE INDEX cards_process ON cards (process, seq) WHERE process IS NOT NULL;`,
+  `DROP INDEX cards_process;
+   CREATE INDEX cards_process ON cards (process, seq) WHERE process IS NOT NULL AND state <> 'closed';
+   CREATE INDEX cards_closed ON cards (closed_ms) WHERE state = 'closed';
+   CREATE INDEX receipts_topic ON receipts (topic);
+   CREATE INDEX sessions_ended ON sessions (ended_ms);
+   CREATE INDEX sessions_agent ON sessions (agent, ended_ms);`,
 ];
 
 const FILE = 'kelvadromed.db';
