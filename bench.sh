@@ -21,11 +21,15 @@ results=$data/results
 rm -rf "$results"
 mkdir -p "$results"
 export KELVADROME_BENCH_DATA=$data
-repeat=(--benchmark_format=json --benchmark_repetitions=5 --benchmark_report_aggregates_only=true)
-"$bin"/bench_wire "${repeat[@]}" >"$results/wire.json" 2>/dev/null
-"$bin"/bench_delivery "${repeat[@]}" >"$results/delivery.json" 2>/dev/null
-"$node" bench/drivers/json-parse.mjs "$data" 1000 10000 100000 >"$results/json-parse.lines"
-"$node" bench/drivers/event-stream.mjs "$peers" >"$results/event-stream.lines"
+# Rounds, so that a peer is measured shortly after what is compared with it, and the table can say how far runs lie
+# apart.
+for round in 1 2 3 4 5; do
+    for part in wire delivery; do
+        "$bin/bench_$part" --benchmark_format=json --benchmark_min_time=0.1 >"$results/$part-$round.json" 2>/dev/null
+    done
+    "$node" bench/drivers/json-parse.mjs "$data" 1000 10000 100000 >>"$results/json-parse.lines"
+    "$node" bench/drivers/event-stream.mjs "$peers" >>"$results/event-stream.lines"
+done
 "$node" bench/drivers/panel.mjs "$bin" >"$results/panel.lines"
 "$node" bench/drivers/desktop.mjs "$bin" >"$results/desktop.lines"
 "$node" bench/drivers/report.mjs "$results"
