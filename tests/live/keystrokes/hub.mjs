@@ -3,7 +3,15 @@
 //   hub.mjs BIN [--rounds N] [--seed S] [--row NAME] [--jobs K]     plays N rounds of each row and prints the table
 
 import { execFileSync } from 'node:child_process';
-import { copyFileSync, mkdirSync, readFileSync, realpathSync, symlinkSync, writeFileSync } from 'node:fs';
+import {
+  copyFileSync,
+  existsSync,
+  mkdirSync,
+  readFileSync,
+  realpathSync,
+  symlinkSync,
+  writeFileSync,
+} from 'node:fs';
 import path from 'node:path';
 import { fileURLToPath } from 'node:url';
 import { World, alive, finishSetup, pause } from '../../../scripts/tour/world.mjs';
@@ -30,14 +38,8 @@ class Agent {
   }
 
   events() {
-    try {
-      return readFileSync(this.log, 'utf8')
-        .split('\n')
-        .filter(Boolean)
-        .map((line) => line.split(' '));
-    } catch {
-      return [];
-    }
+    const lines = existsSync(this.log) ? readFileSync(this.log, 'utf8').trim().split('\n') : [];
+    return lines.map((line) => line.split(' '));
   }
 
   /** What was read while this question stood on the screen. */
@@ -127,11 +129,8 @@ export class Hub {
   async agent() {
     this.count += 1;
     const log = path.join(this.folder, `log-${this.count}`);
-    const agent = new Agent(
-      this,
-      this.world.open(`agent-${this.count}`, `exec '${this.folder}/claude' '${log}' agent agent`),
-      log,
-    );
+    const command = `exec '${this.folder}/claude' '${log}' agent agent`;
+    const agent = new Agent(this, this.world.open(`agent-${this.count}`, command), log);
     await agent.ready();
     return agent;
   }
@@ -161,11 +160,8 @@ export class Hub {
   }
 
   async close() {
-    const daemon = await this.world.call('/v1/health', {}, 'GET').then(
-      (health) => health.pid,
-      () => null,
-    );
-    for (const pid of [this.pid, daemon]) if (pid && alive(pid)) process.kill(pid, 'SIGKILL');
+    const health = await this.world.call('/v1/health', {}, 'GET').catch(() => undefined);
+    for (const pid of [this.pid, health?.pid]) if (pid && alive(pid)) process.kill(pid, 'SIGKILL');
     this.world.close();
   }
 }
@@ -191,7 +187,6 @@ export const ROWS = {
   },
   'hub-quit': {
     words: 'panel quits, and is started again',
-    ends: true,
     apply: async (hub) => {
       process.kill(hub.pid, 'SIGTERM');
       await hub.world.until('the panel to end', () => !alive(hub.pid));
@@ -258,19 +253,45 @@ export async function play(hub, name, random, moment = random() * PRESS_TO_LAST_
     got,
     stray,
     right: said === 'answered' && whole && !stray,
-    saidDone: said === 'answered' && !whole,
-    saidRefused: said === 'refused' && got + stray !== '',
-    missed: said === 'warned' && whole, // typed in full, and not known
-    halfLine: said === 'warned' && got === TEXT,
+    falsely: (said === 'answered' && !whole) || (said === 'refused' && got + stray !== ''),
+    whole,
   };
 }
 
 /** What a round must not come to. */
-export function fault({ name, said, got, stray, right, saidDone, saidRefused }) {
+export function fault({ name, said, got, stray, right, falsely }) {
   if (stray) return `the second question got ${JSON.stringify(stray)}`;
-  if (saidDone || saidRefused) return `the card says ${said}, but the agent read ${JSON.stringify(got)}`;
+  if (falsely) return `the card says ${said}, but the agent read ${JSON.stringify(got)}`;
   if (!['answered', 'refused', 'warned', 'withdrawn'].includes(said)) return said;
   return ROWS[name].harmless && !right ? `the answer was kept back: ${said}` : null;
+}
+
+const COLUMNS = {
+  Right: (r) => r.right,
+  Refused: (r) => r.said === 'refused' && !r.falsely,
+  Warned: (r) => r.said === 'warned',
+  Withdrawn: (r) => r.said === 'withdrawn',
+  'Typed in full, but warned': (r) => r.said === 'warned' && r.whole,
+  'Half a line': (r) => r.said === 'warned' && r.got === TEXT,
+  'Wrong question': (r) => r.stray,
+  'Said "answered" falsely': (r) => r.falsely && r.said === 'answered',
+  'Said "refused" falsely': (r) => r.falsely && r.said === 'refused',
+};
+
+function table(names, results) {
+  const line = (...cells) => `| ${cells.join(' | ')} |`;
+  const head = ['What happens', 'Rounds', ...Object.keys(COLUMNS), 'Decided after, at most'];
+  const rows = names.map((name) => {
+    const own = results.filter((result) => result.name === name);
+    const counts = Object.values(COLUMNS).map((holds) => own.filter(holds).length);
+    return line(
+      ROWS[name].words,
+      own.length,
+      ...counts,
+      `${Math.max(...own.map((r) => r.seconds)).toFixed(1)} s`,
+    );
+  });
+  return [line(...head), line(...head.map(() => '---')), ...rows].join('\n');
 }
 
 async function main() {
@@ -288,11 +309,8 @@ async function main() {
       try {
         for (let task = tasks.shift(); task; task = tasks.shift()) {
           const [name, round] = task;
-          const result = await play(
-            hub,
-            name,
-            randomOf(seed * 7919 + round * 104729 + Object.keys(ROWS).indexOf(name) * 31),
-          );
+          const own = seed * 7919 + round * 104729 + Object.keys(ROWS).indexOf(name) * 31;
+          const result = await play(hub, name, randomOf(own));
           results.push(result);
           const wrong = fault(result);
           console.error(
@@ -304,29 +322,7 @@ async function main() {
       }
     }),
   );
-  console.log(
-    '| What happens | Rounds | Right | Refused | Warned | Withdrawn | Typed in full, but warned | Half a line | Wrong question | Said "answered" falsely | Said "refused" falsely | Decided after, at most |',
-  );
-  console.log('|---|---|---|---|---|---|---|---|---|---|---|---|');
-  for (const name of names) {
-    const own = results.filter((result) => result.name === name);
-    const count = (condition) => own.filter(condition).length;
-    const cells = [
-      ROWS[name].words,
-      own.length,
-      count((r) => r.right),
-      count((r) => r.said === 'refused' && !r.saidRefused),
-      count((r) => r.said === 'warned'),
-      count((r) => r.said === 'withdrawn'),
-      count((r) => r.missed),
-      count((r) => r.halfLine),
-      count((r) => r.stray),
-      count((r) => r.saidDone),
-      count((r) => r.saidRefused),
-      `${Math.max(...own.map((r) => r.seconds)).toFixed(1)} s`,
-    ];
-    console.log(`| ${cells.join(' | ')} |`);
-  }
+  console.log(table(names, results));
   process.exit(results.some(fault) ? 1 : 0);
 }
 
