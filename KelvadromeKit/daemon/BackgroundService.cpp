@@ -106,38 +106,52 @@ BackgroundService::State BackgroundService::current(const Defaults& defaults) co
 
 BackgroundService::State BackgroundService::prepareAfterInstall(Defaults& defaults) const {
     defaults.set(preferenceKey, true);
-    return prepareAtLaunch(defaults);
+    return prepare(defaults, Occasion::request);
 }
 
 BackgroundService::State BackgroundService::prepareAtLaunch(Defaults& defaults) const {
+    return prepare(defaults, Occasion::launch);
+}
+
+BackgroundService::State BackgroundService::prepare(Defaults& defaults, Occasion occasion) const {
     const auto preference = defaults.storedBoolean(preferenceKey);
     if (legacy.isPresent())
         return migrate(defaults);
 
-    const auto before = service->status();
     State state;
-    state.wanted = preference.value_or(before == Status::enabled);
-    if (state.wanted) {
-        state.error = reconcile(before, defaults);
-    } else if (preference && (before == Status::enabled || before == Status::requiresApproval)) {
+    state.status = service->status();
+    state.wanted = preference.value_or(state.status == Status::enabled);
+    if (state.wanted && state.status == Status::notRegistered) {
+        state.error = registerNow(defaults);
+        state.status = service->status();
+    } else if (state.wanted && state.status == Status::enabled && needsRefresh(defaults, occasion)) {
+        state.error = refresh(defaults);
+        state.status = service->status();
+    } else if (preference == false &&
+               (state.status == Status::enabled || state.status == Status::requiresApproval)) {
         try {
             service->unregisterService();
         } catch (const std::exception&) {
             // The status read below shows it, and the next launch tries again.
         }
+        state.status = service->status();
     }
-    state.status = service->status();
     if (state.status == Status::requiresApproval || state.status == Status::enabled)
         state.error.reset();
     return state;
 }
 
-/// Brings a wanted service up to date; what went wrong, if anything.
-std::optional<std::string> BackgroundService::reconcile(Status status, Defaults& defaults) const {
-    if (status == Status::notRegistered)
-        return registerNow(defaults);
-    if (status != Status::enabled || defaults.string(buildKey) == build)
-        return std::nullopt;
+/// Whether an enabled service is to be registered anew.
+bool BackgroundService::needsRefresh(const Defaults& defaults, Occasion occasion) const {
+    const auto registration = service->registration();
+    // Two installations that each took over at every launch would never end it.
+    if (registration == AgentRegistration::elsewhere)
+        return occasion == Occasion::request;
+    return registration == AgentRegistration::outdated || defaults.string(buildKey) != build;
+}
+
+/// Registers an enabled service anew; what went wrong, if anything.
+std::optional<std::string> BackgroundService::refresh(Defaults& defaults) const {
     try {
         service->unregisterService();
     } catch (const std::exception& error) {
@@ -166,7 +180,7 @@ BackgroundService::State BackgroundService::set(bool on, Defaults& defaults) con
     const auto before = service->status();
     if (on) {
         defaults.set(preferenceKey, true);
-        if (before != Status::enabled)
+        if (before != Status::enabled || service->registration() != AgentRegistration::current)
             state.error = registerNow(defaults);
     } else {
         try {

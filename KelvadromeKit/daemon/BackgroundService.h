@@ -33,15 +33,27 @@ private:
     int code_;
 };
 
+/// How what the system has registered compares with what this program would register.
+enum class AgentRegistration {
+    current,   // the same
+    outdated,  // of this program as it was, or of a program that is gone
+    elsewhere, // of another installation, whose program is there
+};
+
 /// One login item, as the system keeps it. Calls block for at most about 20 seconds; any thread.
 class AgentService {
 public:
     virtual ~AgentService() = default;
 
     virtual BackgroundServiceStatus status() = 0;
-    /// Throws; also when the system took the registration and waits for the user, which `status` then says.
+    /// Takes the place of another registration, and starts what has changed again. Throws; perhaps also when
+    /// the system took the registration and waits for the user, which `status` then says.
     virtual void registerService() = 0;
     virtual void unregisterService() = 0;
+    /// Of a service that is enabled.
+    virtual AgentRegistration registration() = 0;
+    /// Whether the system runs the service now; false also when the system doesn't answer.
+    virtual bool isRunning() = 0;
 };
 
 /// Keeps the daemon running without a window, as a login item: reconciles what the user wants with what the
@@ -102,19 +114,23 @@ public:
     /// How things stand; changes nothing.
     State current(const Defaults& defaults) const;
     /// Reconciles at each start of the application: migrates the old agent, registers, refreshes after an
-    /// update.
+    /// update or when the registered program is gone. Another installation's registration is left alone.
     State prepareAtLaunch(Defaults& defaults) const;
-    /// The same after the preference was set to true.
+    /// The same after the preference was set to true. Takes over from another installation.
     State prepareAfterInstall(Defaults& defaults) const;
-    /// The user's wish.
+    /// The user's wish. On takes over from another installation.
     State set(bool on, Defaults& defaults) const;
     /// Asks the system to start the login item again now.
     void kickstart() const { effects.kickstart(); }
 
 private:
+    enum class Occasion { launch, request }; // of the user, who asked for this program
+
+    State prepare(Defaults& defaults, Occasion occasion) const;
     State migrate(Defaults& defaults) const;
     bool oldAgentStops() const;
-    std::optional<std::string> reconcile(BackgroundServiceStatus status, Defaults& defaults) const;
+    bool needsRefresh(const Defaults& defaults, Occasion occasion) const;
+    std::optional<std::string> refresh(Defaults& defaults) const;
     std::optional<std::string> registerNow(Defaults& defaults) const;
 };
 

@@ -25,15 +25,18 @@ TEST(BackgroundService, launchIsReconciledWithThePreference) {
         Status before;
         std::vector<std::string> calls;
         State after;
+        AgentRegistration registered = AgentRegistration::current;
     };
     const DefaultsValue yes = true, no = false;
+    const std::vector<std::string> anew = {"unregister", "register"};
     const std::vector<Row> rows = {
         {"unset and off", {}, {}, Status::notRegistered, {}, {Status::notRegistered, false}},
         {"unset and on", {}, "7", Status::enabled, {}, {Status::enabled, true}},
-        {"unset, on and old", {}, "6", Status::enabled, {"unregister", "register"}, {Status::enabled, true}},
+        {"unset, on and old", {}, "6", Status::enabled, anew, {Status::enabled, true}},
         {"wanted and off", yes, "6", Status::notRegistered, {"register"}, {Status::enabled, true}},
-        {"wanted, build unknown", yes, {}, Status::enabled, {"unregister", "register"},
-            {Status::enabled, true}},
+        {"wanted, build unknown", yes, {}, Status::enabled, anew, {Status::enabled, true}},
+        {"moved", yes, "7", Status::enabled, anew, {Status::enabled, true}, AgentRegistration::outdated},
+        {"another's", yes, "6", Status::enabled, {}, {Status::enabled, true}, AgentRegistration::elsewhere},
         {"wanted and waiting", yes, "6", Status::requiresApproval, {}, {Status::requiresApproval, true}},
         {"unwanted and on", no, "6", Status::enabled, {"unregister"}, {Status::notRegistered, false}},
         {"unwanted and waiting", no, {}, Status::requiresApproval, {"unregister"},
@@ -47,6 +50,7 @@ TEST(BackgroundService, launchIsReconciledWithThePreference) {
         if (row.builtBy)
             item.defaults.set(build, *row.builtBy);
         item.service->now = row.before;
+        item.service->registered = row.registered;
         EXPECT_EQ(item.background.prepareAtLaunch(item.defaults), row.after);
         EXPECT_EQ(item.service->calls, row.calls);
         const bool registered = !row.calls.empty() && row.calls.back() == "register";
@@ -89,6 +93,18 @@ TEST(BackgroundService, theUsersWishIsStoredAndCarriedOut) {
     EXPECT_EQ(item.defaults.storedBoolean(preference), true);
     item.service->unregisterRefusal.reset();
     EXPECT_EQ(item.background.set(false, item.defaults), (State{Status::notRegistered, false}));
+}
+
+TEST(BackgroundService, whoAsksForItTakesOverFromAnotherInstallation) {
+    LoginItem item;
+    const auto takesOver = [&](auto ask) {
+        item.service->now = Status::enabled;
+        item.service->registered = AgentRegistration::elsewhere;
+        EXPECT_EQ(ask(), (State{Status::enabled, true}));
+        EXPECT_EQ(item.service->registered, AgentRegistration::current);
+    };
+    takesOver([&] { return item.background.set(true, item.defaults); });
+    takesOver([&] { return item.background.prepareAfterInstall(item.defaults); });
 }
 
 TEST(BackgroundService, theOldAgentIsMovedAwayOnceItHasStopped) {

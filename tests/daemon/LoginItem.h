@@ -21,6 +21,7 @@ public:
         if (refusal)
             throw AgentServiceError(*refusal);
         now = afterRegister;
+        registered = AgentRegistration::current;
     }
     void unregisterService() override {
         calls.push_back("unregister");
@@ -28,9 +29,13 @@ public:
             throw AgentServiceError(*unregisterRefusal);
         now = BackgroundServiceStatus::notRegistered;
     }
+    AgentRegistration registration() override { return registered; }
+    bool isRunning() override { return running; }
 
     BackgroundServiceStatus now = BackgroundServiceStatus::notRegistered;
     BackgroundServiceStatus afterRegister = BackgroundServiceStatus::enabled;
+    AgentRegistration registered = AgentRegistration::current;
+    bool running = true;
     std::optional<std::string> refusal;
     std::optional<std::string> unregisterRefusal;
     std::vector<std::string> calls;

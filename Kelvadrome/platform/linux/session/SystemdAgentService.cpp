@@ -17,6 +17,10 @@ namespace {
 
 constexpr double lookLimit = 3.0; // seconds, as below
 constexpr double actLimit = 20.0;
+constexpr std::size_t largestUnit = 1 << 16;       // bytes
+constexpr const char* unitState = "UnitFileState"; // the properties that `look` asks for
+constexpr const char* active = "ActiveState";
+constexpr const char* activeDetail = "SubState";
 
 double uptime() {
     return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
@@ -35,11 +39,32 @@ std::string quoted(const std::string& path) {
     return result + '"';
 }
 
-/// The three doors that systemctl tries. Where none is, starting it only costs time.
+/// The program that a unit's text, as we write it, runs.
+std::optional<std::string> programIn(std::string_view unitText) {
+    constexpr std::string_view key = "\nExecStart=\"";
+    const auto found = unitText.find(key);
+    if (found == std::string_view::npos)
+        return std::nullopt;
+    std::string path;
+    for (auto rest = unitText.substr(found + key.size()); !rest.empty(); rest.remove_prefix(1)) {
+        if (rest[0] == '"')
+            return path;
+        if ((rest[0] == '\\' || rest[0] == '%') && rest.size() > 1)
+            rest.remove_prefix(1);
+        path += rest[0];
+    }
+    return std::nullopt;
+}
+
+/// The three ways to a manager that systemctl tries. Where none is, starting systemctl only costs time.
 bool mayHaveManager(const std::map<std::string, std::string>& environment) {
     const auto& folder = environment.at("XDG_RUNTIME_DIR");
     return environment.contains("DBUS_SESSION_BUS_ADDRESS") || Files::exists(folder + "/systemd/private") ||
            Files::exists(folder + "/bus");
+}
+
+bool isMasked(const std::string& state) {
+    return state.starts_with("masked"); // or "masked-runtime"
 }
 
 std::string reason(const CommandResult& result) {
@@ -85,29 +110,75 @@ std::string SystemdAgentService::unitPath() const {
     return Files::join(unitFolder_, unitName);
 }
 
+std::optional<std::string> SystemdAgentService::unitOnDisk() const {
+    return Files::read(unitPath(), largestUnit);
+}
+
+/// What the manager says of the unit, in one call: each start of systemctl takes tens of milliseconds.
+/// "show" needs a manager, unlike "is-enabled", which without one answers from the files.
+std::optional<SystemdAgentService::Properties> SystemdAgentService::look() {
+    const auto answer = systemctl_(
+        {"show", fmt::format("--property={},{},{}", unitState, active, activeDetail), unitName}, lookLimit);
+    if (answer.status != 0)
+        return std::nullopt;
+    Properties properties;
+    for (const auto line : Text::split(answer.output, '\n', Text::EmptyPieces::drop)) {
+        if (const auto equals = line.find('='); equals != std::string_view::npos)
+            properties.emplace(line.substr(0, equals), line.substr(equals + 1));
+    }
+    return properties;
+}
+
 BackgroundServiceStatus SystemdAgentService::status() {
-    // "is-enabled" answers from the files alone where no manager runs, so the manager is asked first.
-    if (systemctl_({"show", "--property=Version"}, lookLimit).status != 0)
+    auto unit = look();
+    if (!unit)
         return BackgroundServiceStatus::notFound;
-    const auto answer = systemctl_({"is-enabled", unitName}, lookLimit);
-    const auto word = Text::trimWhitespace(answer.output);
-    if (word.starts_with("masked"))
+    const auto& state = (*unit)[unitState];
+    if (isMasked(state) && Files::exists(unitPath()))
         return BackgroundServiceStatus::requiresApproval;
-    return word.starts_with("enabled") ? BackgroundServiceStatus::enabled
-                                       : BackgroundServiceStatus::notRegistered;
+    return state.starts_with("enabled") ? BackgroundServiceStatus::enabled
+                                        : BackgroundServiceStatus::notRegistered;
+}
+
+bool SystemdAgentService::isRunning() {
+    auto unit = look();
+    if (!unit)
+        return false;
+    const auto& state = (*unit)[active];
+    // Between two tries of a program that fails at once nothing runs.
+    const bool waits = (*unit)[activeDetail].starts_with("auto-restart");
+    return (state == "active" || state == "activating" || state == "reloading") && !waits;
+}
+
+AgentRegistration SystemdAgentService::registration() {
+    const auto text = unitOnDisk();
+    if (!text)
+        return AgentRegistration::elsewhere; // enabled from another folder
+    if (*text == unitText(executable_))
+        return AgentRegistration::current;
+    const auto program = programIn(*text);
+    return program && *program != executable_ && Files::isExecutable(*program) ? AgentRegistration::elsewhere
+                                                                               : AgentRegistration::outdated;
 }
 
 void SystemdAgentService::registerService() {
-    if (status() == BackgroundServiceStatus::notFound)
+    auto unit = look();
+    if (!unit)
         throw AgentServiceError("no systemd of this user answers");
+    const auto text = unitText(executable_);
+    const bool changed = unitOnDisk() != text;
     try {
         Files::makeFolders(unitFolder_, 0700);
-        Files::replace(unitPath(), unitText(executable_), 0644, false);
+        if (changed)
+            Files::replace(unitPath(), text, 0644, false);
     } catch (const std::system_error& error) {
         throw AgentServiceError(error.what());
     }
     require({"daemon-reload"});
-    require({"enable", "--now", unitName});
+    // By its path a masked unit too is enabled: it is so from the moment when the user lifts the mask.
+    require({"enable", unitPath()});
+    if (!isMasked((*unit)[unitState]))
+        require({changed ? "restart" : "start", unitName});
 }
 
 void SystemdAgentService::unregisterService() {

@@ -11,8 +11,8 @@ using Systemctl = std::function<CommandResult(std::vector<std::string> arguments
 Systemctl systemSystemctl();
 
 /// The login item as a unit of the user's systemd: enabled; not registered (a manager answers, but there is
-/// no unit, or it is disabled); in need of approval (masked, which only the user lifts); not found (no
-/// manager answers).
+/// no unit, or it is disabled); in need of approval (registered and masked, which only the user lifts); not
+/// found (no manager answers).
 class SystemdAgentService final : public AgentService {
 public:
     static constexpr const char* unitName = "com.kelvadrome.mac.daemon.service";
@@ -30,9 +30,16 @@ public:
     void registerService() override;
     /// Gives up after 20 seconds.
     void unregisterService() override;
+    /// Reads the unit's file; asks no manager.
+    AgentRegistration registration() override;
+    bool isRunning() override;
 
 private:
+    using Properties = std::map<std::string, std::string>;
+
     std::string unitPath() const;
+    std::optional<std::string> unitOnDisk() const;
+    std::optional<Properties> look();
     void require(const std::vector<std::string>& arguments);
 
     const Systemctl systemctl_;
