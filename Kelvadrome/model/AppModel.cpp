@@ -97,9 +97,8 @@ Task<> AppModel::prepareBackground() {
         return background.prepareAtLaunch(*defaults);
     };
     auto prepared = co_await d_.pool->run(prepare);
-    const bool owned = prepared.status == BackgroundServiceStatus::enabled;
     set(&AppState::backgroundState, std::move(prepared));
-    co_await d_.supervisor->setLaunchdOwned(owned);
+    co_await d_.supervisor->setLaunchdOwned(loginItemIsEnabled(state_));
 }
 
 /// Brings the daemon up and connects to it; false when supervision failed.
@@ -223,14 +222,16 @@ Task<> AppModel::pollFailed() {
 }
 
 void AppModel::setBackground(bool on) {
-    if (d_.background)
-        launch("login item", changeBackground(on));
+    if (!d_.background || state_.backgroundChanging)
+        return;
+    // At once, so that the switch stays where it was put.
+    set(&AppState::backgroundChanging, std::optional(on));
+    launch("login item", changeBackground(on));
 }
 
 Task<> AppModel::changeBackground(bool on) {
     const auto self = shared_from_this();
     ++backgroundChanges_;
-    set(&AppState::backgroundChanging, true);
     const auto change = [background = *d_.background, defaults = d_.defaults, on] {
         return background.set(on, *defaults);
     };
@@ -238,7 +239,7 @@ Task<> AppModel::changeBackground(bool on) {
     ++backgroundChanges_;
     set(&AppState::backgroundState, std::move(changed));
     co_await handOver();
-    set(&AppState::backgroundChanging, false);
+    set(&AppState::backgroundChanging, std::nullopt);
 }
 
 void AppModel::refreshBackground() {
@@ -270,8 +271,7 @@ Task<> AppModel::readBackground() {
 /// A child daemon makes way for the login item's.
 Task<> AppModel::handOver() {
     const auto self = shared_from_this();
-    const bool owned =
-        state_.backgroundState && state_.backgroundState->status == BackgroundServiceStatus::enabled;
+    const bool owned = loginItemIsEnabled(state_);
     co_await d_.supervisor->setLaunchdOwned(owned);
     if (!owned)
         co_return;

@@ -17,6 +17,16 @@ bool containsLowercased(const std::optional<std::string>& text, const std::strin
 
 } // namespace
 
+bool loginItemIsEnabled(const AppState& state) {
+    return state.backgroundState && state.backgroundState->status == BackgroundServiceStatus::enabled;
+}
+
+bool loginItemIsSilent(const AppState& state) {
+    const auto& status = state.supervisorStatus;
+    return loginItemIsEnabled(state) && state.connection.state == Connection::State::starting && status &&
+           status->mode == DaemonSupervisor::Mode::starting && status->lastError;
+}
+
 std::int64_t needsYouCount(const AppState& state) {
     if (state.counts)
         return state.counts->needsYou;

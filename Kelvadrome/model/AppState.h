@@ -67,10 +67,14 @@ struct AppState {
     std::optional<bool> notificationsAllowed;
     std::optional<std::string> notice;
     std::optional<BackgroundService::State> backgroundState;
-    bool backgroundChanging = false; // the system is being told what the user wants
+    std::optional<bool> backgroundChanging; // what the system is being told that the user wants
     bool onboardingActive = false;
 };
 
+/// The daemon is the login item's to run.
+bool loginItemIsEnabled(const AppState& state);
+/// The login item is to bring the daemon, and it doesn't answer although it had its time.
+bool loginItemIsSilent(const AppState& state);
 /// How many cards need the user: the daemon's count, or our own without it.
 std::int64_t needsYouCount(const AppState& state);
 /// The daemon's sessions, or rows made from the cards when it reports none.

@@ -88,7 +88,8 @@ Group background(const AppState& state, const SettingsFacts& facts) {
         state.backgroundChanging ? "One moment."
         : login                  ? login->line()
                                  : "Not known yet",
-        login && login->wanted,
+        // What is so, whoever switched it; while it changes, what the user has just asked for.
+        state.backgroundChanging.value_or(loginItemIsEnabled(state) || (login && login->needsApproval())),
         login && !state.backgroundChanging && login->status != BackgroundServiceStatus::notFound));
     if (login && login->status == BackgroundServiceStatus::requiresApproval) {
         group.rows.push_back(press(SettingsId::allowLoginItem, "Allow it",

@@ -1,5 +1,6 @@
 #include "Kelvadrome/model/SettingsModel.h"
 
+#include "tests/daemon/LoginItem.h"
 #include "tests/model/SettingsParts.h"
 
 namespace kelvadrome::test {
@@ -60,6 +61,29 @@ TEST_F(Settings, eachChangeTakesEffectAtOnceAndHoldsAfterARestart) {
         EXPECT_FALSE(isOn(general(SettingsId::notifyStops)));
         restart();
     }
+}
+
+TEST_F(Settings, theLoginItemsSwitchShowsWhatIsSoWhoeverSwitchedIt) {
+    LoginItem item;
+    world.background = item.background;
+    auto& model = open();
+    world.start();
+    const auto becomes = [&](bool on, const std::string& words) {
+        const auto shows = [&] {
+            const auto row = general(SettingsId::loginItem);
+            return row.enabled && isOn(row) == on && row.detail.contains(words);
+        };
+        world.loop.until(shows, "the switch to show \"" + words + "\"");
+    };
+    model.toggle(SettingsId::loginItem, true);
+    EXPECT_TRUE(isOn(general(SettingsId::loginItem))) << "at once";
+    becomes(true, "On.");
+    item.service->now = BackgroundServiceStatus::notRegistered; // by another program
+    model.lookAgain();
+    becomes(false, "Off.");
+    item.service->refusal = "no room";
+    model.toggle(SettingsId::loginItem, true);
+    becomes(false, "(no room)");
 }
 
 } // namespace
