@@ -120,7 +120,26 @@ void AppModel::retry() {
 
 Task<> AppModel::retryNow() {
     const auto self = shared_from_this();
+    if (d_.background && loginItemIsEnabled(state_))
+        co_await relieveLoginItem();
     co_await startSupervisor();
+}
+
+/// A login item that is down, or whose manager doesn't answer, would be waited for in vain, so the daemon is
+/// started here. One that runs and yet doesn't answer is started again.
+Task<> AppModel::relieveLoginItem() {
+    const auto self = shared_from_this();
+    const auto health = co_await attempt(d_.client.health(healthTimeout));
+    if (health)
+        co_return;
+    const auto restart = [background = *d_.background] {
+        const bool runs = background.service->isRunning();
+        if (runs)
+            background.kickstart();
+        return runs;
+    };
+    const bool runs = co_await d_.pool->run(restart);
+    co_await d_.supervisor->setLaunchdOwned(runs);
 }
 
 /// A daemon that can't tell opens the main window: setup never blocks the application.

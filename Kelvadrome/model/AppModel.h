@@ -76,7 +76,8 @@ public:
     Task<> refresh();
     /// Refreshes in 0.2 s; calls within that time are one.
     void scheduleRefresh();
-    /// Another try after `connection` failed.
+    /// Another try after `connection` failed, or while the login item's daemon doesn't answer: where its unit
+    /// is down, a child is started.
     void retry();
 
     // Windows and pages.
@@ -171,6 +172,7 @@ private:
     Task<> changeBackground(bool on);
     Task<> readBackground();
     Task<> handOver();
+    Task<> relieveLoginItem();
 
     // Refreshing, AppModelRefresh.cpp.
     struct Reads;

@@ -33,6 +33,10 @@ void setBody(MenuPanelContent& panel, const AppState& state, const std::vector<C
     case Connection::State::starting:
         panel.body = Body::starting;
         panel.title = "Starting the daemon";
+        if (loginItemIsSilent(state)) {
+            panel.detail = *state.supervisorStatus->lastError;
+            panel.retry = PanelAction{.kind = Kind::retry, .words = "Start it here"};
+        }
         return;
     case Connection::State::failed:
         panel.body = Body::failed;

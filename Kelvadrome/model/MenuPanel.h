@@ -38,7 +38,7 @@ struct MenuPanelContent {
     Body body = Body::starting;
     std::string title;                // of a body without rows
     std::string detail;               // below it; of `failed` the reason, which the main pane shows too
-    std::optional<PanelAction> retry; // of `failed`
+    std::optional<PanelAction> retry; // of `failed`, and of `starting` while the login item is silent
     std::vector<PanelRow> rows;       // of `rows`
     std::vector<std::string> pressed; // answers under way whose row doesn't show
     std::vector<AgentLine> agents;    // at most `maxAgents`; how many fit is the front end's

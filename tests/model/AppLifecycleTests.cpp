@@ -1,4 +1,5 @@
 #include "Kelvadrome/model/AppLifecycle.h"
+#include "Kelvadrome/model/MenuPanel.h"
 
 #include "tests/daemon/LoginItem.h"
 #include "tests/model/World.h"
@@ -58,19 +59,30 @@ TEST(AppLifecycle, onlyTwoNumbersAreAWindowsSize) {
         EXPECT_EQ(AppLifecycle::windowSize(text), std::nullopt) << text;
 }
 
-TEST(LoginItem, isPreparedBeforeTheDaemonIsStartedSoThatNoChildDoublesIt) {
-    LoginItem item;
-    item.service->now = Status::enabled;
-    World world;
-    world.streamWanted = false;
-    world.daemon->stop();
-    world.background = item.background;
-    world.make().start();
-    // A login item's daemon gets the whole limit to come up.
-    world.turnUntil([&] { return world.calls.has("delivery"); }, "the start to go on");
-    EXPECT_EQ(world.state().backgroundState->status, Status::enabled);
-    EXPECT_EQ(world.state().supervisorStatus->mode, DaemonSupervisor::Mode::starting);
-    EXPECT_TRUE(world.launcher->commands.empty());
+TEST(LoginItem, thatBringsNoDaemonIsWaitedForUntilTheUserAsksForOne) {
+    for (const bool running : {true, false}) {
+        SCOPED_TRACE(running ? "runs, but doesn't answer" : "is down");
+        LoginItem item;
+        item.service->now = Status::enabled;
+        item.service->running = running;
+        World world;
+        world.streamWanted = false;
+        item.background.effects.kickstart = [&] { world.serve(); };
+        world.background = item.background;
+        world.resources = item.folder / "res";
+        installDaemon(*world.resources);
+        world.daemon->on("/v1/health", FakeReply::failure("internal", "not yet", 500));
+        world.launcher->onLaunch = [&](ScriptedChild&) { world.serve(); };
+        world.make().start();
+        // A login item's daemon gets the whole limit to come up.
+        world.turnUntil([&] { return menuPanel(world.state(), WallTime()).retry.has_value(); }, "the offer");
+        EXPECT_EQ(world.state().supervisorStatus->mode, DaemonSupervisor::Mode::starting);
+        EXPECT_TRUE(world.launcher->commands.empty());
+
+        world.model->retry();
+        world.turnUntil([&] { return world.state().health.has_value(); }, "a daemon");
+        EXPECT_EQ(world.launcher->commands.size(), running ? 0U : 1U) << "a child only beside no other";
+    }
 }
 
 TEST(LoginItem, aChildMakesWayForItWhenTheUserWantsIt) {

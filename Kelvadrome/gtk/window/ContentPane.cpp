@@ -51,7 +51,14 @@ void ContentPane::addStarting() {
     wrap(pressed_);
     pressed_.add_css_class("warning");
     pressed_.set_halign(Gtk::Align::CENTER);
+    wrap(silent_);
+    startHere_.set_label("Start it here");
+    startHere_.add_css_class("pill");
+    startHere_.set_halign(Gtk::Align::CENTER);
+    startHere_.signal_clicked().connect([model = model_] { model->retry(); });
     below->append(*spinner);
+    below->append(silent_);
+    below->append(startHere_);
     below->append(pressed_);
     adw_status_page_set_child(starting, GTK_WIDGET(below->gobj()));
     add(*Glib::wrap(GTK_WIDGET(starting)), "starting");
@@ -112,6 +119,10 @@ void ContentPane::show(const AppState& state) {
     case Connection::State::starting:
         pressed_.set_text(fmt::format("{}", fmt::join(pressedLines(state, {}, clock_->now()), "\n")));
         pressed_.set_visible(!pressed_.get_text().empty());
+        silent_.set_visible(loginItemIsSilent(state));
+        startHere_.set_visible(loginItemIsSilent(state));
+        if (loginItemIsSilent(state))
+            silent_.set_text(*state.supervisorStatus->lastError);
         set_visible_child("starting");
         break;
     case Connection::State::failed: {

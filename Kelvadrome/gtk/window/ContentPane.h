@@ -5,6 +5,7 @@
 
 #include <adwaita.h>
 #include <functional>
+#include <gtkmm/button.h>
 #include <gtkmm/stack.h>
 #include <memory>
 #include <optional>
@@ -43,6 +44,8 @@ private:
     Gtk::Box back_;                   // above the page while the native list makes way, for a card to review
     AdwStatusPage* failed_ = nullptr; // the stack's
     Gtk::Label pressed_;              // while starting: the answers whose end isn't known
+    Gtk::Label silent_;               // while starting: why the login item's daemon doesn't answer
+    Gtk::Button startHere_;           // beside that
     bool searched_ = false;           // or it makes way for results
 };
 

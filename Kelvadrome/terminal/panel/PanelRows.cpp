@@ -178,7 +178,8 @@ StyledLine keys(
         items = {{"any key", "back"}};
     } else {
         if (content.retry)
-            items.push_back({"r", "try again"});
+            items.push_back(
+                {"r", content.body == MenuPanelContent::Body::failed ? "try again" : "start it here"});
         if (extras.link)
             items.push_back({"y", "copy"}), items.push_back({"Esc", "close"});
         if (const auto* card = selected ? std::get_if<PanelCard>(selected) : nullptr) {
