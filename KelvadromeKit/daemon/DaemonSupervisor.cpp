@@ -1,5 +1,6 @@
 #include "KelvadromeKit/daemon/DaemonSupervisor.h"
 
+#include "KelvadromeKit/daemon/DaemonLog.h"
 #include "KelvadromeKit/daemon/DataHome.h"
 #include "KelvadromeKit/support/Log.h"
 #include "KelvadromeKit/support/Text.h"
@@ -188,7 +189,8 @@ Task<DaemonSupervisor::Status> DaemonSupervisor::recoverHere() {
     const auto count = restartTimes_.size();
     if (count > restartLimit) {
         status_.mode = Mode::failed;
-        status_.lastError = "kelvadromed stopped 5 times in 2 minutes. Open the log in the inspector.";
+        status_.lastError = DaemonLog::withReason(
+            "kelvadromed stopped 5 times in 2 minutes. Open the log in the inspector.", saidOfLate());
         co_return status_;
     }
     restartTimes_.push_back(now);
@@ -241,6 +243,7 @@ void DaemonSupervisor::launch(std::string node, std::vector<std::string> argumen
         .currentDirectory = env_.home};
 
     const auto number = ++launches_;
+    linesOfLaunch_ = 0;
     const auto handOver = [strand = strand_, weak = weak_from_this()](auto then) {
         asio::post(strand, [weak, then = std::move(then)] {
             if (const auto self = weak.lock())
@@ -266,18 +269,15 @@ Task<> DaemonSupervisor::waitHealthy(double timeout) {
         const bool healthy = co_await isHealthy(waitTimeout);
         if (healthy)
             co_return;
-        if (process_ && !process_->isRunning()) {
-            const auto& lines = status_.logTail;
-            throw SpawnError(
-                "kelvadromed stopped at start. " + (lines.empty() ? std::string() : lines.back()));
-        }
+        if (process_ && !process_->isRunning())
+            throw SpawnError("kelvadromed stopped at start. " + DaemonLog::reason(status_.logTail));
         const bool cancelled = co_await taskCancelled();
         if (cancelled)
             throw boost::system::system_error(asio::error::operation_aborted);
         co_await world_.clock->sleep(childPause);
     }
-    throw SpawnError(
-        fmt::format("kelvadromed did not answer within {} s.", static_cast<std::int64_t>(timeout)));
+    auto words = fmt::format("kelvadromed did not answer within {} s.", static_cast<std::int64_t>(timeout));
+    throw SpawnError(DaemonLog::withReason(std::move(words), saidOfLate()));
 }
 
 Task<> DaemonSupervisor::stopOwnedChild() {
@@ -331,9 +331,16 @@ void DaemonSupervisor::appendLog(std::string_view text) {
     auto& tail = status_.logTail;
     for (const auto line : Text::split(text, '\n', Text::EmptyPieces::drop)) {
         tail.emplace_back(Text::prefix(line, logCharacters));
+        linesOfLaunch_ += 1;
     }
     if (tail.size() > logLines)
         tail.erase(tail.begin(), tail.end() - logLines);
+}
+
+/// What an earlier child said explains nothing about the last one.
+std::span<const std::string> DaemonSupervisor::saidOfLate() const {
+    const std::span lines(status_.logTail);
+    return lines.last(std::min(linesOfLaunch_, lines.size()));
 }
 
 void DaemonSupervisor::childEnded(std::int32_t code, std::uint64_t launch) {

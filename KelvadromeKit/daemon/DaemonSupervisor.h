@@ -5,6 +5,7 @@
 #include "KelvadromeKit/support/Clock.h"
 #include "KelvadromeKit/wire/DaemonClient.h"
 
+#include <span>
 #include <stdexcept>
 
 namespace kelvadrome {
@@ -88,6 +89,7 @@ private:
     Task<std::optional<std::string>> firstLine(std::string path, std::vector<std::string> arguments);
     Task<> waitOut(double seconds);
     void appendLog(std::string_view text);
+    std::span<const std::string> saidOfLate() const;
     void childEnded(std::int32_t code, std::uint64_t launch);
     bool childRuns() const { return process_ && process_->isRunning(); }
 
@@ -100,6 +102,7 @@ private:
     // On the strand.
     std::shared_ptr<ChildProcess> process_; // holds the write end of the child's standard input
     std::uint64_t launches_ = 0;            // tells the present child's end from that of one before it
+    std::size_t linesOfLaunch_ = 0;         // that the child launched last has written
     std::uint64_t stops_ = 0;               // calls of stop, so that a recovery under way sees one
     Status status_;
     bool stopping_ = false;            // a stop is intended, so the child's exit isn't news

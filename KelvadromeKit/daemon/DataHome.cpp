@@ -1,6 +1,7 @@
 #include "KelvadromeKit/daemon/DataHome.h"
 
 #include "KelvadromeKit/daemon/DaemonEnvironment.h"
+#include "KelvadromeKit/wire/UnixSocketTransport.h"
 
 #include <fmt/format.h>
 
@@ -18,6 +19,12 @@ constexpr mode_t writableByOthers = S_IWGRP | S_IWOTH;
 } // namespace
 
 std::optional<std::string> refusal(const std::string& home) {
+    const auto path = DaemonEnvironment(home, std::nullopt, std::nullopt).socketPath();
+    if (path.size() > UnixSocketTransport::maxPathBytes) {
+        return fmt::format("The path of the data home {} is too long: its socket would have {} bytes, and at "
+                           "most {} are possible. Choose a home with a shorter path.",
+            home, path.size(), UnixSocketTransport::maxPathBytes);
+    }
     struct stat folder {};
     if (::stat(home.c_str(), &folder) != 0) {
         if (errno == ENOENT || errno == ENOTDIR) // who makes it says what is in the way
@@ -34,7 +41,6 @@ std::optional<std::string> refusal(const std::string& home) {
             home, home);
     }
 
-    const auto path = DaemonEnvironment(home, std::nullopt, std::nullopt).socketPath();
     struct stat socket {};
     if (::lstat(path.c_str(), &socket) != 0)
         return std::nullopt;

@@ -1,3 +1,4 @@
+#include "KelvadromeKit/daemon/DaemonLog.h"
 #include "KelvadromeKit/daemon/DaemonSupervisor.h"
 
 #include "tests/support/FakeDaemon.h"
@@ -5,6 +6,7 @@
 #include "tests/support/ScriptedLauncher.h"
 #include "tests/support/TemporaryFolder.h"
 
+#include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -145,6 +147,11 @@ TEST_F(DaemonSupervisorTest, whatKeepsAChildFromStartingIsSaidInItsOwnWords) {
              env.home = folder / "file/home";
          },
             (folder / "file") + " could not be created: Not a directory"},
+        {[&] { env.home = folder / std::string(103, 'x'); },
+            fmt::format(
+                "The path of the data home {} is too long: its socket would have {} bytes, and at most "
+                "103 are possible. Choose a home with a shorter path.",
+                folder / std::string(103, 'x'), (folder / std::string(103, 'x')).size() + 17)},
         {[&] { launcher->failure = EACCES; }, (folder / "res/node/bin/node") + ": Permission denied"},
     };
     const auto env0 = env;
@@ -179,13 +186,33 @@ TEST_F(DaemonSupervisorTest, aChildSeenDeadBeforeItsEndIsToldStoppedAtStart) {
 }
 
 TEST_F(DaemonSupervisorTest, aChildThatNeverAnswersIsEndedFirstGentlyThenForcibly) {
-    launcher->onLaunch = [](ScriptedChild& child) { child.endsWhenTold = false; };
+    launcher->onLaunch = [](ScriptedChild& child) {
+        child.endsWhenTold = false;
+        child.say("kelvadromed: Port 4000 is in use.\n");
+    };
     const auto result = finish(make().start(0.3));
-    EXPECT_EQ(result.lastError, "kelvadromed did not answer within 0 s.");
+    EXPECT_EQ(result.lastError, "kelvadromed did not answer within 0 s. Port 4000 is in use.");
     EXPECT_EQ(result.childPid, std::nullopt);
     EXPECT_THAT(child().asked, ElementsAre("terminate", "kill", "close input"));
     EXPECT_EQ(pauses.size(), 2U + 30U);
     EXPECT_NEAR(pauses.back(), 0.1, 1e-6);
+}
+
+TEST(DaemonLog, theReasonIsTheLineThatNamesItCleanedForAnyScreen) {
+    const struct {
+        std::vector<std::string> lines;
+        const char* reason;
+    } rows[] = {{{}, ""}, {{"first", "kelvadromed: The port is taken."}, "kelvadromed: The port is taken."},
+        {{"node:internal/loader:12", "  throw err;", "  ^", "", "Error: Cannot find module '/x'",
+             "Require stack:", "- /y", "    at load (node:1:2) {", "  code: 'X'", "}", "Node.js v24.1.0"},
+            "Error: Cannot find module '/x'"},
+        {{"kelvadromed: TypeError: no", "    at f (a.mjs:1:1)"}, "kelvadromed: TypeError: no"},
+        {{"\x1b[31mbad\x1b[0m\x07 \u202Eline\r"}, "bad line"},
+        {{"at /home/u/a-folder-with-a-rather-long-name-2026: token=abc 0123456789abcdef0123456789abcdef "
+          "kX3fq9ZLmT2vWc8RbYh4Nd7GpSj1Ae6u"},
+            "at /home/u/a-folder-with-a-rather-long-name-2026: token=… … …"}};
+    for (const auto& row : rows)
+        EXPECT_EQ(DaemonLog::reason(row.lines), row.reason);
 }
 
 TEST_F(DaemonSupervisorTest, theLoginItemsDaemonIsWaitedForAndNoChildIsStarted) {
@@ -242,6 +269,7 @@ TEST_F(DaemonSupervisorTest, cancellationEndsTheWaitForAChildAndTheChild) {
 
 TEST_F(DaemonSupervisorTest, restartsBackOffAndGiveUpAfterFiveInTwoMinutes) {
     spawnHealthy();
+    child().say("said by an earlier child\n");
     std::vector<double> backOffs;
     for (std::size_t round = 0; round < 5; ++round) {
         fallSilent();
