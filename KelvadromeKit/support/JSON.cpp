@@ -76,7 +76,8 @@ std::optional<std::int64_t> JSONValue::integer() const {
     double real = 0;
     if (element_.get(real) || real != std::trunc(real))
         return std::nullopt;
-    if (real < -9223372036854775808.0 || real >= 9223372036854775808.0)
+    // The least one too, which is never written as a real: integers below it round to it.
+    if (std::abs(real) >= 9223372036854775808.0)
         return std::nullopt;
     return static_cast<std::int64_t>(real);
 }

@@ -52,12 +52,16 @@ TEST(JSONReading, nullAndMissingReadAlikeAndOnlyLenientSwallowsAWrongType) {
 }
 
 TEST(JSONReading, anIntegerBeyond64BitsIsAWrongTypeAtItsOwnPlaceOnly) {
-    readJSON(R"({"wide":-99999999999999999999,"list":[18446744073709551616,9223372036854775807],"after":1})",
+    readJSON(R"({"wide":-99999999999999999999,"below":-9223372036854775809,"above":9223372036854775808,
+        "list":[-9223372036854775808,9223372036854775807],"after":1})",
         [](const JSONValue& root) {
             const auto object = root.object();
             EXPECT_FALSE(object.lenient<std::int64_t>("wide"));
             EXPECT_EQ(object.required<double>("wide"), -1e20);
-            EXPECT_EQ(*JSONValue(object.find("list")->array().at(1)).integer(), INT64_MAX);
+            EXPECT_FALSE(object.lenient<std::int64_t>("below"));
+            EXPECT_FALSE(object.lenient<std::int64_t>("above"));
+            EXPECT_EQ(object.required<std::vector<std::int64_t>>("list"),
+                (std::vector<std::int64_t>{INT64_MIN, INT64_MAX}));
             EXPECT_EQ(object.required<std::int64_t>("after"), 1);
             return 0;
         });
