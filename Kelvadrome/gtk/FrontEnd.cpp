@@ -66,7 +66,7 @@ public:
     int run() {
         std::vector<char*> words{arguments_.front().data()};
         for (auto& argument : arguments_) {
-            if (Text::lowercased(argument).starts_with("kelvadrome:"))
+            if (Text::lowercasedASCII(argument).starts_with("kelvadrome:"))
                 words.push_back(argument.data());
         }
         const int status = application_->run(static_cast<int>(words.size()), words.data());

@@ -115,9 +115,9 @@ void AppModel::reopen() {
 
 void AppModel::handleOpenURL(std::string url) {
     const auto parsed = boost::urls::parse_uri(url);
-    if (!parsed || Text::lowercased(parsed->scheme()) != "kelvadrome")
+    if (!parsed || Text::lowercasedASCII(parsed->scheme()) != "kelvadrome")
         return;
-    if (Text::lowercased(parsed->host()) == "open")
+    if (Text::lowercasedASCII(parsed->host()) == "open")
         reopen();
 }
 

@@ -59,7 +59,7 @@ std::set<TerminalApp> hostsWithAgents(std::string_view ps) {
     const auto table = rows(ps);
     std::set<TerminalApp> hosts;
     for (const auto& [pid, row] : table) {
-        if (!agents().contains(Text::lowercased(Text::lastPathComponent(row.comm))))
+        if (!agents().contains(Text::lowercasedASCII(Text::lastPathComponent(row.comm))))
             continue;
         if (const auto host = hostOf(row, table))
             hosts.insert(*host);

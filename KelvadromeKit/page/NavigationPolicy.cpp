@@ -10,7 +10,7 @@ namespace {
 
 std::string scheme(std::string_view url) {
     const auto end = url.find(':');
-    return end == std::string_view::npos ? std::string() : Text::lowercased(url.substr(0, end));
+    return end == std::string_view::npos ? std::string() : Text::lowercasedASCII(url.substr(0, end));
 }
 
 struct Origin {
@@ -30,7 +30,7 @@ Origin origin(std::string_view url) {
     const auto authority = boost::urls::parse_authority(rest.substr(0, rest.find_first_of("/?#\\")));
     if (!authority)
         return {};
-    Origin result{Text::lowercased(authority->encoded_host()), std::nullopt};
+    Origin result{Text::lowercasedASCII(authority->encoded_host()), std::nullopt};
     if (authority->has_port())
         result.port = std::string(authority->port());
     return result;

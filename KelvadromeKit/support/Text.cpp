@@ -195,6 +195,15 @@ std::string lowercased(std::string_view text) {
     return mapScalars(text, lower);
 }
 
+std::string lowercasedASCII(std::string_view text) {
+    std::string result(text);
+    for (auto& letter : result) {
+        if (letter >= 'A' && letter <= 'Z')
+            letter = static_cast<char>(letter - 'A' + 'a');
+    }
+    return result;
+}
+
 std::string uppercasedFirst(std::string_view text) {
     const auto first = prefix(text, 1);
     return mapScalars(first, upper).append(text.substr(first.size()));

@@ -30,8 +30,11 @@ std::string normalizedNFC(std::string_view text);
 /// Equality of canonically equivalent texts.
 bool canonicallyEqual(std::string_view left, std::string_view right);
 
-/// Full lower case by simple Unicode mappings.
+/// Full lower case by simple Unicode mappings. For words of a person; a protocol's words are
+/// `lowercasedASCII`.
 std::string lowercased(std::string_view text);
+/// A to Z only: "İ" and the Kelvin sign don't turn into letters of a header's or a scheme's name.
+std::string lowercasedASCII(std::string_view text);
 /// The first character upper-cased, the rest as it is.
 std::string uppercasedFirst(std::string_view text);
 /// "two wORDS" gives "Two Words": each word's first letter upper-cased, the others lower-cased.

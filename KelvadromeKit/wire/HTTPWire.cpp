@@ -84,7 +84,7 @@ void addHeader(std::string_view line, std::map<std::string, std::string>& header
         return;
     const auto value = Text::trimBlanks(line.substr(colon + 1));
     const auto [place, fresh] =
-        headers.try_emplace(Text::lowercased(Text::trimBlanks(line.substr(0, colon))), value);
+        headers.try_emplace(Text::lowercasedASCII(Text::trimBlanks(line.substr(0, colon))), value);
     if (!fresh)
         place->second.append(", ").append(value);
 }
@@ -155,7 +155,7 @@ Head parseHead(std::string_view data) {
 
 bool isChunked(const std::map<std::string, std::string>& headers) {
     const auto found = headers.find("transfer-encoding");
-    return found != headers.end() && Text::lowercased(found->second).contains("chunked");
+    return found != headers.end() && Text::lowercasedASCII(found->second).contains("chunked");
 }
 
 HTTPResponse parse(std::string data) {

@@ -63,6 +63,8 @@ TEST(HTTPWire, aReplyIsReadByItsOwnLengthWords) {
             {200, {{"content-length", "99999999999999999999"}}, "12"}},
         {ok + "Transfer-Encoding: gzip, Chunked\r\nContent-Length: 1\r\n\r\n2\r\nab\r\n0\r\n\r\nmore",
             {200, {{"content-length", "1"}, {"transfer-encoding", "gzip, Chunked"}}, "ab"}},
+        {ok + "Transfer-Encod\u0130ng: chun\u212Aed\r\n\r\nabc",
+            {200, {{"transfer-encod\u0130ng", "chun\u212Aed"}}, "abc"}},
         {ok + "\r\n" + std::string("\xFF\x00\r\n\r\n", 6), {200, {}, std::string("\xFF\x00\r\n\r\n", 6)}},
     };
     for (const auto& row : rows) {

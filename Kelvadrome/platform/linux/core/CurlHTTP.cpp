@@ -34,7 +34,7 @@ std::size_t takeHeader(char* data, std::size_t size, std::size_t count, void* to
     if (line.starts_with("HTTP/"))
         response.headers.clear();
     if (const auto colon = line.find(':'); colon != std::string_view::npos) {
-        const auto key = Text::lowercased(Text::trimBlanks(line.substr(0, colon)));
+        const auto key = Text::lowercasedASCII(Text::trimBlanks(line.substr(0, colon)));
         const std::string value(Text::trimWhitespace(line.substr(colon + 1)));
         const auto [held, fresh] = response.headers.emplace(key, value);
         if (!fresh && key != "set-cookie")
