@@ -104,6 +104,8 @@ Task<> AppModel::prepareBackground() {
 /// Brings the daemon up and connects to it; false when supervision failed.
 Task<bool> AppModel::startSupervisor() {
     const auto status = co_await d_.supervisor->start(startTimeout);
+    if (tasks_.closed())
+        co_return false; // a start that a quit cut short has not failed
     set(&AppState::supervisorStatus, status);
     if (status.mode == DaemonSupervisor::Mode::failed) {
         set(&AppState::connection,
@@ -234,6 +236,8 @@ Task<> AppModel::pollHealthy(Health health) {
 Task<> AppModel::pollFailed() {
     set(&AppState::connection, Connection::starting());
     const auto status = co_await d_.supervisor->recover();
+    if (tasks_.closed())
+        co_return;
     set(&AppState::supervisorStatus, status);
     if (status.mode == DaemonSupervisor::Mode::failed) {
         set(&AppState::connection, Connection::failed(status.lastError.value_or("kelvadromed stopped.")));

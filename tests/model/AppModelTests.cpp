@@ -151,6 +151,7 @@ TEST_F(AppModelTest, aDaemonThatCannotBeBroughtBackFailsUntilItAnswersAgain) {
     const auto pollUntil = [&](Connection::State wanted) {
         turnUntil([&] { return state().connection.state == wanted; }, "polls to change the connection");
     };
+    pollUntil(Connection::State::starting);
     pollUntil(Connection::State::failed);
     EXPECT_EQ(state().connection, Connection::failed(*state().supervisorStatus->lastError));
     EXPECT_EQ(state().cards.size(), 1U) << "the fields keep their last values";
@@ -174,6 +175,19 @@ TEST_F(AppModelTest, aFailedSupervisorIsShownAndRetryTriesAgain) {
     serve();
     model->retry();
     loop.until([&] { return state().connection == Connection::ready(); }, "the retry");
+}
+
+TEST_F(AppModelTest, aQuitWhileTheDaemonComesUpIsNoFailure) {
+    resources = folder / "res";
+    installDaemon(*resources);
+    daemon->stop();
+    make().start();
+    loop.until(
+        [&] { return !launcher->children.empty() && clock->sleepers() > 0; }, "the child to be waited for");
+    loop.run(model->stop());
+    loop.drain();
+    EXPECT_EQ(state().connection, Connection::starting());
+    EXPECT_EQ(clock->sleepers(), 0U);
 }
 
 TEST_F(AppModelTest, aSessionMintedInTheBackgroundReachesThePages) {
