@@ -17,7 +17,7 @@ std::vector<KelvadromeCommand> kelvadromeCommands() {
         {"strip", "Agent Strip", "",
             [](AppModel& model) { model.setAgentStrip(!model.state().agentStripShown); },
             [](const AppState& state) { return state.agentStripShown; }, true},
-        {"reload", "Reload Page", "<Control>r", [](AppModel& model) { model.web().reload(); }, {}, true},
+        {"reload", "Reload Page", "<Control>r", [](AppModel& model) { model.web().reload(); }},
     };
     for (std::size_t i = 0; i < allNavSections.size(); ++i) {
         const auto section = allNavSections[i];

@@ -194,7 +194,7 @@ Group autopilot(const AppState& state) {
         if (pilot.floor)
             detail += ", a floor";
         group.rows.push_back(fact(fmt::format("pilot-{}", number++),
-            pilot.label.value_or(InboxLogic::humanize(pilot.actionClass)), detail,
+            pilot.label.value_or(InboxLogic::actionLabel(pilot.actionClass)), detail,
             std::string(rawValue(InboxLogic::annunciator(pilot.level)))));
     }
     if (group.rows.empty())

@@ -84,6 +84,30 @@ TEST(InboxLogic, aBatchIsAcceptedInOneStrokeOnlyWhenAllOfItHasDefaults) {
     EXPECT_FALSE(InboxLogic::suggested(question));
 }
 
+TEST(InboxLogic, everyStatusHasItsLampAndItsWord) {
+    using InboxLogic::Lamp;
+    const struct {
+        const char *status, *word;
+        Lamp lamp;
+    } rows[] = {{"busy", "working", Lamp::working}, {"working", "working", Lamp::working},
+        {"running", "working", Lamp::working}, {"editing", "editing", Lamp::working},
+        {"searching", "searching", Lamp::working}, {"waiting_me", "needs you", Lamp::needsYou},
+        {"needs_you", "needs you", Lamp::needsYou}, {"blocked", "blocked", Lamp::needsYou},
+        {"failed", "failed", Lamp::failed}, {"error", "error", Lamp::failed},
+        {"crashed", "crashed", Lamp::failed}, {"waiting", "waiting", Lamp::idle},
+        {"idle", "idle", Lamp::idle}, {"ended", "ended", Lamp::idle}, {"closed", "ended", Lamp::idle},
+        {"stalled_out", "stalled out", Lamp::idle}};
+    for (const auto& row : rows) {
+        EXPECT_EQ(InboxLogic::lamp(row.status, "reads"), row.lamp) << row.status;
+        EXPECT_EQ(InboxLogic::statusWord(row.status, false, false, ""), row.word) << row.status;
+    }
+    for (const auto* detail : {"Waits for you", "NEEDS YOU now"})
+        EXPECT_EQ(InboxLogic::lamp("failed", detail), Lamp::needsYou);
+    EXPECT_EQ(InboxLogic::statusWord("idle", true, true, "reads"), "reads");
+    EXPECT_EQ(InboxLogic::statusWord("idle", true, true, {}), "holding Edge");
+    EXPECT_EQ(InboxLogic::statusWord("idle", false, true, {}), "queued");
+}
+
 TEST(InboxLogic, sessionsFromCardsFoldBySessionWithTheMostUrgentStatus) {
     auto calm = card("calm", "receipt");
     auto urgent = card("urgent", "stop", "high");

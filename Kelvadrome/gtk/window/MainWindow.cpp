@@ -79,6 +79,10 @@ void MainWindow::makeToolbar() {
         model_->search();
         content_.showResults();
     });
+    search_.signal_search_changed().connect([this] {
+        if (search_.get_text().empty())
+            model_->setSearchText({});
+    });
     header_.set_title_widget(search_);
 
     menu_.set_icon_name("open-menu-symbolic");
