@@ -21,18 +21,23 @@ std::optional<double> number(std::string_view text) {
 
 } // namespace
 
+Task<bool> AppLifecycle::mayTerminate() {
+    auto prompt = co_await quitPrompt();
+    if (!prompt)
+        co_return true;
+    QuitQuestion question{std::move(*prompt),
+        "The install stops with kelvadrome and shows as interrupted at the next start.", "Quit",
+        "Keep running"};
+    const bool quits = co_await ask_(std::move(question));
+    co_return quits;
+}
+
 Task<bool> AppLifecycle::shouldTerminate() {
     if (stopped_)
         co_return true;
-    auto prompt = co_await quitPrompt();
-    if (prompt) {
-        QuitQuestion question{std::move(*prompt),
-            "The install stops with kelvadrome and shows as interrupted at the next start.", "Quit",
-            "Keep running"};
-        const bool quits = co_await ask_(std::move(question));
-        if (!quits)
-            co_return false;
-    }
+    const bool may = co_await mayTerminate();
+    if (!may)
+        co_return false;
     co_await model_->stop();
     stopped_ = true;
     co_return true;

@@ -10,7 +10,7 @@
 
 namespace kelvadrome {
 
-/// What a desktop's application does at its beginning and end beside the model. Main executor.
+/// What an application does at its beginning and end beside the model. Main executor.
 class AppLifecycle {
 public:
     /// A question with two answers; true for the first.
@@ -25,8 +25,10 @@ public:
     AppLifecycle(std::shared_ptr<AppModel> model, DaemonClient client, Ask ask)
         : model_(std::move(model)), client_(std::move(client)), ask_(std::move(ask)) {}
 
-    /// Ends the model, unless an install is under way and the user would rather have that finish: true when
-    /// the process may go. Passes at once when that has been so before.
+    /// False when an install is under way and the user would rather have that finish.
+    Task<bool> mayTerminate();
+    /// Ends the model when that may be: true when the process may go. Passes at once when that has been so
+    /// before.
     Task<bool> shouldTerminate();
 
     /// Whether the application has its place in the dock or launcher: only a stored `false` takes it away.

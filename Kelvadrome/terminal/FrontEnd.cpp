@@ -1,4 +1,5 @@
 #include "Kelvadrome/hub/LocalHub.h"
+#include "Kelvadrome/model/AppLifecycle.h"
 #include "Kelvadrome/model/Notifier.h"
 #include "Kelvadrome/platform/linux/core/LinkPage.h"
 #include "Kelvadrome/platform/linux/process/PosixSpawn.h"
@@ -69,7 +70,7 @@ public:
             .board = board_,
             .host = host_,
             .page = page_,
-            .quit = [this] { quit(); }});
+            .quit = [this](QuitWish wish) { quit(wish); }});
     }
 
     /// Runs until the user or a signal ends it. What went wrong in the end, for the line after the panel.
@@ -137,13 +138,25 @@ private:
             if (const auto model = weak.lock())
                 model->openFirstNeedingYou();
         };
+        lifecycle_ = std::make_unique<AppLifecycle>(model_, hub_.client,
+            [this](AppLifecycle::QuitQuestion question) { return ask(this, std::move(question)); });
     }
 
-    void quit() {
-        if (std::exchange(quitting_, true))
-            return;
-        ::alarm(longestEnd);
-        spawn(hub_.executor, "quit", end(this));
+    void quit(QuitWish wish) {
+        if (wish == QuitWish::system) {
+            mustEnd_ = true;
+            host_->agreeToQuestions();
+        }
+        if (!std::exchange(quitting_, true))
+            spawn(hub_.executor, "quit", end(this));
+    }
+
+    static Task<bool> ask(TerminalApplication* self, AppLifecycle::QuitQuestion question) {
+        if (self->mustEnd_)
+            co_return true;
+        auto answer = self->host_->confirm(std::move(question.text), std::move(question.detail),
+            std::move(question.quit), std::move(question.keepRunning));
+        co_return co_await std::move(answer);
     }
 
     static Task<> end(TerminalApplication* self) {
@@ -151,6 +164,13 @@ private:
         self->panel_->stop();
         self->page_->close();
         co_await self->model_->stop();
+        if (!self->mustEnd_) {
+            const bool ends = co_await self->lifecycle_->mayTerminate();
+            self->quitting_ = ends;
+            if (!ends)
+                co_return;
+        }
+        ::alarm(longestEnd);
         self->hub_.defaults->synchronize();
         self->ended_ = true;
     }
@@ -168,8 +188,10 @@ private:
     bool quitting_ = false;
     bool ended_ = false;
 };
+    std::unique_ptr<AppLifecycle> lifecycle_;
 
 int fail(const std::string& words, int status) {
+    bool mustEnd_ = false; // nobody is asked any more
     std::fprintf(stderr, "kelvadrome: %s\n", words.c_str());
     return status;
 }

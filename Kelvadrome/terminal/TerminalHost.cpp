@@ -24,22 +24,42 @@ void TerminalHost::activateApplication(std::string) {
 }
 
 Task<> TerminalHost::criticalAlert(std::string title, std::string text, std::string button) {
-    PanelAlert alert{std::move(title), std::move(text), std::move(button)};
-    const auto show = [this, &alert](Completion<bool> dismissed) {
-        alerts_.push_back({std::move(alert), dismissed});
-        if (alerts_.size() == 1)
-            with_.board->setAlert(alerts_.front().alert);
-        return [dismissed] { dismissed(false); };
-    };
-    co_await suspendUntil<bool>(show);
+    auto shown = show({std::move(title), std::move(text), std::move(button)});
+    co_await std::move(shown);
 }
 
-void TerminalHost::acknowledge() {
+Task<bool> TerminalHost::confirm(std::string title, std::string text, std::string yes, std::string no) {
+    return show({std::move(title), std::move(text), std::move(yes), std::move(no)});
+}
+
+Task<bool> TerminalHost::show(PanelAlert alert) {
+    const auto begin = [this, &alert](Completion<bool> answered) {
+        alerts_.push_back({std::move(alert), answered});
+        showFirst();
+        return [answered] { answered(false); };
+    };
+    co_return co_await suspendUntil<bool>(begin);
+}
+
+void TerminalHost::showFirst() {
+    with_.board->setAlert(alerts_.empty() ? std::nullopt : std::optional(alerts_.front().alert));
+}
+
+void TerminalHost::answer(bool yes) {
     if (alerts_.empty())
         return;
-    alerts_.front().dismissed(true);
+    alerts_.front().answered(yes);
     alerts_.pop_front();
-    with_.board->setAlert(alerts_.empty() ? std::nullopt : std::optional(alerts_.front().alert));
+    showFirst();
+}
+
+void TerminalHost::agreeToQuestions() {
+    std::erase_if(alerts_, [](const Waiting& waiting) {
+        if (waiting.alert.refuse)
+            waiting.answered(true);
+        return waiting.alert.refuse.has_value();
+    });
+    showFirst();
 }
 
 } // namespace kelvadrome

@@ -44,16 +44,24 @@ public:
     void activateApplication(std::string bundleId) override;
     Task<> criticalAlert(std::string title, std::string text, std::string button) override;
 
-    /// The user has answered the alert that shows.
-    void acknowledge();
+    /// A question with two answers; true for `yes`.
+    Task<bool> confirm(std::string title, std::string text, std::string yes, std::string no);
+
+    /// The user has answered the alert that shows; `yes` is the only answer of one that isn't a question.
+    void answer(bool yes);
+    /// Answers `yes` to every question: nobody is there any more to answer.
+    void agreeToQuestions();
 
 private:
     struct Waiting {
         PanelAlert alert;
-        Completion<bool> dismissed;
+        Completion<bool> answered;
     };
 
     Dependencies with_;
+    Task<bool> show(PanelAlert alert);
+    void showFirst();
+
     std::deque<Waiting> alerts_; // the first one shows
 };
 

@@ -61,7 +61,7 @@ void TerminalPanel::awaitKeys() {
                 return;
             self->readKeys();
             if (error || self->with_.screen->hungUp())
-                return self->with_.quit();
+                return self->with_.quit(QuitWish::system);
             self->awaitKeys();
         });
 }
@@ -80,7 +80,7 @@ void TerminalPanel::awaitSignal() {
             self->paintSoon();
             break;
         default:
-            self->with_.quit();
+            self->with_.quit(QuitWish::system);
             break;
         }
         self->awaitSignal();
@@ -130,9 +130,11 @@ void TerminalPanel::perform(PanelCommand command) {
     case Kind::dismissLink:
         return with_.page->dismiss();
     case Kind::acknowledgeAlert:
-        return with_.host->acknowledge();
+        return with_.host->answer(true);
+    case Kind::refuseAlert:
+        return with_.host->answer(false);
     case Kind::quit:
-        return with_.quit();
+        return with_.quit(QuitWish::user);
     case Kind::suspend:
         return with_.screen->suspend();
     case Kind::repaint:
@@ -181,7 +183,7 @@ void TerminalPanel::paint() {
     const auto now = with_.clock->now();
     const auto content = menuPanel(state, now);
     input_.setLink(extras.link.has_value());
-    input_.setAlert(extras.alert.has_value());
+    input_.setAlert(extras.alert.has_value(), extras.alert && extras.alert->refuse);
     input_.update(content, state.cards, now);
     const auto picture = PanelView::draw(content, input_.focus(), extras, with_.screen->size());
     input_.drawn(picture.scroll, picture.page);

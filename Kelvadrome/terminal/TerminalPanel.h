@@ -12,6 +12,10 @@
 
 namespace kelvadrome {
 
+/// Who wants the program to end: the user can be asked whether to wait for an install, a signal or a terminal
+/// that is gone can't.
+enum class QuitWish { user, system };
+
 /// The panel on the screen: draws what the model holds, and carries out what the keys ask. It sleeps until a
 /// key, a signal, a change in the model or the next change that time brings. Main executor; held by
 /// shared_ptr.
@@ -26,7 +30,7 @@ public:
         std::shared_ptr<PanelBoard> board;
         std::shared_ptr<TerminalHost> host;
         std::shared_ptr<TerminalPage> page;
-        std::function<void()> quit; // the user, or a signal, wants the program to end; may come again
+        std::function<void(QuitWish)> quit; // may come again
     };
 
     explicit TerminalPanel(Dependencies dependencies);

@@ -269,6 +269,12 @@ TEST(PanelInput, alertsAndHelpTakeTheKeys) {
     at.input.setAlert(true);
     EXPECT_FALSE(at.press("a"));
     EXPECT_EQ(at.press(Key::Kind::enter)->kind, Kind::acknowledgeAlert);
+    // A question comes in its place: what a hurried hand presses changes nothing.
+    at.input.setAlert(true, true);
+    EXPECT_FALSE(at.press("y"));
+    EXPECT_EQ(at.press(Key::Kind::enter)->kind, Kind::refuseAlert);
+    EXPECT_EQ(at.press(Key::Kind::escape)->kind, Kind::refuseAlert);
+    EXPECT_EQ(at.press("q")->kind, Kind::acknowledgeAlert);
     at.input.setAlert(false);
     EXPECT_EQ(at.focus().mode, Mode::typing);
     EXPECT_EQ(at.focus().editor.text(), "abc");

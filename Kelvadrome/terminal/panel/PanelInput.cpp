@@ -77,10 +77,12 @@ void PanelInput::drawn(int scroll, int page) {
     page_ = std::max(1, page);
 }
 
-void PanelInput::setAlert(bool on) {
-    if (on == (focus_.mode == Mode::alert))
+void PanelInput::setAlert(bool on, bool asks) {
+    const bool shown = focus_.mode == Mode::alert || focus_.mode == Mode::question;
+    const auto message = asks ? Mode::question : Mode::alert;
+    if (on ? focus_.mode == message : !shown)
         return;
-    focus_.mode = on ? Mode::alert : focus_.typingTo ? Mode::typing : Mode::rows;
+    focus_.mode = on ? message : focus_.typingTo ? Mode::typing : Mode::rows;
     focus_.scroll = 0;
 }
 
@@ -107,6 +109,13 @@ std::optional<PanelCommand> PanelInput::press(const Key& key, WallTime now) {
         return std::nullopt;
     default:
         break;
+    }
+    if (focus_.mode == Mode::question) {
+        if (key.kind == Key::Kind::enter || key.kind == Key::Kind::escape)
+            return plain(Kind::refuseAlert);
+        if (key.kind == Key::Kind::text && key.text == "q")
+            return plain(Kind::acknowledgeAlert);
+        return std::nullopt;
     }
     if (focus_.mode == Mode::alert) {
         if (key.kind == Key::Kind::enter)
@@ -150,7 +159,7 @@ std::optional<PanelCommand> PanelInput::press(const Key& key, WallTime now) {
 
 PanelInput::Command PanelInput::pressControl(const std::string& letter) {
     if (letter == "c")
-        return plain(Kind::quit);
+        return plain(focus_.mode == Mode::question ? Kind::acknowledgeAlert : Kind::quit);
     if (letter == "z")
         return plain(Kind::suspend);
     if (letter == "l")

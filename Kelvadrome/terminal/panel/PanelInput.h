@@ -51,7 +51,8 @@ struct PanelCommand {
         openLoginItems,
         copyLink,
         dismissLink,
-        acknowledgeAlert,
+        acknowledgeAlert, // of a question: the answer that acts
+        refuseAlert,
         quit,
         suspend,
         repaint,
@@ -67,7 +68,7 @@ struct PanelCommand {
 
 /// Where the user is in the panel. What the view draws beside the content.
 struct PanelFocus {
-    enum class Mode { rows, typing, help, alert };
+    enum class Mode { rows, typing, help, alert, question };
 
     Mode mode = Mode::rows;
     std::optional<std::string> selected; // a card's id, so that rows may move beneath it
@@ -95,8 +96,9 @@ public:
     std::optional<PanelCommand> press(const Key& key, WallTime now);
     /// What the last picture settled on.
     void drawn(int scroll, int page);
-    /// A message that the next key press answers.
-    void setAlert(bool on);
+    /// A message that waits for a key; one that `asks` has two answers, and Enter is the one that changes
+    /// nothing.
+    void setAlert(bool on, bool asks = false);
     /// A link is on the screen, so its keys work.
     void setLink(bool shown) { linkShown_ = shown; }
 

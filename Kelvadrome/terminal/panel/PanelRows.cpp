@@ -174,6 +174,8 @@ StyledLine keys(
         items = {{"Enter", "send"}, {"Esc", "leave"}, {"^U", "clear"}, {"^W", "word"}};
     } else if (focus.mode == PanelFocus::Mode::alert) {
         items = {{"Enter", extras.alert ? extras.alert->button.c_str() : "OK"}};
+    } else if (focus.mode == PanelFocus::Mode::question && extras.alert && extras.alert->refuse) {
+        items = {{"Enter", extras.alert->refuse->c_str()}, {"q", extras.alert->button.c_str()}};
     } else if (focus.mode == PanelFocus::Mode::help) {
         items = {{"any key", "back"}};
     } else {

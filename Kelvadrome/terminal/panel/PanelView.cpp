@@ -57,7 +57,7 @@ Body bodyOf(
         body.lines = PanelRows::help(columns);
         return body;
     }
-    if (focus.mode == Mode::alert && extras.alert) {
+    if ((focus.mode == Mode::alert || focus.mode == Mode::question) && extras.alert) {
         PanelRows::paragraph(
             body.lines, TerminalText::clean(extras.alert->title), Style::alert, indent, columns);
         PanelRows::paragraph(

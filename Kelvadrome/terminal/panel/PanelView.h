@@ -38,11 +38,12 @@ struct PanelLink {
     bool operator==(const PanelLink&) const = default;
 };
 
-/// A message that waits for the user.
+/// A message that waits for the user; with a second answer it is a question.
 struct PanelAlert {
     std::string title;
     std::string text;
     std::string button;
+    std::optional<std::string> refuse = {}; // of a question: the answer that changes nothing
 
     bool operator==(const PanelAlert&) const = default;
 };
