@@ -27,6 +27,7 @@ public:
         std::function<void(std::string path)> revealFile;
         std::shared_ptr<RunningApps> apps;
         std::function<bool()> quietWindows; // asked when the main window opens
+        std::function<bool()> trayHosted;   // whether a tray shows our item
     };
 
     explicit DesktopScreen(Desktop desktop) : desktop_(std::move(desktop)) {}
@@ -37,6 +38,7 @@ public:
     void activate() override;
     void openMainWindow() override;
     void orderOutMain() override;
+    bool hasMenuBarItem() const override { return desktop_.trayHosted && desktop_.trayHosted(); }
     void setBadge(std::optional<std::string> label) override;
     void setAppearance(Appearance appearance) override;
     void presentOnboarding(

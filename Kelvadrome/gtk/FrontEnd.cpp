@@ -199,6 +199,10 @@ private:
             .picker = nullptr,
             .route = pageRoute()});
         addOrdinaryWindow(setup_->window());
+        setup_->onClosed = [this] {
+            if (!setup_->coordinator().finished())
+                model_->onboardingPutOff();
+        };
         return *setup_;
     }
 
@@ -298,7 +302,7 @@ private:
             model_->openMainWindow();
             return;
         }
-        const bool more = window_->get_visible() && !model_->state().onboardingActive;
+        const bool more = window_->get_visible() && !(setup_ && setup_->visible());
         model_->reopen();
         // Where no tray shows the item, this is a way to what it would open.
         if (more && !tray_->hosted())
@@ -340,7 +344,8 @@ private:
         DesktopScreen::Desktop{.setBadge = [this](auto count) { badge_.set(count); },
             .revealFile = [this](std::string path) { files_.reveal(path); },
             .apps = apps_,
-            .quietWindows = [this] { return hub_.flags.quietWindows; }});
+            .quietWindows = [this] { return hub_.flags.quietWindows; },
+            .trayHosted = [this] { return tray_ && tray_->hosted(); }});
     LocalHub hub_;
     PageTunnel tunnel_{hub_.peers};
     Glib::RefPtr<Gtk::Application> application_;

@@ -88,10 +88,12 @@ public:
     /// Opens the inbox on the first card that needs the user: a press on a notification or the agent strip.
     void openFirstNeedingYou();
     /// What a second start, or a press on the icon, asks for: the setup window while setup is under way, else
-    /// the main one.
+    /// the main one. Where setup was put off and nothing but a window leads in, it is the main one too.
     void reopen();
     void handleOpenURL(std::string url);
     void openOnboarding(bool firstRun);
+    /// The user has closed the setup window before its end.
+    void onboardingPutOff();
     void onboardingFinished();
     void applyAppearance();
     /// "system", "light" or "dark", for windows and page, from now on and in later runs.

@@ -108,8 +108,10 @@ void AppModel::reopen() {
         openMainWindow();
     } else if (d_.screen->raiseOnboarding()) {
         d_.screen->activate();
-    } else {
+    } else if (d_.screen->hasMenuBarItem()) {
         openOnboarding(true);
+    } else {
+        openMainWindow();
     }
 }
 
@@ -133,9 +135,18 @@ Task<> AppModel::presentOnboarding(bool firstRun) {
         co_return;
     if (!credentials) {
         set(&AppState::panelError, "kelvadrome could not open its page session.");
+        if (!d_.screen->hasMenuBarItem())
+            openMainWindow();
         co_return;
     }
     d_.screen->presentOnboarding(std::move(*credentials), firstRun, state_.appearance, d_.flags.quietWindows);
+}
+
+void AppModel::onboardingPutOff() {
+    if (!state_.onboardingActive || d_.screen->hasMenuBarItem())
+        return;
+    openMainWindow();
+    setNotice("Finish Setup stands in this window's menu until you are done.");
 }
 
 void AppModel::onboardingFinished() {

@@ -23,6 +23,8 @@ public:
     virtual void openMainWindow() = 0;
     /// Hides the main window, if it is open.
     virtual void orderOutMain() = 0;
+    /// Whether the application can be reached without a window. Where it can't, one always comes.
+    virtual bool hasMenuBarItem() const = 0;
     /// The number on the application's icon; absent clears it.
     virtual void setBadge(std::optional<std::string> label) = 0;
     virtual void setAppearance(Appearance appearance) = 0;

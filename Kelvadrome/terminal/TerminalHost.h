@@ -29,6 +29,7 @@ public:
     void activate() override {}
     void openMainWindow() override {}
     void orderOutMain() override {}
+    bool hasMenuBarItem() const override { return true; } // the panel itself
     void setBadge(std::optional<std::string> label) override;
     void setAppearance(Appearance) override {}
     void presentOnboarding(
@@ -58,10 +59,10 @@ private:
         Completion<bool> answered;
     };
 
-    Dependencies with_;
     Task<bool> show(PanelAlert alert);
     void showFirst();
 
+    Dependencies with_;
     std::deque<Waiting> alerts_; // the first one shows
 };
 

@@ -113,12 +113,29 @@ TEST_F(Pages, aURLOfOursOpensTheWindowThatIsDue) {
     screen->calls.clear();
     model->handleOpenURL("kelvadrome://open");
     EXPECT_EQ(screen->calls.lines(), (Lines{"raiseOnboarding", "activate"}));
+
+    // Put off, setup comes again; without an item in the menu bar the main window is there to lead to it.
+    screen->onboardingMade = false;
+    screen->calls.clear();
+    model->onboardingPutOff();
+    EXPECT_TRUE(screen->calls.lines().empty());
+    model->reopen();
+    loop.until([&] { return screen->onboardingMade; }, "the setup window to come again");
+    screen->onboardingMade = screen->inMenuBar = false;
+    for (const auto& come : {&AppModel::onboardingPutOff, &AppModel::reopen}) {
+        screen->calls.clear();
+        ((*model).*come)();
+        EXPECT_EQ(screen->calls.last("openMain"), "openMainWindow");
+        EXPECT_EQ(screen->calls.last("activate"), "activate");
+    }
 }
 
 TEST_F(Pages, setupWithoutAPageSessionSaysSo) {
     refuseLogin = true;
+    screen->inMenuBar = false;
     make().openOnboarding(true);
     loop.until([&] { return state().panelError.has_value(); }, "the refusal");
+    EXPECT_TRUE(screen->calls.has("openMainWindow")) << "else there would be no window at all";
     EXPECT_TRUE(state().onboardingActive);
     EXPECT_FALSE(screen->onboardingMade);
 }

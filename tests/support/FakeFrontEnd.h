@@ -43,10 +43,12 @@ class RecordingScreen final : public Screen {
 public:
     CallLog calls;
     bool onboardingMade = false;
+    bool inMenuBar = true;
 
     void activate() override { calls.add("activate"); }
     void openMainWindow() override { calls.add("openMainWindow"); }
     void orderOutMain() override { calls.add("orderOutMain"); }
+    bool hasMenuBarItem() const override { return inMenuBar; }
     void setBadge(std::optional<std::string> label) override {
         calls.add("setBadge " + label.value_or("none"));
     }

@@ -29,11 +29,18 @@ Menu::Menu(Gtk::Application& application, std::shared_ptr<AppModel> model) {
     application.add_action(native);
     application.set_accel_for_action("app.native-inbox", "<Control><Shift>n");
     toggles_.push_back({native, [](const AppState& state) { return state.nativeInbox; }});
+    finishSetup_ = application.add_action("finish-setup", [model] { model->openOnboarding(false); });
+    finishSetup_->set_enabled(model->state().onboardingActive);
 }
 
 Glib::RefPtr<Gio::Menu> Menu::primary() {
     const auto menu = Gio::Menu::create();
     auto group = Gio::Menu::create();
+    const auto setup = Gio::MenuItem::create("Finish Setup", "app.finish-setup");
+    setup->set_attribute_value("hidden-when", Glib::Variant<Glib::ustring>::create("action-disabled"));
+    group->append_item(setup);
+    menu->append_section({}, group);
+    group = Gio::Menu::create();
     for (const auto& command : kelvadromeCommands()) {
         group->append(command.title, "app." + command.id);
         if (!command.endsGroup)
@@ -55,6 +62,7 @@ Glib::RefPtr<Gio::Menu> Menu::primary() {
 void Menu::show(const AppState& state) {
     for (const auto& [action, checked] : toggles_)
         action->change_state(checked(state));
+    finishSetup_->set_enabled(state.onboardingActive);
 }
 
 } // namespace kelvadrome

@@ -18,7 +18,7 @@ public:
 
     /// The menu behind the button at the window's end.
     static Glib::RefPtr<Gio::Menu> primary();
-    /// Brings the toggles in step.
+    /// Brings the toggles in step, and "Finish Setup", which is there while setup isn't finished.
     void show(const AppState& state);
 
 private:
@@ -27,6 +27,7 @@ private:
         std::function<bool(const AppState&)> checked;
     };
     std::vector<Toggle> toggles_;
+    Glib::RefPtr<Gio::SimpleAction> finishSetup_;
 };
 
 } // namespace kelvadrome
