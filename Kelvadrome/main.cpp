@@ -10,6 +10,8 @@
 #include <dlfcn.h>
 #include <optional>
 #include <string>
+#include <string_view>
+#include <unistd.h>
 #include <vector>
 
 using namespace kelvadrome;
@@ -18,8 +20,8 @@ namespace {
 
 constexpr const char* help = R"(Usage: kelvadrome [OPTION] [-KEY VALUE ...]
 
-Without an option the application starts: on a display the desktop, if it is installed, otherwise the
-panel in this terminal.
+Without an option the application starts: on a display that answers the desktop, if it is installed,
+otherwise the panel in this terminal.
 
   --terminal               the panel in this terminal, on a display too
   --kelvadromed            become the daemon (the login item runs this)
@@ -76,29 +78,78 @@ std::optional<std::string> modulePath(const std::string& name) {
     return std::nullopt;
 }
 
-std::optional<std::string> frontEnd(const std::vector<std::string>& arguments) {
+/// The variables that name a display, as "DISPLAY=:0"; empty without one.
+std::string displayNames() {
     const auto environment = Files::processEnvironment();
-    const auto named = [&](const char* variable) {
+    std::string names;
+    for (const auto* variable : {"WAYLAND_DISPLAY", "DISPLAY"}) {
         const auto found = environment.find(variable);
-        return found != environment.end() && !found->second.empty();
-    };
-    const bool display = named("WAYLAND_DISPLAY") || named("DISPLAY");
-    const bool terminal = std::ranges::find(arguments, "--terminal") != arguments.end();
-    if (display && !terminal) {
-        if (auto desktop = modulePath("desktop"))
-            return desktop;
+        if (found == environment.end() || found->second.empty())
+            continue;
+        names += (names.empty() ? "" : " or ") + found->first + "=" + found->second;
     }
-    return modulePath("terminal");
+    return names;
 }
 
-int startFrontEnd(const std::string& path, int argc, char** argv) {
-    void* const module = ::dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
-    void* const entry = module ? ::dlsym(module, "kelvadromeRunFrontEnd") : nullptr;
-    if (!entry) {
-        write(stderr, std::string("kelvadrome: the front end could not be loaded: ") + ::dlerror() + "\n");
-        return 1;
+/// A front end, loaded for the rest of the process.
+class FrontEnd {
+public:
+    explicit FrontEnd(const std::string& path) : module_(::dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL)) {}
+
+    /// Null when the module, or that function in it, isn't there.
+    template <class Function>
+    Function* find(const char* name) const {
+        return reinterpret_cast<Function*>(module_ ? ::dlsym(module_, name) : nullptr);
     }
-    return reinterpret_cast<int (*)(int, char**)>(entry)(argc, argv);
+
+private:
+    void* module_;
+};
+
+int fail(const std::string& words) {
+    write(stderr, "kelvadrome: " + words + "\n");
+    return 1;
+}
+
+int notLoaded() {
+    const auto* const reason = ::dlerror();
+    return fail(std::string("the front end could not be loaded: ") + (reason ? reason : "it is not whole"));
+}
+
+using Run = int(int, char**);
+
+/// `noDisplay` is empty unless the panel stands in for a desktop whose display doesn't answer.
+int startPanel(int argc, char** argv, const std::string& noDisplay) {
+    const auto path = modulePath("terminal");
+    if (!path)
+        return fail(noDisplay.empty() ? "no front end is installed beside this program" : noDisplay);
+    const FrontEnd panel(*path);
+    if (noDisplay.empty()) {
+        const auto run = panel.find<Run>("kelvadromeRunFrontEnd");
+        return run ? run(argc, argv) : notLoaded();
+    }
+    const auto run = panel.find<int(int, char**, const char*)>("kelvadromeRunWithoutDisplay");
+    return run ? run(argc, argv, (noDisplay + ", so the panel is shown here.").c_str()) : notLoaded();
+}
+
+int startFrontEnd(int argc, char** argv) {
+    const bool terminal =
+        std::any_of(argv, argv + argc, [](std::string_view word) { return word == "--terminal"; });
+    const auto display = displayNames();
+    const auto path = display.empty() || terminal ? std::nullopt : modulePath("desktop");
+    if (!path)
+        return startPanel(argc, argv, {});
+    const FrontEnd desktop(*path);
+    const auto answers = desktop.find<bool()>("kelvadromeDisplayAnswers");
+    const auto run = desktop.find<Run>("kelvadromeRunFrontEnd");
+    if (!answers || !run)
+        return notLoaded();
+    if (answers())
+        return run(argc, argv);
+    const auto noDisplay = "No display answers at " + display;
+    if (!::isatty(STDOUT_FILENO))
+        return fail(noDisplay + ", and standard output is no terminal for the panel.");
+    return startPanel(argc, argv, noDisplay);
 }
 
 } // namespace
@@ -119,10 +170,5 @@ int main(int argc, char** argv) {
         write(stdout, "kelvadrome " KELVADROME_VERSION "\n");
         return 0;
     }
-    const auto module = frontEnd(arguments);
-    if (!module) {
-        write(stderr, "kelvadrome: no front end is installed beside this program\n");
-        return 1;
-    }
-    return startFrontEnd(*module, argc, argv);
+    return startFrontEnd(argc, argv);
 }

@@ -365,7 +365,6 @@ private:
 };
 
 int runDesktop(const std::vector<std::string>& arguments) {
-    WebPane::prepareProcess();
     ::signal(SIGPIPE, SIG_IGN);
     try {
         return DesktopApplication(arguments).run();
@@ -379,7 +378,12 @@ int runDesktop(const std::vector<std::string>& arguments) {
 
 } // namespace kelvadrome
 
-/// What `main` looks up in this module.
+/// What `main` looks up in this module. It asks for the display first; nothing has been started by then.
+extern "C" __attribute__((visibility("default"))) bool kelvadromeDisplayAnswers() {
+    kelvadrome::WebPane::prepareProcess();
+    return gtk_init_check();
+}
+
 extern "C" __attribute__((visibility("default"))) int kelvadromeRunFrontEnd(int argc, char** argv) {
     return kelvadrome::runDesktop({argv, argv + argc});
 }

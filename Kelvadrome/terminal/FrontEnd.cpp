@@ -51,7 +51,8 @@ std::shared_ptr<void> openByPage(
 /// Everything of one run, in the order in which it is made; it ends in the reverse one.
 class TerminalApplication {
 public:
-    explicit TerminalApplication(const std::vector<std::string>& arguments)
+    /// `noDisplay` says that the desktop was wanted, and why it isn't what shows; empty without that.
+    TerminalApplication(const std::vector<std::string>& arguments, const std::string& noDisplay)
         : hub_(
               arguments, context_.get_executor(), pool_,
               [this](std::string title, std::string text, std::string button) {
@@ -59,7 +60,10 @@ public:
                       host_, board_, display_, std::move(title), std::move(text), std::move(button));
               },
               std::make_shared<NoApps>()),
-          display_(hub_.environment.contains("DISPLAY") || hub_.environment.contains("WAYLAND_DISPLAY")) {
+          display_(noDisplay.empty() &&
+                   (hub_.environment.contains("DISPLAY") || hub_.environment.contains("WAYLAND_DISPLAY"))) {
+        if (!noDisplay.empty())
+            board_->setNote(noDisplay);
         makePage();
         makeModel();
         panel_ = std::make_shared<TerminalPanel>(TerminalPanel::Dependencies{.executor = hub_.executor,
@@ -134,12 +138,12 @@ private:
         parts.screen = host_;
         parts.notifier = notifier;
         model_ = AppModel::make(std::move(parts));
+        lifecycle_ = std::make_unique<AppLifecycle>(model_, hub_.client,
+            [this](AppLifecycle::QuitQuestion question) { return ask(this, std::move(question)); });
         notifier->onOpen = [weak = std::weak_ptr(model_)] {
             if (const auto model = weak.lock())
                 model->openFirstNeedingYou();
         };
-        lifecycle_ = std::make_unique<AppLifecycle>(model_, hub_.client,
-            [this](AppLifecycle::QuitQuestion question) { return ask(this, std::move(question)); });
     }
 
     void quit(QuitWish wish) {
@@ -160,10 +164,6 @@ private:
     }
 
     static Task<> end(TerminalApplication* self) {
-        self->panel_->farewell("Stopping");
-        self->panel_->stop();
-        self->page_->close();
-        co_await self->model_->stop();
         if (!self->mustEnd_) {
             const bool ends = co_await self->lifecycle_->mayTerminate();
             self->quitting_ = ends;
@@ -171,6 +171,10 @@ private:
                 co_return;
         }
         ::alarm(longestEnd);
+        self->panel_->farewell("Stopping");
+        self->panel_->stop();
+        self->page_->close();
+        co_await self->model_->stop();
         self->hub_.defaults->synchronize();
         self->ended_ = true;
     }
@@ -184,14 +188,14 @@ private:
     std::shared_ptr<TerminalPage> page_;
     std::shared_ptr<TerminalHost> host_;
     std::shared_ptr<AppModel> model_;
+    std::unique_ptr<AppLifecycle> lifecycle_;
     std::shared_ptr<TerminalPanel> panel_;
     bool quitting_ = false;
+    bool mustEnd_ = false; // nobody is asked any more
     bool ended_ = false;
 };
-    std::unique_ptr<AppLifecycle> lifecycle_;
 
 int fail(const std::string& words, int status) {
-    bool mustEnd_ = false; // nobody is asked any more
     std::fprintf(stderr, "kelvadrome: %s\n", words.c_str());
     return status;
 }
@@ -202,7 +206,7 @@ extern "C" void endNow(int) {
     ::_exit(1);
 }
 
-int runPanel(const std::vector<std::string>& arguments) {
+int runPanel(const std::vector<std::string>& arguments, const std::string& noDisplay) {
     if (const auto reason = TerminalScreen::unusable())
         return fail(*reason, 2);
     // Replies pass through many threads: with an arena of memory for each, every one would keep its largest.
@@ -215,7 +219,7 @@ int runPanel(const std::vector<std::string>& arguments) {
     int status = 0;
     std::string words;
     try {
-        if (const auto failure = TerminalApplication(arguments).run()) {
+        if (const auto failure = TerminalApplication(arguments, noDisplay).run()) {
             words = *failure;
             status = 1;
         }
@@ -236,7 +240,14 @@ int runPanel(const std::vector<std::string>& arguments) {
 
 } // namespace kelvadrome
 
-/// What `main` looks up in this module.
+// What `main` looks up in this module.
+
 extern "C" __attribute__((visibility("default"))) int kelvadromeRunFrontEnd(int argc, char** argv) {
-    return kelvadrome::runPanel({argv, argv + argc});
+    return kelvadrome::runPanel({argv, argv + argc}, {});
+}
+
+/// The same in place of the desktop: `reason` is the line that says so.
+extern "C" __attribute__((visibility("default"))) int kelvadromeRunWithoutDisplay(
+    int argc, char** argv, const char* reason) {
+    return kelvadrome::runPanel({argv, argv + argc}, reason);
 }
