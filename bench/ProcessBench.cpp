@@ -1,6 +1,6 @@
 // ProcessRunner on /bin/true against a bare posix_spawn and wait.
 
-#include "KelvadromeKit/delivery/ProcessRunner.h"
+#include "Kelvadrome/platform/linux/process/ProcessRunner.h"
 
 #include <boost/asio/io_context.hpp>
 

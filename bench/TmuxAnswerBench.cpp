@@ -3,7 +3,7 @@
 
 #include "Kelvadrome/platform/linux/process/DeliveryRunners.h"
 #include "KelvadromeKit/delivery/LiveExecutor.h"
-#include "KelvadromeKit/delivery/ProcessRunner.h"
+#include "Kelvadrome/platform/linux/process/ProcessRunner.h"
 #include "KelvadromeKit/delivery/ShellLine.h"
 #include "KelvadromeKit/support/Text.h"
 

@@ -26,10 +26,10 @@ constexpr auto drainLimit = std::chrono::seconds(3);
 /// here waits for a browser.
 void openInBrowser(const EnvironmentMap& environment, const std::string& url) {
     try {
-        const auto opener = spawnProcess({.executable = "/bin/sh",
-            .arguments = {"-c", "xdg-open \"$1\" &", "sh", url},
-            .environment = environment});
-        reapStatus(opener.pid);
+        spawnProcess({.executable = "/bin/sh",
+                         .arguments = {"-c", "xdg-open \"$1\" &", "sh", url},
+                         .environment = environment})
+            ->reap();
     } catch (const std::system_error& error) {
         logLine(std::string("no browser could be opened: ") + error.what());
     }

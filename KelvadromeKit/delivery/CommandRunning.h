@@ -4,9 +4,11 @@
 
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace kelvadrome {
@@ -50,5 +52,20 @@ public:
     /// `timeout` in seconds.
     virtual Task<RunOutput> run(RunCommand command, double timeout) = 0;
 };
+
+/// What a runner of real commands keeps to.
+namespace CommandRules {
+
+inline constexpr std::size_t keptOutput = 1'000'000; // bytes; more is read and dropped
+inline constexpr std::size_t keptErrors = 2'048;     // bytes
+
+/// `given` without colours, which would stand in text that is parsed.
+std::map<std::string, std::string> environment(std::map<std::string, std::string> given);
+
+/// What became of a command that ran, from the bytes that it wrote. `status` is that of its exit, or the
+/// number of the signal that ended it.
+RunOutput ended(std::int32_t status, std::string_view output, std::string_view errors, bool timedOut);
+
+} // namespace CommandRules
 
 } // namespace kelvadrome

@@ -1,6 +1,6 @@
 #include "Kelvadrome/platform/linux/process/DeliveryRunners.h"
+#include "Kelvadrome/platform/linux/process/ProcessRunner.h"
 #include "KelvadromeKit/delivery/LiveExecutor.h"
-#include "KelvadromeKit/delivery/ProcessRunner.h"
 #include "KelvadromeKit/delivery/TmuxKeys.h"
 #include "KelvadromeKit/support/Text.h"
 

@@ -1,7 +1,7 @@
 #pragma once
 
+#include "Kelvadrome/platform/linux/process/ProcessRunner.h"
 #include "KelvadromeKit/delivery/DeliverJob.h"
-#include "KelvadromeKit/delivery/ProcessRunner.h"
 
 #include "tests/live/keystrokes/Orders.h"
 #include "tests/live/keystrokes/Recording.h"

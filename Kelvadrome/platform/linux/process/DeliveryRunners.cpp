@@ -1,8 +1,8 @@
 #include "Kelvadrome/platform/linux/process/DeliveryRunners.h"
 
 #include "Kelvadrome/platform/linux/process/ProcAgentWatch.h"
+#include "Kelvadrome/platform/linux/process/ProcessRunner.h"
 #include "KelvadromeKit/delivery/BoundedRunner.h"
-#include "KelvadromeKit/delivery/ProcessRunner.h"
 #include "KelvadromeKit/delivery/TmuxGate.h"
 
 namespace kelvadrome {

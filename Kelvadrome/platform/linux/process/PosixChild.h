@@ -1,14 +1,16 @@
 #pragma once
 
 #include "KelvadromeKit/daemon/ChildProcess.h"
+#include "KelvadromeKit/support/BackgroundPool.h"
+#include "KelvadromeKit/support/Descriptor.h"
 
 #include <memory>
 
 namespace kelvadrome {
 
-/// Children by posix_spawn, each in a session of its own. One thread, begun with the first child, reads their
-/// output and reaps them; it makes the callbacks. Destroying the launcher ends that thread: children that
-/// still run by then go on unwatched. Not to be destroyed from a callback.
+/// Children that live long. A thread for each reads its output, reaps it and makes the callbacks. Destroying
+/// the launcher ends these threads: children that still run by then go on unwatched. Not to be destroyed from
+/// a callback.
 class PosixChildLauncher final : public ChildLauncher {
 public:
     PosixChildLauncher();
@@ -19,8 +21,8 @@ public:
         std::string executable, std::vector<std::string> arguments, double limit) override;
 
 private:
-    class Watcher;
-    std::unique_ptr<Watcher> watcher_;
+    const Descriptor closing_; // readable from the destructor on
+    BackgroundPool watchers_;  // last: its threads use what is above
 };
 
 } // namespace kelvadrome

@@ -2,10 +2,12 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <fcntl.h>
 #include <spawn.h>
+#include <sys/socket.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <system_error>
@@ -73,12 +75,22 @@ private:
     posix_spawnattr_t attributes_{};
 };
 
-std::vector<char*> pointers(std::vector<std::string>& texts) {
+/// The list that exec takes; the words stay where they are.
+std::vector<char*> pointers(std::vector<std::string>& words) {
     std::vector<char*> result;
-    for (auto& text : texts)
-        result.push_back(text.data());
+    for (auto& word : words) {
+        if (word.contains('\0'))
+            throwError(EINVAL, "A word with a zero byte would reach the child cut off");
+        result.push_back(word.data());
+    }
     result.push_back(nullptr);
     return result;
+}
+
+Pipe ofEnds(const int (&ends)[2]) {
+    Descriptor readEnd(ends[0]);
+    Descriptor writeEnd(ends[1]);
+    return {aboveStandardStreams(std::move(readEnd)), aboveStandardStreams(std::move(writeEnd))};
 }
 
 } // namespace
@@ -87,12 +99,54 @@ Pipe Pipe::make() {
     int ends[2];
     if (::pipe2(ends, O_CLOEXEC) != 0)
         throwError(errno, "A pipe could not be made");
-    Descriptor readEnd(ends[0]);
-    Descriptor writeEnd(ends[1]);
-    return {aboveStandardStreams(std::move(readEnd)), aboveStandardStreams(std::move(writeEnd))};
+    return ofEnds(ends);
 }
 
-SpawnedProcess spawnProcess(const SpawnRequest& request) {
+Pipe Pipe::makeSocket() {
+    int ends[2];
+    if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0)
+        throwError(errno, "A pipe could not be made");
+    return ofEnds(ends);
+}
+
+SpawnedProcess::SpawnedProcess(pid_t pid)
+    : pid_(pid), exited_(static_cast<int>(::syscall(SYS_pidfd_open, pid, 0))) {}
+
+bool SpawnedProcess::isRunning() const {
+    const std::lock_guard guard(lock_);
+    siginfo_t info{};
+    return !reaped_ && ::waitid(P_PID, static_cast<id_t>(pid_), &info, WEXITED | WNOHANG | WNOWAIT) == 0 &&
+           info.si_pid == 0;
+}
+
+void SpawnedProcess::signal(int number) const {
+    signalUnlessReaped(pid_, number);
+}
+
+void SpawnedProcess::signalGroup(int number) const {
+    signalUnlessReaped(-pid_, number);
+}
+
+void SpawnedProcess::signalUnlessReaped(pid_t whom, int number) const {
+    const std::lock_guard guard(lock_);
+    if (!reaped_)
+        ::kill(whom, number);
+}
+
+int SpawnedProcess::reap() {
+    // The wait itself holds no lock: a signal must be able to end it.
+    siginfo_t info{};
+    while (::waitid(P_PID, static_cast<id_t>(pid_), &info, WEXITED | WNOWAIT) != 0) {
+        if (errno != EINTR)
+            return -1;
+    }
+    const std::lock_guard guard(lock_);
+    reaped_ = true;
+    ::waitid(P_PID, static_cast<id_t>(pid_), &info, WEXITED | WNOHANG);
+    return info.si_status;
+}
+
+std::shared_ptr<SpawnedProcess> spawnProcess(const SpawnRequest& request) {
     FileActions actions;
     actions.stream(STDIN_FILENO, request.standardInput);
     actions.stream(STDOUT_FILENO, request.standardOutput);
@@ -108,34 +162,12 @@ SpawnedProcess spawnProcess(const SpawnRequest& request) {
         environment.push_back(name + "=" + value);
 
     const Attributes attributes;
-    SpawnedProcess process;
-    const int error = ::posix_spawn(&process.pid, request.executable.c_str(), actions.get(), attributes.get(),
+    pid_t pid = 0;
+    const int error = ::posix_spawn(&pid, request.executable.c_str(), actions.get(), attributes.get(),
         pointers(arguments).data(), pointers(environment).data());
     if (error != 0)
         throwError(error, fmt::format("{} could not be started", request.executable));
-    process.exited.reset(static_cast<int>(::syscall(SYS_pidfd_open, process.pid, 0)));
-    if (!process.exited) {
-        const int failed = errno;
-        ::kill(process.pid, SIGKILL);
-        reapStatus(process.pid);
-        throwError(failed, fmt::format("{} could not be watched", request.executable));
-    }
-    return process;
-}
-
-int reapStatus(pid_t pid) {
-    siginfo_t info{};
-    while (::waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED) != 0) {
-        if (errno != EINTR)
-            return -1;
-    }
-    return info.si_status;
-}
-
-bool stillRuns(pid_t pid) {
-    siginfo_t info{};
-    const int failed = ::waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOHANG | WNOWAIT);
-    return failed == 0 && info.si_pid == 0;
+    return std::make_shared<SpawnedProcess>(pid);
 }
 
 } // namespace kelvadrome

@@ -1,4 +1,5 @@
-#include "KelvadromeKit/delivery/ProcessRunner.h"
+#include "Kelvadrome/platform/linux/process/PosixCommand.h"
+#include "Kelvadrome/platform/linux/process/ProcessRunner.h"
 #include "KelvadromeKit/support/Descriptor.h"
 
 #include "tests/support/TemporaryFolder.h"
@@ -83,6 +84,7 @@ TEST_F(ProcessRunnerTest, aChildStartsCleanWhateverThisProcessDid) {
     ::sigaddset(&blocked, SIGTERM);
     ::pthread_sigmask(SIG_BLOCK, &blocked, &before); // the pool's threads inherit it
     const auto status = run({"/bin/cat", {"/proc/self/status"}, 0}).stdoutText;
+    const auto session = shell("[ $(ps -o sid= -p $$) = $$ ] && echo own").stdoutText;
     const auto descriptors = run({"/bin/ls", {"/proc/self/fd"}, 0}).stdoutText;
     ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
     ::signal(SIGPIPE, pipeBefore);
@@ -93,12 +95,13 @@ TEST_F(ProcessRunnerTest, aChildStartsCleanWhateverThisProcessDid) {
         EXPECT_EQ(signals & 0x7fffffff, 0U) << status;
     }
     EXPECT_EQ(descriptors, "0\n1\n2\n3\n") << "3 is the listing itself";
+    EXPECT_EQ(session, "own\n") << "no key in our terminal reaches it";
     EXPECT_EQ(shell("wc -c").stdoutText, "0\n") << "there is no input";
 }
 
 TEST_F(ProcessRunnerTest, theEnvironmentIsTheGivenOneWithoutColour) {
     ProcessRunner runner(loop.pool(), {{"A", "b=c"}, {"NO_COLOR", "0"}});
-    EXPECT_EQ(loop.run(runner.run({"/usr/bin/env", {}, 0}, ample)).stdoutText, "NO_COLOR=1\nA=b=c\n");
+    EXPECT_EQ(loop.run(runner.run({"/usr/bin/env", {}, 0}, ample)).stdoutText, "A=b=c\nNO_COLOR=1\n");
     EXPECT_EQ(shell("printf ${HOME:+is-there}$NO_COLOR").stdoutText, "is-there1");
 }
 
@@ -114,6 +117,8 @@ TEST_F(ProcessRunnerTest, runsGoOnAtTheSameTimeAndLeaveNothingOpen) {
     EXPECT_EQ(reader.take().stdoutText, "met\n");
     EXPECT_EQ(writer.take().status, 0);
     run({folder / "missing", {}, 0});
+    runCommand(folder / "missing", {}, {}, ample);
+    runCommand("/bin/true", {}, {}, ample);
     loop.until([&] { return openDescriptors() == before; }, "all descriptors to be closed");
 }
 
