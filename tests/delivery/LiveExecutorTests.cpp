@@ -36,6 +36,35 @@ TEST_F(LiveExecutorTest, aFailureAtAnyStepEndsTheAnswerThere) {
     }
 }
 
+TEST_F(LiveExecutorTest, noCommandMayTakeLongerThanItsLimit) {
+    const auto limitsOf = [this](DeliverJob job, const char* type, const std::string& ps = alive) {
+        healthy();
+        job.type = type;
+        runner->on(psLine, says(ps));
+        runner->on("capture-pane", says(question(true)));
+        perform(std::move(job));
+        std::map<std::string, double> limits;
+        for (const auto& call : runner->calls)
+            limits[call.line.substr(0, call.line.find(" -"))] = call.timeout;
+        return limits;
+    };
+    using Limits = std::map<std::string, double>; // seconds
+    auto job = answerJob(twoSteps);
+    EXPECT_EQ(
+        limitsOf(job, "answer"), (Limits{{"ps", 3}, {"tmux display-message", 3}, {"tmux send-keys", 5}}));
+    EXPECT_EQ(limitsOf(trustJob(), "peek"), (Limits{{"ps", 3}, {"tmux capture-pane", 5}}));
+    EXPECT_EQ(limitsOf(job, "focus"), (Limits{{"ps", 3}, {"tmux select-pane", 5}}));
+    job.sessionId = "s1";
+    job.open = DeliverJob::Open{"/", {"claude"}, std::nullopt};
+    EXPECT_EQ(limitsOf(job, "open"), (Limits{{"ps", 3}, {"tmux new-session", 10}}));
+    job = answerJob({DeliverStep::text("go on")});
+    job.agent = "codex";
+    job.host = "unknown";
+    job.codexThread = "T1";
+    job.tty.reset();
+    EXPECT_EQ(limitsOf(job, "answer", "501 501 501 ?? codex\n"), (Limits{{"codex queue", 15}, {"ps", 3}}));
+}
+
 TEST_F(LiveExecutorTest, aCommandThatWasStoppedMayHavePressedItsKey) {
     const RunOutput stopped{15, "", "", true};
     runner->on("send-keys", stopped);

@@ -108,11 +108,14 @@ protected:
     std::string pane;
     std::int64_t pid = 0;
     int starts = 0;
-    const LiveExecutor::Start go = [this] { return yes(&starts); };
+    std::function<void()> whenAsked;
+    const LiveExecutor::Start go = [this] { return yes(this); };
 
 private:
-    static Task<std::optional<std::string>> yes(int* starts) {
-        ++*starts;
+    static Task<std::optional<std::string>> yes(TmuxDelivery* test) {
+        ++test->starts;
+        if (test->whenAsked)
+            test->whenAsked();
         co_return std::nullopt;
     }
 
@@ -142,20 +145,46 @@ TEST_F(TmuxDelivery, keysThatWouldGoElsewhereAreNotSent) {
     const auto neighbour = folder / "neighbour";
     tmux({"split-window", "-d", "-t", pane, "--", "/bin/sh", "-c", "exec cat > '" + neighbour + "'"});
     loop.until([&] { return Files::exists(neighbour); }, "the other pane");
-    const auto job = answer({DeliverStep::text("rm")});
-    tmux({"set-option", "-w", "-t", pane, "synchronize-panes", "on"});
-    EXPECT_EQ(perform(job), JobOutcome::refused("the pane shares its keys with other panes"));
-    tmux({"set-option", "-w", "-t", pane, "synchronize-panes", "off"});
-    tmux({"copy-mode", "-t", pane});
-    EXPECT_EQ(perform(job), JobOutcome::refused("the pane is in a tmux mode: leave it first"));
-    tmux({"send-keys", "-t", pane, "-X", "cancel"});
-    tmux({"select-pane", "-d", "-t", pane});
-    EXPECT_EQ(perform(job), JobOutcome::refused("the pane takes no keys"));
-    tmux({"select-pane", "-e", "-t", pane});
-    EXPECT_EQ(starts, 0);
+    const auto job = answer({DeliverStep::key("1"), DeliverStep::key("2")});
+    using Words = std::vector<std::string>;
+    const struct {
+        Words set, undo;
+        const char* reason;
+    } states[] = {
+        {{"set-option", "-w", "-t", pane, "synchronize-panes", "on"},
+            {"set-option", "-w", "-t", pane, "synchronize-panes", "off"},
+            "the pane shares its keys with other panes"},
+        {{"copy-mode", "-t", pane}, {"send-keys", "-t", pane, "-X", "cancel"},
+            "the pane is in a tmux mode: leave it first"},
+        {{"select-pane", "-d", "-t", pane}, {"select-pane", "-e", "-t", pane}, "the pane takes no keys"},
+    };
+    std::string expected;
+    for (const auto& [set, undo, reason] : states) {
+        tmux(set);
+        EXPECT_EQ(perform(job), JobOutcome::refused(reason));
+        tmux(undo);
+        EXPECT_EQ(perform(job, [&](double) { tmux(set); }), JobOutcome::failed(reason)) << "between the keys";
+        tmux(undo);
+        expected += "1";
+        expectTyped(expected);
+    }
+    EXPECT_EQ(starts, 3);
     EXPECT_EQ(perform(job), JobOutcome::done());
-    expectTyped("rm\r");
+    expectTyped(expected + "12");
     EXPECT_EQ(Files::read(neighbour, 100), "");
+}
+
+TEST_F(TmuxDelivery, aServerThatStandsStillIsLeftBehindAndTypesNothingWhenItWakes) {
+    startAgent();
+    const auto server = static_cast<pid_t>(std::stoi(ask(pane, "#{pid}")));
+    const auto job = answer({DeliverStep::text("late")});
+    whenAsked = [&] { ::kill(server, SIGSTOP); };
+    const auto outcome = perform(job);
+    ::kill(server, SIGCONT);
+    EXPECT_NE(outcome.outcome, "done");
+    whenAsked = {};
+    EXPECT_EQ(perform(answer({DeliverStep::key("1")})), JobOutcome::done());
+    expectTyped("1");
 }
 
 TEST_F(TmuxDelivery, anAgentThatBecameAShellGetsNoKeys) {
