@@ -12,6 +12,7 @@ import { Sessions } from './sessions.mjs';
 import { Cards } from './cards.mjs';
 import { Jobs } from './jobs.mjs';
 import { Departed } from './departed.mjs';
+import { ProcessWatch } from './process-watch.mjs';
 import { Pruning } from './pruning.mjs';
 import { Looks } from './looks.mjs';
 import { Reviews } from './reviews.mjs';
@@ -24,7 +25,7 @@ import { clearDeadSocket, prepareHome, refuseSecond } from './home.mjs';
 import { Admission, agentBehind, canTell, holderOf, peerOf } from './peer.mjs';
 import { agentName } from '../shared/agents.js';
 import { clock } from './clock.mjs';
-import { pageFolder } from './layout.mjs';
+import { pageFolder, processWatch } from './layout.mjs';
 
 const VERSION = JSON.parse(readFileSync(new URL('../package.json', import.meta.url), 'utf8')).version;
 const LOOK_AROUND_MS = 2000;
@@ -60,6 +61,7 @@ function readSettings(env) {
   return {
     test,
     holdMs: (risk) => hold ?? (risk === 'high' ? 5000 : 2000),
+    processWatch: (test && env.KELVADROME_TEST_PROCESS_WATCH) || processWatch,
     expiryMs: 60_000,
     unseenMs: 12_000,
     goneAfterMs: 5000,
@@ -80,6 +82,7 @@ class Daemon {
     this.cards = new Cards(this);
     this.jobs = new Jobs(this);
     this.departed = new Departed(this);
+    this.watch = new ProcessWatch(settings.processWatch, () => this.departed.watchTold(), log);
     this.pruning = new Pruning(this);
     this.looks = new Looks(this);
     this.reviews = new Reviews();
@@ -145,7 +148,7 @@ class Daemon {
     this.jobs.wake();
     clearTimeout(this.timer);
     const next = [this.cards.nextHoldEnd(), this.jobs.nextExpiry()].filter((at) => at !== null);
-    // An agent that ends tells nobody, so even a quiet daemon looks around every few seconds.
+    // Not every end of an agent is told, so even a quiet daemon looks around every few seconds.
     this.timer = setTimeout(
       () => this.changed(),
       Math.min(Math.max(Math.min(...next) - clock.steady(), soonest), LOOK_AROUND_MS),
@@ -158,6 +161,7 @@ class Daemon {
     clearImmediate(this.pending);
     this.jobs.close();
     this.pruning.close();
+    this.watch.close();
     this.hub.close();
   }
 

@@ -1,25 +1,42 @@
-// Questions whose agent has ended. Nobody is there to take an answer, so such a card must not look as if it waited for
-// one: it turns "gone", counts no longer, and stays only until the user has seen and dismissed it.
+// Agents that have ended. Their sessions end at once. Nobody is there to take an answer, so their cards must not look as
+// if they waited for one: a card turns "gone", counts no longer, and stays only until the user has seen and dismissed it.
 import { clock } from './clock.mjs';
 import { whyNotTheAsker } from './proc.mjs';
 import { agentName } from '../shared/agents.js';
 
 const LOOK_MS = 1000;
+const WATCHED_LOOK_MS = 10_000; // a watch tells of an end, not of another program that the process runs since
 
 export class Departed {
   #since = new Map(); // a process that has ended -> when it was first missed
-  #looked = -Infinity;
+  #looked = -Infinity; // at the list of who is to be watched
+  #lookedAtAll = -Infinity; // at each process
 
   constructor(app) {
     this.app = app;
   }
 
-  /** Looks at most once a second, however many cards come and go. */
+  /** The watch tells that some process has ended. */
+  watchTold() {
+    this.#looked = -Infinity;
+    this.#lookedAtAll = -Infinity;
+    this.app.sessions.endGone(true);
+    this.app.changed();
+  }
+
+  /** Looks at most once a second, however many cards come and go, and rarely at what is watched. */
   look(now = clock.steady()) {
     if (now - this.#looked < LOOK_MS) return;
     this.#looked = now;
+    this.app.sessions.endGone();
+    const cards = this.app.cards.answerable();
+    const known = cards.map((card) => card.live).filter(({ started }) => started !== undefined);
+    this.app.watch.follow([...this.app.sessions.processes(), ...known]);
+    const areWatched = cards.every((card) => this.app.watch.covers(card.live));
+    if (areWatched && this.#since.size === 0 && now - this.#lookedAtAll < WATCHED_LOOK_MS) return;
+    this.#lookedAtAll = now;
     const running = new Map();
-    for (const card of this.app.cards.answerable()) {
+    for (const card of cards) {
       const key = card.process;
       if (!running.has(key)) running.set(key, whyNotTheAsker(card.live) === null);
       if (!running.get(key) && this.#isOver(key, now)) this.#depart(card);

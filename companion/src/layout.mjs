@@ -1,4 +1,5 @@
 import { existsSync } from 'node:fs';
+import { dirname, join } from 'node:path';
 import { fileURLToPath } from 'node:url';
 
 /** The first of these that is there: an installed tree has other folder names than the source tree. */
@@ -13,3 +14,5 @@ export const pageFolder = beside('web/dist', 'page');
 export const kdProgram = beside('dist/bin.js', 'bin/bin.js');
 /** What the daemon and the page have in common. The page gets it as /shared/. */
 export const sharedFolder = beside('shared');
+/** The program that watches processes: beside the daemon as it was started, for a build only links to these sources. */
+export const processWatch = join(dirname(process.argv[1] ?? '.'), 'bin/process-watch');

@@ -12,9 +12,14 @@ export const isWaiting = (status) => status === 'waiting' || status === 'waiting
 
 /** The agents that have told of themselves, by asking or by `kd touch`. */
 export class Sessions {
-  constructor({ store, hub }) {
-    this.store = store;
-    this.hub = hub;
+  constructor(app) {
+    this.app = app;
+    this.store = app.store;
+  }
+
+  #changed(agent, sessionId) {
+    this.app.hub.publish('session.changed', { agent, session_id: sessionId });
+    this.app.changed();
   }
 
   /** Called in a transaction. Fields that are not given keep what they had. */
@@ -40,7 +45,7 @@ export class Sessions {
       sessionId,
       ...Object.values(next),
     );
-    this.store.afterCommit(() => this.hub.publish('session.changed', { agent, session_id: sessionId }));
+    this.store.afterCommit(() => this.#changed(agent, sessionId));
     return { agent, session_id: sessionId, status: next.status, callsign: next.callsign };
   }
 
@@ -53,8 +58,7 @@ export class Sessions {
       agent,
       sessionId,
     );
-    if (changes > 0)
-      this.store.afterCommit(() => this.hub.publish('session.changed', { agent, session_id: sessionId }));
+    if (changes > 0) this.store.afterCommit(() => this.#changed(agent, sessionId));
   }
 
   /** The asker of this card gave a sign of life. */
@@ -76,32 +80,47 @@ export class Sessions {
     );
   }
 
-  /** Every session that lives or ended within the hour, with the status that is true now. */
-  #current(now = clock.now()) {
-    const rows = this.store.all(
-      'SELECT * FROM sessions WHERE ended_ms IS NULL OR ended_ms > ? ORDER BY agent, session_id',
-      now - ENDED_SHOWN_MS,
-    );
-    for (const row of rows) {
-      row.live = row.live ? JSON.parse(row.live) : null;
-      if (row.ended_ms === null && this.#hasEnded(row, now)) {
-        this.store.run(
-          'UPDATE sessions SET status = ?, ended_ms = ?, doing = NULL WHERE agent = ? AND session_id = ?',
-          'ended',
-          now,
-          row.agent,
-          row.session_id,
-        );
-        row.status = 'ended';
-        row.doing = null;
-      }
+  /**
+   * Ends the sessions whose process has ended, or that were silent for a day, and tells of it. A process that is watched
+   * is looked at only when its watch told of an end.
+   */
+  endGone(watchTold = false, now = clock.now()) {
+    for (const row of this.store.all('SELECT * FROM sessions WHERE ended_ms IS NULL')) {
+      const live = row.live ? JSON.parse(row.live) : null;
+      if (live !== null && !watchTold && this.app.watch.covers(live)) continue;
+      if (!this.#hasEnded(live, row.seen_ms, now)) continue;
+      this.store.run(
+        "UPDATE sessions SET status = 'ended', ended_ms = ?, doing = NULL WHERE agent = ? AND session_id = ?",
+        now,
+        row.agent,
+        row.session_id,
+      );
+      this.#changed(row.agent, row.session_id);
     }
-    return rows;
   }
 
   /** A process that is known tells by itself; without one, a day of silence counts as the end. */
-  #hasEnded({ live, seen_ms: seen }, now) {
+  #hasEnded(live, seen, now) {
     return live?.pid === undefined ? now - seen >= SILENT_MS : !isRunning(live.pid, live.started);
+  }
+
+  /** The processes of the sessions that live, as far as they are known for good: {pid, started}. */
+  processes() {
+    return this.store
+      .all('SELECT live FROM sessions WHERE ended_ms IS NULL AND live IS NOT NULL')
+      .map(({ live }) => JSON.parse(live))
+      .filter(({ pid, started }) => pid !== undefined && started !== undefined);
+  }
+
+  /** Every session that lives or ended within the hour, with the status that is true now. */
+  #current(now = clock.now()) {
+    this.endGone(false, now);
+    return this.store
+      .all(
+        'SELECT * FROM sessions WHERE ended_ms IS NULL OR ended_ms > ? ORDER BY agent, session_id',
+        now - ENDED_SHOWN_MS,
+      )
+      .map((row) => ({ ...row, live: row.live ? JSON.parse(row.live) : null }));
   }
 
   /** Rows of `/v1/agents/status`. A session with a question that blocks it waits for the user, whatever it said last. */
