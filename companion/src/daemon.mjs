@@ -14,6 +14,7 @@ import { Jobs } from './jobs.mjs';
 import { Departed } from './departed.mjs';
 import { ProcessWatch } from './process-watch.mjs';
 import { Pruning } from './pruning.mjs';
+import { keepLogsSmall } from './logs.mjs';
 import { Looks } from './looks.mjs';
 import { Reviews } from './reviews.mjs';
 import { Onboarding } from './onboarding.mjs';
@@ -140,6 +141,7 @@ class Daemon {
       this.jobs.expireDue();
       this.departed.look();
       this.pruning.look();
+      keepLogsSmall();
       this.looks.again().catch(this.wentWrong);
     } catch (error) {
       this.wentWrong(error);
@@ -352,6 +354,7 @@ async function start(argv, env) {
 export async function main(argv, env) {
   // Whoever reads our output may go first; that must not end the daemon.
   for (const stream of [process.stdout, process.stderr]) stream.on('error', () => {});
+  keepLogsSmall();
   try {
     await start(argv, env);
   } catch (error) {

@@ -344,7 +344,7 @@ test('setup goes through its steps, in the shell and in a browser', async (t) =>
       await shows(tab.getByText('That folder is not available.'));
     }
     await tab.getByRole('button', { name: 'Skip for now' }).click();
-    await shows(tab.getByText(/dist\/bin\.js ask/));
+    await shows(tab.getByText(/bin\/bin\.js ask/));
     await tab.getByRole('button', { name: 'Continue' }).click();
     await tab.getByRole('button', { name: shell ? 'Finish setup' : 'Done' }).click();
     await shows(tab.getByRole('heading', { name: 'All clear' }));
@@ -420,6 +420,7 @@ test('a browser comes in by a link, goes on after a reload, and nobody on anothe
   await tab.reload();
   await shows(pages);
   await tab.evaluate(() => window.kelvadrome.navigate('/'));
+  await shell.ok('/v1/cards/list'); // it is still there
   await tab.locator(`#${id}`).getByRole('button', { name: 'Yes' }).click();
   assert.equal((await shell.claimOne()).card_id, id);
 

@@ -3,7 +3,7 @@ import { test } from 'node:test';
 import assert from 'node:assert/strict';
 import { connect } from 'node:net';
 import { once } from 'node:events';
-import { request, createServer } from 'node:http';
+import { createServer } from 'node:http';
 import { chmodSync, existsSync, mkdirSync, statSync, writeFileSync } from 'node:fs';
 import { join } from 'node:path';
 import { spawn, spawnSync } from 'node:child_process';
@@ -149,29 +149,11 @@ test('what is read tells what is true: sessions wait while they ask and end with
   assert.deepEqual(await world.ok('/v1/search', { q: '%' }), { topics: [], decisions: [], questions: [] });
 });
 
-/** Opens the stream and collects its text. */
-function openStream(options) {
-  const seen = { text: '', status: 0 };
-  seen.req = request({ path: '/v1/stream', ...options }, (res) => {
-    seen.status = res.statusCode;
-    res
-      .on('data', (piece) => {
-        seen.text += piece;
-      })
-      .on('close', () => {
-        seen.closed = true;
-      })
-      .on('error', () => {});
-  });
-  seen.req.on('error', () => {}).end();
-  return seen;
-}
-
 test('the event stream tells of each change, at both doors, and ends in order', async (t) => {
   const [world, page] = await World.loggedIn(t);
   const streams = [
-    openStream({ socketPath: world.socketPath }),
-    openStream({ host: '127.0.0.1', port: world.port, headers: { Cookie: `kd_session=${page.cookie}` } }),
+    world.stream(),
+    world.stream({ host: '127.0.0.1', port: world.port, headers: { Cookie: `kd_session=${page.cookie}` } }),
   ];
   for (const stream of streams)
     await until(() => stream.text.startsWith('event: hello'), 'the head of the stream');
@@ -188,7 +170,7 @@ test('the event stream tells of each change, at both doors, and ends in order', 
       ['card.changed', { id, version: 2, state: 'held' }],
     ]);
   }
-  const refused = openStream({ host: '127.0.0.1', port: world.port });
+  const refused = world.stream({ host: '127.0.0.1', port: world.port });
   await until(() => refused.status === 401, 'a stream without a session is refused');
   world.child.kill('SIGTERM');
   assert.deepEqual(await world.child.ended, { code: 0, signal: null });

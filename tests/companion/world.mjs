@@ -292,6 +292,30 @@ export class World {
     return this.ok('/v1/test/advance', { ms: seconds * 1000 });
   }
 
+  /** Opens the event stream and collects its text. */
+  stream(options = { socketPath: this.socketPath }) {
+    const seen = { text: '', status: 0 };
+    const req = request({ path: '/v1/stream', ...options }, (res) => {
+      seen.status = res.statusCode;
+      res
+        .on('data', (piece) => {
+          seen.text += piece;
+        })
+        .on('close', () => {
+          seen.closed = true;
+        })
+        .on('error', () => {});
+    });
+    req.on('error', () => {}).end();
+    return seen;
+  }
+
+  /** The one child of a process; undefined without one. */
+  childOf(pid) {
+    const children = readFileSync(`/proc/${pid}/task/${pid}/children`, 'utf8').trim();
+    return children === '' ? undefined : Number(children.split(' ')[0]);
+  }
+
   async cards() {
     return (await this.ok('/v1/cards/list')).cards;
   }

@@ -1,0 +1,214 @@
+// What keeps a daemon well that runs for months: it hears of ends, and neither its state nor its logs grow for ever.
+import { test } from 'node:test';
+import assert from 'node:assert/strict';
+import { spawn } from 'node:child_process';
+import { once } from 'node:events';
+import {
+  mkdirSync,
+  openSync,
+  readFileSync,
+  statSync,
+  symlinkSync,
+  truncateSync,
+  writeFileSync,
+} from 'node:fs';
+import { join } from 'node:path';
+import { processInfo } from '../../companion/src/proc.mjs';
+import { Store } from '../../companion/src/store.mjs';
+import { World, until } from './world.mjs';
+
+const program = process.env.KELVADROME_TEST_PROCESS_WATCH;
+const skip = program ? false : 'KELVADROME_TEST_PROCESS_WATCH does not name the built process-watch';
+
+/** A process to watch, and the line that names it. */
+function sleeper(t) {
+  const child = spawn('sleep', ['1000'], { stdio: 'ignore' });
+  t.after(() => child.kill('SIGKILL'));
+  return { child, line: `${child.pid} ${processInfo(child.pid).started}` };
+}
+
+test('the watch tells of each end once, and takes no other process for the one that it was told', {
+  skip,
+}, async (t) => {
+  const watch = spawn(program, { stdio: ['pipe', 'pipe', 'inherit'] });
+  t.after(() => watch.kill('SIGKILL'));
+  let told = '';
+  watch.stdout.on('data', (piece) => {
+    told += piece;
+  });
+  const [first, dropped, last] = [sleeper(t), sleeper(t), sleeper(t)];
+  const other = `${last.child.pid} 5`; // it had this number before
+  watch.stdin.write(
+    `${first.line}\n${dropped.line}\n-${dropped.child.pid}\nno number\n\n${other}\n${last.line}\n`,
+  );
+  await until(() => told === `${other}\n`, 'another start is told as an end');
+  for (const { child } of [dropped, first]) child.kill('SIGKILL');
+  await until(() => told.endsWith(`${first.line}\n`), 'the first has ended');
+  last.child.kill('SIGKILL');
+  await until(() => told.endsWith(`${last.line}\n`), 'the last has ended');
+  assert.equal(told, `${other}\n${first.line}\n${last.line}\n`);
+  watch.stdin.end();
+  assert.deepEqual(await once(watch, 'exit'), [0, null]);
+});
+
+test('a busy session ends with its process, by the watch, without it, and when the watch has died', async (t) => {
+  const cases = [['without', '/no/such/program']];
+  if (program) cases.push(['with', program], ['killed', program]);
+  for (const [name, path] of cases) {
+    const world = await World.open(t, { KELVADROME_TEST_PROCESS_WATCH: path });
+    const { child } = sleeper(t);
+    const touch = { agent: 'codex', session_id: 's', status: 'busy', live: { pid: child.pid } };
+    await world.ok('/v1/sessions/touch', touch);
+    const events = world.stream();
+    if (name !== 'without') {
+      const watcher = await until(() => world.childOf(world.child.pid), 'the watch runs');
+      if (name === 'killed') process.kill(watcher, 'SIGKILL');
+    }
+    child.kill('SIGKILL');
+    await until(() => events.text.includes('session.changed'), `${name}: the end is told`);
+    const [row] = (await world.ok('/v1/agents/status')).sessions;
+    assert.equal(row.status, 'ended', name);
+  }
+});
+
+test('closed cards, receipts and sessions go by age and number; what is open, kept or newest stays', async (t) => {
+  const world = await World.open(t);
+  world.child.kill('SIGTERM');
+  await world.child.ended;
+  const day = 86_400_000;
+  const now = Date.now();
+  const store = new Store(world.home);
+  const card = (id, days, more = {}) =>
+    store.insert('cards', {
+      id,
+      version: 3,
+      state: 'closed',
+      kind: 'question',
+      risk: 'low',
+      agent: 'claude',
+      session_id: 's',
+      title: id,
+      body: '',
+      options: '[]',
+      blocking: 1,
+      refs: '{}',
+      delivery: 'terminal',
+      menu: 0,
+      opened_ms: now - days * day,
+      closed_ms: now - days * day,
+      outcome: 'answered',
+      ...more,
+    });
+  const job = (id, state) =>
+    store.insert('jobs', {
+      id: `job-${id}`,
+      card_id: id,
+      type: 'answer',
+      state,
+      payload: '{}',
+      presence: 'p',
+      expires_ms: 0,
+    });
+  store.tx(() => {
+    card('old', 91, { topic: 'Old' });
+    job('old', 'done');
+    card('waiting', 91, { state: 'open', closed_ms: null, outcome: null, topic: 'Waiting' });
+    job('waiting', 'refused');
+    card('unfetched', 80, { delivery: 'keep' });
+    for (const topic of ['Old', 'Waiting'])
+      store.insert('topics', { id: topic, title: topic, touched_ms: now - 91 * day });
+    for (let i = 0; i < 10_300; i++) card(`many-${i}`, 2);
+    for (let i = 0; i < 300; i++)
+      store.insert('receipts', {
+        action: 'answer.typed',
+        line: '',
+        ts_ms: now - 91 * day,
+        topic: i < 299 ? 'Old' : null,
+      });
+    store.insert('sessions', {
+      agent: 'codex',
+      session_id: 'o',
+      status: 'ended',
+      callsign: 'Ada',
+      seen_ms: 0,
+      ended_ms: 1,
+    });
+    store.insert('sessions', {
+      agent: 'codex',
+      session_id: 'n',
+      status: 'ended',
+      callsign: 'Ada',
+      seen_ms: 0,
+      ended_ms: 2,
+    });
+  });
+  store.close();
+  await world.start();
+  const newest = (await world.ok('/v1/receipts/list', { limit: 1 })).receipts[0].event_id;
+  assert.equal((await world.call('/v1/health', undefined, 'GET')).data.watermark, newest);
+  await until(async () => {
+    const board = await world.ok('/v1/board');
+    return board.topics.length === 1 && (await world.receipts()).length === 1;
+  }, 'what is old goes');
+  assert.equal((await world.receipts())[0].event_id, newest);
+  const status = await world.ok('/v1/onboarding/status');
+  assert.deepEqual(
+    [status.completed, status.agents.find((agent) => agent.id === 'codex').asked],
+    [true, true],
+    'what hung on a receipt and on a session is still known',
+  );
+  assert.equal((await world.card('waiting')).state, 'open');
+  await world.detail('unfetched');
+  assert.equal((await world.call('/v1/cards/detail', { card_id: 'old' })).error.code, 'unknown_card');
+  world.child.kill('SIGTERM');
+  await world.child.ended;
+  const after = new Store(world.home);
+  const left = after.get("SELECT count(*) AS n FROM cards WHERE state = 'closed'").n;
+  assert.ok(left <= 10_001, `${left} closed cards are left`);
+  assert.deepEqual(
+    [
+      after.all('SELECT id FROM jobs')[0].id,
+      after.all('SELECT session_id FROM sessions').map((row) => row.session_id),
+    ],
+    ['job-waiting', ['n']],
+  );
+  after.close();
+});
+
+test('a log that has grown too large makes room, at the start and while the daemon runs; other files are left alone', async (t) => {
+  const world = await World.open(t);
+  const folder = join(world.home, 'logs');
+  mkdirSync(folder);
+  const [out, err, other] = ['kelvadromed.out.log', 'kelvadromed.err.log', 'mine.log'].map((name) =>
+    join(folder, name),
+  );
+  const large = (1 << 20) + 1;
+  const precious = join(folder, 'precious');
+  writeFileSync(precious, 'mine');
+  symlinkSync(precious, `${err}.1`);
+  for (const path of [out, err, other]) writeFileSync(path, 'x'.repeat(large));
+  await world.kill();
+  const start = async (outPath, errPath) => {
+    world.child = world.spawn([], {}, ['pipe', openSync(outPath, 'a'), openSync(errPath, 'a')]);
+    await until(
+      () =>
+        world.call('/v1/health', undefined, 'GET').then(
+          () => true,
+          () => false,
+        ),
+      'the daemon answers',
+    );
+  };
+  await start(out, err);
+  assert.deepEqual(
+    [out, err].map((path) => statSync(`${path}.1`).size),
+    [large, large],
+  );
+  assert.match(readFileSync(out, 'utf8'), /^kelvadromed \S+ \(pid/);
+  assert.equal(readFileSync(precious, 'utf8'), 'mine');
+  truncateSync(out, large);
+  await until(() => statSync(out).size === 0, 'it makes room while the daemon runs');
+  await world.kill();
+  await start(other, other);
+  assert.ok(statSync(other).size > large);
+});
