@@ -10,7 +10,10 @@ import { Receipts } from './receipts.mjs';
 import { Topics } from './topics.mjs';
 import { Sessions } from './sessions.mjs';
 import { Cards } from './cards.mjs';
+import { Holds } from './holds.mjs';
+import { Presses } from './presses.mjs';
 import { Jobs } from './jobs.mjs';
+import { Askers } from './askers.mjs';
 import { Departed } from './departed.mjs';
 import { ProcessWatch } from './process-watch.mjs';
 import { Pruning } from './pruning.mjs';
@@ -81,7 +84,10 @@ class Daemon {
     this.topics = new Topics(this);
     this.sessions = new Sessions(this);
     this.cards = new Cards(this);
+    this.holds = new Holds(this);
+    this.presses = new Presses(this);
     this.jobs = new Jobs(this);
+    this.askers = new Askers(this);
     this.departed = new Departed(this);
     this.watch = new ProcessWatch(settings.processWatch, () => this.departed.watchTold(), log);
     this.pruning = new Pruning(this);
@@ -136,9 +142,10 @@ class Daemon {
     let soonest = 1;
     try {
       this.auth.prune();
-      this.cards.followTimeOfDay();
-      this.cards.commitDue();
+      this.holds.followTimeOfDay();
+      this.holds.commitDue();
       this.jobs.expireDue();
+      this.askers.forgetLeft();
       this.departed.look();
       this.pruning.look();
       keepLogsSmall();
@@ -148,8 +155,9 @@ class Daemon {
       soonest = 1000;
     }
     this.jobs.wake();
+    this.askers.wake();
     clearTimeout(this.timer);
-    const next = [this.cards.nextHoldEnd(), this.jobs.nextExpiry()].filter((at) => at !== null);
+    const next = [this.holds.nextEnd(), this.jobs.nextExpiry()].filter((at) => at !== null);
     // Not every end of an agent is told, so even a quiet daemon looks around every few seconds.
     this.timer = setTimeout(
       () => this.changed(),
@@ -162,6 +170,7 @@ class Daemon {
     clearTimeout(this.timer);
     clearImmediate(this.pending);
     this.jobs.close();
+    this.askers.close();
     this.pruning.close();
     this.watch.close();
     this.hub.close();
@@ -206,7 +215,7 @@ class Daemon {
     if (peer === null) throw forbidden('Who asked this left before it could be told who it is.');
     const asker = agentBehind(peer.inode, this.cards.askers());
     if (asker === undefined) return;
-    if (typeof cardId === 'string') this.cards.noteAttempt(cardId, asker.agent);
+    if (typeof cardId === 'string') this.presses.noteAttempt(cardId, asker.agent);
     throw new Refusal(
       'not_the_user',
       403,

@@ -2,11 +2,11 @@ import { conflict, forbidden, Refusal } from './errors.mjs';
 import { clock, iso, newId } from './clock.mjs';
 import { agentName } from '../shared/agents.js';
 import { Waiters } from './events.mjs';
+import { about } from './card-view.mjs';
 import { OVER } from './cards.mjs';
 import { whyNotTheAsker } from './proc.mjs';
 
 const FORGET_MS = 3_600_000;
-const NEXT_POLL_MS = 2000;
 const ENDED = ['done', 'refused', 'failed', 'expired', 'unfinished', 'withdrawn'];
 
 /**
@@ -17,12 +17,10 @@ const ENDED = ['done', 'refused', 'failed', 'expired', 'unfinished', 'withdrawn'
  */
 export class Jobs {
   #claims = new Waiters();
-  #askers = new Waiters();
   // Both on the steady clock, so neither outlives the process: after a restart terms begin anew and sessions are unknown.
   #terms = new Map(); // job id -> when its time is over
   #heard = new Map(); // mark of a page session -> when it was last heard of
   #polling = new Map(); // mark of a page session -> how many of its claims are waiting
-  #awaited = new Map(); // card id -> how many wait for its end, and until when that counts after the last one
 
   constructor(app) {
     this.app = app;
@@ -56,13 +54,11 @@ export class Jobs {
 
   close() {
     this.#claims.close();
-    this.#askers.close();
   }
 
   /** Looks again at who waits: called after each commit that changed a card or a job. */
   wake() {
     this.#claims.wake();
-    this.#askers.wake();
   }
 
   /** Called in the transaction that arms the card. */
@@ -172,7 +168,7 @@ export class Jobs {
         return this.#lateWord(job, outcome, reason ?? null, now);
       if (ENDED.includes(job.state)) return { accepted: false, reason: 'the job is over' };
       if (outcome === 'done' && job.state !== 'started') throw conflict('The job was not started.');
-      this.#finish(job, outcome, reason ?? null);
+      this.finish(job, outcome, reason ?? null);
       const card = this.app.cards.find(job.card_id);
       if (outcome === 'done') this.#delivered(card, path, now);
       else this.#notDelivered(card, outcome, reason ?? 'no reason was given', outcome === 'failed', now);
@@ -186,7 +182,8 @@ export class Jobs {
     return job.claimant !== null && !this.app.auth.isAlive(job.claimant) && this.app.auth.isShell(session);
   }
 
-  #finish(job, state, reason, columns = {}) {
+  /** Ends a job in a transaction of the caller's. */
+  finish(job, state, reason, columns = {}) {
     const all = { state, reason, ...columns };
     this.store.run(
       `UPDATE jobs SET ${Object.keys(all)
@@ -199,10 +196,6 @@ export class Jobs {
     this.store.afterCommit(() => this.app.changed());
   }
 
-  #about(card) {
-    return { topic: card.topic, card_id: card.id };
-  }
-
   #delivered(card, path, now, answer = card.answer) {
     // What was typed is one thing, what it answered another: somebody may have answered in the terminal at the same moment,
     // or the agent may have asked the next question under our keys. Only its own word tells that it got this answer.
@@ -213,7 +206,7 @@ export class Jobs {
       this.app.receipts.add(
         'answer.overtaken',
         `Typed for ${agentName(card.agent)}, which ${what} meanwhile: "${card.title}".`,
-        this.#about(card),
+        about(card),
         now,
       );
       if (newer?.state === 'open') this.app.cards.warn(newer);
@@ -223,7 +216,7 @@ export class Jobs {
     this.app.receipts.add(
       'answer.typed',
       `${how} ${agentName(card.agent)}: "${card.title}".`,
-      this.#about(card),
+      about(card),
       now,
     );
     return this.app.cards.close(card, 'answered', now, answer);
@@ -235,7 +228,7 @@ export class Jobs {
     this.app.receipts.add(
       `answer.${outcome}`,
       `Not delivered to ${agentName(card.agent)}: "${card.title}": ${reason}.${warning}`,
-      this.#about(card),
+      about(card),
       now,
     );
     if (card.over !== OVER.not) return this.app.cards.close(card, 'withdrawn', now);
@@ -250,7 +243,7 @@ export class Jobs {
   #lateWord(job, outcome, reason, now) {
     const card = this.app.cards.find(job.card_id);
     const isAsReopened = card.state === 'open' && card.version === job.reopened_version;
-    this.#finish(job, outcome, reason);
+    this.finish(job, outcome, reason);
     if (outcome === 'refused') {
       if (isAsReopened) this.app.cards.clearUnsure(card, reason ?? 'no reason was given');
     } else if (isAsReopened) this.#delivered(card, 'host', now, card.unsure.answer);
@@ -258,7 +251,7 @@ export class Jobs {
       this.app.receipts.add(
         'answer.typed',
         `An earlier answer was typed for ${agentName(card.agent)} after all: "${card.title}".`,
-        this.#about(card),
+        about(card),
         now,
       );
     return { accepted: true };
@@ -271,30 +264,14 @@ export class Jobs {
       cardId,
     );
     if (job?.state === 'started') return false;
-    if (job) this.#finish(job, 'withdrawn', 'the question was withdrawn');
+    if (job) this.finish(job, 'withdrawn', 'the question was withdrawn');
     return true;
-  }
-
-  /** Waits until no keys are being typed for this card, or `waitMs` are over. */
-  settled(cardId, waitMs, signal) {
-    return this.#askers.wait(
-      () =>
-        this.store.get("SELECT 1 AS found FROM jobs WHERE card_id = ? AND state = 'started'", cardId)
-          ? undefined
-          : true,
-      waitMs,
-      signal,
-    );
   }
 
   /** Ends the jobs whose time is over. A started one gets a full term from its start, for it may still be typing. */
   expireDue(now = clock.steady()) {
     for (const job of this.#live()) if (this.#endOf(job) <= now) this.store.tx(() => this.#expire(job, now));
     for (const [tag, at] of this.#heard) if (at + FORGET_MS < now) this.#heard.delete(tag);
-    for (const id of [...this.#awaited.keys()].filter((id) => !this.isAwaited(id))) {
-      this.#awaited.delete(id);
-      this.app.cards.awaitedAnew(id);
-    }
   }
 
   #live() {
@@ -317,12 +294,12 @@ export class Jobs {
         true,
         now,
       );
-      this.#finish(job, 'unfinished', 'never reported', { reopened_version: after.version });
+      this.finish(job, 'unfinished', 'never reported', { reopened_version: after.version });
       return;
     }
     const inTime = this.#term(job.id) > steady;
     const reason = inTime ? this.#whyGone(job.presence) : this.#whyLate(job);
-    this.#finish(job, 'expired', reason);
+    this.finish(job, 'expired', reason);
     this.#notDelivered(card, 'expired', reason, false, now);
   }
 
@@ -342,66 +319,5 @@ export class Jobs {
   nextExpiry() {
     const live = this.#live();
     return live.length === 0 ? null : Math.min(...live.map((job) => this.#endOf(job)));
-  }
-
-  /** For a waiting asker: the card's end, or after `waitMs` its present state. Hands over an answer that is ready. */
-  async waitFor(cardId, waitMs, signal) {
-    this.app.sessions.seen(this.app.cards.find(cardId));
-    const leave = this.#join(cardId);
-    try {
-      const ended = await this.#askers.wait(() => this.#ended(cardId), waitMs, signal);
-      return ended ?? { state: this.app.cards.find(cardId).state };
-    } finally {
-      leave();
-    }
-  }
-
-  /** Whether somebody waits for this card's end. Between two polls of one that does, it counts as well. */
-  isAwaited(cardId) {
-    const { waiting, until } = this.#awaited.get(cardId) ?? { waiting: 0, until: -Infinity };
-    return waiting > 0 || clock.steady() < until;
-  }
-
-  #join(cardId) {
-    const isNew = !this.isAwaited(cardId);
-    const entry = this.#awaited.get(cardId) ?? { waiting: 0, until: -Infinity };
-    entry.waiting += 1;
-    this.#awaited.set(cardId, entry);
-    if (isNew) this.app.cards.awaitedAnew(cardId);
-    return () => {
-      entry.waiting -= 1;
-      entry.until = clock.steady() + NEXT_POLL_MS;
-    };
-  }
-
-  #ended(cardId, now = clock.now()) {
-    const card = this.app.cards.find(cardId);
-    const hand =
-      card.state === 'armed' &&
-      this.store.get("SELECT * FROM jobs WHERE card_id = ? AND type = 'hand' AND state = 'queued'", cardId);
-    if (!hand) return this.#endOfCard(card);
-    return this.#endOfCard(
-      this.store.tx(() => {
-        this.#finish(hand, 'done', null);
-        this.app.receipts.add(
-          'answer.handed',
-          `Handed to ${agentName(card.agent)}: "${card.title}".`,
-          this.#about(card),
-          now,
-        );
-        return this.app.cards.close(card, 'answered', now, card.answer);
-      }),
-    );
-  }
-
-  /** What an asker is told of a closed card, an answer that was kept for it included; undefined while it is not closed. */
-  #endOfCard(card) {
-    if (card.state !== 'closed') return undefined;
-    this.app.cards.fetch(card);
-    return {
-      state: 'closed',
-      outcome: card.outcome,
-      ...(card.answer === null ? {} : { answer: card.answer }),
-    };
   }
 }

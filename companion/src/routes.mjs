@@ -31,7 +31,7 @@ const pressed = (app, { body, session }) => ({
 });
 
 function answer(app, call) {
-  return app.cards.answer({
+  return app.presses.answer({
     ...pressed(app, call),
     review: optional.string(call.body, 'review'),
     surface: call.session ? 'page' : 'socket',
@@ -52,7 +52,7 @@ async function ask(app, { body, signal }) {
 async function withdraw(app, { body, signal }) {
   const id = required.string(body, 'card_id');
   app.cards.withdraw(id, optional.string(body, 'answered', { max: 200_000 }));
-  await app.jobs.settled(id, WITHDRAW_MS, signal);
+  await app.askers.settled(id, WITHDRAW_MS, signal);
   const card = app.cards.find(id);
   return { card_id: card.id, state: card.state, ...(card.outcome ? { outcome: card.outcome } : {}) };
 }
@@ -160,7 +160,7 @@ const routes = {
   'POST /v1/ask/wait': {
     on: ['socket'],
     run: (app, { body, signal }) =>
-      app.jobs.waitFor(
+      app.askers.waitFor(
         required.string(body, 'card_id'),
         optional.integer(body, 'wait_ms', { max: MAX_WAIT_MS }) ?? MAX_WAIT_MS,
         signal,
@@ -231,18 +231,18 @@ const routes = {
   'POST /v1/page/review': {
     on: ['page'],
     answers: true,
-    run: (app, call) => app.cards.review(pressed(app, call)),
+    run: (app, call) => app.presses.review(pressed(app, call)),
   },
   'POST /v1/page/cancel': {
     on: ['page'],
     answers: true,
-    run: (app, { body }) => app.cards.undo(required.string(body, 'card_id')),
+    run: (app, { body }) => app.presses.undo(required.string(body, 'card_id')),
   },
   'POST /v1/page/dismiss': {
     on: ['page'],
     answers: true,
     run: (app, { body }) =>
-      app.cards.dismiss(required.string(body, 'card_id'), required.integer(body, 'version')),
+      app.presses.dismiss(required.string(body, 'card_id'), required.integer(body, 'version')),
   },
   'POST /v1/deliver/claim': {
     on: ['page'],

@@ -1,0 +1,59 @@
+// A card as it stands in the store, and as it goes on the wire.
+import { iso } from './clock.mjs';
+import { agentName } from '../shared/agents.js';
+
+const JSON_COLUMNS = ['options', 'rows', 'refs', 'live', 'screen', 'answer', 'unsure'];
+
+export function fromRow(row) {
+  for (const name of JSON_COLUMNS) row[name] = row[name] === null ? null : JSON.parse(row[name]);
+  row.menu = row.menu === 1;
+  row.blocking = row.blocking === 1;
+  return row;
+}
+
+/** An open card whose agent has ended is "gone": it can be dismissed, no longer answered. */
+export const stateOf = (card) => (card.state === 'open' && card.gone_ms !== null ? 'gone' : card.state);
+
+/** What a receipt names of a card. */
+export const about = (card) => ({ topic: card.topic, card_id: card.id });
+
+/**
+ * As it goes on the wire; absent fields are left out. `whyNot` says why no answer can be typed, null when one can. After
+ * an answer that may have been typed nothing is suggested any more.
+ */
+export function viewOf(card, whyNot) {
+  const suggests = card.unsure === null;
+  const rows = suggests ? card.rows : (card.rows?.map(({ default: _, ...row }) => row) ?? null);
+  const fields = {
+    id: card.id,
+    version: card.version,
+    kind: card.kind,
+    risk: card.risk,
+    state: stateOf(card),
+    topic: card.topic,
+    agent: card.agent,
+    session_id: card.session_id,
+    stop_type: card.stop_type,
+    title: card.title,
+    body: card.body,
+    options: card.options,
+    default: suggests ? card.default_answer : null,
+    blocking: card.blocking,
+    rows,
+    opened_at: iso(card.opened_ms),
+    held_until: card.state === 'held' ? iso(card.held_until_ms) : null,
+    refs: card.refs,
+    menu: card.menu,
+    delivery_note:
+      card.delivery === 'keep'
+        ? `Nothing is typed for this one. Your answer is kept until ${agentName(card.agent)} fetches it.`
+        : whyNot,
+    answerable: whyNot === null ? null : false,
+    maybe_typed: suggests ? null : true,
+    screen: card.screen,
+    answer: card.answer,
+    outcome: card.outcome,
+    closed_at: card.closed_ms === null ? null : iso(card.closed_ms),
+  };
+  return Object.fromEntries(Object.entries(fields).filter(([, value]) => value !== null));
+}
