@@ -17,6 +17,8 @@ const rows = [
 const shows = (locator) => locator.waitFor();
 const state = (world, id, wanted) =>
   until(async () => (await world.card(id))?.state === wanted && world.card(id), `the card is ${wanted}`);
+const articles = (tab, count, what) =>
+  until(async () => (await tab.locator('main article').count()) === count, what);
 const focusedCard = (tab) => tab.evaluate(() => document.activeElement.closest('article')?.id);
 
 test('by keyboard alone: choose, undo, write, send, and on to the next question', async (t) => {
@@ -114,14 +116,7 @@ test('what is being typed survives every repaint and a reload, in its place, wit
   const before = await top();
   for (let i = 0; i < 20; i++) await world.askFromAfar({ title: `Urgent ${i}`, risk: 'high' });
   await shows(tab.getByRole('heading', { name: '31 need you' }));
-  await until(
-    () =>
-      tab
-        .locator('main article')
-        .count()
-        .then((n) => n === 31),
-    'all cards show',
-  );
+  await articles(tab, 31, 'all cards show');
   assert.deepEqual(
     await tab.evaluate(() => {
       const a = document.activeElement;
@@ -154,15 +149,7 @@ test('while the daemon is away the page says so, keeps what was typed, and comes
   await shows(card.getByText('The daemon did not take it.'));
   assert.equal(await card.getByRole('textbox').inputValue(), 'written meanwhile');
   await card.getByRole('button', { name: 'Send' }).click();
-  assert.equal(
-    (
-      await until(async () => {
-        const now = await world.card(id);
-        return now?.answer && now;
-      }, 'the answer goes out')
-    ).answer,
-    'written meanwhile',
-  );
+  await until(async () => (await world.card(id))?.answer === 'written meanwhile', 'the answer goes out');
 });
 
 test('a reply that is lost is looked after, and then said as it is', async (t) => {
@@ -275,14 +262,7 @@ test('the shell steers the page, and hears of what the page does', async (t) => 
     assert.equal(await root('theme'), theme);
   }
   assert.equal(await call('setScope', 'family'), true);
-  await until(
-    () =>
-      tab
-        .locator('main article')
-        .count()
-        .then((n) => n === 1),
-    'one scope shows',
-  );
+  await articles(tab, 1, 'one scope shows');
   await shows(tab.getByText('1 question belongs to another scope.'));
   assert.deepEqual(
     [
@@ -321,14 +301,7 @@ test('the shell steers the page, and hears of what the page does', async (t) => 
     await call('setScope', scope);
     await call('setMode', mode);
     await tab.reload();
-    await until(
-      () =>
-        tab
-          .locator('main article')
-          .count()
-          .then((n) => n === shown),
-      `the scope ${scope} after a reload`,
-    );
+    await articles(tab, shown, `the scope ${scope} after a reload`);
     assert.equal(await root('mode'), mode);
   }
 });
@@ -493,18 +466,9 @@ test('every section reads well in light, dark and high contrast, narrow or zoome
   ];
   for (const look of looks) {
     const tab = await open(t, world, '/?mode=expert', look);
-    for (const path of [
-      '/',
-      '/topics',
-      '/topics/Storage',
-      '/handoffs',
-      '/skills',
-      '/receipts',
-      '/agents',
-      '/autopilot',
-      '/search?q=storage',
-      '/onboarding',
-    ]) {
+    const paths =
+      '/ /topics /topics/Storage /handoffs /skills /receipts /agents /autopilot /search?q=storage /onboarding';
+    for (const path of paths.split(' ')) {
       await tab.evaluate((to) => {
         document.querySelector('main > div').left = true;
         window.kelvadrome.navigate(to);

@@ -17,62 +17,28 @@ const QUESTION = {
   trust: 'Trust the folder',
 };
 
-/** The sample agent in the one pane of a tmux server of its own. */
-class Pane {
-  constructor(t, world, script) {
-    this.server = `kd-test-${process.pid}-${Math.random().toString(36).slice(2)}`;
-    t.after(() => {
-      try {
-        this.tmux('kill-server');
-      } catch {
-        /* it has ended */
-      }
-    });
-    const environment = ['KELVADROME_HOME', 'PATH'].flatMap((name) => ['-e', `${name}=${world.env[name]}`]);
-    this.tmux(
-      '-f',
-      '/dev/null',
-      'new-session',
-      '-d',
-      '-x',
-      '90',
-      '-y',
-      '40',
-      '-c',
-      world.home,
-      ...environment,
-      process.execPath,
-      join(COMPANION, 'sample-agent/sample-agent.mjs'),
-      '--once',
-      '--pause',
-      '0',
-      '--script',
-      script,
-    );
-  }
-
-  tmux(...args) {
-    return execFileSync('tmux', ['-L', this.server, ...args], {
-      encoding: 'utf8',
-      stdio: ['ignore', 'pipe', 'ignore'],
-      env: { ...process.env, TMUX: '' },
-    });
-  }
-  screen() {
-    return this.tmux('capture-pane', '-p', '-t', '%0');
-  }
-  type(...args) {
-    this.tmux('send-keys', '-t', '%0', ...args);
-  }
-  shows(words) {
-    return until(
-      () => this.screen().includes(words) && this.screen(),
-      `the pane shows "${words}"; it shows:\n${this.screen()}`,
-    );
-  }
-  get pid() {
-    return Number(this.tmux('display-message', '-p', '-t', '%0', '#{pane_pid}'));
-  }
+/** The sample agent in a pane of its own. */
+async function sampleAgent(world, script) {
+  const program = join(COMPANION, 'sample-agent/sample-agent.mjs');
+  const command = [
+    'env',
+    `KELVADROME_HOME=${world.home}`,
+    process.execPath,
+    program,
+    '--once',
+    '--pause',
+    '0',
+  ];
+  const pane = await world.panes.start([...command, '--script', script], 'claude', world.home);
+  const { host_ref: ref } = pane.live;
+  const screen = () => world.panes.tmux('capture-pane', '-p', '-t', ref);
+  return {
+    ...pane,
+    ref,
+    type: (...keys) => world.panes.tmux('send-keys', '-t', ref, ...keys),
+    shows: (words) =>
+      until(() => screen().includes(words) && screen(), `the pane shows "${words}"; it shows:\n${screen()}`),
+  };
 }
 
 const theCard = (world, title) =>
@@ -80,7 +46,7 @@ const theCard = (world, title) =>
 
 test('the sample agent takes typed answers of every kind, and its cards end with them', async (t) => {
   const [world, page] = await World.loggedIn(t);
-  const pane = new Pane(t, world, 'menu,text,batch,stop,trust');
+  const pane = await sampleAgent(world, 'menu,text,batch,stop,trust');
   const keysOf = (steps) =>
     steps.flatMap((step) =>
       step.kind === 'text'
@@ -126,10 +92,10 @@ test('the sample agent takes typed answers of every kind, and its cards end with
       .split(/\s+/);
     assert.deepEqual(
       [job.agent, job.pid, job.pgid, job.pgid, job.tty, job.host, job.host_ref],
-      ['claude', Number(pid), Number(pgid), Number(tpgid), tty, 'tmux', '%0'],
+      ['claude', Number(pid), Number(pgid), Number(tpgid), tty, 'tmux', pane.ref],
     );
     assert.equal(
-      pane.tmux('display-message', '-p', '-t', '%0', '#{pane_tty} #{pane_current_command}').trim(),
+      world.panes.tmux('display-message', '-p', '-t', pane.ref, '#{pane_tty} #{pane_current_command}'),
       `/dev/${tty} ${comm}`,
     );
     for (const keys of keysOf(job.steps)) pane.type(...keys);
@@ -146,7 +112,7 @@ test('the sample agent takes typed answers of every kind, and its cards end with
 
 test('an answer by hand withdraws the card, and so does leaving; without a daemon the agent goes on by itself', async (t) => {
   const world = await World.open(t);
-  const pane = new Pane(t, world, 'menu,text');
+  const pane = await sampleAgent(world, 'menu,text');
   await theCard(world, QUESTION.menu);
   pane.type('Down', 'Enter');
   await pane.shows('You chose: SQLite');
@@ -156,7 +122,7 @@ test('an answer by hand withdraws the card, and so does leaving; without a daemo
   await until(async () => (await world.cards()).length === 0, 'the second card is withdrawn');
 
   await world.kill();
-  const alone = new Pane(t, world, 'menu,text');
+  const alone = await sampleAgent(world, 'menu,text');
   await alone.shows('1-3 to choose');
   alone.type('-l', '1');
   await alone.shows('Only asked here: kd: No kelvadromed answers');
@@ -224,18 +190,7 @@ test('kd says what is wrong, with an exit code for each case', async (t) => {
   assert.equal((await world.kd(['inbox'])).stdout, 'Nothing needs you.\n');
   assert.match((await world.kd(['ask', '--help'])).stdout, /--trust FOLDER/);
 
-  await world.kd([
-    'touch',
-    '--no-terminal',
-    '--agent',
-    'grok',
-    '--session',
-    's1',
-    '--status',
-    'busy',
-    '--doing',
-    'Reading',
-  ]);
+  await world.kd('touch --no-terminal --agent grok --session s1 --status busy --doing Reading'.split(' '));
   assert.match((await world.kd(['sessions'])).stdout, /^Ada +Grok +busy +- +Reading$/m);
 });
 

@@ -94,8 +94,8 @@ test('closed cards, receipts and sessions go by age and number; what is open, ke
       refs: '{}',
       delivery: 'terminal',
       menu: 0,
-      opened_ms: now - days * day,
-      closed_ms: now - days * day,
+      opened_ms: now - Math.round(days * day),
+      closed_ms: now - Math.round(days * day),
       outcome: 'answered',
       ...more,
     });
@@ -117,7 +117,7 @@ test('closed cards, receipts and sessions go by age and number; what is open, ke
     card('unfetched', 80, { delivery: 'keep' });
     for (const topic of ['Old', 'Waiting'])
       store.insert('topics', { id: topic, title: topic, touched_ms: now - 91 * day });
-    for (let i = 0; i < 10_300; i++) card(`many-${i}`, 2);
+    for (let i = 0; i < 10_300; i++) card(`many-${i}`, 3 - i / 10_300);
     for (let i = 0; i < 300; i++)
       store.insert('receipts', {
         action: 'answer.typed',
@@ -144,11 +144,13 @@ test('closed cards, receipts and sessions go by age and number; what is open, ke
   });
   store.close();
   await world.start();
+  const isGone = async (id) =>
+    (await world.call('/v1/cards/detail', { card_id: id })).error?.code === 'unknown_card';
   const newest = (await world.ok('/v1/receipts/list', { limit: 1 })).receipts[0].event_id;
-  assert.equal((await world.call('/v1/health', undefined, 'GET')).data.watermark, newest);
+  assert.equal((await world.health()).watermark, newest);
   await until(async () => {
     const board = await world.ok('/v1/board');
-    return board.topics.length === 1 && (await world.receipts()).length === 1;
+    return board.topics.length === 1 && (await world.receipts()).length === 1 && (await isGone('many-299'));
   }, 'what is old goes');
   assert.equal((await world.receipts())[0].event_id, newest);
   const status = await world.ok('/v1/onboarding/status');
@@ -159,12 +161,10 @@ test('closed cards, receipts and sessions go by age and number; what is open, ke
   );
   assert.equal((await world.card('waiting')).state, 'open');
   await world.detail('unfetched');
-  assert.equal((await world.call('/v1/cards/detail', { card_id: 'old' })).error.code, 'unknown_card');
+  assert.deepEqual([await isGone('old'), await isGone('many-300')], [true, false]);
   world.child.kill('SIGTERM');
   await world.child.ended;
   const after = new Store(world.home);
-  const left = after.get("SELECT count(*) AS n FROM cards WHERE state = 'closed'").n;
-  assert.ok(left <= 10_001, `${left} closed cards are left`);
   assert.deepEqual(
     [
       after.all('SELECT id FROM jobs')[0].id,
@@ -190,14 +190,7 @@ test('a log that has grown too large makes room, at the start and while the daem
   await world.kill();
   const start = async (outPath, errPath) => {
     world.child = world.spawn([], {}, ['pipe', openSync(outPath, 'a'), openSync(errPath, 'a')]);
-    await until(
-      () =>
-        world.call('/v1/health', undefined, 'GET').then(
-          () => true,
-          () => false,
-        ),
-      'the daemon answers',
-    );
+    await world.health();
   };
   await start(out, err);
   assert.deepEqual(

@@ -12,50 +12,37 @@ import { COMPANION, World, until } from './world.mjs';
 test('every refusal is an envelope that names what was wrong, and loses nothing', async (t) => {
   const world = await World.open(t);
   const id = await world.ask();
-  const ask = (more) => JSON.stringify({ agent: 'claude', title: 'T', ...more });
+  const asks = [
+    [{ scope: 'all' }, 'scope'],
+    [{ agent: 'a b' }, 'agent'],
+    [{ session_id: `-${'👧'.repeat(70)}` }, '👧…"'],
+    [{ title: ' \u200b ' }, 'title'],
+    [{ risk: 'huge' }, 'low, medium, high'],
+    [{ options: ['a', 'a'] }, 'options'],
+    [{ options: ['/a'] }, 'options[0]'],
+    [{ menu: true }, 'options'],
+    [{ menu: true, options: [...'abcdefghij'] }, '1 to 9'],
+    [{ menu: true, options: ['a'], default: 'b' }, 'default'],
+    [{ kind: 'batch' }, 'rows'],
+    [{ live: { pid: -1 } }, 'pid'],
+    [{ live: { host: 'tmux', host_ref: '%3;rm' } }, 'host_ref'],
+    [{ screen: { profile: 'claude_trust', folder: '/a' } }, 'screen'],
+  ].map(([more, word]) => [
+    JSON.stringify({ agent: 'claude', title: 'T', ...more }),
+    400,
+    'validation_failed',
+    word,
+  ]);
   const table = [
     ['POST', '/v1/nope', '{}', 404, 'not_found', '/v1/nope'],
     ['GET', '/v1/cards/list', undefined, 405, 'method_not_allowed', 'GET'],
     ['POST', '/v1/voice/scan', '{}', 501, 'not_implemented', 'voice'],
-    ['POST', '/v1/talk/propose', '{}', 501, 'not_implemented', ''],
     ['POST', '/v1/ask', '{"agent"', 400, 'validation_failed', 'JSON'],
+    ['POST', '/v1/ask', `{"👧":${'👧'.repeat(20)}`, 400, 'validation_failed', 'JSON'],
     ['POST', '/v1/ask', '[]', 400, 'validation_failed', 'object'],
     ['POST', '/v1/ask', Buffer.from([0x7b, 0x22, 0xff, 0x22, 0x7d]), 400, 'validation_failed', 'UTF-8'],
     ['POST', '/v1/ask', 'x'.repeat(1_000_001), 413, 'too_large', '1000000'],
-    ['POST', '/v1/ask', ask({ scope: 'all' }), 400, 'validation_failed', 'scope'],
-    ['POST', '/v1/ask', ask({ agent: 'a b' }), 400, 'validation_failed', 'agent'],
-    ['POST', '/v1/ask', ask({ title: ' \u200b ' }), 400, 'validation_failed', 'title'],
-    ['POST', '/v1/ask', ask({ risk: 'huge' }), 400, 'validation_failed', 'low, medium, high'],
-    ['POST', '/v1/ask', ask({ options: ['a', 'a'] }), 400, 'validation_failed', 'options'],
-    ['POST', '/v1/ask', ask({ options: ['/a'] }), 400, 'validation_failed', 'options[0]'],
-    ['POST', '/v1/ask', ask({ menu: true }), 400, 'validation_failed', 'options'],
-    ['POST', '/v1/ask', ask({ menu: true, options: [...'abcdefghij'] }), 400, 'validation_failed', '1 to 9'],
-    [
-      'POST',
-      '/v1/ask',
-      ask({ menu: true, options: ['a'], default: 'b' }),
-      400,
-      'validation_failed',
-      'default',
-    ],
-    ['POST', '/v1/ask', ask({ kind: 'batch' }), 400, 'validation_failed', 'rows'],
-    ['POST', '/v1/ask', ask({ live: { pid: -1 } }), 400, 'validation_failed', 'pid'],
-    [
-      'POST',
-      '/v1/ask',
-      ask({ live: { host: 'tmux', host_ref: '%3;rm' } }),
-      400,
-      'validation_failed',
-      'host_ref',
-    ],
-    [
-      'POST',
-      '/v1/ask',
-      ask({ screen: { profile: 'claude_trust', folder: '/a' } }),
-      400,
-      'validation_failed',
-      'screen',
-    ],
+    ...asks.map((row) => ['POST', '/v1/ask', ...row]),
     ['POST', '/v1/ask/wait', '{"card_id":"x"}', 404, 'unknown_card', 'x'],
     ['POST', '/v1/topic/detail', '{"topic":"x"}', 404, 'unknown_topic', 'x'],
     ['POST', '/v1/receipts/list', '{"limit":0}', 400, 'validation_failed', 'limit'],
@@ -68,6 +55,7 @@ test('every refusal is an envelope that names what was wrong, and loses nothing'
       `${path} ${String(body).slice(0, 60)}: ${reply.text}`,
     );
     assert.ok(reply.json.error.message.includes(word), reply.json.error.message);
+    assert.ok(reply.json.error.message.isWellFormed(), reply.text);
     assert.equal(reply.headers.connection, 'close');
   }
   assert.deepEqual(
@@ -239,15 +227,7 @@ test('two daemons that start at the same moment over a dead socket: one serves, 
     const loser = await Promise.race(pair.map(async (child) => ({ child, ...(await child.ended) })));
     assert.equal(loser.code, 3, loser.child.output);
     world.child = pair.find((child) => child !== loser.child);
-    const health = await until(
-      () =>
-        world.call('/v1/health', undefined, 'GET').then(
-          (reply) => reply.data,
-          () => null,
-        ),
-      'the other one answers',
-    );
-    assert.equal(health.pid, world.child.pid);
+    assert.equal((await world.health()).pid, world.child.pid);
   }
 });
 

@@ -39,10 +39,15 @@ export class Panes {
   }
 
   /** A pane in which `command` runs; without one, the agent. `comm` is what its process is called once it runs. */
-  async start(command = [join(this.folder, 'claude'), 'infinity'], comm = 'claude') {
+  async start(
+    command = [join(this.folder, 'claude'), 'infinity'],
+    comm = 'claude',
+    cwd = '/home/user/project',
+  ) {
     const words = ['-d', '-P', '-F', '#{pane_id} #{pane_pid} #{pane_tty}', '-c', this.folder, ...command];
     // The server ends with its last pane, so that one pane stays.
-    if (!this.isOpen) this.tmux('new-session', '-d', '-s', 'agents', 'sleep', 'infinity');
+    if (!this.isOpen)
+      this.tmux('new-session', '-d', '-x', '90', '-y', '40', '-s', 'agents', 'sleep', 'infinity');
     this.isOpen = true;
     const [pane, pid, tty] = this.tmux('new-window', '-t', 'agents:', ...words).split(' ');
     await until(
@@ -55,7 +60,7 @@ export class Panes {
       tty: tty.slice('/dev/'.length),
       host: 'tmux',
       host_ref: pane,
-      cwd: '/home/user/project',
+      cwd,
     };
     return { pid: live.pid, live, end: () => process.kill(live.pid, 'SIGKILL') };
   }
@@ -149,6 +154,10 @@ export class Page {
   async claimOne(waitMs = 5000) {
     return (await this.ok('/v1/deliver/claim', { wait_ms: waitMs })).jobs[0];
   }
+  /** Presses an answer, and gives the reply, whatever it is. */
+  press(id, answer = 'Yes', version = 1) {
+    return this.post('/v1/cards/answer', { card_id: id, version, answer });
+  }
   report(jobId, outcome, more = {}) {
     return this.ok('/v1/deliver/report', { job_id: jobId, outcome, ...more });
   }
@@ -206,16 +215,22 @@ export class World {
 
   async start(env = {}, args = []) {
     this.child = this.spawn(args, env);
-    const health = await until(
+    const health = await this.health();
+    this.port = health.port;
+    return health;
+  }
+
+  /** What the daemon says of itself, once it answers. */
+  health() {
+    const ask = () => this.call('/v1/health', undefined, 'GET');
+    return until(
       () =>
-        this.call('/v1/health', undefined, 'GET').then(
+        ask().then(
           (reply) => reply.data,
           () => null,
         ),
       'the daemon answers',
     );
-    this.port = health.port;
-    return health;
   }
 
   /** kill -9 */
