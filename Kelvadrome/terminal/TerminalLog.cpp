@@ -1,6 +1,7 @@
 #include "Kelvadrome/terminal/TerminalLog.h"
 
 #include "KelvadromeKit/support/Files.h"
+#include "KelvadromeKit/support/LogFile.h"
 
 #include <fmt/chrono.h>
 
@@ -19,10 +20,11 @@ TerminalLog::TerminalLog(std::string folder) : path_(Files::join(folder, "kelvad
     } catch (const std::system_error&) {
         return;
     }
-    struct stat info {};
-    if (::lstat(path_.c_str(), &info) == 0 && S_ISREG(info.st_mode) && info.st_size > largest) {
-        ::rename(path_.c_str(), (path_ + ".1").c_str());
-    }
+    open();
+}
+
+void TerminalLog::open() {
+    LogFile::makeRoom(path_);
     file_.reset(::open(path_.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
 }
 
@@ -32,8 +34,11 @@ void TerminalLog::append(std::string_view line) {
     lines_.emplace_back(line);
     if (lines_.size() > kept)
         lines_.pop_front();
-    if (file_) [[maybe_unused]]
-        const auto written = ::write(file_.get(), text.data(), text.size());
+    if (!file_)
+        return;
+    [[maybe_unused]] const auto written = ::write(file_.get(), text.data(), text.size());
+    if (struct stat info{}; ::fstat(file_.get(), &info) == 0 && info.st_size > LogFile::largest)
+        open();
 }
 
 std::vector<std::string> TerminalLog::lastLines() const {

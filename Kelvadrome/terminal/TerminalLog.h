@@ -11,11 +11,11 @@
 namespace kelvadrome {
 
 /// Where the log goes while the panel owns the screen: to the end of a file of mode 0600, and its last lines
-/// into memory. A file that can't be opened costs the file only. Any thread.
+/// into memory. The file stays small (see `LogFile`); one that can't be opened costs the file only. Any
+/// thread.
 class TerminalLog {
 public:
-    static constexpr std::size_t kept = 20;              // lines
-    static constexpr std::int64_t largest = 1024 * 1024; // bytes; a larger file is put aside as ".1" first
+    static constexpr std::size_t kept = 20; // lines
 
     /// Makes the folder when it is missing.
     explicit TerminalLog(std::string folder);
@@ -25,6 +25,8 @@ public:
     const std::string& path() const { return path_; }
 
 private:
+    void open();
+
     std::string path_;
     Descriptor file_;
     mutable std::mutex lock_;

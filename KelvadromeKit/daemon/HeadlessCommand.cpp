@@ -2,6 +2,7 @@
 
 #include "KelvadromeKit/daemon/DataHome.h"
 #include "KelvadromeKit/support/Descriptor.h"
+#include "KelvadromeKit/support/LogFile.h"
 
 #include <fmt/format.h>
 
@@ -79,6 +80,10 @@ std::int32_t execDaemon(const World& world) {
         return configurationFailure;
     }
     tryToMakeFolders(Files::parent(plan->stdoutPath));
+    // The daemon itself keeps them small once it runs; one that never comes up writes a line at each try,
+    // too.
+    for (const auto& log : {plan->stdoutPath, plan->stderrPath})
+        LogFile::makeRoom(log);
     redirect(STDOUT_FILENO, plan->stdoutPath);
     redirect(STDERR_FILENO, plan->stderrPath);
 

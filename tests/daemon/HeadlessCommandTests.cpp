@@ -1,5 +1,6 @@
 #include "KelvadromeKit/daemon/HeadlessCommand.h"
 #include "KelvadromeKit/support/Descriptor.h"
+#include "KelvadromeKit/support/LogFile.h"
 
 #include "tests/daemon/LoginItem.h"
 #include "tests/support/ScriptedLauncher.h"
@@ -130,6 +131,13 @@ TEST(HeadlessCommand, theProcessBecomesTheDaemonInItsHomeWithItsLogs) {
     EXPECT_EQ(mode(home), 0700);
     EXPECT_EQ(mode(logs), 0700);
     EXPECT_EQ(text(command.item.folder / "old"), "");
+
+    // A log that has grown too large makes room for a new one.
+    const auto log = logs + "/kelvadromed.err.log";
+    ::truncate(log.c_str(), LogFile::largest + 1);
+    EXPECT_EQ(command.execInChild(command.item.folder / "old"), 7);
+    EXPECT_EQ(text(log), "oops\n");
+    EXPECT_EQ(fs::file_size(log + ".1"), LogFile::largest + 1);
 }
 
 TEST(HeadlessCommand, whatKeepsTheDaemonFromStartingIsInTheExitStatus) {

@@ -1,0 +1,15 @@
+#pragma once
+
+#include <string>
+#include <sys/types.h>
+
+/// Log files that stay small however long they are written to.
+namespace kelvadrome::LogFile {
+
+inline constexpr off_t largest = 1 << 20; // bytes; one that is larger makes room for a new one
+
+/// When the log at `path` is a plain file and larger than `largest`, it becomes `path` + ".1", in place of
+/// the one that was there. Never fails: a log that can't be moved is written on.
+void makeRoom(const std::string& path);
+
+} // namespace kelvadrome::LogFile
