@@ -41,8 +41,7 @@ TEST(InboxLogic, onlyLiveCardsOfAskingKindsNeedTheUser) {
         const char *kind, *state;
         bool needs;
     } rows[] = {{"stop", "open", true}, {"batch", "held", true}, {"precedent", "armed", true},
-        {"handoff_review", "open", true}, {"conflict", "open", true}, {"receipt", "open", false},
-        {"stop", "closed", false}, {"question", "answered", false}};
+        {"receipt", "open", false}, {"stop", "closed", false}, {"question", "answered", false}};
     for (const auto& row : rows) {
         auto made = card("x", row.kind);
         made.state = row.state;

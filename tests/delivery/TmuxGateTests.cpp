@@ -1,5 +1,4 @@
 #include "KelvadromeKit/delivery/BoundedRunner.h"
-#include "KelvadromeKit/delivery/ProgramName.h"
 #include "KelvadromeKit/delivery/TmuxGate.h"
 #include "KelvadromeKit/delivery/TypedEcho.h"
 #include "KelvadromeKit/support/Text.h"
@@ -173,26 +172,6 @@ TEST_F(TmuxGateTest, aCommandThatNeverEndsIsLeftBehindAndTheNextOneRuns) {
     EXPECT_TRUE(output.timedOut);
     EXPECT_FALSE(output.succeeded());
     EXPECT_EQ(clock->uptime() - began, 5 + BoundedRunner::grace);
-}
-
-TEST(ProgramName, isTheCommandsOrThatOfTheScriptThatAnInterpreterRuns) {
-    const std::vector<Lines> table{{"claude", "claude", "claude"},
-        {"/opt/x/claude", "claude --resume", "claude"}, {"bash", "bash /opt/claude", "bash"},
-        {"vim", "node claude", "vim"}, {"MainThread", "node /usr/local/bin/gemini --yolo", "gemini"},
-        {"node", "/usr/bin/node --no-warnings --require ./x.js /opt/codex/bin/codex.js", "codex"},
-        {"node-MainThread", "node -- odd.mjs", "odd"}, {"node", "node", "node"},
-        {"MainThread", "node -e claude", "MainThread"}, {"node", "node --import ./hook.mjs", "node"},
-        {"node", "node /usr/lib/node_modules/@x/claude-code/cli.js", "claude"},
-        {"node", "node /home/u/index.js", "index"}, {"bun", "bun run /opt/opencode.ts", "opencode"},
-        {"node", "node run", "run"}, {"python3.11", "python3.11 -X utf8 /home/u/bin/aider", "aider"},
-        {"python3", "python3 -m aider.main", "aider"}, {"python3", "python3 -c pi", "python3"},
-        {"MainThread", "", "MainThread"}, {"MainThread", "claude", "MainThread"}};
-    for (const auto& row : table) {
-        Lines words;
-        for (const auto word : Text::split(row[1], ' '))
-            words.emplace_back(word);
-        EXPECT_EQ(programName(row[0], words), row[2]) << row[1];
-    }
 }
 
 TEST(TypedEcho, aTextStandsHoweverTheAgentFramesIt) {
