@@ -7,40 +7,37 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+
 namespace kelvadrome {
 
 namespace {
 
 constexpr const char* dmabufSwitch = "WEBKIT_DISABLE_DMABUF_RENDERER";
 constexpr const char* frameText = "about:srcdoc"; // the address of a frame whose document is an attribute
-constexpr const char* notLoaded = "The page did not load";
-constexpr const char* stopped = "The page stopped working";
 
-/// What keeps the page from being asked for at this moment, in words.
-Task<std::optional<std::string>> hindrance(Task<std::optional<std::string>> admission, Task<bool> placing) {
-    const auto refusal = co_await std::move(admission);
+/// Looks at the port, then puts the cookie in its place.
+Task<PageEvent::Prepared> admitAndPlace(Task<std::optional<std::string>> admission, Task<bool> placing) {
+    auto refusal = co_await std::move(admission);
     if (refusal)
-        co_return "kelvadrome could not reach its page: " + *refusal;
+        co_return PageEvent::Prepared{.refusal = std::move(refusal), .cookiePlaced = false};
     const bool placed = co_await std::move(placing);
-    if (!placed)
-        co_return "The program that keeps the page's cookie does not answer.";
-    co_return std::nullopt;
+    co_return PageEvent::Prepared{.refusal = {}, .cookiePlaced = placed};
 }
 
 Task<std::optional<std::string>> admitAll() {
     co_return std::nullopt;
 }
 
-bool isNoFailure(const GError& error) {
-    return g_error_matches(&error, WEBKIT_NETWORK_ERROR, WEBKIT_NETWORK_ERROR_CANCELLED) ||
-           g_error_matches(
-               &error, WEBKIT_POLICY_ERROR, WEBKIT_POLICY_ERROR_FRAME_LOAD_INTERRUPTED_BY_POLICY_CHANGE);
-}
-
-const char* describe(WebKitWebProcessTerminationReason reason) {
-    return reason == WEBKIT_WEB_PROCESS_EXCEEDED_MEMORY_LIMIT
-               ? "It needed more memory than there is. What the daemon keeps is safe."
-               : "The program that shows it ended. What the daemon keeps is safe.";
+PageEvent::LoadFailed describe(const char* url, const GError& error) {
+    using enum PageEvent::LoadFailed::Kind;
+    const auto kind = g_error_matches(&error, WEBKIT_NETWORK_ERROR, WEBKIT_NETWORK_ERROR_CANCELLED)
+                          ? cancelled
+                      : g_error_matches(&error, WEBKIT_POLICY_ERROR,
+                            WEBKIT_POLICY_ERROR_FRAME_LOAD_INTERRUPTED_BY_POLICY_CHANGE)
+                          ? notAllowed
+                          : broken;
+    return {.kind = kind, .url = url, .message = error.message};
 }
 
 } // namespace
@@ -58,7 +55,7 @@ WebPane::WebPane(Dependencies dependencies)
     : with_(std::move(dependencies)), tasks_(with_.executor), view_(PageView::make(with_.route.proxy)),
       bridge_(webkit_web_view_get_user_content_manager(view_.get()),
           [this](const std::string& url, const std::string& json) { receive(url, json); }),
-      stack_(*Glib::wrap(GTK_WIDGET(view_.get())), [this] { tryAgain(); }) {
+      stack_(*Glib::wrap(GTK_WIDGET(view_.get())), [this] { tell(PageEvent::TryAgainPressed{}); }) {
     connectSignals();
     followColours();
 }
@@ -70,7 +67,7 @@ WebPane::~WebPane() {
     forgetDocument();
 }
 
-// Loading
+// The page's loading
 
 void WebPane::load(PageSession::Credentials credentials, NavSection section, ScopeFilter scope) {
     base = credentials.base;
@@ -78,62 +75,102 @@ void WebPane::load(PageSession::Credentials credentials, NavSection section, Sco
 }
 
 void WebPane::load(PageSession::Credentials credentials, std::string url) {
-    base = std::move(credentials.base);
+    base = credentials.base;
     cookieValue = std::move(credentials.cookieValue);
     setCookieHeader_ = std::move(credentials.setCookieHeader);
     port_ = credentials.port;
-    loaded_ = false;
-    firstLoadDue_ = true;
-    begin(std::move(url));
+    tell(PageEvent::SessionBegan{.base = std::move(credentials.base), .url = std::move(url)});
 }
 
-/// A request, once the port is known to be the daemon's and the session's cookie is in its place.
-void WebPane::begin(std::string url) {
-    wanted_ = std::move(url);
-    waiting_.cancel();
-    placing_.cancel();
-    placing_ = tasks_.launch("page load", prepareAndRequest(weak_from_this()));
+void WebPane::reload() {
+    tell(PageEvent::ReloadWanted{});
 }
 
-Task<> WebPane::prepareAndRequest(std::weak_ptr<WebPane> weak) {
+void WebPane::tell(const PageLoad::Event& event, double earliest) {
+    const auto self = shared_from_this(); // what is done may close the window
+    const auto actions = load_.handle(event, std::max(with_.clock->uptime(), earliest));
+    wakeWhenDue();
+    for (const auto& action : actions)
+        std::visit([this](const auto& one) { carryOut(one); }, action);
+}
+
+/// A time that has moved on is not slept for anew: the wake finds that nothing is due yet.
+void WebPane::wakeWhenDue() {
+    const auto due = load_.wakeAt();
+    if (due && wakesAt_ && *wakesAt_ <= *due)
+        return;
+    waking_.cancel();
+    wakesAt_ = due;
+    if (due)
+        waking_ = tasks_.launch("page limit", wake(weak_from_this(), *due));
+}
+
+Task<> WebPane::wake(std::weak_ptr<WebPane> weak, double at) {
     auto self = weak.lock();
     if (!self)
         co_return;
-    auto preparing = self->prepare();
+    auto sleep = self->with_.clock->sleep(at - self->with_.clock->uptime());
     self.reset();
-    auto words = co_await std::move(preparing);
+    co_await std::move(sleep);
     const bool replaced = co_await taskCancelled();
     self = weak.lock();
     if (!self || replaced)
         co_return;
-    self->placing_ = {};
-    if (words) {
-        self->showTrouble(notLoaded, *words);
-    } else {
-        self->request(self->wanted_);
-    }
+    self->waking_ = {};
+    self->wakesAt_.reset();
+    const bool answers = webkit_web_view_get_is_web_process_responsive(self->view_.get());
+    self->tell(PageEvent::TimeCame{.processAnswers = answers}, at); // the sleep may be a rounding too short
 }
 
-Task<std::optional<std::string>> WebPane::prepare() const {
+void WebPane::carryOut(const PageAction::Prepare&) {
     const auto& admit = with_.route.admit;
-    return hindrance(admit ? admit(port_) : admitAll(),
+    auto preparing = admitAndPlace(admit ? admit(port_) : admitAll(),
         PageView::placeCookie(view_, with_.clock, setCookieHeader_, *base));
+    preparing_.cancel();
+    preparing_ = tasks_.launch("page load", prepare(weak_from_this(), std::move(preparing)));
 }
 
-void WebPane::request(std::string url) {
-    wanted_ = std::move(url);
-    requested_ = true;
-    watchLoad();
-    webkit_web_view_load_uri(view_.get(), wanted_.c_str());
+Task<> WebPane::prepare(std::weak_ptr<WebPane> weak, Task<PageEvent::Prepared> preparing) {
+    auto prepared = co_await std::move(preparing);
+    const bool replaced = co_await taskCancelled();
+    if (const auto self = weak.lock(); self && !replaced)
+        self->tell(prepared);
 }
 
-void WebPane::loadFallback(std::string url) {
-    if (placing_) {
-        wanted_ = std::move(url); // the request that waits for its cookie goes there instead
-    } else {
-        begin(std::move(url));
-    }
+void WebPane::carryOut(const PageAction::Request& action) {
+    forgetDocument();
+    webkit_web_view_load_uri(view_.get(), action.url.c_str());
 }
+
+void WebPane::carryOut(const PageAction::Reload&) {
+    forgetDocument();
+    webkit_web_view_reload(view_.get());
+}
+
+void WebPane::carryOut(const PageAction::StopLoading&) {
+    webkit_web_view_stop_loading(view_.get());
+}
+
+void WebPane::carryOut(const PageAction::EndProcess&) {
+    webkit_web_view_terminate_web_process(view_.get());
+}
+
+void WebPane::carryOut(const PageAction::ShowPage&) {
+    stack_.showPage();
+}
+
+void WebPane::carryOut(const PageAction::ShowTrouble& action) {
+    stack_.showTrouble(action.title, action.words);
+}
+
+void WebPane::carryOut(const PageAction::PageLoaded& action) {
+    tellTheme();
+    tellContrast();
+    if (action.first && onFirstLoad)
+        onFirstLoad();
+}
+
+// Calls into the page
 
 void WebPane::callPage(const PageCall& call, ScopeFilter scope) {
     callShell(call.expression, url(call.path, scope, call.extra));
@@ -141,7 +178,8 @@ void WebPane::callPage(const PageCall& call, ScopeFilter scope) {
 
 void WebPane::navigate(std::string path, ScopeFilter scope, std::optional<std::string> focus) {
     // So that the keys act on the card; not while the window shows something else in the page's place.
-    if (auto* const view = GTK_WIDGET(view_.get()); focus && !trouble() && gtk_widget_get_mapped(view))
+    if (auto* const view = GTK_WIDGET(view_.get());
+        focus && !load_.inTrouble() && gtk_widget_get_mapped(view))
         gtk_widget_grab_focus(view);
     callPage(PageCall::navigate(path, focus), scope);
 }
@@ -155,11 +193,11 @@ void WebPane::setScope(ScopeFilter scope, std::string path) {
 }
 
 void WebPane::callShell(std::string expression, std::optional<std::string> fallback) {
-    if (loaded_) {
+    if (load_.loaded()) {
         auto script = PageCall{std::move(expression), {}, {}}.script();
         tasks_.launch("page call", callOrLoad(weak_from_this(), std::move(script), std::move(fallback)));
     } else if (fallback) {
-        loadFallback(std::move(*fallback));
+        tell(PageEvent::AddressWanted{std::move(*fallback)});
     }
 }
 
@@ -173,11 +211,11 @@ Task<> WebPane::callOrLoad(
     const bool done = co_await std::move(call);
     self = weak.lock();
     if (!done && fallback && self)
-        self->loadFallback(std::move(*fallback));
+        self->tell(PageEvent::AddressWanted{std::move(*fallback)});
 }
 
 void WebPane::runScript(std::string script) {
-    if (!stands_)
+    if (!load_.hasDocument())
         return;
     webkit_web_view_evaluate_javascript(view_.get(), script.c_str(), static_cast<gssize>(script.size()),
         nullptr, nullptr, nullptr, nullptr, nullptr);
@@ -187,16 +225,17 @@ Task<bool> WebPane::evaluate(std::string script) {
     return PageView::evaluate(view_, with_.clock, std::move(script));
 }
 
-void WebPane::reload() {
-    if (trouble()) {
-        tryAgain();
-    } else if (stands_ && !placing_) {
-        watchLoad(); // a page that hangs doesn't even begin
-        webkit_web_view_reload(view_.get());
-    }
+void WebPane::tellTheme() {
+    runScript(setThemeScript(theme));
 }
 
-// What WebKit tells
+/// WebKit doesn't tell a page that the desktop wants more contrast.
+void WebPane::tellContrast() {
+    const bool high = adw_style_manager_get_high_contrast(adw_style_manager_get_default());
+    runScript(std::string("document.documentElement.dataset.contrast = ") + (high ? "'more'" : "''"));
+}
+
+// What WebKit and the desktop tell
 
 void WebPane::connectSignals() {
     auto* view = view_.get();
@@ -205,13 +244,17 @@ void WebPane::connectSignals() {
         this);
     g_signal_connect(view, "load-failed",
         G_CALLBACK(+[](WebKitWebView*, WebKitLoadEvent, const char* url, GError* error, WebPane* self) {
-            self->loadFailed(url, *error);
+            self->tell(describe(url, *error));
             return TRUE; // the words are ours, not WebKit's
         }),
         this);
     g_signal_connect(view, "web-process-terminated",
-        G_CALLBACK(+[](WebKitWebView*, WebKitWebProcessTerminationReason reason, WebPane* self) {
-            self->processEnded(reason);
+        G_CALLBACK(+[](WebKitWebView* view, WebKitWebProcessTerminationReason reason, WebPane* self) {
+            logLine(fmt::format("page: the web process ended ({})", static_cast<int>(reason)));
+            const auto* shown = webkit_web_view_get_uri(view);
+            self->tell(
+                PageEvent::ProcessEnded{.outOfMemory = reason == WEBKIT_WEB_PROCESS_EXCEEDED_MEMORY_LIMIT,
+                    .shown = shown ? shown : ""});
         }),
         this);
     g_signal_connect(view, "decide-policy",
@@ -219,29 +262,22 @@ void WebPane::connectSignals() {
                         WebPane* self) -> gboolean { return self->decide(decision, type); }),
         this);
     g_signal_connect(view, "notify::estimated-load-progress",
-        G_CALLBACK(
-            +[](GObject*, GParamSpec*, WebPane* self) { self->lastProgress_ = self->with_.clock->uptime(); }),
+        G_CALLBACK(+[](GObject*, GParamSpec*, WebPane* self) { self->tell(PageEvent::LoadProgressed{}); }),
         this);
 }
 
 void WebPane::loadChanged(WebKitLoadEvent event) {
     switch (event) {
     case WEBKIT_LOAD_STARTED:
-        requested_ = false;
-        watchLoad();
+        forgetDocument(); // the end of the one before may still be told
+        tell(PageEvent::LoadStarted{});
         break;
     case WEBKIT_LOAD_COMMITTED:
-        stands_ = true;
-        waiting_.cancel();
-        stack_.showPage();
         watchDocument();
+        tell(PageEvent::DocumentShown{});
         break;
     case WEBKIT_LOAD_FINISHED:
-        if (placing_ || requested_)
-            break; // the end of a page that is about to be replaced doesn't count
-        watching_.cancel();
-        if (!failed_)
-            loadFinished();
+        tell(PageEvent::LoadFinished{});
         break;
     case WEBKIT_LOAD_REDIRECTED:
         break;
@@ -254,84 +290,14 @@ void WebPane::watchDocument() {
     forgetDocument();
     document_ = share(webkit_web_view_get_main_resource(view_.get()));
     g_signal_connect(document_.get(), "finished",
-        G_CALLBACK(+[](WebKitWebResource*, WebPane* self) { self->whole_ = true; }), this);
+        G_CALLBACK(+[](WebKitWebResource*, WebPane* self) { self->tell(PageEvent::DocumentArrived{}); }),
+        this);
 }
 
 void WebPane::forgetDocument() {
     if (document_)
         g_signal_handlers_disconnect_by_data(document_.get(), this);
     document_.reset();
-}
-
-void WebPane::loadFinished() {
-    tellTheme();
-    tellContrast();
-    holdOff_.loaded(with_.clock->uptime());
-    loaded_ = true;
-    if (std::exchange(firstLoadDue_, false) && onFirstLoad)
-        onFirstLoad();
-}
-
-void WebPane::loadFailed(const char* url, const GError& error) {
-    const bool told = std::exchange(failed_, true);
-    if (placing_ || told)
-        return;
-    const bool blank = !stands_ || trouble();
-    if (!isNoFailure(error)) {
-        wanted_ = url;
-        showTrouble(notLoaded, fmt::format("kelvadrome could not reach its page: {}.", error.message));
-    } else if (blank && error.domain == WEBKIT_POLICY_ERROR) {
-        showTrouble(notLoaded, "The daemon sent the page to an address that is not its own.");
-    }
-}
-
-void WebPane::watchLoad() {
-    forgetDocument(); // the end of the one before may still be told
-    failed_ = whole_ = false;
-    lastProgress_ = with_.clock->uptime();
-    watching_.cancel();
-    watching_ = tasks_.launch("page limit", giveUpWhenQuiet(weak_from_this()));
-}
-
-Task<> WebPane::giveUpWhenQuiet(std::weak_ptr<WebPane> weak) {
-    for (;;) {
-        auto self = weak.lock();
-        if (!self)
-            co_return;
-        const double quiet = self->with_.clock->uptime() - self->lastProgress_;
-        if (quiet >= loadLimit) {
-            self->giveUp();
-            co_return;
-        }
-        auto pause = self->with_.clock->sleep(loadLimit - quiet);
-        self.reset();
-        co_await std::move(pause);
-    }
-}
-
-void WebPane::giveUp() {
-    if (whole_)
-        return;
-    if (!webkit_web_view_get_is_web_process_responsive(view_.get())) {
-        // It hangs, and nothing would load in it again; its end is told.
-        webkit_web_view_terminate_web_process(view_.get());
-        return;
-    }
-    failed_ = true;
-    webkit_web_view_stop_loading(view_.get());
-    showTrouble(notLoaded, "The daemon did not answer within a minute.");
-}
-
-void WebPane::processEnded(WebKitWebProcessTerminationReason reason) {
-    logLine(fmt::format("page: the web process ended ({})", static_cast<int>(reason)));
-    watching_.cancel();
-    loaded_ = stands_ = false;
-    if (placing_)
-        return; // the request that comes starts another
-    const auto* shown = webkit_web_view_get_uri(view_.get());
-    if (shown && base && NavigationPolicy::sameOrigin(shown, *base))
-        wanted_ = shown;
-    showTrouble(stopped, describe(reason));
 }
 
 bool WebPane::decide(WebKitPolicyDecision* decision, WebKitPolicyDecisionType type) {
@@ -375,9 +341,8 @@ bool WebPane::refuseBrokenReply(WebKitResponsePolicyDecision* decision) {
     if (status < 500)
         return false;
     webkit_policy_decision_ignore(WEBKIT_POLICY_DECISION(decision));
-    failed_ = true;
-    wanted_ = webkit_uri_request_get_uri(webkit_response_policy_decision_get_request(decision));
-    showTrouble(notLoaded, fmt::format("The daemon answered with an error ({}).", status));
+    tell(PageEvent::ServerErrorCame{.status = status,
+        .url = webkit_uri_request_get_uri(webkit_response_policy_decision_get_request(decision))});
     return true;
 }
 
@@ -400,8 +365,6 @@ void WebPane::receive(const std::string& url, const std::string& json) {
     }
 }
 
-// What a person sees
-
 /// What shows before the page has drawn, and beyond its edges.
 void WebPane::followColours() {
     const auto follow = +[](AdwStyleManager* style, GParamSpec*, WebPane* self) {
@@ -414,42 +377,6 @@ void WebPane::followColours() {
     follow(style, nullptr, this);
     const auto tell = +[](AdwStyleManager*, GParamSpec*, WebPane* self) { self->tellContrast(); };
     g_signal_connect(style, "notify::high-contrast", G_CALLBACK(tell), this);
-}
-
-/// WebKit doesn't tell a page that the desktop wants more contrast.
-void WebPane::tellContrast() {
-    const bool high = adw_style_manager_get_high_contrast(adw_style_manager_get_default());
-    runScript(std::string("document.documentElement.dataset.contrast = ") + (high ? "'more'" : "''"));
-}
-
-void WebPane::showTrouble(const char* title, const std::string& words) {
-    watching_.cancel();
-    loaded_ = false;
-    const double pause = holdOff_.failed(with_.clock->uptime());
-    stack_.showTrouble(title, fmt::format("{} kelvadrome tries again in {:.0f} seconds.", words, pause));
-    waiting_.cancel();
-    waiting_ = tasks_.launch("page retry", tryAgainLater(weak_from_this(), pause));
-}
-
-Task<> WebPane::tryAgainLater(std::weak_ptr<WebPane> weak, double pause) {
-    auto self = weak.lock();
-    if (!self)
-        co_return;
-    auto sleep = self->with_.clock->sleep(pause);
-    self.reset();
-    co_await std::move(sleep);
-    self = weak.lock();
-    if (self && self->trouble())
-        self->tryAgain();
-}
-
-void WebPane::tryAgain() {
-    if (!placing_ && base)
-        begin(wanted_);
-}
-
-void WebPane::tellTheme() {
-    runScript(setThemeScript(theme));
 }
 
 } // namespace kelvadrome

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "Kelvadrome/gtk/web/HoldOff.h"
 #include "Kelvadrome/gtk/web/PageBridge.h"
 #include "Kelvadrome/gtk/web/PageStack.h"
+#include "Kelvadrome/model/PageLoad.h"
 #include "Kelvadrome/model/WebController.h"
 #include "KelvadromeKit/page/PageCall.h"
 #include "KelvadromeKit/support/Clock.h"
@@ -25,9 +25,8 @@ struct PageRoute {
     std::function<Task<std::optional<std::string>>(std::int64_t port)> admit = {};
 };
 
-/// The daemon's page in a web view. A page that can't be loaded and a web process that ends are told in
-/// words, with a button that tries again; by itself the pane tries again too, ever more slowly. On GLib's
-/// main loop only.
+/// The daemon's page in a web view, or words in its place. `PageLoad` decides what happens when; the pane
+/// tells it what WebKit does and does what it says. On GLib's main loop only.
 class WebPane final : public WebController, public std::enable_shared_from_this<WebPane> {
 public:
     struct Dependencies {
@@ -36,9 +35,6 @@ public:
         std::function<void(std::string url)> openURL; // with the user's browser
         PageRoute route = {};
     };
-    /// A request that brings nothing for this many seconds has failed.
-    static constexpr double loadLimit = 60;
-
     /// Chooses WebKit's renderer for machines without a GPU, unless the user chose. It sets an environment
     /// variable, so it is called before there are other threads.
     static void prepareProcess();
@@ -67,7 +63,7 @@ public:
     /// Whether a script's result is the boolean true; false when it fails.
     Task<bool> evaluate(std::string script);
     /// A page has finished loading since the last `load`, and still lives.
-    bool loaded() const { return loaded_; }
+    bool loaded() const { return load_.loaded(); }
     /// The words that stand in the page's place, if they do.
     const std::optional<std::string>& trouble() const { return stack_.trouble(); }
     WebKitWebView* view() const { return view_.get(); }
@@ -75,61 +71,51 @@ public:
 private:
     explicit WebPane(Dependencies dependencies);
 
-    // Loading.
-    void begin(std::string url);
-    void request(std::string url);
+    // What `PageLoad` is told, and what it says.
+    void tell(const PageLoad::Event& event, double earliest = 0); // the event's time is at least `earliest`
+    void wakeWhenDue();
+    static Task<> wake(std::weak_ptr<WebPane> weak, double at);
+    void carryOut(const PageAction::Prepare& action);
+    void carryOut(const PageAction::Request& action);
+    void carryOut(const PageAction::Reload& action);
+    void carryOut(const PageAction::StopLoading& action);
+    void carryOut(const PageAction::EndProcess& action);
+    void carryOut(const PageAction::ShowPage& action);
+    void carryOut(const PageAction::ShowTrouble& action);
+    void carryOut(const PageAction::PageLoaded& action);
+    static Task<> prepare(std::weak_ptr<WebPane> weak, Task<PageEvent::Prepared> preparing);
+
+    // Calls into the page.
     void callPage(const PageCall& call, ScopeFilter scope);
-    void loadFallback(std::string url);
-    static Task<> prepareAndRequest(std::weak_ptr<WebPane> weak);
-    Task<std::optional<std::string>> prepare() const;
     static Task<> callOrLoad(
         std::weak_ptr<WebPane> weak, std::string script, std::optional<std::string> fallback);
-    static Task<> giveUpWhenQuiet(std::weak_ptr<WebPane> weak);
-    static Task<> tryAgainLater(std::weak_ptr<WebPane> weak, double pause);
+    void tellTheme();
+    void tellContrast();
 
-    // What WebKit tells.
+    // What WebKit and the desktop tell.
     void connectSignals();
+    void followColours();
     void loadChanged(WebKitLoadEvent event);
-    void watchLoad();
     void watchDocument();
     void forgetDocument();
-    void loadFinished();
-    void giveUp();
-    void loadFailed(const char* url, const GError& error);
-    void processEnded(WebKitWebProcessTerminationReason reason);
     bool decide(WebKitPolicyDecision* decision, WebKitPolicyDecisionType type);
     bool refuseFrame(WebKitResponsePolicyDecision* decision);
     bool refuseBrokenReply(WebKitResponsePolicyDecision* decision);
     void receive(const std::string& url, const std::string& json);
-
-    // What a person sees.
-    void followColours();
-    void showTrouble(const char* title, const std::string& words);
-    void tryAgain();
-    void tellTheme();
-    void tellContrast();
 
     Dependencies with_;
     TaskBag tasks_;
     std::shared_ptr<WebKitWebView> view_;
     PageBridge bridge_;
     PageStack stack_;
-    HoldOff holdOff_;
+    PageLoad load_;
 
-    std::shared_ptr<WebKitWebResource> document_; // the one that is shown
-    std::string wanted_;                          // the address that was asked for last
+    std::shared_ptr<WebKitWebResource> document_; // the one that is shown, until its load begins anew
     std::string setCookieHeader_;                 // of the session in use
     std::int64_t port_ = 0;                       // the daemon's, as the session says
-    bool loaded_ = false;
-    bool firstLoadDue_ = false;
-    bool requested_ = false; // a load that hasn't begun yet
-    bool stands_ = false;    // the web process has a document to show
-    bool failed_ = false;    // the load under way has
-    bool whole_ = false;     // its document has arrived to the end
-    double lastProgress_ = 0;
-    TaskHandle placing_; // set while the port is looked at and the cookie put in its place, before a request
-    TaskHandle watching_;
-    TaskHandle waiting_;
+    TaskHandle preparing_;
+    TaskHandle waking_;
+    std::optional<double> wakesAt_; // uptime, while `waking_` sleeps
 };
 
 } // namespace kelvadrome

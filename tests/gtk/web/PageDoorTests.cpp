@@ -29,22 +29,6 @@ std::string asAttribute(std::string text) {
 
 } // namespace
 
-TEST_F(PageDoorTest, aRefusedPortIsToldInWordsAndNothingIsFetchedFromIt) {
-    serve("/", "<p>home</p>");
-    peers->refuse("Port 1 is held by another program than the daemon, so nothing was sent there.");
-    load();
-    untilTrouble("kelvadrome could not reach its page: Port 1 is held by another program than the daemon, so "
-                 "nothing was sent there. kelvadrome tries again in 2 seconds.");
-    turn(2);
-    untilTrouble("kelvadrome could not reach its page: Port 1 is held by another program than the daemon, so "
-                 "nothing was sent there. kelvadrome tries again in 4 seconds.");
-    EXPECT_EQ(server.connections(), 0u);
-    peers->refuse({});
-    turn(4);
-    until([&] { return pane->loaded() && pageShown(); }, "the page");
-    EXPECT_EQ(server.requests("/").front().headers.at("cookie"), "kd_session=s1");
-}
-
 TEST_F(PageDoorTest, whatTakesThePortOfADeadDaemonGetsNothingFromThePageThatShows) {
     serve("/", restless);
     loadAndWait();
