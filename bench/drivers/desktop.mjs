@@ -1,5 +1,7 @@
 // The desktop on an X server of its own: from start to a painted inbox against a bare web window, a quiet minute, a
-// burst of events, and what a headless command costs: desktop.mjs BIN
+// burst of events, and what a headless command costs: desktop.mjs BIN [PART]
+//
+// Each round is a line of its own, and a peer's follows ours, so that the table can say how far rounds lie apart.
 import { execFile, spawn, spawnSync } from 'node:child_process';
 import { existsSync, readFileSync, readdirSync } from 'node:fs';
 import http from 'node:http';
@@ -14,6 +16,7 @@ const node = path.join(bin, 'resources/node/bin/node');
 const here = path.dirname(fileURLToPath(import.meta.url));
 const run = promisify(execFile);
 const ROUNDS = 5,
+  SLOW_ROUNDS = 3,
   COMMANDS = 41,
   SETTLE_S = 20,
   IDLE_S = 60,
@@ -184,41 +187,17 @@ const start = (program, title, ...words) =>
   });
 
 async function starts() {
-  const ours = [],
-    bare = [];
   for (let i = 0; i < ROUNDS; ++i) {
-    bare.push(await start('bench_bare_window', 'bare', 'URL', 'COOKIE'));
-    ours.push(await start('kelvadrome', 'kelvadrome'));
+    const bare = await start('bench_bare_window', 'bare', 'URL', 'COOKIE');
+    emitMs('bare/start', bare.painted);
+    emitMs('bare/start-toolkit', bare.page);
+    emitMs('bare/start-page', bare.painted - bare.page);
+    const ours = await start('kelvadrome', 'kelvadrome');
+    emitMs('desktop/start', ours.painted);
+    emitMs('desktop/start-toolkit', ours.first);
+    emitMs('desktop/start-session', ours.page - ours.first);
+    emitMs('desktop/start-page', ours.painted - ours.page);
   }
-  const of = (rows, what) => median(rows.map(what));
-  emitMs(
-    'desktop/start',
-    of(ours, (row) => row.painted),
-  );
-  emitMs(
-    'desktop/start-toolkit',
-    of(ours, (row) => row.first),
-  );
-  emitMs(
-    'desktop/start-session',
-    of(ours, (row) => row.page - row.first),
-  );
-  emitMs(
-    'desktop/start-page',
-    of(ours, (row) => row.painted - row.page),
-  );
-  emitMs(
-    'bare/start',
-    of(bare, (row) => row.painted),
-  );
-  emitMs(
-    'bare/start-toolkit',
-    of(bare, (row) => row.page),
-  );
-  emitMs(
-    'bare/start-page',
-    of(bare, (row) => row.painted - row.page),
-  );
 }
 
 /** A process and all below it. */
@@ -251,11 +230,14 @@ const quiet = (program, title, ...words) =>
     return (used(pids) - before) / IDLE_S / 10;
   });
 
-async function quietMinute() {
-  emit('desktop/idle', await quiet('kelvadrome', 'kelvadrome'));
-  emit('bare/idle', await quiet('bench_bare_window', 'bare', 'URL', 'COOKIE'));
+async function quietMinutes() {
+  for (let i = 0; i < SLOW_ROUNDS; ++i) {
+    emit('desktop/idle', await quiet('kelvadrome', 'kelvadrome'));
+    emit('bare/idle', await quiet('bench_bare_window', 'bare', 'URL', 'COOKIE'));
+  }
 }
 
+/** How quickly the main loop answers meanwhile, and the session bus beside it, which has nothing else to do. */
 const burst = () =>
   withStage(6, async (stage) => {
     stage.start('kelvadrome');
@@ -283,9 +265,15 @@ const burst = () =>
     emit('desktop/burst-repaints', repaints / BURST_S);
     emit('desktop/burst-refreshes', refreshes / BURST_S);
     emit('desktop/burst-heartbeat', beat.longest);
+    emit('bus/burst-heartbeat', beat.busLongest);
     emit('desktop/burst-heartbeat-99', beat.most);
+    emit('bus/burst-heartbeat-99', beat.busMost);
     emit('desktop/quiet-heartbeat', quiet.longest);
   });
+
+async function bursts() {
+  for (let i = 0; i < SLOW_ROUNDS; ++i) await burst();
+}
 
 function commands() {
   const world = new World(bin);
@@ -305,7 +293,7 @@ function commands() {
   emit('desktop/background-status', median(ours) - median(empty));
 }
 
-const parts = { commands, starts, quietMinute, burst };
+const parts = { commands, starts, quietMinutes, bursts };
 try {
   for (const [name, measure] of Object.entries(parts)) if (!only || only === name) await measure();
 } finally {
