@@ -10,7 +10,8 @@ namespace kelvadrome::PageView {
 
 namespace {
 
-constexpr double callLimit = 10; // seconds, for a call into WebKit's other processes
+constexpr double memoryPause = 300; // seconds
+constexpr double callLimit = 10;    // seconds, for a call into WebKit's other processes
 
 constexpr const char* markShell = "document.documentElement.dataset.shell = 'native';";
 // The window has a scope filter of its own.
@@ -44,6 +45,17 @@ void skipKeyTable(WebKitWebView* view) {
         if (GTK_IS_TEXT_VIEW(child))
             gtk_widget_set_can_focus(child, FALSE);
     }
+}
+
+/// Every 30 s WebKit adds up the web process's memory page by page, to let caches go when they are large.
+/// That is the most costly thing it does beside a page that rests.
+std::shared_ptr<WebKitWebContext> quietContext() {
+    auto* memory = webkit_memory_pressure_settings_new();
+    webkit_memory_pressure_settings_set_poll_interval(memory, memoryPause);
+    const auto made = adopt(WEBKIT_WEB_CONTEXT(
+        g_object_new(WEBKIT_TYPE_WEB_CONTEXT, "memory-pressure-settings", memory, nullptr)));
+    webkit_memory_pressure_settings_free(memory);
+    return made;
 }
 
 void cancelDownload(WebKitNetworkSession*, WebKitDownload* download, gpointer) {
@@ -103,8 +115,8 @@ std::shared_ptr<WebKitWebView> make(const std::string& proxy) {
     }
     g_signal_connect(session.get(), "download-started", G_CALLBACK(&cancelDownload), nullptr);
 
-    auto* view = WEBKIT_WEB_VIEW(g_object_ref_sink(g_object_new(WEBKIT_TYPE_WEB_VIEW, "network-session",
-        session.get(), "user-content-manager", content.get(), nullptr)));
+    auto* view = WEBKIT_WEB_VIEW(g_object_ref_sink(g_object_new(WEBKIT_TYPE_WEB_VIEW, "web-context",
+        quietContext().get(), "network-session", session.get(), "user-content-manager", content.get(), nullptr)));
     applySettings(view);
     stopPinches(view);
     skipKeyTable(view);
