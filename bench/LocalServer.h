@@ -1,18 +1,19 @@
 #pragma once
 
-#include "KelvadromeKit/support/Descriptor.h"
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/local/stream_protocol.hpp>
+#include <boost/beast/http/message.hpp>
+#include <boost/beast/http/string_body.hpp>
 
-#include <atomic>
 #include <string>
 #include <thread>
 
 namespace kelvadrome::bench {
 
-/// Answers every connection on a Unix socket with the same bytes and closes it, as the daemon does. One
-/// thread.
+/// Answers every connection on a Unix socket with the same reply and closes it, as the daemon does. One
+/// thread, blocking calls.
 class LocalServer {
 public:
-    /// `body` is sent after a minimal head with its length.
     explicit LocalServer(std::string body);
     ~LocalServer();
     LocalServer(const LocalServer&) = delete;
@@ -23,10 +24,10 @@ public:
 private:
     void serve();
 
-    std::string path_;
-    std::string reply_;
-    Descriptor listener_;
-    std::atomic<bool> closing_ = false;
+    const std::string path_;
+    boost::beast::http::response<boost::beast::http::string_body> reply_;
+    boost::asio::io_context context_;
+    boost::asio::local::stream_protocol::acceptor acceptor_{context_};
     std::thread thread_;
 };
 
