@@ -2,39 +2,41 @@
 
 #include "KelvadromeKit/support/Text.h"
 
-#include <boost/asio/io_context.hpp>
+#include <boost/asio/co_spawn.hpp>
+#include <boost/asio/detached.hpp>
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/local/stream_protocol.hpp>
+#include <boost/asio/redirect_error.hpp>
+#include <boost/asio/steady_timer.hpp>
+#include <boost/asio/use_awaitable.hpp>
+#include <boost/asio/write.hpp>
+#include <boost/beast/http/parser.hpp>
+#include <boost/beast/http/string_body.hpp>
 #include <fmt/format.h>
 
 #include <fcntl.h>
 #include <poll.h>
-#include <sstream>
 #include <sys/socket.h>
 
 namespace kelvadrome::test {
 
 namespace {
 
-bool sendAll(int fd, std::string_view bytes) {
-    while (!bytes.empty()) {
-        const auto count = ::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL);
-        if (count <= 0)
-            return false;
-        bytes.remove_prefix(static_cast<std::size_t>(count));
-    }
-    return true;
-}
+namespace asio = boost::asio;
+namespace http = boost::beast::http;
 
 /// Waits until the condition holds; false when the client went first.
-bool waitFor(int fd, const std::function<bool()>& condition) {
+asio::awaitable<bool> until(int fd, std::function<bool()> condition) {
+    asio::steady_timer timer(co_await asio::this_coro::executor);
     while (!condition()) {
         pollfd end{fd, POLLIN | POLLRDHUP, 0};
         char byte;
-        if (::poll(&end, 1, 1) > 0 && ::recv(fd, &byte, 1, MSG_DONTWAIT) <= 0)
-            return false;
+        if (::poll(&end, 1, 0) > 0 && ::recv(fd, &byte, 1, MSG_DONTWAIT) <= 0)
+            co_return false;
+        timer.expires_after(std::chrono::milliseconds(1));
+        co_await timer.async_wait(asio::use_awaitable);
     }
-    return true;
+    co_return true;
 }
 
 std::string head(const FakeReply& reply) {
@@ -84,12 +86,12 @@ FakeReply FakeReply::heldBy(std::shared_ptr<FakeGate> by) && {
 FakeDaemon::FakeDaemon() : FakeDaemon(std::string()) {}
 
 FakeDaemon::FakeDaemon(std::string socketPath) : socketPath_(std::move(socketPath)) {
-    using Local = boost::asio::local::stream_protocol;
+    using Local = asio::local::stream_protocol;
     if (socketPath_.empty())
         socketPath_ = folder_.emplace() / "kelvadromed.sock";
     ::unlink(socketPath_.c_str());
-    boost::asio::io_context context;
-    listen(Descriptor(Local::acceptor(context, Local::endpoint(socketPath_)).release()));
+    accept(Local::acceptor(*context_, Local::endpoint(socketPath_)));
+    thread_ = std::thread([this] { context_->run(); });
 }
 
 FakeDaemon::~FakeDaemon() {
@@ -97,18 +99,17 @@ FakeDaemon::~FakeDaemon() {
 }
 
 std::uint16_t FakeDaemon::listenOnTCP() {
-    using boost::asio::ip::tcp;
-    boost::asio::io_context context;
-    tcp::acceptor acceptor(context, {boost::asio::ip::address_v4::loopback(), 0});
+    using asio::ip::tcp;
+    tcp::acceptor acceptor(*context_, {asio::ip::address_v4::loopback(), 0});
     const auto port = acceptor.local_endpoint().port();
-    listen(Descriptor(acceptor.release()));
+    accept(std::move(acceptor));
     return port;
 }
 
-void FakeDaemon::listen(Descriptor listener) {
-    ::fcntl(listener.get(), F_SETFD, FD_CLOEXEC);
-    acceptors_.emplace_back([this, fd = listener.get()] { acceptFrom(fd); });
-    listeners_.push_back(std::move(listener));
+template <class Acceptor>
+void FakeDaemon::accept(Acceptor acceptor) {
+    ::fcntl(acceptor.native_handle(), F_SETFD, FD_CLOEXEC);
+    asio::co_spawn(*context_, acceptFrom(std::move(acceptor)), asio::detached);
 }
 
 void FakeDaemon::on(const std::string& path, Handler handler) {
@@ -131,60 +132,79 @@ std::vector<FakeRequest> FakeDaemon::requests(const std::string& path) const {
     return all;
 }
 
-std::size_t FakeDaemon::connections() const {
-    std::lock_guard guard(lock_);
-    return connections_.size();
-}
-
 void FakeDaemon::stop() {
-    {
-        std::lock_guard guard(lock_);
-        if (std::exchange(stopped_, true))
-            return;
-        for (const auto& listener : listeners_)
-            ::shutdown(listener.get(), SHUT_RDWR);
-    }
-    for (auto& acceptor : acceptors_)
-        acceptor.join();
-    {
-        std::lock_guard guard(lock_);
-        for (const auto& connection : connections_) {
-            if (connection.fd)
-                ::shutdown(connection.fd.get(), SHUT_RDWR);
-        }
-    }
-    for (auto& connection : connections_)
-        connection.thread.join();
-    listeners_.clear();
+    if (!context_)
+        return;
+    context_->stop();
+    thread_.join();
+    context_.reset(); // and with it every connection
     ::unlink(socketPath_.c_str());
 }
 
-void FakeDaemon::acceptFrom(int listener) {
+template <class Acceptor>
+asio::awaitable<void> FakeDaemon::acceptFrom(Acceptor acceptor) {
     for (;;) {
-        Descriptor peer(::accept4(listener, nullptr, nullptr, SOCK_CLOEXEC));
-        std::lock_guard guard(lock_);
-        if (stopped_)
-            return;
-        if (!peer)
-            continue;
-        auto& connection = connections_.emplace_back();
-        connection.fd = std::move(peer);
-        connection.thread = std::thread([this, &connection] {
-            serve(connection.fd.get());
-            std::lock_guard guard(lock_);
-            connection.fd.reset();
-        });
+        Socket peer(co_await acceptor.async_accept(asio::use_awaitable));
+        ::fcntl(peer.native_handle(), F_SETFD, FD_CLOEXEC);
+        ++connections_;
+        asio::co_spawn(*context_, serve(std::move(peer)), asio::detached);
     }
 }
 
-void FakeDaemon::serve(int fd) {
-    const auto request = readRequest(fd);
-    if (!request)
-        return;
-    const auto reply = answer(*request);
-    if (reply.gate && !waitFor(fd, [&] { return reply.gate->isOpen(); }))
-        return;
-    send(fd, reply);
+asio::awaitable<void> FakeDaemon::serve(Socket socket) {
+    FakeRequest request;
+    http::request_parser<http::string_body> parser;
+    parser.eager(true);
+    parser.body_limit(boost::none);
+    std::string chunk(65536, '\0'), unread;
+    while (!parser.is_done()) {
+        const auto count = co_await socket.async_read_some(asio::buffer(chunk), asio::use_awaitable);
+        request.bytes.append(chunk, 0, count);
+        unread.append(chunk, 0, count);
+        boost::system::error_code error;
+        unread.erase(0, parser.put(asio::buffer(unread), error));
+        if (error && error != http::error::need_more)
+            co_return;
+    }
+    const auto& message = parser.get();
+    request.method = std::string(message.method_string());
+    const std::string target(message.target());
+    request.path = target.substr(0, target.find('?'));
+    if (request.path.size() < target.size())
+        request.query = target.substr(request.path.size() + 1);
+    for (const auto& field : message)
+        request.headers[Text::lowercased(std::string(field.name_string()))] = std::string(field.value());
+    request.body = message.body();
+
+    const auto reply = answer(request);
+    const int fd = socket.native_handle();
+    std::function<bool()> mayReply = [gate = reply.gate] { return !gate || gate->isOpen(); };
+    if (!co_await until(fd, mayReply))
+        co_return;
+    auto bytes = reply.bytes ? *reply.bytes : head(reply) + (reply.stream ? "" : reply.body);
+    co_await asio::async_write(socket, asio::buffer(bytes), asio::use_awaitable);
+    if (!reply.stream)
+        co_return;
+    FakeStream& stream = *reply.stream;
+    stream.opened_ = true;
+    std::function<bool()> pushed = [&] {
+        const bool closed = stream.closed_; // before the last bytes are taken
+        bytes = stream.take();
+        return closed || !bytes.empty();
+    };
+    for (;;) {
+        boost::system::error_code error;
+        const bool there = co_await until(fd, pushed);
+        if (there && bytes.empty())
+            co_return;
+        if (there)
+            co_await asio::async_write(
+                socket, asio::buffer(bytes), asio::redirect_error(asio::use_awaitable, error));
+        if (!there || error) {
+            stream.clientGone_ = true;
+            co_return;
+        }
+    }
 }
 
 FakeReply FakeDaemon::answer(const FakeRequest& request) {
@@ -196,67 +216,6 @@ FakeReply FakeDaemon::answer(const FakeRequest& request) {
             handler = found->second;
     }
     return handler ? handler(request) : FakeReply::failure("not_found", "no such route", 404);
-}
-
-std::optional<FakeRequest> FakeDaemon::readRequest(int fd) {
-    FakeRequest request;
-    std::string& bytes = request.bytes;
-    std::size_t wanted = std::string::npos, bodyAt = 0;
-    char buffer[65536];
-    while (bytes.size() < wanted) {
-        const auto count = ::read(fd, buffer, sizeof buffer);
-        if (count <= 0)
-            return std::nullopt;
-        bytes.append(buffer, static_cast<std::size_t>(count));
-        const auto end = wanted == std::string::npos ? bytes.find("\r\n\r\n") : std::string::npos;
-        if (end == std::string::npos)
-            continue;
-        bodyAt = end + 4;
-        std::istringstream lines(bytes.substr(0, end));
-        std::string target, line;
-        lines >> request.method >> target;
-        std::getline(lines, line);
-        request.path = target.substr(0, target.find('?'));
-        if (request.path.size() < target.size())
-            request.query = target.substr(request.path.size() + 1);
-        while (std::getline(lines, line)) {
-            const auto colon = line.find(": ");
-            auto& value = request.headers[Text::lowercased(line.substr(0, colon))];
-            value = line.substr(colon + 2, line.find('\r') - colon - 2);
-        }
-        const auto length = request.headers.find("content-length");
-        wanted = bodyAt + (length == request.headers.end() ? 0 : std::stoul(length->second));
-    }
-    request.body = bytes.substr(bodyAt);
-    return request;
-}
-
-void FakeDaemon::send(int fd, const FakeReply& reply) {
-    if (!sendAll(fd, reply.bytes ? *reply.bytes : head(reply)))
-        return;
-    if (reply.stream) {
-        pump(fd, *reply.stream);
-    } else if (!reply.bytes) {
-        sendAll(fd, reply.body);
-    }
-}
-
-void FakeDaemon::pump(int fd, FakeStream& stream) {
-    stream.opened_ = true;
-    std::string bytes;
-    const auto pushed = [&] {
-        const bool closed = stream.closed_; // before the last bytes are taken
-        bytes = stream.take();
-        return closed || !bytes.empty();
-    };
-    for (;;) {
-        if (!waitFor(fd, pushed) || !sendAll(fd, bytes)) {
-            stream.clientGone_ = true;
-            return;
-        }
-        if (bytes.empty())
-            return;
-    }
 }
 
 } // namespace kelvadrome::test

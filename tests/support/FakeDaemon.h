@@ -1,13 +1,14 @@
 #pragma once
 
-#include "KelvadromeKit/support/Descriptor.h"
-
 #include "tests/support/TemporaryFolder.h"
+
+#include <boost/asio/awaitable.hpp>
+#include <boost/asio/generic/stream_protocol.hpp>
+#include <boost/asio/io_context.hpp>
 
 #include <atomic>
 #include <cstdint>
 #include <functional>
-#include <list>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -73,7 +74,7 @@ struct FakeReply {
     FakeReply heldBy(std::shared_ptr<FakeGate> by) &&;
 };
 
-/// A small real HTTP/1.1 server in a test's world: one request a connection, a thread for each, on a Unix
+/// A small real HTTP/1.1 server in a test's world: one request a connection, a thread of its own, on a Unix
 /// socket and, when asked, on a TCP port of 127.0.0.1. A path without a handler answers 404 "not_found". Safe
 /// from any thread.
 class FakeDaemon {
@@ -91,7 +92,7 @@ public:
     /// Listens on TCP too and answers the port.
     std::uint16_t listenOnTCP();
 
-    /// Handlers run on the connection's thread. The latest one for a path holds.
+    /// Handlers run on the server's thread. The latest one for a path holds.
     void on(const std::string& path, Handler handler);
     void on(const std::string& path, FakeReply reply);
 
@@ -99,34 +100,29 @@ public:
     std::vector<FakeRequest> requests() const;
     std::vector<FakeRequest> requests(const std::string& path) const;
     /// Connections accepted so far, those that asked nothing included.
-    std::size_t connections() const;
+    std::size_t connections() const { return connections_; }
 
     /// Closes everything at once and removes the socket: from then on connecting fails.
     void stop();
 
 private:
-    struct Connection {
-        Descriptor fd; // under the lock; none once it has ended
-        std::thread thread;
-    };
+    using Socket = boost::asio::generic::stream_protocol::socket;
 
-    void listen(Descriptor listener);
-    void acceptFrom(int listener);
-    void serve(int fd);
+    template <class Acceptor>
+    void accept(Acceptor acceptor);
+    template <class Acceptor>
+    boost::asio::awaitable<void> acceptFrom(Acceptor acceptor);
+    boost::asio::awaitable<void> serve(Socket socket);
     FakeReply answer(const FakeRequest& request);
-    static std::optional<FakeRequest> readRequest(int fd);
-    static void send(int fd, const FakeReply& reply);
-    static void pump(int fd, FakeStream& stream);
 
     std::optional<TemporaryFolder> folder_;
     std::string socketPath_;
     mutable std::mutex lock_;
-    bool stopped_ = false;
     std::map<std::string, Handler> handlers_;
     std::vector<FakeRequest> requests_;
-    std::list<Connection> connections_;
-    std::vector<Descriptor> listeners_;
-    std::vector<std::thread> acceptors_;
+    std::atomic<std::size_t> connections_ = 0;
+    std::optional<boost::asio::io_context> context_{std::in_place};
+    std::thread thread_;
 };
 
 } // namespace kelvadrome::test

@@ -1,21 +1,24 @@
 #include "tests/support/Squatter.h"
 
-#include <arpa/inet.h>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/local/stream_protocol.hpp>
+
 #include <csignal>
 #include <cstring>
 #include <fcntl.h>
 #include <grp.h>
-#include <netinet/in.h>
 #include <stdexcept>
 #include <sys/prctl.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 namespace kelvadrome::test {
 
 namespace {
+
+namespace asio = boost::asio;
 
 constexpr uid_t nobody = 65534;
 
@@ -52,30 +55,24 @@ bool Squatter::canBe(User user) {
 }
 
 Squatter::Squatter(User user, std::uint16_t port) {
-    Descriptor listener(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    const int on = 1;
-    ::setsockopt(listener.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    address.sin_port = htons(port);
-    check(::bind(listener.get(), reinterpret_cast<sockaddr*>(&address), sizeof address) == 0, "bind");
-    socklen_t size = sizeof address;
-    ::getsockname(listener.get(), reinterpret_cast<sockaddr*>(&address), &size);
-    port_ = ntohs(address.sin_port);
+    using asio::ip::tcp;
+    asio::io_context context;
+    tcp::acceptor acceptor(context, tcp::v4());
+    acceptor.set_option(tcp::acceptor::reuse_address(true));
+    acceptor.bind({asio::ip::address_v4::loopback(), port});
+    port_ = acceptor.local_endpoint().port();
     // The socket is its maker's: made here it would be this user's.
     if (user == User::other)
-        check(::fchown(listener.get(), nobody, nobody) == 0, "fchown");
-    run(user, std::move(listener));
+        check(::fchown(acceptor.native_handle(), nobody, nobody) == 0, "fchown");
+    run(user, Descriptor(acceptor.release()));
 }
 
 Squatter::Squatter(User user, const std::string& socketPath) {
-    Descriptor listener(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    std::strncpy(address.sun_path, socketPath.c_str(), sizeof address.sun_path - 1);
-    check(::bind(listener.get(), reinterpret_cast<sockaddr*>(&address), sizeof address) == 0, "bind");
-    run(user, std::move(listener));
+    using Local = asio::local::stream_protocol;
+    asio::io_context context;
+    Local::acceptor acceptor(context, Local());
+    acceptor.bind(Local::endpoint(socketPath));
+    run(user, Descriptor(acceptor.release()));
 }
 
 Squatter::~Squatter() {

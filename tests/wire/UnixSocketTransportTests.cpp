@@ -5,13 +5,12 @@
 #include "tests/support/TestLoop.h"
 #include "tests/wire/Said.h"
 
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/local/stream_protocol.hpp>
 #include <gtest/gtest.h>
 
 #include <cstring>
 #include <filesystem>
-#include <poll.h>
-#include <sys/socket.h>
-#include <sys/un.h>
 
 using namespace kelvadrome;
 using namespace kelvadrome::test;
@@ -31,25 +30,22 @@ std::size_t openDescriptors() {
 
 /// A socket that listens and does nothing else.
 struct Listener {
-    explicit Listener(int backlog)
-        : path(folder / "s"), fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
-        std::memcpy(address.sun_path, path.data(), path.size());
-        EXPECT_EQ(::bind(fd.get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-        EXPECT_EQ(::listen(fd.get(), backlog), 0);
+    explicit Listener(int backlog) : path(folder / "s"), acceptor(context, Local()) {
+        acceptor.bind(Local::endpoint(path));
+        acceptor.listen(backlog);
     }
 
     /// Takes one connection and drops it once something was written to it.
-    void dropOne() const {
-        const Descriptor peer(::accept4(fd.get(), nullptr, nullptr, SOCK_CLOEXEC));
-        pollfd readable{peer.get(), POLLIN, 0};
-        ::poll(&readable, 1, 20'000);
+    void dropOne() {
+        auto peer = acceptor.accept();
+        peer.wait(Local::socket::wait_read);
     }
 
+    using Local = asio::local::stream_protocol;
     TemporaryFolder folder;
     std::string path;
-    Descriptor fd;
+    asio::io_context context;
+    Local::acceptor acceptor;
 };
 
 struct Exchanges {
@@ -135,15 +131,15 @@ TEST(UnixSocketTransport, anExchangeFailsAtEveryStepInItsOwnWords) {
         EXPECT_EQ(exchanges.send(folder / "missing"), words(ENOENT, "connect failed"));
         const std::string large(4 << 20, 'x'); // more than a socket holds
         {
-            const Listener deaf(8);
+            Listener deaf(8);
             EXPECT_EQ(exchanges.send(deaf.path, large, soon), words(EAGAIN, "write failed"));
             EXPECT_EQ(exchanges.send(deaf.path, "x", soon), "timed out");
-            ::shutdown(deaf.fd.get(), SHUT_RDWR);
+            deaf.acceptor.close();
             EXPECT_EQ(exchanges.send(deaf.path), words(ECONNREFUSED, "connect failed"));
         }
         for (const auto& [body, expected] : {std::pair(large, words(EPIPE, "write failed")),
                  std::pair(std::string("x"), words(ECONNRESET, "read failed"))}) {
-            const Listener listener(8);
+            Listener listener(8);
             std::thread dropping([&] { listener.dropOne(); });
             EXPECT_EQ(exchanges.send(listener.path, body), expected);
             dropping.join();

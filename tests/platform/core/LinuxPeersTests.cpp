@@ -4,50 +4,37 @@
 #include "tests/support/Squatter.h"
 #include "tests/support/TestLoop.h"
 
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/ip/tcp.hpp>
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 
 #include <arpa/inet.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 namespace kelvadrome::test {
 namespace {
 
 using User = Squatter::User;
+using boost::asio::ip::tcp;
 
 /// A connection to a port of 127.0.0.1, and how it looks from this end.
 struct Call {
-    explicit Call(std::uint16_t port) : fd(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        address.sin_port = htons(port);
-        EXPECT_EQ(::connect(fd.get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-        socklen_t size = sizeof address;
-        ::getsockname(fd.get(), reinterpret_cast<sockaddr*>(&address), &size);
-        seen = {"127.0.0.1", port, "127.0.0.1", ntohs(address.sin_port)};
+    explicit Call(std::uint16_t port) {
+        socket.connect({boost::asio::ip::address_v4::loopback(), port});
+        seen = {"127.0.0.1", port, "127.0.0.1", socket.local_endpoint().port()};
     }
 
-    Descriptor fd;
+    boost::asio::io_context context;
+    tcp::socket socket{context};
     TCPConnection seen;
 };
 
 /// Listens and never accepts, on IPv6 and IPv4 at once.
 struct Deaf {
-    Deaf() : fd(::socket(AF_INET6, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-        sockaddr_in6 address{};
-        address.sin6_family = AF_INET6;
-        EXPECT_EQ(::bind(fd.get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-        EXPECT_EQ(::listen(fd.get(), 8), 0);
-        socklen_t size = sizeof address;
-        ::getsockname(fd.get(), reinterpret_cast<sockaddr*>(&address), &size);
-        port = ntohs(address.sin6_port);
-    }
-
-    Descriptor fd;
-    std::uint16_t port = 0;
+    boost::asio::io_context context;
+    tcp::acceptor acceptor{context, {tcp::v6(), 0}};
+    std::uint16_t port = acceptor.local_endpoint().port();
 };
 
 struct LinuxPeersTest : testing::Test {
@@ -105,8 +92,8 @@ TEST_F(LinuxPeersTest, anotherUserIsRefusedAlsoBeforeTheyAccept) {
     const auto refusal = sentence(stranger.port(), "belongs to another user of this machine");
     EXPECT_EQ(onPort(stranger.port()), refusal);
     EXPECT_EQ(onConnection(stranger.port()), refusal);
-    const Deaf deaf;
-    ASSERT_EQ(::fchown(deaf.fd.get(), 65534, 65534), 0);
+    Deaf deaf;
+    ASSERT_EQ(::fchown(deaf.acceptor.native_handle(), 65534, 65534), 0);
     EXPECT_EQ(onConnection(deaf.port), sentence(deaf.port, "belongs to another user of this machine"));
     EXPECT_EQ(stranger.taken().find_first_not_of('+'), std::string::npos);
 }
