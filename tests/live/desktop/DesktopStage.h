@@ -4,10 +4,10 @@
 
 #include "tests/live/desktop/Program.h"
 #include "tests/live/desktop/ScreenReader.h"
-#include "tests/platform/desk/FakeTrayWatcher.h"
-#include "tests/platform/session/FakeNotificationServer.h"
 #include "tests/support/HeadlessDisplay.h"
 #include "tests/support/TemporaryFolder.h"
+#include "tests/support/bus/FakeNotificationServer.h"
+#include "tests/support/bus/FakeTrayWatcher.h"
 
 namespace kelvadrome::test {
 

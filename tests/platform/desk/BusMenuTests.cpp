@@ -1,6 +1,6 @@
 #include "Kelvadrome/platform/linux/desk/BusMenu.h"
 
-#include "tests/platform/session/PrivateBus.h"
+#include "tests/support/bus/PrivateBus.h"
 
 #include <fmt/ranges.h>
 #include <gmock/gmock.h>

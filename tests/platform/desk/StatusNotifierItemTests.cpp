@@ -1,6 +1,6 @@
 #include "Kelvadrome/platform/linux/desk/StatusNotifierItem.h"
 
-#include "tests/platform/desk/FakeTrayWatcher.h"
+#include "tests/support/bus/FakeTrayWatcher.h"
 
 #include <gmock/gmock.h>
 

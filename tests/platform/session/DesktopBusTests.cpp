@@ -3,8 +3,8 @@
 #include "Kelvadrome/platform/linux/session/FreedesktopNotifications.h"
 #include "Kelvadrome/platform/linux/session/LauncherBadge.h"
 
-#include "tests/platform/session/PrivateBus.h"
 #include "tests/support/TemporaryFolder.h"
+#include "tests/support/bus/PrivateBus.h"
 
 #include <gio/gunixfdlist.h>
 #include <gmock/gmock.h>

@@ -1,6 +1,6 @@
 #include "Kelvadrome/platform/linux/session/FreedesktopNotifications.h"
 
-#include "tests/platform/session/FakeNotificationServer.h"
+#include "tests/support/bus/FakeNotificationServer.h"
 #include "tests/support/TemporaryFolder.h"
 
 #include <gmock/gmock.h>

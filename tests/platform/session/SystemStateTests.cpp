@@ -1,8 +1,8 @@
 #include "Kelvadrome/platform/linux/core/SecretServiceStore.h"
 #include "Kelvadrome/platform/linux/session/LogindLock.h"
 
-#include "tests/platform/session/PrivateBus.h"
 #include "tests/support/TemporaryFolder.h"
+#include "tests/support/bus/PrivateBus.h"
 
 #include <cstdlib>
 #include <filesystem>

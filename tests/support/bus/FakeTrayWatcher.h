@@ -1,6 +1,6 @@
 #pragma once
 
-#include "tests/platform/session/PrivateBus.h"
+#include "tests/support/bus/PrivateBus.h"
 
 namespace kelvadrome::test {
 
