@@ -1,6 +1,6 @@
 #include "Kelvadrome/gtk/parts/WindowHints.h"
 
-#include "Kelvadrome/platform/linux/session/GLibOwned.h"
+#include "Kelvadrome/glib/GLibOwned.h"
 
 #include <X11/Xatom.h>
 #include <algorithm>
@@ -41,32 +41,23 @@ Atom atom(const XWindow& window, const char* name) {
     return XInternAtom(window.display, name, False);
 }
 
-/// Asks the window manager to add or remove states; before the window is mapped nobody listens.
-void setState(const XWindow& window, bool add, std::initializer_list<const char*> names) {
-    for (const auto* name : names) {
-        XEvent event{};
-        event.xclient.type = ClientMessage;
-        event.xclient.window = window.id;
-        event.xclient.message_type = atom(window, "_NET_WM_STATE");
-        event.xclient.format = 32;
-        event.xclient.data.l[0] = add ? 1 : 0;
-        event.xclient.data.l[1] = static_cast<long>(atom(window, name));
-        event.xclient.data.l[3] = 1; // an ordinary application
-        XSendEvent(window.display, DefaultRootWindow(window.display), False,
-            SubstructureRedirectMask | SubstructureNotifyMask, &event);
-    }
-}
-
-void setDesktop(const XWindow& window, long desktop) {
+/// Asks the window manager; before the window is mapped nobody listens.
+void ask(const XWindow& window, const char* message, std::initializer_list<long> words) {
     XEvent event{};
     event.xclient.type = ClientMessage;
     event.xclient.window = window.id;
-    event.xclient.message_type = atom(window, "_NET_WM_DESKTOP");
+    event.xclient.message_type = atom(window, message);
     event.xclient.format = 32;
-    event.xclient.data.l[0] = desktop;
-    event.xclient.data.l[1] = 1;
+    std::ranges::copy(words, event.xclient.data.l);
     XSendEvent(window.display, DefaultRootWindow(window.display), False,
         SubstructureRedirectMask | SubstructureNotifyMask, &event);
+}
+
+constexpr long application = 1; // who asks: an ordinary one
+
+void setState(const XWindow& window, bool add, std::initializer_list<const char*> names) {
+    for (const auto* name : names)
+        ask(window, "_NET_WM_STATE", {add, static_cast<long>(atom(window, name)), 0, application});
 }
 
 void dropProtocol(const XWindow& window, const char* name) {
@@ -191,7 +182,7 @@ void strip(Gtk::Window& window, std::optional<std::pair<int, int>> place) {
     setState(*x11, true,
         {"_NET_WM_STATE_ABOVE", "_NET_WM_STATE_STICKY", "_NET_WM_STATE_SKIP_TASKBAR",
             "_NET_WM_STATE_SKIP_PAGER"});
-    setDesktop(*x11, everyDesktop);
+    ask(*x11, "_NET_WM_DESKTOP", {everyDesktop, application});
     if (place && monitorAt(*place, x11->scale))
         return moveTo(*x11, place->first, place->second);
     const auto area = workArea(*x11, mainMonitor());
