@@ -8,6 +8,7 @@
 #include "KelvadromeKit/support/Text.h"
 
 #include <boost/url/parse.hpp>
+#include <boost/url/parse_query.hpp>
 
 namespace kelvadrome {
 
@@ -17,13 +18,11 @@ constexpr double detailTimeout = 10;
 
 /// The value of the first item of that name in a URL's query.
 std::optional<std::string> queryValue(std::string_view query, std::string_view name) {
-    for (const auto item : Text::split(query, '&')) {
-        const auto cut = item.find('=');
-        if (percentDecoded(item.substr(0, cut)) != name)
-            continue;
-        return cut == std::string_view::npos ? std::nullopt : percentDecoded(item.substr(cut + 1));
-    }
-    return std::nullopt;
+    const auto items = boost::urls::parse_query(query);
+    if (!items)
+        return std::nullopt;
+    const auto item = items->find(name);
+    return item == items->end() || !item->has_value ? std::nullopt : percentDecoded(item->value);
 }
 
 std::optional<std::string> folderInDetail(std::string_view reply) {

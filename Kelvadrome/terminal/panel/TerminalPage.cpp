@@ -26,12 +26,10 @@ std::optional<std::string> pathIn(const std::string& address) {
     if (!parsed)
         return std::nullopt;
     boost::urls::url url(*parsed);
-    std::string path(url.encoded_path());
-    for (const auto item : url.params()) {
-        if (item.key != "shell")
-            path = withItem(path, item.key, item.value);
-    }
-    return path;
+    url.params().erase("shell");
+    if (url.encoded_query().empty())
+        url.remove_query();
+    return std::string(url.encoded_resource());
 }
 
 } // namespace
