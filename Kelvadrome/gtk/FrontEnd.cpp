@@ -15,10 +15,10 @@
 #include "Kelvadrome/platform/linux/core/PageTunnel.h"
 #include "Kelvadrome/platform/linux/core/Resources.h"
 #include "Kelvadrome/platform/linux/desk/DesktopApps.h"
+#include "Kelvadrome/platform/linux/desk/StatusNotifierItem.h"
 #include "Kelvadrome/platform/linux/session/FileReveal.h"
 #include "Kelvadrome/platform/linux/session/FreedesktopNotifications.h"
 #include "Kelvadrome/platform/linux/session/LauncherBadge.h"
-#include "Kelvadrome/platform/linux/session/SystemdAgentService.h"
 #include "KelvadromeKit/page/PageKey.h"
 #include "KelvadromeKit/support/Text.h"
 
@@ -165,7 +165,12 @@ private:
         addOrdinaryWindow(settings_->window());
         addOrdinaryWindow(*window_);
         screen_->attach(window_.get(), strip_.get(), setupHooks());
-        tray_ = std::make_unique<TrayIcon>(bus_, model_,
+        const auto makeItem = [this](std::vector<TrayItem::Pixmap> pixmaps, TrayItem::Presses presses) {
+            StatusNotifierItem::Icon icon{.themePath = iconDirectory(executablePath()).value_or("")};
+            icon.pixmaps = std::move(pixmaps);
+            return std::make_unique<StatusNotifierItem>(bus_, std::move(icon), std::move(presses));
+        };
+        tray_ = std::make_unique<TrayIcon>(makeItem, model_,
             TrayIcon::Presses{.panel = [this](auto place) { panel_->toggle(place); },
                 .settings = [this] { openSettings(std::nullopt); },
                 .quit = [this] { quit(); }});

@@ -3,7 +3,6 @@
 #include "Kelvadrome/gtk/parts/WindowHints.h"
 #include "Kelvadrome/gtk/tray/TrayImage.h"
 #include "Kelvadrome/model/MenuPanel.h"
-#include "Kelvadrome/platform/linux/core/Resources.h"
 #include "KelvadromeKit/attention/InboxLogic.h"
 
 #include <algorithm>
@@ -14,27 +13,26 @@ namespace {
 
 constexpr std::int64_t mostDrawn = 10; // all above look alike
 
-std::optional<std::pair<int, int>> place(const StatusNotifierItem::Press& press) {
+std::optional<std::pair<int, int>> place(const TrayItem::Press& press) {
     return press.x == 0 && press.y == 0 ? std::nullopt : std::optional(std::pair<int, int>(press.x, press.y));
 }
 
 } // namespace
 
-TrayIcon::TrayIcon(std::shared_ptr<SessionBus> bus, std::shared_ptr<AppModel> model, Presses presses)
+TrayIcon::TrayIcon(const MakeItem& makeItem, std::shared_ptr<AppModel> model, Presses presses)
     : model_(std::move(model)), presses_(std::move(presses)),
-      item_(std::move(bus),
-          {.themePath = iconDirectory(executablePath()).value_or(""), .pixmaps = trayImages(0)},
-          {.activate = [this](StatusNotifierItem::Press press) { openPanel(press); },
-              .secondary =
-                  [this](StatusNotifierItem::Press press) {
-                      WindowHints::useActivationToken(press.activationToken);
-                      model_->openMain("/");
-                  },
-              .contextMenu = [this](StatusNotifierItem::Press press) { openPanel(press); }}) {
+      item_(
+          makeItem(trayImages(0), {.activate = [this](TrayItem::Press press) { openPanel(press); },
+                                      .secondary =
+                                          [this](TrayItem::Press press) {
+                                              WindowHints::useActivationToken(press.activationToken);
+                                              model_->openMain("/");
+                                          },
+                                      .contextMenu = [this](TrayItem::Press press) { openPanel(press); }})) {
     show(model_->state());
 }
 
-void TrayIcon::openPanel(const StatusNotifierItem::Press& press) {
+void TrayIcon::openPanel(const TrayItem::Press& press) {
     WindowHints::useActivationToken(press.activationToken);
     presses_.panel(place(press));
 }
@@ -43,21 +41,21 @@ void TrayIcon::show(const AppState& state) {
     const auto count = std::clamp<std::int64_t>(needsYouCount(state), 0, mostDrawn);
     if (count != drawn_) {
         drawn_ = count;
-        images_ = count > 0 ? trayImages(count) : std::vector<StatusNotifierItem::Pixmap>();
+        images_ = count > 0 ? trayImages(count) : std::vector<TrayItem::Pixmap>();
     }
-    item_.show({.title = "kelvadrome",
+    item_->show({.title = "kelvadrome",
         .label = menuBarLabel(state).value_or(""),
         .tooltip = state.onboardingActive ? "Finish setup" : InboxLogic::cautionText(needsYouCount(state)),
-        .status = count > 0 ? StatusNotifierItem::Status::needsAttention : StatusNotifierItem::Status::active,
+        .status = count > 0 ? TrayItem::Status::needsAttention : TrayItem::Status::active,
         .pixmaps = images_});
-    item_.setMenu(menu(state));
+    item_->setMenu(menu(state));
 }
 
-std::vector<BusMenuEntry> TrayIcon::menu(const AppState& state) {
-    std::vector<BusMenuEntry> entries;
+std::vector<TrayMenuEntry> TrayIcon::menu(const AppState& state) {
+    std::vector<TrayMenuEntry> entries;
     const auto add = [&](std::int32_t id, std::string label, std::function<void()> act) {
         auto pressed = [this, act = std::move(act)] {
-            WindowHints::useActivationToken(item_.takeActivationToken());
+            WindowHints::useActivationToken(item_->takeActivationToken());
             act();
         };
         entries.push_back({.id = id, .label = std::move(label), .pressed = std::move(pressed)});

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "Kelvadrome/model/AppModel.h"
-#include "Kelvadrome/platform/linux/desk/StatusNotifierItem.h"
+#include "Kelvadrome/model/TrayItem.h"
 
 #include <functional>
 #include <memory>
@@ -19,21 +19,25 @@ public:
         std::function<void()> quit;
     };
 
-    TrayIcon(std::shared_ptr<SessionBus> bus, std::shared_ptr<AppModel> model, Presses presses);
+    /// Gives the item with its own pictures, for hosts that don't find the icon by its name.
+    using MakeItem =
+        std::function<std::unique_ptr<TrayItem>(std::vector<TrayItem::Pixmap>, TrayItem::Presses)>;
+
+    TrayIcon(const MakeItem& makeItem, std::shared_ptr<AppModel> model, Presses presses);
 
     void show(const AppState& state);
     /// Whether some tray shows it, as far as is known.
-    bool hosted() const { return item_.hosted(); }
+    bool hosted() const { return item_->hosted(); }
 
 private:
-    std::vector<BusMenuEntry> menu(const AppState& state);
-    void openPanel(const StatusNotifierItem::Press& press);
+    std::vector<TrayMenuEntry> menu(const AppState& state);
+    void openPanel(const TrayItem::Press& press);
 
     std::shared_ptr<AppModel> model_;
     Presses presses_;
-    StatusNotifierItem item_;
+    std::unique_ptr<TrayItem> item_;
     std::int64_t drawn_ = 0; // the count that `images_` show; none for 0, where the icon is its own
-    std::vector<StatusNotifierItem::Pixmap> images_;
+    std::vector<TrayItem::Pixmap> images_;
 };
 
 } // namespace kelvadrome

@@ -6,6 +6,7 @@
 #include <cairomm/context.h>
 #include <cairomm/surface.h>
 #include <cmath>
+#include <cstring>
 #include <numbers>
 #include <string>
 
@@ -71,7 +72,7 @@ void drawCount(const Context& cairo, std::int64_t count) {
     cairo->show_text(words);
 }
 
-StatusNotifierItem::Pixmap image(int size, std::int64_t count) {
+TrayItem::Pixmap image(int size, std::int64_t count) {
     const auto surface = Cairo::ImageSurface::create(Cairo::Surface::Format::ARGB32, size, size);
     const auto cairo = Cairo::Context::create(surface);
     cairo->scale(size / side, size / side);
@@ -79,14 +80,34 @@ StatusNotifierItem::Pixmap image(int size, std::int64_t count) {
     if (count > 0)
         drawCount(cairo, count);
     surface->flush();
-    return StatusNotifierItem::Pixmap::fromPremultiplied(
+    return fromPremultiplied(
         size, size, static_cast<std::size_t>(surface->get_stride()), surface->get_data());
 }
 
 } // namespace
 
-std::vector<StatusNotifierItem::Pixmap> trayImages(std::int64_t count) {
-    std::vector<StatusNotifierItem::Pixmap> images;
+TrayItem::Pixmap fromPremultiplied(
+    std::int32_t width, std::int32_t height, std::size_t stride, const unsigned char* pixels) {
+    TrayItem::Pixmap pixmap{width, height, {}};
+    pixmap.bytes.reserve(std::size_t(width) * std::size_t(height) * 4);
+    for (std::int32_t y = 0; y < height; ++y) {
+        for (std::int32_t x = 0; x < width; ++x) {
+            std::uint32_t pixel = 0;
+            std::memcpy(&pixel, pixels + std::size_t(y) * stride + std::size_t(x) * 4, sizeof pixel);
+            const auto alpha = pixel >> 24;
+            pixmap.bytes += static_cast<char>(alpha);
+            for (const int shift : {16, 8, 0}) {
+                const auto part = (pixel >> shift) & 0xff;
+                pixmap.bytes +=
+                    static_cast<char>(alpha == 0 ? 0 : std::min(255U, (part * 255 + alpha / 2) / alpha));
+            }
+        }
+    }
+    return pixmap;
+}
+
+std::vector<TrayItem::Pixmap> trayImages(std::int64_t count) {
+    std::vector<TrayItem::Pixmap> images;
     for (const int size : {22, 24, 32, 48})
         images.push_back(image(size, count));
     return images;

@@ -25,7 +25,7 @@ protected:
         return read("EventGroup", g_variant_new_parsed(events.c_str()), "(ai)");
     }
     /// What the reader is told of while these rows are put in the others' place.
-    std::vector<std::string> tellingOf(std::vector<BusMenuEntry> entries) {
+    std::vector<std::string> tellingOf(std::vector<TrayMenuEntry> entries) {
         std::vector<std::string> heard;
         const auto note = [&heard](GVariant* arguments) { heard.push_back(print(arguments)); };
         const auto properties = reader_->listen(peer, "ItemsPropertiesUpdated", "(a(ia{sv})a(ias))", note);
@@ -97,8 +97,8 @@ TEST_F(BusMenuTest, aPressMayChangeTheRowsOrEndTheMenu) {
 }
 
 TEST_F(BusMenuTest, aReaderIsToldOfWhatChanged) {
-    const BusMenuEntry open{.id = 1, .label = "Open"};
-    const BusMenuEntry strip{.id = 2, .label = "Strip", .checkable = true};
+    const TrayMenuEntry open{.id = 1, .label = "Open"};
+    const TrayMenuEntry strip{.id = 2, .label = "Strip", .checkable = true};
     EXPECT_THAT(tellingOf({open, strip}), ElementsAre("(2, 0)"));
     EXPECT_THAT(tellingOf({open, strip}), ElementsAre());
     auto checked = strip;

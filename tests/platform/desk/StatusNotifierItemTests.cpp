@@ -2,6 +2,7 @@
 
 #include "tests/support/bus/FakeTrayWatcher.h"
 
+#include <fmt/format.h>
 #include <gmock/gmock.h>
 
 namespace kelvadrome::test {
@@ -134,15 +135,6 @@ TEST_F(StatusNotifierItemTest, watchersHostsAndTheBusComeAndGo) {
     item->show({.label = "1"});
     item->setMenu({{.id = 1, .label = "Open"}});
     EXPECT_THAT(told, ElementsAre(true, false, true, false, true, false));
-}
-
-TEST(StatusNotifierPixmap, premultipliedPixelsBecomeStraightOnesInNetworkOrder) {
-    const std::uint32_t rows[] = {0x80402000, 0xff010203, 0xdeadbeef, // the third is padding
-        0x00000000, 0x01010101, 0xdeadbeef};
-    const auto pixmap =
-        StatusNotifierItem::Pixmap::fromPremultiplied(2, 2, 12, reinterpret_cast<const unsigned char*>(rows));
-    const std::string expected("\x80\x80\x40\x00\xff\x01\x02\x03\x00\x00\x00\x00\x01\xff\xff\xff", 16);
-    EXPECT_EQ(pixmap, (StatusNotifierItem::Pixmap{2, 2, expected}));
 }
 
 } // namespace

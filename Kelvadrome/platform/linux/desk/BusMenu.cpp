@@ -2,34 +2,12 @@
 
 #include "KelvadromeKit/support/Text.h"
 
+#include <TrayBus.h>
 #include <algorithm>
 
 namespace kelvadrome {
 
 namespace {
-
-constexpr const char* interface = "com.canonical.dbusmenu";
-constexpr const char* xml = R"xml(<node><interface name="com.canonical.dbusmenu">
-<property name="Version" type="u" access="read"/>
-<property name="TextDirection" type="s" access="read"/>
-<property name="Status" type="s" access="read"/>
-<property name="IconThemePath" type="as" access="read"/>
-<method name="GetLayout"><arg type="i" direction="in"/><arg type="i" direction="in"/>
-  <arg type="as" direction="in"/><arg type="u" direction="out"/><arg type="(ia{sv}av)" direction="out"/></method>
-<method name="GetGroupProperties"><arg type="ai" direction="in"/><arg type="as" direction="in"/>
-  <arg type="a(ia{sv})" direction="out"/></method>
-<method name="GetProperty"><arg type="i" direction="in"/><arg type="s" direction="in"/>
-  <arg type="v" direction="out"/></method>
-<method name="Event"><arg type="i" direction="in"/><arg type="s" direction="in"/><arg type="v" direction="in"/>
-  <arg type="u" direction="in"/></method>
-<method name="EventGroup"><arg type="a(isvu)" direction="in"/><arg type="ai" direction="out"/></method>
-<method name="AboutToShow"><arg type="i" direction="in"/><arg type="b" direction="out"/></method>
-<method name="AboutToShowGroup"><arg type="ai" direction="in"/><arg type="ai" direction="out"/>
-  <arg type="ai" direction="out"/></method>
-<signal name="ItemsPropertiesUpdated"><arg type="a(ia{sv})"/><arg type="a(ias)"/></signal>
-<signal name="LayoutUpdated"><arg type="u"/><arg type="i"/></signal>
-<signal name="ItemActivationRequested"><arg type="i"/><arg type="u"/></signal>
-</interface></node>)xml";
 
 constexpr std::int32_t root = 0;
 
@@ -38,16 +16,8 @@ struct Builder : GVariantBuilder {
     GVariant* end() { return g_variant_builder_end(this); }
 };
 
-/// What the words of a request stand for; none stand for all.
-std::set<std::string> namesIn(GVariant* list) {
-    std::set<std::string> names;
-    GVariantIter iterator;
-    g_variant_iter_init(&iterator, list);
-    const char* name = nullptr;
-    while (g_variant_iter_next(&iterator, "&s", &name))
-        names.insert(name);
-    return names;
-}
+/// Of the properties that a request names; none stand for all.
+using Names = const char* const*;
 
 std::vector<std::int32_t> idsIn(GVariant* list) {
     std::vector<std::int32_t> ids(g_variant_n_children(list));
@@ -65,16 +35,16 @@ GVariant* toVariant(const std::variant<bool, std::int32_t, std::string>& value) 
 }
 
 template <class Properties>
-GVariant* dictionary(const Properties& properties, const std::set<std::string>& names) {
+GVariant* dictionary(const Properties& properties, Names names) {
     Builder builder("a{sv}");
     for (const auto& [name, value] : properties) {
-        if (names.empty() || names.contains(name))
+        if (!names || !*names || g_strv_contains(names, name.c_str()))
             g_variant_builder_add(&builder, "{sv}", name.c_str(), toVariant(value));
     }
     return builder.end();
 }
 
-/// What a property is that isn't told.
+/// What a reader takes for granted where a row doesn't tell the property.
 GVariant* standardValue(const std::string& name) {
     if (name == "type")
         return g_variant_new_string("standard");
@@ -90,22 +60,21 @@ GVariant* standardValue(const std::string& name) {
 } // namespace
 
 BusMenu::BusMenu(std::shared_ptr<SessionBus> bus, std::string path)
-    : bus_(std::move(bus)), path_(std::move(path)) {
-    served_ = bus_->serve(path_.c_str(), xml,
-        {.call = [this](const std::string& method, GVariant* arguments) { return answer(method, arguments); },
-            .property = [](const std::string& name) -> GVariant* {
-                if (name == "Version")
-                    return g_variant_new_uint32(3);
-                if (name == "IconThemePath")
-                    return g_variant_new_strv(nullptr, 0);
-                return g_variant_new_string(name == "Status" ? "normal" : "ltr");
-            }});
+    : bus_(std::move(bus)), path_(std::move(path)), skeleton_(kd_tray_menu_skeleton_new()) {
+    auto* const menu = skeleton_.get();
+    kd_tray_menu_set_version(menu, 3);
+    kd_tray_menu_set_text_direction(menu, "ltr");
+    kd_tray_menu_set_status(menu, "normal");
+    const char* const noPaths[] = {nullptr};
+    kd_tray_menu_set_icon_theme_path(menu, noPaths);
+    answerReaders();
+    served_ = bus_->serve(path_.c_str(), G_DBUS_INTERFACE_SKELETON(menu));
 }
 
 BusMenu::~BusMenu() = default;
 
 /// Those that differ from what every reader takes for granted.
-BusMenu::Properties BusMenu::properties(const BusMenuEntry& entry) {
+BusMenu::Properties BusMenu::properties(const TrayMenuEntry& entry) {
     if (entry.separator)
         return {{"type", std::string("separator")}};
     Properties properties{{"label", Text::replaceAll(entry.label, "_", "__")}}; // one marks an access key
@@ -118,18 +87,18 @@ BusMenu::Properties BusMenu::properties(const BusMenuEntry& entry) {
     return properties;
 }
 
-void BusMenu::show(std::vector<BusMenuEntry> entries) {
+void BusMenu::show(std::vector<TrayMenuEntry> entries) {
     const auto before = std::exchange(entries_, std::move(entries));
     announce(before);
 }
 
 /// Readers keep what they know of a row as long as its id stays: new rows come with the layout, changes of
 /// old ones by themselves.
-void BusMenu::announce(const std::vector<BusMenuEntry>& before) {
+void BusMenu::announce(const std::vector<TrayMenuEntry>& before) {
     Builder changed("a(ia{sv})");
     Builder removed("a(ias)");
     for (const auto& entry : entries_) {
-        const auto old = std::ranges::find(before, entry.id, &BusMenuEntry::id);
+        const auto old = std::ranges::find(before, entry.id, &TrayMenuEntry::id);
         if (old == before.end())
             continue;
         auto is = properties(entry);
@@ -146,90 +115,70 @@ void BusMenu::announce(const std::vector<BusMenuEntry>& before) {
         if (g_variant_n_children(names.get()) > 0)
             g_variant_builder_add(&removed, "(i@as)", entry.id, names.get());
         if (!is.empty())
-            g_variant_builder_add(&changed, "(i@a{sv})", entry.id, dictionary(is, {}));
+            g_variant_builder_add(&changed, "(i@a{sv})", entry.id, dictionary(is, nullptr));
     }
     const OwnedVariant more(g_variant_ref_sink(changed.end()));
     const OwnedVariant less(g_variant_ref_sink(removed.end()));
     if (g_variant_n_children(more.get()) + g_variant_n_children(less.get()) > 0) {
-        bus_->emit(path_.c_str(), interface, "ItemsPropertiesUpdated",
-            g_variant_new("(@a(ia{sv})@a(ias))", more.get(), less.get()));
+        kd_tray_menu_emit_items_properties_updated(skeleton_.get(), more.get(), less.get());
     }
-    if (!std::ranges::equal(before, entries_, {}, &BusMenuEntry::id, &BusMenuEntry::id)) {
+    if (!std::ranges::equal(before, entries_, {}, &TrayMenuEntry::id, &TrayMenuEntry::id)) {
         ++revision_;
-        bus_->emit(path_.c_str(), interface, "LayoutUpdated", g_variant_new("(ui)", revision_, root));
+        kd_tray_menu_emit_layout_updated(skeleton_.get(), revision_, root);
     }
 }
 
-GVariant* BusMenu::answer(const std::string& method, GVariant* arguments) {
-    std::int32_t id = 0;
-    if (method == "GetLayout") {
-        std::int32_t depth = 0;
-        GVariant* raw = nullptr;
-        g_variant_get(arguments, "(ii@as)", &id, &depth, &raw);
-        const OwnedVariant names(raw);
-        return layout(id, depth, raw);
-    }
-    if (method == "GetGroupProperties") {
-        const OwnedVariant ids(g_variant_get_child_value(arguments, 0));
-        const OwnedVariant names(g_variant_get_child_value(arguments, 1));
-        return groupProperties(ids.get(), names.get());
-    }
-    if (method == "GetProperty") {
-        const char* name = nullptr;
-        g_variant_get(arguments, "(i&s)", &id, &name);
-        return property(id, name);
-    }
-    if (method == "Event") {
-        const char* event = nullptr;
-        g_variant_get(arguments, "(i&svu)", &id, &event, nullptr, nullptr);
+void BusMenu::answerReaders() {
+    const auto on = [this](const char* signal, auto method) {
+        SessionBus::onCall(skeleton_.get(), signal, std::function(std::move(method)));
+    };
+    on("handle-get-layout",
+        [this](int parent, int depth, Names names) { return layout(parent, depth, names); });
+    on("handle-get-group-properties",
+        [this](GVariant* ids, Names names) { return groupProperties(ids, names); });
+    on("handle-get-property", [this](int id, const char* name) { return property(id, name); });
+    on("handle-event", [this](int id, const char* event, GVariant*, unsigned) -> GVariant* {
         press(id, event);
         return nullptr;
-    }
-    if (method == "EventGroup") {
-        const OwnedVariant events(g_variant_get_child_value(arguments, 0));
-        return pressAll(events.get());
-    }
+    });
+    on("handle-event-group", [this](GVariant* events) { return pressAll(events); });
     // The rows are always as they should be, so nothing has to be made ready.
-    if (method == "AboutToShow")
-        return g_variant_new("(b)", FALSE);
-    return g_variant_new("(@ai@ai)", g_variant_new_array(G_VARIANT_TYPE_INT32, nullptr, 0),
-        g_variant_new_array(G_VARIANT_TYPE_INT32, nullptr, 0));
+    on("handle-about-to-show", [](int) { return g_variant_new("(b)", FALSE); });
+    on("handle-about-to-show-group", [](GVariant*) { return g_variant_new_parsed("(@ai [], @ai [])"); });
 }
 
 std::optional<BusMenu::Properties> BusMenu::find(std::int32_t id) const {
     if (id == root)
         return Properties{{"children-display", std::string("submenu")}};
-    const auto entry = std::ranges::find(entries_, id, &BusMenuEntry::id);
+    const auto entry = std::ranges::find(entries_, id, &TrayMenuEntry::id);
     return entry == entries_.end() ? std::nullopt : std::optional(properties(*entry));
 }
 
-GVariant* BusMenu::layout(std::int32_t parent, std::int32_t depth, GVariant* names) const {
+GVariant* BusMenu::layout(std::int32_t parent, std::int32_t depth, const char* const* names) const {
     const auto found = find(parent);
     if (!found)
         throw SessionBus::Refusal("no such row");
-    const auto wanted = namesIn(names);
     Builder children("av");
     if (parent == root && depth != 0) {
         for (const auto& entry : entries_) {
             g_variant_builder_add(&children, "v",
-                g_variant_new("(i@a{sv}av)", entry.id, dictionary(properties(entry), wanted), nullptr));
+                g_variant_new("(i@a{sv}av)", entry.id, dictionary(properties(entry), names), nullptr));
         }
     }
-    return g_variant_new("(u(i@a{sv}@av))", revision_, parent, dictionary(*found, wanted), children.end());
+    return g_variant_new("(u(i@a{sv}@av))", revision_, parent, dictionary(*found, names), children.end());
 }
 
-GVariant* BusMenu::groupProperties(GVariant* ids, GVariant* names) const {
+GVariant* BusMenu::groupProperties(GVariant* ids, const char* const* names) const {
     auto wanted = idsIn(ids);
     if (wanted.empty()) {
         wanted.push_back(root);
         for (const auto& entry : entries_)
             wanted.push_back(entry.id);
     }
-    const auto named = namesIn(names);
     Builder builder("a(ia{sv})");
     for (const auto id : wanted) {
         if (const auto found = find(id))
-            g_variant_builder_add(&builder, "(i@a{sv})", id, dictionary(*found, named));
+            g_variant_builder_add(&builder, "(i@a{sv})", id, dictionary(*found, names));
     }
     return g_variant_new("(@a(ia{sv}))", builder.end());
 }
@@ -245,7 +194,7 @@ GVariant* BusMenu::property(std::int32_t id, const std::string& name) const {
 void BusMenu::press(std::int32_t id, const std::string& event) {
     if (!find(id))
         throw SessionBus::Refusal("no such row");
-    const auto entry = std::ranges::find(entries_, id, &BusMenuEntry::id);
+    const auto entry = std::ranges::find(entries_, id, &TrayMenuEntry::id);
     if (event != "clicked" || entry == entries_.end() || !entry->enabled || entry->separator)
         return;
     if (const auto pressed = entry->pressed) // a copy: it may show other rows

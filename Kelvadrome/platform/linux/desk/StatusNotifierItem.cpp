@@ -1,8 +1,9 @@
 #include "Kelvadrome/platform/linux/desk/StatusNotifierItem.h"
 
+#include "KelvadromeKit/support/Text.h"
+
+#include <TrayBus.h>
 #include <atomic>
-#include <bit>
-#include <cstring>
 #include <unistd.h>
 
 namespace kelvadrome {
@@ -11,41 +12,11 @@ namespace {
 
 constexpr const char* path = "/StatusNotifierItem";
 constexpr const char* menuPath = "/StatusNotifierItem/Menu";
-constexpr const char* interface = "org.kde.StatusNotifierItem";
 constexpr const char* watcherName = "org.kde.StatusNotifierWatcher";
 constexpr SessionBus::Peer watcherPeer{watcherName, "/StatusNotifierWatcher", watcherName};
 constexpr SessionBus::Peer watcherProperties{
     watcherName, "/StatusNotifierWatcher", "org.freedesktop.DBus.Properties"};
 constexpr SessionBus::Peer busPeer{"org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus"};
-
-constexpr const char* xml = R"xml(<node><interface name="org.kde.StatusNotifierItem">
-<property name="Category" type="s" access="read"/>
-<property name="Id" type="s" access="read"/>
-<property name="Title" type="s" access="read"/>
-<property name="Status" type="s" access="read"/>
-<property name="WindowId" type="i" access="read"/>
-<property name="IconThemePath" type="s" access="read"/>
-<property name="IconName" type="s" access="read"/>
-<property name="IconPixmap" type="a(iiay)" access="read"/>
-<property name="OverlayIconName" type="s" access="read"/>
-<property name="OverlayIconPixmap" type="a(iiay)" access="read"/>
-<property name="AttentionIconName" type="s" access="read"/>
-<property name="AttentionIconPixmap" type="a(iiay)" access="read"/>
-<property name="AttentionMovieName" type="s" access="read"/>
-<property name="ToolTip" type="(sa(iiay)ss)" access="read"/>
-<property name="ItemIsMenu" type="b" access="read"/>
-<property name="Menu" type="o" access="read"/>
-<property name="XAyatanaLabel" type="s" access="read"/>
-<property name="XAyatanaLabelGuide" type="s" access="read"/>
-<method name="ContextMenu"><arg type="i" direction="in"/><arg type="i" direction="in"/></method>
-<method name="Activate"><arg type="i" direction="in"/><arg type="i" direction="in"/></method>
-<method name="SecondaryActivate"><arg type="i" direction="in"/><arg type="i" direction="in"/></method>
-<method name="Scroll"><arg type="i" direction="in"/><arg type="s" direction="in"/></method>
-<method name="ProvideXdgActivationToken"><arg type="s" direction="in"/></method>
-<signal name="NewTitle"/><signal name="NewIcon"/><signal name="NewAttentionIcon"/><signal name="NewOverlayIcon"/>
-<signal name="NewToolTip"/><signal name="NewMenu"/><signal name="NewStatus"><arg type="s"/></signal>
-<signal name="XAyatanaNewLabel"><arg type="s"/><arg type="s"/></signal>
-</interface></node>)xml";
 
 const char* word(StatusNotifierItem::Status status) {
     using enum StatusNotifierItem::Status;
@@ -72,37 +43,24 @@ GVariant* toVariant(const std::vector<StatusNotifierItem::Pixmap>& pixmaps) {
 
 std::string nextOwnName() {
     static std::atomic<int> count = 0;
-    return std::string(interface) + "-" + std::to_string(getpid()) + "-" + std::to_string(++count);
+    return "org.kde.StatusNotifierItem-" + std::to_string(getpid()) + "-" + std::to_string(++count);
 }
 
 } // namespace
 
-StatusNotifierItem::Pixmap StatusNotifierItem::Pixmap::fromPremultiplied(
-    std::int32_t width, std::int32_t height, std::size_t stride, const unsigned char* pixels) {
-    Pixmap pixmap{width, height, {}};
-    pixmap.bytes.reserve(std::size_t(width) * std::size_t(height) * 4);
-    for (std::int32_t y = 0; y < height; ++y) {
-        for (std::int32_t x = 0; x < width; ++x) {
-            std::uint32_t pixel = 0;
-            std::memcpy(&pixel, pixels + std::size_t(y) * stride + std::size_t(x) * 4, sizeof pixel);
-            const auto alpha = pixel >> 24;
-            pixmap.bytes += static_cast<char>(alpha);
-            for (const int shift : {16, 8, 0}) {
-                const auto part = (pixel >> shift) & 0xff;
-                pixmap.bytes +=
-                    static_cast<char>(alpha == 0 ? 0 : std::min(255U, (part * 255 + alpha / 2) / alpha));
-            }
-        }
-    }
-    return pixmap;
-}
-
 StatusNotifierItem::StatusNotifierItem(std::shared_ptr<SessionBus> bus, Icon icon, Presses presses)
     : bus_(std::move(bus)), icon_(std::move(icon)), presses_(std::move(presses)), menu_(bus_, menuPath),
-      ownName_(nextOwnName()) {
-    served_ = bus_->serve(path, xml,
-        {.call = [this](const std::string& method, GVariant* arguments) { return answer(method, arguments); },
-            .property = [this](const std::string& name) { return property(name); }});
+      ownName_(nextOwnName()), skeleton_(kd_tray_item_skeleton_new()) {
+    auto* const item = skeleton_.get();
+    kd_tray_item_set_category(item, "ApplicationStatus");
+    kd_tray_item_set_id(item, "com.kelvadrome.mac");
+    kd_tray_item_set_icon_name(item, icon_.name.c_str());
+    kd_tray_item_set_icon_theme_path(item, Text::repairUTF8(icon_.themePath).c_str());
+    kd_tray_item_set_overlay_icon_pixmap(item, toVariant({}));
+    kd_tray_item_set_menu(item, menuPath);
+    describe();
+    answerPresses();
+    served_ = bus_->serve(path, G_DBUS_INTERFACE_SKELETON(item));
     for (const char* signal : {"StatusNotifierHostRegistered", "StatusNotifierHostUnregistered"}) {
         listening_.push_back(bus_->listen(watcherPeer, signal, "()", [this](GVariant*) { hostsChanged(); }));
     }
@@ -118,74 +76,56 @@ StatusNotifierItem::~StatusNotifierItem() {
 
 void StatusNotifierItem::show(State state) {
     const auto before = std::exchange(state_, std::move(state));
-    const auto changed = [&](const char* signal, GVariant* arguments = nullptr) {
-        bus_->emit(path, interface, signal, arguments);
-    };
+    describe();
+    auto* const item = skeleton_.get();
     if (before.title != state_.title)
-        changed("NewTitle");
+        kd_tray_item_emit_new_title(item);
     if (before.title != state_.title || before.tooltip != state_.tooltip)
-        changed("NewToolTip");
+        kd_tray_item_emit_new_tool_tip(item);
     if (before.label != state_.label)
-        changed("XAyatanaNewLabel", g_variant_new("(@s@s)", busText(state_.label), busText("")));
+        kd_tray_item_emit_new_label(item, kd_tray_item_get_label(item), "");
     if (before.status != state_.status)
-        changed("NewStatus", g_variant_new("(s)", word(state_.status)));
+        kd_tray_item_emit_new_status(item, word(state_.status));
     if (before.pixmaps != state_.pixmaps) {
-        changed("NewIcon");
-        changed("NewAttentionIcon");
+        kd_tray_item_emit_new_icon(item);
+        kd_tray_item_emit_new_attention_icon(item);
     }
 }
 
-GVariant* StatusNotifierItem::property(const std::string& name) const {
-    if (name == "Category")
-        return g_variant_new_string("ApplicationStatus");
-    if (name == "Id")
-        return g_variant_new_string("com.kelvadrome.mac");
-    if (name == "Title")
-        return busText(state_.title);
-    if (name == "Status")
-        return g_variant_new_string(word(state_.status));
-    if (name == "WindowId")
-        return g_variant_new_int32(0);
-    if (name == "IconThemePath")
-        return busText(icon_.themePath);
-    if (name == "IconName" || (name == "AttentionIconName" && state_.pixmaps.empty()))
-        return busText(icon_.name);
-    if (name == "IconPixmap" || name == "AttentionIconPixmap")
-        return toVariant(state_.pixmaps.empty() ? icon_.pixmaps : state_.pixmaps);
-    if (name == "OverlayIconPixmap")
-        return toVariant({});
-    if (name == "ToolTip") {
-        return g_variant_new("(s@a(iiay)@s@s)", "", toVariant({}), busText(state_.title),
-            busText(markupEscaped(state_.tooltip)));
-    }
-    if (name == "ItemIsMenu")
-        return g_variant_new_boolean(FALSE);
-    if (name == "Menu")
-        return g_variant_new_object_path(menuPath);
-    if (name == "XAyatanaLabel")
-        return busText(state_.label);
-    return g_variant_new_string(""); // what this item never has
+/// Puts the state into what hosts read.
+void StatusNotifierItem::describe() {
+    auto* const item = skeleton_.get();
+    kd_tray_item_set_title(item, Text::repairUTF8(state_.title).c_str());
+    kd_tray_item_set_status(item, word(state_.status));
+    kd_tray_item_set_label(item, Text::repairUTF8(state_.label).c_str());
+    kd_tray_item_set_tool_tip(item, g_variant_new("(s@a(iiay)@s@s)", "", toVariant({}), busText(state_.title),
+                                        busText(markupEscaped(state_.tooltip))));
+    const bool drawn = !state_.pixmaps.empty();
+    kd_tray_item_set_icon_pixmap(item, toVariant(drawn ? state_.pixmaps : icon_.pixmaps));
+    kd_tray_item_set_attention_icon_pixmap(item, toVariant(drawn ? state_.pixmaps : icon_.pixmaps));
+    kd_tray_item_set_attention_icon_name(item, drawn ? "" : icon_.name.c_str());
 }
 
-GVariant* StatusNotifierItem::answer(const std::string& method, GVariant* arguments) {
-    if (method == "ProvideXdgActivationToken") {
-        const char* token = nullptr;
-        g_variant_get(arguments, "(&s)", &token);
-        activationToken_ = token;
-        return nullptr;
+void StatusNotifierItem::answerPresses() {
+    using Pressed = std::function<void(Press)> Presses::*;
+    for (const auto& [signal, which] :
+        {std::pair<const char*, Pressed>("handle-activate", &Presses::activate),
+            {"handle-secondary-activate", &Presses::secondary},
+            {"handle-context-menu", &Presses::contextMenu}}) {
+        SessionBus::onCall(skeleton_.get(), signal, std::function([this, which](int x, int y) -> GVariant* {
+            const auto pressed = presses_.*which; // a copy: the press may end this item
+            if (pressed)
+                pressed({x, y, takeActivationToken()});
+            return nullptr;
+        }));
     }
-    if (method == "Scroll")
-        return nullptr;
-    Press press;
-    g_variant_get(arguments, "(ii)", &press.x, &press.y);
-    press.activationToken = takeActivationToken();
-    // A copy: the press may end this item.
-    const auto pressed = method == "Activate"            ? presses_.activate
-                         : method == "SecondaryActivate" ? presses_.secondary
-                                                         : presses_.contextMenu;
-    if (pressed)
-        pressed(std::move(press));
-    return nullptr;
+    SessionBus::onCall(skeleton_.get(), "handle-scroll",
+        std::function([](int, const char*) -> GVariant* { return nullptr; }));
+    SessionBus::onCall(skeleton_.get(), "handle-provide-xdg-activation-token",
+        std::function([this](const char* token) -> GVariant* {
+            activationToken_ = token;
+            return nullptr;
+        }));
 }
 
 void StatusNotifierItem::watcherChanged(const std::string& owner) {

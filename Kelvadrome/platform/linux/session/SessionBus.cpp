@@ -54,24 +54,7 @@ void answerCall(GDBusConnection*, const char*, const char*, const char*, const c
     GVariant* arguments, GDBusMethodInvocation* invocation, gpointer kept) {
     // Its own copy: the method may end what it belongs to.
     const auto object = *static_cast<std::shared_ptr<SessionBus::Object>*>(kept);
-    OwnedVariant answer;
-    std::optional<std::string> refused;
-    guarded([&] {
-        refused = "failed";
-        try {
-            if (auto* const value = object->call(method, arguments))
-                answer.reset(g_variant_take_ref(value));
-            refused.reset();
-        } catch (const SessionBus::Refusal& refusal) {
-            refused = refusal.what();
-        }
-    });
-    if (refused) {
-        g_dbus_method_invocation_return_error_literal(
-            invocation, G_DBUS_ERROR, G_DBUS_ERROR_INVALID_ARGS, refused->c_str());
-        return;
-    }
-    g_dbus_method_invocation_return_value(invocation, answer.get());
+    SessionBus::answer(invocation, [&] { return object->call(method, arguments); });
 }
 
 GVariant* readProperty(GDBusConnection*, const char*, const char*, const char*, const char* name,
@@ -187,6 +170,40 @@ Subscription SessionBus::serve(const char* path, const char* xml, Object object)
     return Subscription([connection = connection_, registration] {
         g_dbus_connection_unregister_object(connection.get(), registration);
     });
+}
+
+Subscription SessionBus::serve(const char* path, GDBusInterfaceSkeleton* skeleton) {
+    GError* raw = nullptr;
+    if (!connection_ || !g_dbus_interface_skeleton_export(skeleton, connection_.get(), path, &raw)) {
+        if (const OwnedError error(raw); error)
+            logLine(std::string("session bus: ") + path + ": " + error->message);
+        return {};
+    }
+    g_object_ref(skeleton);
+    return Subscription([kept = std::shared_ptr<GDBusInterfaceSkeleton>(skeleton, &g_object_unref)] {
+        g_dbus_interface_skeleton_unexport(kept.get());
+    });
+}
+
+void SessionBus::answer(GDBusMethodInvocation* invocation, const std::function<GVariant*()>& method) {
+    OwnedVariant answer;
+    std::optional<std::string> refused;
+    guarded([&] {
+        refused = "failed";
+        try {
+            if (auto* const value = method())
+                answer.reset(g_variant_take_ref(value));
+            refused.reset();
+        } catch (const Refusal& refusal) {
+            refused = refusal.what();
+        }
+    });
+    if (refused) {
+        g_dbus_method_invocation_return_error_literal(
+            invocation, G_DBUS_ERROR, G_DBUS_ERROR_INVALID_ARGS, refused->c_str());
+        return;
+    }
+    g_dbus_method_invocation_return_value(invocation, answer.get());
 }
 
 void SessionBus::emit(const char* path, const char* interface, const char* signal, GVariant* arguments) {

@@ -72,6 +72,28 @@ public:
 
     /// Offers the one interface that `xml` describes at `path`.
     [[nodiscard]] Subscription serve(const char* path, const char* xml, Object object);
+    /// Offers what gdbus-codegen made of an interface; `onCall` connects its methods.
+    [[nodiscard]] Subscription serve(const char* path, GDBusInterfaceSkeleton* skeleton);
+    /// `signal` is "handle-" and the method's name. The arguments live as long as the call of `method`, which
+    /// gives a tuple, or null for an empty one, or throws Refusal. It may end the skeleton.
+    template <class... Arguments>
+    static void onCall(gpointer skeleton, const char* signal, std::function<GVariant*(Arguments...)> method) {
+        using Method = std::function<GVariant*(Arguments...)>;
+        struct Handler {
+            static gboolean call(
+                gpointer, GDBusMethodInvocation* invocation, Arguments... arguments, gpointer kept) {
+                answer(invocation, [&] { return (*static_cast<Method*>(kept))(arguments...); });
+                return TRUE;
+            }
+            static void free(gpointer kept, GClosure*) {
+                const std::unique_ptr<Method> owner(static_cast<Method*>(kept));
+            }
+        };
+        g_signal_connect_data(skeleton, signal, G_CALLBACK(&Handler::call),
+            std::make_unique<Method>(std::move(method)).release(), &Handler::free, GConnectFlags(0));
+    }
+    static void answer(GDBusMethodInvocation* invocation, const std::function<GVariant*()>& method);
+
     void emit(const char* path, const char* interface, const char* signal, GVariant* arguments);
 
 private:
