@@ -101,13 +101,17 @@ AppModel::Dependencies LocalHub::modelDependencies() const {
         .finishDelivery = [deliver = deliver] { return deliver->finish(longestDelivery); }};
 }
 
+std::string LocalHub::allowLoginItem() {
+    return std::string("systemctl --user unmask ") + SystemdAgentService::unitName;
+}
+
 SettingsFacts::Place LocalHub::settingsPlace(bool windowsObey) const {
     SettingsFacts::Place place{.dataHome = env.home,
         .socket = env.socketPath(),
         .settingsFile = FileDefaults::standardPath(environment),
         .executable = executablePath(),
         .version = KELVADROME_VERSION,
-        .allowLoginItem = std::string("systemctl --user unmask ") + SystemdAgentService::unitName,
+        .allowLoginItem = allowLoginItem(),
         .ownHome = !env.isStandard(),
         .windowsObey = windowsObey,
         .mayNotify = flags.notifications,

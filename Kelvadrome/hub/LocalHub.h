@@ -31,6 +31,9 @@ public:
     /// What the settings tell of this machine; `windowsObey` is the display's to say.
     SettingsFacts::Place settingsPlace(bool windowsObey) const;
 
+    /// The command that lifts a mask from the background service.
+    static std::string allowLoginItem();
+
     const Executor executor;
     BackgroundPool& pool;
     const std::shared_ptr<Clock> clock = std::make_shared<SystemClock>();

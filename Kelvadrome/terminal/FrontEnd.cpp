@@ -74,6 +74,7 @@ public:
             .board = board_,
             .host = host_,
             .page = page_,
+            .allowLoginItem = LocalHub::allowLoginItem(),
             .quit = [this](QuitWish wish) { quit(wish); }});
     }
 

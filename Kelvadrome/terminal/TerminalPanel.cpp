@@ -1,7 +1,5 @@
 #include "Kelvadrome/terminal/TerminalPanel.h"
 
-#include "Kelvadrome/platform/linux/session/SystemdAgentService.h"
-
 #include <csignal>
 #include <fcntl.h>
 
@@ -120,8 +118,7 @@ void TerminalPanel::perform(PanelCommand command) {
         return model.openOnboarding(false);
     case Kind::openLoginItems:
         return with_.board->setNote(
-            std::string("The background service is masked. \"systemctl --user unmask ") +
-            SystemdAgentService::unitName + "\" allows it.");
+            "The background service is masked. \"" + with_.allowLoginItem + "\" allows it.");
     case Kind::copyLink:
         if (const auto& link = with_.board->extras().link; link && !link->url.empty()) {
             with_.host->copyText(link->url);

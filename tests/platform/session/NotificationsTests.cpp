@@ -1,7 +1,8 @@
+#include "Kelvadrome/model/Notifier.h"
 #include "Kelvadrome/platform/linux/session/FreedesktopNotifications.h"
 
-#include "tests/support/bus/FakeNotificationServer.h"
 #include "tests/support/TemporaryFolder.h"
+#include "tests/support/bus/FakeNotificationServer.h"
 
 #include <gmock/gmock.h>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Kelvadrome/model/Notifier.h"
+#include "Kelvadrome/model/NotificationCenter.h"
 #include "Kelvadrome/platform/linux/session/SessionBus.h"
 
 #include <cstdint>

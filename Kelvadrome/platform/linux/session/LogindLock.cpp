@@ -1,6 +1,6 @@
 #include "Kelvadrome/platform/linux/session/LogindLock.h"
 
-#include "Kelvadrome/platform/linux/session/GLibOwned.h"
+#include "Kelvadrome/glib/GLibOwned.h"
 
 #include <string>
 #include <string_view>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Kelvadrome/platform/linux/session/GLibOwned.h"
+#include "Kelvadrome/glib/GLibOwned.h"
 #include "KelvadromeKit/support/Observation.h"
 
 #include <functional>
