@@ -1,10 +1,12 @@
 // Stands in a pane and writes down every byte that it reads, and as whom. What the process table calls it is
-// the name of its file, and its folder holds it under other names too.
-//   NAME LOG WHO agent [FOLDER MARKED]  echoes like an agent's prompt, in raw mode; with FOLDER it first asks
-//   whether
-//                                       that can be trusted, with the option "exit" or "trust" marked
-//   NAME LOG WHO shell PROGRAM WORD...  runs the program in the terminal's foreground, and reads when that
-//   ends or stops NAME LOG WHO reader                 only reads
+// the name of its file, and its folder holds it under other names too. In raw mode, but for "silent":
+//   NAME LOG WHO agent [FOLDER MARKED]  echoes like an agent's prompt; with FOLDER it first asks whether that
+//                                       can be trusted, with the option "exit" or "trust" marked
+//   NAME LOG WHO shell PROGRAM WORD...  runs the program in the foreground, and reads when that ends or stops
+//   NAME LOG WHO reader                 only reads
+//   NAME LOG WHO menu                   shows a choice and draws nothing of what is typed
+//   NAME LOG WHO silent                 leaves the line to the terminal, which hides it: a password prompt
+//   NAME                                waits for its end
 // The log has a line for each event: WHO PID EVENT [WORD] NANOSECONDS, where EVENT is ready, read, chose or
 // unable.
 
@@ -59,8 +61,8 @@ pid_t forkAs(pid_t pid) {
 class Recorder {
 public:
     explicit Recorder(Words words)
-        : words_(std::move(words)), folder_(words_[0].substr(0, words_[0].rfind('/') + 1)), who_(words_[2]),
-          log_(::open(words_[1].c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600)) {
+        : words_(std::move(words)), role_(words_[3]), folder_(words_[0].substr(0, words_[0].rfind('/') + 1)),
+          who_(words_[2]), log_(::open(words_[1].c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600)) {
         sigset_t heard;
         ::sigemptyset(&heard);
         ::sigaddset(&heard, orderSignal());
@@ -73,13 +75,12 @@ public:
     }
 
     int run() {
-        const auto& role = words_[3];
-        if (role == "shell") {
+        if (role_ == "shell") {
             startJob(Words(words_.begin() + 4, words_.end()));
         } else {
             asks_ = words_.size() > 4;
             trust_ = asks_ && words_[5] == "trust";
-            open(role == "agent");
+            open();
         }
         while (true) {
             pollfd both[]{{signals_.get(), POLLIN, 0}, {STDIN_FILENO, POLLIN, 0}};
@@ -103,14 +104,18 @@ private:
     }
 
     /// Begins to read. What was typed before is not thrown away: the worst that the next reader can do.
-    void open(bool draws) {
+    void open() {
         termios mode{};
         ::tcgetattr(STDIN_FILENO, &mode);
-        ::cfmakeraw(&mode);
+        if (role_ == "silent")
+            mode.c_lflag &= ~static_cast<tcflag_t>(ECHO);
+        else
+            ::cfmakeraw(&mode);
         ::tcsetattr(STDIN_FILENO, TCSANOW, &mode);
-        echoes_ = draws;
-        if (draws)
+        if (role_ == "agent")
             draw();
+        if (role_ == "menu")
+            show("Go on?\r\n> Yes\r\n  No");
         note("ready");
     }
 
@@ -134,7 +139,7 @@ private:
         for (const unsigned char byte : keys)
             hex += fmt::format("{:02x}", byte);
         note("read", hex);
-        return !echoes_ || (asks_ ? choose(keys) : echo(keys));
+        return role_ != "agent" || (asks_ ? choose(keys) : echo(keys));
     }
 
     bool echo(std::string_view keys) {
@@ -186,7 +191,7 @@ private:
             return;
         foreground_ = 0;
         ::tcsetpgrp(STDIN_FILENO, ::getpgrp());
-        open(echoes_);
+        open();
     }
 
     void obey(Order order) {
@@ -249,12 +254,12 @@ private:
     }
 
     const Words words_;
+    const std::string role_;
     const std::string folder_;
     std::string who_;
     Descriptor log_;
     Descriptor signals_;
     pid_t foreground_ = 0; // a child that has the terminal now
-    bool echoes_ = false;
     bool asks_ = false;
     bool trust_ = false;
 };
@@ -263,5 +268,7 @@ private:
 } // namespace kelvadrome::test
 
 int main(int count, char** words) {
+    if (count == 1)
+        return ::pause();
     return kelvadrome::test::Recorder({words, words + count}).run();
 }

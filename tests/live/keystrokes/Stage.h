@@ -30,7 +30,8 @@ class Stage {
 public:
     struct Setup {
         std::string shell = "bash"; // the name of what the agent runs below; empty for nothing
-        std::string marked;         // of the folder question, "exit" or "trust"; empty for a plain prompt
+        std::string marked = {};    // of the folder question, "exit" or "trust"; empty for a plain prompt
+        std::string role = "agent"; // the recorder's in the agent's pane
     };
 
     explicit Stage(Setup setup);
