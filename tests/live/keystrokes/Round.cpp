@@ -1,8 +1,7 @@
 #include "tests/live/keystrokes/Round.h"
 
+#include "Kelvadrome/platform/linux/process/DeliveryRunners.h"
 #include "KelvadromeKit/delivery/LiveExecutor.h"
-
-#include "tests/live/keystrokes/Runners.h"
 
 #include <fmt/format.h>
 
@@ -13,6 +12,53 @@
 namespace kelvadrome::test {
 
 namespace {
+
+/// Stands before a runner and tells of each key, and when the last look before it began, once all has been
+/// looked at that this runner's caller looks at. It tells on any thread, of one key after the other.
+class Watched final : public CommandRunning {
+public:
+    using BeforeKey = std::function<void(std::chrono::steady_clock::time_point)>;
+
+    Watched(std::shared_ptr<CommandRunning> inner, BeforeKey beforeKey)
+        : inner_(std::move(inner)), beforeKey_(std::move(beforeKey)) {}
+
+    Task<RunOutput> run(RunCommand command, double timeout) override {
+        if (command.input)
+            command.input = told(std::move(command.input));
+        else if (std::ranges::any_of(command.args, types))
+            beforeKey_(std::chrono::steady_clock::now());
+        auto running = inner_->run(std::move(command), timeout);
+        co_return co_await std::move(running);
+    }
+
+private:
+    static bool types(std::string_view words) { return words.find("send-keys") != std::string_view::npos; }
+
+    /// The same input, with a word before it goes to the child.
+    std::shared_ptr<const LateInput> told(std::shared_ptr<const LateInput> input) const {
+        const auto wrapped = [input, beforeKey = beforeKey_] {
+            const auto began = std::chrono::steady_clock::now();
+            auto text = input->give();
+            if (text && types(*text))
+                beforeKey(began);
+            return text;
+        };
+        return std::make_shared<const LateInput>(LateInput{input->ready, wrapped});
+    }
+
+    const std::shared_ptr<CommandRunning> inner_;
+    const BeforeKey beforeKey_;
+};
+
+/// The runner that a job gets in the program. `asked` is called before the gate gets a key's command, and
+/// `sent` when the gate has looked for the last time and hands the key to tmux.
+std::shared_ptr<CommandRunning> runnerFor(const DeliverJob& job, const Stage& stage, BackgroundPool& pool,
+    std::shared_ptr<Clock> clock, Watched::BeforeKey asked, Watched::BeforeKey sent) {
+    auto real = std::make_shared<ProcessRunner>(pool, stage.environment());
+    auto inner = std::make_shared<Watched>(std::move(real), std::move(sent));
+    const DeliveryRunners runners(pool, stage.environment(), std::move(clock), std::move(inner));
+    return std::make_shared<Watched>(runners.forJob(job), std::move(asked));
+}
 
 /// What is to be typed, and what should come of it.
 struct Answer {
@@ -67,10 +113,9 @@ Stage::Setup setupFor(const Row& row, const Answer& answer, Random& random) {
 
 constexpr double pauseBeforeReturn = 0.25; // seconds
 
+/// Of CLOCK_MONOTONIC, which the recorders use.
 std::int64_t monotonic() {
-    return std::chrono::steady_clock::now()
-        .time_since_epoch()
-        .count(); // CLOCK_MONOTONIC, as the recorders use
+    return std::chrono::steady_clock::now().time_since_epoch().count();
 }
 
 /// Nanoseconds of the steady clock, for one key.
@@ -188,9 +233,8 @@ Verdict Round::play(Pace& pace) const {
     const auto answer = anyAnswer(*row, random);
     const double fraction = std::uniform_real_distribution<>(0, 1)(random);
     const std::size_t keyOfChange = row->inPause ? answer.keys - 1 : random() % answer.keys;
-    const double delayOfStart = random() % 6 == 0 ? 0.6 : 0.01;
-    const double moment =
-        after.value_or(fraction * (pace.secondsOf(answer.kind) + (delayOfStart > 0.5 ? 0.6 : 0)));
+    const double delayOfStart = random() % 6 == 0 ? 0.6 : 0;
+    const double moment = after.value_or(fraction * (pace.secondsOf(answer.kind) + delayOfStart));
 
     TestLoop loop; // outlives the stage, whose end frees what its pool still waits for
     const auto setup = setupFor(*row, answer, random);
@@ -220,7 +264,7 @@ Verdict Round::play(Pace& pace) const {
     };
     LiveExecutor executor{runnerFor(job, stage, loop.pool(), clock, beforeAsked, beforeSent),
         {{"tmux", "/usr/bin/tmux"}, {"claude", stage.agentBin()}}, clock, "/nobody"};
-    const LiveExecutor::Start start = [clock, delayOfStart] { return goAhead(clock, delayOfStart); };
+    const LiveExecutor::Start start = [clock, delayOfStart] { return goAhead(clock, delayOfStart + 0.01); };
 
     std::jthread changer([&](std::stop_token stop) {
         while (this->moment == Moment::random && !stop.stop_requested()) {
@@ -253,8 +297,7 @@ Verdict Round::play(Pace& pace) const {
     if (!verdict.hung)
         judge(verdict, answer, seen);
     if (verdict.right && !typed.empty())
-        pace.learn(answer.kind,
-            static_cast<double>(typed.back().handedOver - begin) / 1e9 - (delayOfStart > 0.5 ? 0.6 : 0));
+        pace.learn(answer.kind, static_cast<double>(typed.back().handedOver - begin) / 1e9 - delayOfStart);
     for (const auto& key : typed)
         verdict.lookSeconds.push_back(static_cast<double>(key.handedOver - key.lookBegan) / 1e9);
     // Keys that were typed before may be read by whom the change brings, while it is still under way.

@@ -10,9 +10,10 @@ namespace kelvadrome::test {
 namespace {
 
 using namespace std::chrono_literals;
-using Question = Row::Question;
-constexpr auto seen = Row::LastInstant::seen;
+
+constexpr auto shell = Row::Below::shell;
 constexpr auto unseen = Row::LastInstant::unseen;
+constexpr auto folder = Row::Question::folder;
 
 void change(Stage& stage, pid_t recorder, Order order, const std::string& who) {
     const auto before = stage.recording().count(who, "ready");
@@ -25,25 +26,29 @@ void endAgent(Stage& stage, int signal) {
     stage.awaitReady("shell");
 }
 
-void respawn(Stage& stage, Random& random) {
-    std::vector<std::string> words{"respawn-pane", "-k", "-t", stage.pane(), "--"};
-    const bool agent = random() % 2 == 0;
-    for (const auto& word :
-        agent ? stage.recorder("claude", "second", "agent") : stage.recorder("bash", "shell", "reader"))
+/// Runs a tmux command that ends with a recorder's, and waits until that one reads.
+void startWith(Stage& stage, std::vector<std::string> words, const std::string& name, const std::string& who,
+    const std::string& role) {
+    words.emplace_back("--");
+    for (const auto& word : stage.recorder(name, who, role))
         words.push_back(word);
     stage.tmux(words);
-    stage.awaitReady(agent ? "second" : "shell");
+    stage.awaitReady(who);
+}
+
+void respawn(Stage& stage, Random& random) {
+    const std::vector<std::string> words{"respawn-pane", "-k", "-t", stage.pane()};
+    if (random() % 2 == 0)
+        startWith(stage, words, "claude", "second", "agent");
+    else
+        startWith(stage, words, "bash", "shell", "reader");
 }
 
 void paneOfSameIndex(Stage& stage, Random&) {
     const auto window = stage.tmux({"display-message", "-p", "-t", stage.pane(), "#{window_id}"});
     stage.tmux({"kill-pane", "-t", stage.pane()});
-    std::vector<std::string> words{
-        "split-window", "-d", "-b", "-t", window.substr(0, window.find('\n')), "--"};
-    for (const auto& word : stage.recorder("claude", "second", "agent"))
-        words.push_back(word);
-    stage.tmux(words);
-    stage.awaitReady("second");
+    startWith(stage, {"split-window", "-d", "-b", "-t", window.substr(0, window.find('\n'))}, "claude",
+        "second", "agent");
 }
 
 void typeBeside(Stage& stage, Random&) {
@@ -83,117 +88,58 @@ Row::Apply agentGets(int signal) {
 
 std::vector<Row> all() {
     const auto nothing = [](Stage&, Random&) {};
+    const auto stop = [](Stage& stage, Random&) { stage.signal(stage.agent(), SIGSTOP); };
+    const auto rename = [](Stage& stage, Random&) {
+        stage.tmux({"rename-window", "-t", stage.pane(), "other", ";", "rename-session", "another"});
+    };
+    const auto restart = [](Stage& stage, Random&) { stage.restartServer(); };
+    const auto attach = [](Stage& stage) { stage.attachClient(); };
+    const auto copyMode = tmuxCommand({"copy-mode", "-t"});
     return {
-        {.name = "nothing", .words = "nothing", .harmless = true, .apply = nothing},
-        {.name = "killed",
-            .words = "agent killed, shell in the pane",
-            .below = Row::Below::shell,
-            .apply = agentGets(SIGKILL)},
-        {.name = "exec-agent",
-            .words = "agent's process execs a new agent",
-            .lastInstant = unseen,
-            .apply = told(Order::becomeAgent, "second")},
-        {.name = "exec-shell",
-            .words = "agent's process execs a shell",
-            .apply = told(Order::becomeShell, "shell")},
-        {.name = "suspended",
-            .words = "agent suspended, shell in the pane",
-            .below = Row::Below::shell,
-            .apply = agentGets(SIGSTOP)},
-        {.name = "stopped",
-            .words = "agent stopped, nobody else in the pane",
-            .below = Row::Below::nothing,
-            .lastInstant = unseen,
-            .apply = [](Stage& stage, Random&) { stage.signal(stage.agent(), SIGSTOP); }},
-        {.name = "respawned", .words = "pane respawned", .apply = respawn},
-        {.name = "reader",
-            .words = "a child in the agent's own group reads the terminal",
-            .lastInstant = unseen,
-            .apply = told(Order::startReader, "python3")},
-        {.name = "editor",
-            .words = "an editor is open in the agent's own group",
-            .lastInstant = unseen,
-            .apply = told(Order::startEditor, "vim")},
-        {.name = "job", .words = "another job has the terminal", .apply = told(Order::startJob, "job")},
-        {.name = "copy-mode", .words = "copy mode", .apply = tmuxCommand({"copy-mode", "-t"})},
-        {.name = "no-input",
-            .words = "the pane's input is off",
-            .apply = tmuxCommand({"select-pane", "-d", "-t"})},
-        {.name = "synchronised",
-            .words = "synchronised panes",
-            .apply = tmuxCommand({"set-option", "-w", "-t"}, {"synchronize-panes", "on"})},
-        {.name = "pid-reused",
-            .words = "pid reused during delivery",
-            .below = Row::Below::shell,
-            .lastInstant = unseen,
-            .apply = shellTold(Order::reusePid)},
-        {.name = "client-types",
-            .words = "a second client types",
-            .lastInstant = unseen,
-            .prepare = [](Stage& stage) { stage.attachClient(); },
-            .apply = typeBeside},
-        {.name = "another-agent",
-            .words = "another agent in the pane",
-            .below = Row::Below::shell,
-            .lastInstant = unseen,
-            .apply = shellTold(Order::replaceAgent)},
-        {.name = "question",
-            .words = "another question on the screen, between text and Return",
-            .inPause = true,
-            .apply = told(Order::leaveQuestion, "later")},
-        {.name = "same-index", .words = "another pane of the same index", .apply = paneOfSameIndex},
-        {.name = "renamed",
-            .words = "session and window renamed",
-            .harmless = true,
-            .apply =
-                [](Stage& stage, Random&) {
-                    stage.tmux(
-                        {"rename-window", "-t", stage.pane(), "other", ";", "rename-session", "another"});
-                }},
-        {.name = "moved",
-            .words = "pane moved to another window",
-            .harmless = true,
-            .apply = tmuxCommand({"break-pane", "-d", "-s"})},
-        {.name = "server-restarted",
-            .words = "server restarted, another agent in its pane",
-            .apply = [](Stage& stage, Random&) { stage.restartServer(); }},
-        {.name = "server-frozen", .words = "tmux server stands still for a while", .apply = freeze},
-        {.name = "folder",
-            .words = "folder question: nothing",
-            .question = Question::folder,
-            .harmless = true,
-            .apply = nothing},
-        {.name = "folder-killed",
-            .words = "folder question: agent killed",
-            .question = Question::folder,
-            .below = Row::Below::shell,
-            .apply = agentGets(SIGKILL)},
-        {.name = "folder-left",
-            .words = "folder question: another question on the screen",
-            .question = Question::folder,
-            .apply = told(Order::leaveQuestion, "later")},
-        {.name = "folder-marked",
-            .words = "folder question: the other option marked",
-            .question = Question::folder,
-            .apply = told(Order::markOther, "agent")},
-        {.name = "folder-replaced",
-            .words = "folder question: another agent asks the same",
-            .question = Question::folder,
-            .below = Row::Below::shell,
-            .lastInstant = unseen,
-            .apply = shellTold(Order::replaceAgent)},
-        {.name = "folder-respawned",
-            .words = "folder question: pane respawned",
-            .question = Question::folder,
-            .apply = respawn},
-        {.name = "folder-copy-mode",
-            .words = "folder question: copy mode",
-            .question = Question::folder,
-            .apply = tmuxCommand({"copy-mode", "-t"})},
-        {.name = "folder-frozen",
-            .words = "folder question: tmux server stands still for a while",
-            .question = Question::folder,
-            .apply = freeze},
+        {"nothing", "nothing", nothing, {.harmless = true}},
+        {"killed", "agent killed, shell in the pane", agentGets(SIGKILL), {.below = shell}},
+        {"exec-agent", "agent's process execs a new agent", told(Order::becomeAgent, "second"),
+            {.lastInstant = unseen}},
+        {"exec-shell", "agent's process execs a shell", told(Order::becomeShell, "shell")},
+        {"suspended", "agent suspended, shell in the pane", agentGets(SIGSTOP), {.below = shell}},
+        {"stopped", "agent stopped, nobody else in the pane", stop,
+            {.below = Row::Below::nothing, .lastInstant = unseen}},
+        {"respawned", "pane respawned", respawn},
+        {"reader", "a child in the agent's own group reads the terminal", told(Order::startReader, "python3"),
+            {.lastInstant = unseen}},
+        {"editor", "an editor is open in the agent's own group", told(Order::startEditor, "vim"),
+            {.lastInstant = unseen}},
+        {"job", "another job has the terminal", told(Order::startJob, "job")},
+        {"copy-mode", "copy mode", copyMode},
+        {"no-input", "the pane's input is off", tmuxCommand({"select-pane", "-d", "-t"})},
+        {"synchronised", "synchronised panes",
+            tmuxCommand({"set-option", "-w", "-t"}, {"synchronize-panes", "on"})},
+        {"pid-reused", "pid reused during delivery", shellTold(Order::reusePid),
+            {.below = shell, .lastInstant = unseen}},
+        {"client-types", "a second client types", typeBeside, {.lastInstant = unseen, .prepare = attach}},
+        {"another-agent", "another agent in the pane", shellTold(Order::replaceAgent),
+            {.below = shell, .lastInstant = unseen}},
+        {"question", "another question on the screen, between text and Return",
+            told(Order::leaveQuestion, "later"), {.inPause = true}},
+        {"same-index", "another pane of the same index", paneOfSameIndex},
+        {"renamed", "session and window renamed", rename, {.harmless = true}},
+        {"moved", "pane moved to another window", tmuxCommand({"break-pane", "-d", "-s"}),
+            {.harmless = true}},
+        {"server-restarted", "server restarted, another agent in its pane", restart},
+        {"server-frozen", "tmux server stands still for a while", freeze},
+        {"folder", "folder question: nothing", nothing, {.question = folder, .harmless = true}},
+        {"folder-killed", "folder question: agent killed", agentGets(SIGKILL),
+            {.question = folder, .below = shell}},
+        {"folder-left", "folder question: another question on the screen",
+            told(Order::leaveQuestion, "later"), {.question = folder}},
+        {"folder-marked", "folder question: the other option marked", told(Order::markOther, "agent"),
+            {.question = folder}},
+        {"folder-replaced", "folder question: another agent asks the same", shellTold(Order::replaceAgent),
+            {.question = folder, .below = shell, .lastInstant = unseen}},
+        {"folder-respawned", "folder question: pane respawned", respawn, {.question = folder}},
+        {"folder-copy-mode", "folder question: copy mode", copyMode, {.question = folder}},
+        {"folder-frozen", "folder question: tmux server stands still for a while", freeze,
+            {.question = folder}},
     };
 }
 
@@ -205,11 +151,10 @@ const std::vector<Row>& rows() {
 }
 
 const Row& row(const std::string& name) {
-    for (const auto& row : rows()) {
-        if (row.name == name)
-            return row;
-    }
-    throw std::out_of_range("there is no row \"" + name + "\"");
+    const auto found = std::ranges::find(rows(), name, &Row::name);
+    if (found == rows().end())
+        throw std::out_of_range("there is no row \"" + name + "\"");
+    return *found;
 }
 
 } // namespace kelvadrome::test

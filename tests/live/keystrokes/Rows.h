@@ -15,9 +15,8 @@ using Random = std::mt19937_64;
 /// What a second client types; no answer holds it.
 constexpr char foreignKey = '~';
 
-/// One way in which the world can change while an answer is typed.
-struct Row {
-    using Apply = std::function<void(Stage&, Random&)>;
+/// What is special about a row.
+struct RowTraits {
     enum class Question { prompt, folder };
     /// What the agent must run below.
     enum class Below { either, shell, nothing };
@@ -26,15 +25,24 @@ struct Row {
     /// condition.
     enum class LastInstant { seen, unseen };
 
-    std::string name;  // for arguments
-    std::string words; // for a table
     Question question = Question::prompt;
     Below below = Below::either;
-    bool harmless = false; // the answer is to arrive all the same
-    bool inPause = false;  // only between a text and its Return does anything show the change
     LastInstant lastInstant = LastInstant::seen;
-    std::function<void(Stage&)> prepare = [](Stage&) {}; // before the answer is made
-    Apply apply;                                         // returns when the change has happened
+    bool harmless = false;                   // the answer is to arrive all the same
+    bool inPause = false;                    // only between a text and its Return does anything show it
+    void (*prepare)(Stage&) = [](Stage&) {}; // before the answer is made
+};
+
+/// One way in which the world can change while an answer is typed.
+struct Row : RowTraits {
+    using Apply = std::function<void(Stage&, Random&)>;
+
+    Row(std::string name, std::string words, Apply apply, RowTraits traits = {})
+        : RowTraits(traits), name(std::move(name)), words(std::move(words)), apply(std::move(apply)) {}
+
+    std::string name;  // for arguments
+    std::string words; // for a table
+    Apply apply;       // returns when the change has happened
 };
 
 const std::vector<Row>& rows();

@@ -11,6 +11,17 @@ namespace kelvadrome::test {
 
 namespace {
 
+const std::pair<const char*, bool (*)(const Verdict&)> headings[Tally::Counts::columns] = {
+    {"Right", [](const Verdict& verdict) { return verdict.right; }},
+    {"Refused", [](const Verdict& verdict) { return verdict.refused; }},
+    {"Warned", [](const Verdict& verdict) { return verdict.warned; }},
+    {"Stray keys", [](const Verdict& verdict) { return !verdict.strays.empty(); }},
+    {"Said \"answered\" falsely", [](const Verdict& verdict) { return verdict.saidDone; }},
+    {"Said \"refused\" falsely", [](const Verdict& verdict) { return verdict.saidRefused; }},
+    {"of these unseen", [](const Verdict& verdict) { return verdict.unseen; }},
+    {"No outcome", [](const Verdict& verdict) { return verdict.hung; }},
+};
+
 /// One number from several, so that neighbouring seeds have nothing in common.
 std::uint64_t mixed(std::initializer_list<std::uint64_t> numbers) {
     std::uint64_t state = 0;
@@ -39,27 +50,15 @@ double median(std::vector<double> values) {
 } // namespace
 
 std::string_view name(Moment moment) {
-    switch (moment) {
-    case Moment::random:
-        return "at random";
-    case Moment::beforeKey:
-        return "after the last look";
-    case Moment::lastInstant:
-        break;
-    }
-    return "in the last instant";
+    return moment == Moment::random      ? "at random"
+           : moment == Moment::beforeKey ? "after the last look"
+                                         : "in the last instant";
 }
 
 void Tally::Counts::add(const Verdict& verdict) {
     ++rounds;
-    right += verdict.right ? 1 : 0;
-    refused += verdict.refused ? 1 : 0;
-    warned += verdict.warned ? 1 : 0;
-    strays += verdict.strays.empty() ? 0 : 1;
-    saidDone += verdict.saidDone ? 1 : 0;
-    saidRefused += verdict.saidRefused ? 1 : 0;
-    unseen += verdict.unseen ? 1 : 0;
-    hung += verdict.hung ? 1 : 0;
+    for (std::size_t i = 0; i < of.size(); ++i)
+        of[i] += headings[i].second(verdict) ? 1 : 0;
 }
 
 Tally Tally::of(const std::vector<const Row*>& rows, const std::vector<Moment>& moments, int rounds,
@@ -116,27 +115,29 @@ Tally Tally::of(const std::vector<const Row*>& rows, const std::vector<Moment>& 
 }
 
 std::string Tally::markdown() const {
-    std::string text =
-        "| The world changes | When | Rounds | Right | Refused | Warned | Stray keys | Said \"answered\" "
-        "falsely | Said \"refused\" falsely | of these unseen | No outcome |\n"
-        "|---|---|---|---|---|---|---|---|---|---|---|\n";
-    const auto add = [&text](std::string_view first, std::string_view when, const Counts& c) {
-        text += fmt::format("| {} | {} | {} | {} | {} | {} | {} | {} | {} | {} | {} |\n", first, when,
-            c.rounds, c.right, c.refused, c.warned, c.strays, c.saidDone, c.saidRefused, c.unseen, c.hung);
+    std::string text = "| The world changes | When | Rounds |", rule = "|---|---|---|";
+    for (const auto& [heading, holds] : headings) {
+        text += fmt::format(" {} |", heading);
+        rule += "---|";
+    }
+    text += "\n" + rule + "\n";
+    const auto add = [&text](std::string_view first, std::string_view when, const Counts& counts) {
+        text +=
+            fmt::format("| {} | {} | {} | {} |\n", first, when, counts.rounds, fmt::join(counts.of, " | "));
     };
     Counts sum;
     std::vector<double> unwatched, looks;
-    for (const auto& [row, moment, counts, impossible, unwatchedHere, looksHere] : lines) {
-        if (!impossible.empty()) {
-            text += fmt::format("| {} | {} | not here: {} |\n", row->words, name(moment), impossible);
+    for (const auto& line : lines) {
+        if (!line.impossible.empty()) {
+            text += fmt::format(
+                "| {} | {} | not here: {} |\n", line.row->words, name(line.moment), line.impossible);
             continue;
         }
-        add(row->words, name(moment), counts);
-        for (auto member : {&Counts::rounds, &Counts::right, &Counts::refused, &Counts::warned,
-                 &Counts::strays, &Counts::saidDone, &Counts::saidRefused, &Counts::unseen, &Counts::hung})
-            sum.*member += counts.*member;
-        unwatched.insert(unwatched.end(), unwatchedHere.begin(), unwatchedHere.end());
-        looks.insert(looks.end(), looksHere.begin(), looksHere.end());
+        add(line.row->words, name(line.moment), line.counts);
+        sum.rounds += line.counts.rounds;
+        std::ranges::transform(sum.of, line.counts.of, sum.of.begin(), std::plus());
+        unwatched.insert(unwatched.end(), line.unwatched.begin(), line.unwatched.end());
+        looks.insert(looks.end(), line.looks.begin(), line.looks.end());
     }
     add("all", "", sum);
     const auto addTimes = [&text](std::string_view what, const std::vector<double>& seconds) {

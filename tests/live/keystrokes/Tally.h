@@ -2,6 +2,7 @@
 
 #include "tests/live/keystrokes/Round.h"
 
+#include <array>
 #include <iosfwd>
 #include <string>
 #include <vector>
@@ -11,9 +12,12 @@ namespace kelvadrome::test {
 /// Plays many rounds, several at once, and counts what came of them.
 class Tally {
 public:
+    /// How many rounds, and of how many of them each of this class's columns holds.
     struct Counts {
-        int rounds = 0, right = 0, refused = 0, warned = 0, strays = 0, saidDone = 0, saidRefused = 0,
-            unseen = 0, hung = 0;
+        static constexpr std::size_t columns = 8;
+
+        int rounds = 0;
+        std::array<int, columns> of = {};
 
         void add(const Verdict& verdict);
     };
@@ -36,8 +40,8 @@ public:
         std::uint64_t seed, int jobs, std::ostream* faults = nullptr);
 
     std::vector<Line> lines;
-    std::vector<Fault>
-        faults; // strays, false words, no outcome, and harmless changes that kept an answer back
+    /// Strays, false words, no outcome, and harmless changes that kept an answer back.
+    std::vector<Fault> faults;
 
     std::string markdown() const;
 };
