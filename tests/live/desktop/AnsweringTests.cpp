@@ -16,37 +16,30 @@ TEST_F(DesktopStage, questionsAreAnsweredByKeysAloneAndTypedIntoTheirPanes) {
 
     // The suggested answer, from the panel.
     startAgent("menu");
-    keys("ctrl+p");
-    see("1 needs you");
-    tabTo("PostgreSQL. Suggested. Holds 2 s so you can undo.");
-    keys("Return");
-    see("Sending in a moment. Undo.");
+    openPanel("1 needs you");
+    pressByKeys("PostgreSQL. Suggested. Holds 2 s so you can undo.");
+    until([&] { return reader->find("Sending in a moment. Undo.") || reader->findPart("Sent to"); },
+        "the answer to show as pressed");
     seeInPane("menu", "You chose: PostgreSQL");
     see("New questions land here first.");
-    keys("Escape");
-    waitActive("kelvadrome");
+    closePanel();
 
     // A free answer, typed into the panel that the tray opened.
     startAgent("text");
-    activateTrayItem();
-    see("1 needs you");
+    openPanelByTray("1 needs you");
     tabTo("Read and answer");
-    keys("space");
+    pressUntilSeen("space", "Answer to: What should the new command be called?");
     tabTo("Answer to: What should the new command be called?");
     type("kd look, 8081");
     keys("Return");
     seeInPane("text", "You chose: kd look, 8081");
-    keys("Escape");
-    waitActive("kelvadrome");
+    closePanel();
 
     // All defaults of a batch.
     startAgent("batch");
-    keys("ctrl+p");
-    see("1 needs you");
-    tabTo("Accept 3 defaults");
-    keys("Return");
+    openPanel("1 needs you");
+    pressByKeys("Accept 3 defaults");
     seeInPane("batch", "You chose: lang: Rust");
-    keys("Escape");
 }
 
 TEST_F(DesktopStage, aHighRiskIsToldReviewedOnThePageAndTypedOnlyThen) {
@@ -55,20 +48,18 @@ TEST_F(DesktopStage, aHighRiskIsToldReviewedOnThePageAndTypedOnlyThen) {
     waitUntilUp();
 
     // The panel offers no answer to it, only the way to the page.
-    const auto card = startAgent("stop");
+    startAgent("stop");
     until([&] { return !notifications->notified.empty(); }, "the notification");
     EXPECT_THAT(notifications->notified, SizeIs(1));
     EXPECT_THAT(notifications->notified[0], HasSubstr("'kelvadrome'"));
     for (const auto* secret : {"invoice", "12.50", "Billing", "Claude"})
         EXPECT_THAT(notifications->notified[0], Not(HasSubstr(secret)));
-    keys("ctrl+p");
-    see("Review in kelvadrome");
+    openPanel("Review in kelvadrome");
     EXPECT_FALSE(reader->find("Approve"));
     EXPECT_FALSE(reader->find("Read and answer"));
-    keys("Escape");
+    closePanel();
 
     // A press on the notification leads to the card on the page, where keys go.
-    waitActive("kelvadrome");
     close("kelvadrome");
     notifications->invoke(1, "kelvadrome.open");
     waitActive("kelvadrome");

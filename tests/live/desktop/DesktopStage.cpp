@@ -277,8 +277,11 @@ void DesktopStage::pressUntil(
         what);
 }
 
-bool DesktopStage::isOpen(const std::string& window) const {
-    return !run({"xdotool", "search", "--onlyvisible", "--name", exact(window)}).empty();
+std::string DesktopStage::withWindow(
+    const std::string& window, const std::vector<std::string>& commands) const {
+    std::vector<std::string> words{"xdotool", "search", "--onlyvisible", "--name", "^" + window + "$"};
+    words.insert(words.end(), commands.begin(), commands.end());
+    return run(words);
 }
 
 void DesktopStage::waitClosed(const std::string& window) {
@@ -358,14 +361,8 @@ void DesktopStage::walkThroughSetup() {
     until([&] { return wasAsked("page POST /v1/onboarding/finish 200"); }, "the end of setup");
 }
 
-void DesktopStage::resize(const std::string& window, int width, int height) {
-    run({"xdotool", "search", "--onlyvisible", "--name", exact(window), "windowsize", std::to_string(width),
-        std::to_string(height)});
-}
-
 std::string DesktopStage::sizeOf(const std::string& window) const {
-    const auto words =
-        run({"xdotool", "search", "--onlyvisible", "--name", exact(window), "getwindowgeometry"});
+    const auto words = withWindow(window, {"getwindowgeometry"});
     return words.substr(std::min(words.size(), words.rfind(' ') + 1)); // "Geometry: 1000x640" comes last
 }
 

@@ -17,6 +17,7 @@ namespace kelvadrome::test {
 class DesktopStage : public PrivateBus {
 protected:
     static constexpr double limit = 25; // seconds; only a hung test ever sees it
+    static constexpr const char* panel = "What needs you";
 
     void SetUp() override;
     void TearDown() override;
@@ -53,12 +54,36 @@ protected:
     void press(const std::string& words) { reader->press(seePart(words, "button")); }
     /// Tab until that has the focus.
     void tabTo(const std::string& name);
+    /// Tab to it, then the key that presses it.
+    void pressByKeys(const std::string& name, const std::string& key = "Return") {
+        tabTo(name);
+        keys(key);
+    }
+    /// The panel, with its key or by the tray, until this shows in it and keys go there.
+    void openPanel(const std::string& name) {
+        pressUntilSeen("ctrl+p", name);
+        waitActive(panel);
+    }
+    void openPanelByTray(const std::string& name) {
+        activateTrayItem();
+        see(name);
+        waitActive(panel);
+    }
+    void closePanel() {
+        pressUntil(
+            "Escape", [&] { return !isOpen(panel); }, "the panel to close");
+        waitActive("kelvadrome");
+    }
     void waitActive(const std::string& window);
-    bool isOpen(const std::string& window) const;
+    bool isOpen(const std::string& window) const { return !withWindow(window).empty(); }
     void waitClosed(const std::string& window);
     /// Presses keys again and again until `done`: those that come while a window opens, gets the focus or
     /// draws what they are meant for are lost.
     void pressUntil(const std::string& chord, const std::function<bool()>& done, const std::string& what);
+    void pressUntilSeen(const std::string& chord, const std::string& name) {
+        pressUntil(
+            chord, [&] { return reader->find(name).has_value(); }, "\"" + name + "\" to show");
+    }
     void close(const std::string& window) {
         waitActive(window);
         pressUntil(
@@ -76,10 +101,10 @@ protected:
     /// Until the display shows something else than the picture of before, and keeps still.
     void waitDrawn(std::size_t before, const std::string& what);
     /// For a window's title.
-    void bringToFront(const std::string& window) {
-        run({"xdotool", "search", "--onlyvisible", "--name", exact(window), "windowactivate"});
+    void bringToFront(const std::string& window) { withWindow(window, {"windowactivate"}); }
+    void resize(const std::string& window, int width, int height) {
+        withWindow(window, {"windowsize", std::to_string(width), std::to_string(height)});
     }
-    void resize(const std::string& window, int width, int height);
     std::string sizeOf(const std::string& window) const; // "1000x640"
     /// Whether the window manager keeps it above the others.
     bool isAbove(const std::string& window) const;
@@ -102,7 +127,8 @@ protected:
 
 private:
     void makeProgram();
-    static std::string exact(const std::string& title) { return "^" + title + "$"; }
+    /// xdotool's commands for the window of this title; what it says.
+    std::string withWindow(const std::string& window, const std::vector<std::string>& commands = {}) const;
     Program::Environment environment() const;
     std::string node() const { return (bin / "resources/node/bin/node").string(); }
     std::string run(const std::vector<std::string>& words) const { return output(words, environment()); }

@@ -10,20 +10,14 @@ namespace kelvadrome::test {
 
 namespace {
 
-/// For as long as it lives, the words or variables as GLib wants them.
-class Pointers {
-public:
-    explicit Pointers(std::vector<std::string> texts) : texts_(std::move(texts)) {
-        for (auto& text : texts_)
-            pointers_.push_back(text.data());
-        pointers_.push_back(nullptr);
-    }
-    char** get() { return pointers_.data(); }
-
-private:
-    std::vector<std::string> texts_;
-    std::vector<char*> pointers_;
-};
+/// The texts as GLib wants them, for as long as they live.
+std::vector<char*> pointers(const std::vector<std::string>& texts) {
+    std::vector<char*> pointers;
+    for (const auto& text : texts)
+        pointers.push_back(const_cast<char*>(text.c_str()));
+    pointers.push_back(nullptr);
+    return pointers;
+}
 
 std::vector<std::string> lines(const Program::Environment& environment) {
     std::vector<std::string> lines;
@@ -42,13 +36,12 @@ Program::Program(
     const std::vector<std::string>& words, const Environment& environment, const std::string& log) {
     const OwnedObject<GSubprocessLauncher> launcher(
         g_subprocess_launcher_new(static_cast<GSubprocessFlags>(G_SUBPROCESS_FLAGS_STDERR_MERGE)));
-    Pointers variables(lines(environment));
-    g_subprocess_launcher_set_environ(launcher.get(), variables.get());
+    const auto variables = lines(environment);
+    g_subprocess_launcher_set_environ(launcher.get(), pointers(variables).data());
     g_subprocess_launcher_set_stdout_file_path(launcher.get(), log.c_str());
     g_subprocess_launcher_set_child_setup(launcher.get(), &endWithParent, nullptr, nullptr);
-    Pointers arguments(words);
     GError* error = nullptr;
-    process_.reset(g_subprocess_launcher_spawnv(launcher.get(), arguments.get(), &error));
+    process_.reset(g_subprocess_launcher_spawnv(launcher.get(), pointers(words).data(), &error));
     if (!process_) {
         const OwnedError owned(error);
         throw std::runtime_error(error->message);
@@ -76,13 +69,12 @@ std::optional<int> Program::exitStatus() const {
 }
 
 std::string output(const std::vector<std::string>& words, const Program::Environment& environment) {
-    Pointers arguments(words);
-    Pointers variables(lines(environment));
+    const auto variables = lines(environment);
     char* written = nullptr;
     int status = 0;
     const auto flags = static_cast<GSpawnFlags>(G_SPAWN_SEARCH_PATH | G_SPAWN_STDERR_TO_DEV_NULL);
-    const bool ran = g_spawn_sync(nullptr, arguments.get(), variables.get(), flags, nullptr, nullptr,
-        &written, nullptr, &status, nullptr);
+    const bool ran = g_spawn_sync(nullptr, pointers(words).data(), pointers(variables).data(), flags, nullptr,
+        nullptr, &written, nullptr, &status, nullptr);
     const OwnedText owned(written);
     return ran && status == 0 && written ? std::string(Text::trimWhitespace(written)) : std::string();
 }

@@ -32,9 +32,8 @@ TEST_F(DesktopStage, whatTheApplicationLeansOnMayDieAndTheApplicationGoesOn) {
     notifications.reset();
     tray.reset();
     startAgent("stop");
-    keys("ctrl+p");
-    see("Review in kelvadrome");
-    keys("Escape");
+    openPanel("Review in kelvadrome");
+    closePanel();
     tray = std::make_unique<FakeTrayWatcher>(connection(), true);
     until([&] { return !tray->items.empty(); }, "the item in the new tray");
 
@@ -48,19 +47,15 @@ TEST_F(DesktopStage, whatTheApplicationLeansOnMayDieAndTheApplicationGoesOn) {
         },
         "another daemon");
     EXPECT_THAT(cards(), testing::SizeIs(1));
-    const auto card = startAgent("menu");
-    activateTrayItem();
-    see("2 need you");
-    tabTo("PostgreSQL. Suggested. Holds 2 s so you can undo.");
-    keys("Return");
+    startAgent("menu");
+    openPanelByTray("2 need you");
+    pressByKeys("PostgreSQL. Suggested. Holds 2 s so you can undo.");
     seeInPane("menu", "You chose: PostgreSQL");
-    keys("Escape");
+    closePanel();
 
     // The page has the new session too.
-    waitActive("kelvadrome");
-    keys("ctrl+p");
-    tabTo("Review in kelvadrome");
-    keys("Return");
+    openPanel("Review in kelvadrome");
+    pressByKeys("Review in kelvadrome");
     waitActive("kelvadrome");
     approveOnPage();
     seeInPane("stop", "You chose: Approve");

@@ -1,8 +1,4 @@
-#include "KelvadromeKit/support/Files.h"
-
 #include "tests/live/desktop/DesktopStage.h"
-
-#include <gmock/gmock.h>
 
 namespace kelvadrome::test {
 namespace {
@@ -13,39 +9,34 @@ TEST_F(DesktopStage, theWindowsComeAndGoAsTheyAreAskedTo) {
     waitUntilUp();
 
     // The panel: by the tray, by its key, and gone with Escape and with the focus.
-    const auto panelShows = [&] { return reader->find("New questions land here first.").has_value(); };
-    activateTrayItem();
-    until(panelShows, "the panel from the tray");
-    keys("Escape");
-    until([&] { return !panelShows(); }, "Escape to close the panel");
-    keys("ctrl+p");
-    until(panelShows, "the panel from its key");
+    const std::string words = "New questions land here first.";
+    openPanelByTray(words);
+    closePanel();
+    openPanel(words);
     bringToFront("kelvadrome");
-    until([&] { return !panelShows(); }, "the panel to close without the focus");
+    waitClosed(panel);
 
     // Sections by their keys; Expert hides them all.
-    keys("ctrl+2");
-    until([&] { return isSelected("Topics"); }, "Topics to be selected");
-    keys("ctrl+1");
-    until([&] { return isSelected("Inbox"); }, "Inbox to be selected");
-    keys("ctrl+alt+i");
-    seePart("HttpOnly, in memory");
-    const auto focusedName = [&] { return reader->focused().value_or(ScreenReader::Thing{}).name; };
-    const auto tabTo = [&](const std::string& what, const std::function<bool(const std::string&)>& reached) {
-        until(
-            [&] {
-                keys("Tab");
-                return reached(focusedName());
-            },
-            "Tab to reach " + what);
-    };
-    tabTo("the page", [](const auto& name) { return name == "Page"; });
-    tabTo("what is after the page", [](const auto& name) { return !name.empty() && name != "Page"; });
-    keys("ctrl+shift+e");
-    until([&] { return !reader->findPart("Topics", "list item"); }, "Expert to hide the sidebar");
-    EXPECT_FALSE(reader->findPart("HttpOnly, in memory"));
-    keys("ctrl+shift+e");
-    seePart("Topics", "list item");
+    waitActive("kelvadrome");
+    for (const auto& [chord, section] : {std::pair("ctrl+2", "Topics"), {"ctrl+1", "Inbox"}}) {
+        pressUntil(
+            chord, [&] { return isSelected(section); }, std::string(section) + " to be selected");
+    }
+    const auto inspects = [&] { return reader->findPart("HttpOnly, in memory").has_value(); };
+    pressUntil("ctrl+alt+i", inspects, "the inspector");
+    tabTo("Page");
+    until(
+        [&] {
+            keys("Tab");
+            const auto name = reader->focused().value_or(ScreenReader::Thing{}).name;
+            return !name.empty() && name != "Page";
+        },
+        "Tab to reach what is after the page");
+    const auto sections = [&] { return reader->findPart("Topics", "list item").has_value(); };
+    pressUntil(
+        "ctrl+shift+e", [&] { return !sections(); }, "Expert to hide the sidebar");
+    EXPECT_FALSE(inspects());
+    pressUntil("ctrl+shift+e", sections, "the sidebar to be back");
 
     // The strip stands above all and leaves the focus where it is, also when it comes back.
     constexpr const char* strip = "kelvadrome agents";
