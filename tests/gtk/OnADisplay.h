@@ -8,9 +8,21 @@
 #include <adwaita.h>
 #include <cstdio>
 #include <cstdlib>
+#include <functional>
 #include <gtkmm/init.h>
 
 namespace kelvadrome::test {
+
+/// The first widget that this holds of, of `top` and all below it.
+inline GtkWidget* findWidget(GtkWidget* top, const std::function<bool(GtkWidget*)>& wanted) {
+    if (wanted(top))
+        return top;
+    for (auto* child = gtk_widget_get_first_child(top); child; child = gtk_widget_get_next_sibling(child)) {
+        if (auto* const found = findWidget(child, wanted))
+            return found;
+    }
+    return nullptr;
+}
 
 /// A display without a screen and the toolkit on it. Where there can be none the tests are skipped, and say
 /// so. Who overrides `SetUp` calls this one first and stops when `IsSkipped()`.

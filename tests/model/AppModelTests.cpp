@@ -30,19 +30,17 @@ TEST_F(AppModelTest, startsTheDaemonThenThePageThenTheRestInOrder) {
 
 TEST_F(AppModelTest, aRefreshAppliesWhatItCouldReadAndKeepsTheRest) {
     cards({cardJSON("a")});
-    daemon->on("/v1/board",
-        FakeReply::data(R"({"topics":[{"id":"t","title":"First"},{"id":"t","title":"Second"}]})"));
-    daemon->on("/v1/receipts/list",
-        FakeReply::data(
-            R"({"receipts":[{"event_id":"1","action":"x","line":"l","ts":"2027-01-15T08:00:00.250Z"},
-            {"event_id":"2","action":"x","line":"l","ts":"2027-01-12T08:00:00Z"}]})"));
+    reply("/v1/board", R"({"topics":[{"id":"t","title":"First"},{"id":"t","title":"Second"}]})");
+    reply("/v1/receipts/list",
+        R"({"receipts":[{"event_id":"1","action":"x","line":"l","ts":"2027-01-15T08:00:00.250Z"},
+        {"event_id":"2","action":"x","line":"l","ts":"2027-01-12T08:00:00Z"}]})");
     start();
     EXPECT_EQ(state().topics.at("t").title, "First");
     EXPECT_EQ(state().topicCount, 2);
     EXPECT_EQ(state().receiptsToday, 1);
 
-    daemon->on("/v1/cards/list", FakeReply::failure("internal", "no"));
-    daemon->on("/v1/board", FakeReply::data(R"({"topics":[]})"));
+    refuse("/v1/cards/list");
+    reply("/v1/board", R"({"topics":[]})");
     daemon->on("/v1/agents/status", FakeReply::failure("not_found", "no", 404));
     refresh();
     EXPECT_EQ(state().cards.size(), 1U);
@@ -57,22 +55,21 @@ TEST_F(AppModelTest, theOlderOfTwoRefreshesIsThrownAwayWhole) {
     auto gate = std::make_shared<FakeGate>();
     daemon->on(
         "/v1/cards/list", FakeReply::data(fmt::format(R"({{"cards":[{}]}})", cardJSON("old"))).heldBy(gate));
-    daemon->on("/v1/board", FakeReply::data(R"({"topics":[{"id":"old"}]})"));
+    reply("/v1/board", R"({"topics":[{"id":"old"}]})");
     bool ended = false;
     spawn(loop.executor(), "old refresh", [](World& w, bool& over) -> Task<> {
         co_await w.model->refresh();
         over = true;
     }(*this, ended));
-    loop.until([&] { return asked("/v1/cards/list") > before; }, "the first refresh to ask");
+    until([&] { return asked("/v1/cards/list") > before; }, "the first refresh to ask");
 
-    cards({cardJSON("new")});
-    daemon->on("/v1/board", FakeReply::data(R"({"topics":[]})"));
+    reply("/v1/board", R"({"topics":[]})");
     clock->advance(1);
-    refresh();
+    readCards({cardJSON("new")});
     EXPECT_EQ(state().cards.at(0).id, "new");
     clock->advance(1);
     gate->open();
-    loop.until([&] { return ended; }, "the first refresh to end");
+    until([&] { return ended; }, "the first refresh to end");
     EXPECT_EQ(state().cards.at(0).id, "new");
     EXPECT_TRUE(state().topics.empty());
 }
@@ -81,12 +78,12 @@ TEST_F(AppModelTest, whatComesWithinAShortTimeIsOneRefresh) {
     start();
     const auto before = asked("/v1/cards/list");
     stream->push("event: card.opened\ndata: {}\n\n");
-    loop.until([&] { return clock->sleepers() == 2; }, "a refresh to be scheduled");
+    until([&] { return clock->sleepers() == 2; }, "a refresh to be scheduled");
     model->scheduleRefresh();
     loop.drain();
     EXPECT_EQ(asked("/v1/cards/list"), before) << "not before the pause is over";
     clock->advance(0.2);
-    loop.until([&] { return state().lastRefresh == clock->now(); }, "the refresh");
+    until([&] { return state().lastRefresh == clock->now(); }, "the refresh");
     loop.drain();
     EXPECT_EQ(asked("/v1/cards/list"), before + 1);
     EXPECT_EQ(clock->sleepers(), 1U);
@@ -98,12 +95,12 @@ TEST_F(AppModelTest, aPingIsNothingAndAnEndedStreamIsOpenedAgainAfterTwoSeconds)
     daemon->on("/v1/stream", FakeReply::events(next));
     stream->push("event: ping\ndata: {}\n\n");
     stream->close();
-    loop.until([&] { return clock->sleepers() >= 2; }, "the pause");
+    until([&] { return clock->sleepers() >= 2; }, "the pause");
     loop.drain();
     EXPECT_EQ(clock->sleepers(), 2U) << "the ping scheduled nothing";
     EXPECT_NEAR(clock->untilNext(), 2.0, 1e-6);
     clock->advance(2.0);
-    loop.until([&] { return next->opened(); }, "the stream to be open again");
+    until([&] { return next->opened(); }, "the stream to be open again");
 }
 
 TEST_F(AppModelTest, aNewPidInHealthMeansConnectingAfresh) {
@@ -195,10 +192,10 @@ TEST_F(AppModelTest, aSessionMintedInTheBackgroundReachesThePages) {
     refresh();
     EXPECT_EQ(web->calls.countOf("load"), 1U);
     model->openOnboarding(false);
-    loop.until([&] { return screen->onboardingMade; }, "the setup window");
+    until([&] { return screen->onboardingMade; }, "the setup window");
     page->replies["/v1/cards/answer"] = FakePage::failure("unauthorized", "log in");
     model->answer(card("a"), "Yes");
-    loop.until([&] { return state().panelError == "log in"; }, "the answer to be refused twice");
+    until([&] { return state().panelError == "log in"; }, "the answer to be refused twice");
     refresh();
     EXPECT_EQ(web->calls.last("load"), "load s2 inbox all");
     EXPECT_EQ(screen->calls.last("renewOnboarding"), "renewOnboarding s2");
@@ -207,23 +204,20 @@ TEST_F(AppModelTest, aSessionMintedInTheBackgroundReachesThePages) {
 }
 
 TEST(AppModel, theFirstRunOpensSetupOnlyWhenTheDaemonSaysSoOrItIsForced) {
-    struct Row {
-        const char* reply; // empty: no answer
-        bool forced, setup;
-    };
-    for (const auto& row : {Row{R"({"completed":false})", false, true}, Row{"{}", false, false},
-             Row{R"({"completed":true})", true, true}, Row{"", false, false}}) {
+    for (const auto& [reply, forced, setup] :
+        std::vector<std::tuple<std::string, bool, bool>>{{R"({"completed":false})", false, true},
+            {"{}", false, false}, {R"({"completed":true})", true, true}, {"", false, false}}) {
         World world;
-        world.flags.onboarding = row.forced;
-        const std::string reply = row.reply;
-        world.daemon->on("/v1/onboarding/status",
-            reply.empty() ? FakeReply::failure("internal", "no") : FakeReply::data(reply));
-        world.make();
-        world.model->start();
+        world.flags.onboarding = forced;
+        if (reply.empty())
+            world.refuse("/v1/onboarding/status");
+        else
+            world.reply("/v1/onboarding/status", reply);
+        world.make().start();
         world.turnUntil([&] { return world.calls.has("delivery"); }, "the decision", 1);
-        world.loop.until([&] { return !row.setup || world.screen->onboardingMade; }, "the setup window");
-        EXPECT_EQ(world.screen->calls.has("openMainWindow"), !row.setup) << reply;
-        EXPECT_EQ(world.screen->calls.has("presentOnboarding s1 first system"), row.setup) << reply;
+        world.until([&] { return !setup || world.screen->onboardingMade; }, "the setup window");
+        EXPECT_EQ(world.screen->calls.has("openMainWindow"), !setup) << reply;
+        EXPECT_EQ(world.screen->calls.has("presentOnboarding s1 first system"), setup) << reply;
     }
 }
 
@@ -231,10 +225,10 @@ TEST_F(AppModelTest, afterStopNothingOfItRunsOn) {
     start();
     model->answer(card("a"), "Yes");
     model->scheduleRefresh();
-    loop.until([&] { return page->posts.size() == 1 && clock->sleepers() == 3; }, "tasks under way");
+    until([&] { return page->posts.size() == 1 && clock->sleepers() == 3; }, "tasks under way");
     loop.run(model->stop());
     EXPECT_EQ(calls.lines().back(), "relay stop");
-    loop.until([&] { return clock->sleepers() == 0 && stream->clientGone(); }, "everything to end");
+    until([&] { return clock->sleepers() == 0 && stream->clientGone(); }, "everything to end");
     const auto asked = daemon->requests().size();
     clock->advance(100);
     model->scheduleRefresh();

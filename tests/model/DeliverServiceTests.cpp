@@ -1,6 +1,7 @@
 #include "Kelvadrome/model/DeliverService.h"
 #include "KelvadromeKit/delivery/Presence.h"
 
+#include "tests/support/FakeFrontEnd.h"
 #include "tests/support/FakePage.h"
 #include "tests/support/ScriptedRunner.h"
 #include "tests/support/TestLoop.h"
@@ -16,9 +17,8 @@ namespace {
 
 using Lines = std::vector<std::string>;
 
-HTTPResponse data(const std::string& json) {
-    return FakePage::data(json);
-}
+constexpr auto data = &FakePage::data;
+
 HTTPResponse failure(const std::string& code) {
     return FakePage::failure(code, "no");
 }
@@ -76,13 +76,6 @@ private:
     std::function<void(bool)> held_;
 };
 
-class SomeApps final : public RunningApps {
-public:
-    std::set<std::string> running;
-    bool isRunning(const std::string& bundleId) override { return running.contains(bundleId); }
-    void activate(const std::string&) override {}
-};
-
 class DeliverServiceTest : public testing::Test {
 protected:
     DeliverServiceTest() {
@@ -116,17 +109,11 @@ protected:
         loop.drain();
     }
 
-    static std::string job(const std::string& id, const std::string& presence = Presence::tag("s1")) {
-        return fmt::format(R"({{"id":"{}","type":"focus","agent":"claude","host":"tmux","host_ref":"%1",)"
-                           R"("tty":"ttys001","presence":"{}","expires_at":"2030-01-01T00:00:00Z"}})",
-            id, presence);
-    }
-    static std::string answer(const std::string& id, const std::string& session) {
-        return fmt::format(
-            R"({{"id":"{}","type":"answer","agent":"claude","host":"tmux","host_ref":"%1","pid":7,)"
-            R"("tty":"ttys001","steps":[{{"kind":"text","text":"yes"}}],"presence":"{}",)"
-            R"("expires_at":"2030-01-01T00:00:00Z"}})",
-            id, Presence::tag(session));
+    static std::string job(const std::string& id, const std::string& session = "s1",
+        const std::string& rest = R"("type":"focus")") {
+        return fmt::format(R"({{"id":"{}","agent":"claude","host":"tmux","host_ref":"%1","tty":"ttys001",)"
+                           R"("presence":"{}","expires_at":"2030-01-01T00:00:00Z",{}}})",
+            id, Presence::tag(session), rest);
     }
     static Task<> endOf(std::shared_ptr<DeliverService> service, double limit, bool* ended) {
         co_await service->finish(limit);
@@ -160,7 +147,7 @@ protected:
     std::shared_ptr<ManualClock> clock = std::make_shared<ManualClock>();
     std::shared_ptr<DeliverPage> page = std::make_shared<DeliverPage>();
     std::shared_ptr<ScriptedRunner> runner = std::make_shared<ScriptedRunner>();
-    std::shared_ptr<SomeApps> apps = std::make_shared<SomeApps>();
+    std::shared_ptr<FakeApps> apps = std::make_shared<FakeApps>();
     std::map<std::string, ConsentCode> consent;
     std::shared_ptr<PageSession> session;
     std::shared_ptr<AutomationPrompter> prompter;
@@ -206,7 +193,7 @@ TEST_F(DeliverServiceTest, onlyAClearYesLetsAJobBegin) {
 TEST_F(DeliverServiceTest, aJobOfAnotherPageSessionIsRefusedAndTheRefusalReported) {
     const Lines refusal{"j refused: the answer was not pressed in this app"};
     begin();
-    claim({job("j", Presence::tag("s2"))});
+    claim({job("j", "s2")});
     EXPECT_EQ(reports(), refusal);
 
     // Logged out while the claim's reply was on its way: no tag at all.
@@ -318,9 +305,10 @@ TEST_F(DeliverServiceTest, anAnswerOnItsWayEndsWithItsReportBeforeTheServiceDoes
     runner->on("tmux send-keys", ScriptedRunner::says(""));
     runner->on("tmux display-message", ScriptedRunner::says("/dev/ttys001 0 0 0\n"));
     runner->on("ps -o", ScriptedRunner::says("7 7 7 ttys001 claude\n"));
+    const std::string typing = R"("type":"answer","pid":7,"steps":[{"kind":"text","text":"yes"}])";
     for (const bool slow : {false, true}) {
         begin();
-        claim({answer("j1", slow ? "s2" : "s1"), job("j2")}); // now in the pause between text and Return
+        claim({job("j1", slow ? "s2" : "s1", typing), job("j2")}); // now in the pause between text and Return
         bool ended = false;
         spawn(loop.executor(), "finish", endOf(service, slow ? 0.2 : 8, &ended));
         loop.drain();

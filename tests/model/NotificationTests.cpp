@@ -78,8 +78,7 @@ TEST(StopNotifications, eachHighRiskStopIsNotifiedOfOnce) {
             World::cardJSON("5", "stop", "high", R"(,"state":"closed")")});
     world.start();
     EXPECT_EQ(world.notifier->posted, std::vector<std::int64_t>{2});
-    world.cards({World::cardJSON("1", "stop", "high"), World::cardJSON("6", "stop", "high")});
-    world.refresh();
+    world.readCards({World::cardJSON("1", "stop", "high"), World::cardJSON("6", "stop", "high")});
     world.loop.drain();
     EXPECT_EQ(world.notifier->posted, (std::vector<std::int64_t>{2, 1}));
 }
@@ -104,12 +103,10 @@ TEST(StopNotifications, aNotificationGoesWhenTheLastOfItsStopsIsOver) {
     const auto stop = [](const char* id) { return World::cardJSON(id, "stop", "high"); };
     world.cards({stop("1"), stop("2")});
     world.start();
-    world.cards({stop("2"), stop("3")});
-    world.refresh();
-    world.loop.until([&] { return world.notifier->posted.size() == 2; }, "the second notification");
+    world.readCards({stop("2"), stop("3")});
+    world.until([&] { return world.notifier->posted.size() == 2; }, "the second notification");
     EXPECT_EQ(world.notifier->withdrawn, Words{}) << "2 is open still";
-    world.cards({World::cardJSON("2", "stop", "high", R"(,"state":"closed")"), stop("3")});
-    world.refresh();
+    world.readCards({World::cardJSON("2", "stop", "high", R"(,"state":"closed")"), stop("3")});
     EXPECT_EQ(world.notifier->withdrawn, Words{"1"});
     world.loop.run(world.model->stop());
     EXPECT_EQ(world.notifier->withdrawn, (Words{"1", "2"})) << "a press would reach nobody";

@@ -70,8 +70,7 @@ TEST_F(Pages, aSectionIsOpenedInThePageOrByItsAddress) {
     EXPECT_EQ(web->calls.last("callShell"),
         R"(callShell b.navigate("/") http://127.0.0.1:4711/?shell=native&scope=family&mode=expert)");
 
-    cards({cardJSON("low"), cardJSON("high", "stop", "high")});
-    refresh();
+    readCards({cardJSON("low"), cardJSON("high", "stop", "high")});
     model->openFirstNeedingYou();
     EXPECT_EQ(web->calls.last("navigate"), "navigate / family high");
 }
@@ -89,9 +88,8 @@ TEST_F(Pages, aSwitchOfModeIsStoredAndEchoedUnlessItCameFromThePage) {
 TEST_F(Pages, theAgentStripShowsAtOnceAndIsRightAfterEachRefresh) {
     make().setAgentStrip(true);
     EXPECT_EQ(screen->calls.countOf("updateAgentStrip"), 1U);
-    daemon->on("/v1/inbox",
-        FakeReply::data(
-            R"({"counts":{"needs_you":7,"answered_by_rules_today":0,"agents_working":0,"verified_today":0}})"));
+    reply("/v1/inbox",
+        R"({"counts":{"needs_you":7,"answered_by_rules_today":0,"agents_working":0,"verified_today":0}})");
     refresh();
     EXPECT_EQ(screen->calls.last("updateAgentStrip"), "updateAgentStrip 7 need you") << "not one late";
     model->setAgentStrip(false);
@@ -150,11 +148,11 @@ TEST_F(Pages, aTopicsFolderIsTheFirstAbsolutePathInTheDetailsOrItsAbsenceIsSaid)
             path)
             << json;
     }
-    daemon->on("/v1/topic/detail", FakeReply::data("[]"));
+    reply("/v1/topic/detail", "[]");
     loop.run(make().revealTopicFolder("t-1"));
     EXPECT_EQ(state().panelError, "This topic has no folder on this Mac yet.");
     EXPECT_TRUE(screen->calls.lines().empty());
-    daemon->on("/v1/topic/detail", FakeReply::data(R"({"folder":")" + folder.path().string() + R"("})"));
+    reply("/v1/topic/detail", R"({"folder":")" + folder.path().string() + R"("})");
     loop.run(make().revealTopicFolder("t-1"));
     EXPECT_EQ(screen->calls.lines(), Lines{"revealFile " + folder.path().string()});
 }
@@ -219,10 +217,10 @@ TEST_F(NativeAction, eachMessageHasItsEffect) {
     act("openReceiptFile", R"(,"path":")" + folder.path().string() + R"(/.")");
     EXPECT_EQ(screen->calls.last("revealFile"), "revealFile " + folder.path().string());
     act("openFolder", R"(,"topic":"t-9")");
-    loop.until([&] { return asked("/v1/topic/detail") == 1; }, "the topic's details to be asked for");
+    until([&] { return asked("/v1/topic/detail") == 1; }, "the topic's details to be asked for");
 
     act("chooseFolder");
-    loop.until([&] { return screen->onboardingMade; }, "the setup window");
+    until([&] { return screen->onboardingMade; }, "the setup window");
     say("onboarding_done", "{}");
     EXPECT_FALSE(state().onboardingActive);
     EXPECT_EQ(screen->calls.last("close"), "closeOnboarding");
@@ -231,7 +229,7 @@ TEST_F(NativeAction, eachMessageHasItsEffect) {
 
 TEST_F(NativeAction, aTerminalIsAskedForAndThePageToldHowItStands) {
     const auto told = [&](std::size_t times) {
-        loop.until([&] { return web->calls.countOf("runScript") == times; }, "the page to be told");
+        until([&] { return web->calls.countOf("runScript") == times; }, "the page to be told");
     };
     consent = consentNotAsked;
     act("allowTerminal", R"(,"app":"iterm2")");

@@ -6,13 +6,19 @@ namespace kelvadrome::test {
 namespace {
 
 Card question(const std::string& risk = "low") {
-    return World::card("a", "question", risk);
+    return card("a", "question", risk);
 }
 
 Card batch(std::optional<std::string> secondDefault, const std::string& risk = "low") {
-    auto card = World::card("a", "batch", risk);
-    card.rows = {{"q1", "One?", "Yes", "idle"}, {"q2", "Two?", secondDefault, "idle"}};
-    return card;
+    auto asked = card("a", "batch", risk);
+    asked.rows = {{"q1", "One?", "Yes", "idle"}, {"q2", "Two?", secondDefault, "idle"}};
+    return asked;
+}
+
+constexpr const char* armed = R"(,"state":"armed")";
+
+std::string cardWith(const std::string& more) {
+    return World::cardJSON("a", "question", "low", more);
 }
 
 class PanelActions : public testing::Test, protected World {
@@ -27,11 +33,17 @@ protected:
     void loseTheReply() {
         page->loseReplies = true;
         model->answer(question(), "Yes");
-        loop.until([&] { return !hold() && clock->sleepers() == 2; }, "the first look after the lost reply");
+        until([&] { return !hold() && clock->sleepers() == 2; }, "the first look after the lost reply");
     }
     void answerAndWait() {
         model->answer(question(), "Yes");
-        loop.until([&] { return clock->sleepers() == 2; }, "the answer's first pause");
+        untilPause();
+    }
+    void untilPause() {
+        until([&] { return clock->sleepers() == 2; }, "the answer's next pause");
+    }
+    void untilGone() {
+        until([&] { return !hold(); }, "the row to leave");
     }
 };
 
@@ -40,7 +52,7 @@ TEST_F(PanelActions, anAnswerGoesOutAtOnceShowsAsSentAndLeaves) {
     ASSERT_TRUE(hold());
     EXPECT_EQ(*hold(), (PanelHold{question(), "Yes", clock->now() + seconds(2.0), 2.0, false}));
     EXPECT_EQ(panelCards(state(), clock->now()).size(), 1U) << "the row lives without a card of the daemon's";
-    loop.until([&] { return clock->sleepers() == 2; }, "the first pause");
+    untilPause();
     ASSERT_EQ(page->posts.size(), 1U);
     EXPECT_EQ(page->posts[0].url, FakePage::origin() + "/v1/cards/answer");
     EXPECT_EQ(page->posts[0].body, R"({"card_id":"a","version":3,"answer":"Yes"})");
@@ -51,42 +63,39 @@ TEST_F(PanelActions, anAnswerGoesOutAtOnceShowsAsSentAndLeaves) {
     loop.drain();
     EXPECT_FALSE(hold()->committed);
     clock->advance(0.02);
-    loop.until([&] { return asked("/v1/cards/list") == refreshes + 1 && clock->sleepers() == 2; },
+    until([&] { return asked("/v1/cards/list") == refreshes + 1 && clock->sleepers() == 2; },
         "the second pause");
     EXPECT_TRUE(hold()->committed);
     EXPECT_NEAR(clock->untilNext(), 2.5, 1e-6);
     clock->advance(2.5);
-    loop.until([&] { return !hold(); }, "the row to leave");
+    untilGone();
 }
 
-TEST_F(PanelActions, aReplyAfterTheWindowLeavesAShortPause) {
-    page->holdPosts = true;
-    model->answer(question(), "Yes");
-    loop.until([&] { return page->posts.size() == 1; }, "the answer to go out");
-    clock->advance(3.0);
-    page->release();
-    loop.until([&] { return clock->sleepers() == 2; }, "the first pause");
-    EXPECT_NEAR(clock->untilNext(), 0.3, 1e-6);
-}
-
-TEST_F(PanelActions, aClockThatIsSetBackHoldsTheRowNoLonger) {
-    page->holdPosts = true;
-    model->answer(question(), "Yes");
-    loop.until([&] { return page->posts.size() == 1; }, "the answer to go out");
-    clock->shiftWall(-3600);
-    page->release();
-    loop.until([&] { return clock->sleepers() == 2; }, "the first pause");
-    EXPECT_NEAR(clock->untilNext(), 2.3, 1e-6);
+TEST_F(PanelActions, aLateReplyOrAClockThatIsSetBackHoldsTheRowNoLonger) {
+    for (const auto& [late, set, pause] : {std::tuple(3.0, 0.0, 0.3), {0.0, -3600.0, 2.3}}) {
+        page->holdPosts = true;
+        page->posts.clear();
+        model->answer(question(), "Yes");
+        until([&] { return page->posts.size() == 1; }, "the answer to go out");
+        clock->advance(late);
+        clock->shiftWall(set);
+        page->release();
+        untilPause();
+        EXPECT_NEAR(clock->untilNext(), pause, 1e-6);
+        model->undo(question());
+        untilGone();
+        turnUntil([&] { return clock->sleepers() == 1; }, "the pause to end", 2.5);
+    }
 }
 
 TEST_F(PanelActions, undoInTheFirstPauseTakesTheRowAwayForGood) {
     answerAndWait();
     const auto refreshes = asked("/v1/cards/list") + 1; // one after the undo
     model->undo(question());
-    loop.until([&] { return !hold(); }, "the undo");
+    untilGone();
     EXPECT_EQ(page->posts.back().url, FakePage::origin() + "/v1/page/cancel");
     EXPECT_EQ(page->posts.back().body, R"({"card_id":"a"})");
-    loop.until([&] { return asked("/v1/cards/list") == refreshes; }, "the refresh after it");
+    until([&] { return asked("/v1/cards/list") == refreshes; }, "the refresh after it");
     clock->advance(2.3);
     refresh();
     EXPECT_FALSE(hold());
@@ -99,43 +108,44 @@ TEST_F(PanelActions, aRefusedUndoSaysSoAndTheRowRunsOut) {
     answerAndWait();
     const auto refreshes = asked("/v1/cards/list");
     model->undo(question());
-    loop.until([&] { return asked("/v1/cards/list") == refreshes + 1; }, "the refresh");
+    until([&] { return asked("/v1/cards/list") == refreshes + 1; }, "the refresh");
     EXPECT_EQ(state().panelError, "Undo failed: It was sent.");
     ASSERT_TRUE(hold());
-    daemon->on("/v1/cards/list", FakeReply::failure("internal", "no")); // a failed refresh keeps no row
+    refuse("/v1/cards/list"); // a failed refresh keeps no row
     clock->advance(2.3);
-    loop.until([&] { return hold()->committed && clock->sleepers() == 2; }, "the row to show as sent");
+    until([&] { return hold()->committed && clock->sleepers() == 2; }, "the row to show as sent");
     clock->advance(2.5);
-    loop.until([&] { return !hold(); }, "the row to leave");
+    untilGone();
     EXPECT_EQ(state().panelError, "Undo failed: It was sent.");
 }
 
-TEST_F(PanelActions, aRefusedAnswerTakesTheRowAwayAndSaysWhy) {
+TEST_F(PanelActions, aRefusedAnswerTakesTheRowAwayAndSaysWhyOnItsCardSnoozedOrNot) {
+    readCards({cardJSON("a")});
+    model->snooze(question());
     page->replies["/v1/cards/answer"] = FakePage::failure("stale", "This card has changed.");
     model->answer(question(), "Yes");
-    loop.until([&] { return !hold(); }, "the refusal");
+    untilGone();
     EXPECT_EQ(state().panelError, "This card has changed.");
+    EXPECT_EQ(row().refused, "This card has changed.") << "in sight, with what became of it";
     page->replies.clear();
     model->answer(question(), "Yes");
     EXPECT_EQ(state().panelError, std::nullopt) << "the next press clears it";
 }
 
 TEST_F(PanelActions, aLostReplyStandsOnItsCardUntilAReadSaysThatItWasTaken) {
-    cards({cardJSON("a")});
-    refresh();
+    readCards({cardJSON("a")});
     loseTheReply();
     EXPECT_EQ(row().way, "“Yes”: No answer from the daemon yet: it may or may not have been taken.");
     EXPECT_TRUE(row().actions.empty()) << "nothing is pressed twice while nobody knows";
     EXPECT_EQ(state().panelError, "The reply was lost.");
 
-    daemon->on("/v1/cards/list", FakeReply::failure("internal", "no"));
+    refuse("/v1/cards/list");
     pid = 200; // another daemon, which can't tell yet
     turnUntil([&] { return state().health->pid == 200; }, "the daemon to be back");
     EXPECT_FALSE(row().way.empty());
 
-    cards({cardJSON("a", "question", "low", R"(,"state":"armed")")});
-    refresh();
-    loop.until([&] { return state().pressed.empty(); }, "a look that tells");
+    readCards({cardWith(armed)});
+    until([&] { return state().pressed.empty(); }, "a look that tells");
     EXPECT_EQ(state().panelError, std::nullopt) << "there is no doubt any more";
     EXPECT_EQ(row().way, "An answer is on its way to Agent.");
 }
@@ -144,12 +154,10 @@ TEST_F(PanelActions, aLostAnswerWhoseCardIsGoneIsSaidToBeSentOrNotWanted) {
     for (const auto& [end, sent] :
         std::vector<std::pair<std::string, bool>>{{R"("outcome":"answered","answer":"Yes")", true},
             {R"("outcome":"withdrawn")", false}, {R"("outcome":"answered","answer":"No")", false}}) {
-        daemon->on("/v1/cards/detail", FakeReply::data(R"({"card":{)" + end + "}}"));
-        cards({cardJSON("a")});
-        refresh();
+        reply("/v1/cards/detail", R"({"card":{)" + end + "}}");
+        readCards({cardJSON("a")});
         loseTheReply();
-        cards({});
-        refresh();
+        readCards({});
         turnUntil(
             [&] {
                 return hold() || state().panelError == "“Yes” was not delivered: “a” is not asked any more.";
@@ -161,8 +169,7 @@ TEST_F(PanelActions, aLostAnswerWhoseCardIsGoneIsSaidToBeSentOrNotWanted) {
 }
 
 TEST_F(PanelActions, anAnswerThatWasNotTakenCanBePressedAgainAfterASecondLook) {
-    cards({cardJSON("a")});
-    refresh();
+    readCards({cardJSON("a")});
     loseTheReply();
     refresh(); // begun at the same moment as the first look: the press may wait behind it
     EXPECT_FALSE(row().takesAnswer());
@@ -170,42 +177,28 @@ TEST_F(PanelActions, anAnswerThatWasNotTakenCanBePressedAgainAfterASecondLook) {
     EXPECT_EQ(row().refused, "the daemon did not take it");
     page->loseReplies = false;
     model->answer(row().card, "Yes");
-    loop.until([&] { return page->posts.size() == 2; }, "the second press");
+    until([&] { return page->posts.size() == 2; }, "the second press");
 }
 
 TEST_F(PanelActions, anAnswerThatIsLongOnItsWaySaysSoAndComesBackWhenItWasRefused) {
-    cards({cardJSON("a")});
-    refresh();
+    readCards({cardJSON("a")});
     answerAndWait();
-    cards({cardJSON("a", "question", "low", R"(,"state":"armed")")});
+    cards({cardWith(armed)});
     turnUntil([&] { return !hold(); }, "the row to leave", 2.5);
     EXPECT_EQ(row().way, "“Yes” is on its way to Agent.");
-    cards({cardJSON("a", "question", "low", R"(,"refs":{"last_refusal":"the pane is closed"})")});
-    refresh();
+    readCards({cardWith(R"(,"refs":{"last_refusal":"the pane is closed"})")});
     EXPECT_EQ(row().refused, "the pane is closed");
     EXPECT_TRUE(row().takesAnswer());
 }
 
-TEST_F(PanelActions, anAnsweredCardIsNotSnoozedAnyMore) {
-    cards({cardJSON("a")});
-    refresh();
-    model->snooze(question());
-    page->replies["/v1/cards/answer"] = FakePage::failure("stale", "This card has changed.");
-    model->answer(question(), "Yes");
-    loop.until([&] { return !hold(); }, "the refusal");
-    EXPECT_EQ(row().refused, "This card has changed.") << "in sight, with what became of it";
-}
-
 TEST_F(PanelActions, aReviewTakesThePlaceOfTheNativeListUntilItsCardIsOver) {
-    cards({cardJSON("a", "question", "high"), cardJSON("b")});
-    refresh();
+    readCards({cardJSON("a", "question", "high"), cardJSON("b")});
     model->setNativeInbox(true);
     model->answer(question("high"), "Yes");
     EXPECT_EQ(state().reviewed, "a");
     refresh();
     EXPECT_EQ(state().reviewed, "a");
-    cards({cardJSON("b")});
-    refresh();
+    readCards({cardJSON("b")});
     EXPECT_EQ(state().reviewed, std::nullopt);
     model->openFirstNeedingYou();
     EXPECT_EQ(state().reviewed, std::nullopt) << "the list answers it";
@@ -214,32 +207,24 @@ TEST_F(PanelActions, aReviewTakesThePlaceOfTheNativeListUntilItsCardIsOver) {
 TEST_F(PanelActions, aHighRiskCardOpensThePageInsteadOfBeingAnswered) {
     model->answer(question("high"), "Yes");
     model->acceptDefaults(batch("No", "high"));
-    EXPECT_EQ(web->calls.countOf("navigate / all a"), 2U);
+    model->answerBatch(batch("ours", "high"), {{"q1", "C++"}, {"q2", "ours"}});
+    EXPECT_EQ(web->calls.countOf("navigate / all a"), 3U);
     loop.drain();
-    EXPECT_TRUE(state().holds.empty());
-    EXPECT_TRUE(page->posts.empty());
+    EXPECT_TRUE(state().holds.empty() && page->posts.empty());
 }
 
-TEST_F(PanelActions, aBatchIsAcceptedOnlyWhenEveryQuestionHasADefault) {
+TEST_F(PanelActions, aBatchSaysWhatGoesOutAndHasDefaultsOnlyWhenEveryQuestionHasOne) {
     model->acceptDefaults(batch(std::nullopt));
     EXPECT_TRUE(state().holds.empty());
-    model->acceptDefaults(batch("No"));
-    EXPECT_EQ(hold()->label, "Accept 2 defaults");
-    loop.until([&] { return page->posts.size() == 1; }, "the answer");
-    EXPECT_TRUE(page->posts[0].body->contains(R"("answer":{"q1":"Yes","q2":"No"})")) << *page->posts[0].body;
-}
-
-TEST_F(PanelActions, aBatchWithOnesOwnAnswersSaysWhatGoesOut) {
-    auto card = batch(std::nullopt);
-    model->answerBatch(card, {{"q1", "C++"}, {"q2", "ours"}});
-    EXPECT_EQ(hold()->label, "2 answers");
-    card = batch("ours", "high");
-    card.id = "2";
-    model->answerBatch(card, {{"q1", "C++"}, {"q2", "ours"}});
-    EXPECT_FALSE(state().holds.contains("2")) << "a high risk is left to the page";
-    card.risk = "low";
-    model->answerBatch(card, {{"q1", "Yes"}, {"q2", "ours"}});
-    EXPECT_EQ(state().holds.at("2").label, "Accept 2 defaults");
+    for (const auto& [second, label] : {std::pair("No", "Accept 2 defaults"), {"ours", "2 answers"}}) {
+        page->posts.clear();
+        model->answerBatch(batch("No"), {{"q1", "Yes"}, {"q2", second}});
+        EXPECT_EQ(hold()->label, label);
+        until([&] { return page->posts.size() == 1; }, "the answer");
+        EXPECT_TRUE(
+            page->posts[0].body->contains(fmt::format(R"("answer":{{"q1":"Yes","q2":"{}"}})", second)))
+            << *page->posts[0].body;
+    }
 }
 
 } // namespace

@@ -6,12 +6,6 @@
 
 namespace kelvadrome::test {
 
-class NoApps final : public RunningApps {
-public:
-    bool isRunning(const std::string&) override { return false; }
-    void activate(const std::string&) override {}
-};
-
 /// What the settings of a world are made of, to be changed where a test needs something else.
 inline SettingsModel::Dependencies settingsParts(World& world) {
     return {.executor = world.loop.executor(),
@@ -21,7 +15,7 @@ inline SettingsModel::Dependencies settingsParts(World& world) {
         .automation = std::make_shared<AutomationPrompter>(
             world.loop.executor(), world.probe, std::make_shared<MemoryFlags>()),
         .session = std::make_shared<PageSession>(world.loop.executor(), world.page, FakePage::mint),
-        .apps = std::make_shared<NoApps>(),
+        .apps = std::make_shared<FakeApps>(),
         .place = {},
         .secretPlace = [] { return std::string(); },
         .showInDock = [](bool) {}};

@@ -2,6 +2,7 @@
 
 #include "Kelvadrome/model/AppModel.h"
 
+#include "tests/model/Cards.h"
 #include "tests/support/FakeDaemon.h"
 #include "tests/support/FakeFrontEnd.h"
 #include "tests/support/FakePage.h"
@@ -59,12 +60,12 @@ public:
         daemon->on("/v1/health", [this](const FakeRequest&) {
             return FakeReply::data(fmt::format(R"({{"pid":{},"home":"/h"}})", pid.load()));
         });
-        daemon->on("/v1/cards/list", FakeReply::data(R"({"cards":[]})"));
-        daemon->on("/v1/board", FakeReply::data(R"({"topics":[]})"));
-        daemon->on("/v1/agents/status", FakeReply::data("{}"));
-        daemon->on("/v1/inbox", FakeReply::data("{}"));
-        daemon->on("/v1/receipts/list", FakeReply::data(R"({"receipts":[]})"));
-        daemon->on("/v1/onboarding/status", FakeReply::data(R"({"completed":true})"));
+        reply("/v1/board", R"({"topics":[]})");
+        reply("/v1/receipts/list", R"({"receipts":[]})");
+        reply("/v1/onboarding/status", R"({"completed":true})");
+        reply("/v1/agents/status", "{}");
+        reply("/v1/inbox", "{}");
+        cards({});
         stream = std::make_shared<FakeStream>();
         daemon->on("/v1/stream", FakeReply::events(stream));
     }
@@ -137,25 +138,24 @@ public:
 
     std::size_t asked(const std::string& path) const { return daemon->requests(path).size(); }
 
-    static Card card(
-        const std::string& id, const std::string& kind = "question", const std::string& risk = "low") {
-        Card result;
-        result.id = id;
-        result.version = 3;
-        result.kind = kind;
-        result.risk = risk;
-        result.title = id;
-        return result;
-    }
     static std::string cardJSON(const std::string& id, const std::string& kind = "question",
         const std::string& risk = "low", const std::string& more = "") {
         return fmt::format(
             R"({{"id":"{}","version":3,"kind":"{}","risk":"{}","title":"{}","opened_at":"2027-01-15T08:00:00Z"{}}})",
             id, kind, risk, id, more);
     }
+    /// From here on the daemon answers so; until the next `refresh` nobody has read it.
     void cards(const std::vector<std::string>& json) {
-        daemon->on(
-            "/v1/cards/list", FakeReply::data(fmt::format(R"({{"cards":[{}]}})", fmt::join(json, ","))));
+        reply("/v1/cards/list", fmt::format(R"({{"cards":[{}]}})", fmt::join(json, ",")));
+    }
+    void reply(const std::string& path, const std::string& json) { daemon->on(path, FakeReply::data(json)); }
+    void refuse(const std::string& path) { daemon->on(path, FakeReply::failure("internal", "no")); }
+    void readCards(const std::vector<std::string>& json) {
+        cards(json);
+        refresh();
+    }
+    void until(const std::function<bool()>& condition, const std::string& what) {
+        loop.until(condition, what);
     }
 
     TestLoop loop;

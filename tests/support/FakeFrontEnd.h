@@ -1,12 +1,14 @@
 #pragma once
 
 #include "Kelvadrome/model/Notifying.h"
+#include "Kelvadrome/model/RunningApps.h"
 #include "Kelvadrome/model/Screen.h"
 #include "Kelvadrome/model/WebController.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -111,6 +113,14 @@ public:
     }
     void runScript(std::string script) override { calls.add("runScript " + script); }
     void reload() override { calls.add("reload"); }
+};
+
+/// Applications as the test says.
+class FakeApps final : public RunningApps {
+public:
+    std::set<std::string> running;
+    bool isRunning(const std::string& bundleId) override { return running.contains(bundleId); }
+    void activate(const std::string&) override {}
 };
 
 /// Says yes to permission, as the user did, and remembers each posted count.

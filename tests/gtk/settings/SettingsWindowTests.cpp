@@ -7,17 +7,6 @@
 namespace kelvadrome::test {
 namespace {
 
-/// The row with this title, anywhere below a widget.
-AdwPreferencesRow* rowTitled(GtkWidget* below, const std::string& title) {
-    if (ADW_IS_PREFERENCES_ROW(below) && adw_preferences_row_get_title(ADW_PREFERENCES_ROW(below)) == title)
-        return ADW_PREFERENCES_ROW(below);
-    for (auto* child = gtk_widget_get_first_child(below); child; child = gtk_widget_get_next_sibling(child)) {
-        if (auto* const found = rowTitled(child, title))
-            return found;
-    }
-    return nullptr;
-}
-
 /// The window over a model.
 class SettingsWindowStage : public OnADisplay {
 protected:
@@ -33,7 +22,12 @@ protected:
     }
 
     AdwPreferencesRow* row(const std::string& title) {
-        return rowTitled(GTK_WIDGET(settings->window().gobj()), title);
+        const auto hasTitle = [&](GtkWidget* widget) {
+            return ADW_IS_PREFERENCES_ROW(widget) &&
+                   adw_preferences_row_get_title(ADW_PREFERENCES_ROW(widget)) == title;
+        };
+        auto* const found = findWidget(GTK_WIDGET(settings->window().gobj()), hasTitle);
+        return found ? ADW_PREFERENCES_ROW(found) : nullptr;
     }
     GtkSwitch* switchOf(const std::string& title) {
         auto* const found = row(title);

@@ -26,18 +26,6 @@ std::string words(GtkWidget* widget) {
     return "nothing";
 }
 
-/// Fails for each button below that is narrower than its words.
-void expectWholeButtons(GtkWidget* below) {
-    for (auto* child = gtk_widget_get_first_child(below); child; child = gtk_widget_get_next_sibling(child)) {
-        expectWholeButtons(child);
-        int natural = 0;
-        gtk_widget_measure(child, GTK_ORIENTATION_HORIZONTAL, -1, nullptr, &natural, nullptr, nullptr);
-        if (GTK_IS_BUTTON(child)) {
-            EXPECT_GE(gtk_widget_get_allocated_width(child), natural) << words(child);
-        }
-    }
-}
-
 class CardListStage : public OnADisplay {
 protected:
     void SetUp() override {
@@ -64,7 +52,7 @@ protected:
     }
 
     static PanelCard card(const std::string& id) {
-        return {.card = World::card(id),
+        return {.card = test::card(id),
             .agent = "Claude Code",
             .age = "now",
             .summary = "Question " + id,
@@ -72,7 +60,7 @@ protected:
                 {.kind = Kind::snooze, .words = "Snooze " + id}}};
     }
     static HoldRow hold(const std::string& id, double left, bool committed = false) {
-        HoldRow row{.card = World::card(id), .agent = "Claude Code", .label = "mine", .committed = committed};
+        HoldRow row{.card = test::card(id), .agent = "Claude Code", .label = "mine", .committed = committed};
         row.words = committed ? "mine. Sent to Claude Code" : "Sending in a moment. Undo.";
         row.left = left;
         row.duration = 2;
@@ -81,39 +69,35 @@ protected:
         return row;
     }
     std::string focused() { return words(gtk_window_get_focus(GTK_WINDOW(window->gobj()))); }
+    void tab() { window->child_focus(Gtk::DirectionType::TAB_FORWARD); }
+    /// Tab until it is so; the widget that has the focus then.
+    GtkWidget* tabUntil(const std::function<bool()>& reached) {
+        for (int i = 0; i < 200 && !reached(); ++i)
+            tab();
+        EXPECT_TRUE(reached()) << "the focus is on " << focused();
+        return gtk_window_get_focus(GTK_WINDOW(window->gobj()));
+    }
     void press(const std::string& button) {
-        for (int i = 0; i < 200 && focused() != button; ++i)
-            window->child_focus(Gtk::DirectionType::TAB_FORWARD);
-        ASSERT_EQ(focused(), button);
-        g_signal_emit_by_name(gtk_window_get_focus(GTK_WINDOW(window->gobj())), "clicked");
+        g_signal_emit_by_name(tabUntil([&] { return focused() == button; }), "clicked");
     }
     /// All that the Tab key comes by.
     std::set<std::string> stops() {
         std::set<std::string> all;
         for (int i = 0; i < 12; ++i) {
-            window->child_focus(Gtk::DirectionType::TAB_FORWARD);
+            tab();
             all.insert(focused());
         }
         return all;
     }
     /// Whether a label that shows has these words.
-    bool reads(const std::string& wanted) { return labelled(GTK_WIDGET(window->gobj()), wanted); }
-    static bool labelled(GtkWidget* below, const std::string& wanted) {
-        if (!gtk_widget_get_visible(below))
-            return false;
-        if (GTK_IS_LABEL(below) && wanted == gtk_label_get_text(GTK_LABEL(below)))
-            return true;
-        for (auto* child = gtk_widget_get_first_child(below); child;
-             child = gtk_widget_get_next_sibling(child)) {
-            if (labelled(child, wanted))
-                return true;
-        }
-        return false;
+    bool reads(const std::string& wanted) {
+        return findWidget(GTK_WIDGET(window->gobj()), [&](GtkWidget* widget) {
+            return GTK_IS_LABEL(widget) && gtk_widget_is_visible(widget) &&
+                   wanted == gtk_label_get_text(GTK_LABEL(widget));
+        });
     }
     void type(const std::string& text) {
-        for (int i = 0; i < 40 && !focused().starts_with("["); ++i)
-            window->child_focus(Gtk::DirectionType::TAB_FORWARD);
-        auto* const entry = gtk_window_get_focus(GTK_WINDOW(window->gobj()));
+        auto* const entry = tabUntil([&] { return focused().starts_with("["); });
         ASSERT_TRUE(GTK_IS_EDITABLE(entry));
         int end = -1;
         gtk_editable_insert_text(GTK_EDITABLE(entry), text.c_str(), -1, &end);
@@ -197,12 +181,12 @@ TEST_F(CardListStage, whatHasJustMovedTakesNoPressOfThePointer) {
     EXPECT_TRUE(list->get_can_target()) << "one below moves nothing";
     list->show({hold("a", 2), card("b"), card("c")});
     EXPECT_FALSE(list->get_can_target());
-    const auto limit = g_get_monotonic_time() + 10 * G_USEC_PER_SEC;
-    while (!list->get_can_target() && g_get_monotonic_time() < limit) {
-        g_main_context_iteration(nullptr, FALSE);
-        g_usleep(1000);
-    }
-    EXPECT_TRUE(list->get_can_target());
+    TestLoop().until(
+        [&] {
+            g_main_context_iteration(nullptr, FALSE);
+            return list->get_can_target();
+        },
+        "the rows to take presses again");
 }
 
 TEST_F(CardListStage, aBatchIsSentWholeAndAHighRiskOffersNoAnswer) {
@@ -237,6 +221,11 @@ TEST_F(CardListStage, aCardWhoseAnswerIsUnderWayOrImpossibleOffersNone) {
     EXPECT_EQ(focused(), "Question a");
     EXPECT_EQ(stops(), (std::set<std::string>{"Question a", "Undo"}));
     EXPECT_FALSE(list->get_can_target()) << "the buttons have just gone";
+    auto snoozed = card("a");
+    snoozed.later = wallTime(1'800'000'000);
+    snoozed.actions.pop_back();
+    list->show({snoozed});
+    EXPECT_EQ(stops(), (std::set<std::string>{"Question a", "Yes a"})) << "and not snoozed once more";
     auto never = card("a");
     never.answerable = false;
     never.card.options = {"Yes", "No"};
@@ -247,16 +236,6 @@ TEST_F(CardListStage, aCardWhoseAnswerIsUnderWayOrImpossibleOffersNone) {
     EXPECT_TRUE(reads("The agent runs behind script."));
 }
 
-TEST_F(CardListStage, aSnoozedCardIsNotSnoozedOnceMore) {
-    auto asked = card("a");
-    list->show({asked});
-    EXPECT_TRUE(stops().contains("Snooze a"));
-    asked.later = wallTime(1'800'000'000);
-    asked.actions.pop_back();
-    list->show({asked});
-    EXPECT_FALSE(stops().contains("Snooze a"));
-}
-
 TEST_F(CardListStage, aFoldedCardIsReadBeforeItIsAnswered) {
     CardList folded(desk, CardView::Form::folded);
     window->set_child(folded);
@@ -265,11 +244,9 @@ TEST_F(CardListStage, aFoldedCardIsReadBeforeItIsAnswered) {
     asked.opening = {"rm -rf build", true};
     folded.show({asked});
     EXPECT_TRUE(reads("rm -rf build …"));
-    const auto focus = [this] { return gtk_window_get_focus(GTK_WINDOW(window->gobj())); };
-    for (int i = 0; i < 12 && !GTK_IS_EXPANDER(focus()); ++i)
-        window->child_focus(Gtk::DirectionType::TAB_FORWARD);
-    ASSERT_TRUE(GTK_IS_EXPANDER(focus()));
-    gtk_expander_set_expanded(GTK_EXPANDER(focus()), TRUE);
+    auto* const expander =
+        tabUntil([this] { return GTK_IS_EXPANDER(gtk_window_get_focus(GTK_WINDOW(window->gobj()))); });
+    gtk_expander_set_expanded(GTK_EXPANDER(expander), TRUE);
     EXPECT_FALSE(reads("rm -rf build …")) << "all of it stands there now";
     EXPECT_TRUE(reads(asked.card.body));
     window->unset_child();
@@ -284,7 +261,12 @@ TEST_F(CardListStage, aNarrowColumnCutsNoAnswerOff) {
     gtk_widget_measure(
         column, GTK_ORIENTATION_VERTICAL, narrow.width, nullptr, &narrow.height, nullptr, nullptr);
     gtk_widget_size_allocate(column, &narrow, -1);
-    expectWholeButtons(column);
+    auto* const cut = findWidget(column, [](GtkWidget* widget) {
+        int natural = 0;
+        gtk_widget_measure(widget, GTK_ORIENTATION_HORIZONTAL, -1, nullptr, &natural, nullptr, nullptr);
+        return GTK_IS_BUTTON(widget) && gtk_widget_get_allocated_width(widget) < natural;
+    });
+    EXPECT_FALSE(cut) << words(cut) << " is narrower than its words";
 }
 
 TEST_F(CardListStage, aThousandCardsAreReachedStepByStep) {
