@@ -1,6 +1,9 @@
 #include "Kelvadrome/terminal/panel/PanelInput.h"
 #include "Kelvadrome/terminal/panel/TerminalKeys.h"
 
+#include "tests/model/Cards.h"
+
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 
 #include <map>
@@ -8,107 +11,99 @@
 #include <vector>
 
 using namespace kelvadrome;
-using Kind = PanelCommand::Kind;
+using namespace kelvadrome::test;
 using Mode = PanelFocus::Mode;
 
 namespace {
 
 Card question(const std::string& id, std::vector<std::string> options = {"Yes", "No"}) {
-    Card card;
-    card.id = id;
-    card.version = 3;
-    card.kind = "question";
-    card.title = id;
-    card.options = std::move(options);
-    card.defaultAnswer = "Yes";
-    return card;
+    auto asked = card(id);
+    asked.options = std::move(options);
+    asked.defaultAnswer = "Yes";
+    return asked;
+}
+
+/// A command as "answer a Yes"; empty for none.
+std::string words(const std::optional<PanelCommand>& command) {
+    using Kind = PanelCommand::Kind;
+    static const std::map<Kind, std::string> kinds{{Kind::answer, "answer"}, {Kind::snooze, "snooze"},
+        {Kind::review, "review"}, {Kind::undo, "undo"}, {Kind::quit, "quit"},
+        {Kind::acknowledgeAlert, "acknowledge"}, {Kind::refuseAlert, "refuse"}};
+    if (!command)
+        return {};
+    const auto kind = kinds.find(command->kind);
+    auto words = kind == kinds.end() ? std::string("another command") : kind->second;
+    if (command->card)
+        words += " " + command->card->id + (command->card->version == 3 ? "" : " as changed");
+    return words + (command->text.empty() ? "" : " " + command->text);
 }
 
 /// A panel under the user's fingers. Time stands still unless moved.
 struct Fingers {
     AppState state;
-    WallTime now = wallTime(1'800'000'000);
+    WallTime time = now;
     PanelInput input;
 
-    explicit Fingers(std::vector<Card> cards) {
-        state.connection = Connection::ready();
-        state.cards = std::move(cards);
+    explicit Fingers(std::vector<Card> cards) : state(ready(std::move(cards))) {
         show();
-        now += seconds(60);
+        pass(60);
     }
-    void show() { input.update(menuPanel(state, now), state.cards, now); }
+    void show() { input.update(menuPanel(state, time), state.cards, time); }
+    void pass(double length) { time += seconds(length); }
+    void hold(const std::string& id, bool committed = false) {
+        state.holds[id] = PanelHold{question(id), "Yes", time + seconds(2), 2, committed};
+        show();
+    }
 
-    /// What the last of these keys gave. Letters are themselves.
-    std::optional<PanelCommand> press(const std::string& letters) {
+    /// What the last of these keys gives. "<down>" is the key of that name, "<^c>" one with Control.
+    std::string press(const std::string& keys) {
+        static const std::map<std::string, Key::Kind> names{{"up", Key::Kind::up}, {"down", Key::Kind::down},
+            {"enter", Key::Kind::enter}, {"esc", Key::Kind::escape}, {"back", Key::Kind::backspace},
+            {"paste", Key::Kind::pasteBegin}, {"pasted", Key::Kind::pasteEnd}};
         std::optional<PanelCommand> last;
-        for (const char letter : letters)
-            last = press(Key{Key::Kind::text, std::string(1, letter)});
-        return last;
-    }
-    std::optional<PanelCommand> press(Key key) { return input.press(key, now); }
-    std::optional<PanelCommand> press(Key::Kind kind) { return input.press({kind, {}}, now); }
-    std::optional<PanelCommand> control(const std::string& letter) {
-        return input.press({Key::Kind::control, letter}, now);
+        for (std::size_t i = 0; i < keys.size(); ++i) {
+            Key key{Key::Kind::text, keys.substr(i, 1)};
+            if (keys[i] == '<') {
+                const auto name = keys.substr(i + 1, keys.find('>', i) - i - 1);
+                key = name[0] == '^' ? Key{Key::Kind::control, name.substr(1)} : Key{names.at(name), {}};
+                i += name.size() + 1;
+            }
+            last = input.press(key, time);
+        }
+        return words(last);
     }
     const PanelFocus& focus() const { return input.focus(); }
+    /// Keys and what they give, one after the other.
+    void expect(const std::vector<std::pair<std::string, std::string>>& rows) {
+        for (const auto& [keys, words] : rows)
+            EXPECT_EQ(press(keys), words) << keys;
+    }
+    /// Each of these keys does nothing and says why.
+    void expectRefused(const std::string& keys) {
+        for (const char key : keys) {
+            EXPECT_EQ(press(std::string(1, key)), "") << key;
+            EXPECT_FALSE(focus().hint.empty()) << key;
+            EXPECT_EQ(focus().mode, Mode::rows) << key;
+        }
+    }
+    /// Each of these keys, then the text of the answer that is typed.
+    void expectTyped(const std::vector<std::pair<std::string, std::string>>& rows) {
+        for (const auto& [keys, text] : rows) {
+            EXPECT_EQ(press(keys), "") << keys;
+            EXPECT_EQ(focus().mode, Mode::typing) << keys;
+            EXPECT_EQ(focus().editor.text(), text) << keys;
+        }
+    }
 };
 
-void expectAnswer(
-    const std::optional<PanelCommand>& command, const std::string& card, const std::string& text) {
-    ASSERT_TRUE(command);
-    EXPECT_EQ(command->kind, Kind::answer);
-    EXPECT_EQ(command->card->id, card);
-    EXPECT_EQ(command->text, text);
-}
-
 } // namespace
-
-TEST(PanelInput, aCardThatTakesNoAnswerTakesNone) {
-    auto away = question("away"), never = question("never");
-    away.state = "held";
-    never.answerable = false;
-    Fingers at({away, never});
-    for (const auto* key : {"1", "a", "d", "t", "z"}) {
-        EXPECT_FALSE(at.press(key)) << key;
-        EXPECT_FALSE(at.focus().hint.empty()) << key;
-        EXPECT_EQ(at.focus().mode, Mode::rows) << key;
-    }
-    EXPECT_EQ(at.press("u")->card->id, "away");
-    at.press("j");
-    EXPECT_FALSE(at.press("1"));
-    EXPECT_FALSE(at.press("a"));
-    EXPECT_EQ(at.press("v")->card->id, "never");
-    EXPECT_EQ(at.press("z")->kind, Kind::snooze);
-}
-
-TEST(PanelInput, aRowThatTakesAnswersAgainTakesThemOnlyAfterALook) {
-    Fingers at({question("a")});
-    at.state.pressed["a"] = {
-        .card = at.state.cards[0], .label = "Yes", .known = PressedAnswer::Known::unclear};
-    at.show();
-    EXPECT_FALSE(at.press("1"));
-    at.press("t");
-    at.state.pressed.clear();
-    at.show();
-    EXPECT_FALSE(at.press("1")) << "it changed under the finger";
-    at.now += seconds(1);
-    expectAnswer(at.press("1"), "a", "Yes");
-}
 
 TEST(PanelInput, picksARowAndAnswersIt) {
     Fingers at({question("a"), question("b"), question("c")});
     EXPECT_EQ(at.focus().selected, "a");
-    expectAnswer(at.press("a"), "a", "Yes");
-    expectAnswer(at.press("j2"), "b", "No");
-    at.press(Key::Kind::down);
-    at.press(Key::Kind::down); // there is no further row
-    expectAnswer(at.press("1"), "c", "Yes");
-    at.press(Key::Kind::up);
-    EXPECT_EQ(at.press("z")->kind, Kind::snooze);
-    EXPECT_EQ(at.press("v")->card->id, "b");
-    EXPECT_FALSE(at.press("3"));
-    EXPECT_FALSE(at.press("0"));
-    EXPECT_FALSE(at.press("d"));
+    at.expect({{"a", "answer a Yes"}, {"j2", "answer b No"},
+        {"<down><down>1", "answer c Yes"}, // there is no further row
+        {"<up>z", "snooze b"}, {"v", "review b"}, {"3", ""}, {"0", ""}, {"d", ""}});
 }
 
 TEST(PanelInput, numbersAboveNineTakeTwoDigits) {
@@ -116,123 +111,91 @@ TEST(PanelInput, numbersAboveNineTakeTwoDigits) {
     for (int i = 1; i <= 12; ++i)
         options.push_back("option " + std::to_string(i));
     Fingers at({question("a", options)});
-    expectAnswer(at.press("2"), "a", "option 2"); // nothing from 20 up
-    EXPECT_FALSE(at.press("1"));
-    EXPECT_EQ(at.focus().digits, "1");
-    expectAnswer(at.press("2"), "a", "option 12");
-    at.press("1");
-    expectAnswer(at.press(Key::Kind::enter), "a", "option 1");
-    at.press("1");
-    EXPECT_FALSE(at.press("9")); // 19 is none, and it isn't read as 9
-    EXPECT_TRUE(at.focus().digits.empty());
-    at.press("1");
-    at.press(Key::Kind::escape);
-    expectAnswer(at.press("2"), "a", "option 2");
+    at.expect({{"2", "answer a option 2"}, // nothing from 20 up
+        {"1", ""}, {"2", "answer a option 12"}, {"1<enter>", "answer a option 1"},
+        {"19", ""}, // 19 is none, and it isn't read as 9
+        {"2", "answer a option 2"}, {"1<esc>2", "answer a option 2"}});
 }
 
-TEST(PanelInput, aHighRiskCardIsOnlyReviewed) {
-    auto stop = question("s");
-    stop.kind = "stop";
-    stop.risk = "high";
-    Fingers at({stop});
-    for (const auto* key : {"a", "1", "d", "t"}) {
-        EXPECT_FALSE(at.press(key)) << key;
-        EXPECT_FALSE(at.focus().hint.empty()) << key;
-        EXPECT_EQ(at.focus().mode, Mode::rows) << key;
-    }
-    EXPECT_EQ(at.press("v")->kind, Kind::review);
+TEST(PanelInput, aCardThatTakesNoAnswerTakesNone) {
+    auto away = question("away"), never = question("never");
+    away.state = "held";
+    never.answerable = false;
+    Fingers at({away, never});
+    at.expectRefused("1adtz");
+    at.expect({{"u", "undo away"}, {"j", ""}});
+    at.expectRefused("1at");
+    at.expect({{"v", "review never"}, {"z", "snooze never"}});
+
+    Fingers risky({card("s", "stop", "high")});
+    risky.expectRefused("a1dt");
+    risky.expect({{"v", "review s"}});
 }
 
-TEST(PanelInput, aRowThatMovedUnderTheFingerTakesNoAnswerForAMoment) {
+TEST(PanelInput, aRowThatChangedUnderTheFingerTakesNoAnswerForAMoment) {
     Fingers at({question("a"), question("b")});
     at.state.cards.erase(at.state.cards.begin());
     at.show();
     EXPECT_EQ(at.focus().selected, "b");
-    EXPECT_FALSE(at.press("a"));
-    EXPECT_FALSE(at.press("1"));
-    EXPECT_FALSE(at.press("t"));
-    EXPECT_FALSE(at.press("z"));
-    at.now += seconds(PanelInput::settling + 0.01);
-    expectAnswer(at.press("1"), "b", "Yes");
+    at.expectRefused("a1tz");
+    at.pass(PanelInput::settling + 0.01);
+    at.expect({{"1", "answer b Yes"}});
 
     at.state.cards[0].version = 4;
     at.state.cards[0].options = {"No", "Yes"};
     at.show();
-    EXPECT_FALSE(at.press("1"));
-    at.now += seconds(PanelInput::settling + 0.01);
-    expectAnswer(at.press("1"), "b", "No");
-    EXPECT_EQ(at.press("1")->card->version, 4);
+    at.expect({{"1", ""}});
+    at.pass(PanelInput::settling + 0.01);
+    at.expect({{"1", "answer b as changed No"}});
 
     // Rows that move around the selected one don't matter, nor does a row that the user picks.
     at.state.cards.insert(at.state.cards.begin(), question("new"));
     at.show();
-    expectAnswer(at.press("1"), "b", "No");
-    at.press(Key::Kind::up);
-    expectAnswer(at.press("1"), "new", "Yes");
+    at.expect({{"1", "answer b as changed No"}, {"<up>1", "answer new Yes"}});
+
+    // Nor does it take one when it takes answers again.
+    at.state.pressed["new"] = {
+        .card = at.state.cards[0], .label = "Yes", .known = PressedAnswer::Known::unclear};
+    at.show();
+    at.expect({{"1", ""}, {"t", ""}});
+    at.state.pressed.clear();
+    at.show();
+    at.expectRefused("1");
+    at.pass(1);
+    at.expect({{"1", "answer new Yes"}});
 }
 
 TEST(PanelInput, undoFindsTheAnswerOnItsWay) {
     Fingers at({question("a"), question("b")});
-    EXPECT_FALSE(at.press("u"));
-    at.state.holds["a"] = PanelHold{question("a"), "Yes", at.now + seconds(2), 2, false};
-    at.show();
-    EXPECT_FALSE(at.press("1")); // it is answered already
-    at.press(Key::Kind::down);
-    EXPECT_EQ(at.press("u")->card->id, "a");
-    at.state.holds["b"] = PanelHold{question("b"), "Yes", at.now + seconds(2), 2, false};
-    at.show();
-    EXPECT_EQ(at.press("u")->card->id, "b");
-    at.state.holds["b"].committed = true;
-    at.show();
-    EXPECT_EQ(at.press("u")->card->id, "a");
-    at.state.holds["a"].committed = true;
-    at.show();
-    EXPECT_FALSE(at.press("u"));
+    at.expect({{"u", ""}});
+    at.hold("a");
+    at.expect({{"1", ""}, {"<down>u", "undo a"}}); // it is answered already
+    at.hold("b");
+    at.expect({{"u", "undo b"}});
+    at.hold("b", true);
+    at.expect({{"u", "undo a"}});
+    at.hold("a", true);
+    at.expect({{"u", ""}});
 }
 
 TEST(PanelInput, whatIsTypedIsWhatIsSent) {
     Fingers at({question("a"), question("b")});
-    at.press("t");
-    ASSERT_EQ(at.focus().mode, Mode::typing);
-    EXPECT_FALSE(at.press(Key::Kind::enter)); // nothing typed yet
-    EXPECT_EQ(at.focus().mode, Mode::typing);
-    at.press("quit? ");
-    at.press(Key{Key::Kind::text, "日本"});
-    at.press(Key::Kind::backspace);
-    expectAnswer(at.press(Key::Kind::enter), "a", "quit? 日");
+    at.expectTyped({{"t", ""}, {"<enter>", ""}, {"quit? ", "quit? "}});
+    at.input.press({Key::Kind::text, "日本"}, at.time);
+    at.expect({{"<back><enter>", "answer a quit? 日"}});
     EXPECT_EQ(at.focus().mode, Mode::rows);
 
-    at.press("t"); // should the answer come back refused, its text is still there
-    EXPECT_EQ(at.focus().editor.text(), "quit? 日");
-    EXPECT_EQ(at.control("c")->kind, Kind::quit);
-    at.control("u");
-    at.press("x");
-    at.press(Key::Kind::escape);
-    EXPECT_EQ(at.focus().mode, Mode::rows);
-    at.press("t");
-    EXPECT_EQ(at.focus().editor.text(), "x");
-    at.press(Key::Kind::escape);
-    at.press("jt");
-    EXPECT_TRUE(at.focus().editor.text().empty());
+    at.expectTyped({{"t", "quit? 日"}}); // should the answer come back refused, its text is still there
+    at.expect({{"<^c>", "quit"}});
+    at.expectTyped({{"<^u>x", "x"}, {"<esc>t", "x"}, {"<esc>jt", ""}});
 }
 
 TEST(PanelInput, aPasteIsTextAndNeverASetOfCommands) {
     Fingers at({question("a")});
-    at.press(Key::Kind::pasteBegin);
-    EXPECT_FALSE(at.press("aq1t"));
-    EXPECT_FALSE(at.control("c"));
-    at.press(Key::Kind::pasteEnd);
+    at.expect({{"<paste>aq1t", ""}, {"<^c>", ""}, {"<pasted>", ""}});
     EXPECT_EQ(at.focus().mode, Mode::rows);
-
-    at.press("t");
-    at.press(Key::Kind::pasteBegin);
-    at.press("two");
-    EXPECT_FALSE(at.press(Key::Kind::enter));
-    at.press(Key::Kind::escape);
-    EXPECT_FALSE(at.control("c"));
-    at.press("lines");
-    at.press(Key::Kind::pasteEnd);
-    expectAnswer(at.press(Key::Kind::enter), "a", "two lines");
+    at.expect(
+        {{"t<paste>two<enter>", ""}, {"<esc><^c>", ""}, {"lines<pasted><enter>", "answer a two lines"}});
 }
 
 TEST(PanelInput, anAnswerForAChangedQuestionIsKeptBack) {
@@ -241,43 +204,33 @@ TEST(PanelInput, anAnswerForAChangedQuestionIsKeptBack) {
     at.state.cards.erase(at.state.cards.begin());
     at.show();
     EXPECT_TRUE(at.focus().typingGone);
-    EXPECT_FALSE(at.press(Key::Kind::enter));
-    EXPECT_EQ(at.focus().editor.text(), "hello");
+    at.expectTyped({{"<enter>", "hello"}});
 
     // Pushed out of the first three rows by others it is still open.
-    at.press(Key::Kind::escape);
-    at.now += seconds(1);
+    at.press("<esc>");
+    at.pass(1);
     at.press("thi");
-    for (const auto* id : {"x", "y", "z"}) {
-        auto stop = question(id);
-        stop.risk = "high";
-        at.state.cards.push_back(stop);
-    }
+    for (const auto* id : {"x", "y", "z"})
+        at.state.cards.push_back(card(id, "question", "high"));
     at.show();
     EXPECT_FALSE(at.focus().typingGone);
-    expectAnswer(at.press(Key::Kind::enter), "b", "hi");
+    at.expect({{"<enter>", "answer b hi"}});
 }
 
 TEST(PanelInput, alertsAndHelpTakeTheKeys) {
     Fingers at({question("a")});
     at.press("?");
     EXPECT_EQ(at.focus().mode, Mode::help);
-    EXPECT_FALSE(at.press("a"));
+    at.expect({{"a", ""}});
     EXPECT_EQ(at.focus().mode, Mode::rows);
 
     at.press("tabc");
     at.input.setAlert(true);
-    EXPECT_FALSE(at.press("a"));
-    EXPECT_EQ(at.press(Key::Kind::enter)->kind, Kind::acknowledgeAlert);
-    // A question comes in its place: what a hurried hand presses changes nothing.
+    at.expect({{"a", ""}, {"<enter>", "acknowledge"}});
     at.input.setAlert(true, true);
-    EXPECT_FALSE(at.press("y"));
-    EXPECT_EQ(at.press(Key::Kind::enter)->kind, Kind::refuseAlert);
-    EXPECT_EQ(at.press(Key::Kind::escape)->kind, Kind::refuseAlert);
-    EXPECT_EQ(at.press("q")->kind, Kind::acknowledgeAlert);
+    at.expect({{"y", ""}, {"<enter>", "refuse"}, {"<esc>", "refuse"}, {"q", "acknowledge"}});
     at.input.setAlert(false);
-    EXPECT_EQ(at.focus().mode, Mode::typing);
-    EXPECT_EQ(at.focus().editor.text(), "abc");
+    at.expectTyped({{"d", "abcd"}});
 }
 
 TEST(TerminalKeys, unknownSequencesAndAltAreNothing) {

@@ -1,6 +1,8 @@
 #include "Kelvadrome/terminal/panel/PanelView.h"
 #include "Kelvadrome/terminal/panel/TerminalText.h"
 
+#include "tests/model/Cards.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -8,34 +10,28 @@
 #include <vector>
 
 using namespace kelvadrome;
+using namespace kelvadrome::test;
 
 namespace {
 
-const WallTime now = wallTime(1'800'000'000); // 2027-01-15T08:00:00Z
-
-Card card(const std::string& id, const std::string& title) {
-    Card card;
-    card.id = id;
-    card.kind = "question";
-    card.title = title;
-    card.agent = "claude";
-    card.openedAt = "2027-01-15T07:55:00Z";
-    card.options = {"Yes", "No"};
-    return card;
+Card asked(const std::string& id, const std::string& title) {
+    auto asked = card(id);
+    asked.title = title;
+    asked.agent = "claude";
+    asked.options = {"Yes", "No"};
+    return asked;
 }
 
 Card highRisk() {
-    auto stop = card("stop", "Delete the production database?");
+    auto stop = asked("stop", "Delete the production database?");
     stop.kind = "stop";
     stop.risk = "high";
     stop.topic = "t1";
     return stop;
 }
 
-AppState ready(std::vector<Card> cards) {
-    AppState state;
-    state.connection = Connection::ready();
-    state.cards = std::move(cards);
+AppState withTopic(std::vector<Card> cards) {
+    auto state = ready(std::move(cards));
     state.topics["t1"] = {"t1", "データベース移行", {}, 0};
     return state;
 }
@@ -90,15 +86,12 @@ void expectFits(Panel& panel, ScreenSize size) {
 } // namespace
 
 TEST(PanelView, fortyColumnsShowEverythingAligned) {
-    auto question = card("q", "Which index should the orders table get?");
+    auto question = asked("q", "Which index should the orders table get?");
     question.defaultAnswer = "Yes";
-    auto state = ready({highRisk(), question});
-    AgentsStatus::Session session;
-    session.agent = "codex";
-    session.sessionId = "1";
-    session.status = "busy";
-    session.detail = "テストを実行中です";
-    state.agents.emplace().sessions = {session};
+    auto state = withTopic({highRisk(), question});
+    auto codex = session("codex", "1", "busy");
+    codex.detail = "テストを実行中です";
+    state.agents.emplace().sessions = {codex};
     Panel panel(std::move(state));
     panel.press("j");
     const std::vector<std::string> expected = {
@@ -127,32 +120,29 @@ TEST(PanelView, fortyColumnsShowEverythingAligned) {
 }
 
 TEST(PanelView, everySizeAndStateFits) {
-    auto batch = card("b", "Release questions for the next minor version");
+    auto batch = asked("b", "Release questions for the next minor version");
     batch.kind = "batch";
     batch.rows = {
         {"q1", std::string(90, 'x'), "yes", ""}, {"q2", "日本語の質問です、とても長い質問です", {}, ""}};
-    auto talkative = card("t", "Zalgo e\u0301\u0301\u0301\u0301 and a tab\tand \x1b[2J");
+    auto talkative = asked("t", "Zalgo e\u0301\u0301\u0301\u0301 and a tab\tand \x1b[2J");
     talkative.body =
         "First\n\n" + std::string(400, 'w') + " 漢字漢字漢字漢字漢字漢字漢字漢字漢字漢字漢字漢字";
     talkative.options = {std::string(120, 'o'), "二つ目の選択肢はとても長いので折り返す必要があります", "c"};
     talkative.topic = "t1";
 
-    auto holding = ready({card("h", "Hold")});
-    holding.holds["h"] =
-        PanelHold{holding.cards[0], "A label " + std::string(80, 'l'), now + seconds(1), 2, false};
+    auto holding = ready({asked("h", "Hold")});
+    holding.holds["h"] = holdOf(holding.cards[0], 1);
+    holding.holds["h"].label = "A label " + std::string(80, 'l');
     auto failing = ready({});
     failing.connection = Connection::failed("kelvadromed stopped. " + std::string(100, 'e'));
     failing.panelError = std::string(300, 'p');
-    auto setup = ready({highRisk()});
+    auto setup = withTopic({highRisk()});
     setup.onboardingActive = true;
     setup.backgroundState = BackgroundService::State{BackgroundServiceStatus::requiresApproval, true, {}, {}};
-    AgentsStatus::Session session;
-    session.agent = "エージェントの長い名前";
-    session.status = "waiting";
-    setup.agents.emplace().sessions.assign(20, session);
+    setup.agents.emplace().sessions.assign(20, session("エージェントの長い名前", "", "waiting"));
 
-    for (const auto& state :
-        {ready({batch, talkative, highRisk()}), ready({talkative}), holding, failing, setup, AppState()}) {
+    for (const auto& state : {withTopic({batch, talkative, highRisk()}), withTopic({talkative}), holding,
+             failing, setup, AppState()}) {
         for (const std::string keys : {"", " ", "j ", "t日本", "?"}) {
             Panel panel(state);
             panel.press(keys);
@@ -170,7 +160,7 @@ TEST(PanelView, everySizeAndStateFits) {
 }
 
 TEST(PanelView, theSelectedRowIsAlwaysInSight) {
-    Panel panel(ready({card("one", "One"), card("two", "Two"), card("three", "Three")}));
+    Panel panel(ready({asked("one", "One"), asked("two", "Two"), asked("three", "Three")}));
     for (const auto* title : {"▌ One", "▌ Two", "▌ Three"}) {
         EXPECT_TRUE(panel.text({10, 40}).contains(title)) << title;
         panel.press("j");
@@ -179,11 +169,11 @@ TEST(PanelView, theSelectedRowIsAlwaysInSight) {
 }
 
 TEST(PanelView, whatAnAnswerLetsHappenIsReadBeforeItIsPressed) {
-    auto asked = card("q", "Claude Code wants to run a command");
-    asked.body = "\n\n漢字漢字漢字漢字漢字漢字漢字漢字漢字漢字\n\n\x1b[2Jrm -rf build" +
-                 std::string(200, ' ') + "&& make\tall\r\nin the folder of the project\nthe fifth line";
-    asked.defaultAnswer = "Yes";
-    Panel panel(ready({asked, card("other", "Another")}));
+    auto question = asked("q", "Claude Code wants to run a command");
+    question.body = "\n\n漢字漢字漢字漢字漢字漢字漢字漢字漢字漢字\n\n\x1b[2Jrm -rf build" +
+                    std::string(200, ' ') + "&& make\tall\r\nin the folder of the project\nthe fifth line";
+    question.defaultAnswer = "Yes";
+    Panel panel(ready({question, asked("other", "Another")}));
     const std::vector<std::string> expected = {
         "▌ Claude Code                      5 min",
         "▌ Claude Code wants to run a command",
@@ -205,9 +195,9 @@ TEST(PanelView, whatAnAnswerLetsHappenIsReadBeforeItIsPressed) {
 }
 
 TEST(PanelView, aRowTellsWhyNoAnswerCanBePressedAndNamesNoKeyForOne) {
-    auto away = card("away", "Held elsewhere?");
+    auto away = asked("away", "Held elsewhere?");
     away.state = "held";
-    auto never = card("never", "Behind script?");
+    auto never = asked("never", "Behind script?");
     never.answerable = false;
     never.deliveryNote = "The agent runs behind \"script\"; no answer can be typed there.";
     Panel panel(ready({away, never}));
@@ -223,12 +213,12 @@ TEST(PanelView, aRowTellsWhyNoAnswerCanBePressedAndNamesNoKeyForOne) {
     auto lost = ready({});
     lost.connection = Connection::starting();
     lost.pressed["q"] = {
-        .card = card("q", "Deploy?"), .label = "Yes", .known = PressedAnswer::Known::unclear};
+        .card = asked("q", "Deploy?"), .label = "Yes", .known = PressedAnswer::Known::unclear};
     EXPECT_TRUE(Panel(lost).text({24, 60}).contains("“Yes” for Claude Code, “Deploy?”: No answer from"));
 }
 
 TEST(PanelView, aLongBodyScrollsWithinItsRow) {
-    auto question = card("q", "Long");
+    auto question = asked("q", "Long");
     for (int i = 0; i < 40; ++i)
         question.body += "line " + std::to_string(i) + "\n";
     Panel panel(ready({question}));
@@ -243,7 +233,7 @@ TEST(PanelView, aLongBodyScrollsWithinItsRow) {
 }
 
 TEST(PanelView, whatIsCutOffLeavesAMark) {
-    auto question = card("q", "Question");
+    auto question = asked("q", "Question");
     question.options = {std::string(38, 'x'), std::string(36, 'y'), "third"};
     Panel panel(ready({question}));
     EXPECT_EQ(panel.lines({16, 40}).at(5), "▌ 1 " + std::string(36, 'x'));
@@ -253,7 +243,7 @@ TEST(PanelView, whatIsCutOffLeavesAMark) {
 }
 
 TEST(PanelView, theLineBeingTypedShowsAsAWhole) {
-    Panel panel(ready({card("q", "Question")}));
+    Panel panel(ready({asked("q", "Question")}));
     panel.press("t");
     panel.press("answer ");
     for (int i = 0; i < 12; ++i)
@@ -269,7 +259,7 @@ TEST(PanelView, theLineBeingTypedShowsAsAWhole) {
 }
 
 TEST(PanelView, belowTheSmallestSizeItSaysSo) {
-    Panel panel(ready({card("q", "Question")}));
+    Panel panel(ready({asked("q", "Question")}));
     EXPECT_TRUE(panel.text({8, 39}).contains("1 needs you. kelvadrome needs 40"));
     EXPECT_TRUE(panel.text({9, 80}).contains("columns and 10 lines"));
     EXPECT_TRUE(panel.text({10, 40}).contains("▌ Question"));

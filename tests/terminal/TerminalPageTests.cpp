@@ -10,19 +10,14 @@
 using namespace kelvadrome;
 
 TEST(TerminalPage, theLinkSaysWhereToGoAndWhoComes) {
-    struct Row {
-        std::string login;
-        std::string next;
-        std::string link;
-    };
-    const std::vector<Row> rows = {
+    const std::vector<std::tuple<std::string, std::string, std::string>> rows = {
         {"http://127.0.0.1:4711/login?t=abc", "/",
             "http://127.0.0.1:4711/login?t=abc&surface=browser&next=%2F"},
         {"http://127.0.0.1:4711/login?surface=mac&t=a%2Bb&next=%2Fevil", "/topics?card=c%201",
             "http://127.0.0.1:4711/login?t=a%2Bb&surface=browser&next=%2Ftopics%3Fcard%3Dc%25201"},
     };
-    for (const auto& row : rows)
-        EXPECT_EQ(TerminalPage::browserLink(row.login, row.next), row.link);
+    for (const auto& [login, next, link] : rows)
+        EXPECT_EQ(TerminalPage::browserLink(login, next), link);
     for (const auto* login : {"http://localhost:4711/login?t=a", "http://127.0.0.1/login?t=a",
              "http://127.0.0.1.evil.org:1/", "::"})
         EXPECT_THROW(TerminalPage::browserLink(login, "/"), PageSession::Failure) << login;

@@ -11,17 +11,14 @@ using namespace kelvadrome;
 using Lines = std::vector<std::string>;
 
 TEST(TerminalText, nothingFromOutsideReachesTheTerminalAsAControl) {
-    struct Row {
-        std::string from;
-        std::string to;
-    };
-    const std::vector<Row> rows = {{"plain", "plain"}, {"\x1b[2Jgone\x07", "\uFFFD[2Jgone\uFFFD"},
-        {"\u009b31mred", "\uFFFD31mred"}, {"pay \u202Eeur 01\u202C", "pay \uFFFDeur 01\uFFFD"},
-        {"a\r\nb\tc\u2028d", "a\nb c\nd"}, {"zero\u200Bwidth\uFEFF", "zerowidth"},
-        {"\u0301alone", "\u25CC\u0301alone"}, {"bad \xff byte", "bad \uFFFD byte"},
-        {"unassigned \u0378", "unassigned \uFFFD"}, {"👩\u200D💻", "👩\u200D💻"}};
-    for (const auto& row : rows)
-        EXPECT_EQ(TerminalText::clean(row.from), row.to) << row.to;
+    const std::vector<std::pair<std::string, std::string>> rows = {{"plain", "plain"},
+        {"\x1b[2Jgone\x07", "\uFFFD[2Jgone\uFFFD"}, {"\u009b31mred", "\uFFFD31mred"},
+        {"pay \u202Eeur 01\u202C", "pay \uFFFDeur 01\uFFFD"}, {"a\r\nb\tc\u2028d", "a\nb c\nd"},
+        {"zero\u200Bwidth\uFEFF", "zerowidth"}, {"\u0301alone", "\u25CC\u0301alone"},
+        {"bad \xff byte", "bad \uFFFD byte"}, {"unassigned \u0378", "unassigned \uFFFD"},
+        {"👩\u200D💻", "👩\u200D💻"}};
+    for (const auto& [from, to] : rows)
+        EXPECT_EQ(TerminalText::clean(from), to);
     EXPECT_EQ(TerminalText::cleanLine("  two \n lines\t "), "two lines");
 }
 
@@ -34,21 +31,15 @@ TEST(TerminalText, widthCountsColumns) {
 }
 
 TEST(TerminalText, wrapsWideAndCombiningTextWithinTheColumns) {
-    struct Row {
-        std::string text;
-        int columns;
-        Lines lines;
-    };
-    const std::vector<Row> rows = {{"", 5, {""}}, {"one two three", 7, {"one two", "three"}},
-        {"a unbreakable", 4, {"a", "unbr", "eaka", "ble"}}, {"日本語の文", 5, {"日本", "語の", "文"}},
-        {"cafe\u0301 cafe\u0301", 4, {"cafe\u0301", "cafe\u0301"}},
+    const std::vector<std::tuple<std::string, int, Lines>> rows = {{"", 5, {""}},
+        {"one two three", 7, {"one two", "three"}}, {"a unbreakable", 4, {"a", "unbr", "eaka", "ble"}},
+        {"日本語の文", 5, {"日本", "語の", "文"}}, {"cafe\u0301 cafe\u0301", 4, {"cafe\u0301", "cafe\u0301"}},
         {"  indented text", 10, {"  indented", "text"}}, {"first\n\nsecond", 10, {"first", "", "second"}},
         {"wide 日 end", 7, {"wide 日", "end"}}};
-    for (const auto& row : rows) {
-        const auto lines = TerminalText::wrap(row.text, row.columns);
-        EXPECT_EQ(lines, row.lines) << row.text;
+    for (const auto& [text, columns, lines] : rows) {
+        EXPECT_EQ(TerminalText::wrap(text, columns), lines) << text;
         for (const auto& line : lines)
-            EXPECT_LE(TerminalText::width(line), row.columns) << row.text;
+            EXPECT_LE(TerminalText::width(line), columns) << text;
     }
 }
 
@@ -83,14 +74,10 @@ std::string edited(const std::string& script) {
 } // namespace
 
 TEST(LineEditor, editsAroundTheCursor) {
-    EXPECT_EQ(edited("ac<b"), "ab|c");
-    EXPECT_EQ(edited("abc<<-"), "|bc");
-    EXPECT_EQ(edited("abc^a."), "|bc");
-    EXPECT_EQ(edited("abc>.^e"), "abc|");
-    EXPECT_EQ(edited("one two  ^w"), "one |");
-    EXPECT_EQ(edited("one two<<<^u"), "|two");
-    EXPECT_EQ(edited("one two<<<^k"), "one |");
-    EXPECT_EQ(edited("^w^u-"), "|");
+    for (const auto& [script, result] : std::vector<std::pair<std::string, std::string>>{{"ac<b", "ab|c"},
+             {"abc<<-", "|bc"}, {"abc^a.", "|bc"}, {"abc>.^e", "abc|"}, {"one two  ^w", "one |"},
+             {"one two<<<^u", "|two"}, {"one two<<<^k", "one |"}, {"^w^u-", "|"}})
+        EXPECT_EQ(edited(script), result) << script;
 }
 
 TEST(LineEditor, theCursorNeverStandsInsideACharacter) {
