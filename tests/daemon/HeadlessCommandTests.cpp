@@ -87,35 +87,24 @@ TEST(HeadlessCommand, onlyTheSecondWordDecidesAndOnlyWhole) {
 }
 
 TEST(HeadlessCommand, theLoginItemsStateIsInTheExitStatus) {
-    struct Row {
-        const char* word;
-        Status before;
-        Status afterRegister;
-        std::int32_t status;
-        const char* out;
-    };
-    for (const auto& row :
-        {Row{"--register-background", Status::notRegistered, Status::enabled, 0, "enabled\n"},
-            Row{"--register-background", Status::notRegistered, Status::requiresApproval, 3,
-                "requiresApproval\n"},
-            Row{"--register-background", Status::notRegistered, Status::notRegistered, 1, "notRegistered\n"},
-            Row{"--unregister-background", Status::enabled, Status::enabled, 0, "notRegistered\n"}}) {
+    const std::string on = "--register-background", off = "--unregister-background";
+    for (const auto& [word, before, after, status, out, error] :
+        std::vector<std::tuple<std::string, Status, Status, int, std::string, std::string>>{
+            {on, Status::notRegistered, Status::enabled, 0, "enabled\n", ""},
+            {on, Status::notRegistered, Status::requiresApproval, 3, "requiresApproval\n", ""},
+            {on, Status::notRegistered, Status::notRegistered, 1, "notRegistered\n", ""},
+            {on, Status::notRegistered, Status::enabled, 1, "notRegistered\n", "refused"},
+            {off, Status::enabled, Status::enabled, 0, "notRegistered\n", ""}}) {
         Command command;
-        command.item.service->now = row.before;
-        command.item.service->afterRegister = row.afterRegister;
-        EXPECT_EQ(command.run({row.word}), row.status);
-        EXPECT_EQ(command.out, row.out);
-        EXPECT_EQ(command.item.defaults.storedBoolean("KDBackgroundService"),
-            std::string(row.word) == "--register-background");
+        command.item.service->now = before;
+        command.item.service->afterRegister = after;
+        if (!error.empty())
+            command.item.service->refusal = error;
+        EXPECT_EQ(command.run({word}), status);
+        EXPECT_EQ(command.out, out);
+        EXPECT_TRUE(command.err.contains(error)) << command.err;
+        EXPECT_EQ(command.item.defaults.storedBoolean("KDBackgroundService"), word == on);
     }
-}
-
-TEST(HeadlessCommand, aRefusalIsTold) {
-    Command refused;
-    refused.item.service->refusal = "no";
-    EXPECT_EQ(refused.run({"--register-background"}), 1);
-    EXPECT_EQ(refused.out, "notRegistered\n");
-    EXPECT_TRUE(refused.err.contains("(no)")) << refused.err;
 }
 
 TEST(HeadlessCommand, theProcessBecomesTheDaemonInItsHomeWithItsLogs) {
@@ -149,17 +138,15 @@ TEST(HeadlessCommand, whatKeepsTheDaemonFromStartingIsInTheExitStatus) {
     EXPECT_EQ(broken.execInChild(broken.item.folder / "old"), 71);
     EXPECT_EQ(text(broken.world.userHome + "/Library/Logs/Kelvadrome/kelvadromed.err.log"),
         "kelvadrome: could not start " + *broken.resources + "/node/bin/node: errno 2\n");
-}
 
-TEST(HeadlessCommand, noDaemonStartsInAHomeThatOthersMayWriteTo) {
-    Command command;
-    command.installNode("#!/bin/sh\nexit 7\n");
-    const auto home = command.world.userHome + "/Library/Application Support/Kelvadrome";
+    Command open;
+    open.installNode("#!/bin/sh\nexit 7\n");
+    const auto home = open.world.userHome + "/Library/Application Support/Kelvadrome";
     Files::makeFolders(home, 0700);
     ::chmod(home.c_str(), 0770);
-    EXPECT_EQ(command.run({"--kelvadromed"}), 78);
-    EXPECT_TRUE(command.err.starts_with("kelvadrome: Other users may write to the data home " + home))
-        << command.err;
+    EXPECT_EQ(open.run({"--kelvadromed"}), 78);
+    EXPECT_TRUE(open.err.starts_with("kelvadrome: Other users may write to the data home " + home))
+        << open.err;
 }
 
 TEST(HeadlessCommand, aStreamOnlyEverGoesToTheEndOfAPrivateRegularFile) {
