@@ -25,7 +25,6 @@ const NameTable agentNames = {
     {"qwen", "Qwen Code"},
     {"copilot", "Copilot"},
     {"cursor", "Cursor Agent"},
-    {"cursor-agent", "Cursor Agent"}, // as its program is called
     {"droid", "Droid"},
     {"opencode", "OpenCode"},
     {"amp", "Amp"},

@@ -27,7 +27,6 @@ const NAMES = {
   qwen: 'Qwen Code',
   copilot: 'Copilot',
   cursor: 'Cursor Agent',
-  'cursor-agent': 'Cursor Agent',
   droid: 'Droid',
   opencode: 'OpenCode',
   amp: 'Amp',
