@@ -115,8 +115,9 @@ std::shared_ptr<WebKitWebView> make(const std::string& proxy) {
     }
     g_signal_connect(session.get(), "download-started", G_CALLBACK(&cancelDownload), nullptr);
 
-    auto* view = WEBKIT_WEB_VIEW(g_object_ref_sink(g_object_new(WEBKIT_TYPE_WEB_VIEW, "web-context",
-        quietContext().get(), "network-session", session.get(), "user-content-manager", content.get(), nullptr)));
+    auto* view = WEBKIT_WEB_VIEW(
+        g_object_ref_sink(g_object_new(WEBKIT_TYPE_WEB_VIEW, "web-context", quietContext().get(),
+            "network-session", session.get(), "user-content-manager", content.get(), nullptr)));
     applySettings(view);
     stopPinches(view);
     skipKeyTable(view);
