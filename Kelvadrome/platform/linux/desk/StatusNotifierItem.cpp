@@ -75,6 +75,8 @@ StatusNotifierItem::~StatusNotifierItem() {
 }
 
 void StatusNotifierItem::show(State state) {
+    if (state == state_)
+        return;
     const auto before = std::exchange(state_, std::move(state));
     describe();
     auto* const item = skeleton_.get();
