@@ -123,10 +123,11 @@ TEST(HeadlessCommand, theProcessBecomesTheDaemonInItsHomeWithItsLogs) {
 
     // A log that has grown too large makes room for a new one.
     const auto log = logs + "/kelvadromed.err.log";
-    ::truncate(log.c_str(), LogFile::largest + 1);
+    const auto large = static_cast<std::uintmax_t>(LogFile::largest) + 1;
+    fs::resize_file(log, large);
     EXPECT_EQ(command.execInChild(command.item.folder / "old"), 7);
     EXPECT_EQ(text(log), "oops\n");
-    EXPECT_EQ(fs::file_size(log + ".1"), LogFile::largest + 1);
+    EXPECT_EQ(fs::file_size(log + ".1"), large);
 }
 
 TEST(HeadlessCommand, whatKeepsTheDaemonFromStartingIsInTheExitStatus) {
