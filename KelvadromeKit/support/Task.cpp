@@ -22,18 +22,22 @@ bool isCancellation(const std::exception_ptr& error) {
     }
 }
 
-void TaskHandle::cancel() const {
-    if (!state_)
-        return;
-    asio::dispatch(state_->executor, [state = state_] {
-        if (!state->ended)
-            state->signal.emit(asio::cancellation_type::terminal);
+void detail::Cancellation::send(const Executor& executor, std::shared_ptr<Cancellation> to) {
+    asio::dispatch(executor, [to = std::move(to)] {
+        if (!to->ended)
+            to->signal.emit(asio::cancellation_type::terminal);
     });
+}
+
+void TaskHandle::cancel() const {
+    if (state_)
+        detail::Cancellation::send(executor_, state_);
 }
 
 TaskHandle spawn(Executor executor, std::string name, Task<> body) {
     TaskHandle handle;
-    handle.state_ = std::make_shared<TaskHandle::State>(executor);
+    handle.executor_ = executor;
+    handle.state_ = std::make_shared<detail::Cancellation>();
     auto finished = [state = handle.state_, name = std::move(name)](std::exception_ptr error) {
         state->ended = true;
         if (error && !isCancellation(error))

@@ -76,6 +76,18 @@ private:
 /// True for the error that a cancelled wait throws.
 bool isCancellation(const std::exception_ptr& error);
 
+namespace detail {
+
+/// Carries a cancellation to a task on its executor. Both members are touched there only.
+struct Cancellation {
+    asio::cancellation_signal signal;
+    bool ended = false; // the task has, and the signal's slot is no longer there
+
+    static void send(const Executor& executor, std::shared_ptr<Cancellation> to);
+};
+
+} // namespace detail
+
 /// A started task. Copies name the same task; dropping the handle lets the task run on.
 class TaskHandle {
 public:
@@ -87,13 +99,8 @@ public:
 
 private:
     friend TaskHandle spawn(Executor executor, std::string name, Task<> body);
-    struct State {
-        explicit State(Executor e) : executor(std::move(e)) {}
-        Executor executor;
-        asio::cancellation_signal signal;
-        bool ended = false; // touched on `executor` only
-    };
-    std::shared_ptr<State> state_;
+    Executor executor_;
+    std::shared_ptr<detail::Cancellation> state_;
 };
 
 /// Starts a task by name. What escapes it is logged under that name, cancellation excepted.
@@ -115,18 +122,6 @@ Task<Outcome<T>> attempt(Task<T> task) {
         error = std::current_exception();
     }
     co_return Outcome<T>(error);
-}
-
-/// Runs a task on another executor (a strand, say) and resumes the caller on its own.
-/// Cancelling the caller cancels the task.
-template <class T>
-Task<T> runOn(Executor executor, Task<T> task) {
-    auto outcome = co_await asio::co_spawn(executor, attempt(std::move(task)), asio::use_awaitable);
-    if constexpr (std::is_void_v<T>) {
-        outcome.take();
-    } else {
-        co_return outcome.take();
-    }
 }
 
 /// Runs two or more tasks at the same time; each failure is caught by itself, so that none fails the others.
@@ -209,6 +204,30 @@ Task<T> suspendUntil(Start start) {
         std::move(initiate), asio::use_awaitable);
     auto value = co_await std::move(waiting);
     co_return std::move(*value);
+}
+
+/// Runs a task on another executor (a strand, say) and resumes the caller on its own.
+/// Cancelling the caller cancels the task.
+template <class T>
+Task<T> runOn(Executor executor, Task<T> task) {
+    // Awaiting co_spawn on another executor won't do: Asio 1.81 sends a cancellation there without asking
+    // whether the task has ended by the time it arrives, and then uses what the end has destroyed.
+    auto start = [executor, body = attempt(std::move(task))](Completion<Outcome<T>> completion) mutable {
+        const auto state = std::make_shared<detail::Cancellation>();
+        auto finished = [state, completion](std::exception_ptr error, Outcome<T> outcome) {
+            state->ended = true;
+            completion(error ? Outcome<T>(error) : std::move(outcome));
+        };
+        asio::co_spawn(executor, std::move(body),
+            asio::bind_cancellation_slot(state->signal.slot(), std::move(finished)));
+        return [executor, state] { detail::Cancellation::send(executor, state); };
+    };
+    auto outcome = co_await suspendUntil<Outcome<T>>(std::move(start));
+    if constexpr (std::is_void_v<T>) {
+        outcome.take();
+    } else {
+        co_return outcome.take();
+    }
 }
 
 } // namespace kelvadrome
