@@ -2,8 +2,8 @@
 // script of the very commands that it ran. The pane is real, and so are the checks before each key.
 
 #include "Kelvadrome/platform/linux/process/DeliveryRunners.h"
-#include "KelvadromeKit/delivery/LiveExecutor.h"
 #include "Kelvadrome/platform/linux/process/ProcessRunner.h"
+#include "KelvadromeKit/delivery/LiveExecutor.h"
 #include "KelvadromeKit/delivery/ShellLine.h"
 #include "KelvadromeKit/support/Text.h"
 

@@ -30,7 +30,7 @@ public:
         std::shared_ptr<PanelBoard> board;
         std::shared_ptr<TerminalHost> host;
         std::shared_ptr<TerminalPage> page;
-        std::string allowLoginItem; // the command that lifts a mask from the background service
+        std::string allowLoginItem;         // the command that lifts a mask from the background service
         std::function<void(QuitWish)> quit; // may come again
     };
 
