@@ -210,6 +210,9 @@ extern "C" void endNow(int) {
 int runPanel(const std::vector<std::string>& arguments, const std::string& noDisplay) {
     if (const auto reason = TerminalScreen::unusable())
         return fail(*reason, 2);
+    if (!noDisplay
+             .empty()) // what the panel shows may cover its note; this stands there when the panel has gone
+        std::fprintf(stderr, "kelvadrome: %s\n", noDisplay.c_str());
     // Replies pass through many threads: with an arena of memory for each, every one would keep its largest.
     ::mallopt(M_ARENA_MAX, 1);
     ::mallopt(M_MMAP_THRESHOLD, 128 * 1024);
