@@ -2,7 +2,6 @@
 
 #include "KelvadromeKit/support/Log.h"
 
-#include <boost/asio/bind_cancellation_slot.hpp>
 #include <boost/asio/dispatch.hpp>
 #include <boost/system/system_error.hpp>
 
@@ -43,8 +42,8 @@ TaskHandle spawn(Executor executor, std::string name, Task<> body) {
         if (error && !isCancellation(error))
             logLine(name + " ended: " + describeException(error));
     };
-    asio::co_spawn(executor, std::move(body),
-        asio::bind_cancellation_slot(handle.state_->signal.slot(), std::move(finished)));
+    asio::co_spawn(
+        executor, std::move(body), detail::CancellableEnd{handle.state_->signal.slot(), std::move(finished)});
     return handle;
 }
 

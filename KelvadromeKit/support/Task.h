@@ -86,6 +86,24 @@ struct Cancellation {
     static void send(const Executor& executor, std::shared_ptr<Cancellation> to);
 };
 
+/// What a task started by co_spawn ends with, and the slot that cancels it. In place of
+/// asio::bind_cancellation_slot, with which Asio 1.81 hands a cancellation to the executor once more: it then
+/// arrives after the signal may have gone. With this type, which names no executor, it goes straight to the
+/// task.
+template <class Function>
+struct CancellableEnd {
+    using cancellation_slot_type = asio::cancellation_slot;
+    cancellation_slot_type get_cancellation_slot() const noexcept { return slot; }
+
+    template <class... Arguments>
+    void operator()(Arguments&&... arguments) {
+        function(std::forward<Arguments>(arguments)...);
+    }
+
+    asio::cancellation_slot slot;
+    Function function;
+};
+
 } // namespace detail
 
 /// A started task. Copies name the same task; dropping the handle lets the task run on.
@@ -210,16 +228,15 @@ Task<T> suspendUntil(Start start) {
 /// Cancelling the caller cancels the task.
 template <class T>
 Task<T> runOn(Executor executor, Task<T> task) {
-    // Awaiting co_spawn on another executor won't do: Asio 1.81 sends a cancellation there without asking
-    // whether the task has ended by the time it arrives, and then uses what the end has destroyed.
+    // Awaiting co_spawn on another executor won't do: see detail::CancellableEnd.
     auto start = [executor, body = attempt(std::move(task))](Completion<Outcome<T>> completion) mutable {
         const auto state = std::make_shared<detail::Cancellation>();
         auto finished = [state, completion](std::exception_ptr error, Outcome<T> outcome) {
             state->ended = true;
             completion(error ? Outcome<T>(error) : std::move(outcome));
         };
-        asio::co_spawn(executor, std::move(body),
-            asio::bind_cancellation_slot(state->signal.slot(), std::move(finished)));
+        asio::co_spawn(
+            executor, std::move(body), detail::CancellableEnd{state->signal.slot(), std::move(finished)});
         return [executor, state] { detail::Cancellation::send(executor, state); };
     };
     auto outcome = co_await suspendUntil<Outcome<T>>(std::move(start));

@@ -1,5 +1,6 @@
 #include "tests/support/TestLoop.h"
 
+#include <boost/asio/strand.hpp>
 #include <gtest/gtest.h>
 
 using namespace kelvadrome;
@@ -71,6 +72,34 @@ TEST(Tasks, whatASuspensionCapturesIsLetGoOnce) {
     EXPECT_EQ(result, 5);
     ending->reset();
     EXPECT_EQ(held.use_count(), 1);
+}
+
+// The main loop of the desktop is such an executor: whatever it is given waits for its next turn, in which
+// the task and its signal may be gone.
+TEST(Tasks, aCancellationReachesTheTaskInTheTurnInWhichItArrives) {
+    asio::io_context context;
+    const Executor later = asio::require(context.get_executor(), asio::execution::blocking.never);
+    const Executor strand = asio::make_strand(later);
+    const auto ending = std::make_shared<std::optional<Completion<int>>>();
+    const auto cancelled = std::make_shared<int>(0);
+    const auto wait = [](auto ending, auto cancelled) -> Task<int> {
+        auto start = [ending, cancelled](Completion<int> completion) {
+            *ending = completion;
+            return [cancelled] { ++*cancelled; };
+        };
+        co_return co_await suspendUntil<int>(std::move(start));
+    };
+    const auto outer = [](Executor on, Task<int> task) -> Task<> { co_await runOn(on, std::move(task)); };
+    const auto handle = spawn(later, "outer", outer(strand, wait(ending, cancelled)));
+    context.poll();
+    ASSERT_TRUE(*ending);
+    handle.cancel();
+    ASSERT_EQ(context.poll_one(), 1u); // the caller hears of it, and asks the strand
+    ASSERT_EQ(context.poll_one(), 1u);
+    EXPECT_EQ(*cancelled, 1);
+    ending->value()(1);
+    ending->reset();
+    context.poll();
 }
 
 TEST(Tasks, gatherKeepsEachFailureToItself) {
