@@ -76,6 +76,21 @@ class Agent {
   }
 }
 
+/** A daemon's entry that keeps no answer on hold, and writes down the cards for which it gives its word to type. */
+const entry = (real, started) => `
+  import { appendFileSync } from 'node:fs';
+  import { Jobs } from 'file://${real}/src/jobs.mjs';
+  Object.assign(process.env, { KELVADROME_TEST: '1', KELVADROME_TEST_HOLD_MS: '1' });
+  const { start } = Jobs.prototype;
+  Jobs.prototype.start = function (id, ...rest) {
+    const word = start.call(this, id, ...rest);
+    const { card_id } = this.store.get('SELECT card_id FROM jobs WHERE id = ?', id);
+    if (word.proceed) appendFileSync('${started}', card_id + '\\n');
+    return word;
+  };
+  await import('file://${real}/kelvadromed-app.mjs');
+`;
+
 /**
  * The program beside a daemon that takes an answer on its socket and keeps it on hold for no time. The program finds its
  * daemon beside itself and hands it no variable, so that it is copied, and the daemon's entry is another.
@@ -89,10 +104,7 @@ function testedBin(bin, root) {
   symlinkSync(path.join(bin, 'libkelvadrome-terminal.so'), path.join(folder, 'libkelvadrome-terminal.so'));
   symlinkSync(path.join(bin, 'resources/node'), path.join(folder, 'resources/node'));
   symlinkSync(path.join(real, 'web'), path.join(daemon, 'web'));
-  writeFileSync(
-    path.join(daemon, 'kelvadromed-app.mjs'),
-    `Object.assign(process.env, { KELVADROME_TEST: '1', KELVADROME_TEST_HOLD_MS: '1' });\nawait import('file://${real}/kelvadromed-app.mjs');\n`,
-  );
+  writeFileSync(path.join(daemon, 'kelvadromed-app.mjs'), entry(real, path.join(folder, 'started')));
   return folder;
 }
 
@@ -139,6 +151,12 @@ export class Hub {
     return this.world.call('/v1/cards/answer', { card_id: card, version: 1, answer: TEXT });
   }
 
+  /** Whether the daemon has given its word to type. From then on it cannot take the answer back. */
+  hasStarted(card) {
+    const started = path.join(this.bin, 'started');
+    return existsSync(started) && readFileSync(started, 'utf8').split('\n').includes(card);
+  }
+
   /** Waits until an answer is typed; the panel has to find its daemon and log in first. */
   async delivers() {
     if (!alive(this.pid)) this.startPanel();
@@ -174,7 +192,7 @@ async function frozen(pid, ms) {
   if (alive(pid)) process.kill(pid, 'SIGCONT');
 }
 
-/** What happens, by name. It gets the hub, the agent, its card and random numbers. */
+/** What happens, by name. It gets the hub, the agent, its card and random numbers; true when it came too late to be heeded. */
 export const ROWS = {
   nothing: { words: 'nothing', harmless: true, apply: async () => {} },
   'hub-killed': {
@@ -206,15 +224,19 @@ export const ROWS = {
     words: 'question withdrawn, then a second one',
     apply: async (hub, { agent, card }) => {
       await hub.world.call('/v1/ask/withdraw', { card_id: card }).catch(() => undefined);
+      const tooLate = hub.hasStarted(card);
       await agent.moveOn();
       await agent.ask('And now?');
+      return tooLate;
     },
   },
   second: {
     words: 'a second question, the first not withdrawn',
-    apply: async (hub, { agent }) => {
+    apply: async (hub, { agent, card }) => {
       await agent.ask('And now?');
+      const tooLate = hub.hasStarted(card);
       await agent.moveOn();
+      return tooLate;
     },
   },
 };
@@ -236,7 +258,7 @@ export async function play(hub, name, random, moment = random() * PRESS_TO_LAST_
   await hub.press(card);
   const pressed = Date.now();
   await pause(moment);
-  await row.apply(hub, { agent, card, daemon, random });
+  const tooLate = (await row.apply(hub, { agent, card, daemon, random })) === true;
   const said = await hub.world
     .until('the card to be decided', () => decision(hub, card), DECIDED_WITHIN_S)
     .catch((error) => error.message);
@@ -248,6 +270,7 @@ export async function play(hub, name, random, moment = random() * PRESS_TO_LAST_
   return {
     name,
     moment,
+    tooLate,
     said,
     seconds,
     got,
@@ -259,8 +282,8 @@ export async function play(hub, name, random, moment = random() * PRESS_TO_LAST_
 }
 
 /** What a round must not come to. */
-export function fault({ name, said, got, stray, right, falsely }) {
-  if (stray) return `the second question got ${JSON.stringify(stray)}`;
+export function fault({ name, tooLate, said, got, stray, right, falsely }) {
+  if (stray && !tooLate) return `the second question got ${JSON.stringify(stray)}`;
   if (falsely) return `the card says ${said}, but the agent read ${JSON.stringify(got)}`;
   if (!['answered', 'refused', 'warned', 'withdrawn'].includes(said)) return said;
   return ROWS[name].harmless && !right ? `the answer was kept back: ${said}` : null;
@@ -273,7 +296,8 @@ const COLUMNS = {
   Withdrawn: (r) => r.said === 'withdrawn',
   'Typed in full, but warned': (r) => r.said === 'warned' && r.whole,
   'Half a line': (r) => r.said === 'warned' && r.got === TEXT,
-  'Wrong question': (r) => r.stray,
+  'Wrong question': (r) => r.stray && !r.tooLate,
+  'Wrong question, asked after the word to type': (r) => r.stray && r.tooLate,
   'Said "answered" falsely': (r) => r.falsely && r.said === 'answered',
   'Said "refused" falsely': (r) => r.falsely && r.said === 'refused',
 };
@@ -323,7 +347,7 @@ async function main() {
     }),
   );
   console.log(table(names, results));
-  process.exit(results.some(fault) ? 1 : 0);
+  process.exit(results.some((result) => fault(result)) ? 1 : 0);
 }
 
 if (process.argv[1] === fileURLToPath(import.meta.url)) await main();
