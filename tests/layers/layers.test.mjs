@@ -8,7 +8,10 @@ const root = resolve(import.meta.dirname, '../..');
 const under = (folder, rooms) => rooms.split(' ').map((room) => `${folder}/${room}`);
 
 // From the bottom up: a folder may include itself and those before it in its own stack.
-const kit = under('KelvadromeKit', 'support wire daemon attention page delivery onboarding brand');
+const kit = under(
+  'KelvadromeKit',
+  'support wire daemon attention page delivery onboarding brand bar capture',
+);
 const model = 'Kelvadrome/model';
 const glib = 'Kelvadrome/glib';
 const ends = under('Kelvadrome/platform/linux', 'process core session desk');
