@@ -14,6 +14,7 @@
 #include <poll.h>
 #include <string>
 #include <string_view>
+#include <sys/resource.h>
 #include <sys/syscall.h>
 #include <vector>
 
@@ -94,9 +95,19 @@ bool readLines(std::string& rest) {
     return true;
 }
 
+/// Each process takes a descriptor, and the usual limit of 1024 is there for programs that use select.
+void raiseDescriptorLimit() {
+    rlimit limit{};
+    if (::getrlimit(RLIMIT_NOFILE, &limit) != 0)
+        return;
+    limit.rlim_cur = limit.rlim_max;
+    ::setrlimit(RLIMIT_NOFILE, &limit);
+}
+
 } // namespace
 
 int main() {
+    raiseDescriptorLimit();
     std::signal(SIGPIPE, SIG_IGN);
     for (std::string rest;;) {
         std::vector<pollfd> polled{{STDIN_FILENO, POLLIN, 0}};
