@@ -9,9 +9,9 @@ import {
   statSync,
   unlinkSync,
 } from 'node:fs';
-import { request } from 'node:http';
 import { join } from 'node:path';
 import { StartError } from './errors.mjs';
+import { exchange } from './exchange.mjs';
 
 const MAX_SOCKET_PATH = 103;
 const OTHERS_WRITE = 0o022;
@@ -53,37 +53,13 @@ export function prepareHome(wanted) {
 }
 
 /** "none", "dead" (a file without a daemon), "silent" (something holds it and does not answer), or the health that a daemon gave. */
-function probe(socketPath) {
-  return new Promise((resolve) => {
-    if (!existsSync(socketPath)) return resolve('none');
-    const req = request(
-      { socketPath, path: '/v1/health', timeout: 2000, headers: { Connection: 'close' } },
-      (res) => {
-        let text = '';
-        res
-          .setEncoding('utf8')
-          .on('data', (piece) => {
-            text += piece;
-          })
-          .on('error', () => resolve('silent'))
-          .on('end', () => {
-            try {
-              resolve(JSON.parse(text).data ?? 'silent');
-            } catch {
-              resolve('silent');
-            }
-          });
-      },
-    );
-    req.on('timeout', () => {
-      req.destroy();
-      resolve('silent');
-    });
-    req.on('error', (error) =>
-      resolve(error.code === 'ECONNREFUSED' || error.code === 'ENOENT' ? 'dead' : 'silent'),
-    );
-    req.end();
-  });
+async function probe(socketPath) {
+  if (!existsSync(socketPath)) return 'none';
+  try {
+    return JSON.parse(await exchange(socketPath, '/v1/health', { timeoutMs: 2000 })).data ?? 'silent';
+  } catch (error) {
+    return error.code === 'ECONNREFUSED' || error.code === 'ENOENT' ? 'dead' : 'silent';
+  }
 }
 
 /** Refuses to start beside a daemon that runs. */

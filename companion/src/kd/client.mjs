@@ -1,8 +1,8 @@
 // Calls to the daemon over its socket.
 import { statSync } from 'node:fs';
-import { request } from 'node:http';
 import { homedir } from 'node:os';
 import { join, resolve } from 'node:path';
+import { exchange } from '../exchange.mjs';
 
 /** Why `kd` cannot go on: words for a person and the exit code. */
 export class KdError extends Error {
@@ -27,33 +27,6 @@ export class Client {
     this.socketPath = join(home, 'kelvadromed.sock');
   }
 
-  #exchange(path, body, timeoutMs) {
-    const bytes = Buffer.from(JSON.stringify(body));
-    return new Promise((done, failed) => {
-      const headers = {
-        'Content-Type': 'application/json',
-        'Content-Length': bytes.length,
-        Connection: 'close',
-      };
-      const req = request(
-        { socketPath: this.socketPath, path, method: 'POST', headers, timeout: timeoutMs },
-        (res) => {
-          let text = '';
-          res
-            .setEncoding('utf8')
-            .on('data', (piece) => {
-              text += piece;
-            })
-            .on('error', failed)
-            .on('end', () => done(text));
-        },
-      );
-      req.on('timeout', () => req.destroy(new Error('it did not answer in time')));
-      req.on('error', failed);
-      req.end(bytes);
-    });
-  }
-
   /** In a home of somebody else there is nobody to ask, and an answer that came from there would be theirs. */
   #refuseForeignHome() {
     const me = process.getuid?.() ?? 0;
@@ -67,7 +40,7 @@ export class Client {
     this.#refuseForeignHome();
     let text;
     try {
-      text = await this.#exchange(path, body, timeoutMs);
+      text = await exchange(this.socketPath, path, { body, timeoutMs });
     } catch (error) {
       throw new KdError(
         `No kelvadromed answers on ${this.socketPath} (${error.code ?? error.message}). Start Kelvadrome first.`,
