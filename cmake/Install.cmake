@@ -7,7 +7,7 @@ install(PROGRAMS packaging/kd DESTINATION bin)
 
 # The companion and its Node, where the executable looks for them when nothing lies beside it.
 install(FILES companion/kelvadromed-app.mjs companion/package.json DESTINATION share/kelvadrome/kelvadrome)
-install(DIRECTORY companion/shared companion/src DESTINATION share/kelvadrome/kelvadrome)
+install(DIRECTORY companion/shared companion/src companion/sample-agent DESTINATION share/kelvadrome/kelvadrome)
 install(DIRECTORY companion/node_modules DESTINATION share/kelvadrome/kelvadrome)
 install(DIRECTORY companion/bin/ DESTINATION share/kelvadrome/kelvadrome/dist)
 install(TARGETS process-watch RUNTIME DESTINATION share/kelvadrome/kelvadrome/bin)

@@ -9,11 +9,12 @@ import { Screen } from './screen.mjs';
 
 process.title = 'claude';
 
-const USAGE = `usage: sample-agent.mjs [--script KIND,KIND,...] [--once] [--pause SECONDS] [--home DIR]
+const USAGE = `usage: sample-agent.mjs [--script KIND,KIND,...] [--once] [--pause SECONDS] [--sample ID] [--home DIR]
 
   --script   what to ask, in this order: menu, text, batch, stop, trust (the standard: all of them but trust)
   --once     ask each once and leave; otherwise go on for ever with other questions
   --pause    seconds of "work" before each question (the standard: 2)
+  --sample   ask one question under this id, in a terminal or without one, and leave after 15 minutes
   --home     the data home of kelvadromed
 `;
 
@@ -28,6 +29,7 @@ function readArguments() {
         script: { type: 'string' },
         once: { type: 'boolean' },
         pause: { type: 'string' },
+        sample: { type: 'string' },
         home: { type: 'string' },
         help: { type: 'boolean', short: 'h' },
       },
@@ -36,20 +38,28 @@ function readArguments() {
       process.stdout.write(USAGE);
       process.exit(0);
     }
-    const script = (values.script ?? 'menu,text,batch,stop').split(',');
+    const { sample } = values;
+    const script = (values.script ?? (sample ? 'menu' : 'menu,text,batch,stop')).split(',');
     for (const kind of script)
       if (!Object.hasOwn(KINDS, kind)) fail(`there is no kind of question "${kind}"`);
-    const pause = Number(values.pause ?? 2);
+    const pause = Number(values.pause ?? (sample ? 0 : 2));
     if (!(pause >= 0)) fail('--pause takes a number of seconds');
-    return { script, once: values.once ?? false, pauseMs: pause * 1000, home: values.home };
+    return { script, once: values.once ?? Boolean(sample), pauseMs: pause * 1000, sample, home: values.home };
   } catch (error) {
     return fail(error.message);
   }
 }
 
 const settings = readArguments();
-if (!process.stdin.isTTY || !process.stdout.isTTY) {
+const hasTerminal = process.stdin.isTTY && process.stdout.isTTY;
+if (!hasTerminal && !settings.sample) {
   process.stderr.write('sample-agent: it needs a terminal.\n');
+  process.exit(1);
+}
+if (hasTerminal && (process.env.TERM ?? 'dumb') === 'dumb') {
+  process.stderr.write(
+    'sample-agent: this terminal (TERM=dumb) cannot be drawn on. Try TERM=xterm-256color, or another terminal.\n',
+  );
   process.exit(1);
 }
 
@@ -63,8 +73,18 @@ function kd(...words) {
   });
 }
 
+const SAMPLE_S = 900;
+const sampleWords = settings.sample ? ['--ask-id', settings.sample, '--label', 'sample'] : [];
+
 let onKey = () => {};
 let current = null; // the ask under way: a promise of {ok, text}
+/** Without a terminal there is nothing to draw on: the answer is waited for and taken as it comes. */
+if (!hasTerminal) {
+  const asked = question('menu', 0, process.cwd());
+  const { ok } = await kd('ask', ...sampleWords, ...askArguments(asked), `--wait=${SAMPLE_S}`);
+  process.exit(ok ? 0 : 1);
+}
+
 const screen = new Screen((key) => (key.name === 'interrupt' ? leave(130) : onKey(key)));
 
 async function leave(code) {
@@ -75,6 +95,7 @@ async function leave(code) {
   process.exit(code);
 }
 for (const signal of ['SIGTERM', 'SIGHUP']) process.on(signal, () => leave(0));
+if (settings.sample) setTimeout(() => leave(0), SAMPLE_S * 1000).unref();
 
 const sleep = (ms) => new Promise((done) => setTimeout(done, ms));
 
@@ -95,7 +116,7 @@ function play(asked) {
 
 async function askOne(kind, round) {
   const asked = question(kind, round, process.cwd());
-  current = kd('ask', ...askArguments(asked));
+  current = kd('ask', ...sampleWords, ...askArguments(asked));
   const answer = play(asked);
   const card = await current;
   const { chosen, leave: leaves } = await answer;

@@ -18,6 +18,9 @@ export const AGENTS = [
   'pi',
 ];
 
+/** Who asks when a person at a shell does. */
+export const SHELL = 'shell';
+
 const NAMES = {
   claude: 'Claude Code',
   codex: 'Codex',

@@ -23,8 +23,22 @@ function skipPast(scalars, from, ends) {
 
 const endsControl = (c) => c >= 64 && c <= 126;
 
-/** Removes terminal control sequences and invisible characters; line breaks become blanks. */
-function withoutControls(text) {
+const JOINER = 0x200d;
+const isPicture = (c) => c !== undefined && /\p{Extended_Pictographic}/u.test(String.fromCodePoint(c));
+const isPictureTail = (c) => c === 0xfe0f || (c >= 0x1f3fb && c <= 0x1f3ff); // its colour, its shade
+
+/** Whether the joiner at `i` makes one emoji of two. */
+function joinsPictures(scalars, i) {
+  let before = i - 1;
+  while (isPictureTail(scalars[before])) before--;
+  return isPicture(scalars[before]) && isPicture(scalars[i + 1]);
+}
+
+/**
+ * Removes terminal control sequences and invisible characters; line breaks become blanks. In text that is only `shown`
+ * the joiners within emoji stay.
+ */
+function withoutControls(text, shown = false) {
   const scalars = Array.from(text, (c) => c.codePointAt(0));
   const kept = [];
   for (let i = 0; i < scalars.length; ) {
@@ -46,7 +60,7 @@ function withoutControls(text) {
       i = skipPast(scalars, i + 1, (s) => s === 7 || s === 156);
     } else {
       if (isLineBreak(c)) kept.push(BLANK);
-      else if (!isDropped(c)) kept.push(c);
+      else if (!isDropped(c) || (shown && c === JOINER && joinsPictures(scalars, i))) kept.push(c);
       i += 1;
     }
   }
@@ -56,12 +70,15 @@ function withoutControls(text) {
 }
 
 /** One clean line: no controls, composed, single blanks, trimmed. May be empty; no limit on its length. */
-export function oneLine(text) {
-  return withoutControls(text)
+export function oneLine(text, shown = false) {
+  return withoutControls(text, shown)
     .normalize('NFC')
     .replace(/ {2,}/g, ' ')
     .replace(/^[\p{Zs}\t]+|[\p{Zs}\t]+$/gu, '');
 }
+
+/** The same for a line that is only shown, never typed: emoji stay whole. */
+export const shownLine = (text) => oneLine(text, true);
 
 /** Characters as a person counts them (grapheme clusters), counted no further than `limit` + 1. */
 export function characterCount(text, limit = Infinity) {
@@ -123,7 +140,7 @@ export function paragraphs(text) {
   return text
     .replace(/\r\n?/g, '\n')
     .split('\n')
-    .map((line) => withoutControls(line).normalize('NFC').trimEnd())
+    .map((line) => withoutControls(line, true).normalize('NFC').trimEnd())
     .join('\n')
     .trim();
 }

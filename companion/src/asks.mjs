@@ -3,7 +3,7 @@
 import { invalid } from './errors.mjs';
 import { optional, required } from './check.mjs';
 import { NEEDS_YOU } from '../shared/agents.js';
-import { oneLine, paragraphs } from '../shared/text.js';
+import { paragraphs, shownLine } from '../shared/text.js';
 import { identityOf, isShell, nameOf, processInfo } from './proc.mjs';
 import { MENU_KEYS, TRUST_OPTIONS, typable } from './answers.mjs';
 
@@ -17,7 +17,7 @@ const REFS = { tmux: /^%[0-9]+$/, herdr: /^w[0-9]+:p[0-9]+$/ };
 function line(read, body, field, max) {
   const text = read(body, field, { max });
   if (text === undefined) return undefined;
-  const clean = oneLine(text);
+  const clean = shownLine(text);
   if (clean === '') throw invalid(field, 'is empty');
   return clean;
 }

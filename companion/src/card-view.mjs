@@ -1,6 +1,6 @@
 // A card as it stands in the store, and as it goes on the wire.
 import { iso } from './clock.mjs';
-import { agentName } from '../shared/agents.js';
+import { SHELL, agentName } from '../shared/agents.js';
 
 const JSON_COLUMNS = ['options', 'rows', 'refs', 'live', 'screen', 'answer', 'unsure'];
 
@@ -14,14 +14,29 @@ export function fromRow(row) {
 /** An open card whose agent has ended is "gone": it can be dismissed, no longer answered. */
 export const stateOf = (card) => (card.state === 'open' && card.gone_ms !== null ? 'gone' : card.state);
 
-/** What a receipt names of a card. */
-export const about = (card) => ({ topic: card.topic, card_id: card.id });
+/** What a receipt names of a card: `by` is where the answer was pressed, or who else did what it tells of. */
+export const about = (card, by = card.pressed_in) => ({
+  topic: card.topic,
+  card_id: card.id,
+  agent: card.agent,
+  by,
+});
+
+/** What has to be said of the way that an answer to this card takes; null when it is the usual one. */
+function noteOf({ agent, delivery }, whyNot) {
+  if (agent === SHELL && delivery === 'wait') return 'Asked from a shell. Your answer is printed there.';
+  if (agent === SHELL && delivery === 'keep')
+    return 'Asked from a shell. Your answer is kept until “kd wait” fetches it.';
+  if (delivery === 'keep')
+    return `Nothing is typed for this one. Your answer is kept until ${agentName(agent)} fetches it.`;
+  return whyNot;
+}
 
 /**
- * As it goes on the wire; absent fields are left out. `whyNot` says why no answer can be typed, null when one can. After
- * an answer that may have been typed nothing is suggested any more.
+ * As it goes on the wire; absent fields are left out. `whyNot` says why no answer can be typed, null when one can;
+ * the names are those of the session that asks. After an answer that may have been typed nothing is suggested any more.
  */
-export function viewOf(card, whyNot) {
+export function viewOf(card, whyNot, { callsign, label }) {
   const suggests = card.unsure === null;
   const rows = suggests ? card.rows : (card.rows?.map(({ default: _, ...row }) => row) ?? null);
   const fields = {
@@ -33,6 +48,10 @@ export function viewOf(card, whyNot) {
     topic: card.topic,
     agent: card.agent,
     session_id: card.session_id,
+    label,
+    callsign,
+    folder: card.live?.cwd ?? null,
+    pane: card.live?.host_ref ?? null,
     stop_type: card.stop_type,
     title: card.title,
     body: card.body,
@@ -42,12 +61,10 @@ export function viewOf(card, whyNot) {
     rows,
     opened_at: iso(card.opened_ms),
     held_until: card.state === 'held' ? iso(card.held_until_ms) : null,
+    snoozed_until: card.snoozed_until_ms === null ? null : iso(card.snoozed_until_ms),
     refs: card.refs,
     menu: card.menu,
-    delivery_note:
-      card.delivery === 'keep'
-        ? `Nothing is typed for this one. Your answer is kept until ${agentName(card.agent)} fetches it.`
-        : whyNot,
+    delivery_note: noteOf(card, whyNot),
     answerable: whyNot === null ? null : false,
     maybe_typed: suggests ? null : true,
     screen: card.screen,

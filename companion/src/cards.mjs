@@ -2,7 +2,7 @@ import { unknownCard } from './errors.mjs';
 import { clock, newId } from './clock.mjs';
 import { answerLine } from './answers.mjs';
 import { about, fromRow, stateOf, viewOf } from './card-view.mjs';
-import { NEEDS_YOU, agentName } from '../shared/agents.js';
+import { NEEDS_YOU, SHELL, agentName } from '../shared/agents.js';
 import { isWaiting } from './sessions.mjs';
 
 /** What the process that asks is known by; null without one. */
@@ -51,7 +51,7 @@ export class Cards {
   }
 
   view(card) {
-    return viewOf(card, this.whyNotTypable(card));
+    return viewOf(card, this.whyNotTypable(card), this.app.sessions.namesOf(card));
   }
 
   /** Cards that are not closed, the one that waits longest first. */
@@ -67,10 +67,12 @@ export class Cards {
       .map((row) => this.view(fromRow(row)));
   }
 
-  needsYouCount() {
+  /** How many cards wait for the user, and how many of those that do are put off. */
+  counts() {
     return this.store.get(
-      `SELECT count(*) AS n FROM cards WHERE state <> 'closed' AND gone_ms IS NULL AND +kind IN ('${NEEDS_YOU.join("','")}')`,
-    ).n;
+      `SELECT count(*) FILTER (WHERE snoozed_until_ms IS NULL) AS needs_you, count(snoozed_until_ms) AS snoozed
+       FROM cards WHERE state <> 'closed' AND gone_ms IS NULL AND +kind IN ('${NEEDS_YOU.join("','")}')`,
+    );
   }
 
   ofKind(kind, limit) {
@@ -111,17 +113,19 @@ export class Cards {
         { title: ask.topic_title, folder: ask.live?.cwd, scope: ask.scope },
         now,
       );
-      this.app.sessions.touch(
-        {
-          agent: ask.agent,
-          session_id: ask.session_id,
-          label: ask.label,
-          topic: ask.topic,
-          live: ask.live,
-          status: ask.blocking ? 'waiting' : 'working',
-        },
-        now,
-      );
+      // A shell that does not wait has nothing to show among the agents.
+      if (ask.agent !== SHELL || ask.live?.pid !== undefined)
+        this.app.sessions.touch(
+          {
+            agent: ask.agent,
+            session_id: ask.session_id,
+            label: ask.label,
+            topic: ask.topic,
+            live: ask.live,
+            status: ask.blocking ? 'waiting' : 'working',
+          },
+          now,
+        );
       this.store.insert('cards', {
         id,
         ask_id: ask.ask_id,
@@ -165,15 +169,24 @@ export class Cards {
     return card;
   }
 
-  /** Sets columns and raises the version; gives the card as it is then. */
-  update(card, columns, event) {
+  #set(card, columns, more = '') {
     const names = Object.keys(columns);
     this.store.run(
-      `UPDATE cards SET version = version + 1, ${names.map((name) => `${name} = ?`).join(', ')} WHERE id = ?`,
+      `UPDATE cards SET ${more}${names.map((name) => `${name} = ?`).join(', ')} WHERE id = ?`,
       ...Object.values(columns),
       card.id,
     );
-    return this.#changed(this.find(card.id), event);
+    return this.find(card.id);
+  }
+
+  /** Sets columns and raises the version; gives the card as it is then. */
+  update(card, columns, event) {
+    return this.#changed(this.#set(card, columns, 'version = version + 1, '), event);
+  }
+
+  /** Sets columns that change nothing of the question or its answer, so the version stays. */
+  mark(card, columns) {
+    return this.#changed(this.#set(card, columns));
   }
 
   /** `answer` is what the agent got, when it is known that it got one. */
@@ -239,7 +252,7 @@ export class Cards {
     this.app.receipts.add(
       'card.went_on',
       `${agentName(card.agent)} went on after "${card.title}". Your answer may have been typed.`,
-      about(card),
+      about(card, 'agent'),
       now,
     );
     return this.close(card, 'went_on', now);
@@ -303,7 +316,7 @@ export class Cards {
       this.app.receipts.add(
         'card.withdrawn',
         `${agentName(card.agent)} no longer asks: "${card.title}".`,
-        about(card),
+        about(card, 'agent'),
         now,
       );
       return this.close(card, 'withdrawn', now);

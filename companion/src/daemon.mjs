@@ -1,7 +1,6 @@
 // The daemon as a whole: reads its arguments, opens its home, serves two doors, and leaves in order.
 import { parseArgs } from 'node:util';
-import { homedir } from 'node:os';
-import { join, resolve } from 'node:path';
+import { resolve } from 'node:path';
 import { chmodSync, readFileSync } from 'node:fs';
 import { StartError, forbidden, invalid, noRoute, Refusal, unauthorized } from './errors.mjs';
 import { Store } from './store.mjs';
@@ -13,6 +12,9 @@ import { Cards } from './cards.mjs';
 import { Holds } from './holds.mjs';
 import { Presses } from './presses.mjs';
 import { Jobs } from './jobs.mjs';
+import { Focuses } from './focuses.mjs';
+import { Snoozes } from './snoozes.mjs';
+import { Sample } from './sample.mjs';
 import { Askers } from './askers.mjs';
 import { Departed } from './departed.mjs';
 import { ProcessWatch } from './process-watch.mjs';
@@ -29,12 +31,11 @@ import { clearDeadSocket, prepareHome, refuseSecond } from './home.mjs';
 import { Admission, agentBehind, canTell, holderOf, peerOf } from './peer.mjs';
 import { agentName } from '../shared/agents.js';
 import { clock } from './clock.mjs';
-import { pageFolder, processWatch } from './layout.mjs';
+import { defaultHome, pageFolder, processWatch } from './layout.mjs';
 
 const VERSION = JSON.parse(readFileSync(new URL('../package.json', import.meta.url), 'utf8')).version;
 const LOOK_AROUND_MS = 2000;
 const USAGE = 'usage: kelvadromed-app.mjs [--home DIR] [--static DIR] [--port N]';
-export const defaultHome = () => join(homedir(), 'Library/Application Support/Kelvadrome');
 const log = (line) => process.stderr.write(`kelvadromed: ${line}\n`);
 
 function readArguments(argv, env) {
@@ -86,7 +87,9 @@ class Daemon {
     this.cards = new Cards(this);
     this.holds = new Holds(this);
     this.presses = new Presses(this);
+    this.snoozes = new Snoozes(this);
     this.jobs = new Jobs(this);
+    this.focuses = new Focuses(this);
     this.askers = new Askers(this);
     this.departed = new Departed(this);
     this.watch = new ProcessWatch(settings.processWatch, () => this.departed.watchTold(), log);
@@ -94,6 +97,7 @@ class Daemon {
     this.looks = new Looks(this);
     this.reviews = new Reviews();
     this.onboarding = new Onboarding(this, env);
+    this.sample = new Sample(this, env);
     this.hosts = { hosts: [], access: {} };
     if (this.store.setAsideAs) {
       log(`the database was damaged; it is kept as ${this.store.setAsideAs}, and a fresh one is in use.`);
@@ -144,6 +148,7 @@ class Daemon {
       this.auth.prune();
       this.holds.followTimeOfDay();
       this.holds.commitDue();
+      this.snoozes.wakeDue();
       this.jobs.expireDue();
       this.askers.forgetLeft();
       this.departed.look();
@@ -169,7 +174,9 @@ class Daemon {
     this.closed = true;
     clearTimeout(this.timer);
     clearImmediate(this.pending);
+    this.sample.close();
     this.jobs.close();
+    this.focuses.close();
     this.askers.close();
     this.pruning.close();
     this.watch.close();

@@ -2,6 +2,7 @@
 // if they waited for one: a card turns "gone", counts no longer, and stays only until the user has seen and dismissed it.
 import { clock } from './clock.mjs';
 import { whyNotTheAsker } from './proc.mjs';
+import { about } from './card-view.mjs';
 import { agentName } from '../shared/agents.js';
 
 const LOOK_MS = 1000;
@@ -57,7 +58,7 @@ export class Departed {
       this.app.receipts.add(
         'card.agent_gone',
         `${agentName(card.agent)} ended before it had an answer: "${card.title}".`,
-        { topic: card.topic, card_id: card.id },
+        about(card, 'agent'),
         now,
       );
     });

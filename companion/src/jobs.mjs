@@ -115,7 +115,7 @@ export class Jobs {
       "SELECT * FROM jobs WHERE state = 'queued' AND type = 'answer' AND presence = ? ORDER BY seq LIMIT 1",
       tag,
     );
-    if (!job || this.#term(job.id) <= clock.steady()) return undefined;
+    if (!job || this.#term(job.id) <= clock.steady()) return this.app.focuses.take(tag);
     this.store.tx(() =>
       this.store.run("UPDATE jobs SET state = 'claimed', claimant = ? WHERE id = ?", tag, job.id),
     );

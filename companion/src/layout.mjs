@@ -1,5 +1,6 @@
-import { existsSync } from 'node:fs';
-import { dirname, join } from 'node:path';
+import { existsSync, realpathSync } from 'node:fs';
+import { homedir } from 'node:os';
+import { delimiter, dirname, join } from 'node:path';
 import { fileURLToPath } from 'node:url';
 
 /** The first of these that is there: an installed tree has other folder names than the source tree. */
@@ -12,7 +13,38 @@ const beside = (...places) => {
 export const pageFolder = beside('web/dist', 'page');
 /** The program `kd`. */
 export const kdProgram = beside('dist/bin.js', 'bin/bin.js');
+/** The stand-in for an agent that asks the sample question. */
+export const sampleAgent = beside('sample-agent/sample-agent.mjs');
+export const defaultHome = () => join(homedir(), 'Library/Application Support/Kelvadrome');
 /** What the daemon and the page have in common. The page gets it as /shared/. */
 export const sharedFolder = beside('shared');
 /** The program that watches processes: beside the daemon as it was started, for a build only links to these sources. */
 export const processWatch = join(dirname(process.argv[1] ?? '.'), 'bin/process-watch');
+
+const quoted = (text) => (/^[\w@%+=:,./-]+$/.test(text) ? text : `'${text.replaceAll("'", "'\\''")}'`);
+
+/** Whether the first `kd` on the PATH is this very one. */
+function isFoundByName(launcher, env) {
+  const found = (env.PATH ?? '')
+    .split(delimiter)
+    .map((folder) => join(folder, 'kd'))
+    .find(existsSync);
+  return found !== undefined && realpathSync(found) === realpathSync(launcher);
+}
+
+/**
+ * How a person at a shell of this machine starts `kd`, ready to be pasted: by name where that finds it, else by its path.
+ * For a home that is not the usual one, the command says which.
+ */
+export function kdCommand(home = defaultHome(), env = process.env) {
+  const launcher = ['../../scripts/kd', '../../../../bin/kd']
+    .map((place) => fileURLToPath(new URL(place, import.meta.url)))
+    .find(existsSync);
+  const command =
+    launcher === undefined
+      ? `${quoted(process.execPath)} ${quoted(kdProgram)}`
+      : isFoundByName(launcher, env)
+        ? 'kd'
+        : quoted(launcher);
+  return home === defaultHome() ? command : `KELVADROME_HOME=${quoted(home)} ${command}`;
+}

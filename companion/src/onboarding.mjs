@@ -3,7 +3,7 @@ import { accessSync, constants, statSync } from 'node:fs';
 import { homedir } from 'node:os';
 import { delimiter, join, relative, sep } from 'node:path';
 import { invalid } from './errors.mjs';
-import { kdProgram } from './layout.mjs';
+import { kdCommand } from './layout.mjs';
 import { AGENTS, agentName } from '../shared/agents.js';
 import { cut, oneLine } from '../shared/text.js';
 
@@ -25,15 +25,19 @@ function findProgram(name, folders) {
     });
 }
 
-const quoted = (text) => (/^[\w@%+=:,./-]+$/.test(text) ? text : `'${text.replaceAll("'", "'\\''")}'`);
-
 export class Onboarding {
-  constructor({ store, receipts }, env) {
+  constructor({ store, receipts, home }, env) {
     this.store = store;
     this.receipts = receipts;
+    this.kd = kdCommand(home, env);
     this.folders = [
       ...new Set([...(env.PATH ?? '').split(delimiter).filter((folder) => folder.startsWith('/')), ...USUAL]),
     ];
+  }
+
+  /** The path of a program in the folders where this machine's programs are; undefined without one. */
+  program(name) {
+    return findProgram(name, this.folders);
   }
 
   /** Whoever has had an answer arrive has nothing left to set up. */
@@ -51,7 +55,7 @@ export class Onboarding {
   status() {
     const asked = new Set(this.store.all('SELECT DISTINCT agent FROM sessions').map((row) => row.agent));
     const agents = AGENTS.map((id) => {
-      const path = findProgram(id, this.folders);
+      const path = this.program(id);
       return {
         id,
         name: agentName(id),
@@ -64,7 +68,7 @@ export class Onboarding {
       completed: this.completed,
       ...(this.folder ? { folder: this.folder } : {}),
       agents,
-      kd: `${quoted(process.execPath)} ${quoted(kdProgram)}`,
+      kd: this.kd,
     };
   }
 

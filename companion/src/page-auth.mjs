@@ -189,14 +189,14 @@ export class PageAuth {
    * The session under which an answer pressed in `session` is delivered: a shell's own; for a browser's that of the shell
    * which opened it, the newest under its key that `isThere`.
    */
-  shellOf(session, isThere) {
+  shellOf(session, isThere, what = 'deliver the answer') {
     if (session.surface === 'mac') return session;
     const shell = [...this.#sessions.values()].findLast(
       ({ surface, group, tag }) => surface === 'mac' && group === session.group && isThere(tag),
     );
     if (!shell)
       throw conflict(
-        'Kelvadrome, which opened this page, does not run, so nobody could deliver the answer. Start it, then press again.',
+        `Kelvadrome, which opened this page, does not run, so nobody could ${what}. Start it, then press again.`,
       );
     return shell;
   }

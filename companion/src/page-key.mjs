@@ -12,6 +12,7 @@ import {
 } from 'node:fs';
 import { basename, dirname, join } from 'node:path';
 import { conflict, invalid } from './errors.mjs';
+import { kdCommand } from './layout.mjs';
 
 const { O_CREAT, O_EXCL, O_NOFOLLOW = 0, O_RDONLY, O_WRONLY } = constants;
 const FORM = /^[\x21-\x7e]{16,256}$/;
@@ -34,8 +35,14 @@ export class PageKey {
     this.path = join(home, 'page-key.sha256');
   }
 
+  get #kd() {
+    return kdCommand(dirname(this.path));
+  }
+
   #damaged() {
-    return conflict(`${basename(this.path)} in the data home is damaged. "kd page-key --reset" forgets it.`);
+    return conflict(
+      `${basename(this.path)} in the data home is damaged. "${this.#kd} page-key --reset" forgets it.`,
+    );
   }
 
   /** The registered hash, or null. A file that holds none locks the page rather than opening it to everyone. */
@@ -63,7 +70,9 @@ export class PageKey {
       throw invalid('key', 'must be 16 to 256 printable characters');
     if (this.hash === null && this.#create(`${sha256(key)}\n`)) return true;
     if (!this.matches(key))
-      throw conflict('Another page key is registered for this home. "kd page-key" says who holds the page.');
+      throw conflict(
+        `Another page key is registered for this home. "${this.#kd} page-key" says who holds the page.`,
+      );
     return false;
   }
 

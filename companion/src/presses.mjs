@@ -16,10 +16,10 @@ export class Presses {
   }
 
   /** Takes an answer and holds it for the undo window. Only for the version that the presser saw, and only once. */
-  answer({ id, version, answer, acceptAllDefaults, presser, presence, review, surface }, now = clock.now()) {
+  answer({ id, version, answer, acceptAllDefaults, presser, presence, review, by }, now = clock.now()) {
     return this.store.tx(() => {
       const { card, fitted } = this.#fit({ id, version, answer, acceptAllDefaults });
-      if (card.risk === 'high' && surface === 'page')
+      if (card.risk === 'high' && by !== 'test')
         this.app.reviews.finish(review, [id, version, presser, fitted.answer]);
       const seconds = Math.round(this.app.settings.holdMs(card.risk) / 1000);
       const held = this.cards.update(card, {
@@ -27,11 +27,13 @@ export class Presses {
         held_until_ms: now + this.app.holds.begin(card),
         answer: JSON.stringify(fitted.answer),
         presence,
+        pressed_in: by,
+        snoozed_until_ms: null,
       });
       const receipt = this.app.receipts.add(
         'answer.held',
         `${fitted.words} for ${agentName(card.agent)}: "${card.title}". Undo within ${seconds} s.`,
-        about(card),
+        about(held),
         now,
       );
       this.store.afterCommit(() => this.app.looks.remember(card).catch(this.app.wentWrong));
@@ -74,7 +76,7 @@ export class Presses {
   }
 
   /** Takes a held answer back. */
-  undo(id, now = clock.now()) {
+  undo(id, by, now = clock.now()) {
     return this.store.tx(() => {
       const card = this.cards.find(id);
       if (card.state !== 'held')
@@ -92,7 +94,7 @@ export class Presses {
       const receipt = this.app.receipts.add(
         'answer.undone',
         `Answer taken back: "${card.title}".`,
-        about(card),
+        about(card, by),
         now,
       );
       return { receipt, status: 'undone', card: this.cards.view(open) };
@@ -100,7 +102,7 @@ export class Presses {
   }
 
   /** Ends a card from the page without an answer. The agent is told nothing. */
-  dismiss(id, version, now = clock.now()) {
+  dismiss(id, version, by, now = clock.now()) {
     return this.store.tx(() => {
       const card = this.cards.find(id);
       if (card.version !== version || card.state !== 'open')
@@ -110,7 +112,7 @@ export class Presses {
       const receipt = this.app.receipts.add(
         'card.dismissed',
         `Dismissed without an answer: "${card.title}".`,
-        about(card),
+        about(card, by),
         now,
       );
       return {
@@ -129,7 +131,7 @@ export class Presses {
     const words = `A program of ${agentName(agent)} tried to answer this, and was refused.`;
     this.store.tx(() => {
       this.cards.update(card, { refs: JSON.stringify({ ...card.refs, last_attempt: words }) });
-      this.app.receipts.add('answer.not_the_user', `${words} "${card.title}".`, about(card));
+      this.app.receipts.add('answer.not_the_user', `${words} "${card.title}".`, about(card, 'agent'));
     });
   }
 }

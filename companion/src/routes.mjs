@@ -3,10 +3,10 @@
 import { setTimeout } from 'node:timers/promises';
 import { optional, required } from './check.mjs';
 import { clock } from './clock.mjs';
-import { conflict, forbidden, notBuilt } from './errors.mjs';
+import { conflict, forbidden, invalid, notBuilt } from './errors.mjs';
 import { readAsk, readIdentity, readLive, readTopic } from './asks.mjs';
 import { KEY_HEADER } from './page-auth.mjs';
-import { oneLine } from '../shared/text.js';
+import { shownLine } from '../shared/text.js';
 import { whyUntypable } from './reach.mjs';
 import { STATUS_WORDS, isWorking } from './sessions.mjs';
 
@@ -18,23 +18,30 @@ const both = ['socket', 'page'];
 
 const shortLine = (body, field, max) => {
   const text = optional.string(body, field, { max });
-  return text === undefined ? undefined : oneLine(text) || undefined;
+  return text === undefined ? undefined : shownLine(text) || undefined;
 };
 
+const shellOf = (app, session, what) => app.auth.shellOf(session, (tag) => app.jobs.isThere(tag), what);
+
+/** Where the user pressed, as receipts name it; the socket is for tests alone. */
+const presserOf = (session) => (!session ? 'test' : session.surface === 'browser' ? 'browser' : 'app');
+
+const cardId = (body) => required.string(body, 'card_id');
+
 const pressed = (app, { body, session }) => ({
-  id: required.string(body, 'card_id'),
+  id: cardId(body),
   version: required.integer(body, 'version'),
   answer: body.answer,
   acceptAllDefaults: optional.boolean(body, 'accept_all_defaults') ?? false,
   presser: session?.tag,
-  presence: session ? app.auth.shellOf(session, (tag) => app.jobs.isThere(tag)).tag : app.auth.newestTag(),
+  presence: session ? shellOf(app, session).tag : app.auth.newestTag(),
+  by: presserOf(session),
 });
 
 function answer(app, call) {
   return app.presses.answer({
     ...pressed(app, call),
     review: optional.string(call.body, 'review'),
-    surface: call.session ? 'page' : 'socket',
   });
 }
 
@@ -50,7 +57,7 @@ async function ask(app, { body, signal }) {
 
 /** Comes back only once no keys are on their way any more: the agent may draw its next question then. */
 async function withdraw(app, { body, signal }) {
-  const id = required.string(body, 'card_id');
+  const id = cardId(body);
   app.cards.withdraw(id, optional.string(body, 'answered', { max: 200_000 }));
   await app.askers.settled(id, WITHDRAW_MS, signal);
   const card = app.cards.find(id);
@@ -80,8 +87,9 @@ function touch(app, { body }) {
 function report(app, { body, session }) {
   const id = required.string(body, 'job_id');
   const outcome = required.oneOf(body, 'outcome', ['start', 'done', 'refused', 'failed']);
-  if (outcome === 'start') return app.jobs.start(id, session);
-  return app.jobs.report(
+  const jobs = app.focuses.has(id) ? app.focuses : app.jobs;
+  if (outcome === 'start') return jobs.start(id, session);
+  return jobs.report(
     id,
     { outcome, reason: shortLine(body, 'reason', 1000), path: optional.string(body, 'path') ?? 'host' },
     session,
@@ -91,7 +99,7 @@ function report(app, { body, session }) {
 function inbox(app, { body }) {
   const sessions = app.sessions.list(app.topics);
   const counts = {
-    needs_you: app.cards.needsYouCount(),
+    ...app.cards.counts(),
     // No rule answers anything yet, so none was.
     answered_by_rules_today: 0,
     agents_working: sessions.filter(isWorking).length,
@@ -100,6 +108,28 @@ function inbox(app, { body }) {
   };
   if (optional.boolean(body, 'counts_only')) return { counts };
   return { counts, cards: app.cards.list(), sessions, topics: app.topics.board() };
+}
+
+/** A time in milliseconds, from text that names one. */
+function moment(body, field) {
+  const text = optional.string(body, field, { max: 40 });
+  if (text === undefined) return undefined;
+  const ms = Date.parse(text);
+  if (Number.isNaN(ms)) throw invalid(field, 'must be a time as in ISO 8601');
+  return ms;
+}
+
+function receiptsWanted(body) {
+  return {
+    limit: optional.integer(body, 'limit', { min: 1, max: 1000 }) ?? 100,
+    topic: readTopic(body),
+    text: optional.string(body, 'text', { max: 200 })?.trim() || undefined,
+    agent: optional.string(body, 'agent', { max: 64 }),
+    since: moment(body, 'since'),
+    until: moment(body, 'until'),
+    before: optional.string(body, 'before', { pattern: /^\d{1,15}$/ }),
+    answers: optional.boolean(body, 'answers'),
+  };
 }
 
 function liveHosts(app, { body }) {
@@ -117,6 +147,7 @@ const routes = {
     on: ['page'],
     run: (app, { session, headers }) => ({
       csrf: app.auth.tokenOf(session, headers),
+      kd: app.onboarding.kd,
       hold_s: { low: app.settings.holdMs('low') / 1000, high: app.settings.holdMs('high') / 1000 },
     }),
   },
@@ -124,7 +155,7 @@ const routes = {
   'POST /v1/cards/list': { on: both, run: (app) => ({ cards: app.cards.list() }) },
   'POST /v1/cards/detail': {
     on: both,
-    run: (app, { body }) => ({ card: app.cards.view(app.cards.find(required.string(body, 'card_id'))) }),
+    run: (app, { body }) => ({ card: app.cards.view(app.cards.find(cardId(body))) }),
   },
   'POST /v1/handoffs/list': { on: both, run: (app) => ({ cards: app.cards.ofKind('handoff_review', 100) }) },
   'POST /v1/board': { on: both, run: (app) => ({ topics: app.topics.board() }) },
@@ -134,9 +165,7 @@ const routes = {
   },
   'POST /v1/receipts/list': {
     on: both,
-    run: (app, { body }) => ({
-      receipts: app.receipts.list(optional.integer(body, 'limit', { min: 1, max: 1000 }) ?? 100),
-    }),
+    run: (app, { body }) => ({ receipts: app.receipts.list(receiptsWanted(body)) }),
   },
   'POST /v1/agents/status': {
     on: both,
@@ -161,7 +190,7 @@ const routes = {
     on: ['socket'],
     run: (app, { body, signal }) =>
       app.askers.waitFor(
-        required.string(body, 'card_id'),
+        cardId(body),
         optional.integer(body, 'wait_ms', { max: MAX_WAIT_MS }) ?? MAX_WAIT_MS,
         signal,
       ),
@@ -214,6 +243,8 @@ const routes = {
     on: both,
     run: (app, { body }) => app.onboarding.setFolder(required.string(body, 'path', { max: 4096 })),
   },
+  // A program on the socket could ask all by itself anyway.
+  'POST /v1/onboarding/sample': { on: both, run: (app) => app.sample.ask() },
   'POST /v1/onboarding/finish': { on: ['page'], run: (app) => app.onboarding.finish() },
 
   'POST /v1/test/advance': {
@@ -236,13 +267,34 @@ const routes = {
   'POST /v1/page/cancel': {
     on: ['page'],
     answers: true,
-    run: (app, { body }) => app.presses.undo(required.string(body, 'card_id')),
+    run: (app, { body, session }) => app.presses.undo(cardId(body), presserOf(session)),
   },
   'POST /v1/page/dismiss': {
     on: ['page'],
     answers: true,
-    run: (app, { body }) =>
-      app.presses.dismiss(required.string(body, 'card_id'), required.integer(body, 'version')),
+    run: (app, { body, session }) =>
+      app.presses.dismiss(cardId(body), required.integer(body, 'version'), presserOf(session)),
+  },
+  'POST /v1/page/snooze': {
+    on: ['page'],
+    answers: true,
+    run: (app, { body }) => ({
+      card: app.snoozes.put(cardId(body), optional.integer(body, 'minutes', { min: 1, max: 10_080 }) ?? 30),
+    }),
+  },
+  'POST /v1/page/wake': {
+    on: ['page'],
+    answers: true,
+    run: (app, { body }) => ({ card: app.snoozes.wake(cardId(body)) }),
+  },
+  'POST /v1/page/focus': {
+    on: ['page'],
+    run: (app, { body, session, signal }) =>
+      app.focuses.bring(
+        { agent: required.string(body, 'agent'), session_id: required.string(body, 'session_id') },
+        shellOf(app, session, 'bring its terminal to the front').tag,
+        signal,
+      ),
   },
   'POST /v1/deliver/claim': {
     on: ['page'],

@@ -72,6 +72,23 @@ export class Sessions {
     );
   }
 
+  /** What tells the session of a card from others of the same agent: {callsign, label}, null where it has none. */
+  namesOf({ agent, session_id: sessionId }) {
+    return (
+      this.store.get(
+        'SELECT callsign, label FROM sessions WHERE agent = ? AND session_id = ?',
+        agent,
+        sessionId,
+      ) ?? { callsign: null, label: null }
+    );
+  }
+
+  /** {agent, session_id, live, ended}; undefined when nothing was heard of it. */
+  find(agent, sessionId) {
+    const row = this.store.get('SELECT * FROM sessions WHERE agent = ? AND session_id = ?', agent, sessionId);
+    return row && { ...row, live: row.live ? JSON.parse(row.live) : null, ended: row.ended_ms !== null };
+  }
+
   #callsign() {
     return freeCallsign(
       new Set(
@@ -147,6 +164,8 @@ export class Sessions {
         pid: row.live?.pid,
         tty: row.live?.tty,
         host: row.live?.host,
+        pane: row.live?.host_ref,
+        folder: row.live?.cwd,
       };
       return Object.fromEntries(
         Object.entries(fields).filter(([, value]) => value !== null && value !== undefined),

@@ -53,6 +53,13 @@ const MIGRATIONS = [
    CREATE INDEX receipts_topic ON receipts (topic);
    CREATE INDEX sessions_ended ON sessions (ended_ms);
    CREATE INDEX sessions_agent ON sessions (agent, ended_ms);`,
+  `ALTER TABLE cards ADD COLUMN snoozed_until_ms INTEGER;
+   ALTER TABLE cards ADD COLUMN pressed_in TEXT;
+   ALTER TABLE receipts ADD COLUMN agent TEXT;
+   ALTER TABLE receipts ADD COLUMN actor TEXT;
+   UPDATE receipts SET agent = (SELECT agent FROM cards WHERE id = card_id) WHERE card_id IS NOT NULL;
+   CREATE INDEX receipts_agent ON receipts (agent, event_id);
+   CREATE INDEX cards_snoozed ON cards (snoozed_until_ms) WHERE snoozed_until_ms IS NOT NULL;`,
 ];
 
 const FILE = 'kelvadromed.db';

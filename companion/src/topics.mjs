@@ -1,8 +1,7 @@
 import { Refusal } from './errors.mjs';
 import { cut } from '../shared/text.js';
 import { clock } from './clock.mjs';
-
-const like = (text) => `%${text.replace(/[\\%_]/g, '\\$&')}%`;
+import { like } from './receipts.mjs';
 
 /** What questions are about. A topic comes into being with the first question or session that names it. */
 export class Topics {
@@ -46,7 +45,7 @@ export class Topics {
       ...(row.folder ? { folder: row.folder } : {}),
       topic: { id: row.id, title: row.title },
       cards: cards.ofTopic(id),
-      receipts: receipts.list(100, id),
+      receipts: receipts.list({ limit: 100, topic: id }),
     };
   }
 

@@ -1,9 +1,9 @@
 // `kd` as agents use it, from a real tmux pane, and the sample agent under a shell's hand.
 import { test } from 'node:test';
 import assert from 'node:assert/strict';
-import { execFileSync, spawn } from 'node:child_process';
+import { execFile, execFileSync, spawn } from 'node:child_process';
 import { once } from 'node:events';
-import { realpathSync } from 'node:fs';
+import { readFileSync, realpathSync } from 'node:fs';
 import { join } from 'node:path';
 import { COMPANION, KD, World, until } from './world.mjs';
 import { findAbove } from '../../companion/src/kd/agent.mjs';
@@ -30,15 +30,7 @@ async function sampleAgent(world, script) {
     '0',
   ];
   const pane = await world.panes.start([...command, '--script', script], 'claude', world.home);
-  const { host_ref: ref } = pane.live;
-  const screen = () => world.panes.tmux('capture-pane', '-p', '-t', ref);
-  return {
-    ...pane,
-    ref,
-    type: (...keys) => world.panes.tmux('send-keys', '-t', ref, ...keys),
-    shows: (words) =>
-      until(() => screen().includes(words) && screen(), `the pane shows "${words}"; it shows:\n${screen()}`),
-  };
+  return { ...pane, ref: pane.live.host_ref };
 }
 
 const theCard = (world, title) =>
@@ -165,6 +157,79 @@ test('kd ask --wait prints the answer, outlives a restart, and withdraws when it
   assert.equal((await batch).stdout, 'a: 1\nb: two\n');
 });
 
+test('every command that is printed works when it is pasted, and a person at a shell may ask', async (t) => {
+  const world = await World.open(t);
+  const root = join(COMPANION, '..');
+  const { KELVADROME_HOME: home, ...env } = world.env;
+  const paste = (command, more = {}) =>
+    new Promise((done) =>
+      execFile('bash', ['-c', command], { cwd: root, env: { ...env, ...more } }, (error, stdout, stderr) =>
+        done({ code: error?.code ?? 0, stdout, stderr }),
+      ),
+    );
+  const asks = async (command, title, more) => {
+    const asked = paste(command, more);
+    const card = await theCard(world, title);
+    assert.match(card.delivery_note, /^Asked from a shell/);
+    assert.equal((await world.kd(['answer', card.id, 'Yes'])).code, 0);
+    return asked;
+  };
+  const { kd } = await world.ok('/v1/onboarding/status');
+  const question = `${kd} ask -t "Deploy to staging?" -o Yes -o No`;
+  assert.deepEqual(await asks(`${question} --wait`, 'staging'), { code: 0, stdout: 'Yes\n', stderr: '' });
+  const [readme] = /^ *scripts\/kd ask .*$/m.exec(readFileSync(join(root, 'README.md'), 'utf8'));
+  assert.equal((await asks(readme, 'Merge the branch', { KELVADROME_HOME: home })).stdout, 'Yes\n');
+
+  const kept = await asks(question, 'staging');
+  const [, wait] = /^kd: Asked from a shell\. To wait for the answer: (.*)$/m.exec(kept.stderr);
+  assert.equal((await paste(wait)).stdout, 'Yes\n');
+  const { sessions } = await world.ok('/v1/agents/status');
+  assert.deepEqual([...new Set(sessions.map((row) => row.status))], ['ended'], 'no shell waits any more');
+  const [, help] = /^Try (.*)\.$/m.exec((await paste(`${kd} ask`)).stderr);
+  const shown = await paste(help);
+  const [, example] = /^Examples\n(.*)$/m.exec(shown.stdout);
+  await asks(example, 'Deploy to staging?', { KELVADROME_HOME: home });
+  await world.mint();
+  const [, who] = /"(.*)"/.exec((await world.call('/v1/page/claim', { key: 'x'.repeat(43) })).error.message);
+  assert.match((await paste(who)).stdout, /is registered/);
+
+  const full = await paste(`${kd} inbox > /dev/full`);
+  assert.deepEqual(
+    [full.code, full.stderr],
+    [1, 'kd: The output could not be written: there is no space left.\n'],
+  );
+  const closed = spawn(process.execPath, [KD, '--help'], { stdio: ['ignore', 'pipe', 'pipe'] });
+  closed.stdout.destroy();
+  let said = '';
+  closed.stderr.on('data', (piece) => {
+    said += piece;
+  });
+  assert.deepEqual([await once(closed, 'close'), said], [[141, null], '']);
+});
+
+test('the sample question asks in a tmux of its own, once at a time, and without a terminal waits for its answer', async (t) => {
+  const [world, page] = await World.loggedIn(t);
+  const asked = JSON.parse((await world.kd(['sample', '--json'])).stdout);
+  assert.deepEqual(await page.ok('/v1/onboarding/sample'), asked);
+  const card = await world.card(asked.card_id);
+  assert.deepEqual([card.label, card.answerable], ['sample', undefined]);
+  const [, tmux] = /To watch it: (tmux -S '.*') attach$/.exec(asked.note);
+  assert.match(execFileSync('bash', ['-c', `${tmux} list-panes -a`], { encoding: 'utf8' }), /%0/);
+  assert.equal((await page.press(card.id, 'SQLite')).ok, true);
+  assert.equal((await page.claimOne()).host, 'tmux');
+  world.child.kill('SIGTERM');
+  await world.child.ended;
+  assert.throws(() => execFileSync('bash', ['-c', `${tmux} list-panes -a`], { stdio: 'ignore' }));
+
+  await world.start();
+  const program = join(COMPANION, 'sample-agent/sample-agent.mjs');
+  const alone = spawn(process.execPath, [program, '--sample', 'mine'], { env: world.env, stdio: 'ignore' });
+  const left = once(alone, 'exit');
+  const handed = await theCard(world, QUESTION.menu);
+  assert.equal((await world.kd(['answer', handed.id, 'SQLite'])).code, 0);
+  assert.deepEqual(await left, [0, null]);
+});
+
 test('kd says what is wrong, with an exit code for each case', async (t) => {
   const world = await World.open(t);
   const table = [
@@ -191,7 +256,7 @@ test('kd says what is wrong, with an exit code for each case', async (t) => {
   assert.match((await world.kd(['ask', '--help'])).stdout, /--trust FOLDER/);
 
   await world.kd('touch --no-terminal --agent grok --session s1 --status busy --doing Reading'.split(' '));
-  assert.match((await world.kd(['sessions'])).stdout, /^Ada +Grok +busy +- +Reading$/m);
+  assert.match((await world.kd(['sessions'])).stdout, /^Ada +Grok +busy +- +- +Reading$/m);
 });
 
 test('the process table is read right: names with blanks and brackets, terminals, the way up', () => {

@@ -5,6 +5,8 @@ import { readFileSync } from 'node:fs';
 import { AGENTS, NEEDS_YOU, agentDisplay, agentName } from '../../companion/shared/agents.js';
 import {
   MAX_TYPED,
+  paragraphs,
+  shownLine,
   cut,
   sanitize,
   whyNotTypable,
@@ -41,6 +43,9 @@ test('text is cleaned as in the shell, and what would be changed is refused', ()
 });
 
 test('what is cut, or sent, never holds half a character', () => {
+  const family = '👩🏽‍❤️‍👧';
+  assert.equal(shownLine(`a\u200db ${family}\u200d`), `ab ${family}`, 'what is only shown keeps its emoji');
+  assert.equal(paragraphs(`${family}\n\u200b`), family);
   assert.equal(cut('👩‍👧b', 1), '👩‍👧…');
   assert.equal(within('ab👧', 3), 'ab');
   assert.equal(

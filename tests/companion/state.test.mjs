@@ -5,7 +5,7 @@ import { once } from 'node:events';
 import { createServer } from 'node:net';
 import { chmodSync, mkdirSync, writeFileSync } from 'node:fs';
 import { join } from 'node:path';
-import { World } from './world.mjs';
+import { World, until } from './world.mjs';
 
 test('the question of an agent that ended can no longer be answered, counts no longer, and is dismissed', async (t) => {
   const [world, page] = await World.loggedIn(t);
@@ -123,6 +123,109 @@ test('setup tells what is true: the folder, the agents on this machine, and when
   await world.restart();
   const last = await status();
   assert.deepEqual([last.completed, last.folder], [true, work]);
+});
+
+test('a card that is put off is counted and marked as such, and comes back in time, when it is woken or answered', async (t) => {
+  const [world, page] = await World.loggedIn(t);
+  const [id, other] = [await world.askFromAfar(), await world.askFromAfar()];
+  const counts = async () => {
+    const { needs_you, snoozed } = (await world.ok('/v1/inbox', { counts_only: true })).counts;
+    return [needs_you, snoozed];
+  };
+  const snooze = (minutes) => page.ok('/v1/page/snooze', { card_id: id, minutes });
+  const { card } = await snooze(5);
+  assert.deepEqual([card.version, await counts()], [1, [1, 1]]);
+  assert.ok(Date.parse(card.snoozed_until) > Date.now() + 290_000);
+  await page.ok('/v1/page/wake', { card_id: id });
+  assert.deepEqual(await counts(), [2, 0]);
+  await snooze(5);
+  const events = world.stream();
+  await until(() => events.text.includes('hello'), 'the stream is open');
+  await world.advance(301);
+  await until(() => events.text.includes(id), 'it is told that the card is back');
+  assert.equal((await world.card(id)).snoozed_until, undefined);
+  await snooze();
+  await page.press(id);
+  assert.deepEqual(await counts(), [2, 0]);
+  await world.closed(id).catch(() => {});
+  assert.equal((await page.post('/v1/page/snooze', { card_id: id })).error.code, 'conflict');
+  assert.equal((await world.call('/v1/page/snooze', { card_id: other })).error.code, 'forbidden');
+});
+
+test('the terminal of an agent is brought to the front by the shell, or it is said why not', async (t) => {
+  const [world, page] = await World.loggedIn(t);
+  const { live } = await world.panes.start();
+  const agent = { agent: 'claude', session_id: 's' };
+  await world.ok('/v1/sessions/touch', { ...agent, live });
+  const [row] = (await world.ok('/v1/agents/status')).sessions;
+  assert.deepEqual([row.folder, row.pane], [live.cwd, live.host_ref]);
+  const [done, job] = [page.ok('/v1/page/focus', agent), await page.claimOne()];
+  const { id, presence, expires_at, ...rest } = job;
+  const { cwd, ...where } = live;
+  assert.deepEqual(rest, { type: 'focus', ...agent, ...where });
+  assert.match(presence, /^[0-9a-f]{32}$/);
+  assert.ok(Date.parse(expires_at) > Date.now());
+  const other = await world.login();
+  assert.equal((await other.post('/v1/deliver/report', { job_id: id, outcome: 'start' })).status, 403);
+  assert.deepEqual(await page.report(id, 'start'), { proceed: true });
+  assert.equal((await page.report(id, 'start')).proceed, false);
+  await page.report(id, 'failed', { reason: 'focus failed' });
+  assert.deepEqual(await done, { outcome: 'failed', reason: 'focus failed' });
+  for (const [session_id, where, status, words] of [
+    ['none', null, 404, /no session "none"/],
+    ['far', { pid: process.pid }, 409, /did not say in which terminal/],
+    ['window', { ...live, host: 'unknown', host_ref: undefined }, 409, /cannot be brought to the front/],
+  ]) {
+    if (where) await world.ok('/v1/sessions/touch', { agent: 'claude', session_id, live: where });
+    const reply = await page.post('/v1/page/focus', { agent: 'claude', session_id });
+    assert.deepEqual([reply.status, words.test(reply.error.message)], [status, true], reply.error.message);
+  }
+});
+
+test('receipts tell what was answered, to whom, when and by whom, and are found by each of these', async (t) => {
+  const [world, page] = await World.loggedIn(t);
+  const browser = await world.login('browser');
+  const asks = [
+    [page, { agent: 'codex', title: 'Name?', options: [], menu: false, topic: 'Shop' }, 'kiosk 100%'],
+    [
+      browser,
+      { agent: 'grok', kind: 'batch', options: [], menu: false, rows: [{ question_id: 'a', text: 'A?' }] },
+      { a: 'b' },
+    ],
+  ];
+  for (const [from, ask, answer] of asks) {
+    const id = await world.askFromAfar(ask);
+    await from.press(id, answer);
+    await world.ok('/v1/ask/wait', { card_id: id, wait_ms: 8000 });
+    await page.stays(5);
+  }
+  await world.ok('/v1/ask/withdraw', { card_id: await world.askFromAfar({ title: 'Never mind?' }) });
+  const list = async (filter) =>
+    (await page.ok('/v1/receipts/list', filter)).receipts.map(({ action, agent, answer, by }) =>
+      [action.replace(/.*\./, ''), agent, answer, by].filter(Boolean).join(' '),
+    );
+  const all = [
+    'withdrawn claude agent',
+    'handed grok a: b browser',
+    'held grok browser',
+    'handed codex kiosk 100% app',
+    'held codex app',
+  ];
+  const { receipts } = await page.ok('/v1/receipts/list');
+  for (const [filter, expected] of [
+    [{}, all],
+    [{ agent: 'grok' }, all.slice(1, 3)],
+    [{ text: '0%' }, all.slice(3)],
+    [{ text: 'SHOP' }, all.slice(3)],
+    [{ text: 'never mind' }, all.slice(0, 1)],
+    [{ answers: true }, [all[1], all[3]]],
+    [{ since: receipts[2].ts }, all.slice(0, 3)],
+    [{ since: receipts[2].ts, until: receipts[0].ts }, all.slice(1, 3)],
+    [{ before: receipts[1].event_id, limit: 2 }, all.slice(2, 4)],
+  ])
+    assert.deepEqual(await list(filter), expected, JSON.stringify(filter));
+  assert.equal(receipts[3].title, 'Name?');
+  assert.equal((await page.post('/v1/receipts/list', { since: 'soon' })).error.code, 'validation_failed');
 });
 
 test('the page port of last time is taken again when it is free', async (t) => {

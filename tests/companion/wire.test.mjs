@@ -120,6 +120,7 @@ test('what is read tells what is true: sessions wait while they ask and end with
     answered_by_rules_today: 0,
     agents_working: 1,
     verified_today: 0,
+    snoozed: 0,
   });
   const live = (await world.ok('/v1/sessions/live')).sessions;
   assert.equal(new Set(live.map((row) => row.callsign)).size, live.length);

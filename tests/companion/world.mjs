@@ -5,6 +5,7 @@ import { request } from 'node:http';
 import { tmpdir } from 'node:os';
 import { join } from 'node:path';
 import { fileURLToPath } from 'node:url';
+import assert from 'node:assert/strict';
 
 export const COMPANION = fileURLToPath(new URL('../../companion/', import.meta.url));
 export const KD = join(COMPANION, 'bin/bin.js');
@@ -18,6 +19,18 @@ export async function until(condition, message, limitMs = 30_000) {
     if (Date.now() > deadline) throw new Error(`waited in vain: ${message}`);
     await new Promise((done) => setTimeout(done, 15));
   }
+}
+
+/** `object` has these values; one that is undefined is missing. */
+export function has(object, values, message) {
+  const seen = Object.fromEntries(Object.keys(values).map((name) => [name, object?.[name]]));
+  assert.deepEqual(seen, values, message);
+}
+
+/** `reply` is a refusal with this code, in words of this form. */
+export function refused(reply, code, words = /./) {
+  assert.equal(reply.error?.code, code, JSON.stringify(reply));
+  assert.match(reply.error.message, words);
 }
 
 /**
@@ -62,7 +75,14 @@ export class Panes {
       host_ref: pane,
       cwd,
     };
-    return { pid: live.pid, live, end: () => process.kill(live.pid, 'SIGKILL') };
+    const screen = () => this.tmux('capture-pane', '-p', '-t', pane);
+    return {
+      pid: live.pid,
+      live,
+      end: () => process.kill(live.pid, 'SIGKILL'),
+      type: (...keys) => this.tmux('send-keys', '-t', pane, ...keys),
+      shows: (words) => until(() => screen().includes(words) && screen(), `the pane shows "${words}"`),
+    };
   }
 
   close() {
@@ -344,6 +364,11 @@ export class World {
     return (await this.ok('/v1/receipts/list')).receipts;
   }
 
+  /** What the receipts tell of, the newest first. */
+  async actions() {
+    return (await this.receipts()).map((receipt) => receipt.action);
+  }
+
   /** Opens a card and presses an answer on `page`; gives the card's id. */
   async askAndAnswer(page, more, answer = 'Yes') {
     const id = await this.ask(more);
@@ -357,6 +382,9 @@ export class World {
     return { id, job: await page.claimOne() };
   }
 
+  armed(id) {
+    return until(async () => (await this.card(id)).state === 'armed', 'the answer is on its way');
+  }
   reopened(id) {
     return until(async () => {
       const card = await this.card(id);
@@ -366,13 +394,28 @@ export class World {
   closed(id) {
     return until(async () => !(await this.card(id)), 'the card is closed');
   }
+  /** Lets time pass in steps of so many seconds until the condition holds. */
+  passes(seconds, condition, message) {
+    return until(async () => {
+      await this.advance(seconds);
+      return condition();
+    }, message);
+  }
   /** A card whose agent has ended; looks for ended agents come every few seconds. */
   abandoned(id) {
-    return until(async () => {
-      await this.advance(3);
-      const card = await this.card(id);
-      return card.state === 'gone' && card;
-    }, 'the card is gone');
+    return this.passes(
+      3,
+      async () => {
+        const card = await this.card(id);
+        return card.state === 'gone' && card;
+      },
+      'the card is gone',
+    );
+  }
+
+  /** The status of the one session of an agent. */
+  async status(agent) {
+    return (await this.ok('/v1/agents/status')).sessions.find((row) => row.agent === agent)?.status;
   }
 
   kd(args, options = {}) {

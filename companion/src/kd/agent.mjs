@@ -1,6 +1,6 @@
 // Which agent called `kd`, and where it runs.
 import { readlinkSync } from 'node:fs';
-import { AGENTS } from '../../shared/agents.js';
+import { AGENTS, SHELL } from '../../shared/agents.js';
 import { environmentOf, nameOf, processInfo } from '../proc.mjs';
 import { EXIT, KdError } from './client.mjs';
 
@@ -36,7 +36,17 @@ function terminalOf(pid) {
   return iterm ? { host: 'iterm2', host_ref: iterm[1] } : { host: 'unknown' };
 }
 
-/** `options`: agent, pid, host, host_ref, codex_thread as given on the command line. Gives {agent, live}. */
+/** No agent, so a person at a shell. Only one that waits has a process that its question ends with. */
+const shellThatAsks = (waits) => ({
+  agent: SHELL,
+  session_id: `${SHELL}-${process.ppid}`,
+  live: { ...(waits ? { pid: process.pid } : {}), cwd: process.cwd() },
+});
+
+/**
+ * `options`: agent, pid, host, host_ref, codex_thread as given on the command line; with
+ * `orShell` a shell may ask, which `waits` for its answer or not. Gives {agent, live}, of a shell with a session_id.
+ */
 export function callingAgent(options, parent = process.ppid) {
   const info =
     options.pid !== undefined
@@ -44,6 +54,7 @@ export function callingAgent(options, parent = process.ppid) {
       : findAbove(parent, options.agent ? [options.agent] : AGENTS);
   if (options.pid !== undefined && info === null)
     throw new KdError(`There is no process ${options.pid}.`, EXIT.noAgent);
+  if (info === null && !options.agent && options.orShell) return shellThatAsks(options.waits);
   if (info === null) {
     const whom = options.agent ? `No process named "${options.agent}"` : 'No known agent';
     throw new KdError(

@@ -1,12 +1,13 @@
 import { randomUUID } from 'node:crypto';
 import { readFileSync } from 'node:fs';
-import { EXIT, KdError } from './client.mjs';
+import { EXIT, KD, KdError } from './client.mjs';
+import { SHELL } from '../../shared/agents.js';
 import { callingAgent } from './agent.mjs';
 
 const POLL_MS = 20_000;
 const RESTART_PATIENCE_MS = 20_000;
 const WITHDRAW_MS = 20_000; // the daemon lets an answer that is being typed come to its end first
-const usage = (words) => new KdError(`${words}\nTry kd --help.`, EXIT.usage);
+const usage = (words) => new KdError(`${words}\nTry ${KD} --help.`, EXIT.usage);
 
 function wholeNumber(value, name) {
   if (value === undefined) return undefined;
@@ -15,7 +16,7 @@ function wholeNumber(value, name) {
 }
 
 /** agent, session_id and live of the caller, from the options and the process table. */
-function whoAsks(values) {
+function whoAsks(values, more) {
   if (values['no-terminal']) {
     if (!values.agent) throw usage('--no-terminal needs --agent NAME.');
     return { agent: values.agent, session_id: values.session };
@@ -26,8 +27,9 @@ function whoAsks(values) {
     host: values.host,
     host_ref: values['host-ref'],
     codex_thread: values['codex-thread'],
+    ...more,
   });
-  return { ...found, session_id: values.session };
+  return { ...found, session_id: values.session ?? found.session_id };
 }
 
 function readRow(text) {
@@ -52,7 +54,7 @@ function askBody(values) {
   if (!title) throw usage('kd ask needs --title.');
   return {
     ask_id: values['ask-id'] ?? randomUUID(),
-    ...whoAsks(values),
+    ...whoAsks(values, { orShell: true, waits: values.wait }),
     title,
     body: readBody(values),
     options: values.option,
@@ -82,7 +84,8 @@ function patience(given, option) {
 export async function ask({ values, client }) {
   const seconds = patience(values['wait-seconds'], '--wait');
   // The ask id makes a repeated call harmless: it finds the card of the first one.
-  const asked = client.callPatiently('/v1/ask', askBody(values), 10_000, 3000);
+  const body = askBody(values);
+  const asked = client.callPatiently('/v1/ask', body, 10_000, 3000);
   if (values.wait) withdrawOnSignal(client, asked);
   const card = await asked;
   if (values.wait) {
@@ -92,6 +95,10 @@ export async function ask({ values, client }) {
     throw new KdError(`No answer within ${seconds} s. The question is withdrawn.`, EXIT.noAnswer);
   }
   process.stdout.write(values.json ? `${JSON.stringify(card)}\n` : `${card.card_id}\n`);
+  if (body.agent === SHELL)
+    process.stderr.write(
+      `kd: Asked from a shell. To wait for the answer: ${client.command} wait ${card.card_id}\n`,
+    );
   return EXIT.ok;
 }
 

@@ -3,6 +3,7 @@ import { statSync } from 'node:fs';
 import { homedir } from 'node:os';
 import { join, resolve } from 'node:path';
 import { exchange } from '../exchange.mjs';
+import { defaultHome, kdCommand } from '../layout.mjs';
 
 /** Why `kd` cannot go on: words for a person and the exit code. */
 export class KdError extends Error {
@@ -15,9 +16,12 @@ export class KdError extends Error {
 
 export const EXIT = { ok: 0, failed: 1, noDaemon: 3, noAgent: 4, noAnswer: 5, withdrawn: 6, usage: 64 };
 
+/** How a person starts this program on this machine, for words that name a command. */
+export const KD = kdCommand();
+
 /** `~` is expanded here too, for values that no shell has seen. */
 export function resolveHome(option, env) {
-  const home = option || env.KELVADROME_HOME || join(homedir(), 'Library/Application Support/Kelvadrome');
+  const home = option || env.KELVADROME_HOME || defaultHome();
   return resolve(home === '~' || home.startsWith('~/') ? homedir() + home.slice(1) : home);
 }
 
@@ -25,6 +29,7 @@ export class Client {
   constructor(home) {
     this.home = home;
     this.socketPath = join(home, 'kelvadromed.sock');
+    this.command = kdCommand(home);
   }
 
   /** In a home of somebody else there is nobody to ask, and an answer that came from there would be theirs. */

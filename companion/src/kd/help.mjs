@@ -1,4 +1,5 @@
-export const HELP = `kd: ask the user a question from a coding agent, and look at what is asked.
+/** The text of `--help`; `kd` is the command that works on this machine, for the examples. */
+export const helpFor = (kd) => `kd: ask the user a question from a coding agent, and look at what is asked.
 
 usage: kd COMMAND [OPTIONS]
 
@@ -10,6 +11,7 @@ usage: kd COMMAND [OPTIONS]
   touch      tell what the agent is doing, without asking
   inbox      list the questions that wait for the user
   sessions   list the agents
+  sample     have a sample agent ask a question, to see how it goes
   answer     answer a card: kd answer CARD_ID ANSWER (only with a daemon that runs for tests)
   page-key   tell which program holds the page; --reset forgets its key, for when the key was lost
   help       this text; also kd COMMAND --help
@@ -44,6 +46,7 @@ kd ask
 Who asks. kd looks upward from its own process for a known agent (claude, codex, grok, gemini, qwen,
 copilot, cursor-agent, droid, opencode, amp, aider, pi), also for one that node, bun, deno or python
 runs as a script of that name, and takes its process, terminal and tmux pane.
+Where it finds none, the question counts as asked from a shell.
       --agent NAME       look for a process of this name instead
       --pid PID          take this process
       --session ID       the agent's own session id
@@ -64,8 +67,8 @@ Exit codes: 0 done; 1 kelvadromed refused; 3 no daemon; 4 no agent found; 5 no a
 6 the question ended without an answer; 64 wrong usage.
 
 Examples
-  kd ask -t "Deploy to staging?" -o Yes -o No -d Yes --menu --topic billing
-  kd ask -t "Which name?" --wait=600
-  kd ask --kind batch -t "3 choices" --row "lang=Language?=Rust" --row "tests=Write tests?=yes"
-  kd ask --kind stop --risk high --stop-type payment -t "Pay the invoice?" -o Approve -o Reject --menu
+  ${kd} ask -t "Deploy to staging?" -o Yes -o No -d Yes --menu --topic billing
+  ${kd} ask -t "Which name?" --wait=600
+  ${kd} ask --kind batch -t "3 choices" --row "lang=Language?=Rust" --row "tests=Write tests?=yes"
+  ${kd} ask --kind stop --risk high --stop-type payment -t "Pay the invoice?" -o Approve -o Reject --menu
 `;

@@ -1,12 +1,14 @@
 import { EXIT } from './client.mjs';
 import { agentName } from '../../shared/agents.js';
 
+const SAMPLE_MS = 15_000;
 const print = (lines) => process.stdout.write(lines.map((line) => `${line}\n`).join(''));
 
 function cardLines(card) {
   const marks = [
     card.state === 'open' ? null : card.state,
     card.risk === 'low' ? null : `${card.risk} risk`,
+    card.snoozed_until ? 'put off' : null,
     card.topic,
   ].filter(Boolean);
   const lines = [
@@ -41,7 +43,8 @@ export async function sessions({ values, client }) {
               agentName(row.agent).padEnd(13),
               row.status.padEnd(11),
               row.tty ?? '-',
-              row.topic_title ?? '',
+              row.pane ?? '-',
+              row.topic_title ?? row.folder ?? '',
               row.doing ?? '',
             ]
               .join('  ')
@@ -49,6 +52,13 @@ export async function sessions({ values, client }) {
           )
         : ['No agents.'],
     );
+  return EXIT.ok;
+}
+
+/** Has the sample agent ask its question. */
+export async function sample({ values, client }) {
+  const reply = await client.call('/v1/onboarding/sample', {}, SAMPLE_MS);
+  print(values.json ? [JSON.stringify(reply)] : [reply.card_id, reply.note]);
   return EXIT.ok;
 }
 

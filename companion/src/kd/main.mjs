@@ -1,9 +1,9 @@
 import { parseArgs } from 'node:util';
-import { Client, EXIT, KdError, resolveHome } from './client.mjs';
+import { Client, EXIT, KD, KdError, resolveHome } from './client.mjs';
 import { ask, touch, wait, withdraw } from './ask.mjs';
-import { answer, inbox, sessions } from './lists.mjs';
+import { answer, inbox, sample, sessions } from './lists.mjs';
 import { pageKey } from './page-key.mjs';
-import { HELP } from './help.mjs';
+import { helpFor } from './help.mjs';
 
 const text = { type: 'string' };
 const many = { type: 'string', multiple: true };
@@ -50,6 +50,7 @@ const COMMANDS = {
   touch: { run: touch, words: 0, options: { ...identity, status: text, doing: text } },
   inbox: { run: inbox, words: 0, options: {} },
   sessions: { run: sessions, words: 0, options: {} },
+  sample: { run: sample, words: 0, options: {} },
   answer: { run: answer, words: 2, options: {} },
   'page-key': { run: pageKey, words: 0, options: { reset: flag } },
 };
@@ -79,7 +80,7 @@ function read(name, argv) {
       throw new Error(`kd ${name} takes ${command.words} words, not ${positionals.length}`);
     return { values, positionals };
   } catch (error) {
-    throw new KdError(`${error.message}\nTry kd --help.`, EXIT.usage);
+    throw new KdError(`${error.message}\nTry ${KD} --help.`, EXIT.usage);
   }
 }
 
@@ -87,16 +88,16 @@ function read(name, argv) {
 export async function main(argv, env) {
   const [name, ...rest] = argv;
   try {
-    if (name === undefined) throw new KdError('There is nothing to do. Try kd --help.', EXIT.usage);
+    if (name === undefined) throw new KdError(`There is nothing to do. Try ${KD} --help.`, EXIT.usage);
     if (['help', '--help', '-h'].includes(name)) {
-      process.stdout.write(HELP);
+      process.stdout.write(helpFor(KD));
       return EXIT.ok;
     }
     if (!Object.hasOwn(COMMANDS, name))
-      throw new KdError(`kd has no command "${name}". Try kd --help.`, EXIT.usage);
+      throw new KdError(`kd has no command "${name}". Try ${KD} --help.`, EXIT.usage);
     const { values, positionals } = read(name, rest);
     if (values.help) {
-      process.stdout.write(HELP);
+      process.stdout.write(helpFor(KD));
       return EXIT.ok;
     }
     return await COMMANDS[name].run({
