@@ -2,12 +2,14 @@
 
 import { execFileSync } from 'node:child_process';
 import { mkdirSync, mkdtempSync, rmSync, existsSync, readFileSync, writeFileSync } from 'node:fs';
-import http from 'node:http';
 import { tmpdir } from 'node:os';
 import path from 'node:path';
-import { pathToFileURL } from 'node:url';
+import { fileURLToPath, pathToFileURL } from 'node:url';
+import { exchange } from '../../companion/src/exchange.mjs';
+import { Step } from './steps.mjs';
 
-export class Step extends Error {}
+/** The top of the repository. */
+export const root = fileURLToPath(new URL('../..', import.meta.url));
 
 export const pause = (ms) => new Promise((resolve) => setTimeout(resolve, ms));
 
@@ -100,39 +102,11 @@ export class World {
   }
 
   // The daemon's reply on its socket: the data, or an error with the daemon's own words.
-  call(route, body = {}, method = 'POST') {
-    return new Promise((resolve, reject) => {
-      const text = method === 'POST' ? JSON.stringify(body) : undefined;
-      const request = http.request(
-        {
-          socketPath: this.socket,
-          path: route,
-          method,
-          agent: false,
-          timeout: 5000,
-          headers:
-            text === undefined
-              ? {}
-              : { 'Content-Type': 'application/json', 'Content-Length': Buffer.byteLength(text) },
-        },
-        (reply) => {
-          const parts = [];
-          reply.on('data', (part) => parts.push(part));
-          reply.on('end', () => {
-            try {
-              const envelope = JSON.parse(Buffer.concat(parts).toString('utf8'));
-              if (envelope.ok) resolve(envelope.data);
-              else reject(new Error(`${envelope.error.code}: ${envelope.error.message}`));
-            } catch (error) {
-              reject(error);
-            }
-          });
-        },
-      );
-      request.on('timeout', () => request.destroy(new Error(`${route} did not answer`)));
-      request.on('error', reject);
-      request.end(text);
-    });
+  async call(route, body = {}, method = 'POST') {
+    const options = { body: method === 'POST' ? body : undefined, timeoutMs: 5000 };
+    const envelope = JSON.parse(await exchange(this.socket, route, options));
+    if (!envelope.ok) throw new Error(`${envelope.error.code}: ${envelope.error.message}`);
+    return envelope.data;
   }
 
   async cards() {
