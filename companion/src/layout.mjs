@@ -32,19 +32,26 @@ function isFoundByName(launcher, env) {
   return found !== undefined && realpathSync(found) === realpathSync(launcher);
 }
 
+const withHome = (home, command) =>
+  home === defaultHome() ? command : `KELVADROME_HOME=${quoted(home)} ${command}`;
+
+/** The script that starts `kd` on this machine; null in a tree that has none. */
+const launcher = () =>
+  ['../../scripts/kd', '../../../../bin/kd']
+    .map((place) => fileURLToPath(new URL(place, import.meta.url)))
+    .find(existsSync) ?? null;
+
+/** How a program that knows no PATH of ours starts `kd`. */
+export function kdByPath(home = defaultHome()) {
+  const script = launcher();
+  return withHome(home, script ? quoted(script) : `${quoted(process.execPath)} ${quoted(kdProgram)}`);
+}
+
 /**
  * How a person at a shell of this machine starts `kd`, ready to be pasted: by name where that finds it, else by its path.
  * For a home that is not the usual one, the command says which.
  */
 export function kdCommand(home = defaultHome(), env = process.env) {
-  const launcher = ['../../scripts/kd', '../../../../bin/kd']
-    .map((place) => fileURLToPath(new URL(place, import.meta.url)))
-    .find(existsSync);
-  const command =
-    launcher === undefined
-      ? `${quoted(process.execPath)} ${quoted(kdProgram)}`
-      : isFoundByName(launcher, env)
-        ? 'kd'
-        : quoted(launcher);
-  return home === defaultHome() ? command : `KELVADROME_HOME=${quoted(home)} ${command}`;
+  const script = launcher();
+  return script && isFoundByName(script, env) ? withHome(home, 'kd') : kdByPath(home);
 }

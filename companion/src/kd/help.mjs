@@ -3,6 +3,8 @@ export const helpFor = (kd) => `kd: ask the user a question from a coding agent,
 
 usage: kd COMMAND [OPTIONS]
 
+  hooks      have an agent's questions become cards by themselves:
+             kd hooks install|uninstall|status claude|codex
   ask        open a card in the Kelvadrome inbox for the agent that called kd
   wait       wait for the answer to a question that was asked before, and print it:
              kd wait CARD_ID [--seconds N]. The question stays when the time is over
@@ -13,6 +15,7 @@ usage: kd COMMAND [OPTIONS]
   sessions   list the agents
   sample     have a sample agent ask a question, to see how it goes
   answer     answer a card: kd answer CARD_ID ANSWER (only with a daemon that runs for tests)
+  hook       what the agent runs then: kd hook AGENT, with its message on standard input
   page-key   tell which program holds the page; --reset forgets its key, for when the key was lost
   help       this text; also kd COMMAND --help
 
@@ -57,6 +60,13 @@ Where it finds none, the question counts as asked from a shell.
 kd touch takes the same, and
       --status WORD      busy, working, waiting, idle, failed, ended
       --doing TEXT       a few words on what it does
+
+kd hooks
+      --dry-run              print the settings file as it would be, and write nothing
+      --project              the settings of the project in this folder, not the user's own
+      --what-next            ask "What next?" after each stop, too
+      --wait SECONDS         how long the agent waits for your answer before it asks in its terminal
+                             (claude: shows both at once and waits as long as you do; codex: 15)
 
 Everywhere
       --home DIR         the data home; else KELVADROME_HOME; else

@@ -4,6 +4,8 @@ import { ask, touch, wait, withdraw } from './ask.mjs';
 import { answer, inbox, sample, sessions } from './lists.mjs';
 import { pageKey } from './page-key.mjs';
 import { helpFor } from './help.mjs';
+import { hook } from '../hooks/hook.mjs';
+import { hooks } from '../hooks/install.mjs';
 
 const text = { type: 'string' };
 const many = { type: 'string', multiple: true };
@@ -52,6 +54,12 @@ const COMMANDS = {
   sessions: { run: sessions, words: 0, options: {} },
   sample: { run: sample, words: 0, options: {} },
   answer: { run: answer, words: 2, options: {} },
+  hook: { run: hook, words: 1, options: { wait: text, 'what-next': flag } },
+  hooks: {
+    run: hooks,
+    words: [1, 2],
+    options: { project: flag, 'dry-run': flag, 'what-next': flag, wait: text },
+  },
   'page-key': { run: pageKey, words: 0, options: { reset: flag } },
 };
 
@@ -76,8 +84,9 @@ function read(name, argv) {
       options: { ...general, ...command.options },
       allowPositionals: true,
     });
-    if (!values.help && positionals.length !== command.words)
-      throw new Error(`kd ${name} takes ${command.words} words, not ${positionals.length}`);
+    const counts = [command.words].flat();
+    if (!values.help && !counts.includes(positionals.length))
+      throw new Error(`kd ${name} takes ${counts.join(' or ')} words, not ${positionals.length}`);
     return { values, positionals };
   } catch (error) {
     throw new KdError(`${error.message}\nTry ${KD} --help.`, EXIT.usage);
