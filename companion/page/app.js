@@ -4,6 +4,7 @@ import { Stream } from './lib/stream.js';
 import { growOlder } from './lib/words.js';
 import { sectionOf } from './sections/index.js';
 import { Chrome } from './page/chrome.js';
+import { Finder } from './page/finder.js';
 import { Banner, failure } from './page/banner.js';
 import { Inspector } from './page/inspector.js';
 import { listenToKeys } from './page/keys.js';
@@ -21,6 +22,7 @@ let section = null;
 let latest = null; // what the section showed last
 let needsYou = 0;
 let restoring = null;
+let shown = null; // called once the section has been shown
 
 const stream = new Stream({
   onEvent: (name, data) => {
@@ -34,7 +36,8 @@ const stream = new Stream({
   },
 });
 const banner = new Banner(() => stream.retry());
-const chrome = new Chrome({ search: (words) => go(`/search?q=${encodeURIComponent(words)}`) });
+const finder = new Finder({ go });
+const chrome = new Chrome({ finder });
 const inspector = new Inspector({ connection: () => stream.state });
 
 // A burst of events is read once: never two reads at a time, and a pause that grows with what a read costs.
@@ -85,6 +88,8 @@ function show(data) {
   inspector.refresh(new Map((data.cards ?? []).map((card) => [card.id, card])));
   if (restoring !== null) scrollTo(0, restoring);
   restoring = null;
+  shown?.();
+  shown = null;
 }
 
 function showCount(n) {
@@ -124,19 +129,27 @@ function keep() {
   if (href !== location.href) history.replaceState(history.state, '', href);
 }
 
-/** Shows a route of this page ("/topics", "/?card=..."). False when there is no such section. */
-function go(route, { record = true, focus = true } = {}) {
+/**
+ * Shows a route of this page ("/topics", "/?card=..."). False when there is no such section. `record` is "replace" when
+ * the way back leads past what shows now; `then` is called once the route shows.
+ */
+function go(route, { record = true, focus = true, then = null } = {}) {
   const url = addressOf(route);
   const found = url?.origin === location.origin ? sectionOf(url.pathname) : null;
   if (!found) return false;
-  if (record) {
+  if (record === 'replace') history.replaceState(history.state, '', kept(url));
+  else if (record) {
     history.replaceState({ scroll: scrollY }, '');
     history.pushState(null, '', kept(url));
   } else keep();
   root.dataset.section = found.name || 'inbox';
-  section = new found.Section(url.searchParams, found.id, { reload: refresh, go });
-  latest = null;
-  chrome.showRoute(url.pathname, url.searchParams);
+  shown = then;
+  if (!(section instanceof found.Section && section.follow?.(url.searchParams))) {
+    section = new found.Section(url.searchParams, found.id, { reload: refresh, go, finder });
+    latest = null;
+  }
+  chrome.showRoute(url.pathname);
+  finder.at(url.pathname, url.searchParams);
   tellShell({ type: 'route', route: url.pathname });
   showTitle();
   restoring = record ? 0 : (history.state?.scroll ?? null);
@@ -183,7 +196,7 @@ function showSetup() {
 history.scrollRestoration = 'manual';
 scope.set(first.get('scope') ?? 'all');
 offerToShell({ go, section: () => section });
-listenToKeys({ search: () => chrome.field.focus() });
+listenToKeys({ finder });
 go(location.pathname + location.search, { record: false, focus: false });
 stream.open();
 setInterval(refreshSoon, POLL_MS);

@@ -1,7 +1,13 @@
 import { Refusal } from './errors.mjs';
+import { agentName } from '../shared/agents.js';
 import { cut } from '../shared/text.js';
-import { clock } from './clock.mjs';
+import { answerLine } from './answers.mjs';
+import { clock, iso } from './clock.mjs';
 import { like } from './receipts.mjs';
+
+/** The answer of a card's row, cut to be shown. */
+const answerOf = ({ answer, rows }) =>
+  answer === null ? undefined : cut(answerLine({ rows: JSON.parse(rows) }, JSON.parse(answer)), 160);
 
 /** What questions are about. A topic comes into being with the first question or session that names it. */
 export class Topics {
@@ -57,11 +63,12 @@ export class Topics {
       id: row.id,
       topic: row.topic,
       title: row.title,
-      snippet: cut(row.snippet.replace(/\s+/g, ' '), 160),
+      snippet: cut((row.snippet || agentName(row.agent)).replace(/\s+/g, ' '), 160),
+      ...(row.closed_ms ? { answer: answerOf(row), at: iso(row.closed_ms) } : {}),
     });
     const cards = (state) =>
       this.store.all(
-        `SELECT id, topic, title, CASE WHEN body = '' THEN agent ELSE body END AS snippet FROM cards
+        `SELECT id, topic, title, answer, rows, closed_ms, agent, body AS snippet FROM cards
        WHERE (${state}) AND (title LIKE ?1 ESCAPE '\\' OR body LIKE ?1 ESCAPE '\\' OR topic LIKE ?1 ESCAPE '\\') ORDER BY seq DESC LIMIT ?2`,
         wanted,
         limit,

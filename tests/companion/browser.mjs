@@ -6,6 +6,7 @@ import { existsSync } from 'node:fs';
 import { createRequire } from 'node:module';
 import { join } from 'node:path';
 import { fileURLToPath } from 'node:url';
+import { until } from './world.mjs';
 
 const PREFIX = fileURLToPath(new URL('../../build/browser', import.meta.url));
 const VERSION = '1.65.1';
@@ -86,8 +87,14 @@ export async function newTab(t, { shell = false, ...options } = {}) {
         messageHandlers: { kelvadrome: { postMessage: (message) => window.posted.push(message) } },
       };
     });
+  await context.addInitScript(() => {
+    window.saidInPlace = [];
+    new MutationObserver(() => {
+      for (const line of document.querySelectorAll('.farewell')) window.saidInPlace.push(line.textContent);
+    }).observe(document, { childList: true, subtree: true });
+  });
   const tab = await context.newPage();
-  tab.setDefaultTimeout(20_000);
+  tab.setDefaultTimeout(60_000); // for a machine that does a lot besides; what fails at once doesn't wait
   tab.problems = [];
   tab.on('pageerror', (error) => tab.problems.push(error.message));
   tab.on('console', (message) => {
@@ -100,6 +107,18 @@ export async function newTab(t, { shell = false, ...options } = {}) {
   tab.bridge = () => tab.evaluate(() => window.posted);
   return tab;
 }
+
+export const LONG_HOLD = { KELVADROME_TEST_HOLD_MS: '600000' };
+export const shows = (locator) => locator.waitFor();
+export const articles = (tab, count, what) =>
+  until(async () => (await tab.locator('main article').count()) === count, what);
+/** Waits until a card's place has said `words`; such a line is there for some seconds only, so the page collects them. */
+export const said = (tab, words) =>
+  until(
+    async () => (await tab.evaluate(() => window.saidInPlace)).some((line) => line.includes(words)),
+    `a line says: ${words}`,
+  );
+export const focusedCard = (tab) => tab.evaluate(() => document.activeElement.closest('article')?.id);
 
 /** A new session of the page, put into the tab as the shell does it: at first, and after a restart of the daemon. */
 export async function renew(tab, world) {

@@ -4,25 +4,32 @@ import { post } from '../lib/api.js';
 import { h, said, showIn } from '../lib/dom.js';
 import { icon } from '../lib/icons.js';
 import { announce } from '../lib/announce.js';
-import { ageOf, agentDisplay, agentName, brief, ending, kindWord, standing } from '../lib/words.js';
-import { choices, dismissal } from './choices.js';
+import { ACTIONS, CARD, STATE } from '/shared/words.js';
+import { drafts } from '../lib/drafts.js';
+import { nameOf, placeOf } from '../lib/who.js';
+import { ageOf, agentName, brief, ending, kindWord, moment, standing } from '../lib/words.js';
+import { choices } from './choices.js';
+import { leave } from './leave.js';
 import { lookAgain } from './look.js';
 import { review } from './review.js';
 import { onHold } from './hold.js';
 
 const LONG_BODY = 900;
 const LONG_LINES = 14;
+const PATIENCE_MS = 800; // a reply that comes sooner needs no words
+const PRESSED = ' pressed'; // beside the drafts of a card's fields: no field is called so
 
 export class CardView {
   /** `context` gives `session(card)` and `topic(card)`, what is known of them, or undefined. */
   constructor(card, context) {
     this.context = context;
-    this.head = h('p', { class: 'meta' });
+    this.head = h('p', { class: 'meta', id: `${card.id}-head` });
     this.title = said('', 'h2', { id: `${card.id}-title` });
     this.body = h('div', { class: 'body' });
     this.notice = h('div', { class: 'notices' });
     this.actions = h('div', { class: 'actions' });
     this.error = h('p', { class: 'error', role: 'alert', hidden: true });
+    this.waiting = h('p', { class: 'waiting', role: 'status' });
     this.element = h(
       'article',
       {
@@ -30,6 +37,7 @@ export class CardView {
         id: card.id,
         tabindex: '0',
         'aria-labelledby': `${card.id}-title`,
+        'aria-describedby': `${card.id}-head`,
         onkeydown: (event) => this.onKey(event),
       },
       this.head,
@@ -37,9 +45,11 @@ export class CardView {
       this.body,
       this.notice,
       this.actions,
+      this.waiting,
       this.error,
     );
     this.update(card);
+    this.recall();
   }
 
   update(card) {
@@ -56,7 +66,8 @@ export class CardView {
         card.kind,
         card.risk,
         card.blocking,
-        this.context.session(card),
+        this.place(),
+        card.label,
         this.context.topic(card),
       ],
       () => this.meta(),
@@ -65,7 +76,14 @@ export class CardView {
     showIn(this.body, card.body, () => this.paragraphs());
     showIn(
       this.notice,
-      [card.state, card.refs?.last_refusal, card.refs?.last_attempt, card.delivery_note, card.maybe_typed],
+      [
+        card.state,
+        card.refs?.last_refusal,
+        card.refs?.last_attempt,
+        card.delivery_note,
+        card.maybe_typed,
+        card.snoozed_until,
+      ],
       () => this.notices(),
     );
     const {
@@ -92,12 +110,20 @@ export class CardView {
       screen,
       kind,
       risk,
+      Boolean(card.snoozed_until),
       stays,
     ]);
     if (shown !== this.shown) {
       this.shown = shown;
       this.show();
     } else if (before && before.version !== version && this.reviewing) this.show();
+    if (before && before.version !== version) {
+      drafts.set(card.id, PRESSED, '');
+      this.waiting.textContent = '';
+      const refusal = card.refs?.last_refusal;
+      if (refusal && refusal !== before.refs?.last_refusal)
+        announce(`${card.maybe_typed ? CARD.lookFirst : CARD.notDelivered}: ${card.title}. ${refusal}`);
+    }
     if (before?.version !== version) this.heard?.();
   }
 
@@ -140,24 +166,23 @@ export class CardView {
   replace(parts) {
     const focused = this.actions.contains(document.activeElement);
     this.actions.replaceChildren(...parts.flat().filter(Boolean));
+    // Out of its place, as a screen reader lists them, a button would not say which question it belongs to.
+    for (const control of this.actions.querySelectorAll('button, textarea'))
+      control.setAttribute('aria-describedby', this.title.id);
     if (focused) this.element.focus({ preventScroll: true });
+  }
+
+  place() {
+    const { card } = this;
+    return placeOf({ ...this.context.session(card), ...card }, this.context.topic(card)?.title ?? card.topic);
   }
 
   meta() {
     const { card } = this;
-    const session = this.context.session(card);
     const topic = this.context.topic(card);
-    const place =
-      session &&
-      [
-        session.callsign,
-        session.tty &&
-          [session.host === 'unknown' ? null : session.host, session.tty].filter(Boolean).join(' '),
-      ]
-        .filter(Boolean)
-        .join(' · ');
+    const place = this.place();
     return [
-      h('strong', {}, said(agentDisplay(card.agent, session?.label))),
+      h('strong', {}, said(nameOf(card))),
       place ? h('span', {}, said(place)) : null,
       card.topic
         ? h('a', { href: `/topics/${encodeURIComponent(card.topic)}` }, said(topic?.title ?? card.topic))
@@ -168,7 +193,7 @@ export class CardView {
             'span',
             { class: `tag risk-${card.risk}` },
             card.risk === 'high' ? icon('warning') : null,
-            `${card.risk === 'high' ? 'High' : 'Medium'} risk`,
+            card.risk === 'high' ? CARD.highRisk : CARD.mediumRisk,
           ),
       card.kind === 'question' ? null : h('span', { class: 'tag' }, kindWord(card.kind)),
       card.blocking ? null : h('span', { class: 'tag' }, 'Agent goes on working'),
@@ -214,9 +239,7 @@ export class CardView {
             h(
               'span',
               {},
-              card.maybe_typed
-                ? 'Look at its terminal before you answer again: '
-                : 'Your answer was not delivered: ',
+              `${card.maybe_typed ? CARD.lookFirst : CARD.notDelivered}: `,
               said(card.refs.last_refusal),
             ),
           )
@@ -227,6 +250,14 @@ export class CardView {
             { class: this.takesAnswers() ? 'notice' : 'notice warn' },
             icon(this.takesAnswers() ? 'inbox' : 'warning'),
             said(card.delivery_note, 'span'),
+          )
+        : null,
+      card.snoozed_until && card.state === 'open'
+        ? h(
+            'p',
+            { class: 'notice' },
+            icon('snooze'),
+            h('span', {}, `${STATE.snoozed} until ${moment(card.snoozed_until)}.`),
           )
         : null,
       card.state === 'gone'
@@ -258,7 +289,7 @@ export class CardView {
   }
 
   elsewhere() {
-    return [this.offered('It offers: '), h('div', { class: 'row end' }, dismissal(this))];
+    return [this.offered('It offers: '), leave(this)];
   }
 
   ofNobody() {
@@ -267,7 +298,11 @@ export class CardView {
       h(
         'div',
         { class: 'row end' },
-        h('button', { type: 'button', onclick: () => this.dismiss() }, 'Dismiss'),
+        h(
+          'button',
+          { type: 'button', 'data-dismiss': true, onclick: () => this.dismiss() },
+          ACTIONS.dismiss.word,
+        ),
       ),
     ];
   }
@@ -284,6 +319,9 @@ export class CardView {
     if (this.busy) return false;
     this.error.hidden = true;
     this.setBusy(true);
+    const slow = setTimeout(() => {
+      this.waiting.textContent = `${this.sending(body)} The daemon has not said yet whether it has it.`;
+    }, PATIENCE_MS);
     try {
       return await post(path, { card_id: this.card.id, ...body });
     } catch (error) {
@@ -291,8 +329,23 @@ export class CardView {
       this.fail(error);
       return false;
     } finally {
+      clearTimeout(slow);
+      this.waiting.textContent = '';
       this.setBusy(false);
     }
+  }
+
+  sending({ answer }) {
+    return answer === undefined
+      ? 'Your press is on its way to the daemon.'
+      : `“${brief(answer)}” was pressed.`;
+  }
+
+  /** A page that was loaded anew while the daemon hung still knows what was pressed on it. */
+  recall() {
+    const [version, words] = JSON.parse(drafts.get(this.card.id, PRESSED) || '[]');
+    if (version === this.card.version && this.card.state === 'open')
+      this.waiting.textContent = `“${words}” was pressed here. The daemon has not taken it: press again to send it.`;
   }
 
   /** Busy controls keep their place and the focus; they only do nothing. */
@@ -305,6 +358,7 @@ export class CardView {
   fail(error) {
     this.error.textContent = error.message;
     this.error.hidden = false;
+    this.error.scrollIntoView({ block: 'nearest' });
   }
 
   /** The reply to what changed this card shows at once; the event that follows says the same. */
@@ -320,7 +374,7 @@ export class CardView {
   /** Without a reply nobody knows whether it was taken, until the card tells. */
   async lookAgain(version) {
     this.fail({
-      message: 'No answer from the daemon yet: it may or may not have been taken. Your words stay here.',
+      message: CARD.unknown,
     });
     const card = await lookAgain(this, version);
     if (!card) return false;
@@ -344,16 +398,27 @@ export class CardView {
     this.actions.querySelector('[data-first]').focus();
   }
 
-  press(press) {
-    return this.change(
+  async press(press) {
+    drafts.set(this.card.id, PRESSED, JSON.stringify([press.version, brief(press.answer)]));
+    const taken = await this.change(
       '/v1/cards/answer',
       press,
       (card) => `“${brief(card.answer)}” is on hold. Press U to undo.`,
     );
+    drafts.set(this.card.id, PRESSED, '');
+    return taken;
   }
 
   undo() {
     return this.change('/v1/page/cancel', {}, () => 'Taken back. The question is open again.');
+  }
+
+  snooze() {
+    return this.change('/v1/page/snooze', {}, (card) => `Snoozed until ${moment(card.snoozed_until)}.`);
+  }
+
+  wake() {
+    return this.change('/v1/page/wake', {}, () => 'Awake again.');
   }
 
   dismiss() {
@@ -381,14 +446,20 @@ export class CardView {
       const control = this.actions.querySelector(selector);
       return control && (() => (control.matches('textarea') ? control.focus() : control.click()));
     };
-    if (card.state === 'held') return { u: () => this.undo() };
-    if (card.state !== 'open' || this.reviewing || !this.takesAnswers()) return {};
+    if (card.state === 'held') return { [ACTIONS.undo.key]: () => this.undo() };
+    if (this.reviewing) return {};
+    const leaving = {
+      [ACTIONS.snooze.key]: press('[data-snooze]'),
+      [ACTIONS.dismiss.key]: press('[data-dismiss]'),
+    };
+    if (card.state !== 'open' || !this.takesAnswers()) return leaving;
     return {
+      ...leaving,
       ...Object.fromEntries(
         card.options.slice(0, 9).map((option, index) => [String(index + 1), () => this.choose(option)]),
       ),
-      t: press('textarea'),
-      a: press('[data-accept]'),
+      [ACTIONS.write.key]: press('textarea'),
+      [ACTIONS.accept.key]: press('[data-accept]'),
     };
   }
 }

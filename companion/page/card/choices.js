@@ -1,7 +1,9 @@
 // What an open question can be answered with: its options, own words, a batch of rows, or a dismissal.
 import { h, said } from '../lib/dom.js';
 import { drafts } from '../lib/drafts.js';
+import { ACTIONS, CARD } from '/shared/words.js';
 import { icon } from '../lib/icons.js';
+import { leave } from './leave.js';
 
 const LONG_OPTION = 30;
 
@@ -13,7 +15,7 @@ export function choices(view) {
     card.rows?.length ? batch(view) : words ? ownWords(view) : null,
   ].filter(Boolean);
   const last = ways.pop();
-  return [...ways, h('div', { class: 'last' }, last, dismissal(view))];
+  return [...ways, h('div', { class: 'last' }, last, card.rows?.length ? null : leave(view))];
 }
 
 function options(view) {
@@ -35,7 +37,7 @@ function options(view) {
         },
         index < 9 ? h('kbd', { 'aria-hidden': 'true' }, String(index + 1)) : null,
         said(option, 'span'),
-        suggested ? h('small', {}, 'Suggested') : null,
+        suggested ? h('small', {}, CARD.suggested) : null,
         card.risk === 'high' ? h('span', { class: 'unseen' }, ', to be reviewed first') : null,
       );
     }),
@@ -88,7 +90,7 @@ function ownWords(view) {
     view,
     'text',
     alone ? card.default : null,
-    { 'aria-label': 'Your own answer', placeholder: alone ? 'Your answer' : 'Or in your own words' },
+    { 'aria-label': CARD.ownAnswer, 'aria-keyshortcuts': ACTIONS.write.key, placeholder: CARD.ownAnswer },
     send,
   );
   return h(
@@ -101,7 +103,7 @@ function ownWords(view) {
       },
     },
     area,
-    h('button', { type: 'submit', class: alone ? 'suggested' : null }, icon('send'), 'Send'),
+    h('button', { type: 'submit', class: alone ? 'suggested' : null }, icon('send'), CARD.send),
   );
 }
 
@@ -164,40 +166,7 @@ function batch(view) {
           )
         : null,
       h('button', { type: 'submit' }, icon('send'), 'Send these answers'),
+      leave(view),
     ),
   );
-}
-
-export function dismissal(view) {
-  const ask = h(
-    'button',
-    {
-      type: 'button',
-      class: 'flat small',
-      onclick: () => {
-        ask.replaceWith(sure);
-        sure.querySelector('button').focus();
-      },
-    },
-    'Dismiss…',
-  );
-  const sure = h(
-    'span',
-    { class: 'row', role: 'group', 'aria-label': 'Dismiss without an answer?' },
-    h('span', { class: 'soft' }, 'The agent is told nothing.'),
-    h(
-      'button',
-      {
-        type: 'button',
-        class: 'small',
-        onclick: () => {
-          sure.replaceWith(ask);
-          ask.focus();
-        },
-      },
-      'Keep',
-    ),
-    h('button', { type: 'button', class: 'small danger-text', onclick: () => view.dismiss() }, 'Dismiss'),
-  );
-  return ask;
 }

@@ -1,4 +1,5 @@
 // An answer that was pressed and can still be taken back.
+import { ACTIONS } from '/shared/words.js';
 import { h, said } from '../lib/dom.js';
 import { icon } from '../lib/icons.js';
 import { agentName, brief } from '../lib/words.js';
@@ -17,10 +18,10 @@ export function onHold(view) {
     h('p', {}, h('span', {}, '“', said(brief(card.answer)), `” goes to ${agentName(card.agent)}`), seconds),
     h(
       'button',
-      { type: 'button', class: 'undo', 'aria-keyshortcuts': 'u', onclick: () => view.undo() },
+      { type: 'button', class: 'undo', 'aria-keyshortcuts': ACTIONS.undo.key, onclick: () => view.undo() },
       icon('undo'),
-      'Undo',
-      h('kbd', { 'aria-hidden': 'true' }, 'U'),
+      ACTIONS.undo.word,
+      h('kbd', { 'aria-hidden': 'true' }, ACTIONS.undo.key.toUpperCase()),
     ),
     h('span', { class: 'track', 'aria-hidden': 'true' }, bar),
   );

@@ -1,20 +1,17 @@
 // The second look at an answer that is marked as high risk: what goes to whom, said in full, before it can be sent.
+import { CARD } from '/shared/words.js';
 import { h, said } from '../lib/dom.js';
 import { icon } from '../lib/icons.js';
-import { agentDisplay, brief, inWords } from '../lib/words.js';
+import { nameOf, placeOf } from '../lib/who.js';
+import { brief, inWords } from '../lib/words.js';
 
 /** `press` is what was pressed, `shown` the daemon's word on it: the answer as it goes out, and the token that confirms it. */
 export function review(view, press, shown) {
   const { card } = view;
-  const session = view.context.session(card);
-  const place =
-    session &&
-    [session.callsign, session.host === 'unknown' ? null : session.host, session.tty]
-      .filter(Boolean)
-      .join(' ');
+  const place = placeOf({ ...view.context.session(card), ...card });
   const title = `${card.id}-review`;
   const facts = [
-    ['To', said([agentDisplay(card.agent, session?.label), place].filter(Boolean).join(', '))],
+    ['To', said([nameOf(card), place].filter(Boolean).join(', '))],
     ['Question', said(card.title)],
     ['Answer', said(inWords(shown.answer), 'blockquote')],
   ];
@@ -22,7 +19,7 @@ export function review(view, press, shown) {
     h(
       'section',
       { class: 'review', role: 'group', 'aria-labelledby': title, 'aria-describedby': `${title}-facts` },
-      h('h3', { id: title }, icon('warning'), 'Review before it is sent'),
+      h('h3', { id: title }, icon('warning'), CARD.review),
       h(
         'dl',
         { id: `${title}-facts` },

@@ -1,9 +1,10 @@
-// How things are called and counted on the page; the same words as in the shell.
-import { agentDisplay, agentName } from '/shared/agents.js';
+// How things are called and counted on the page; the same words as on the other surfaces.
+import { agentName } from '/shared/agents.js';
 import { capitalised, cut } from '/shared/text.js';
+import { OUTCOME, STATE } from '/shared/words.js';
 import { h } from './dom.js';
 
-export { agentDisplay, agentName };
+export { agentName };
 
 export function age(text, now = Date.now()) {
   const s = Math.floor((now - Date.parse(text)) / 1000);
@@ -26,19 +27,29 @@ export function growOlder(root = document) {
 export const clockTime = (text) =>
   new Date(text).toLocaleTimeString([], { hour: '2-digit', minute: '2-digit' });
 
+const daysAgo = (date, now) =>
+  Math.round((new Date(now).setHours(0, 0, 0, 0) - new Date(date).setHours(0, 0, 0, 0)) / 86_400_000);
+
 export function day(text, now = new Date()) {
   const date = new Date(text);
-  const daysAgo = Math.round(
-    (new Date(now).setHours(0, 0, 0, 0) - new Date(date).setHours(0, 0, 0, 0)) / 86_400_000,
-  );
-  if (daysAgo === 0) return 'Today';
-  if (daysAgo === 1) return 'Yesterday';
+  const ago = daysAgo(date, now);
+  if (ago === 0) return 'Today';
+  if (ago === 1) return 'Yesterday';
   return date.toLocaleDateString([], { weekday: 'long', year: 'numeric', month: 'long', day: 'numeric' });
 }
+
+/** "14:30", with the day when that is not today. */
+export const moment = (text, now = new Date()) =>
+  daysAgo(text, now) === 0
+    ? clockTime(text)
+    : `${new Date(text).toLocaleDateString([], { day: 'numeric', month: 'short', year: 'numeric' })}, ${clockTime(text)}`;
 
 export const count = (n, one, many = `${one}s`) => `${n} ${n === 1 ? one : many}`;
 export const caution = (n) => (n === 0 ? 'All clear' : n === 1 ? '1 needs you' : `${n} need you`);
 export const kindWord = (kind) => capitalised(kind.replaceAll('_', ' '));
+
+/** One kind of quotes, whoever wrote the sentence. */
+export const curly = (text) => text.replace(/"([^"]*)"/g, '“$1”');
 
 /** An answer as one text: a batch gives a line per question. */
 export const inWords = (answer) =>
@@ -58,13 +69,10 @@ export const standing = (card) =>
   })[card.state] ?? `${ending(card)}.`;
 
 /** What became of a closed card. */
-export function ending(card) {
-  if (card.outcome === 'answered') return `Answered “${brief(card.answer)}”`;
+export function ending({ outcome, answer }) {
+  if (outcome === 'answered') return `${OUTCOME.answered} “${brief(answer)}”`;
   return (
-    {
-      withdrawn: 'Taken back by the agent',
-      dismissed: 'Dismissed without an answer',
-      went_on: 'The agent went on',
-    }[card.outcome] ?? 'Closed'
+    { withdrawn: OUTCOME.withdrawn, dismissed: OUTCOME.dismissed, went_on: OUTCOME.wentOn }[outcome] ??
+    STATE.closed
   );
 }

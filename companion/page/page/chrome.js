@@ -1,34 +1,26 @@
 // What stands around the content in a browser and in expert mode: the sections, the search field, the state of the
 // connection. In the shell's simple mode its own window has all of that.
+import { TITLE } from '/shared/words.js';
 import { h } from '../lib/dom.js';
 import { icon } from '../lib/icons.js';
 import { isExpert, setMode } from './shell.js';
 import { showHelp } from './keys.js';
 
 const NAVIGATION = [
-  ['/', 'Inbox', 'inbox'],
-  ['/topics', 'Topics', 'topics'],
-  ['/handoffs', 'Handoffs', 'handoffs'],
-  ['/skills', 'Skills', 'skills'],
-  ['/receipts', 'Receipts', 'receipts'],
-  ['/agents', 'Agents', 'agents'],
-  ['/autopilot', 'Autopilot', 'autopilot'],
+  ['/', 'inbox'],
+  ['/topics', 'topics'],
+  ['/handoffs', 'handoffs'],
+  ['/skills', 'skills'],
+  ['/receipts', 'receipts'],
+  ['/agents', 'agents'],
+  ['/autopilot', 'autopilot'],
 ];
 
 export class Chrome {
-  constructor({ search }) {
-    this.field = h('input', {
-      type: 'search',
-      name: 'q',
-      'aria-label': 'Search',
-      'aria-keyshortcuts': '/',
-      placeholder: 'Search',
-      autocomplete: 'off',
-      dir: 'auto',
-    });
+  constructor({ finder }) {
     this.badge = h('span', { class: 'badge', hidden: true });
-    this.links = NAVIGATION.map(([path, name, symbol]) =>
-      h('a', { href: path }, icon(symbol), h('span', {}, name), path === '/' ? this.badge : null),
+    this.links = NAVIGATION.map(([path, name]) =>
+      h('a', { href: path }, icon(name), h('span', {}, TITLE[name]), path === '/' ? this.badge : null),
     );
     this.expert = h('input', {
       type: 'checkbox',
@@ -38,31 +30,21 @@ export class Chrome {
     this.setup = h('a', { href: '/onboarding', class: 'setup', hidden: true }, 'Finish setup');
     this.dot = h('span', { class: 'dot', 'aria-hidden': 'true' });
     this.words = h('span', {}, 'Connecting');
-    document.getElementById('chrome').append(
-      h('a', { class: 'brand', href: '/' }, 'kelvadrome'),
-      h(
-        'form',
-        {
-          role: 'search',
-          class: 'search',
-          onsubmit: (event) => {
-            event.preventDefault();
-            search(this.field.value.trim());
-          },
-        },
-        icon('search'),
-        this.field,
-      ),
-      h('nav', { 'aria-label': 'Sections' }, this.links),
-      h(
-        'div',
-        { class: 'foot' },
-        this.setup,
-        h('label', { class: 'switch' }, this.expert, h('span', {}, 'Expert mode')),
-        h('button', { type: 'button', class: 'flat small', onclick: showHelp }, icon('help'), 'Keyboard'),
-        h('p', { class: 'state soft' }, this.dot, this.words),
-      ),
-    );
+    document
+      .getElementById('chrome')
+      .append(
+        h('a', { class: 'brand', href: '/' }, 'kelvadrome'),
+        h('div', { role: 'search', class: 'search' }, icon('search'), finder.field()),
+        h('nav', { 'aria-label': 'Sections' }, this.links),
+        h(
+          'div',
+          { class: 'foot' },
+          this.setup,
+          h('label', { class: 'switch' }, this.expert, h('span', {}, 'Expert mode')),
+          h('button', { type: 'button', class: 'flat small', onclick: showHelp }, icon('help'), 'Keyboard'),
+          h('p', { class: 'state soft' }, this.dot, this.words),
+        ),
+      );
     addEventListener('kd-mode', () => this.showMode());
     this.showMode();
   }
@@ -71,13 +53,12 @@ export class Chrome {
     this.expert.checked = isExpert();
   }
 
-  showRoute(path, query) {
+  showRoute(path) {
     const here = `/${path.split('/')[1]}`;
     for (const link of this.links) {
       if (link.getAttribute('href') === here) link.setAttribute('aria-current', 'page');
       else link.removeAttribute('aria-current');
     }
-    if (here === '/search') this.field.value = query.get('q') ?? '';
   }
 
   showCount(needsYou) {

@@ -1,18 +1,21 @@
 // The keyboard beyond Tab and Enter. Keys act on the card that has the focus; none acts while something is typed.
+import { ACTIONS } from '/shared/words.js';
 import { h } from '../lib/dom.js';
 
+const of = ({ key, word }) => [key, null, word];
 const HELP = [
-  ['j', 'k', 'next and previous question'],
-  ['1', '9', 'choose an option'],
-  ['a', null, 'accept what is suggested, or all defaults'],
-  ['t', null, 'write your own answer'],
-  ['u', null, 'undo while an answer is on hold'],
-  ['Esc', null, 'back to the question'],
-  ['/', null, 'search'],
-  ['?', null, 'this help'],
+  ['j', 'k', 'Next and previous question'],
+  [ACTIONS.option.key, '9', ACTIONS.option.word],
+  of(ACTIONS.accept),
+  of(ACTIONS.write),
+  of(ACTIONS.undo),
+  [ACTIONS.snooze.key, null, `${ACTIONS.snooze.word}, or wake`],
+  of(ACTIONS.dismiss),
+  ['Esc', null, 'Back to the question, or out of the search'],
+  of(ACTIONS.search),
+  of(ACTIONS.help),
 ];
 let dialog = null;
-const searchShown = () => document.querySelector('#chrome .search').offsetParent !== null; // the shell has its own
 
 export function showHelp() {
   dialog?.remove();
@@ -24,7 +27,7 @@ export function showHelp() {
       h(
         'dl',
         {},
-        HELP.filter(([key]) => key !== '/' || searchShown()).map(([key, other, words]) => [
+        HELP.map(([key, other, words]) => [
           h('dt', {}, h('kbd', {}, key), other ? [key === '1' ? ' to ' : ' ', h('kbd', {}, other)] : null),
           h('dd', {}, words),
         ]),
@@ -43,13 +46,18 @@ function step(by) {
   next?.scrollIntoView({ block: next.offsetHeight > innerHeight ? 'start' : 'nearest' });
 }
 
-export function listenToKeys({ search }) {
+export function listenToKeys({ finder }) {
   document.addEventListener('keydown', (event) => {
     if (event.defaultPrevented || event.ctrlKey || event.metaKey || event.altKey || event.isComposing) return;
+    if (event.key === 'Escape' && !event.target.closest('dialog, select') && finder.leave())
+      return event.preventDefault();
     if (event.target.closest('input, textarea, select, dialog')) return;
-    const act = { j: () => step(1), k: () => step(-1), '/': searchShown() && search, '?': showHelp }[
-      event.key
-    ];
+    const act = {
+      j: () => step(1),
+      k: () => step(-1),
+      [ACTIONS.search.key]: () => finder.start(),
+      [ACTIONS.help.key]: showHelp,
+    }[event.key];
     if (!act) return;
     event.preventDefault();
     act();

@@ -3,27 +3,31 @@ import { post } from '../lib/api.js';
 import { announce } from '../lib/announce.js';
 import { Rows, h, said, showIn } from '../lib/dom.js';
 import { icon } from '../lib/icons.js';
-import { ageOf, agentDisplay } from '../lib/words.js';
+import { LAMP } from '/shared/words.js';
+import { keyOf, nameOf, placeOf } from '../lib/who.js';
+import { ageOf, count } from '../lib/words.js';
 import { tellShell } from '../page/shell.js';
 import { nothing } from './empty.js';
 
 const LAMPS = { waiting_me: 'needs', busy: 'working', working: 'working', failed: 'failed', ended: 'ended' };
 const WORDS = {
-  waiting_me: 'Needs you',
-  busy: 'Working',
-  working: 'Working',
-  waiting: 'Waiting',
-  idle: 'Idle',
-  failed: 'Failed',
-  ended: 'Ended',
+  waiting_me: LAMP.needsYou,
+  busy: LAMP.working,
+  working: LAMP.working,
+  waiting: LAMP.waiting,
+  idle: LAMP.idle,
+  failed: LAMP.failed,
+  ended: LAMP.ended,
 };
 const ORDER = ['needs', 'failed', 'working', 'idle', 'ended'];
 const lampOf = (row) => LAMPS[row.status] ?? 'idle';
 const TERMINALS = { iterm2: 'iTerm2', terminal: 'Terminal' };
 
-function line(row) {
+/** A press on an agent leads to its questions; one without any has its terminal brought to the front. */
+function line([row, questions], show) {
   const lamp = lampOf(row);
-  const place = [row.host === 'unknown' ? null : row.host, row.tty].filter(Boolean).join(' ');
+  const place = placeOf(row, row.topic_title ?? row.topic);
+  const query = new URLSearchParams({ agent: row.agent, session: row.session_id });
   return h(
     'li',
     { class: `line agent ${lamp}` },
@@ -34,8 +38,7 @@ function line(row) {
       h(
         'span',
         { class: 'strong' },
-        said(agentDisplay(row.agent, row.label)),
-        row.callsign ? h('span', { class: 'soft' }, ' · ', said(row.callsign)) : null,
+        questions > 0 ? h('a', { href: `/?${query}` }, said(nameOf(row))) : said(nameOf(row)),
       ),
       h(
         'span',
@@ -45,6 +48,7 @@ function line(row) {
             ? h('a', { href: `/topics/${encodeURIComponent(row.topic)}` }, said(row.topic_title ?? row.topic))
             : null,
           place || null,
+          questions > 0 ? count(questions, 'question') : null,
           h('span', { class: 'expert code' }, `${row.session_id}${row.pid ? `, pid ${row.pid}` : ''}`),
         ]
           .filter(Boolean)
@@ -58,6 +62,18 @@ function line(row) {
         WORDS[row.status] ??
         row.status.replaceAll('_', ' '),
     ),
+    row.tty && lamp !== 'ended'
+      ? h(
+          'button',
+          {
+            type: 'button',
+            class: 'flat small',
+            'aria-label': `Show the terminal of ${[nameOf(row), placeOf(row)].filter(Boolean).join(', ')}`,
+            onclick: (event) => show(row, event.currentTarget),
+          },
+          'Show terminal',
+        )
+      : null,
   );
 }
 
@@ -92,7 +108,8 @@ export class Agents {
 
   constructor(query, id, { reload }) {
     this.reload = reload;
-    this.rows = new Rows(h('ul', { class: 'boxed' }), line);
+    this.rows = new Rows(h('ul', { class: 'boxed' }), (row) => line(row, (one, at) => this.show(one, at)));
+    this.notShown = h('p', { class: 'error', role: 'alert', hidden: true });
     this.none = h('div', {});
     this.terminals = h('div', {});
     this.pages = new Rows(h('ul', { class: 'boxed' }), (row) => openPage(row, (one) => this.end(one)));
@@ -102,6 +119,7 @@ export class Agents {
       {},
       h('header', { class: 'top' }, h('h1', { tabindex: '-1' }, 'Agents')),
       this.rows.element,
+      this.notShown,
       this.none,
       this.terminals,
       h('h2', { class: 'group' }, 'Where this page is open'),
@@ -112,8 +130,26 @@ export class Agents {
   }
 
   async load() {
-    const [{ sessions }, pages] = await Promise.all([post('/v1/agents/status'), post('/v1/page/sessions')]);
-    return { sessions, pages: pages.sessions };
+    const [{ sessions, cards, counts }, pages] = await Promise.all([
+      post('/v1/inbox'),
+      post('/v1/page/sessions'),
+    ]);
+    return { sessions, cards, counts, pages: pages.sessions };
+  }
+
+  async show(row, button) {
+    this.notShown.hidden = true;
+    button.setAttribute('aria-busy', 'true');
+    try {
+      const { agent, session_id: session } = row;
+      const { outcome, reason } = await post('/v1/page/focus', { agent, session_id: session });
+      if (outcome !== 'done') throw new Error(reason ?? 'Its terminal could not be brought to the front.');
+      announce('Its terminal is in front.');
+    } catch (error) {
+      this.notShown.textContent = `${nameOf(row)}: ${error.message}`;
+      this.notShown.hidden = false;
+    }
+    button.removeAttribute('aria-busy');
   }
 
   async end({ session }) {
@@ -128,9 +164,12 @@ export class Agents {
     return this.reload();
   }
 
-  update({ sessions, pages }) {
+  update({ sessions, cards, pages }) {
+    const questions = new Map();
+    for (const card of cards)
+      if (card.state !== 'gone') questions.set(keyOf(card), (questions.get(keyOf(card)) ?? 0) + 1);
     const sorted = [...sessions].sort((a, b) => ORDER.indexOf(lampOf(a)) - ORDER.indexOf(lampOf(b)));
-    this.rows.update(sorted.map((row) => [`${row.agent} ${row.session_id}`, row]));
+    this.rows.update(sorted.map((row) => [keyOf(row), [row, questions.get(keyOf(row)) ?? 0]]));
     showIn(this.none, sessions.length === 0, (none) =>
       none
         ? nothing(

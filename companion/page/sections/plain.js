@@ -1,9 +1,10 @@
 // The sections that mostly explain themselves: handoffs, skills and autopilot.
 import { me, post } from '../lib/api.js';
-import { h, said, showIn } from '../lib/dom.js';
-import { ageOf, ending } from '../lib/words.js';
+import { h, showIn } from '../lib/dom.js';
+
 import { CardList } from '../card/list.js';
 import { CommandLine } from '../page/command.js';
+import { closedCards } from './closed-cards.js';
 import { nothing } from './empty.js';
 
 export class Handoffs {
@@ -31,46 +32,27 @@ export class Handoffs {
   }
 
   async load() {
-    const [{ cards }, { sessions }, { topics }] = await Promise.all([
+    const [{ cards }, { sessions }, { topics }, { kd }] = await Promise.all([
       post('/v1/handoffs/list'),
       post('/v1/agents/status'),
       post('/v1/board'),
+      me(),
     ]);
-    return { cards, sessions, topics };
+    return { cards, sessions, topics, kd };
   }
 
-  update({ cards, sessions, topics }) {
+  update({ cards, sessions, topics, kd }) {
     const live = cards.filter((card) => card.state !== 'closed');
     const closed = cards.filter((card) => card.state === 'closed');
     this.open.update(live, { sessions, topics });
     showIn(this.rest, [cards.length === 0, closed], () => [
       cards.length === 0 ? nothing('handoffs', 'No handoffs yet', 'An agent asks for one itself:') : null,
       cards.length === 0
-        ? new CommandLine('kd ask --kind handoff_review -t "Hand the release notes to Codex?" -o Yes -o No')
-            .element
+        ? new CommandLine(
+            `${kd} ask --kind handoff_review -t "Hand the release notes to Codex?" -o Yes -o No`,
+          ).element
         : null,
-      closed.length
-        ? [
-            h('h2', { class: 'group' }, 'Reviewed'),
-            h(
-              'ul',
-              { class: 'boxed' },
-              closed.map((card) =>
-                h(
-                  'li',
-                  { class: 'line' },
-                  h(
-                    'span',
-                    { class: 'grow' },
-                    said(card.title, 'span', { class: 'strong' }),
-                    said(ending(card), 'span', { class: 'soft sub' }),
-                  ),
-                  ageOf(card.closed_at),
-                ),
-              ),
-            ),
-          ]
-        : null,
+      closed.length ? [h('h2', { class: 'group' }, 'Reviewed'), closedCards(closed)] : null,
     ]);
   }
 }
@@ -108,7 +90,11 @@ export class Autopilot {
           'div',
           {},
           h('h1', { tabindex: '-1' }, 'Autopilot'),
-          h('p', { class: 'soft lead' }, 'Every question comes to you. No rule answers anything on its own.'),
+          h(
+            'p',
+            { class: 'soft lead' },
+            'Every question comes to you. There are no rules that answer for you, so there is nothing to set here.',
+          ),
         ),
       ),
       this.rules,

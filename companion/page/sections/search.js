@@ -4,7 +4,7 @@ import { post } from '../lib/api.js';
 import { Rows, h, said, showIn } from '../lib/dom.js';
 import { icon } from '../lib/icons.js';
 import { announce } from '../lib/announce.js';
-import { count } from '../lib/words.js';
+import { count, moment } from '../lib/words.js';
 import { nothing } from './empty.js';
 
 const KINDS = [
@@ -32,26 +32,34 @@ function marked(text, query) {
 }
 
 export class Search {
-  constructor(query) {
-    this.query = within((query.get('q') ?? '').trim(), MOST);
-    this.title = this.query ? `Search: ${this.query}` : 'Search';
+  #told = ''; // the words whose number of hits was announced
+
+  constructor(query, id, { finder }) {
+    this.heading = h('h1', { tabindex: '-1' });
     this.groups = new Rows(h('div', {}), ([kind, hits]) => this.group(kind, hits));
     this.none = h('div', {});
     this.element = h(
       'div',
       {},
-      h(
-        'header',
-        { class: 'top' },
-        h('h1', { tabindex: '-1' }, this.query ? ['Search: ', said(this.query)] : 'Search'),
-      ),
+      h('header', { class: 'top' }, this.heading),
+      // For where the page has no search field above it.
+      h('div', { class: 'search own-search' }, icon('search'), finder.field()),
       this.groups.element,
       this.none,
     );
+    this.follow(query);
+  }
+
+  /** Other words are looked for; what shows stays until they are found. */
+  follow(query) {
+    this.query = within((query.get('q') ?? '').trim(), MOST);
+    this.title = this.query ? `Search: ${this.query}` : 'Search';
+    return true;
   }
 
   async load() {
-    return this.query ? post('/v1/search', { q: this.query, limit: 20 }) : {};
+    const { query } = this;
+    return { query, ...(query ? await post('/v1/search', { q: query, limit: 20 }) : {}) };
   }
 
   group([key, title, symbol], hits) {
@@ -76,8 +84,10 @@ export class Search {
                 'span',
                 { class: 'grow', dir: 'auto' },
                 h('span', { class: 'strong' }, marked(hit.title, this.query)),
+                hit.answer ? h('span', { class: 'sub' }, `“${hit.answer}”`) : null,
                 h('span', { class: 'soft sub' }, marked(hit.snippet, this.query)),
               ),
+              hit.at ? h('time', { datetime: hit.at }, moment(hit.at)) : null,
             ),
           ),
         ),
@@ -86,11 +96,13 @@ export class Search {
   }
 
   update(data) {
+    if (data.query !== this.query) return; // the words have changed meanwhile
+    showIn(this.heading, this.query, (query) => (query ? ['Search: ', said(query)] : 'Search'));
     const found = KINDS.filter(([key]) => data[key]?.length);
-    this.groups.update(found.map((kind) => [kind[0], [kind, data[kind[0]]]]));
+    this.groups.update(found.map((kind) => [kind[0], [kind, data[kind[0]], this.query]]));
     const total = found.reduce((sum, [key]) => sum + data[key].length, 0);
-    const fresh = showIn(this.none, total === 0, (none) =>
-      none
+    showIn(this.none, total === 0 && this.query, () =>
+      total === 0
         ? nothing(
             'search',
             this.query ? 'Nothing found' : 'Search topics, questions and decisions',
@@ -98,6 +110,8 @@ export class Search {
           )
         : [],
     );
-    if (fresh && this.query) announce(total ? `${count(total, 'result')}.` : 'Nothing found.');
+    if (this.query && this.#told !== this.query)
+      announce(total ? `${count(total, 'result')}.` : 'Nothing found.');
+    this.#told = this.query;
   }
 }

@@ -32,7 +32,13 @@ export class Setup {
       this.heading,
       this.content,
       this.error,
-      h('div', { class: 'row split' }, this.backButton, this.primary),
+      h(
+        'div',
+        { class: 'row split' },
+        this.backButton,
+        h('a', { class: 'later', href: '/' }, 'Set up later'),
+        this.primary,
+      ),
     );
   }
 
@@ -51,12 +57,15 @@ export class Setup {
           step
         ],
     );
-    showIn(this.steps, step, () =>
+    showIn(this.steps, [step, status.folder], () =>
       STEPS.map((name, index) =>
         h(
           'li',
-          { class: index < this.#at ? 'done' : null, 'aria-current': name === step ? 'step' : null },
-          h('span', {}, index < this.#at ? icon('check') : index + 1),
+          {
+            class: index < this.#at && this.isDone(name) ? 'done' : null,
+            'aria-current': name === step ? 'step' : null,
+          },
+          h('span', {}, index < this.#at && this.isDone(name) ? icon('check') : index + 1),
           NAMES[name],
         ),
       ),
@@ -91,6 +100,11 @@ export class Setup {
       dir: 'ltr',
     });
     return [
+      h(
+        'p',
+        {},
+        'kelvadrome shows you what your coding agents ask and types your answer into the terminal of the very agent that asked.',
+      ),
       h(
         'p',
         {},
@@ -174,7 +188,32 @@ export class Setup {
         { class: 'soft' },
         'The question shows in your Inbox at once, and the command prints what you answer.',
       ),
+      h(
+        'div',
+        { class: 'row' },
+        h(
+          'button',
+          { type: 'button', onclick: () => this.sample() },
+          icon('inbox'),
+          'Ask me a sample question',
+        ),
+      ),
     ];
+  }
+
+  /** A sample agent asks, and its question opens. */
+  async sample() {
+    try {
+      const { card_id: card } = await post('/v1/onboarding/sample');
+      return this.go(`/?card=${encodeURIComponent(card)}`);
+    } catch (error) {
+      return this.fail(error.message);
+    }
+  }
+
+  /** A step that was left out is not ticked. */
+  isDone(step) {
+    return step !== 'folder' || Boolean(this.status.folder);
   }
 
   answers() {

@@ -2,9 +2,10 @@
 import { post } from '../lib/api.js';
 import { Rows, h, said, showIn } from '../lib/dom.js';
 import { icon } from '../lib/icons.js';
-import { count, ending, ageOf } from '../lib/words.js';
+import { count } from '../lib/words.js';
 import { CardList } from '../card/list.js';
 import { tellShell } from '../page/shell.js';
+import { closedCards } from './closed-cards.js';
 import { ReceiptList } from './receipts.js';
 import { nothing } from './empty.js';
 
@@ -125,23 +126,7 @@ export class Topic {
             'details',
             { class: 'earlier', open: this.earlier.querySelector('details')?.open },
             h('summary', {}, count(closed.length, 'earlier question')),
-            h(
-              'ul',
-              { class: 'boxed' },
-              closed.map((card) =>
-                h(
-                  'li',
-                  { class: 'line' },
-                  h(
-                    'span',
-                    { class: 'grow' },
-                    said(card.title, 'span', { class: 'strong' }),
-                    said(ending(card), 'span', { class: 'soft sub' }),
-                  ),
-                  ageOf(card.closed_at),
-                ),
-              ),
-            ),
+            closedCards(closed),
           )
         : [],
     );
