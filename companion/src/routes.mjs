@@ -210,6 +210,10 @@ const routes = {
     run: (app, { headers }) => app.auth.mintLink(headers[KEY_HEADER]),
   },
 
+  'POST /v1/page/holder': {
+    on: ['socket'],
+    run: (app) => ({ there: app.jobs.isThere(app.auth.newestTag()) }),
+  },
   'POST /v1/page/key': { on: ['socket'], run: (app) => app.auth.keyState() },
   'POST /v1/page/key/reset': {
     on: ['socket'],

@@ -47,6 +47,8 @@ const AGENTS = {
   },
 };
 
+export const AGENTS_WITH_HOOKS = Object.keys(AGENTS);
+
 /** {event: hook} for the settings of an agent. */
 export function hooksFor(agent, command, { wait, whatNext } = {}) {
   const { quick, waits } = AGENTS[agent];
@@ -171,7 +173,7 @@ export async function hooks({ values, positionals: [verb, agent], client, env = 
   const command = kdByPath(client.home);
   const folder = values.project ? process.cwd() : undefined;
   const say = (text) => process.stdout.write(`${text}\n`);
-  const known = Object.keys(AGENTS);
+  const known = AGENTS_WITH_HOOKS;
   if (verb === 'status' && agent === undefined) {
     const states = known.map((name) => [name, stateOf(name, command, { home: client.home, env, folder })]);
     if (values.json) say(JSON.stringify(Object.fromEntries(states)));

@@ -36,6 +36,15 @@ function terminalOf(pid) {
   return iterm ? { host: 'iterm2', host_ref: iterm[1] } : { host: 'unknown' };
 }
 
+/** Where a process runs, as an ask tells it. */
+export const liveOf = (info) => ({
+  pid: info.pid,
+  pgid: info.pgid,
+  ...(info.tty ? { tty: info.tty } : {}),
+  ...terminalOf(info.pid),
+  cwd: workingFolder(info.pid),
+});
+
 /** No agent, so a person at a shell. Only one that waits has a process that its question ends with. */
 const shellThatAsks = (waits) => ({
   agent: SHELL,
@@ -62,13 +71,7 @@ export function callingAgent(options, parent = process.ppid) {
       EXIT.noAgent,
     );
   }
-  const live = {
-    pid: info.pid,
-    pgid: info.pgid,
-    ...(info.tty ? { tty: info.tty } : {}),
-    ...terminalOf(info.pid),
-    cwd: workingFolder(info.pid),
-  };
+  const live = liveOf(info);
   if (options.host) Object.assign(live, { host: options.host, host_ref: options.host_ref });
   if (options.codex_thread) live.codex_thread = options.codex_thread;
   return { agent: options.agent ?? nameOf(info), live };

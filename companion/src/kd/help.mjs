@@ -5,6 +5,10 @@ usage: kd COMMAND [OPTIONS]
 
   hooks      have an agent's questions become cards by themselves:
              kd hooks install|uninstall|status claude|codex
+  run        start an agent so that it can be answered from anywhere: kd run claude ...
+             It runs in tmux, which is not to be seen; closing the terminal keeps it
+  attach     bring an agent of kd run back to this terminal: kd attach [NAME]
+  doctor     look what works on this machine, and say what to do
   ask        open a card in the Kelvadrome inbox for the agent that called kd
   wait       wait for the answer to a question that was asked before, and print it:
              kd wait CARD_ID [--seconds N]. The question stays when the time is over

@@ -3,7 +3,9 @@ import { Client, EXIT, KD, KdError, resolveHome } from './client.mjs';
 import { ask, touch, wait, withdraw } from './ask.mjs';
 import { answer, inbox, sample, sessions } from './lists.mjs';
 import { pageKey } from './page-key.mjs';
+import { doctor } from './doctor.mjs';
 import { helpFor } from './help.mjs';
+import { attach, runHere, runInside } from './run.mjs';
 import { hook } from '../hooks/hook.mjs';
 import { hooks } from '../hooks/install.mjs';
 
@@ -54,6 +56,8 @@ const COMMANDS = {
   sessions: { run: sessions, words: 0, options: {} },
   sample: { run: sample, words: 0, options: {} },
   answer: { run: answer, words: 2, options: {} },
+  doctor: { run: doctor, words: 0, options: {} },
+  attach: { run: attach, words: [0, 1], options: {} },
   hook: { run: hook, words: 1, options: { wait: text, 'what-next': flag } },
   hooks: {
     run: hooks,
@@ -97,6 +101,9 @@ function read(name, argv) {
 export async function main(argv, env) {
   const [name, ...rest] = argv;
   try {
+    // What stands behind these is another program's own.
+    if (name === 'run' && rest[0] !== '--help' && rest[0] !== '-h') return await runHere(rest, env);
+    if (name === 'run-inside') return runInside(rest[0], rest.slice(1));
     if (name === undefined) throw new KdError(`There is nothing to do. Try ${KD} --help.`, EXIT.usage);
     if (['help', '--help', '-h'].includes(name)) {
       process.stdout.write(helpFor(KD));
