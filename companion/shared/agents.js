@@ -21,7 +21,7 @@ export const AGENTS = [
 /** Who asks when a person at a shell does. */
 export const SHELL = 'shell';
 
-const NAMES = {
+export const agentNames = {
   claude: 'Claude Code',
   codex: 'Codex',
   grok: 'Grok',
@@ -41,7 +41,7 @@ const NAMES = {
 /** An agent's name for a person. */
 export function agentName(agent) {
   if (agent === undefined || agent === null) return 'Agent';
-  return Object.hasOwn(NAMES, agent) ? NAMES[agent] : capitalised(agent);
+  return Object.hasOwn(agentNames, agent) ? agentNames[agent] : capitalised(agent);
 }
 
 /** The agent with the label of its session; a label that says the name itself stands alone. */

@@ -51,7 +51,8 @@ export class Cards {
   }
 
   view(card) {
-    return viewOf(card, this.whyNotTypable(card), this.app.sessions.namesOf(card));
+    const names = this.app.sessions.namesOf(card);
+    return { ...viewOf(card, this.whyNotTypable(card), names), ...this.app.requests.view(card) };
   }
 
   /** Cards that are not closed, the one that waits longest first. */

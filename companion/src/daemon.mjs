@@ -7,8 +7,10 @@ import { Store } from './store.mjs';
 import { EventHub } from './events.mjs';
 import { Receipts } from './receipts.mjs';
 import { Topics } from './topics.mjs';
+import { Search } from './search.mjs';
 import { Sessions } from './sessions.mjs';
 import { Cards } from './cards.mjs';
+import { Requests } from './requests.mjs';
 import { Holds } from './holds.mjs';
 import { Presses } from './presses.mjs';
 import { Jobs } from './jobs.mjs';
@@ -26,7 +28,7 @@ import { Onboarding } from './onboarding.mjs';
 import { PageAuth, nextPath, setCookie } from './page-auth.mjs';
 import { checkSurface, findRoute } from './routes.mjs';
 import { goneSignal, listen, makeServer, readJson, send, sendData, shut } from './http.mjs';
-import { sendEntrance, sendFile, sendNotice } from './static.mjs';
+import { PICTURE_HEADERS, sendEntrance, sendFile, sendNotice } from './static.mjs';
 import { clearDeadSocket, prepareHome, refuseSecond } from './home.mjs';
 import { Admission, agentBehind, canTell, holderOf, peerOf } from './peer.mjs';
 import { agentName } from '../shared/agents.js';
@@ -83,8 +85,10 @@ class Daemon {
     this.auth = new PageAuth(home);
     this.receipts = new Receipts(this);
     this.topics = new Topics(this);
+    this.search = new Search(this);
     this.sessions = new Sessions(this);
     this.cards = new Cards(this);
+    this.requests = new Requests(this);
     this.holds = new Holds(this);
     this.presses = new Presses(this);
     this.snoozes = new Snoozes(this);
@@ -155,6 +159,7 @@ class Daemon {
       this.pruning.look();
       keepLogsSmall();
       this.looks.again().catch(this.wentWrong);
+      this.requests.look().catch(this.wentWrong);
     } catch (error) {
       this.wentWrong(error);
       soonest = 1000;
@@ -245,6 +250,8 @@ class Daemon {
     } catch {
       return sendNotice(res, 401, 'Kelvadrome', 'This page opens from Kelvadrome. Open it there again.');
     }
+    if (url.pathname.startsWith('/shots/'))
+      return send(res, 200, PICTURE_HEADERS, this.requests.picture(url.pathname));
     return sendFile(res, this.staticRoot, url.pathname);
   }
 

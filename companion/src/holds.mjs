@@ -43,6 +43,7 @@ export class Holds {
   }
 
   #commit(card, now = clock.now()) {
+    if (this.app.requests.takes(card, now)) return;
     if (card.delivery === 'keep') {
       this.cards.close(card, 'answered', now, card.answer);
       this.app.receipts.add(

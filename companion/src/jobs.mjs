@@ -154,7 +154,7 @@ export class Jobs {
     if (card.state !== 'armed' || card.over !== OVER.not)
       return 'the question is no longer waiting for this answer';
     return (
-      whyNotTheAsker(card.live) ??
+      (card.live === null ? null : whyNotTheAsker(card.live)) ??
       (this.app.cards.newerThan(card) ? `${agentName(card.agent)} has asked a newer question since` : null)
     );
   }
@@ -170,6 +170,7 @@ export class Jobs {
       if (outcome === 'done' && job.state !== 'started') throw conflict('The job was not started.');
       this.finish(job, outcome, reason ?? null);
       const card = this.app.cards.find(job.card_id);
+      if (this.app.requests.ended(job, card, outcome, reason, now)) return { accepted: true };
       if (outcome === 'done') this.#delivered(card, path, now);
       else this.#notDelivered(card, outcome, reason ?? 'no reason was given', outcome === 'failed', now);
       return { accepted: true };

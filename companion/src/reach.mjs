@@ -63,6 +63,14 @@ export async function screenOf({ pid, host, host_ref: pane }) {
   return (await askTmux(named.socket, 'capture-pane', '-p', '-t', pane)) ?? null;
 }
 
+/** The name of the tmux session that a process runs in; null where it runs in none, or that cannot be told. */
+export async function sessionNameOf({ pid, host_ref: pane }) {
+  const named = serverOf(pid);
+  if (named === null || pane === undefined || whyNotOurs(named.socket) !== null) return null;
+  const said = await askTmux(named.socket, 'display-message', '-p', '-t', pane, '#{session_name}');
+  return said?.trim() || null;
+}
+
 /**
  * Whether the terminal that the process has open is another one than the pane's of the same name: each container numbers
  * its own. False where it cannot be told.

@@ -4,7 +4,7 @@ import { clock, iso, startOfToday } from './clock.mjs';
 const ARRIVED = ['answer.typed', 'answer.handed', 'answer.kept'];
 
 /** Reads texts that may hold the signs of a pattern as what they are. */
-export const like = (text) => `%${text.replace(/[\\%_]/g, '\\$&')}%`;
+const like = (text) => `%${text.replace(/[\\%_]/g, '\\$&')}%`;
 
 /** The answer of a receipt that tells of one that arrived, as its agent would name it. */
 function answerOf({ action, answer, outcome, rows }) {

@@ -175,11 +175,12 @@ const routes = {
   'POST /v1/search': {
     on: both,
     run: (app, { body }) =>
-      app.topics.search(
+      app.search.find(
         required.string(body, 'q', { max: 200 }).trim(),
         optional.integer(body, 'limit', { min: 1, max: 50 }) ?? 20,
       ),
   },
+  'POST /v1/talk/propose': { on: ['page'], run: (app, { body }) => app.requests.propose(body) },
   'POST /v1/sessions/live': {
     on: both,
     run: (app) => ({ sessions: app.sessions.live(), crew_labels: true }),
@@ -316,7 +317,6 @@ const routes = {
 };
 
 const unbuilt = [
-  '/v1/talk/propose',
   '/v1/relay/status',
   '/v1/relay/enable',
   '/v1/relay/device/revoke',

@@ -60,6 +60,11 @@ const MIGRATIONS = [
    UPDATE receipts SET agent = (SELECT agent FROM cards WHERE id = card_id) WHERE card_id IS NOT NULL;
    CREATE INDEX receipts_agent ON receipts (agent, event_id);
    CREATE INDEX cards_snoozed ON cards (snoozed_until_ms) WHERE snoozed_until_ms IS NOT NULL;`,
+  `CREATE TABLE requests (
+     card_id TEXT PRIMARY KEY REFERENCES cards (id) ON DELETE CASCADE, agent TEXT, mode TEXT, topic TEXT, goal TEXT,
+     folder TEXT, choices TEXT NOT NULL, shots TEXT NOT NULL, opened_ms INTEGER) STRICT;
+   CREATE TABLE request_shots (id TEXT PRIMARY KEY, card_id TEXT NOT NULL REFERENCES cards (id) ON DELETE CASCADE) STRICT;
+   CREATE INDEX request_shots_card ON request_shots (card_id);`,
 ];
 
 const FILE = 'kelvadromed.db';
@@ -165,6 +170,11 @@ export class Store {
   }
   run(sql, ...values) {
     return this.#prepared(sql).run(...values);
+  }
+
+  /** Statements without values, such as those that make a table. */
+  exec(sql) {
+    this.#db.exec(sql);
   }
 
   /** Inserts one row given as an object; absent values become NULL. Returns the row id. */

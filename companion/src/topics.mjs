@@ -1,13 +1,5 @@
 import { Refusal } from './errors.mjs';
-import { agentName } from '../shared/agents.js';
-import { cut } from '../shared/text.js';
-import { answerLine } from './answers.mjs';
-import { clock, iso } from './clock.mjs';
-import { like } from './receipts.mjs';
-
-/** The answer of a card's row, cut to be shown. */
-const answerOf = ({ answer, rows }) =>
-  answer === null ? undefined : cut(answerLine({ rows: JSON.parse(rows) }, JSON.parse(answer)), 160);
+import { clock } from './clock.mjs';
 
 /** What questions are about. A topic comes into being with the first question or session that names it. */
 export class Topics {
@@ -52,38 +44,6 @@ export class Topics {
       topic: { id: row.id, title: row.title },
       cards: cards.ofTopic(id),
       receipts: receipts.list({ limit: 100, topic: id }),
-    };
-  }
-
-  /** Topics, answered and open questions that hold `query`, the newest first, at most `limit` of each. */
-  search(query, limit) {
-    const wanted = like(query);
-    const hit = (kind) => (row) => ({
-      kind,
-      id: row.id,
-      topic: row.topic,
-      title: row.title,
-      snippet: cut((row.snippet || agentName(row.agent)).replace(/\s+/g, ' '), 160),
-      ...(row.closed_ms ? { answer: answerOf(row), at: iso(row.closed_ms) } : {}),
-    });
-    const cards = (state) =>
-      this.store.all(
-        `SELECT id, topic, title, answer, rows, closed_ms, agent, body AS snippet FROM cards
-       WHERE (${state}) AND (title LIKE ?1 ESCAPE '\\' OR body LIKE ?1 ESCAPE '\\' OR topic LIKE ?1 ESCAPE '\\') ORDER BY seq DESC LIMIT ?2`,
-        wanted,
-        limit,
-      );
-    return {
-      topics: this.store
-        .all(
-          `SELECT id, id AS topic, title, coalesce(folder, id) AS snippet FROM topics WHERE title LIKE ?1 ESCAPE '\\' OR id LIKE ?1 ESCAPE '\\'
-         ORDER BY touched_ms DESC LIMIT ?2`,
-          wanted,
-          limit,
-        )
-        .map(hit('topic')),
-      decisions: cards("state = 'closed' AND outcome = 'answered'").map(hit('decision')),
-      questions: cards("state <> 'closed'").map(hit('question')),
     };
   }
 }
