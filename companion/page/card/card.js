@@ -73,7 +73,7 @@ export class CardView {
       () => this.meta(),
     );
     showIn(this.title, card.title, () => card.title);
-    showIn(this.body, card.body, () => this.paragraphs());
+    showIn(this.body, [card.body, card.shots?.join()], () => [...this.paragraphs(), ...this.shots()]);
     showIn(
       this.notice,
       [
@@ -199,6 +199,17 @@ export class CardView {
       card.blocking ? null : h('span', { class: 'tag' }, 'Agent goes on working'),
       ageOf(card.opened_at),
     ];
+  }
+
+  /** The screenshots that came with a request. */
+  shots() {
+    return (this.card.shots ?? []).map((src, index) =>
+      h(
+        'a',
+        { href: src, target: '_blank' },
+        h('img', { class: 'shot', src, alt: `Screenshot ${index + 1}` }),
+      ),
+    );
   }
 
   paragraphs() {

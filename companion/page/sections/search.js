@@ -63,8 +63,11 @@ export class Search {
   }
 
   group([key, title, symbol], hits) {
-    const href = (hit) =>
-      key === 'topics' ? `/topics/${encodeURIComponent(hit.id)}` : `/?card=${encodeURIComponent(hit.id)}`;
+    const href = (hit) => {
+      if (key === 'topics') return `/topics/${encodeURIComponent(hit.id)}`;
+      if (hit.card) return `/?card=${encodeURIComponent(hit.card)}`;
+      return hit.topic ? `/topics/${encodeURIComponent(hit.topic)}` : '/receipts';
+    };
     return h(
       'section',
       { 'aria-label': title },
