@@ -87,7 +87,6 @@ export class Search {
                 'span',
                 { class: 'grow', dir: 'auto' },
                 h('span', { class: 'strong' }, marked(hit.title, this.query)),
-                hit.answer ? h('span', { class: 'sub' }, `“${hit.answer}”`) : null,
                 h('span', { class: 'soft sub' }, marked(hit.snippet, this.query)),
               ),
               hit.at ? h('time', { datetime: hit.at }, moment(hit.at)) : null,
