@@ -14,10 +14,11 @@
 namespace kelvadrome {
 
 /// What a child is given as its input once it has printed the line `ready`: `give` is called then, on a
-/// thread of the runner's, so that a look stands right before what rests on it. Absent gives it no input.
+/// thread of the runner's, with all that was printed so far, so that a look stands right before what rests on
+/// it. Absent gives it no input.
 struct LateInput {
     std::string ready;
-    std::function<std::optional<std::string>()> give;
+    std::function<std::optional<std::string>(std::string_view printed)> give;
 };
 
 /// One child command.
@@ -39,6 +40,7 @@ struct RunOutput {
     // What stands between the caller and the command adds these:
     std::optional<std::string> refusal = {}; // why it was not carried out, in the user's words
     bool mayHaveActed = false;               // it failed, and yet some of its effect may have come about
+    double secondsSince = 0; // since its effect came about at the latest; a pause after it began then
 
     /// It ran to its end, and well. A tmux client that is told to stop ends with 0 too.
     bool succeeded() const { return status == 0 && !timedOut && !refusal; }

@@ -285,30 +285,6 @@ bool preflightPasses(const DeliverJob& job, std::string_view output) {
     return pieces.size() < 2 || !shells().contains(pieces[1]);
 }
 
-std::optional<RunCommand> paneState(const DeliverJob& job, const Bins& bins) {
-    const auto* tmux = find(bins, "tmux");
-    if (job.host != "tmux" || !tmux || !job.hostRef || !isTmuxPane(*job.hostRef))
-        return std::nullopt;
-    const char* const state = "#{pane_tty} #{pane_synchronized} #{pane_in_mode} #{pane_input_off}";
-    return RunCommand{*tmux, {"display-message", "-p", "-t", *job.hostRef, state}, 0};
-}
-
-std::optional<std::string> paneRefusal(const DeliverJob& job, std::string_view output) {
-    auto fields = Text::split(output.substr(0, output.find('\n')), ' ');
-    fields.resize(4);
-    if (!isTTYOf(job, fields[0]))
-        return "the pane no longer holds this session";
-    // An older tmux leaves blank what it doesn't know.
-    const auto isSet = [](std::string_view flag) { return !flag.empty() && flag != "0"; };
-    if (isSet(fields[1]))
-        return "the pane shares its keys with other panes";
-    if (isSet(fields[2]))
-        return "the pane is in a tmux mode: leave it first";
-    if (isSet(fields[3]))
-        return "the pane takes no keys";
-    return std::nullopt;
-}
-
 std::set<std::int64_t> herdrPids(std::string_view output) {
     try {
         return readJSON(output, [](const JSONValue& root) {

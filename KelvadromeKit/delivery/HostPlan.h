@@ -39,11 +39,6 @@ std::optional<RunCommand> tmuxOpen(
 std::optional<RunCommand> preflight(const DeliverJob& job, const Bins& bins);
 /// Whether the preflight's output says that the pane still holds this session.
 bool preflightPasses(const DeliverJob& job, std::string_view output);
-/// Asks tmux how the pane takes keys; absent on other hosts.
-std::optional<RunCommand> paneState(const DeliverJob& job, const Bins& bins);
-/// Why no key may be sent on the state's output: tmux would type it into other panes as well, or keep it from
-/// the agent without a word.
-std::optional<std::string> paneRefusal(const DeliverJob& job, std::string_view output);
 
 /// Every pid that herdr names in its JSON, the pane's own shell included.
 std::set<std::int64_t> herdrPids(std::string_view output);

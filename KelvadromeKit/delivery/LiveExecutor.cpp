@@ -102,8 +102,8 @@ Task<JobOutcome> LiveExecutor::focus(DeliverJob job) const {
     auto command = focusCommand(job, bins);
     if (!command)
         co_return JobOutcome::refused("this terminal cannot be focused");
-    auto end = co_await endOf(std::move(*command), focusLimit, "focus failed", false);
-    co_return end ? std::move(*end) : JobOutcome::done();
+    auto given = co_await give(std::move(*command), focusLimit, "focus failed", false);
+    co_return given.end ? std::move(*given.end) : JobOutcome::done();
 }
 
 Task<JobOutcome> LiveExecutor::open(DeliverJob job) const {
@@ -154,11 +154,11 @@ Task<JobOutcome> LiveExecutor::type(DeliverJob job, Start start) const {
 Task<JobOutcome> LiveExecutor::typePlan(DeliverJob job, std::vector<RunCommand> plan) const {
     const bool queue = job.isCodexQueue();
     for (std::size_t i = 0; i < plan.size(); ++i) {
-        auto end = co_await endOf(plan[i], queue ? queueLimit : keyLimit,
+        auto given = co_await give(plan[i], queue ? queueLimit : keyLimit,
             queue ? "codex queue did not accept the message" : "the terminal did not take the keys", i == 0);
-        if (end)
-            co_return std::move(*end);
-        co_await clock->sleep(static_cast<double>(plan[i].pauseAfterMs) / 1000);
+        if (given.end)
+            co_return std::move(*given.end);
+        co_await pauseAfterKey(static_cast<double>(plan[i].pauseAfterMs) / 1000, given.secondsSince);
         if (queue || i + 1 == plan.size())
             continue;
         const auto gone = co_await processRefusal(job);
@@ -170,10 +170,10 @@ Task<JobOutcome> LiveExecutor::typePlan(DeliverJob job, std::vector<RunCommand> 
     co_return JobOutcome::done(queue ? "codex_queue" : "host");
 }
 
-/// Runs one command of a terminal; absent when it took it, else how the job ends, with `words` where there is
-/// no verdict. A `first` command that failed pressed nothing, unless it was stopped on its way or says
+/// Runs one command of a terminal. When it doesn't take it the job ends, with `words` where there is no
+/// verdict. A `first` command that failed pressed nothing, unless it was stopped on its way or says
 /// otherwise.
-Task<std::optional<JobOutcome>> LiveExecutor::endOf(
+Task<LiveExecutor::Given> LiveExecutor::give(
     RunCommand command, double timeout, std::string words, bool first) const {
     const bool script = command.path == HostPlan::osascript;
     const auto output = co_await runner->run(std::move(command), timeout);
@@ -182,10 +182,18 @@ Task<std::optional<JobOutcome>> LiveExecutor::endOf(
         why = HostPlan::scriptRefusal(output.stdoutText);
     if (!why && !output.succeeded())
         why = std::move(words);
-    if (!why)
-        co_return std::nullopt;
+    Given given;
+    given.secondsSince = output.secondsSince;
     const bool nothingPressed = first && !output.timedOut && !output.mayHaveActed;
-    co_return nothingPressed ? JobOutcome::refused(std::move(*why)) : JobOutcome::failed(std::move(*why));
+    if (why)
+        given.end =
+            nothingPressed ? JobOutcome::refused(std::move(*why)) : JobOutcome::failed(std::move(*why));
+    co_return given;
+}
+
+/// The agent draws from the moment of the key on, so that looks after it take nothing from its time.
+Task<> LiveExecutor::pauseAfterKey(double pause, double secondsSince) const {
+    co_await clock->sleep(pause - secondsSince);
 }
 
 /// All that is looked at before the first key; what follows it looks at the process alone.
@@ -199,25 +207,10 @@ Task<std::optional<std::string>> LiveExecutor::firstKeyRefusal(DeliverJob job) c
         if (!output.succeeded() || !HostPlan::preflightPasses(job, output.stdoutText))
             co_return "the pane no longer holds this session";
     }
-    auto refusal = co_await paneRefusal(job);
-    if (refusal)
-        co_return refusal;
-    refusal = co_await processRefusal(job);
+    auto refusal = co_await processRefusal(job);
     if (refusal)
         co_return "before the first key: " + *refusal;
     co_return std::nullopt;
-}
-
-Task<std::optional<std::string>> LiveExecutor::paneRefusal(DeliverJob job) const {
-    auto state = HostPlan::paneState(job, bins);
-    if (!state)
-        co_return std::nullopt;
-    const auto output = co_await runner->run(std::move(*state), preflightLimit);
-    if (output.refusal)
-        co_return output.refusal;
-    if (!output.succeeded())
-        co_return "the pane no longer holds this session";
-    co_return HostPlan::paneRefusal(job, output.stdoutText);
 }
 
 /// The process tests alone, on fresh facts: presence and expiry were judged before the daemon said go.

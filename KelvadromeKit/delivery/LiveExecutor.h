@@ -16,7 +16,6 @@
 #include <optional>
 #include <set>
 #include <string>
-#include <variant>
 #include <vector>
 
 namespace kelvadrome {
@@ -39,7 +38,7 @@ struct LiveExecutor {
         bool operator==(const Hosts&) const = default;
     };
 
-    std::shared_ptr<CommandRunning> runner;
+    std::shared_ptr<CommandRunning> runner; // for tmux a TmuxGate, which looks with each key
     HostPlan::Bins bins;
     std::shared_ptr<Clock> clock; // of the pauses between keys, and of expiry while a screen is answered
     std::string home;             // the user's, which a screen may write as "~"
@@ -49,14 +48,15 @@ struct LiveExecutor {
     static HostPlan::Bins findBins(const std::string& home,
         const std::function<bool(const std::string&)>& isExecutable = Files::isExecutable);
 
-    /// The whole road of one job. `now` is the time against which its expiry is judged at the beginning.
+    /// One job from its first check to its outcome. `now` is the time against which its expiry is judged at
+    /// the beginning.
     Task<JobOutcome> perform(
         DeliverJob job, std::set<std::string> presenceTags, WallTime now, Start start) const;
 
     /// A fresh look at one process; absent when it is gone.
     Task<std::optional<ProcFacts>> facts(std::optional<std::int64_t> pid) const;
 
-    // The roads by type of job. They rely on the checks that `perform` has made.
+    // What each type of job comes to. These rely on the checks that `perform` has made.
 
     /// Brings the terminal to the front.
     Task<JobOutcome> focus(DeliverJob job) const;
@@ -77,17 +77,32 @@ struct LiveExecutor {
 private:
     static constexpr double keyLimit = 5.0; // seconds that a terminal has to take a key
 
-    using Pressed = std::variant<std::string, JobOutcome>;
+    /// A command that a terminal was given.
+    struct Given {
+        std::optional<JobOutcome> end = {}; // how the job ends, if it does
+        double secondsSince = 0;            // as RunOutput's
+    };
+    /// The screen of a screen question.
+    struct Screen {
+        std::optional<TrustScreen::Match> question = {};
+        std::optional<std::string> refusal = {}; // why it could not be read, where there are words for it
+    };
+    /// What pressing a key of a screen answer came to.
+    struct Pressed {
+        std::optional<JobOutcome> end = {}; // how the job ends, if it does
+        std::string key = {};               // that was pressed
+        double secondsSince = 0;            // as RunOutput's
+    };
 
     Task<JobOutcome> carryOut(
         DeliverJob job, std::set<std::string> presenceTags, WallTime now, Start start) const;
 
-    Task<std::optional<JobOutcome>> endOf(
-        RunCommand command, double timeout, std::string words, bool first) const;
+    Task<Given> give(RunCommand command, double timeout, std::string words, bool first) const;
+    Task<> pauseAfterKey(double pause, double secondsSince) const;
     Task<std::optional<std::string>> processRefusal(DeliverJob job) const;
-    Task<std::optional<std::string>> paneRefusal(DeliverJob job) const;
     Task<std::optional<std::string>> firstKeyRefusal(DeliverJob job) const;
     Task<JobOutcome> typePlan(DeliverJob job, std::vector<RunCommand> plan) const;
+    Task<Screen> readScreen(DeliverJob job) const;
     Task<Pressed> pressNext(DeliverJob job, bool first, std::function<WallTime()> now) const;
     Task<JobOutcome> afterReturn(DeliverJob job) const;
 };

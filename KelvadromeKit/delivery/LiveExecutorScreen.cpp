@@ -27,34 +27,38 @@ std::string keyTowards(const std::string& want, const std::string& selected) {
 } // namespace
 
 Task<std::optional<TrustScreen::Match>> LiveExecutor::trustScreen(DeliverJob job) const {
+    const auto screen = co_await readScreen(std::move(job));
+    co_return screen.question;
+}
+
+Task<LiveExecutor::Screen> LiveExecutor::readScreen(DeliverJob job) const {
+    Screen screen;
     auto read = HostPlan::screenRead(job, bins);
     if (!read)
-        co_return std::nullopt;
+        co_return screen;
     const auto output = co_await runner->run(std::move(*read), readLimit);
-    if (!output.succeeded())
-        co_return std::nullopt;
-    co_return TrustScreen::match(output.stdoutText, job.screen->folder, home);
+    screen.refusal = output.refusal;
+    if (output.succeeded())
+        screen.question = TrustScreen::match(output.stdoutText, job.screen->folder, home);
+    co_return screen;
 }
 
 Task<JobOutcome> LiveExecutor::trustAnswer(DeliverJob job, Start start, std::function<WallTime()> now) const {
     if (!canAnswer(job))
         co_return JobOutcome::refused("bad key");
-    const auto question = co_await trustScreen(job);
-    if (!question)
-        co_return JobOutcome::refused("the folder question is no longer on screen");
-    auto refusal = co_await paneRefusal(job);
-    if (refusal)
-        co_return JobOutcome::refused(std::move(*refusal));
+    const auto screen = co_await readScreen(job);
+    if (!screen.question)
+        co_return JobOutcome::refused(screen.refusal.value_or("the folder question is no longer on screen"));
     auto stop = co_await start();
     if (stop)
         co_return JobOutcome::refused(std::move(*stop));
 
     for (int i = 0; i < attempts; ++i) {
         auto pressed = co_await pressNext(job, i == 0, now);
-        if (auto* outcome = std::get_if<JobOutcome>(&pressed))
-            co_return std::move(*outcome);
-        const bool entered = std::get<std::string>(pressed) == "enter";
-        co_await clock->sleep(entered ? pauseAfterReturn : pauseAfterMove);
+        if (pressed.end)
+            co_return std::move(*pressed.end);
+        const bool entered = pressed.key == "enter";
+        co_await pauseAfterKey(entered ? pauseAfterReturn : pauseAfterMove, pressed.secondsSince);
         if (entered)
             co_return co_await afterReturn(std::move(job));
     }
@@ -66,23 +70,22 @@ Task<JobOutcome> LiveExecutor::trustAnswer(DeliverJob job, Start start, std::fun
 Task<LiveExecutor::Pressed> LiveExecutor::pressNext(
     DeliverJob job, bool first, std::function<WallTime()> now) const {
     const auto ended = [first](std::string reason) {
-        return first ? JobOutcome::refused(std::move(reason)) : JobOutcome::failed(std::move(reason));
+        return Pressed{
+            first ? JobOutcome::refused(std::move(reason)) : JobOutcome::failed(std::move(reason))};
     };
     const auto found = co_await facts(job.pid);
     if (const auto refusal = DeliverCheck::refusal(job, found, {job.presence}, now()))
         co_return ended("before the key: " + *refusal);
-    const auto screen = co_await trustScreen(job);
-    if (!screen)
-        co_return ended("the folder question left the screen");
+    const auto screen = co_await readScreen(job);
+    if (!screen.question)
+        co_return ended(screen.refusal.value_or("the folder question left the screen"));
 
-    const auto key = keyTowards(*job.screen->want, screen->selected);
+    const auto key = keyTowards(*job.screen->want, screen.question->selected);
     auto command = HostPlan::navKey(job, key, bins);
     if (!command)
-        co_return JobOutcome::refused(job.host + " cannot press this key");
-    auto end = co_await endOf(std::move(*command), keyLimit, "the terminal did not take the key", first);
-    if (end)
-        co_return std::move(*end);
-    co_return key;
+        co_return Pressed{JobOutcome::refused(job.host + " cannot press this key")};
+    auto given = co_await give(std::move(*command), keyLimit, "the terminal did not take the key", first);
+    co_return Pressed{std::move(given.end), key, given.secondsSince};
 }
 
 Task<JobOutcome> LiveExecutor::afterReturn(DeliverJob job) const {

@@ -1,7 +1,10 @@
 #include "KelvadromeKit/delivery/TmuxGate.h"
 
-#include "KelvadromeKit/delivery/TypedEcho.h"
+#include "KelvadromeKit/delivery/HostPlan.h"
 #include "KelvadromeKit/support/Text.h"
+
+#include <fmt/format.h>
+#include <sodium.h>
 
 #include <algorithm>
 #include <mutex>
@@ -17,8 +20,10 @@ constexpr double readLimit = 0.1; // for the agent to read a key
 constexpr double readPause = 0.005;
 constexpr double firstEchoLimit = 0.25; // of a look whether the agent draws what it is typed
 constexpr double echoLimit = 1.0;
-constexpr double echoPause = 0.05;
+constexpr double firstEchoPause = 0.01; // doubled with each look, up to the longest
+constexpr double longestEchoPause = 0.05;
 constexpr const char* somebodyTypes = "somebody types in the pane";
+constexpr const char* paneGone = "the pane no longer holds this session";
 constexpr double lateAfter = 2.0; // beyond a key's own limit, since tmux counts whole seconds
 constexpr std::size_t questionLines = 3;
 
@@ -56,29 +61,35 @@ RunOutput perhapsTyped(std::string words, bool timedOut) {
     return output;
 }
 
-/// What the last look at the agent came to. Shared with the runner's thread, which may outlive the wait for
-/// it.
+/// What the last look came to. Shared with the runner's thread, which may outlive the wait for it.
 class LastLook {
 public:
-    /// True when the key's command may go out: nothing speaks against it, and somebody still waits.
-    bool allows(std::optional<std::string> no) {
+    struct Found {
+        std::string screen = {};
+        std::vector<std::string> lines = {};     // of the screen, which the key's line names
+        bool textMissing = false;                // the screen doesn't show the text yet
+        std::optional<std::string> refusal = {}; // what else speaks against the key
+        bool given = false;                      // the key's line went out
+    };
+
+    /// True when the key's line may go out: nothing speaks against it, and somebody still waits.
+    bool allows(Found found) {
         const std::lock_guard guard(lock_);
-        given_ = !no && !closed_;
-        no_ = std::move(no);
-        return given_;
+        found_ = std::move(found);
+        found_.given = !closed_ && !found_.textMissing && !found_.refusal;
+        return found_.given;
     }
-    /// Whether it went out, and what spoke against it. Afterwards it can't go out any more.
-    std::pair<bool, std::optional<std::string>> close() {
+    /// Afterwards the line can't go out any more.
+    Found close() {
         const std::lock_guard guard(lock_);
         closed_ = true;
-        return {given_, no_};
+        return found_;
     }
 
 private:
     std::mutex lock_;
-    bool given_ = false;
     bool closed_ = false;
-    std::optional<std::string> no_;
+    Found found_;
 };
 
 /// The lines at the very end of a screen, where a question's options and its footer stand.
@@ -91,6 +102,22 @@ std::vector<std::string> lastLines(std::string_view screen) {
     if (lines.size() > questionLines)
         lines.erase(lines.begin(), lines.end() - questionLines);
     return lines;
+}
+
+/// A line that no screen shows: nobody can guess it.
+std::string readyLine() {
+    return fmt::format("ready {:08x}{:08x}", ::randombytes_random(), ::randombytes_random());
+}
+
+/// What was printed before the line `ready`; all where there is none.
+std::string beforeLine(std::string_view printed, const std::string& ready) {
+    return Text::repairUTF8(printed.substr(0, std::min(printed.find(ready + "\n"), printed.size())));
+}
+
+/// What was printed after it; nothing where there is none.
+std::string afterLine(std::string_view printed, const std::string& ready) {
+    const auto at = printed.find(ready + "\n");
+    return at == std::string_view::npos ? "" : std::string(printed.substr(at + ready.size() + 1));
 }
 
 } // namespace
@@ -107,20 +134,17 @@ Task<RunOutput> TmuxGate::run(RunCommand command, double timeout) {
     }
     if (!isTmux(command) || command.args.empty())
         co_return co_await inner_->run(std::move(command), timeout);
-    if (auto no = co_await reachServer())
+    if (auto no = co_await serverRefusal())
         co_return refused(std::move(*no));
     if (command.args[0] == "send-keys")
         co_return co_await press(std::move(command), timeout);
 
-    const bool looks = command.args[0] == "display-message" || command.args[0] == "capture-pane";
-    if (looks && typesKeys(job_)) {
-        if (auto no = co_await lookWhenQuiet(command.path))
-            co_return refused(std::move(*no));
-    }
-    const bool reads = command.args[0] == "capture-pane";
-    auto output = co_await onServer(std::move(command), timeout);
-    if (reads && job_.screen)
-        question_ = lastLines(output.stdoutText);
+    const bool reads = command.args[0] == "display-message" || command.args[0] == "capture-pane";
+    if (!reads || !typesKeys(job_))
+        co_return co_await onServer(std::move(command), timeout);
+    auto output = co_await readWhenQuiet(command.path, command.args, timeout);
+    if (command.args[0] == "capture-pane" && job_.screen)
+        questionLines_ = lastLines(output.stdoutText);
     co_return output;
 }
 
@@ -131,7 +155,7 @@ Task<RunOutput> TmuxGate::onServer(RunCommand command, double timeout) {
 }
 
 /// Finds the agent's server, once. Why it can't be used, if it can't.
-Task<std::optional<std::string>> TmuxGate::reachServer() {
+Task<std::optional<std::string>> TmuxGate::serverRefusal() {
     if (!std::exchange(serverSought_, true) && job_.pid)
         server_ = co_await agent_->tmuxServer();
     if (!server_)
@@ -142,36 +166,51 @@ Task<std::optional<std::string>> TmuxGate::reachServer() {
     co_return std::nullopt;
 }
 
-/// Looks at the pane when nobody types in it, and remembers what it saw. A later look renews only when
-/// somebody typed last: what the pane is must stay as the first one found it.
-Task<std::optional<std::string>> TmuxGate::lookWhenQuiet(std::string tmux) {
-    const std::string gone = "the pane no longer holds this session";
+/// Looks at the pane, and in the same turn of the server carries out `reading`, a command that prints. Waits
+/// until nobody types in the pane. The output is that of `reading`, which may be empty.
+Task<RunOutput> TmuxGate::readWhenQuiet(std::string tmux, std::vector<std::string> reading, double timeout) {
     if (!job_.hostRef || !job_.tty)
-        co_return gone;
-    const auto command = TmuxKeys::look(tmux, *job_.hostRef, *job_.tty);
+        co_return refused(paneGone);
+    auto command = TmuxKeys::look(tmux, *job_.hostRef, *job_.tty);
     if (!command)
-        co_return gone;
+        co_return refused(paneGone);
+    if (!reading.empty())
+        command->args.push_back(";");
+    command->args.insert(command->args.end(), reading.begin(), reading.end());
     const double began = clock_->uptime();
     for (;;) {
-        const auto output = co_await onServer(*command, lookLimit);
+        auto output = co_await onServer(*command, timeout);
         auto look = output.succeeded() ? TmuxKeys::parseLook(output.stdoutText) : std::nullopt;
         if (!look && output.stdoutText.contains(" /dev/" + *job_.tty + " "))
-            co_return "the name of the program in front can't be compared";
+            co_return refused("the name of the program in front can't be compared");
         if (!look || look->tty != "/dev/" + *job_.tty)
-            co_return gone;
+            co_return refused(paneGone);
         if (server_ && look->serverPid != std::to_string(server_->pid))
-            co_return "the tmux server of this session was started anew";
+            co_return refused("the tmux server of this session was started anew");
         if (!look->typedJustNow()) {
-            if (seen_)
-                seen_->typed = std::move(look->typed);
-            else if (!look->dead && !look->inMode && !look->inputOff && !look->synchronized)
-                seen_ = std::move(*look);
-            co_return std::nullopt; // those flags have words of their own, which the caller looks for
+            output.stdoutText.erase(0, output.stdoutText.find('\n') + 1);
+            const bool preflight = !reading.empty() && reading[0] == "display-message";
+            const bool holds = !preflight || HostPlan::preflightPasses(job_, output.stdoutText);
+            if (auto no = rememberLook(std::move(*look), holds))
+                co_return refused(std::move(*no));
+            co_return output;
         }
         if (clock_->uptime() - began >= silenceLimit)
-            co_return somebodyTypes;
+            co_return refused(somebodyTypes);
         co_await clock_->sleep(silencePause);
     }
+}
+
+/// Keeps the first look. A later one renews only when somebody typed last: what the pane is must stay as the
+/// first one found it. Gives why the pane takes no keys, unless something else is to be said: of a pane that
+/// holds no session of ours (`holdsSession`), by the caller; and once a key has gone in, by each further key.
+std::optional<std::string> TmuxGate::rememberLook(TmuxKeys::Look look, bool holdsSession) {
+    auto no = TmuxKeys::stateRefusal(look);
+    if (firstLook_)
+        firstLook_->typed = std::move(look.typed);
+    else if (!no)
+        firstLook_ = std::move(look);
+    return keyHasGoneIn_ || !holdsSession ? std::nullopt : std::move(no);
 }
 
 /// One key or text. Whoever types in the pane meanwhile, or only clicks or turns to it, is let finish before
@@ -179,137 +218,169 @@ Task<std::optional<std::string>> TmuxGate::lookWhenQuiet(std::string tmux) {
 /// nobody can tell what was typed, so that ends the answer.
 Task<RunOutput> TmuxGate::press(RunCommand keys, double timeout) {
     const double began = clock_->uptime();
-    const bool mayWait = !pressed_ || (typed_ && keys.args.back() == "Enter");
+    const bool mayWait = !keyHasGoneIn_ || (text_ && keys.args.back() == "Enter");
     for (;;) {
-        auto output = co_await pressOnce(keys, timeout);
-        pressed_ = pressed_ || output.succeeded();
-        const bool again = std::exchange(typedMeanwhile_, false) && mayWait;
-        if (!again || clock_->uptime() - began >= silenceLimit)
-            co_return output;
+        auto attempt = co_await pressOnce(keys, timeout);
+        keyHasGoneIn_ = keyHasGoneIn_ || attempt.output.succeeded();
+        if (!attempt.typedMeanwhile || !mayWait || clock_->uptime() - began >= silenceLimit)
+            co_return std::move(attempt.output);
         co_await clock_->sleep(silencePause);
-        if (auto no = co_await lookWhenQuiet(keys.path))
-            co_return refused(std::move(*no));
+        const auto look = co_await readWhenQuiet(keys.path, {}, lookLimit);
+        if (look.refusal)
+            co_return look;
     }
 }
 
-Task<RunOutput> TmuxGate::pressOnce(RunCommand keys, double timeout) {
+Task<TmuxGate::Attempt> TmuxGate::pressOnce(RunCommand keys, double timeout) {
     const auto tmux = keys.path;
     const auto text = TmuxKeys::literalText(keys);
-    std::vector<std::string> lines = question_;
-    if (!text && typed_ && keys.args.back() == "Enter") {
-        const auto echo = co_await awaitEcho(tmux, echoLimit);
-        if (auto no = co_await echoRefusal(echo))
-            co_return refused(std::move(*no));
-        if (echo && echo->ending)
-            lines.push_back(echo->ending->span);
-    }
     const bool isText = text && typesText(job_);
-    if (isText) {
-        auto before = co_await screen(tmux);
-        if (!before)
-            co_return refused("the pane no longer holds this session");
-        before_ = std::move(*before);
+    const bool endsText = !text && text_ && keys.args.back() == "Enter";
+    // For a text the screen is read as well, to tell later what came of it.
+    ScreenJudge judge;
+    if (isText)
+        judge = [lines = questionLines_](const std::string&) { return ScreenVerdict{lines}; };
+    auto trying =
+        endsText ? pressReturn(std::move(keys), timeout) : type(std::move(keys), timeout, std::move(judge));
+    auto attempt = co_await std::move(trying);
+    if (!attempt.typedMeanwhile)
+        text_ = isText && attempt.output.succeeded() ? text : std::nullopt;
+    if (isText && attempt.output.succeeded()) {
+        screenBeforeText_ = std::move(attempt.screen);
+        echoOfText_ = co_await firstEcho(tmux);
     }
-
-    auto output = co_await type(std::move(keys), std::move(lines), timeout);
-    if (!typedMeanwhile_)
-        typed_ = isText && output.succeeded() ? text : std::nullopt;
-    if (isText && output.succeeded()) {
-        const auto echo = co_await awaitEcho(tmux, firstEchoLimit);
-        stood_ = echo ? echo->ending : std::nullopt;
-    }
-    co_return output;
+    if (attempt.output.succeeded())
+        attempt.output.secondsSince = clock_->uptime() - attempt.ended;
+    co_return attempt;
 }
 
-Task<RunOutput> TmuxGate::type(RunCommand keys, std::vector<std::string> lines, double timeout) {
-    if (!seen_)
-        co_return refused("the pane no longer holds this session");
-    const TmuxKeys::Condition condition{.look = *seen_,
-        .lines = std::move(lines),
+/// Return goes out in the very turn in which the text is seen on the screen. It waits for that a second. A
+/// program without an input line, that reads all and draws nothing, is taken at its word.
+Task<TmuxGate::Attempt> TmuxGate::pressReturn(RunCommand keys, double timeout) {
+    const double began = clock_->uptime();
+    double pause = firstEchoPause;
+    for (;;) {
+        auto attempt = co_await type(keys, timeout, textMustStand());
+        if (!attempt.textMissing)
+            co_return attempt;
+        if (clock_->uptime() - began >= echoLimit) {
+            const bool silent =
+                !echoOfText_ && attempt.screen == screenBeforeText_ && !TypedEcho::showsMark(attempt.screen);
+            bool took = false;
+            if (silent)
+                took = co_await agent_->tookInput();
+            if (!took)
+                co_return Attempt{refused("the text does not stand at the agent's prompt")};
+            co_return co_await type(std::move(keys), timeout, {});
+        }
+        co_await clock_->sleep(pause);
+        pause = std::min(2 * pause, longestEchoPause);
+    }
+}
+
+/// Where there is an input line, or the text has stood and is gone, the agent asks something else by now.
+TmuxGate::ScreenJudge TmuxGate::textMustStand() const {
+    return [text = *text_, before = screenBeforeText_, first = echoOfText_, lines = questionLines_](
+               const std::string& screen) {
+        ScreenVerdict verdict{lines};
+        const auto echo = TypedEcho::find(text, before, screen);
+        verdict.textMissing = !echo;
+        if (echo && (echo->drafted || (first && first->line != echo->line)))
+            verdict.refusal = "something else stands at the agent's prompt beside the text";
+        else if (echo)
+            verdict.lines.push_back(echo->span);
+        return verdict;
+    };
+}
+
+/// Where the text that was just typed ends on the screen, once it shows there; absent when it doesn't within
+/// a moment, or the pane can't be read.
+Task<std::optional<TypedEcho::Ending>> TmuxGate::firstEcho(std::string tmux) {
+    const RunCommand capture{std::move(tmux), TmuxKeys::captureWords(pane()), 0};
+    const double began = clock_->uptime();
+    double pause = firstEchoPause;
+    for (;;) {
+        const auto output = co_await onServer(capture, lookLimit);
+        if (!output.succeeded())
+            co_return std::nullopt;
+        auto echo = TypedEcho::find(*text_, screenBeforeText_, output.stdoutText);
+        if (echo || clock_->uptime() - began >= firstEchoLimit)
+            co_return echo;
+        co_await clock_->sleep(pause);
+        pause = std::min(2 * pause, longestEchoPause);
+    }
+}
+
+/// One try. With `judge` the same client prints the screen first, and the judge has its say.
+Task<TmuxGate::Attempt> TmuxGate::type(RunCommand keys, double timeout, ScreenJudge judge) {
+    Attempt attempt{refused(paneGone)};
+    if (!firstLook_)
+        co_return attempt;
+    TmuxKeys::Condition condition{.look = *firstLook_,
+        .lines = questionLines_,
         .sent = clock_->now().time_since_epoch().count(),
         .limit = timeout + lateAfter};
-    const auto line = TmuxKeys::guarded(keys, condition);
-    if (!line)
-        co_return refused("the terminal did not take the keys");
-
+    if (!TmuxKeys::guarded(keys, condition)) {
+        attempt.output = refused("the terminal did not take the keys");
+        co_return attempt;
+    }
     const auto last = std::make_shared<LastLook>();
-    auto client = TmuxKeys::waiting(keys);
-    const auto give = [agent = agent_, last, line = *line]() -> std::optional<std::string> {
-        auto no = agent->refusalNow();
-        return last->allows(std::move(no)) ? std::optional(line) : std::nullopt;
+    const auto ready = readyLine();
+    const auto give = [agent = agent_, last, ready, keys, condition, judge](
+                          std::string_view printed) -> std::optional<std::string> {
+        auto under = condition;
+        LastLook::Found found{.screen = beforeLine(printed, ready)};
+        if (judge) {
+            auto verdict = judge(found.screen);
+            under.lines = std::move(verdict.lines);
+            found.refusal = std::move(verdict.refusal);
+            found.textMissing = verdict.textMissing;
+        }
+        found.lines = under.lines;
+        auto line = TmuxKeys::guarded(keys, under);
+        if (!found.refusal && !found.textMissing)
+            found.refusal = agent->refusalNow(); // the last of all that is looked at
+        return last->allows(std::move(found)) ? std::move(line) : std::nullopt;
     };
-    client.input = std::make_shared<const LateInput>(LateInput{std::string(TmuxKeys::readyLine), give});
-    const auto output = co_await onServer(std::move(client), timeout);
-    const auto [given, no] = last->close();
-    if (no)
-        co_return refused(*no);
-    auto verdict = TmuxKeys::verdict(output, condition, given);
-    typedMeanwhile_ = verdict.typedMeanwhile;
-    if (verdict.kind == TmuxKeys::Verdict::Kind::refused)
-        co_return refused(std::move(verdict.words));
-    if (verdict.kind == TmuxKeys::Verdict::Kind::unknown)
-        co_return perhapsTyped(std::move(verdict.words), output.timedOut);
-    co_await letRead();
-    const bool toldToEnd = job_.screen && job_.screen->want == "exit";
-    if (auto doubt = co_await agent_->doubt(toldToEnd))
-        co_return perhapsTyped(std::move(*doubt), false);
-    co_return output;
+    auto client = TmuxKeys::waiting(keys, ready, judge != nullptr);
+    client.input = std::make_shared<const LateInput>(LateInput{ready, give});
+    auto output = co_await onServer(std::move(client), timeout);
+    attempt.ended = clock_->uptime();
+    auto found = last->close();
+    condition.lines = std::move(found.lines);
+    attempt.screen = std::move(found.screen);
+    attempt.textMissing = found.textMissing;
+    if (found.refusal || found.textMissing) {
+        attempt.output = refused(found.refusal.value_or(""));
+        co_return attempt;
+    }
+    output.stdoutText = afterLine(output.stdoutText, ready);
+    auto verdict = TmuxKeys::verdict(output, condition, found.given);
+    attempt.typedMeanwhile = verdict.typedMeanwhile;
+    if (verdict.kind == TmuxKeys::Verdict::Kind::refused) {
+        attempt.output = refused(std::move(verdict.words));
+    } else if (verdict.kind == TmuxKeys::Verdict::Kind::unknown) {
+        attempt.output = perhapsTyped(std::move(verdict.words), output.timedOut);
+    } else {
+        auto checked = co_await afterKey(std::move(output));
+        attempt.output = std::move(checked);
+    }
+    co_return attempt;
 }
 
-/// Gives the agent a moment to read the key, so that whoever took it in its place shows in the look that
-/// follows.
-Task<> TmuxGate::letRead() {
+/// Whoever took the key in the agent's place shows in the look that follows, once the key has been read.
+Task<RunOutput> TmuxGate::afterKey(RunOutput output) {
     const double began = clock_->uptime();
     for (;;) {
         const bool read = co_await agent_->hasRead();
         if (read || clock_->uptime() - began >= readLimit)
-            co_return;
+            break;
         co_await clock_->sleep(readPause);
     }
-}
-
-/// Waits until the text stands at the agent's prompt; absent when the pane can't be read.
-Task<std::optional<TmuxGate::Echo>> TmuxGate::awaitEcho(std::string tmux, double limit) {
-    const double began = clock_->uptime();
-    for (;;) {
-        auto now = co_await screen(tmux);
-        if (!now)
-            co_return std::nullopt;
-        auto ending = TypedEcho::find(*typed_, before_, *now);
-        if (ending || clock_->uptime() - began >= limit)
-            co_return Echo{std::move(ending), std::move(*now)};
-        co_await clock_->sleep(echoPause);
-    }
-}
-
-/// Why Return must not follow the text. A program without an input line, that reads all and draws nothing, is
-/// taken at its word. Where there is one, or the text has stood and is gone, the agent asks something else by
-/// now.
-Task<std::optional<std::string>> TmuxGate::echoRefusal(std::optional<Echo> echo) {
-    if (!echo)
-        co_return "the pane no longer holds this session";
-    if (echo->ending) {
-        const bool another = stood_ && stood_->line != echo->ending->line;
-        if (echo->ending->drafted || another)
-            co_return "something else stands at the agent's prompt beside the text";
-        co_return std::nullopt;
-    }
-    const bool silent = !stood_ && echo->screen == before_ && !TypedEcho::showsMark(echo->screen);
-    bool took = false;
-    if (silent)
-        took = co_await agent_->tookInput();
-    if (took)
-        co_return std::nullopt;
-    co_return "the text does not stand at the agent's prompt";
-}
-
-/// With its colours, by which a suggestion of the agent's differs from what was typed.
-Task<std::optional<std::string>> TmuxGate::screen(std::string tmux) {
-    RunCommand capture{std::move(tmux), {"capture-pane", "-p", "-e", "-t", job_.hostRef.value_or("")}, 0};
-    auto output = co_await onServer(std::move(capture), lookLimit);
-    if (!output.succeeded())
-        co_return std::nullopt;
-    co_return std::move(output.stdoutText);
+    const bool toldToEnd = job_.screen && job_.screen->want == "exit";
+    if (auto doubt = co_await agent_->doubt(toldToEnd))
+        co_return perhapsTyped(std::move(*doubt), false);
+    co_return output;
 }
 
 } // namespace kelvadrome

@@ -7,6 +7,7 @@
 #include "KelvadromeKit/delivery/TypedEcho.h"
 #include "KelvadromeKit/support/Clock.h"
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -22,6 +23,9 @@ namespace kelvadrome {
 /// line, and once more after the key. Return waits until the text before it stands on the screen. `ps` is
 /// answered by the watch. Commands for other programs pass.
 ///
+/// A client costs some milliseconds, so that what is asked at one moment is asked by one: the look together
+/// with the command that the executor wants before its keys, and the screen together with the key.
+///
 /// One gate serves one job, whose commands come one after the other. Any executor.
 class TmuxGate final : public CommandRunning {
 public:
@@ -33,22 +37,36 @@ public:
     Task<RunOutput> run(RunCommand command, double timeout) override;
 
 private:
-    /// The agent's screen after a text.
-    struct Echo {
-        std::optional<TypedEcho::Ending> ending;
-        std::string screen;
+    /// What the pane's screen says about a key, right before it.
+    struct ScreenVerdict {
+        std::vector<std::string> lines = {};     // that must still stand there when the key goes out
+        std::optional<std::string> refusal = {}; // why the key must not go out
+        bool textMissing = false;                // it must not go out yet
+    };
+    /// Judges the screen on the runner's thread, maybe after the gate is gone: it holds copies only.
+    using ScreenJudge = std::function<ScreenVerdict(const std::string& screen)>;
+
+    /// What came of one try to type a key.
+    struct Attempt {
+        RunOutput output;
+        double ended = 0;            // uptime when its client had ended: the key went in before
+        std::string screen = {};     // right before the key, where it was asked for
+        bool textMissing = false;    // no key was typed: the screen didn't show the text
+        bool typedMeanwhile = false; // no key was typed, only because somebody typed in the pane
     };
 
     Task<RunOutput> onServer(RunCommand command, double timeout);
-    Task<std::optional<std::string>> reachServer();
-    Task<std::optional<std::string>> lookWhenQuiet(std::string tmux);
+    Task<std::optional<std::string>> serverRefusal();
+    Task<RunOutput> readWhenQuiet(std::string tmux, std::vector<std::string> reading, double timeout);
+    std::optional<std::string> rememberLook(TmuxKeys::Look look, bool holdsSession);
     Task<RunOutput> press(RunCommand keys, double timeout);
-    Task<RunOutput> pressOnce(RunCommand keys, double timeout);
-    Task<RunOutput> type(RunCommand keys, std::vector<std::string> lines, double timeout);
-    Task<> letRead();
-    Task<std::optional<Echo>> awaitEcho(std::string tmux, double limit);
-    Task<std::optional<std::string>> echoRefusal(std::optional<Echo> echo);
-    Task<std::optional<std::string>> screen(std::string tmux);
+    Task<Attempt> pressOnce(RunCommand keys, double timeout);
+    Task<Attempt> pressReturn(RunCommand keys, double timeout);
+    Task<Attempt> type(RunCommand keys, double timeout, ScreenJudge judge);
+    Task<RunOutput> afterKey(RunOutput output);
+    Task<std::optional<TypedEcho::Ending>> firstEcho(std::string tmux);
+    ScreenJudge textMustStand() const;
+    std::string pane() const { return job_.hostRef.value_or(""); }
 
     const DeliverJob job_;
     const std::shared_ptr<CommandRunning> inner_;
@@ -57,15 +75,15 @@ private:
 
     std::optional<TmuxServer> server_;
     bool serverSought_ = false;
-    std::optional<TmuxKeys::Look> seen_;
-    std::vector<std::string> question_; // the lines of a screen question that a key's choice rests on
+    std::optional<TmuxKeys::Look> firstLook_;
+    std::vector<std::string> questionLines_; // of a screen question, by which a key was chosen
+    bool keyHasGoneIn_ = false;
 
-    // The text at the agent's prompt that no Return has sent yet, and the screen before it came.
-    std::optional<std::string> typed_;
-    std::string before_;
-    std::optional<TypedEcho::Ending> stood_; // where it was seen right after it
-    bool pressed_ = false;                   // a key has gone in
-    bool typedMeanwhile_ = false;            // why the last key was not typed
+    // The text at the agent's prompt that no Return has sent yet, the screen before it came, and where it was
+    // seen right after it.
+    std::optional<std::string> text_;
+    std::string screenBeforeText_;
+    std::optional<TypedEcho::Ending> echoOfText_;
 };
 
 } // namespace kelvadrome

@@ -112,12 +112,8 @@ std::string difference(const Look& seen, const std::optional<Look>& now, const C
         return "the pane no longer holds this session";
     if (now->command != seen.command)
         return "another program is in front in the pane";
-    if (now->synchronized)
-        return "the pane shares its keys with other panes";
-    if (now->inMode)
-        return "the pane is in a tmux mode: leave it first";
-    if (now->inputOff)
-        return "the pane takes no keys";
+    if (auto no = stateRefusal(*now))
+        return std::move(*no);
     if (now->typed != seen.typed)
         return "somebody types in the pane";
     if (static_cast<double>(now->now) > condition.sent + condition.limit)
@@ -167,9 +163,30 @@ std::optional<Look> parseLook(std::string_view output) {
         .now = *now};
 }
 
-RunCommand waiting(const RunCommand& keys) {
-    return {keys.path, {"display-message", "-p", std::string(readyLine), ";", "source-file", "-"},
-        keys.pauseAfterMs};
+std::optional<std::string> stateRefusal(const Look& look) {
+    if (look.dead)
+        return "the pane no longer holds this session";
+    if (look.synchronized)
+        return "the pane shares its keys with other panes";
+    if (look.inMode)
+        return "the pane is in a tmux mode: leave it first";
+    if (look.inputOff)
+        return "the pane takes no keys";
+    return std::nullopt;
+}
+
+std::vector<std::string> captureWords(const std::string& pane) {
+    return {"capture-pane", "-p", "-e", "-t", pane};
+}
+
+RunCommand waiting(const RunCommand& keys, const std::string& ready, bool withScreen) {
+    std::vector<std::string> words;
+    if (withScreen) {
+        words = captureWords(keys.args.at(2));
+        words.emplace_back(";");
+    }
+    words.insert(words.end(), {"display-message", "-p", ready, ";", "source-file", "-"});
+    return {keys.path, std::move(words), keys.pauseAfterMs};
 }
 
 std::optional<std::string> guarded(const RunCommand& keys, const Condition& condition) {

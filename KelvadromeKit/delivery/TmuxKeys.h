@@ -38,6 +38,13 @@ std::optional<RunCommand> look(const std::string& tmux, const std::string& pane,
 /// Absent for a pane that isn't there, and where a name could not be compared.
 std::optional<Look> parseLook(std::string_view output);
 
+/// Why a pane as it is takes no keys, or passes them on, in the user's words; absent when it takes them.
+std::optional<std::string> stateRefusal(const Look& look);
+
+/// A tmux command that prints the pane's screen with its colours, by which a suggestion of the agent's
+/// differs from what was typed.
+std::vector<std::string> captureWords(const std::string& pane);
+
 /// What must still be so when a key goes out.
 struct Condition {
     Look look;                      // what was seen; `now` takes no part
@@ -46,11 +53,10 @@ struct Condition {
     double limit = 0;               // seconds after `sent` at which the key has come too late
 };
 
-/// Begins what `guarded` ends: a client of the server that prints `readyLine` once it is connected, and then
-/// carries out what it is given as its input. So nothing but a line on its way lies between a look and the
-/// key.
-RunCommand waiting(const RunCommand& keys);
-inline constexpr std::string_view readyLine = "ready";
+/// Begins what `guarded` ends: a client of the server that prints the pane's screen if that is asked for,
+/// then the line `ready`, and then carries out what it is given as its input. So nothing but a line on its
+/// way lies between a look and the key.
+RunCommand waiting(const RunCommand& keys, const std::string& ready, bool withScreen);
 
 /// `keys`, a send-keys command, as a line for that client: types under the condition and prints "ok", or
 /// types nothing and prints what it saw. Absent for keys of another form.
@@ -66,7 +72,7 @@ struct Verdict {
     std::string words;           // why not, in the user's words
     bool typedMeanwhile = false; // that somebody typed in the pane is all that speaks against it
 };
-/// `given`: the client got its line.
+/// `output` is what the client said after its line `ready`. `given`: it got its line.
 Verdict verdict(const RunOutput& output, const Condition& condition, bool given);
 
 } // namespace kelvadrome::TmuxKeys

@@ -21,8 +21,6 @@ namespace test {
 using Lines = std::vector<std::string>;
 using Pauses = std::vector<long>; // milliseconds
 inline const std::string psLine = "ps -o pid=,pgid=,tpgid=,tty=,comm= -p 501";
-inline const std::string stateLine =
-    "tmux display-message -p -t %3 #{pane_tty} #{pane_synchronized} #{pane_in_mode} #{pane_input_off}";
 inline const std::string alive = "  501   501   501 ttys004  /usr/local/bin/claude\n";
 inline const std::string uuid = "0123abcd-0123-4567-89AB-0123456789ab";
 
@@ -37,7 +35,8 @@ inline std::string question(bool trustSelected, const std::string& folder = "/Us
            "\nEnter to confirm · Esc to cancel\n";
 }
 
-/// A job on its road: a healthy agent on ttys004 unless a test says otherwise, and a daemon that says go.
+/// A job that is carried out: a healthy agent on ttys004 unless a test says otherwise, and a daemon that says
+/// go.
 class LiveExecutorTest : public testing::Test {
 protected:
     LiveExecutorTest() { healthy(); }
@@ -46,7 +45,6 @@ protected:
         runner = std::make_shared<ScriptedRunner>();
         runner->on(psLine, says(alive));
         runner->on("display-message", says("/dev/ttys004 claude\n"));
-        runner->on(stateLine, says("/dev/ttys004 0 0 0\n"));
         runner->on("tmux send-keys", says(""));
         runner->on("tmux select-pane", says(""));
         runner->on("itermWrite", says("ok\n"));
@@ -67,8 +65,8 @@ protected:
         return paced(executor.perform(std::move(job), presenceTags, clock->now(), start()));
     }
 
-    JobOutcome paced(Task<JobOutcome> road) {
-        return runPaced(loop, *clock, std::move(road),
+    JobOutcome paced(Task<JobOutcome> delivery) {
+        return runPaced(loop, *clock, std::move(delivery),
             [this](double pause) { pauses.push_back(std::lround(pause * 1000)); });
     }
 

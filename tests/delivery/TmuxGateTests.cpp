@@ -1,7 +1,6 @@
 #include "KelvadromeKit/delivery/BoundedRunner.h"
 #include "KelvadromeKit/delivery/TmuxGate.h"
 #include "KelvadromeKit/delivery/TypedEcho.h"
-#include "KelvadromeKit/support/Text.h"
 
 #include "tests/delivery/LiveExecutorFixture.h"
 
@@ -30,10 +29,8 @@ class TmuxGateTest : public LiveExecutorTest {
 protected:
     TmuxGateTest() {
         runner->on("capture-pane", says("> \n"));
-        runner->on("#{pane_tty} #{pane_synchronized}", says("/dev/ttys004 0 0 0\n"));
         runner->on(looking, says(look()));
-        runner->on("source-file", says("ready\n"));
-        runner->on("if-shell", says("ready\nok\n"));
+        runner->on("if-shell", says("ok\n"));
     }
 
     static std::string look(const std::string& flags = "0 0 0 0", const std::string& typed = "/",
@@ -45,59 +42,86 @@ protected:
         executor.runner = std::make_shared<TmuxGate>(job, runner, agent, clock);
         return paced(executor.perform(job, presenceTags, clock->now(), start()));
     }
+    JobOutcome deliver(std::vector<DeliverStep> steps) { return deliver(answerJob(std::move(steps))); }
 
     const std::string looking = "display-message -p -t %3 #{T:";
+    const std::vector<DeliverStep> key{DeliverStep::key("1")};
+    const std::vector<DeliverStep> twoKeys{DeliverStep::escape(), DeliverStep::key("1")};
     std::shared_ptr<SomeAgent> agent = std::make_shared<SomeAgent>();
 };
 
-TEST_F(TmuxGateTest, everyCommandOfAJobGoesToTheAgentsServer) {
-    EXPECT_EQ(deliver(answerJob({DeliverStep::key("1")})), JobOutcome::done());
-    for (const auto& call : runner->calls)
-        EXPECT_TRUE(call.line.starts_with("tmux -S /tmp/tmux-1000/work ")) << call.line;
-    EXPECT_EQ(runner->lines("if-shell").size(), 1U);
+TEST_F(TmuxGateTest, anAnswerCostsFourClientsAndAllGoToTheAgentsServer) {
+    runner->on("capture-pane", {says("> \n"), says("> go\n")});
+    EXPECT_EQ(deliver({DeliverStep::text("go")}), JobOutcome::done());
+    const std::pair<std::string, double> clients[] = {{looking, 3}, {"capture-pane -p -e -t %3 ; ", 5},
+        {"capture-pane -p -e -t %3", 3}, {"capture-pane -p -e -t %3 ; ", 5}};
+    ASSERT_EQ(runner->calls.size(), std::size(clients));
+    for (std::size_t i = 0; i < std::size(clients); ++i) {
+        const auto& call = runner->calls[i];
+        EXPECT_TRUE(call.line.starts_with("tmux -S /tmp/tmux-1000/work " + clients[i].first)) << call.line;
+        EXPECT_EQ(call.timeout, clients[i].second) << call.line;
+    }
+    EXPECT_EQ(callsAtStart, 1U) << "the go-ahead comes after the look";
 
     agent->own = false;
-    EXPECT_EQ(deliver(answerJob({DeliverStep::key("1")})),
-        JobOutcome::refused("the agent's tmux server is gone or another user's"));
+    EXPECT_EQ(deliver(key), JobOutcome::refused("the agent's tmux server is gone or another user's"));
     agent->own = true;
     agent->server->pid = 78;
-    EXPECT_EQ(deliver(answerJob({DeliverStep::key("1")})),
-        JobOutcome::refused("the tmux server of this session was started anew"));
-    EXPECT_EQ(runner->lines("if-shell").size(), 1U);
+    EXPECT_EQ(deliver(key), JobOutcome::refused("the tmux server of this session was started anew"));
+    EXPECT_EQ(runner->lines("if-shell").size(), 2U);
 }
 
-TEST_F(TmuxGateTest, aKeySaysWhichTestStoppedIt) {
-    const std::pair<std::string, std::string> cases[] = {
-        {look("1 0 0 0"), "the pane no longer holds this session"},
-        {look("0 0 0 0", "/", "bash"), "another program is in front in the pane"},
+TEST_F(TmuxGateTest, whatAPaneIsStopsItBeforeTheDaemonHearsOfItAndAtEachKey) {
+    const std::string gone = "the pane no longer holds this session";
+    const struct {
+        std::string now, words;
+        bool early = true; // to be seen before any key
+    } rows[] = {
+        {look("1 0 0 0"), gone},
         {look("0 1 0 0"), "the pane is in a tmux mode: leave it first"},
         {look("0 0 1 0"), "the pane takes no keys"},
         {look("0 0 0 1"), "the pane shares its keys with other panes"},
-        {look("0 0 0 0", "/1000/"), "somebody types in the pane"},
+        {look("0 0 0 0", "/", "bash"), "another program is in front in the pane", false},
+        {look("0 0 0 0", "/1000/"), "somebody types in the pane", false},
     };
-    for (const auto& [now, words] : cases) {
-        runner->on("if-shell", says("ready\nno " + now));
-        EXPECT_EQ(deliver(answerJob({DeliverStep::key("1")})), JobOutcome::refused(words));
-        runner->on("if-shell", {says("ready\nok\n"), says("ready\nno " + now)});
-        EXPECT_EQ(
-            deliver(answerJob({DeliverStep::escape(), DeliverStep::key("1")})), JobOutcome::failed(words));
+    for (const auto& [now, words, early] : rows) {
+        runner->on("if-shell", says("no " + now));
+        EXPECT_EQ(deliver(key), JobOutcome::refused(words));
+        runner->on("if-shell", {says("ok\n"), says("no " + now)});
+        EXPECT_EQ(deliver(twoKeys), JobOutcome::failed(words));
+        if (!early)
+            continue;
+        asked = 0;
+        runner->on(looking, says(now));
+        runner->on("capture-pane", says(question(true)));
+        for (const auto& job : {answerJob(key), trustJob()})
+            EXPECT_EQ(deliver(job), JobOutcome::refused(words));
+        EXPECT_EQ(asked, 0);
+        runner->on("pane_current_command", says("/dev/ttys004 bash\n"));
+        runner->on(looking, says(now));
+        EXPECT_EQ(deliver(key), JobOutcome::refused(gone)) << "whatever else is the matter";
+        runner->on("pane_current_command", says("/dev/ttys004 claude\n"));
+        runner->on(looking, says(look()));
     }
 }
 
 TEST_F(TmuxGateTest, whatMayHaveGoneInIsNeverCalledRefused) {
-    const auto job = answerJob({DeliverStep::key("1")});
-    runner->on("if-shell", RunOutput{0, "ready\n", "", true}); // tmux ends with 0 when it is told to stop
-    EXPECT_EQ(deliver(job).outcome, "failed");
-    runner->on("if-shell", RunOutput{1, "ready\n", "server exited unexpectedly", false});
-    EXPECT_EQ(deliver(job).outcome, "failed");
-    runner->on("if-shell", RunOutput{1, "ready\n", "can't find pane: %3", false});
-    EXPECT_EQ(deliver(job).outcome, "refused");
-
-    runner->on("if-shell", says("ready\nok\n"));
+    // tmux ends with 0 when it is told to stop. What the screen says is no word of tmux's.
+    runner->on("capture-pane", says("can't find pane: %3\nok\n"));
+    const std::pair<RunOutput, const char*> rows[] = {{{0, "", "", true}, "failed"},
+        {{0, "", "", false}, "failed"}, {{1, "", "server exited unexpectedly", false}, "failed"},
+        {{1, "", "can't find pane: %3", false}, "refused"}};
+    for (const auto& [output, outcome] : rows) {
+        for (const auto& step : {key[0], DeliverStep::text("go")}) {
+            runner->on("if-shell", output);
+            EXPECT_EQ(deliver({step}).outcome, outcome);
+        }
+    }
+    runner->on("if-shell", says("ok\n"));
     agent->afterwards = "vim reads from the agent's terminal";
-    EXPECT_EQ(deliver(job), JobOutcome::failed(*agent->afterwards));
+    EXPECT_EQ(deliver(key), JobOutcome::failed(*agent->afterwards));
     agent->no = "the agent is suspended";
-    EXPECT_EQ(deliver(job), JobOutcome::refused("the agent is suspended"));
+    EXPECT_EQ(deliver(key), JobOutcome::refused("the agent is suspended"));
 }
 
 TEST_F(TmuxGateTest, returnFollowsOnlyWhereTheTextStands) {
@@ -128,27 +152,24 @@ TEST_F(TmuxGateTest, returnFollowsOnlyWhereTheTextStands) {
 
 TEST_F(TmuxGateTest, whoTypesIsLetFinish) {
     runner->on(looking, {says(look("0 0 0 0", "/999/")), says(look("0 0 0 0", "/980/"))});
-    EXPECT_EQ(deliver(answerJob({DeliverStep::key("1")})), JobOutcome::done());
+    EXPECT_EQ(deliver(key), JobOutcome::done());
     runner->on(looking, says(look("0 0 0 0", "/980/1000/")));
-    EXPECT_EQ(deliver(answerJob({DeliverStep::key("1")})), JobOutcome::refused("somebody types in the pane"));
+    EXPECT_EQ(deliver(key), JobOutcome::refused("somebody types in the pane"));
     EXPECT_EQ(asked, 1) << "the daemon hears of it when the pane is quiet";
 
     // A click into the pane between the look and the key, which tmux counts as typing.
-    runner->on(looking, {says(look()), says(look()), says(look("0 0 0 0", "/998/"))});
-    runner->on("if-shell", {says("ready\nno " + look("0 0 0 0", "/998/")), says("ready\nok\n")});
-    EXPECT_EQ(deliver(answerJob({DeliverStep::key("1")})), JobOutcome::done());
+    runner->on(looking, {says(look()), says(look("0 0 0 0", "/998/"))});
+    runner->on("if-shell", {says("no " + look("0 0 0 0", "/998/")), says("ok\n")});
+    EXPECT_EQ(deliver(key), JobOutcome::done());
     runner->on(looking, says(look()));
-    runner->on("if-shell",
-        {says("ready\nok\n"), says("ready\nno " + look("0 0 0 0", "/998/")), says("ready\nok\n")});
-    EXPECT_EQ(deliver(answerJob({DeliverStep::escape(), DeliverStep::key("1")})),
-        JobOutcome::failed("somebody types in the pane"));
+    runner->on("if-shell", {says("ok\n"), says("no " + look("0 0 0 0", "/998/")), says("ok\n")});
+    EXPECT_EQ(deliver(twoKeys), JobOutcome::failed("somebody types in the pane"));
 }
 
 TEST_F(TmuxGateTest, aNameThatTmuxWouldReadAsMoreIsNeverPutIntoACommand) {
     for (const std::string name : {"#(touch x)", "a,b", "}claude", "it's", "$(x)", ""}) {
         runner->on(looking, says(look("0 0 0 0", "/", name)));
-        EXPECT_EQ(deliver(answerJob({DeliverStep::key("1")})),
-            JobOutcome::refused("the name of the program in front can't be compared"));
+        EXPECT_EQ(deliver(key), JobOutcome::refused("the name of the program in front can't be compared"));
     }
     auto job = answerJob({DeliverStep::key("1")});
     job.tty = "pts/1},x";

@@ -14,7 +14,8 @@ namespace kelvadrome::test {
 
 /// Runs nothing: remembers each command and answers by what occurs in its line. A line is the program's name
 /// and its arguments with a script's text replaced by its name: "osascript itermWrite /dev/ttys004 ABC key
-/// 1"; a late input follows "<<<". The latest rule that fits holds; a command that none fits never starts.
+/// 1"; a late input follows "<<<". The latest rule that fits holds; a command that none fits never starts. A
+/// list of commands (";") is answered one by one, up to the first that fails.
 class ScriptedRunner final : public CommandRunning {
 public:
     struct Call {
@@ -44,17 +45,19 @@ public:
     }
 
     Task<RunOutput> run(RunCommand command, double timeout) override {
+        const auto number = calls.size();
         calls.push_back({command, timeout, line(command)});
-        if (command.input)
-            calls.back().line += " <<< " + command.input->give().value_or("nothing");
-        if (calls.size() - 1 == failing)
+        if (number == failing)
             co_return RunOutput{1, "", "", false};
-        const auto text = calls.back().line;
-        for (auto rule = rules_.rbegin(); rule != rules_.rend(); ++rule) {
-            if (text.find(rule->first) != std::string::npos)
-                co_return rule->second();
+        RunOutput all{0, "", "", false};
+        for (const auto& piece : pieces(calls[number].line)) {
+            auto one = command.input ? late(*command.input, piece, all.stdoutText, number) : answer(piece);
+            one.stdoutText.insert(0, all.stdoutText);
+            all = std::move(one);
+            if (!all.succeeded())
+                break;
         }
-        co_return RunOutput();
+        co_return all;
     }
 
     /// The lines that hold `part`, in order.
@@ -79,6 +82,39 @@ public:
     }
 
 private:
+    static std::vector<std::string> pieces(const std::string& line) {
+        std::vector<std::string> list(1);
+        for (std::size_t i = 0; i < line.size(); ++i) {
+            if (line.compare(i, 3, " ; ") == 0) {
+                list.emplace_back();
+                i += 2;
+            } else {
+                list.back() += line[i];
+            }
+        }
+        return list;
+    }
+
+    RunOutput answer(const std::string& piece) {
+        for (auto rule = rules_.rbegin(); rule != rules_.rend(); ++rule) {
+            if (piece.find(rule->first) != std::string::npos)
+                return rule->second();
+        }
+        return {};
+    }
+
+    /// A piece of a command that gets its input when it says that it is ready.
+    RunOutput late(
+        const LateInput& input, const std::string& piece, const std::string& printed, std::size_t number) {
+        if (piece.ends_with("display-message -p " + input.ready))
+            return says(input.ready + "\n");
+        if (!piece.ends_with("source-file -"))
+            return answer(piece);
+        const auto text = input.give(printed);
+        calls[number].line += " <<< " + text.value_or("nothing");
+        return text ? answer(*text) : says("");
+    }
+
     static std::string scriptName(std::string_view text) {
         using namespace LiveScripts;
         const std::pair<std::string_view, const char*> names[] = {{itermList, "itermList"},

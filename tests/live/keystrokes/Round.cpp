@@ -36,9 +36,9 @@ private:
 
     /// The same input, with a word before it goes to the child.
     std::shared_ptr<const LateInput> told(std::shared_ptr<const LateInput> input) const {
-        const auto wrapped = [input, beforeKey = beforeKey_] {
+        const auto wrapped = [input, beforeKey = beforeKey_](std::string_view printed) {
             const auto began = std::chrono::steady_clock::now();
-            auto text = input->give();
+            auto text = input->give(printed);
             if (text && types(*text))
                 beforeKey(began);
             return text;
@@ -298,12 +298,8 @@ Verdict Round::play(Pace& pace) const {
         judge(verdict, answer, seen);
     if (verdict.right && !typed.empty())
         pace.learn(answer.kind, static_cast<double>(typed.back().handedOver - begin) / 1e9 - delayOfStart);
-    for (const auto& key : typed)
-        verdict.lookSeconds.push_back(static_cast<double>(key.handedOver - key.lookBegan) / 1e9);
     // Keys that were typed before may be read by whom the change brings, while it is still under way.
     const auto stray = firstStray(seen, change.began());
-    if (stray != 0 && this->moment == Moment::lastInstant)
-        verdict.unwatchedSeconds = static_cast<double>(stray - change.at()) / 1e9;
     // In the random case the change may still be on its way when tmux looks: keys not read yet, a screen not
     // drawn yet.
     const bool late = this->moment == Moment::random ||

@@ -122,7 +122,7 @@ void ChildRun::feed() {
 }
 
 void ChildRun::give() {
-    const auto text = rules_.input->give();
+    const auto text = rules_.input->give(output_.kept);
     std::string_view rest = text ? std::string_view(*text) : std::string_view();
     while (!rest.empty()) {
         const auto count = ::send(input_.get(), rest.data(), rest.size(), MSG_NOSIGNAL | MSG_DONTWAIT);

@@ -12,10 +12,10 @@
 namespace kelvadrome {
 
 /// What a child is given as its input once it has printed the line `ready`; then its input ends. An absent
-/// text ends it at once.
+/// text ends it at once. `give` gets what was printed so far, as far as it is kept.
 struct InputOnceReady {
     std::string ready;
-    std::function<std::optional<std::string>()> give;
+    std::function<std::optional<std::string>(std::string_view printed)> give;
 };
 
 /// How a child is seen to its end.
