@@ -3,7 +3,6 @@
 #include "KelvadromeKit/delivery/DeliverJob.h"
 #include "KelvadromeKit/delivery/ProcFacts.h"
 
-#include <random>
 #include <set>
 
 namespace kelvadrome::test {
@@ -37,14 +36,5 @@ inline ProcFacts claudeFacts() {
 
 inline const std::set<std::string> presenceTags{"tag"};
 inline const WallTime beforeExpiry = wallTime(1769851700); // 100 seconds
-
-/// Text made of the pieces that a parser cares about, reproducible from its seed.
-template <class Pieces>
-std::string randomText(std::mt19937& random, const Pieces& pieces, std::size_t maxPieces) {
-    std::string text;
-    for (auto count = random() % (maxPieces + 1); count > 0; --count)
-        text += pieces[random() % std::size(pieces)];
-    return text;
-}
 
 } // namespace kelvadrome::test

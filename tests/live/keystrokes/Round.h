@@ -44,9 +44,6 @@ struct Verdict {
     /// The change came when nobody looks any more, before the key that went wrong; but where tmux looks, it
     /// was to see.
     bool unseen = false;
-    /// From a change in the last instant to the stray key that came of it; negative where there is none.
-    double unwatchedSeconds = -1;
-    std::vector<double> lookSeconds; // how long the last look before each key took
 
     bool wrong() const { return !strays.empty() || saidDone || saidRefused || hung; }
     std::string text() const; // for a failure: all that was seen

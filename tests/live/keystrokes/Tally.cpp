@@ -41,12 +41,6 @@ std::uint64_t numberOf(std::string_view name) {
     return number;
 }
 
-double median(std::vector<double> values) {
-    const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
-    std::nth_element(values.begin(), middle, values.end());
-    return *middle;
-}
-
 } // namespace
 
 std::string_view name(Moment moment) {
@@ -66,7 +60,7 @@ Tally Tally::of(const std::vector<const Row*>& rows, const std::vector<Moment>& 
     Tally tally;
     for (const auto* row : rows) {
         for (const auto moment : moments)
-            tally.lines.push_back({row, moment, {}, {}, {}, {}});
+            tally.lines.push_back({row, moment, {}, {}});
     }
     const auto all = tally.lines.size() * static_cast<std::size_t>(rounds);
     Pace pace;
@@ -93,9 +87,6 @@ Tally Tally::of(const std::vector<const Row*>& rows, const std::vector<Moment>& 
             }
             if (broken.empty()) {
                 line.counts.add(verdict);
-                if (verdict.unwatchedSeconds >= 0)
-                    line.unwatched.push_back(verdict.unwatchedSeconds);
-                line.looks.insert(line.looks.end(), verdict.lookSeconds.begin(), verdict.lookSeconds.end());
                 if (!verdict.wrong() && (verdict.right || !line.row->harmless))
                     continue;
             }
@@ -126,7 +117,6 @@ std::string Tally::markdown() const {
             fmt::format("| {} | {} | {} | {} |\n", first, when, counts.rounds, fmt::join(counts.of, " | "));
     };
     Counts sum;
-    std::vector<double> unwatched, looks;
     for (const auto& line : lines) {
         if (!line.impossible.empty()) {
             text += fmt::format(
@@ -136,17 +126,8 @@ std::string Tally::markdown() const {
         add(line.row->words, name(line.moment), line.counts);
         sum.rounds += line.counts.rounds;
         std::ranges::transform(sum.of, line.counts.of, sum.of.begin(), std::plus());
-        unwatched.insert(unwatched.end(), line.unwatched.begin(), line.unwatched.end());
-        looks.insert(looks.end(), line.looks.begin(), line.looks.end());
     }
     add("all", "", sum);
-    const auto addTimes = [&text](std::string_view what, const std::vector<double>& seconds) {
-        if (!seconds.empty())
-            text += fmt::format("\n{}: {:.2f} ms in the middle, {:.1f} ms at most.\n", what,
-                median(seconds) * 1000, *std::ranges::max_element(seconds) * 1000);
-    };
-    addTimes("The last look at the agent before a key took", looks);
-    addTimes("From a change in the last instant to its stray key", unwatched);
     return text;
 }
 

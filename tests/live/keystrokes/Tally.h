@@ -31,8 +31,7 @@ public:
         const Row* row = nullptr;
         Moment moment = Moment::random;
         Counts counts;
-        std::string impossible;               // why none of its rounds could be played; empty when they could
-        std::vector<double> unwatched, looks; // seconds
+        std::string impossible; // why none of its rounds could be played; empty when they could
     };
 
     /// `rounds` of each of these rows at each of these moments. `jobs` is how many at once.
