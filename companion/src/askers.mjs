@@ -1,4 +1,4 @@
-// Those who wait for the end of a card: `kd ask --wait`, `kd wait`, and who withdraws one that is being typed.
+// Callers that wait for a card to close: `kd ask --wait`, `kd wait`, and a withdrawal while keys are being typed.
 import { clock } from './clock.mjs';
 import { about } from './card-view.mjs';
 import { Waiters } from './events.mjs';
@@ -24,7 +24,7 @@ export class Askers {
     this.#waiters.wake();
   }
 
-  /** Tells of the cards that nobody waits for any more. */
+  /** Cards that nobody waits for any more may take no answer now: tells their readers. */
   forgetLeft() {
     for (const id of [...this.#awaited.keys()].filter((id) => !this.isAwaited(id))) {
       this.#awaited.delete(id);
@@ -44,7 +44,7 @@ export class Askers {
     }
   }
 
-  /** Whether somebody waits for this card's end. Between two polls of one that does, it counts as well. */
+  /** Whether somebody waits for this card's end. The short gap between two polls of one caller counts as waiting. */
   isAwaited(cardId) {
     const { waiting, until } = this.#awaited.get(cardId) ?? { waiting: 0, until: -Infinity };
     return waiting > 0 || clock.steady() < until;

@@ -106,7 +106,7 @@ function deliveryRoad(live, waits) {
   return typed ? 'terminal' : 'keep';
 }
 
-/** Throws for what no answer could ever be typed into. Where the agent runs is another matter: see `whyUntypable`. */
+/** Throws when no answer could ever be typed into this process. Its terminal is checked elsewhere: `whyUntypable`. */
 function refuseUntypable(agent, { pid, host, host_ref }) {
   const info = processInfo(pid);
   if (info === null) throw invalid('live.pid', `there is no process ${pid}`);

@@ -5,7 +5,7 @@ import { about, fromRow, stateOf, viewOf } from './card-view.mjs';
 import { NEEDS_YOU, SHELL, agentName } from '../shared/agents.js';
 import { isWaiting } from './sessions.mjs';
 
-/** What the process that asks is known by; null without one. */
+/** The identity of the process that asks, as text: its pid, start and image; null without a process. */
 const processOf = (live) =>
   live?.pid === undefined ? null : `${live.pid}/${live.started ?? ''}/${live.image ?? ''}`;
 
@@ -28,7 +28,7 @@ export class Cards {
     return fromRow(row);
   }
 
-  /** What the agent's process has asked since and is blocked by: that, and not this, is what its terminal shows. */
+  /** The newest blocking question of the same process after this card: its terminal shows that one, and not this. */
   newerThan(card) {
     const row =
       card.process === null
@@ -208,7 +208,7 @@ export class Cards {
     return closed;
   }
 
-  /** Back to open after an answer that did not arrive; `refs.last_refusal` says why. `maybeTyped`: or perhaps it did. */
+  /** Back to open after an answer that did not arrive; `refs.last_refusal` says why. `maybeTyped`: it may have arrived. */
   reopen(card, reason, maybeTyped) {
     const refs = JSON.stringify({ ...card.refs, last_refusal: reason });
     const unsure = maybeTyped ? { unsure: JSON.stringify({ answer: card.answer }) } : {};
@@ -232,7 +232,7 @@ export class Cards {
     return this.update(card, { refs, unsure: card.unsure === null ? '{}' : JSON.stringify(card.unsure) });
   }
 
-  /** What looked as if it might have been typed was not: the card is again as it was. */
+  /** A late report says that nothing was typed after all: the card is again as it was before the answer. */
   clearUnsure(card, reason) {
     return this.update(card, { unsure: null, refs: JSON.stringify({ ...card.refs, last_refusal: reason }) });
   }
@@ -297,7 +297,7 @@ export class Cards {
       const isOurs = (pressed) =>
         (pressed ?? null) !== null && answered !== undefined && answerLine(card, pressed) === answered;
       if (card.state === 'armed' && !this.app.jobs.withdraw(card.id)) {
-        // Keys are being typed at this moment, and this withdrawal may well be their effect. The final report decides.
+        // Keys are being typed right now, and the agent may withdraw because of them. The final report decides.
         this.store.run(
           'UPDATE cards SET over = ? WHERE id = ?',
           isOurs(card.answer) ? OVER.withOurAnswer : OVER.withoutWord,
@@ -339,7 +339,7 @@ export class Cards {
     });
   }
 
-  /** Somebody began or stopped to wait for this card's end, which can make the difference whether it takes answers. */
+  /** Somebody began or stopped waiting for this card's end. One that can't be typed into takes answers only meanwhile. */
   awaitedAnew(id) {
     const card = this.find(id);
     if (card.untypable !== null && card.state !== 'closed') this.store.tx(() => this.#changed(card));

@@ -128,7 +128,7 @@ class Daemon {
 
   wentWrong = (error) => log(`internal error: ${error.stack}`);
 
-  /** Something moved: do what has come due, wake who waits, and set the timer for what comes next. Never runs inside a commit. */
+  /** Something changed: soon, and never inside a transaction, does what is due, wakes callers that wait, sets the timer. */
   changed() {
     this.pending ??= setImmediate(() => {
       this.pending = null;
@@ -136,7 +136,7 @@ class Daemon {
     });
   }
 
-  /** The timer looks every 2 s at the latest. One that comes much later tells of a stop of the whole process. */
+  /** The timer fires every 2 s at the latest. When it comes much later, the whole process was stopped meanwhile. */
   #noticeStop() {
     const now = performance.now();
     const gap = now - (this.settled ?? now);
@@ -168,7 +168,7 @@ class Daemon {
     this.askers.wake();
     clearTimeout(this.timer);
     const next = [this.holds.nextEnd(), this.jobs.nextExpiry()].filter((at) => at !== null);
-    // Not every end of an agent is told, so even a quiet daemon looks around every few seconds.
+    // Not every end of an agent is reported, so even an idle daemon looks every few seconds.
     this.timer = setTimeout(
       () => this.changed(),
       Math.min(Math.max(Math.min(...next) - clock.steady(), soonest), LOOK_AROUND_MS),
@@ -256,7 +256,7 @@ class Daemon {
   }
 
   #login(req, res, query) {
-    // Who only looks ahead, as link previews and prefetching do, uses nothing up.
+    // Link previews and prefetching must not use up the link.
     if (
       req.method === 'HEAD' ||
       /prefetch|preview/.test(req.headers['sec-purpose'] ?? req.headers.purpose ?? '')
@@ -301,7 +301,7 @@ async function listenOnPage(servers, port) {
   }
 }
 
-/** Without a port that was asked for, the one of last time is tried first, so that a page left open finds its daemon again. */
+/** Without --port the last port is tried first, so that a page that was left open finds its daemon again. */
 async function openPage(app, port) {
   const last = Number(app.store.setting('page_port') ?? 0);
   const tries = port === null ? [last, 0, 0, 0] : [port];
@@ -375,7 +375,7 @@ async function start(argv, env) {
 }
 
 export async function main(argv, env) {
-  // Whoever reads our output may go first; that must not end the daemon.
+  // The reader of our output may end before us; that must not end the daemon.
   for (const stream of [process.stdout, process.stderr]) stream.on('error', () => {});
   keepLogsSmall();
   try {

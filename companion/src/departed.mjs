@@ -45,7 +45,7 @@ export class Departed {
     for (const key of this.#since.keys()) if (running.get(key) !== false) this.#since.delete(key);
   }
 
-  /** A moment of grace: what is on its way when an agent ends still gets its proper refusal. */
+  /** True some seconds after the process was first missed, so that an answer on its way is still refused by the shell. */
   #isOver(key, now) {
     if (!this.#since.has(key)) this.#since.set(key, now);
     return now - this.#since.get(key) >= this.app.settings.goneAfterMs;

@@ -14,7 +14,7 @@ export class Holds {
     this.app = app;
     this.store = app.store;
     this.cards = app.cards;
-    // Nobody could undo while no daemon ran, and the time of day may have been set since: each hold begins anew.
+    // While no daemon ran nobody could undo, and the clock may have been set: each hold begins anew.
     for (const { id, risk } of this.#held())
       this.store.run(
         'UPDATE cards SET held_until_ms = ? WHERE id = ?',
@@ -55,7 +55,7 @@ export class Holds {
       return;
     }
     this.cards.update(card, { state: 'armed', held_until_ms: null });
-    // What could not be typed was pressed because somebody waited for it.
+    // A card that cannot be typed into takes answers only while somebody waits for them.
     if (card.delivery === 'wait' || card.untypable !== null) this.app.jobs.queue(card, 'hand', {}, now);
     else this.app.jobs.queue(card, 'answer', deliveryOf(card, card.answer), now);
   }

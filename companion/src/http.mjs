@@ -32,7 +32,7 @@ export function sendError(res, error, log) {
   return sendJson(res, 500, failure('internal', `kelvadromed could not do this: ${error.message}`));
 }
 
-/** Reads to the end even when it is too much, so that the other side gets to read why; past all measure it is cut off. */
+/** Reads a body to its end even when it is too large, so that the sender can read the reply; a huge one is cut off. */
 async function readBytes(req) {
   const pieces = [];
   let size = 0;
@@ -101,7 +101,7 @@ function limitConnections(server) {
   });
 }
 
-/** Serves a connection, and counts it, once it was admitted; until then nothing of it is read. */
+/** Serves and counts a connection once it was admitted; nothing of it is read before. */
 function judgeFirst(server, admits) {
   const serve = server.listeners('connection');
   server.removeAllListeners('connection');

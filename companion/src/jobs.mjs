@@ -17,7 +17,7 @@ const ENDED = ['done', 'refused', 'failed', 'expired', 'unfinished', 'withdrawn'
  */
 export class Jobs {
   #claims = new Waiters();
-  // Both on the steady clock, so neither outlives the process: after a restart terms begin anew and sessions are unknown.
+  // Both use the steady clock, which ends with the process: after a restart terms begin anew and no session is known.
   #terms = new Map(); // job id -> when its time is over
   #heard = new Map(); // mark of a page session -> when it was last heard of
   #polling = new Map(); // mark of a page session -> how many of its claims are waiting
@@ -35,7 +35,7 @@ export class Jobs {
     this.#heard.set(tag, clock.steady());
   }
 
-  /** When a page session counts as gone for want of a sign; in the past for one that is not known. */
+  /** When a page session that gives no sign counts as gone; always in the past for an unknown one. */
   #goneAt(tag) {
     return this.#polling.has(tag)
       ? Infinity
@@ -198,8 +198,8 @@ export class Jobs {
   }
 
   #delivered(card, path, now, answer = card.answer) {
-    // What was typed is one thing, what it answered another: somebody may have answered in the terminal at the same moment,
-    // or the agent may have asked the next question under our keys. Only its own word tells that it got this answer.
+    // The keys were typed, but perhaps not for this question: somebody may have answered in the terminal at the same moment,
+    // or the agent may have asked the next one meanwhile. Only the agent's own word proves that it got this answer.
     const newer =
       card.over === OVER.not && path !== 'codex_queue' ? this.app.cards.newerThan(card) : undefined;
     if (card.over === OVER.withoutWord || newer) {
@@ -240,7 +240,7 @@ export class Jobs {
     );
   }
 
-  /** The claimant was slow, not gone. Unless the question moved on meanwhile, what it says now is what holds. */
+  /** A report of a job that was given up as unfinished. It counts unless the card changed meanwhile. */
   #lateWord(job, outcome, reason, now) {
     const card = this.app.cards.find(job.card_id);
     const isAsReopened = card.state === 'open' && card.version === job.reopened_version;
@@ -304,7 +304,7 @@ export class Jobs {
     this.#notDelivered(card, 'expired', reason, false, now);
   }
 
-  /** Page sessions end with the daemon, so what was pressed in one of an earlier daemon is gone as well. */
+  /** Page sessions end with their daemon, so the session of an earlier daemon is gone. */
   #whyGone(tag) {
     return this.#heard.has(tag)
       ? 'the app in which it was pressed is gone'

@@ -13,7 +13,7 @@ function keepSmall(fd) {
   if (!OURS.test(basename(path))) return;
   rmSync(`${path}.1`, { force: true });
   copyFileSync(path, `${path}.1`, constants.COPYFILE_EXCL);
-  // What is written is always put at the end, so that the next line comes first.
+  // The file is open for appending, so the next line goes to its new beginning.
   ftruncateSync(fd, 0);
 }
 

@@ -34,7 +34,7 @@ export class PageAuth {
     this.port = null;
   }
 
-  /** Registers the key of this home. Whoever came in before there was a key must come again with it. */
+  /** Registers the key of this home. Sessions from before there was a key end. */
   claimKey(key) {
     if (!this.key.claim(key)) return;
     this.#links.clear();

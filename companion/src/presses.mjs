@@ -123,7 +123,7 @@ export class Presses {
     });
   }
 
-  /** An agent's program tried to answer. The card says so once, however often it is tried, for each time raises its version. */
+  /** An agent's program tried to answer. The card says so once only, since each note raises its version. */
   noteAttempt(id, agent) {
     const card = this.cards.find(id);
     if (card.state === 'closed' || this.#attempted.has(id)) return;

@@ -158,8 +158,8 @@ export function isRunning(pid, started) {
 }
 
 /**
- * What names a process for good, for ids are used again: when it started, in the kernel's ticks, and where its stack
- * begins, which changes with the program that it runs. Empty where that cannot be told.
+ * What identifies a process beside its id, which is used again: when it started, in the kernel's ticks, and where its stack
+ * begins, which changes when it runs another program. Empty where that cannot be told.
  */
 export function identityOf(pid) {
   const info = process.platform === 'linux' ? processInfo(pid) : null;

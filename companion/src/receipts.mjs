@@ -7,8 +7,8 @@ const ARRIVED = ['answer.typed', 'answer.handed', 'answer.kept'];
 const like = (text) => `%${text.replace(/[\\%_]/g, '\\$&')}%`;
 
 /** The answer of a receipt that tells of one that arrived, as its agent would name it. */
-function answerOf({ action, answer, outcome, rows }) {
-  if (answer === null || outcome !== 'answered' || !ARRIVED.includes(action)) return null;
+function answerOf({ action, answer, rows }) {
+  if (answer === null || !ARRIVED.includes(action)) return null;
   return answerLine({ rows: JSON.parse(rows) }, JSON.parse(answer));
 }
 
@@ -59,7 +59,7 @@ export class Receipts {
       ],
     ].filter(([wanted]) => wanted !== undefined);
     const rows = this.store.all(
-      `SELECT r.*, c.session_id, c.title, c.answer, c.outcome, c.rows FROM receipts r LEFT JOIN cards c ON c.id = r.card_id
+      `SELECT r.*, c.session_id, c.title, c.answer, c.rows FROM receipts r LEFT JOIN cards c ON c.id = r.card_id
        ${wheres.length > 0 ? 'WHERE' : ''} ${wheres.map(([, sql]) => sql).join(' AND ')} ORDER BY r.event_id DESC LIMIT ?`,
       ...wheres.flatMap(([, , ...values]) => values),
       limit,

@@ -48,14 +48,15 @@ function answer(app, call) {
 async function ask(app, { body, signal }) {
   const asked = readAsk(body);
   asked.untypable = await whyUntypable(asked);
-  // Whoever gave up while the daemon hung was told that nothing is asked; their leaving is read a moment later.
+  // An asker that gave up while this daemon hung has been told that nothing is asked. That it closed its connection
+  // is only read after this request.
   await setTimeout(LEAVING_MS);
   if (signal.aborted) throw conflict('The asker has left.');
   const card = app.cards.open(asked);
   return { card_id: card.id, version: card.version, state: card.state };
 }
 
-/** Comes back only once no keys are on their way any more: the agent may draw its next question then. */
+/** Replies once no keys are being typed for the card, so that the agent can draw its next question safely. */
 async function withdraw(app, { body, signal }) {
   const id = cardId(body);
   app.cards.withdraw(id, optional.string(body, 'answered', { max: 200_000 }));
@@ -103,7 +104,7 @@ function inbox(app, { body }) {
     // No rule answers anything yet, so none was.
     answered_by_rules_today: 0,
     agents_working: sessions.filter(isWorking).length,
-    // Answers that are known to have arrived: typed and reported, or handed to the one who waited.
+    // Answers that arrived: typed and reported so, or handed to a waiting asker.
     verified_today: app.receipts.countToday(['answer.typed', 'answer.handed']),
   };
   if (optional.boolean(body, 'counts_only')) return { counts };
