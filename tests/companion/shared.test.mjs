@@ -3,16 +3,7 @@ import { test } from 'node:test';
 import assert from 'node:assert/strict';
 import { readFileSync } from 'node:fs';
 import { AGENTS, NEEDS_YOU, agentDisplay, agentName } from '../../companion/shared/agents.js';
-import {
-  MAX_TYPED,
-  paragraphs,
-  shownLine,
-  cut,
-  sanitize,
-  whyNotTypable,
-  wellFormedJson,
-  within,
-} from '../../companion/shared/text.js';
+import * as text from '../../companion/shared/text.js';
 import { isShell, programName } from '../../companion/src/proc.mjs';
 
 const vectors = (name) =>
@@ -33,23 +24,27 @@ test('agents have the same names, kinds and programs as in the shell', () => {
 });
 
 test('text is cleaned as in the shell, and what would be changed is refused', () => {
-  for (const [text, clean] of vectors('typed-text')) {
-    assert.equal(sanitize(text), clean, JSON.stringify(text));
-    assert.equal(whyNotTypable(text) === null, clean === text.normalize('NFC'), JSON.stringify(text));
+  for (const [given, clean] of vectors('typed-text')) {
+    assert.equal(text.sanitize(given), clean, JSON.stringify(given));
+    assert.equal(text.whyNotTypable(given) === null, clean === given.normalize('NFC'), JSON.stringify(given));
   }
-  const longest = 'q\u0301'.repeat(MAX_TYPED);
-  assert.equal(sanitize(`${longest} \n`), longest, 'what is trimmed does not count');
-  assert.equal(sanitize(`${longest}q`), null);
+  const longest = 'q\u0301'.repeat(text.MAX_TYPED);
+  assert.equal(text.sanitize(`${longest} \n`), longest, 'what is trimmed does not count');
+  assert.equal(text.sanitize(`${longest}q`), null);
 });
 
 test('what is cut, or sent, never holds half a character', () => {
   const family = '👩🏽‍❤️‍👧';
-  assert.equal(shownLine(`a\u200db ${family}\u200d`), `ab ${family}`, 'what is only shown keeps its emoji');
-  assert.equal(paragraphs(`${family}\n\u200b`), family);
-  assert.equal(cut('👩‍👧b', 1), '👩‍👧…');
-  assert.equal(within('ab👧', 3), 'ab');
   assert.equal(
-    wellFormedJson({ text: `a${'👧'[0]}`, list: ['\\ud800'] }),
+    text.shownLine(`a\u200db ${family}\u200d`),
+    `ab ${family}`,
+    'what is only shown keeps its emoji',
+  );
+  assert.equal(text.paragraphs(`${family}\n\u200b`), family);
+  assert.equal(text.cut('👩‍👧b', 1), '👩‍👧…');
+  assert.equal(text.within('ab👧', 3), 'ab');
+  assert.equal(
+    text.wellFormedJson({ text: `a${'👧'[0]}`, list: ['\\ud800'] }),
     '{"text":"a\ufffd","list":["\\\\ud800"]}',
   );
 });

@@ -5,7 +5,7 @@ import { once } from 'node:events';
 import { createServer } from 'node:net';
 import { chmodSync, mkdirSync, writeFileSync } from 'node:fs';
 import { join } from 'node:path';
-import { World, until } from './world.mjs';
+import { World, has, refused, until } from './world.mjs';
 
 test('the question of an agent that ended can no longer be answered, counts no longer, and is dismissed', async (t) => {
   const [world, page] = await World.loggedIn(t);
@@ -23,20 +23,16 @@ test('the question of an agent that ended can no longer be answered, counts no l
   assert.equal((await world.abandoned(underWay)).refs.last_refusal, 'the agent process ended');
   const card = await world.abandoned(id);
   assert.equal(card.version, 2);
-  const refused = await page.post('/v1/cards/answer', { card_id: id, version: 2, answer: 'Yes' });
-  assert.deepEqual([refused.status, refused.error.code], [409, 'stale']);
-  assert.match(refused.error.message, /Claude Code has ended/);
+  refused(await page.press(id, 'Yes', 2), 'stale', /Claude Code has ended/);
   assert.equal((await world.ok('/v1/board')).topics[0].open_cards, 0);
-  assert.equal((await world.receipts())[0].action, 'card.agent_gone');
+  assert.equal((await world.actions())[0], 'card.agent_gone');
   assert.equal((await world.ok('/v1/inbox')).counts.needs_you, 2);
   await world.restart();
-  assert.deepEqual(
-    [(await world.card(id)).state, (await world.card(alive)).state, (await world.card(kept)).state],
-    ['gone', 'open', 'open'],
-  );
+  for (const [one, state] of Object.entries({ [id]: 'gone', [alive]: 'open', [kept]: 'open' }))
+    assert.equal((await world.card(one)).state, state);
   await (await world.login()).ok('/v1/page/dismiss', { card_id: id, version: 2 });
   assert.equal(await world.card(id), undefined);
-  assert.equal((await world.ok('/v1/cards/detail', { card_id: id })).card.outcome, 'dismissed');
+  assert.equal((await world.detail(id)).outcome, 'dismissed');
 });
 
 test('a high risk is answered only as it was reviewed', async (t) => {
@@ -45,36 +41,27 @@ test('a high risk is answered only as it was reviewed', async (t) => {
   const id = await world.ask({ risk: 'high' });
   const press = { card_id: id, version: 1, answer: 'Yes' };
   const review = async (body = press, from = page) => (await from.ok('/v1/page/review', body)).review;
-  const refusals = [
-    ['without a review', async () => press],
-    ['an invented one', async () => ({ ...press, review: 'x' })],
-    ['of another answer', async () => ({ ...press, review: await review({ ...press, answer: 'No' }) })],
-    ['of another page session', async () => ({ ...press, review: await review(press, other) })],
-    [
-      'that is too old',
-      async () => {
-        const token = await review();
-        await world.advance(601);
-        return { ...press, review: token };
-      },
-    ],
-  ];
-  for (const [name, body] of refusals)
-    assert.equal((await page.post('/v1/cards/answer', await body())).error?.code, 'review_needed', name);
-  assert.equal(
-    (await page.post('/v1/page/review', { ...press, answer: 'Maybe' })).error.code,
-    'validation_failed',
-  );
-  assert.equal((await page.post('/v1/page/review', { ...press, version: 2 })).error.code, 'stale');
+  const old = await review();
+  await world.advance(601);
+  for (const [name, token] of Object.entries({
+    'without a review': undefined,
+    'an invented one': 'x',
+    'of another answer': await review({ ...press, answer: 'No' }),
+    'of another page session': await review(press, other),
+    'that is too old': old,
+  })) {
+    const { error } = await page.post('/v1/cards/answer', { ...press, review: token });
+    assert.equal(error?.code, 'review_needed', name);
+  }
+  refused(await page.post('/v1/page/review', { ...press, answer: 'Maybe' }), 'validation_failed');
+  refused(await page.post('/v1/page/review', { ...press, version: 2 }), 'stale');
 
   const shown = await page.ok('/v1/page/review', press);
   assert.deepEqual([shown.answer, shown.hold_s], ['Yes', 5]);
   assert.equal((await page.ok('/v1/cards/answer', { ...press, review: shown.review })).status, 'held');
   await page.ok('/v1/page/cancel', { card_id: id });
-  assert.equal(
-    (await page.post('/v1/cards/answer', { ...press, version: 3, review: shown.review })).error.code,
-    'review_needed',
-  );
+  const again = { ...press, version: 3, review: shown.review };
+  refused(await page.post('/v1/cards/answer', again), 'review_needed');
 });
 
 test('setup tells what is true: the folder, the agents on this machine, and when it is over', async (t) => {
@@ -90,33 +77,26 @@ test('setup tells what is true: the folder, the agents on this machine, and when
   const first = await status();
   assert.deepEqual([first.completed, first.folder], [false, undefined]);
   const found = Object.fromEntries(first.agents.map((row) => [row.id, row]));
+  const install = { state: 'installed', kind: 'path' };
   assert.deepEqual(found.aider, {
     id: 'aider',
     name: 'Aider',
-    install: { state: 'installed', kind: 'path' },
+    install,
     path: join(bin, 'aider'),
     asked: false,
   });
   assert.equal(found.droid.install.state, 'missing');
 
   for (const path of ['work', join(work, 'nope'), join(bin, 'aider')])
-    assert.equal(
-      (await world.call('/v1/onboarding/folder', { path })).error?.code,
-      'validation_failed',
-      path,
-    );
+    refused(await world.call('/v1/onboarding/folder', { path }), 'validation_failed');
   assert.deepEqual(await world.ok('/v1/onboarding/folder', { path: `${work}/` }), { folder: work });
-  const topicAt = async (cwd, more) =>
-    (await world.card(await world.ask({ live: { cwd }, menu: false, ...more }))).topic;
-  assert.deepEqual(
-    [
-      await topicAt(join(work, 'shop/src')),
-      await topicAt(work),
-      await topicAt('/elsewhere'),
-      await topicAt(join(work, 'shop'), { topic: 'Own' }),
-    ],
-    ['shop', undefined, undefined, 'Own'],
-  );
+  for (const [cwd, topic, more] of [
+    [join(work, 'shop/src'), 'shop'],
+    [work, undefined],
+    ['/elsewhere', undefined],
+    [join(work, 'shop'), 'Own', { topic: 'Own' }],
+  ])
+    has(await world.card(await world.ask({ live: { cwd }, menu: false, ...more })), { topic }, cwd);
 
   assert.equal((await world.call('/v1/onboarding/finish')).error.code, 'forbidden');
   await (await world.login()).ok('/v1/onboarding/finish');
@@ -147,9 +127,8 @@ test('a card that is put off is counted and marked as such, and comes back in ti
   await snooze();
   await page.press(id);
   assert.deepEqual(await counts(), [2, 0]);
-  await world.closed(id).catch(() => {});
-  assert.equal((await page.post('/v1/page/snooze', { card_id: id })).error.code, 'conflict');
-  assert.equal((await world.call('/v1/page/snooze', { card_id: other })).error.code, 'forbidden');
+  refused(await page.post('/v1/page/snooze', { card_id: id }), 'conflict');
+  refused(await world.call('/v1/page/snooze', { card_id: other }), 'forbidden');
 });
 
 test('the terminal of an agent is brought to the front by the shell, or it is said why not', async (t) => {

@@ -2,20 +2,11 @@
 import { test } from 'node:test';
 import assert from 'node:assert/strict';
 import { spawn } from 'node:child_process';
-import { once } from 'node:events';
-import {
-  mkdirSync,
-  openSync,
-  readFileSync,
-  statSync,
-  symlinkSync,
-  truncateSync,
-  writeFileSync,
-} from 'node:fs';
+import fs from 'node:fs';
 import { join } from 'node:path';
 import { processInfo } from '../../companion/src/proc.mjs';
 import { Store } from '../../companion/src/store.mjs';
-import { World, until } from './world.mjs';
+import { World, collect, until } from './world.mjs';
 
 const program = process.env.KELVADROME_TEST_PROCESS_WATCH;
 const skip = program ? false : 'KELVADROME_TEST_PROCESS_WATCH does not name the built process-watch';
@@ -30,25 +21,23 @@ function sleeper(t) {
 test('the watch tells of each end once, and takes no other process for the one that it was told', {
   skip,
 }, async (t) => {
-  const watch = spawn(program, { stdio: ['pipe', 'pipe', 'inherit'] });
+  // With room for 5 descriptors it has to raise that limit: each process takes one.
+  const words = ['-c', 'ulimit -S -n 5; exec "$0"', program];
+  const watch = collect(spawn('bash', words, { stdio: ['pipe', 'pipe', 'inherit'] }));
   t.after(() => watch.kill('SIGKILL'));
-  let told = '';
-  watch.stdout.on('data', (piece) => {
-    told += piece;
-  });
   const [first, dropped, last] = [sleeper(t), sleeper(t), sleeper(t)];
   const other = `${last.child.pid} 5`; // it had this number before
   watch.stdin.write(
     `${first.line}\n${dropped.line}\n-${dropped.child.pid}\nno number\n\n${other}\n${last.line}\n`,
   );
-  await until(() => told === `${other}\n`, 'another start is told as an end');
+  await until(() => watch.output === `${other}\n`, 'another start is told as an end');
   for (const { child } of [dropped, first]) child.kill('SIGKILL');
-  await until(() => told.endsWith(`${first.line}\n`), 'the first has ended');
+  await until(() => watch.output.endsWith(`${first.line}\n`), 'the first has ended');
   last.child.kill('SIGKILL');
-  await until(() => told.endsWith(`${last.line}\n`), 'the last has ended');
-  assert.equal(told, `${other}\n${first.line}\n${last.line}\n`);
+  await until(() => watch.output.endsWith(`${last.line}\n`), 'the last has ended');
+  assert.equal(watch.output, `${other}\n${first.line}\n${last.line}\n`);
   watch.stdin.end();
-  assert.deepEqual(await once(watch, 'exit'), [0, null]);
+  assert.deepEqual(await watch.ended, { code: 0, signal: null });
 });
 
 test('a busy session ends with its process, by the watch, without it, and when the watch has died', async (t) => {
@@ -73,42 +62,22 @@ test('a busy session ends with its process, by the watch, without it, and when t
 
 test('closed cards, receipts and sessions go by age and number; what is open, kept or newest stays', async (t) => {
   const world = await World.open(t);
-  world.child.kill('SIGTERM');
-  await world.child.ended;
+  await world.kill('SIGTERM');
   const day = 86_400_000;
   const now = Date.now();
   const store = new Store(world.home);
-  const card = (id, days, more = {}) =>
-    store.insert('cards', {
-      id,
-      version: 3,
-      state: 'closed',
-      kind: 'question',
-      risk: 'low',
-      agent: 'claude',
-      session_id: 's',
-      title: id,
-      body: '',
-      options: '[]',
-      blocking: 1,
-      refs: '{}',
-      delivery: 'terminal',
-      menu: 0,
-      opened_ms: now - Math.round(days * day),
-      closed_ms: now - Math.round(days * day),
-      outcome: 'answered',
-      ...more,
-    });
-  const job = (id, state) =>
-    store.insert('jobs', {
-      id: `job-${id}`,
-      card_id: id,
-      type: 'answer',
-      state,
-      payload: '{}',
-      presence: 'p',
-      expires_ms: 0,
-    });
+  const ago = (days) => now - Math.round(days * day);
+  const facts = { version: 3, state: 'closed', kind: 'question', risk: 'low', outcome: 'answered' };
+  const asker = { agent: 'claude', session_id: 's', delivery: 'terminal', live: null };
+  const words = { title: 'T', body: '', options: '[]', refs: '{}', menu: 0, blocking: 1 };
+  const card = (id, days, more = {}) => {
+    const times = { opened_ms: ago(days), closed_ms: ago(days) };
+    store.insert('cards', { id, ...facts, ...asker, ...words, ...times, ...more });
+  };
+  const job = (id, state) => {
+    const rest = { type: 'answer', payload: '{}', presence: 'p', expires_ms: 0 };
+    store.insert('jobs', { id: `job-${id}`, card_id: id, state, ...rest });
+  };
   store.tx(() => {
     card('old', 91, { topic: 'Old' });
     job('old', 'done');
@@ -116,31 +85,13 @@ test('closed cards, receipts and sessions go by age and number; what is open, ke
     job('waiting', 'refused');
     card('unfetched', 80, { delivery: 'keep' });
     for (const topic of ['Old', 'Waiting'])
-      store.insert('topics', { id: topic, title: topic, touched_ms: now - 91 * day });
+      store.insert('topics', { id: topic, title: topic, touched_ms: ago(91) });
     for (let i = 0; i < 10_300; i++) card(`many-${i}`, 3 - i / 10_300);
-    for (let i = 0; i < 300; i++)
-      store.insert('receipts', {
-        action: 'answer.typed',
-        line: '',
-        ts_ms: now - 91 * day,
-        topic: i < 299 ? 'Old' : null,
-      });
-    store.insert('sessions', {
-      agent: 'codex',
-      session_id: 'o',
-      status: 'ended',
-      callsign: 'Ada',
-      seen_ms: 0,
-      ended_ms: 1,
-    });
-    store.insert('sessions', {
-      agent: 'codex',
-      session_id: 'n',
-      status: 'ended',
-      callsign: 'Ada',
-      seen_ms: 0,
-      ended_ms: 2,
-    });
+    const receipt = { action: 'answer.typed', line: '', ts_ms: ago(91) };
+    for (let i = 0; i < 300; i++) store.insert('receipts', { ...receipt, topic: i < 299 ? 'Old' : null });
+    const session = { agent: 'codex', status: 'ended', callsign: 'Ada', seen_ms: 0 };
+    store.insert('sessions', { ...session, session_id: 'o', ended_ms: 1 });
+    store.insert('sessions', { ...session, session_id: 'n', ended_ms: 2 });
   });
   store.close();
   await world.start();
@@ -153,55 +104,46 @@ test('closed cards, receipts and sessions go by age and number; what is open, ke
     return board.topics.length === 1 && (await world.receipts()).length === 1 && (await isGone('many-299'));
   }, 'what is old goes');
   assert.equal((await world.receipts())[0].event_id, newest);
-  const status = await world.ok('/v1/onboarding/status');
-  assert.deepEqual(
-    [status.completed, status.agents.find((agent) => agent.id === 'codex').asked],
-    [true, true],
-    'what hung on a receipt and on a session is still known',
-  );
+  // What hung on a receipt and on a session is still known.
+  const { completed, agents } = await world.ok('/v1/onboarding/status');
+  assert.deepEqual([completed, agents.find(({ id }) => id === 'codex').asked], [true, true]);
   assert.equal((await world.card('waiting')).state, 'open');
   await world.detail('unfetched');
   assert.deepEqual([await isGone('old'), await isGone('many-300')], [true, false]);
-  world.child.kill('SIGTERM');
-  await world.child.ended;
+  await world.kill('SIGTERM');
   const after = new Store(world.home);
-  assert.deepEqual(
-    [
-      after.all('SELECT id FROM jobs')[0].id,
-      after.all('SELECT session_id FROM sessions').map((row) => row.session_id),
-    ],
-    ['job-waiting', ['n']],
-  );
+  const left = (sql) => after.all(sql).flatMap(Object.values);
+  assert.deepEqual(left('SELECT id FROM jobs UNION SELECT session_id FROM sessions'), ['job-waiting', 'n']);
   after.close();
 });
 
 test('a log that has grown too large makes room, at the start and while the daemon runs; other files are left alone', async (t) => {
   const world = await World.open(t);
   const folder = join(world.home, 'logs');
-  mkdirSync(folder);
+  fs.mkdirSync(folder);
   const [out, err, other] = ['kelvadromed.out.log', 'kelvadromed.err.log', 'mine.log'].map((name) =>
     join(folder, name),
   );
   const large = (1 << 20) + 1;
   const precious = join(folder, 'precious');
-  writeFileSync(precious, 'mine');
-  symlinkSync(precious, `${err}.1`);
-  for (const path of [out, err, other]) writeFileSync(path, 'x'.repeat(large));
+  fs.writeFileSync(precious, 'mine');
+  fs.symlinkSync(precious, `${err}.1`);
+  for (const path of [out, err, other]) fs.writeFileSync(path, 'x'.repeat(large));
   await world.kill();
   const start = async (outPath, errPath) => {
-    world.child = world.spawn([], {}, ['pipe', openSync(outPath, 'a'), openSync(errPath, 'a')]);
+    world.child = world.spawn([], {}, ['pipe', fs.openSync(outPath, 'a'), fs.openSync(errPath, 'a')]);
     await world.health();
   };
   await start(out, err);
   assert.deepEqual(
-    [out, err].map((path) => statSync(`${path}.1`).size),
+    [out, err].map((path) => fs.statSync(`${path}.1`).size),
     [large, large],
   );
-  assert.match(readFileSync(out, 'utf8'), /^kelvadromed \S+ \(pid/);
-  assert.equal(readFileSync(precious, 'utf8'), 'mine');
-  truncateSync(out, large);
-  await until(() => statSync(out).size === 0, 'it makes room while the daemon runs');
+  assert.match(fs.readFileSync(out, 'utf8'), /^kelvadromed \S+ \(pid/);
+  assert.equal(fs.readFileSync(precious, 'utf8'), 'mine');
+  fs.truncateSync(out, large);
+  await until(() => fs.statSync(out).size === 0, 'it makes room while the daemon runs');
   await world.kill();
   await start(other, other);
-  assert.ok(statSync(other).size > large);
+  assert.ok(fs.statSync(other).size > large);
 });

@@ -6,8 +6,9 @@ import { once } from 'node:events';
 import { createServer } from 'node:http';
 import { chmodSync, existsSync, mkdirSync, statSync, writeFileSync } from 'node:fs';
 import { join } from 'node:path';
-import { spawn, spawnSync } from 'node:child_process';
-import { COMPANION, World, until } from './world.mjs';
+import { spawn } from 'node:child_process';
+import { DatabaseSync } from 'node:sqlite';
+import { World, has, until } from './world.mjs';
 
 test('every refusal is an envelope that names what was wrong, and loses nothing', async (t) => {
   const world = await World.open(t);
@@ -58,92 +59,47 @@ test('every refusal is an envelope that names what was wrong, and loses nothing'
     assert.ok(reply.json.error.message.isWellFormed(), reply.text);
     assert.equal(reply.headers.connection, 'close');
   }
-  assert.deepEqual(
-    (await world.cards()).map((card) => card.id),
-    [id],
-  );
-  const garbage = await new Promise((done) => {
-    const socket = connect(world.socketPath, () => socket.write('no http at all\r\n\r\n'));
-    let text = '';
-    socket
-      .on('data', (piece) => {
-        text += piece;
-      })
-      .on('close', () => done(text));
-  });
+  assert.equal((await world.cards()).map((card) => card.id).join(), id);
+  const socket = connect(world.socketPath, () => socket.write('no http at all\r\n\r\n'));
+  const garbage = (await socket.toArray()).join('');
   assert.match(garbage, /^HTTP\/1\.1 400 .*"validation_failed"/s);
 });
 
 test('what is read tells what is true: sessions wait while they ask and end with their process, and text is clean', async (t) => {
   const world = await World.open(t);
-  const child = spawn(process.execPath, ['-e', ''], { stdio: 'ignore' });
+  const child = spawn('true', { stdio: 'ignore' });
   await once(child, 'close');
-  await world.ok('/v1/sessions/touch', {
-    agent: 'codex',
-    status: 'busy',
-    doing: 'Testing',
-    topic: 'Storage',
-    live: { pid: process.pid, tty: 'pts/4', host: 'tmux', host_ref: '%4' },
-  });
-  await world.ok('/v1/sessions/touch', {
-    agent: 'grok',
-    status: 'busy',
-    live: { pid: child.pid, tty: 'pts/5' },
-  });
-  const id = await world.ask({
-    topic: 'Storage',
-    scope: 'family',
-    kind: 'handoff_review',
-    title: ' Deploy\nit\x1b[31m red ',
-    body: 'a\r\n  b\x07\x1b]0;t\x07c \n',
-  });
-  const card = await world.card(id);
+  const touch = (agent, pid, more) =>
+    world.ok('/v1/sessions/touch', { agent, status: 'busy', live: { pid, tty: 'pts/4' }, ...more });
+  await touch('codex', process.pid, { doing: 'Testing', topic: 'Storage' });
+  await touch('grok', child.pid);
+  const words = { title: ' Deploy\nit\x1b[31m red ', body: 'a\r\n  b\x07\x1b]0;t\x07c \n' };
+  const id = await world.ask({ topic: 'Storage', scope: 'family', kind: 'handoff_review', ...words });
+  has(await world.card(id), { title: 'Deploy it red', body: 'a\n  bc' });
+  const rows = (await world.ok('/v1/agents/status')).sessions;
   assert.deepEqual(
-    [card.title, card.body],
-    ['Deploy it red', 'a\n  bc'],
-    'a title becomes 1 line, a body loses its controls',
+    rows.map((row) => [row.agent, row.status, row.doing, row.topic_title].join()),
+    ['claude,waiting_me,waits for you,Storage', 'codex,busy,Testing,Storage', 'grok,ended,,'],
   );
-  const rows = async () =>
-    Object.fromEntries(
-      (await world.ok('/v1/agents/status')).sessions.map((row) => [
-        row.agent,
-        [row.status, row.doing, row.topic_title],
-      ]),
-    );
-  assert.deepEqual(await rows(), {
-    claude: ['waiting_me', 'waits for you', 'Storage'],
-    codex: ['busy', 'Testing', 'Storage'],
-    grok: ['ended', undefined, undefined],
-  });
-  assert.deepEqual((await world.ok('/v1/inbox')).counts, {
-    needs_you: 1,
-    answered_by_rules_today: 0,
-    agents_working: 1,
-    verified_today: 0,
-    snoozed: 0,
-  });
-  const live = (await world.ok('/v1/sessions/live')).sessions;
+  const none = { answered_by_rules_today: 0, verified_today: 0, snoozed: 0 };
+  assert.deepEqual((await world.ok('/v1/inbox')).counts, { needs_you: 1, agents_working: 1, ...none });
+  // The name of one that has ended is free again.
+  const live = (await world.ok('/v1/sessions/live')).sessions.filter(({ status }) => status !== 'ended');
   assert.equal(new Set(live.map((row) => row.callsign)).size, live.length);
   for (const row of live) assert.match(row.callsign, /^[\p{L}][\p{L}0-9' -]{0,23}$/u);
   assert.equal((await world.ok('/v1/topic/detail', { topic: 'Storage' })).folder, '/home/user/project');
-  assert.deepEqual(
-    (await world.ok('/v1/handoffs/list')).cards.map((row) => row.id),
-    [id],
-  );
+  assert.equal((await world.ok('/v1/handoffs/list')).cards[0].id, id);
   assert.equal((await world.ok('/v1/board')).topics[0].scope, 'family');
-  assert.deepEqual(
-    (await world.ok('/v1/search', { q: 'DEPLOY' })).questions.map((hit) => [hit.kind, hit.id, hit.topic]),
-    [['question', id, 'Storage']],
-  );
+  const [hit] = (await world.ok('/v1/search', { q: 'DEPLOY' })).questions;
+  has(hit, { kind: 'question', id, topic: 'Storage' });
   assert.deepEqual(await world.ok('/v1/search', { q: '%' }), { topics: [], decisions: [], questions: [] });
 });
 
 test('the event stream tells of each change, at both doors, and ends in order', async (t) => {
   const [world, page] = await World.loggedIn(t);
-  const streams = [
-    world.stream(),
-    world.stream({ host: '127.0.0.1', port: world.port, headers: { Cookie: `kd_session=${page.cookie}` } }),
-  ];
+  const port = { host: '127.0.0.1', port: world.port };
+  const headers = { Cookie: `kd_session=${page.cookie}` };
+  const streams = [world.stream(), world.stream({ ...port, headers })];
   for (const stream of streams)
     await until(() => stream.text.startsWith('event: hello'), 'the head of the stream');
   const id = await world.ask();
@@ -159,10 +115,9 @@ test('the event stream tells of each change, at both doors, and ends in order', 
       ['card.changed', { id, version: 2, state: 'held' }],
     ]);
   }
-  const refused = world.stream({ host: '127.0.0.1', port: world.port });
+  const refused = world.stream(port);
   await until(() => refused.status === 401, 'a stream without a session is refused');
-  world.child.kill('SIGTERM');
-  assert.deepEqual(await world.child.ended, { code: 0, signal: null });
+  assert.deepEqual(await world.kill('SIGTERM'), { code: 0, signal: null });
   for (const stream of streams) await until(() => stream.closed, 'the stream ends');
   assert.equal(existsSync(world.socketPath), false);
 });
@@ -189,10 +144,9 @@ test('a second daemon, a busy port, a bad home and bad words each end the start 
   const file = join(world.home, 'file');
   writeFileSync(file, '');
   mkdirSync(join(world.home, 'newer'));
-  spawnSync(process.execPath, [
-    '-e',
-    `const {DatabaseSync}=require('node:sqlite');new DatabaseSync(${JSON.stringify(join(world.home, 'newer/kelvadromed.db'))}).exec('PRAGMA user_version=99')`,
-  ]);
+  const newer = new DatabaseSync(join(world.home, 'newer/kelvadromed.db'));
+  newer.exec('PRAGMA user_version=99');
+  newer.close();
   const table = [
     [[], 3, `runs already for this home (pid ${world.child.pid})`],
     [['--home', other, '--port', String(blocker.address().port)], 69, 'is in use'],
@@ -230,23 +184,4 @@ test('two daemons that start at the same moment over a dead socket: one serves, 
     world.child = pair.find((child) => child !== loser.child);
     assert.equal((await world.health()).pid, world.child.pid);
   }
-});
-
-test('an old Node is told so in 1 line', () => {
-  const source = join(COMPANION, 'kelvadromed-app.mjs');
-  const run = spawnSync(
-    process.execPath,
-    [
-      '--input-type=module',
-      '-e',
-      `
-    Object.defineProperty(process.versions, 'node', { value: '22.12.0' });
-    await import(${JSON.stringify(source)});`,
-    ],
-    { encoding: 'utf8' },
-  );
-  assert.deepEqual(
-    [run.status, run.stderr],
-    [78, 'kelvadromed: Node 22.12.0 is too old. kelvadromed needs Node 22.13 or later.\n'],
-  );
 });

@@ -1,7 +1,9 @@
 // A private world for one test: the real daemon in a home of its own, with the means to end, stop and look at it.
 import { spawn, execFile, execFileSync } from 'node:child_process';
 import { mkdtempSync, readFileSync, rmSync, symlinkSync } from 'node:fs';
+import { once } from 'node:events';
 import { request } from 'node:http';
+import { text } from 'node:stream/consumers';
 import { tmpdir } from 'node:os';
 import { join } from 'node:path';
 import { fileURLToPath } from 'node:url';
@@ -67,14 +69,8 @@ export class Panes {
       () => readFileSync(`/proc/${pid}/comm`, 'utf8').trim() === comm,
       `${command} runs as ${comm}`,
     );
-    const live = {
-      pid: Number(pid),
-      pgid: Number(pid),
-      tty: tty.slice('/dev/'.length),
-      host: 'tmux',
-      host_ref: pane,
-      cwd,
-    };
+    const at = { tty: tty.slice('/dev/'.length), host: 'tmux', host_ref: pane, cwd };
+    const live = { pid: Number(pid), pgid: Number(pid), ...at };
     const screen = () => this.tmux('capture-pane', '-p', '-t', pane);
     return {
       pid: live.pid,
@@ -90,30 +86,37 @@ export class Panes {
   }
 }
 
-function exchange(options, body) {
-  return new Promise((done, failed) => {
-    const req = request(
-      { timeout: 20_000, ...options, headers: { Connection: 'close', ...options.headers } },
-      (res) => {
-        const pieces = [];
-        res
-          .on('data', (piece) => pieces.push(piece))
-          .on('error', failed)
-          .on('end', () => {
-            const text = Buffer.concat(pieces).toString('utf8');
-            let json = null;
-            try {
-              json = JSON.parse(text);
-            } catch {
-              /* a page */
-            }
-            done({ status: res.statusCode, headers: res.headers, text, json });
-          });
-      },
-    );
-    req.on('error', failed).on('timeout', () => req.destroy(new Error('no reply within 20 s')));
-    req.end(body);
-  });
+/** Gives the child its `output` so far, and `ended`, a promise of {code, signal}. */
+export function collect(child, hear = () => {}) {
+  child.output = '';
+  for (const stream of [child.stdout, child.stderr])
+    stream?.on('data', (piece) => {
+      child.output += piece;
+      hear(piece);
+    });
+  child.ended = new Promise((done) => child.on('close', (code, signal) => done({ code, signal })));
+  return child;
+}
+
+/** One request; gives {status, headers, text, json}, of which json is null for a page. */
+async function exchange(options, body) {
+  const headers = { Connection: 'close', ...options.headers };
+  const req = request({ timeout: 20_000, ...options, headers }).end(body);
+  req.on('error', () => {}).on('timeout', () => req.destroy(new Error('no reply within 20 s')));
+  const [res] = await once(req, 'response');
+  const content = await text(res);
+  const isJson = res.headers['content-type']?.startsWith('application/json');
+  return {
+    status: res.statusCode,
+    headers: res.headers,
+    text: content,
+    json: isJson ? JSON.parse(content) : null,
+  };
+}
+
+function dataOf(reply, path) {
+  if (!reply.ok) throw new Error(`${path}: ${JSON.stringify(reply)}`);
+  return reply.data;
 }
 
 /** A page session, as the shell holds it, or as a browser does at its `host`. */
@@ -124,37 +127,21 @@ export class Page {
 
   raw(method, path, body, headers = {}) {
     const browser = this.host ? { Host: this.host, Origin: `http://${this.host}` } : {};
-    const all = {
-      Cookie: `kd_session=${this.cookie}`,
-      ...(this.csrf ? { 'x-kd-csrf': this.csrf } : {}),
-      ...browser,
-      ...headers,
-    };
-    return exchange(
-      {
-        host: '127.0.0.1',
-        port: this.world.port,
-        method,
-        path,
-        headers: Object.fromEntries(Object.entries(all).filter(([, value]) => value !== undefined)),
-      },
-      body,
-    );
+    const token = this.csrf ? { 'x-kd-csrf': this.csrf } : {};
+    const all = { Cookie: `kd_session=${this.cookie}`, ...token, ...browser, ...headers };
+    for (const name of Object.keys(all)) if (all[name] === undefined) delete all[name];
+    return exchange({ host: '127.0.0.1', port: this.world.port, method, path, headers: all }, body);
   }
 
   async post(path, body = {}, headers = {}) {
-    const reply = await this.raw('POST', path, JSON.stringify(body), {
-      'Content-Type': 'application/json',
-      ...headers,
-    });
+    const type = { 'Content-Type': 'application/json' };
+    const reply = await this.raw('POST', path, JSON.stringify(body), { ...type, ...headers });
     return { status: reply.status, ...reply.json };
   }
 
   /** As `post`, but a refusal is an error. */
   async ok(path, body) {
-    const reply = await this.post(path, body);
-    if (!reply.ok) throw new Error(`${path}: ${JSON.stringify(reply)}`);
-    return reply.data;
+    return dataOf(await this.post(path, body), path);
   }
 
   /** Presses an answer that is marked as high risk: the daemon wants it reviewed first. */
@@ -188,13 +175,8 @@ export class World {
   static async open(t, env = {}) {
     const world = new World();
     world.home = mkdtempSync(join(tmpdir(), 'kd-'));
-    world.env = {
-      ...process.env,
-      KELVADROME_HOME: world.home,
-      KELVADROME_TEST: '1',
-      KELVADROME_TEST_HOLD_MS: '30',
-      ...env,
-    };
+    const test = { KELVADROME_TEST: '1', KELVADROME_TEST_HOLD_MS: '30' };
+    world.env = { ...process.env, KELVADROME_HOME: world.home, ...test, ...env };
     world.log = '';
     world.panes = new Panes(world.home);
     t.after(async () => {
@@ -218,19 +200,11 @@ export class World {
   }
 
   spawn(args = [], env = {}, stdio = ['pipe', 'pipe', 'pipe']) {
-    const child = spawn(
-      process.execPath,
-      [join(COMPANION, 'kelvadromed-app.mjs'), '--home', this.home, ...args],
-      { env: { ...this.env, ...env }, stdio },
-    );
-    child.output = '';
-    for (const stream of [child.stdout, child.stderr])
-      stream?.on('data', (piece) => {
-        child.output += piece;
-        this.log += piece;
-      });
-    child.ended = new Promise((done) => child.on('close', (code, signal) => done({ code, signal })));
-    return child;
+    const words = [join(COMPANION, 'kelvadromed-app.mjs'), '--home', this.home, ...args];
+    const child = spawn(process.execPath, words, { env: { ...this.env, ...env }, stdio });
+    return collect(child, (piece) => {
+      this.log += piece;
+    });
   }
 
   async start(env = {}, args = []) {
@@ -242,21 +216,14 @@ export class World {
 
   /** What the daemon says of itself, once it answers. */
   health() {
-    const ask = () => this.call('/v1/health', undefined, 'GET');
-    return until(
-      () =>
-        ask().then(
-          (reply) => reply.data,
-          () => null,
-        ),
-      'the daemon answers',
-    );
+    const ask = async () => (await this.call('/v1/health', undefined, 'GET')).data;
+    return until(() => ask().catch(() => null), 'the daemon answers');
   }
 
-  /** kill -9 */
-  async kill() {
-    this.child.kill('SIGKILL');
-    await this.child.ended;
+  /** kill -9, unless told otherwise; gives {code, signal}. */
+  kill(signal = 'SIGKILL') {
+    this.child.kill(signal);
+    return this.child.ended;
   }
 
   async restart(env, args) {
@@ -274,9 +241,7 @@ export class World {
   }
 
   async ok(path, body) {
-    const reply = await this.call(path, body);
-    if (!reply.ok) throw new Error(`${path}: ${JSON.stringify(reply)}`);
-    return reply.data;
+    return dataOf(await this.call(path, body), path);
   }
 
   async mint(key = PAGE_KEY) {
@@ -292,12 +257,9 @@ export class World {
     const reply = own
       ? await visitor.raw('GET', own.pathname + own.search, undefined, { Host: own.host })
       : first;
-    const page = new Page(
-      this,
-      /^kd_session=([^;]+)/.exec(reply.headers['set-cookie'][0])[1],
-      /name="token" content="([^"]+)"/.exec(reply.text)?.[1],
-      own?.host,
-    );
+    const cookie = /^kd_session=([^;]+)/.exec(reply.headers['set-cookie'][0])[1];
+    const token = /name="token" content="([^"]+)"/.exec(reply.text)?.[1];
+    const page = new Page(this, cookie, token, own?.host);
     page.csrf = (await page.raw('GET', '/v1/page/me')).json.data.csrf;
     return page;
   }
@@ -305,16 +267,8 @@ export class World {
   /** Asks as an agent in a tmux pane of its own would. */
   async ask(more = {}) {
     const live = Object.hasOwn(more, 'live') ? more.live : (await this.panes.start()).live;
-    return (
-      await this.ok('/v1/ask', {
-        agent: 'claude',
-        title: 'Deploy?',
-        options: ['Yes', 'No'],
-        menu: true,
-        ...more,
-        live,
-      })
-    ).card_id;
+    const asked = { agent: 'claude', title: 'Deploy?', options: ['Yes', 'No'], menu: true, ...more, live };
+    return (await this.ok('/v1/ask', asked)).card_id;
   }
 
   /** Asks as somebody who waits for the answer without a terminal: for tests that ask a lot. */
@@ -332,13 +286,15 @@ export class World {
     const seen = { text: '', status: 0 };
     const req = request({ path: '/v1/stream', ...options }, (res) => {
       seen.status = res.statusCode;
+      const hear = (piece) => {
+        seen.text += piece;
+      };
+      const close = () => {
+        seen.closed = true;
+      };
       res
-        .on('data', (piece) => {
-          seen.text += piece;
-        })
-        .on('close', () => {
-          seen.closed = true;
-        })
+        .on('data', hear)
+        .on('close', close)
         .on('error', () => {});
     });
     req.on('error', () => {}).end();
@@ -382,17 +338,21 @@ export class World {
     return { id, job: await page.claimOne() };
   }
 
-  armed(id) {
-    return until(async () => (await this.card(id)).state === 'armed', 'the answer is on its way');
-  }
-  reopened(id) {
+  /** Waits until the card is in this state, and gives it. */
+  becomes(id, state) {
     return until(async () => {
       const card = await this.card(id);
-      return card?.state === 'open' && card;
-    }, 'the card is open again');
+      return (card?.state ?? 'closed') === state && (card ?? true);
+    }, `the card is ${state}`);
+  }
+  armed(id) {
+    return this.becomes(id, 'armed');
+  }
+  reopened(id) {
+    return this.becomes(id, 'open');
   }
   closed(id) {
-    return until(async () => !(await this.card(id)), 'the card is closed');
+    return this.becomes(id, 'closed');
   }
   /** Lets time pass in steps of so many seconds until the condition holds. */
   passes(seconds, condition, message) {
@@ -402,15 +362,9 @@ export class World {
     }, message);
   }
   /** A card whose agent has ended; looks for ended agents come every few seconds. */
-  abandoned(id) {
-    return this.passes(
-      3,
-      async () => {
-        const card = await this.card(id);
-        return card.state === 'gone' && card;
-      },
-      'the card is gone',
-    );
+  async abandoned(id) {
+    await this.passes(3, async () => (await this.card(id)).state === 'gone', 'the card is gone');
+    return this.card(id);
   }
 
   /** The status of the one session of an agent. */
@@ -420,11 +374,9 @@ export class World {
 
   kd(args, options = {}) {
     return new Promise((done) => {
-      const child = execFile(
-        process.execPath,
-        [KD, ...args],
-        { env: this.env, ...options },
-        (error, stdout, stderr) => done({ code: error ? error.code : 0, stdout, stderr }),
+      const all = { env: this.env, ...options };
+      const child = execFile(process.execPath, [KD, ...args], all, (error, stdout, stderr) =>
+        done({ code: error?.code ?? 0, stdout, stderr }),
       );
       child.stdin.end();
     });
