@@ -13,7 +13,11 @@ test('kd run keeps an agent in tmux, hides that, and passes its exit code on', a
   delete env.TMUX;
   mkdirSync(env.TMUX_TMPDIR);
   const outer = (...words) =>
-    execFileSync('tmux', ['-S', join(folder, 'out'), '-f', '/dev/null', ...words], { encoding: 'utf8', env });
+    execFileSync('tmux', ['-S', join(folder, 'out'), '-f', '/dev/null', ...words], {
+      encoding: 'utf8',
+      env,
+      stdio: 'pipe',
+    });
   const inner = (...words) => execFileSync('tmux', words, { encoding: 'utf8', env, stdio: 'pipe' });
   t.after(() => {
     for (const end of [outer, inner]) {
@@ -51,7 +55,7 @@ test('kd run keeps an agent in tmux, hides that, and passes its exit code on', a
   await shows(/code=7/);
   assert.throws(() => inner('list-sessions'), 'nothing is left');
   type(`clear; ${kd} run no-such-program; echo code=$?`);
-  await shows(/There is no program \"no-such-program\"\.\s+code=127/);
+  await shows(/There is no program "no-such-program"\.\s+code=127/);
   // Within tmux it can be answered as it is.
   type(`clear; TMUX=there ${kd} run ${agent} plain; echo code=$?`);
   await shows(/hears plain/);

@@ -5,12 +5,14 @@ import { accessSync, constants, mkdtempSync, readFileSync, rmSync, statSync, wri
 import { constants as system, tmpdir } from 'node:os';
 import { basename, delimiter, join } from 'node:path';
 import { kdProgram } from '../layout.mjs';
+import { isRunning } from '../proc.mjs';
 import { EXIT, KD, KdError } from './client.mjs';
 
 const PREFIX = 'kd-';
 /** What the terminals of today can do, and tmux asks about only in its configuration. */
 const FEATURES = '256,RGB,clipboard,focus,mouse,title,hyperlinks';
 const NOT_FOUND = 127;
+const LOOK_MS = 1000;
 
 function tmux(...words) {
   try {
@@ -74,9 +76,24 @@ function freeName(program) {
   }
 }
 
+/** A busy tmux can miss the end of a pane's process; another child of its own makes it look. */
+function remindOfEnd(name) {
+  const pid = Number(tmux('display-message', '-p', '-t', `=${name}:`, '#{pane_pid}'));
+  return setInterval(() => {
+    if (isRunning(pid)) return;
+    try {
+      tmux('run-shell', 'true');
+    } catch {
+      /* it has seen it */
+    }
+  }, LOOK_MS);
+}
+
 /** Shows the session here until its agent ends or the user leaves; the exit code of the agent, or 0. */
 async function show(name, env) {
+  const reminder = remindOfEnd(name);
   const code = await runToEnd('tmux', ['-T', FEATURES, 'attach-session', '-t', `=${name}`], env);
+  clearInterval(reminder);
   process.stdout.write('\x1b[1A\x1b[2K'); // the line that tmux leaves behind
   let end;
   try {
