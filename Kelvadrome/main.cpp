@@ -3,11 +3,13 @@
 #include "Kelvadrome/platform/linux/session/LaunchctlEffects.h"
 #include "Kelvadrome/platform/linux/session/SystemdAgentService.h"
 #include "KelvadromeKit/daemon/HeadlessCommand.h"
+#include "KelvadromeKit/support/Text.h"
 
 #include <algorithm>
 #include <csignal>
 #include <cstdio>
 #include <dlfcn.h>
+#include <initializer_list>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -18,6 +20,7 @@ using namespace kelvadrome;
 
 namespace {
 
+constexpr int usageError = 2;
 constexpr const char* help = R"(Usage: kelvadrome [OPTION] [-KEY VALUE ...]
 
 Without an option the application starts: on a display that answers the desktop, if it is installed,
@@ -28,9 +31,10 @@ otherwise the panel in this terminal.
   --register-background    register the login item: 0 enabled, 3 waits for the user, 1 failed
   --unregister-background  remove the login item
   --background-status      print notRegistered, enabled, requiresApproval or notFound
-  --version, --help
+  --version
+  -h, --help
 
--KEY VALUE sets a default for this run only, such as -KDHome FOLDER.
+-KEY VALUE sets a default for this run only, such as -KDHome FOLDER. An address that begins with kelvadrome: is opened.
 )";
 
 void write(std::FILE* stream, std::string_view text) {
@@ -106,9 +110,48 @@ private:
     void* module_;
 };
 
-int fail(const std::string& words) {
+int fail(const std::string& words, int status = 1) {
     write(stderr, "kelvadrome: " + words + "\n");
-    return 1;
+    return status;
+}
+
+bool isOneOf(std::string_view word, std::initializer_list<std::string_view> words) {
+    return std::ranges::find(words, word) != words.end();
+}
+
+/// What the defaults take for the key of a value: "-KDHome", but neither "--terminal" nor "-1".
+bool isKey(std::string_view word) {
+    return word.size() > 1 && word[0] == '-' && word[1] != '-' && !(word[1] >= '0' && word[1] <= '9');
+}
+
+/// "https" of "https://example.org"; empty for a word that is no address.
+std::string_view schemeOf(std::string_view word) {
+    const auto colon = word.find(':');
+    if (colon == std::string_view::npos || word.find_first_of("/?#") < colon)
+        return {};
+    return word.substr(0, colon);
+}
+
+/// What is wrong with the arguments of a start of the application, if anything is. A word that is neither an
+/// option nor an address is left alone.
+std::optional<std::string> wrongArgument(const std::vector<std::string>& arguments) {
+    for (std::size_t i = 1; i < arguments.size(); ++i) {
+        const auto& word = arguments[i];
+        if (word.starts_with("--") && word != "--terminal") {
+            const bool headless = isOneOf(word,
+                {"--kelvadromed", "--register-background", "--unregister-background", "--background-status"});
+            return headless ? word + " must be the first argument." : "There is no option " + word + ".";
+        }
+        if (isKey(word)) {
+            if (i + 1 == arguments.size() || arguments[i + 1].starts_with("--") || isKey(arguments[i + 1]))
+                return word + " needs a value.";
+            ++i;
+        } else if (const auto scheme = schemeOf(word);
+                   !scheme.empty() && Text::lowercasedASCII(scheme) != "kelvadrome") {
+            return "Only addresses that begin with kelvadrome: can be opened, not " + word + ".";
+        }
+    }
+    return std::nullopt;
 }
 
 int notLoaded() {
@@ -162,7 +205,7 @@ int main(int argc, char** argv) {
         return *status;
 
     const std::string first = arguments.size() > 1 ? arguments[1] : "";
-    if (first == "--help") {
+    if (isOneOf(first, {"--help", "-h"})) {
         write(stdout, help);
         return 0;
     }
@@ -170,5 +213,7 @@ int main(int argc, char** argv) {
         write(stdout, "kelvadrome " KELVADROME_VERSION "\n");
         return 0;
     }
+    if (const auto wrong = wrongArgument(arguments))
+        return fail(*wrong + " See kelvadrome --help.", usageError);
     return startFrontEnd(argc, argv);
 }
