@@ -154,6 +154,7 @@ export function readAsk(body) {
     topic: readTopic(body),
     topic_title: line(optional.string, body, 'topic_title', 200),
     scope: optional.oneOf(body, 'scope', SCOPES),
+    restricted: optional.boolean(body, 'restricted') ?? false,
     title: line(required.string, body, 'title', 500),
     body: paragraphs(optional.string(body, 'body', { max: 20_000 }) ?? ''),
     options,

@@ -111,7 +111,7 @@ export class Cards {
       ask.topic ??= this.app.onboarding.topicOf(ask.live?.cwd) ?? undefined;
       this.app.topics.touch(
         ask.topic,
-        { title: ask.topic_title, folder: ask.live?.cwd, scope: ask.scope },
+        { title: ask.topic_title, folder: ask.live?.cwd, scope: ask.scope, restricted: ask.restricted },
         now,
       );
       // A shell that does not wait has nothing to show among the agents.
@@ -152,6 +152,7 @@ export class Cards {
         opened_ms: now,
         process,
         untypable: ask.untypable,
+        restricted: Number(ask.restricted ?? false),
       });
       return this.#changed(this.find(id), 'card.opened');
     });

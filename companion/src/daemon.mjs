@@ -24,6 +24,7 @@ import { Pruning } from './pruning.mjs';
 import { keepLogsSmall } from './logs.mjs';
 import { Looks } from './looks.mjs';
 import { Reviews } from './reviews.mjs';
+import { Relay } from './relay.mjs';
 import { Onboarding } from './onboarding.mjs';
 import { PageAuth, nextPath, setCookie } from './page-auth.mjs';
 import { checkSurface, findRoute } from './routes.mjs';
@@ -102,6 +103,7 @@ class Daemon {
     this.reviews = new Reviews();
     this.onboarding = new Onboarding(this, env);
     this.sample = new Sample(this, env);
+    this.relay = new Relay(this);
     this.hosts = { hosts: [], access: {} };
     if (this.store.setAsideAs) {
       log(`the database was damaged; it is kept as ${this.store.setAsideAs}, and a fresh one is in use.`);
@@ -158,6 +160,7 @@ class Daemon {
       this.departed.look();
       this.pruning.look();
       keepLogsSmall();
+      this.relay.look();
       this.looks.again().catch(this.wentWrong);
       this.requests.look().catch(this.wentWrong);
     } catch (error) {
@@ -183,6 +186,7 @@ class Daemon {
     this.jobs.close();
     this.focuses.close();
     this.askers.close();
+    this.relay.close();
     this.pruning.close();
     this.watch.close();
     this.hub.close();

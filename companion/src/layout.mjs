@@ -16,6 +16,8 @@ export const kdProgram = beside('dist/bin.js', 'bin/bin.js');
 /** The stand-in for an agent that asks the sample question. */
 export const sampleAgent = beside('sample-agent/sample-agent.mjs');
 export const defaultHome = () => join(homedir(), 'Library/Application Support/Kelvadrome');
+/** The relay connector and the phone's page, as they were built. */
+export const relayFolder = beside('node_modules/@kelvadrome/relay', '../build/relay');
 /** What the daemon and the page have in common. The page gets it as /shared/. */
 export const sharedFolder = beside('shared');
 /** The program that watches processes: beside the daemon as it was started, for a build only links to these sources. */

@@ -16,15 +16,18 @@ export class Presses {
   }
 
   /** Takes an answer and holds it for the undo window. Only for the version that the presser saw, and only once. */
-  answer({ id, version, answer, acceptAllDefaults, presser, presence, review, by }, now = clock.now()) {
+  answer(
+    { id, version, answer, acceptAllDefaults, presser, presence, review, by, holdAs },
+    now = clock.now(),
+  ) {
     return this.store.tx(() => {
       const { card, fitted } = this.#fit({ id, version, answer, acceptAllDefaults });
       if (card.risk === 'high' && by !== 'test')
         this.app.reviews.finish(review, [id, version, presser, fitted.answer]);
-      const seconds = Math.round(this.app.settings.holdMs(card.risk) / 1000);
+      const seconds = Math.round(this.app.settings.holdMs(holdAs ?? card.risk) / 1000);
       const held = this.cards.update(card, {
         state: 'held',
-        held_until_ms: now + this.app.holds.begin(card),
+        held_until_ms: now + this.app.holds.begin({ ...card, risk: holdAs ?? card.risk }),
         answer: JSON.stringify(fitted.answer),
         presence,
         pressed_in: by,

@@ -7,6 +7,7 @@ import { conflict, forbidden, invalid, notBuilt } from './errors.mjs';
 import { readAsk, readIdentity, readLive, readTopic } from './asks.mjs';
 import { KEY_HEADER } from './page-auth.mjs';
 import { shownLine } from '../shared/text.js';
+import { relayRoutes } from './relay.mjs';
 import { whyUntypable } from './reach.mjs';
 import { STATUS_WORDS, isWorking } from './sessions.mjs';
 
@@ -314,15 +315,11 @@ const routes = {
     }),
   },
   'POST /v1/deliver/report': { on: ['page'], shell: true, run: report },
+  ...relayRoutes,
   'POST /v1/live/hosts': { on: ['page'], shell: true, run: liveHosts },
 };
 
 const unbuilt = [
-  '/v1/relay/status',
-  '/v1/relay/enable',
-  '/v1/relay/device/revoke',
-  '/v1/relay/pair/start',
-  '/v1/relay/pair/decide',
   '/v1/voice/scan',
   '/v1/voice/settings/get',
   '/v1/voice/settings',

@@ -65,6 +65,13 @@ const MIGRATIONS = [
      folder TEXT, choices TEXT NOT NULL, shots TEXT NOT NULL, opened_ms INTEGER) STRICT;
    CREATE TABLE request_shots (id TEXT PRIMARY KEY, card_id TEXT NOT NULL REFERENCES cards (id) ON DELETE CASCADE) STRICT;
    CREATE INDEX request_shots_card ON request_shots (card_id);`,
+  `CREATE TABLE relay_devices (
+     id TEXT PRIMARY KEY, name TEXT NOT NULL, kind TEXT NOT NULL, fingerprint TEXT NOT NULL, channel TEXT NOT NULL UNIQUE,
+     up BLOB, down BLOB, passkey TEXT, farewell TEXT, did INTEGER NOT NULL DEFAULT 0, asked INTEGER NOT NULL DEFAULT 0,
+     said INTEGER NOT NULL DEFAULT 0, results TEXT NOT NULL DEFAULT '[]', paired_ms INTEGER NOT NULL,
+     seen_ms INTEGER NOT NULL, revoked_ms INTEGER) STRICT;
+   ALTER TABLE cards ADD COLUMN restricted INTEGER NOT NULL DEFAULT 0;
+   ALTER TABLE topics ADD COLUMN restricted INTEGER NOT NULL DEFAULT 0;`,
 ];
 
 const FILE = 'kelvadromed.db';

@@ -8,8 +8,8 @@ export class Topics {
     this.hub = hub;
   }
 
-  /** Called in a transaction. A title, folder or scope that is given replaces the old one; one that is not leaves it. */
-  touch(id, { title, folder, scope } = {}, now = clock.now()) {
+  /** Called in a transaction. A title, folder or scope that is given replaces the old one; one that is not leaves it. Restricted, it stays so. */
+  touch(id, { title, folder, scope, restricted } = {}, now = clock.now()) {
     if (id === undefined || id === null) return;
     this.store.run(
       `INSERT INTO topics (id, title, folder, touched_ms, scope) VALUES (?1, coalesce(?2, ?1), ?3, ?4, ?5)
@@ -20,6 +20,7 @@ export class Topics {
       now,
       scope ?? null,
     );
+    if (restricted) this.store.run('UPDATE topics SET restricted = 1 WHERE id = ?', id);
   }
 
   board() {

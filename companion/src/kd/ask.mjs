@@ -65,6 +65,7 @@ function askBody(values) {
     stop_type: values['stop-type'],
     topic: values.topic,
     scope: values.scope,
+    restricted: values.restricted,
     rows: values.row?.map(readRow),
     screen: values.trust && { profile: 'claude_trust', folder: values.trust },
     blocking: values['not-blocking'] ? false : undefined,

@@ -20,6 +20,7 @@ usage: kd COMMAND [OPTIONS]
   sample     have a sample agent ask a question, to see how it goes
   answer     answer a card: kd answer CARD_ID ANSWER (only with a daemon that runs for tests)
   hook       what the agent runs then: kd hook AGENT, with its message on standard input
+  relay      kd relay serve: run the relay through which a paired phone reaches this computer
   page-key   tell which program holds the page; --reset forgets its key, for when the key was lost
   help       this text; also kd COMMAND --help
 
@@ -35,6 +36,7 @@ kd ask
       --stop-type TYPE   what a stop stops before, such as payment
       --topic TOPIC      what the question is about
       --scope SCOPE      scenario, tolvena, family or companies: what the topic belongs to
+      --restricted       the topic stays on this computer: no phone gets to see it
       --row ID=TEXT[=DEFAULT]   1 question of a batch; repeat for more
       --trust FOLDER     claude's folder question is on the screen (folder as the screen names it)
       --not-blocking     the agent goes on working meanwhile
@@ -71,6 +73,14 @@ kd hooks
       --what-next            ask "What next?" after each stop, too
       --wait SECONDS         how long the agent waits for your answer before it asks in its terminal
                              (claude: shows both at once and waits as long as you do; codex: 15)
+
+kd relay serve
+      --port N           for phones, 7447 unless told; the next one is for this computer itself
+      --host NAME --cert FILE --key FILE   the name under which phones reach it, with the certificate
+                         for that name. Without them it serves this computer alone, to try it out
+      --cluster FILE     in place of a relay on this computer, write the configuration of the
+                         NATS servers that FILE describes (docs/relay.md)
+      --renew            make new places for phones; phones that are paired have to be paired again
 
 Everywhere
       --home DIR         the data home; else KELVADROME_HOME; else

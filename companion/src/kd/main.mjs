@@ -8,6 +8,7 @@ import { helpFor } from './help.mjs';
 import { attach, runHere, runInside } from './run.mjs';
 import { hook } from '../hooks/hook.mjs';
 import { hooks } from '../hooks/install.mjs';
+import { relay } from './relay.mjs';
 
 const text = { type: 'string' };
 const many = { type: 'string', multiple: true };
@@ -39,6 +40,7 @@ const COMMANDS = {
       kind: text,
       risk: text,
       scope: text,
+      restricted: flag,
       'stop-type': text,
       row: many,
       trust: text,
@@ -63,6 +65,18 @@ const COMMANDS = {
     run: hooks,
     words: [1, 2],
     options: { project: flag, 'dry-run': flag, 'what-next': flag, wait: text },
+  },
+  relay: {
+    run: relay,
+    words: 1,
+    options: {
+      port: text,
+      host: text,
+      cert: text,
+      key: text,
+      cluster: text,
+      renew: flag,
+    },
   },
   'page-key': { run: pageKey, words: 0, options: { reset: flag } },
 };

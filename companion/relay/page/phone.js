@@ -1,0 +1,367 @@
+// What a phone knows and does, without a screen: it pairs, keeps its keys, follows the cards, and sends commands that are
+// taken once. The page shows it; the tests drive it. Storage, connection, clock and confirmation come from outside.
+import * as wire from '../../shared/relay.js';
+import { Link } from '../src/link.mjs';
+
+const JOIN_AGAIN_MS = 3000;
+const JOIN_MS = 120_000; // as long as the code is good
+const DIGITS_MS = 180_000;
+const ASK_MS = 20_000;
+const ASK_SOON_MS = 3000;
+const ASK_JUST_NOW_MS = 400;
+const SEND_AGAIN_MS = 2500;
+const GOOD_MS = 30_000; // how long a command may be on its way
+const GRACE_MS = 3000;
+const STALE_MS = 120_000;
+const FRESH_MS = 50_000;
+
+export class Phone {
+  #link = null;
+  #key = null; // while joining: what the first message is sealed with
+  #sent = -Infinity; // when the last thing that is repeated was sent
+  #turn = Promise.resolve();
+  #ahead = null; // how far the computer's clock is ahead of ours, at least
+  #saving = Promise.resolve();
+
+  /**
+   * `store`: {load, save, clear} of one object. `connect`: an MQTT client's. `confirm(id, challenge)`: the person's own
+   * confirmation, or null when the person does not give it. `changed` is called after anything that shows has changed.
+   */
+  constructor({ store, connect, confirm, changed, now = Date.now }) {
+    Object.assign(this, { store, connect, confirm, changed, now });
+    this.phase = 'unpaired'; // joining, digits, paired; unpaired again with `why`: declined, failed, expired, unpaired
+    this.why = null;
+    this.cards = new Map();
+    this.heard = null; // when the computer's word came last
+    this.rev = undefined;
+    this.notices = []; // what became of commands whose card can't say it: {text, good}
+    this.mine = null; // all that is kept
+  }
+
+  get online() {
+    return this.#link?.connected === true;
+  }
+
+  /** Whether what is shown is known to be so. */
+  get fresh() {
+    return this.online && this.heard !== null && this.now() - this.heard < FRESH_MS;
+  }
+
+  /** The computer's time, never ahead of it: what expires by it expires rather too early. */
+  get deskNow() {
+    return this.now() + (this.#ahead ?? 0);
+  }
+
+  async load() {
+    this.mine = (await this.store.load()) ?? null;
+    if (this.mine === null) return;
+    this.phase = 'paired';
+    this.#open();
+  }
+
+  #save() {
+    const copy = { ...this.mine };
+    this.#saving = this.#saving.then(() => this.store.save(copy));
+    return this.#saving;
+  }
+
+  #open() {
+    const { urls, channel, password } = this.mine;
+    this.#link = new Link({
+      connect: this.connect,
+      login: {
+        urls,
+        username: channel,
+        password,
+        clientId: `kd-${channel}-${wire.toBase64url(wire.random(4)).replace(/[^A-Za-z0-9]/g, '0')}`,
+        clean: true,
+      },
+      onMessage: (_, text) => this.#inTurn(() => this.#receive(text)),
+      onState: (connected) => {
+        this.#sent = -Infinity;
+        if (connected) this.tick();
+        this.changed();
+      },
+    });
+    this.#link.subscribe([wire.topicDown(channel)]);
+  }
+
+  /** One at a time: counters are read and written in between. */
+  #inTurn(work) {
+    const turn = this.#turn.then(work);
+    this.#turn = turn.catch((error) => console.warn(error));
+    return turn;
+  }
+
+  #publish(text) {
+    return this.#link.publish(wire.topicUp(this.mine.channel), text);
+  }
+
+  /** The page is looked at again. */
+  wake() {
+    this.#link?.wake();
+    this.#sent = -Infinity;
+    this.tick();
+  }
+
+  // Pairing
+
+  /** `passkey` is what `confirm` will use, as the computer gets to know it; null without one. */
+  async join(offer, { name, kind, passkey = null }) {
+    const keys = await wire.newKeys(false);
+    const key = wire.toBase64url(await wire.publicBytes(keys));
+    const nonce = wire.toBase64url(wire.random(16));
+    const join = wire.toBytes({ key, nonce, name, kind, passkey });
+    this.mine = { ...offer, keys, join, passkeyId: passkey?.id ?? null };
+    this.#key = await wire.joinKey(offer);
+    this.joinText = await wire.seal(this.#key, { channel: offer.channel, stream: 'join', n: 0 }, join);
+    this.until = this.now() + JOIN_MS;
+    this.phase = 'joining';
+    this.why = null;
+    this.#open();
+    this.changed();
+  }
+
+  async #receiveWelcome(envelope) {
+    const { keys, desk, secret, channel, join } = this.mine;
+    const handshake = { mine: keys.privateKey, theirs: desk, secret, channel, desk, join };
+    const { welcomeKey } = await wire.agree(handshake);
+    const welcome = await wire.openBytes(welcomeKey, channel, envelope);
+    if (welcome === null || this.phase !== 'joining') return;
+    const { digits, up, down } = await wire.agree({ ...handshake, welcome });
+    this.welcomeKey = welcomeKey;
+    this.digits = digits;
+    Object.assign(this.mine, {
+      up: await wire.cipherKey(up),
+      down: await wire.cipherKey(down),
+      deskName: wire.fromBytes(welcome).desk,
+      said: 0, // the newest number that came down
+      next: 1, // the number of the next command
+      asked: 0,
+      pending: [],
+      paired: false,
+    });
+    this.until = this.now() + DIGITS_MS;
+    this.phase = 'digits';
+    this.changed();
+  }
+
+  async #receiveEnd(envelope) {
+    const body = this.welcomeKey && (await wire.open(this.welcomeKey, this.mine.channel, envelope));
+    if (body && this.phase === 'digits') await this.#over(body.end);
+  }
+
+  /** Back to where a phone begins. Everything that was known is gone. */
+  async #over(why) {
+    this.#link?.close();
+    this.#link = null;
+    this.mine = null;
+    this.cards = new Map();
+    this.heard = null;
+    this.rev = undefined;
+    this.phase = 'unpaired';
+    this.why = why;
+    await this.#saving;
+    await this.store.clear();
+    this.changed();
+  }
+
+  /** The person forgets the computer here; the computer is told nothing. */
+  forget() {
+    return this.#inTurn(() => this.#over(null));
+  }
+
+  // Following
+
+  async #receive(text) {
+    const envelope = wire.readEnvelope(text);
+    if (envelope === null || this.mine === null) return;
+    if (envelope.stream === 'welcome') {
+      if (this.phase === 'joining') await this.#receiveWelcome(envelope);
+    } else if (envelope.stream === 'end') await this.#receiveEnd(envelope);
+    else if (envelope.stream === 'down' && this.mine.down) await this.#receiveDown(envelope);
+  }
+
+  async #receiveDown(envelope) {
+    const { mine } = this;
+    if (envelope.n <= mine.said) return; // it was here before, or has been overtaken
+    const body = await wire.open(mine.down, mine.channel, envelope);
+    if (body === null) return;
+    const ahead = body.at - this.now();
+    if (this.#ahead === null || ahead > this.#ahead) this.#ahead = ahead;
+    mine.said = envelope.n;
+    if (body.t === 'unpaired') return this.#over('unpaired');
+    if (this.phase === 'digits') this.#paired();
+    await this.#save();
+    if (this.deskNow - body.at > STALE_MS) return this.#askSoon();
+    this.heard = this.now();
+    if (body.t === 'state') this.#follow(body);
+    else if (body.t === 'result') await this.#settle(body);
+    this.changed();
+  }
+
+  #paired() {
+    this.phase = 'paired';
+    this.mine.paired = true;
+    for (const name of ['join', 'secret']) delete this.mine[name];
+    this.digits = undefined;
+    this.welcomeKey = undefined;
+  }
+
+  #follow({ from, rev, set, del, face, did }) {
+    if (face !== undefined) this.mine.face = face;
+    if (did !== undefined) this.mine.next = Math.max(this.mine.next, did + 1);
+    if (from === undefined) this.cards = new Map(set.map((card) => [card.id, card]));
+    else if (from !== this.rev) return this.#askSoon();
+    else {
+      for (const card of set) this.cards.set(card.id, card);
+      for (const id of del) this.cards.delete(id);
+    }
+    this.rev = rev;
+    const order = (card) => [card.opened_at, card.id].join();
+    this.cards = new Map([...this.cards].sort(([, a], [, b]) => (order(a) < order(b) ? -1 : 1)));
+  }
+
+  #askSoon() {
+    this.#sent = Math.min(this.#sent, this.now() - ASK_MS + ASK_JUST_NOW_MS);
+    setTimeout(() => this.tick(), ASK_JUST_NOW_MS);
+  }
+
+  async #ask() {
+    const { mine } = this;
+    mine.asked = Math.max(mine.asked + 1, this.now());
+    await this.#save();
+    const text = await wire.seal(
+      mine.up,
+      { channel: mine.channel, stream: 'ask', n: mine.asked },
+      { have: this.rev ?? null },
+    );
+    await this.#publish(text);
+  }
+
+  /** To be called every second or so: repeats what got no answer, and gives up what came too late. */
+  tick() {
+    return this.#inTurn(() => this.#look());
+  }
+
+  async #look() {
+    if (this.mine === null) return;
+    const now = this.now();
+    if (this.phase === 'joining' || this.phase === 'digits') {
+      if (now > this.until) return this.#over(this.phase === 'joining' ? 'expired' : 'failed');
+    }
+    if (this.phase === 'paired') await this.#giveUp();
+    if (!this.online) return;
+    const since = now - this.#sent;
+    if (this.phase === 'joining') {
+      if (since < JOIN_AGAIN_MS) return;
+      this.#sent = now;
+      await this.#publish(this.joinText);
+    } else {
+      const isWaiting =
+        this.phase === 'digits' || this.heard === null || now - this.heard > ASK_MS + ASK_SOON_MS;
+      if (since >= (isWaiting ? ASK_SOON_MS : ASK_MS)) {
+        this.#sent = now;
+        await this.#ask();
+      }
+      await this.#sendPending();
+    }
+  }
+
+  // Commands
+
+  get pending() {
+    return this.mine?.pending ?? [];
+  }
+
+  /** The command for a card that has no result yet. */
+  pendingOf(id) {
+    return this.pending.find((command) => command.card === id);
+  }
+
+  /** An answer to `card` as it is shown. Gives false when the person did not confirm a high risk. */
+  answer(card, answer, { defaults = false } = {}) {
+    return this.#command(card.id, async (n) => {
+      const body = { do: 'answer', card_id: card.id, version: card.version, answer, defaults };
+      if (card.risk !== 'high') return body;
+      const challenge = await wire.confirmationOf({ channel: this.mine.channel, n, ...body });
+      const proof = await this.confirm(this.mine.passkeyId, challenge);
+      return proof && { ...body, proof };
+    });
+  }
+
+  undo(card) {
+    return this.#command(card.id, () => ({ do: 'undo', card_id: card.id, version: card.version }));
+  }
+
+  request(text) {
+    return this.#command(null, () => ({ do: 'request', text }));
+  }
+
+  async #command(card, make) {
+    if (this.phase !== 'paired' || this.#ahead === null || (card && this.pendingOf(card))) return false;
+    const { mine } = this;
+    const n = mine.next;
+    const body = await make(n);
+    if (!body) return false;
+    return this.#inTurn(async () => {
+      if (this.mine !== mine || mine.next !== n || (card && this.pendingOf(card))) return false;
+      const until = this.deskNow + GOOD_MS;
+      const command = { n, card, until, did: body.do, body: { ...body, until } };
+      mine.next += 1;
+      mine.pending = [...mine.pending, command];
+      await this.#save(); // a number is never used for two commands
+      this.changed();
+      await this.#send(command);
+      return true;
+    });
+  }
+
+  async #send(command) {
+    const { mine } = this;
+    command.at = this.now();
+    const { n, body } = command;
+    const text = await wire.seal(
+      mine.up,
+      { channel: mine.channel, stream: 'do', n },
+      { ...body, first: mine.pending[0]?.n ?? n },
+    );
+    if (this.online) this.#publish(text);
+  }
+
+  async #sendPending() {
+    const now = this.now();
+    for (const command of this.pending)
+      if (!(now - (command.at ?? -Infinity) < SEND_AGAIN_MS)) await this.#send(command);
+  }
+
+  async #settle({ n, ok, code, message }) {
+    const command = this.pending.find((one) => one.n === n);
+    if (!command) return;
+    this.mine.pending = this.pending.filter((one) => one !== command);
+    await this.#save();
+    if (!ok) this.notices.push({ text: message, code, card: command.card, good: false });
+    else if (command.did === 'request')
+      this.notices.push({ text: 'Sent. It is a card on your computer now.', good: true });
+  }
+
+  /** What the computer would no longer take is given up, and said so: nobody knows whether it was taken. */
+  async #giveUp() {
+    const late = this.pending.filter((command) => this.deskNow > command.until + GRACE_MS);
+    if (late.length === 0) return;
+    this.mine.pending = this.pending.filter((command) => !late.includes(command));
+    await this.#save();
+    for (const { card, did } of late)
+      this.notices.push({
+        text: `No word from your computer. ${did === 'request' ? 'Your request' : 'This'} may or may not have arrived; it will not arrive later.`,
+        card,
+        good: false,
+      });
+    this.changed();
+  }
+
+  close() {
+    this.#link?.close();
+    this.#link = null;
+  }
+}

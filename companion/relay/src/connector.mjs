@@ -1,0 +1,172 @@
+// Carries sealed envelopes between the daemon's socket and the relay. It has no keys: it can neither read nor make one.
+import { request } from 'node:http';
+import { randomUUID } from 'node:crypto';
+import { setTimeout as pause } from 'node:timers/promises';
+import { Link } from './link.mjs';
+import { topicDown, topicUp } from '../../shared/relay.js';
+
+const WAIT_MS = 20_000;
+const RETRY_MS = 500;
+const PATIENCE_MS = 60_000; // how long a daemon may be away before this program ends
+const CHANNEL_OF = /^kd\/([A-Za-z0-9]+)\/up$/;
+
+class DaemonAway extends Error {}
+
+function call(socketPath, path, body, { timeoutMs = 10_000, signal } = {}) {
+  const bytes = Buffer.from(JSON.stringify(body));
+  return new Promise((done, failed) => {
+    const headers = {
+      'Content-Type': 'application/json',
+      'Content-Length': bytes.length,
+      Connection: 'close',
+    };
+    const req = request({ socketPath, path, method: 'POST', headers, timeout: timeoutMs, signal }, (res) => {
+      let text = '';
+      res
+        .setEncoding('utf8')
+        .on('data', (piece) => {
+          text += piece;
+        })
+        .on('error', () => failed(new DaemonAway()))
+        .on('end', () => {
+          try {
+            const reply = JSON.parse(text);
+            if (reply.ok) done(reply.data);
+            else failed(new Error(reply.error.message));
+          } catch {
+            failed(new DaemonAway());
+          }
+        });
+    });
+    req.on('timeout', () => req.destroy(new DaemonAway()));
+    req.on('error', () => failed(new DaemonAway()));
+    req.end(bytes);
+  });
+}
+
+export class Connector {
+  #link = null;
+  #after = 0; // the newest message that the daemon has given
+  #news = null;
+  #waiting = new Map(); // id -> message that the relay has not acknowledged yet
+  #done = [];
+  #poll = new AbortController();
+  #login = '';
+
+  constructor({ socketPath, connect, log = () => {} }) {
+    Object.assign(this, { socketPath, connect, log });
+    this.run = randomUUID();
+  }
+
+  /** Runs until it is aborted, superseded by another connector, or the daemon is away for good. Gives the exit code. */
+  async serve(signal) {
+    signal.addEventListener('abort', () => this.#poll.abort());
+    let away = null;
+    while (!signal.aborted) {
+      try {
+        if (!(await this.#turn())) break;
+        away = null;
+      } catch (error) {
+        if (!(error instanceof DaemonAway)) this.log(error.message);
+        else if (!this.#poll.signal.aborted) away ??= performance.now();
+        if (away !== null && performance.now() - away > PATIENCE_MS) break;
+        if (!this.#poll.signal.aborted) await pause(RETRY_MS);
+      }
+    }
+    this.#link?.close();
+    return signal.aborted ? 0 : 1;
+  }
+
+  async #turn() {
+    this.#poll = new AbortController();
+    const done = this.#done.splice(0);
+    let reply;
+    try {
+      reply = await call(
+        this.socketPath,
+        '/v1/relay/connector/poll',
+        {
+          run: this.run,
+          done,
+          after: this.#after,
+          ...(this.#news === null ? {} : { news: this.#news }),
+          connected: this.#link?.connected ?? false,
+          wait_ms: WAIT_MS,
+        },
+        { timeoutMs: WAIT_MS + 10_000, signal: this.#poll.signal },
+      );
+    } catch (error) {
+      this.#done.unshift(...done);
+      throw error;
+    }
+    if (reply.superseded) return false;
+    // A daemon that was started anew numbers its messages from 1 again.
+    if (reply.life !== this.life) {
+      this.life = reply.life;
+      this.#after = 0;
+      this.#waiting.clear();
+      this.#done.length = 0;
+      this.#news = null;
+      if (done.length > 0 || reply.messages.length > 0) return true;
+    }
+    await this.#follow(reply);
+    return true;
+  }
+
+  async #follow({ enabled, channels, news, messages }) {
+    this.#news = news;
+    if (!enabled) this.#drop();
+    else {
+      await this.#keepLink();
+      await this.#link.subscribe(channels.map(topicUp));
+    }
+    for (const message of messages) {
+      this.#after = Math.max(this.#after, message.id);
+      this.#waiting.set(message.id, message);
+      this.#publish(message);
+    }
+  }
+
+  #drop() {
+    this.#link?.close();
+    this.#link = null;
+    this.#login = '';
+    this.#waiting.clear();
+  }
+
+  async #keepLink() {
+    const login = await call(this.socketPath, '/v1/relay/connector/config', {});
+    if (this.#link && JSON.stringify(login) === this.#login) return;
+    this.#drop();
+    this.#login = JSON.stringify(login);
+    this.#link = new Link({
+      connect: this.connect,
+      // What phones say while this program is away is kept for it.
+      login: { ...login, clientId: `kd-${login.username}`, clean: false },
+      onMessage: (topic, text) => this.#deliver(topic, text),
+      onState: (connected) => {
+        this.#poll.abort(); // the daemon is told at once
+        if (connected) for (const message of this.#waiting.values()) this.#publish(message);
+      },
+    });
+  }
+
+  async #publish(message) {
+    if (!(await this.#link?.publish(topicDown(message.channel), message.payload))) return; // sent again once there is a link
+    if (this.#waiting.delete(message.id)) this.#done.push(message.id);
+  }
+
+  /** Comes back once the daemon has it; until then the relay keeps it, too. */
+  async #deliver(topic, text) {
+    const channel = CHANNEL_OF.exec(topic)?.[1];
+    if (channel === undefined) return;
+    for (const until = performance.now() + PATIENCE_MS; performance.now() < until; ) {
+      try {
+        return await call(this.socketPath, '/v1/relay/connector/deliver', { channel, payload: text });
+      } catch (error) {
+        if (!(error instanceof DaemonAway)) return this.log(error.message);
+        await pause(RETRY_MS);
+      }
+    }
+  }
+}

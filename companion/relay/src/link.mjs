@@ -1,0 +1,126 @@
+// A connection to the relay that comes back by itself: MQTT 3.1.1, several addresses by turns. The connector and the phone
+// both use it; which MQTT client it is made of is for the caller to bring.
+
+const FIRST_PAUSE_MS = 250;
+const LONGEST_PAUSE_MS = 5000;
+const CONNECT_MS = 4000;
+const KEEPALIVE_S = 8; // a relay that dies without a word is noticed after one and a half times that
+
+export class Link {
+  #client = null;
+  #timer;
+  #address = 0;
+  #failures = 0;
+  #topics = new Set();
+  #closed = false;
+  #unsure = new Set(); // publications that wait for the relay's word
+
+  /** `login`: {urls, username, password, clientId, clean}. `onMessage(topic, text)` may give a promise: the message is acknowledged after it. */
+  constructor({ connect, login, onMessage, onState }) {
+    Object.assign(this, { connect, login, onMessage, onState });
+    this.connected = false;
+    this.#open();
+  }
+
+  #open() {
+    const { urls, username, password, clientId, clean } = this.login;
+    const client = this.connect(urls[this.#address % urls.length], {
+      protocolVersion: 4,
+      clientId,
+      clean,
+      username,
+      password,
+      keepalive: KEEPALIVE_S,
+      reschedulePings: false,
+      timerVariant: 'native', // a worker for timers is nothing that the page's policy allows
+      connectTimeout: CONNECT_MS,
+      reconnectPeriod: 0,
+      resubscribe: false,
+    });
+    this.#client = client;
+    client.handleMessage = (packet, acknowledge) => {
+      Promise.resolve(this.onMessage(packet.topic, packet.payload.toString('utf8'))).then(
+        () => acknowledge(),
+        () => acknowledge(),
+      );
+    };
+    client.on('connect', () => this.#connected(client));
+    client.on('error', () => this.#lost(client));
+    client.on('close', () => this.#lost(client));
+  }
+
+  async #connected(client) {
+    try {
+      if (this.#topics.size > 0) await client.subscribeAsync([...this.#topics], { qos: 1 });
+    } catch {
+      return this.#lost(client);
+    }
+    if (client !== this.#client || this.#closed) return;
+    this.#failures = 0;
+    this.connected = true;
+    this.onState(true);
+  }
+
+  #lost(client) {
+    if (client !== this.#client || this.#closed) return;
+    this.#client = null;
+    client.end(true);
+    for (const settle of this.#unsure) settle(false);
+    this.#address += 1;
+    this.#failures += 1;
+    // A relay that is gone for good is tried less and less; with several, the next is tried at once.
+    const rounds = Math.floor((this.#failures - 1) / this.login.urls.length);
+    const pause = Math.min(FIRST_PAUSE_MS * 2 ** Math.min(rounds, 8), LONGEST_PAUSE_MS);
+    this.#timer = setTimeout(() => this.#open(), pause * (0.75 + Math.random() / 2));
+    if (this.connected) {
+      this.connected = false;
+      this.onState(false);
+    }
+  }
+
+  /** Exactly these topics from now on, also after every new connection. */
+  async subscribe(topics) {
+    const wanted = new Set(topics);
+    const gone = [...this.#topics].filter((topic) => !wanted.has(topic));
+    const fresh = topics.filter((topic) => !this.#topics.has(topic));
+    this.#topics = wanted;
+    if (!this.connected) return;
+    const client = this.#client;
+    try {
+      if (gone.length > 0) await client.unsubscribeAsync(gone);
+      if (fresh.length > 0) await client.subscribeAsync(fresh, { qos: 1 });
+    } catch {
+      this.#lost(client);
+    }
+  }
+
+  /** True once the relay has acknowledged it; false when it can't be said that it has. */
+  async publish(topic, text) {
+    if (!this.connected) return false;
+    return new Promise((done) => {
+      const settle = (sent) => {
+        this.#unsure.delete(settle);
+        done(sent);
+      };
+      this.#unsure.add(settle);
+      this.#client.publish(topic, text, { qos: 1 }, (error) => settle(!error));
+    });
+  }
+
+  /** Looks at once for a relay again, in place of waiting out the pause: a phone has been taken out of a pocket. */
+  wake() {
+    if (this.connected || this.#client || this.#closed) return;
+    clearTimeout(this.#timer);
+    this.#failures = 0;
+    this.#open();
+  }
+
+  close() {
+    this.#closed = true;
+    this.connected = false;
+    clearTimeout(this.#timer);
+    this.#client?.end(true);
+    this.#client = null;
+    for (const settle of this.#unsure) settle(false);
+  }
+}

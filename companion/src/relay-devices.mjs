@@ -1,0 +1,151 @@
+// The paired phones, as the database keeps them: their keys, how far each stream has come, and what was said last.
+import { newId, clock, iso } from './clock.mjs';
+import { Refusal } from './errors.mjs';
+import { cipherKey } from '../shared/relay.js';
+
+const RESERVED = 256; // numbers of envelopes that are set aside with one write
+const KEPT_RESULTS = 16;
+const FAREWELL_MS = 90 * 86_400_000;
+
+export class Devices {
+  #open = new Map(); // id -> the phone with its keys and counters
+
+  constructor(store) {
+    this.store = store;
+  }
+
+  /** Called in a transaction. */
+  add({ name, kind, fingerprint, channel, up, down, passkey }, now = clock.now()) {
+    const id = newId('phone', now);
+    this.store.insert('relay_devices', {
+      id,
+      name,
+      kind,
+      fingerprint,
+      channel,
+      up,
+      down,
+      passkey: passkey && JSON.stringify(passkey),
+      paired_ms: now,
+      seen_ms: now,
+    });
+    return id;
+  }
+
+  /** The phones that are paired now, as they go on the wire. */
+  list() {
+    return this.#rows().map((row) => ({
+      id: row.id,
+      name: row.name,
+      kind: row.kind,
+      fingerprint: row.fingerprint,
+      face_id: row.passkey !== null,
+      paired_at: iso(row.paired_ms),
+      last_seen: iso(row.seen_ms),
+    }));
+  }
+
+  #rows() {
+    return this.store.all('SELECT * FROM relay_devices WHERE revoked_ms IS NULL ORDER BY paired_ms, id');
+  }
+
+  /** The phones that are paired, ready to be spoken with. */
+  async active() {
+    return Promise.all(this.#rows().map((row) => this.#ready(row)));
+  }
+
+  async #ready(row) {
+    const known = this.#open.get(row.id);
+    if (known) return known;
+    const device = {
+      id: row.id,
+      name: row.name,
+      channel: row.channel,
+      passkey: row.passkey && JSON.parse(row.passkey),
+      up: await cipherKey(row.up),
+      down: await cipherKey(row.down),
+      did: row.did, // the newest command that was taken
+      asked: row.asked, // the newest question that was answered
+      said: row.said, // the newest number that may have been used on the way down
+      reserved: row.said,
+      results: new Map(JSON.parse(row.results)),
+      heard: -Infinity, // on the steady clock
+    };
+    // Two that looked at the same time must go on with one set of counters.
+    if (!this.#open.has(row.id)) this.#open.set(row.id, device);
+    return this.#open.get(row.id);
+  }
+
+  /** The phone of a channel: ready, or {farewell} once it is unpaired; null for none. */
+  async ofChannel(channel) {
+    const row = this.store.get('SELECT * FROM relay_devices WHERE channel = ?', channel);
+    if (!row) return null;
+    return row.revoked_ms === null ? this.#ready(row) : { channel, farewell: row.farewell };
+  }
+
+  /** Every channel that somebody may speak in, unpaired phones' too. */
+  channels() {
+    return this.store
+      .all(
+        'SELECT channel FROM relay_devices WHERE revoked_ms IS NULL OR revoked_ms > ?',
+        clock.now() - FAREWELL_MS,
+      )
+      .map((row) => row.channel);
+  }
+
+  isUsed(channel) {
+    return this.store.get('SELECT 1 AS used FROM relay_devices WHERE channel = ?', channel) !== undefined;
+  }
+
+  isPaired(device) {
+    return this.#open.get(device.id) === device;
+  }
+
+  /** The next number on the way down. None is used twice, also not after `kill -9`. */
+  nextSaid(device) {
+    if (device.said === device.reserved) {
+      device.reserved += RESERVED;
+      this.store.run('UPDATE relay_devices SET said = ? WHERE id = ?', device.reserved, device.id);
+    }
+    device.said += 1;
+    return device.said;
+  }
+
+  keepAsked(device, n) {
+    device.asked = n;
+    device.heard = clock.steady();
+    this.store.run('UPDATE relay_devices SET asked = ?, seen_ms = ? WHERE id = ?', n, clock.now(), device.id);
+  }
+
+  keepResult(device, n, result) {
+    device.did = n;
+    device.heard = clock.steady();
+    device.results.set(n, result);
+    for (const old of device.results.keys())
+      if (device.results.size > KEPT_RESULTS) device.results.delete(old);
+    this.store.run(
+      'UPDATE relay_devices SET did = ?, results = ?, seen_ms = ? WHERE id = ?',
+      n,
+      JSON.stringify([...device.results]),
+      clock.now(),
+      device.id,
+    );
+  }
+
+  async find(id) {
+    const row = this.store.get('SELECT * FROM relay_devices WHERE id = ? AND revoked_ms IS NULL', id);
+    if (!row) throw new Refusal('unknown_device', 404, 'This phone is not paired any more.');
+    return this.#ready(row);
+  }
+
+  /** Called in a transaction. The keys go, and nothing but the one sealed word of farewell stays. */
+  revoke(device, farewell, now = clock.now()) {
+    this.#open.delete(device.id);
+    this.store.run(
+      "UPDATE relay_devices SET revoked_ms = ?, farewell = ?, up = NULL, down = NULL, passkey = NULL, results = '[]' WHERE id = ?",
+      now,
+      farewell,
+      device.id,
+    );
+  }
+}

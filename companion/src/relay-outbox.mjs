@@ -1,0 +1,87 @@
+// What waits for the connector to publish it. Kept in memory only: a phone that misses something asks for the state anew.
+import { randomUUID } from 'node:crypto';
+import { Waiters } from './events.mjs';
+import { clock } from './clock.mjs';
+
+const KEPT_MS = 60_000;
+const MAX_OF_CHANNEL = 64;
+const AWAY_MS = 30_000;
+
+export class Outbox {
+  #messages = []; // {id, channel, payload, until}
+  #waiters = new Waiters();
+  #next = 1;
+  #seen = null; // {connected, at} of the connector's last call; `at` on the steady clock
+  #polls = 0;
+  #run; // the connector that is heard
+  #retired = new Set();
+  #life = randomUUID();
+  #news = 0; // counts what the connector has to know beside messages
+
+  add(channel, payload) {
+    const own = this.#messages.filter((message) => message.channel === channel);
+    if (own.length >= MAX_OF_CHANNEL) this.#messages.splice(this.#messages.indexOf(own[0]), 1);
+    this.#messages.push({ id: this.#next++, channel, payload, until: clock.steady() + KEPT_MS });
+    this.#waiters.wake();
+  }
+
+  /** The channels, or whether the relay is wanted at all, have changed. */
+  changed() {
+    this.#news += 1;
+    this.#waiters.wake();
+  }
+
+  clear() {
+    this.#messages = [];
+    this.changed();
+  }
+
+  /**
+   * The connector's long poll: drops what it has published (`done`), gives what it hasn't got yet (after `after`), at
+   * once also when something else has changed since `news`.
+   */
+  async poll({ run, done, after, news, connected, waitMs, signal }) {
+    // One connector at a time: a new one takes over, and one that was left over from before is told to end.
+    if (this.#retired.has(run)) return { superseded: true };
+    if (run !== this.#run) {
+      if (this.#run !== undefined) this.#retired.add(this.#run);
+      this.#run = run;
+      this.#waiters.wake();
+    }
+    const gone = new Set(done);
+    this.#messages = this.#messages.filter(({ id, until }) => !gone.has(id) && until > clock.steady());
+    this.#polls += 1;
+    this.#seen = { connected, at: clock.steady(), time: clock.now() };
+    const messages = await this.#waiters.wait(
+      () => {
+        if (this.#retired.has(run)) return [];
+        // Without a link they are of no use to it, and may have gone stale before it has one.
+        const fresh = connected ? this.#messages.filter(({ id }) => id > after) : [];
+        return fresh.length > 0 || news !== this.#news ? fresh : undefined;
+      },
+      waitMs,
+      signal,
+    );
+    this.#polls -= 1;
+    if (this.#retired.has(run)) return { superseded: true };
+    if (this.#polls === 0) this.#seen = { ...this.#seen, at: clock.steady() };
+    return {
+      life: this.#life,
+      news: this.#news,
+      messages: (messages ?? []).map(({ id, channel, payload }) => ({ id, channel, payload })),
+    };
+  }
+
+  get isConnected() {
+    const heard = this.#polls > 0 || clock.steady() - (this.#seen?.at ?? -Infinity) < AWAY_MS;
+    return heard && this.#seen.connected;
+  }
+
+  get lastSeen() {
+    return this.#seen?.time ?? null;
+  }
+
+  close() {
+    this.#waiters.close();
+  }
+}
