@@ -1,8 +1,10 @@
-// Event stream parsing, whole (as the transport reads it, 16 KiB at a time) and in 1-byte pieces.
+// Event stream parsing, whole (as the transport reads it, 16 KiB at a time) and in 1-byte pieces. The limit
+// is to find the ends of the lines: every event lies between four of them.
 
 #include "KelvadromeKit/wire/SSEParser.h"
 
 #include <benchmark/benchmark.h>
+#include <cstring>
 
 using namespace kelvadrome;
 
@@ -33,8 +35,24 @@ void parseStream(benchmark::State& state) {
     }
 }
 
+void findLineEnds(benchmark::State& state) {
+    const auto text = streamText(static_cast<std::size_t>(state.range(0)) << 20);
+    for (auto _ : state) {
+        std::size_t lines = 0;
+        const char* at = text.data();
+        const char* const end = at + text.size();
+        while (const void* found = std::memchr(at, '\n', static_cast<std::size_t>(end - at))) {
+            at = static_cast<const char*>(found) + 1;
+            ++lines;
+        }
+        if (lines == 0)
+            state.SkipWithError("no lines");
+    }
+}
+
 } // namespace
 
+BENCHMARK(findLineEnds)->Arg(1)->Arg(64)->Unit(benchmark::kMillisecond);
 // The arguments: MiB of text, bytes a piece.
 BENCHMARK(parseStream)
     ->Args({1, 16384})

@@ -177,8 +177,7 @@ Task<> AppModel::streamLoop(std::weak_ptr<AppModel> weak) {
             co_return;
         const auto transport = self->d_.client.transport;
         const auto clock = self->d_.clock;
-        std::function<void(const SSEParser::Event&)> onEvent = [weak, executor = self->d_.executor](
-                                                                   const SSEParser::Event& event) {
+        SSEParser::OnEvent onEvent = [weak, executor = self->d_.executor](const auto& event) {
             if (event.event == "ping")
                 return;
             asio::post(executor, [weak] {

@@ -25,12 +25,11 @@ Descriptor duplicate(const Descriptor& socket) {
 
 } // namespace
 
-EventStream::EventStream(
-    const std::string& socketPath, std::string path, std::function<void(const SSEParser::Event&)> onEvent)
+EventStream::EventStream(const std::string& socketPath, std::string path, SSEParser::OnEvent onEvent)
     : EventStream(UnixSocket::make(socketPath), socketPath, std::move(path), std::move(onEvent)) {}
 
-EventStream::EventStream(Descriptor socket, const std::string& socketPath, std::string path,
-    std::function<void(const SSEParser::Event&)> onEvent)
+EventStream::EventStream(
+    Descriptor socket, const std::string& socketPath, std::string path, SSEParser::OnEvent onEvent)
     : socketPath_(socketPath), path_(std::move(path)), onEvent_(std::move(onEvent)),
       socket_(duplicate(socket)), closer_(std::move(socket)) {}
 
@@ -104,7 +103,10 @@ void EventStream::takeBytes(std::string_view bytes) {
 }
 
 void EventStream::takeBody(std::string_view bytes) {
-    parser_.feed(chunks_ ? text_.take(chunks_->feed(bytes)) : text_.take(bytes), onEvent_);
+    if (!chunks_)
+        return parser_.feed(text_.take(bytes), onEvent_);
+    const auto decoded = chunks_->feed(bytes);
+    parser_.feed(text_.take(decoded), onEvent_);
 }
 
 } // namespace kelvadrome

@@ -6,7 +6,6 @@
 #include "KelvadromeKit/wire/SSEParser.h"
 #include "KelvadromeKit/wire/StreamText.h"
 
-#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -18,8 +17,7 @@ class EventStream {
 public:
     /// `socketPath` and `path` are the socket's and the route's; `onEvent` is called within `run`. Throws
     /// TransportError.
-    EventStream(const std::string& socketPath, std::string path,
-        std::function<void(const SSEParser::Event&)> onEvent);
+    EventStream(const std::string& socketPath, std::string path, SSEParser::OnEvent onEvent);
 
     /// Connects, asks, and reads until the peer closes or `cancel` is called. Throws TransportError
     /// otherwise.
@@ -27,8 +25,8 @@ public:
     void cancel() { closer_.close(); }
 
 private:
-    EventStream(Descriptor socket, const std::string& socketPath, std::string path,
-        std::function<void(const SSEParser::Event&)> onEvent);
+    EventStream(
+        Descriptor socket, const std::string& socketPath, std::string path, SSEParser::OnEvent onEvent);
 
     void exchange();
     void end();
@@ -38,7 +36,7 @@ private:
 
     const std::string socketPath_;
     const std::string path_;
-    const std::function<void(const SSEParser::Event&)> onEvent_;
+    const SSEParser::OnEvent onEvent_;
     // A second descriptor of the same socket: the one that another thread closes may name another file a
     // moment later.
     Descriptor socket_;

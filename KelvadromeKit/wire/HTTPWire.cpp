@@ -89,12 +89,6 @@ void addHeader(std::string_view line, std::map<std::string, std::string>& header
         place->second.append(", ").append(value);
 }
 
-/// The length that the head promises, when it promises one.
-std::optional<std::int64_t> contentLength(const Head& head) {
-    const auto found = head.headers.find("content-length");
-    return found == head.headers.end() ? std::nullopt : Text::parseInteger(found->second);
-}
-
 std::string decodeChunks(std::string_view raw) {
     ChunkedDecoder decoder;
     auto body = decoder.feed(raw);
@@ -158,27 +152,29 @@ bool isChunked(const std::map<std::string, std::string>& headers) {
     return found != headers.end() && Text::lowercasedASCII(found->second).contains("chunked");
 }
 
-HTTPResponse parse(std::string data) {
+std::optional<std::int64_t> contentLength(const std::map<std::string, std::string>& headers) {
+    const auto found = headers.find("content-length");
+    return found == headers.end() ? std::nullopt : Text::parseInteger(found->second);
+}
+
+HTTPResponse response(Head head, std::string rawBody) {
+    if (isChunked(head.headers)) {
+        rawBody = decodeChunks(rawBody);
+    } else if (const auto length = contentLength(head.headers)) {
+        // A negative length reads as a number that no body reaches.
+        const auto wanted = static_cast<std::uint64_t>(*length);
+        if (rawBody.size() < wanted)
+            throw TransportError::malformedResponse("body shorter than Content-Length");
+        rawBody.resize(wanted);
+    }
+    return {head.status, std::move(head.headers), std::move(rawBody)};
+}
+
+HTTPResponse parse(std::string_view data) {
     const auto end = headerEnd(data);
     if (!end)
         throw TransportError::malformedResponse("no header end");
-    auto head = parseHead(std::string_view(data).substr(0, *end));
-    HTTPResponse response{head.status, {}, {}};
-    if (isChunked(head.headers)) {
-        response.body = decodeChunks(std::string_view(data).substr(*end));
-    } else {
-        if (const auto length = contentLength(head)) {
-            // A negative length reads as a number that no body reaches.
-            const auto wanted = static_cast<std::uint64_t>(*length);
-            if (data.size() - *end < wanted)
-                throw TransportError::malformedResponse("body shorter than Content-Length");
-            data.resize(*end + wanted);
-        }
-        data.erase(0, *end);
-        response.body = std::move(data);
-    }
-    response.headers = std::move(head.headers);
-    return response;
+    return response(parseHead(data.substr(0, *end)), std::string(data.substr(*end)));
 }
 
 } // namespace HTTPWire

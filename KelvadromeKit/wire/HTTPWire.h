@@ -78,9 +78,15 @@ Head parseHead(std::string_view data);
 /// Whether the body goes through a ChunkedDecoder.
 bool isChunked(const std::map<std::string, std::string>& headers);
 
-/// A whole reply, read to the end of the stream; the body is cut out in place. Throws TransportError
+/// The length that the headers promise, if they do; perhaps one that no body can have.
+std::optional<std::int64_t> contentLength(const std::map<std::string, std::string>& headers);
+
+/// The reply with this head and all that followed it up to the end of the stream. Throws TransportError
 /// malformedResponse.
-HTTPResponse parse(std::string data);
+HTTPResponse response(Head head, std::string rawBody);
+
+/// A whole reply, read to the end of the stream. Throws TransportError malformedResponse.
+HTTPResponse parse(std::string_view data);
 
 } // namespace HTTPWire
 

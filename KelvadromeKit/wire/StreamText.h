@@ -9,11 +9,13 @@ namespace kelvadrome {
 /// and stop nothing.
 class StreamText {
 public:
-    /// The text that this piece, after what the last one left, makes available.
-    std::string take(std::string_view bytes);
+    /// The text that this piece, after what the last one left, makes available. It lies in `bytes` where it
+    /// can, otherwise in this object: valid until the next call.
+    std::string_view take(std::string_view bytes);
 
 private:
     std::string carried_; // at most three bytes
+    std::string text_;    // what couldn't be shown where it lay
 };
 
 } // namespace kelvadrome

@@ -1,44 +1,38 @@
 #include "KelvadromeKit/wire/UnixSocketTransport.h"
 
 #include "KelvadromeKit/wire/EventStream.h"
+#include "KelvadromeKit/wire/ReplyBuffer.h"
 #include "KelvadromeKit/wire/UnixSocket.h"
 
 #include <cerrno>
 #include <memory>
 #include <sys/socket.h>
-#include <vector>
 
 namespace kelvadrome {
 
 namespace {
 
-constexpr std::size_t readSize = 65536;
-
-std::string readToEnd(int fd) {
-    std::vector<char> buffer(readSize);
-    std::string data;
+HTTPResponse readReply(int fd) {
+    ReplyBuffer reply;
     for (;;) {
-        const auto count = ::read(fd, buffer.data(), buffer.size());
+        const auto count = reply.readFrom(fd);
         if (count == 0)
-            return data;
-        if (count > 0) {
-            data.append(buffer.data(), static_cast<std::size_t>(count));
-        } else if (errno == EAGAIN) {
+            return std::move(reply).finish();
+        if (count > 0 || errno == EINTR)
+            continue;
+        if (errno == EAGAIN)
             throw TransportError::timedOut();
-        } else if (errno != EINTR) {
-            throw TransportError::readFailed(errno);
-        }
+        throw TransportError::readFailed(errno);
     }
 }
 
 HTTPResponse exchangeBytes(const UnixSocketTransport& transport, std::string_view request, double timeout) {
     const auto socket = transport.openSocket(timeout);
     UnixSocketTransport::writeAll(socket.get(), request);
-    return HTTPWire::parse(readToEnd(socket.get()));
+    return readReply(socket.get());
 }
 
-Task<> follow(std::string socketPath, std::string path, std::function<void(const SSEParser::Event&)> onEvent,
-    BackgroundPool* pool) {
+Task<> follow(std::string socketPath, std::string path, SSEParser::OnEvent onEvent, BackgroundPool* pool) {
     const auto stream = std::make_shared<EventStream>(socketPath, std::move(path), std::move(onEvent));
     const auto run = [stream] { stream->run(); };
     const auto cancel = [stream] { stream->cancel(); };
@@ -79,8 +73,7 @@ Task<HTTPResponse> UnixSocketTransport::send(std::string method, std::string pat
     });
 }
 
-Task<> UnixSocketTransport::stream(
-    std::string path, std::function<void(const SSEParser::Event&)> onEvent) const {
+Task<> UnixSocketTransport::stream(std::string path, SSEParser::OnEvent onEvent) const {
     return follow(path_, std::move(path), std::move(onEvent), pool_);
 }
 

@@ -6,7 +6,6 @@
 #include "KelvadromeKit/wire/HTTPWire.h"
 #include "KelvadromeKit/wire/SSEParser.h"
 
-#include <functional>
 #include <map>
 #include <optional>
 #include <string>
@@ -41,7 +40,7 @@ public:
 
     /// Holds an event stream open and hands each event, in order, to `onEvent` on a pool thread. Returns when
     /// the peer closes or the task is cancelled; throws TransportError otherwise. Doesn't reconnect.
-    Task<> stream(std::string path, std::function<void(const SSEParser::Event&)> onEvent) const;
+    Task<> stream(std::string path, SSEParser::OnEvent onEvent) const;
 
     /// Writes every byte or throws TransportError writeFailed.
     static void writeAll(int fd, std::string_view data);

@@ -59,7 +59,7 @@ TEST(StreamText, badBytesAreRepairedAndStopNothing) {
         StreamText reader;
         std::vector<std::string> texts;
         for (const auto& piece : row.pieces)
-            texts.push_back(reader.take(piece));
+            texts.emplace_back(reader.take(piece));
         EXPECT_EQ(texts, row.texts);
     }
 }

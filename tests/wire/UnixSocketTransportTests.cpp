@@ -67,11 +67,11 @@ struct Exchanges {
 struct Followed {
     explicit Followed(FakeDaemon& daemon) : Followed(daemon.socketPath()) {}
     explicit Followed(const std::string& path) {
-        auto task =
-            UnixSocketTransport(path, loop.pool()).stream("/v1/stream", [this](SSEParser::Event event) {
-                std::lock_guard guard(lock);
-                events += event.event + "=" + event.data + ";";
-            });
+        auto task = UnixSocketTransport(path, loop.pool())
+                        .stream("/v1/stream", [this](const SSEParser::EventView& event) {
+                            std::lock_guard guard(lock);
+                            events.append(event.event).append("=").append(event.data).append(";");
+                        });
         handle = spawn(loop.executor(), "stream", watch(std::move(task), this));
     }
 
