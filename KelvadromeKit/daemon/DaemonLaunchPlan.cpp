@@ -29,10 +29,13 @@ std::optional<DaemonLaunchPlan> DaemonLaunchPlan::make(const std::string& resour
     plan.environment["PATH"] = prependMissing(
         plan.environment["PATH"], {Files::join(userHome, ".local/bin"), Files::join(userHome, ".grok/bin")});
     plan.environment.emplace("HOME", userHome);
-    const auto logs = Files::join(userHome, "Library/Logs/Kelvadrome");
-    plan.stdoutPath = logs + "/kelvadromed.out.log";
-    plan.stderrPath = logs + "/kelvadromed.err.log";
+    plan.stdoutPath = Files::join(userHome, "Library/Logs/Kelvadrome/kelvadromed.out.log");
+    plan.stderrPath = errorLog(userHome);
     return plan;
+}
+
+std::string DaemonLaunchPlan::errorLog(const std::string& userHome) {
+    return Files::join(userHome, "Library/Logs/Kelvadrome/kelvadromed.err.log");
 }
 
 } // namespace kelvadrome

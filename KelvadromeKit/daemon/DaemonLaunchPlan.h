@@ -24,6 +24,9 @@ struct DaemonLaunchPlan {
         const EnvironmentMap& environment, const std::string& userHome,
         const FileTest& isExecutable = Files::isExecutable, const FileTest& fileExists = Files::exists);
 
+    /// The `stderrPath` of every plan for this user.
+    static std::string errorLog(const std::string& userHome);
+
     bool operator==(const DaemonLaunchPlan&) const = default;
 };
 

@@ -3,6 +3,7 @@
 #include "KelvadromeKit/daemon/DaemonLog.h"
 #include "KelvadromeKit/daemon/DataHome.h"
 #include "KelvadromeKit/support/Log.h"
+#include "KelvadromeKit/support/LogFile.h"
 #include "KelvadromeKit/support/Text.h"
 
 #include <boost/asio/strand.hpp>
@@ -105,6 +106,7 @@ Task<DaemonSupervisor::Status> DaemonSupervisor::bringUp(double timeout) {
         co_return status_;
     }
     const bool found = co_await isHealthy(lookTimeout);
+    co_await markLoginItemLog();
     if (found) {
         status_.mode = Mode::attached;
         status_.lastError.reset();
@@ -146,9 +148,11 @@ Task<DaemonSupervisor::Status> DaemonSupervisor::awaitLoginItem(double timeout) 
             break;
         co_await attempt(world_.clock->sleep(loginPause));
     }
+    const std::string words = "The background service has not answered yet. macOS restarts it; Settings, "
+                              "General, Background shows its state.";
+    auto explained = co_await withLoginItemsReason(words);
     status_.mode = Mode::starting;
-    status_.lastError = "The background service has not answered yet. macOS restarts it; Settings, General, "
-                        "Background shows its state.";
+    status_.lastError = std::move(explained);
     co_return status_;
 }
 
@@ -165,14 +169,17 @@ Task<DaemonSupervisor::Status> DaemonSupervisor::recoverHere() {
             status_.mode = childRuns() ? Mode::spawned : Mode::attached;
         }
         unhealthyChecks_ = 0;
+        co_await markLoginItemLog();
         co_return status_;
     }
     // A stop that comes between is the last word until the next start: nothing is restarted after it.
     if (stops_ != stops)
         co_return status_;
     if (launchdOwned_ && !process_) {
+        const std::string words = "The background service is restarting.";
+        auto explained = co_await withLoginItemsReason(words);
         status_.mode = Mode::starting;
-        status_.lastError = "The background service is restarting.";
+        status_.lastError = std::move(explained);
         co_return status_;
     }
     if (childRuns()) {
@@ -219,8 +226,11 @@ Task<> DaemonSupervisor::spawnChild() {
     const auto version = co_await firstLine(*node, question);
     status_.nodeVersion = version;
     if (!version || !DaemonEnvironment::nodeVersionOK(*version)) {
-        throw SpawnError(
-            fmt::format("Node {} is too old. kelvadrome needs Node 22.13 or later.", version.value_or("?")));
+        auto words =
+            fmt::format("Node {} is too old. kelvadrome needs Node 22.13 or later.", version.value_or("?"));
+        if (!version) // then its age isn't known: it is broken, or hangs
+            words += fmt::format(" {} told no version within {} s.", *node, versionLimit);
+        throw SpawnError(words);
     }
     const auto arguments = env_.daemonArguments();
     const auto launcher = env_.launcherPath();
@@ -315,6 +325,31 @@ Task<std::optional<std::string>> DaemonSupervisor::firstLine(
     if (lines.empty())
         co_return std::nullopt;
     co_return std::string(lines.front());
+}
+
+Task<> DaemonSupervisor::markLoginItemLog() {
+    if (world_.loginItemLog.empty())
+        co_return;
+    const auto measure = [path = world_.loginItemLog] { return LogFile::length(path); };
+    auto length = co_await attempt(world_.pool->run(measure));
+    if (length)
+        loginItemLogRead_ = *length;
+}
+
+/// `words` with what the login item's daemon has said since it last answered: what keeps it from starting.
+Task<std::string> DaemonSupervisor::withLoginItemsReason(std::string words) {
+    if (world_.loginItemLog.empty())
+        co_return words;
+    const auto read = [path = world_.loginItemLog, from = loginItemLogRead_] {
+        return Text::repairUTF8(LogFile::textAfter(path, from));
+    };
+    auto text = co_await attempt(world_.pool->run(read));
+    if (!text)
+        co_return words;
+    std::vector<std::string> lines;
+    for (const auto line : Text::split(*text, '\n', Text::EmptyPieces::drop))
+        lines.emplace_back(line);
+    co_return DaemonLog::withReason(std::move(words), lines);
 }
 
 /// A pause that cancellation doesn't cut short.

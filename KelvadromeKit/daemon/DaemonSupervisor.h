@@ -50,6 +50,7 @@ public:
         BackgroundPool* pool = nullptr;
         std::shared_ptr<Clock> clock;
         std::shared_ptr<ChildLauncher> launcher;
+        std::string loginItemLog = {}; // the path of the log where the login item's daemon says why it ends
     };
 
     /// `client` speaks to `env.socketPath()`.
@@ -87,6 +88,8 @@ private:
     Task<> waitHealthy(double timeout);
     Task<> stopOwnedChild();
     Task<std::optional<std::string>> firstLine(std::string path, std::vector<std::string> arguments);
+    Task<> markLoginItemLog();
+    Task<std::string> withLoginItemsReason(std::string words);
     Task<> waitOut(double seconds);
     void appendLog(std::string_view text);
     std::span<const std::string> saidOfLate() const;
@@ -109,6 +112,7 @@ private:
     std::vector<double> restartTimes_; // uptimes of recent restart decisions
     int unhealthyChecks_ = 0;          // failed checks in a row with a child that runs
     bool launchdOwned_ = false;
+    off_t loginItemLogRead_ = 0; // bytes of its log from before its daemon last answered or was waited for
 };
 
 std::string_view rawValue(DaemonSupervisor::Mode mode); // the enumerator's name

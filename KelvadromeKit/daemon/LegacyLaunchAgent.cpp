@@ -61,11 +61,9 @@ std::string note(WallTime now) {
     return "Moved here by kelvadrome " + formatISO8601(now) +
            " when the daemon became a login item of kelvadrome.app (D-126).\n"
            "The file was the LaunchAgent that scripts/install/install.sh wrote to ~/Library/LaunchAgents "
-           "before "
-           "0.2.2.\n"
+           "before 0.2.2.\n"
            "It is kept as a record. Putting it back would show the daemon under the certificate holder's "
-           "name "
-           "again.\n";
+           "name again.\n";
 }
 
 } // namespace

@@ -95,6 +95,24 @@ TEST(BackgroundService, theUsersWishIsStoredAndCarriedOut) {
     EXPECT_EQ(item.background.set(false, item.defaults), (State{Status::notRegistered, false}));
 }
 
+TEST(BackgroundService, aLoginItemThatIsSwitchedOutsideIsToldAsItIsAndTheWishStays) {
+    LoginItem item;
+    for (const bool wish : {true, false}) {
+        item.background.set(wish, item.defaults);
+        item.service->calls.clear();
+        for (const auto outside :
+            {Status::notRegistered, Status::enabled, Status::requiresApproval, Status::notFound}) {
+            item.service->now = outside;
+            EXPECT_EQ(item.background.current(item.defaults), (State{outside, wish}));
+        }
+        EXPECT_THAT(item.service->calls, IsEmpty()) << "it only looks";
+    }
+    // The next launch carries the wish out again.
+    item.background.set(true, item.defaults);
+    item.service->now = Status::notRegistered;
+    EXPECT_EQ(item.background.prepareAtLaunch(item.defaults), (State{Status::enabled, true}));
+}
+
 TEST(BackgroundService, whoAsksForItTakesOverFromAnotherInstallation) {
     LoginItem item;
     const auto takesOver = [&](auto ask) {

@@ -109,16 +109,17 @@ TEST(DaemonLaunchPlan, theEnvironmentNamesTheHomeAndThePathIsLonger) {
         "/u/.local/bin:/opt/homebrew/bin:/usr/local/bin:/usr/bin:/u/.grok/bin");
 }
 
-TEST(DebugFlags, areReadAsTheirKindsSay) {
-    MemoryDefaults defaults({{"KDHome", std::string("~/k")}, {"KDPort", std::string("+8080")},
-        {"KDAppearance", std::string("dark")}, {"KDNotifications", false},
-        {"KDOpenPanel", std::string("YES")}, {"KDOpenSettings", std::string("voice")},
-        {"KDSection", std::string("receipts")}, {"KDInspector", true}, {"KDOnboarding", std::int64_t(1)},
-        {"KDOpenBar", std::string("no")}, {"KDBarText", std::string("hi")}, {"KDQuiet", true}});
-    EXPECT_EQ(DebugFlags::read(defaults), (DebugFlags{"~/k", 8080, "dark", false, true, "voice",
-                                              NavSection::receipts, true, true, false, "hi", true}));
+TEST(DebugFlags, aPortIsAWholeNumberInAStringAndNotificationsAreOnUnlessSwitchedOff) {
+    MemoryDefaults defaults({{"KDPort", std::string("+8080")}, {"KDSection", std::string("receipts")}});
+    const auto flags = DebugFlags::read(defaults);
+    EXPECT_EQ(flags.port, 8080);
+    EXPECT_EQ(flags.section, NavSection::receipts);
+    EXPECT_TRUE(flags.notifications);
     defaults.set("KDPort", std::string("80a"));
-    EXPECT_EQ(DebugFlags::read(defaults).port, std::nullopt);
+    defaults.set("KDNotifications", false);
+    const auto others = DebugFlags::read(defaults);
+    EXPECT_FALSE(others.port);
+    EXPECT_FALSE(others.notifications);
 }
 
 } // namespace

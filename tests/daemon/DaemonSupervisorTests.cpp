@@ -32,7 +32,8 @@ protected:
 
     DaemonSupervisor& make() {
         supervisor = std::make_shared<DaemonSupervisor>(env, DaemonClient(env.socketPath(), loop.pool()),
-            DaemonSupervisor::World{loop.executor(), &loop.pool(), clock, launcher}, processEnvironment);
+            DaemonSupervisor::World{loop.executor(), &loop.pool(), clock, launcher, folder / "err.log"},
+            processEnvironment);
         return *supervisor;
     }
 
@@ -140,6 +141,10 @@ TEST_F(DaemonSupervisorTest, whatKeepsAChildFromStartingIsSaidInItsOwnWords) {
     const std::vector<Row> rows = {
         {[&] { launcher->version = "v22.12.0\n"; },
             "Node v22.12.0 is too old. kelvadrome needs Node 22.13 or later."},
+        {[&] { launcher->version.reset(); },
+            fmt::format(
+                "Node ? is too old. kelvadrome needs Node 22.13 or later. {} told no version within 10 s.",
+                folder / "res/node/bin/node")},
         {[&] { fs::remove(folder / "res/kelvadrome/kelvadromed-app.mjs"); },
             "The bundled daemon is missing. Rebuild the app with scripts/macos/build.sh."},
         {[&] {
@@ -228,7 +233,7 @@ TEST_F(DaemonSupervisorTest, theLoginItemsDaemonIsWaitedForAndNoChildIsStarted) 
     onPause = nullptr;
     const auto late = finish(it.start(15.0));
     EXPECT_EQ(late.mode, Mode::starting);
-    EXPECT_TRUE(late.lastError);
+    EXPECT_TRUE(late.lastError.value_or("").ends_with("Background shows its state.")) << *late.lastError;
     EXPECT_EQ(pauses.size(), 60U);
 
     for (int i = 0; i < 7; ++i)
@@ -236,6 +241,28 @@ TEST_F(DaemonSupervisorTest, theLoginItemsDaemonIsWaitedForAndNoChildIsStarted) 
     answer();
     EXPECT_EQ(finish(it.recover()).mode, Mode::attached);
     EXPECT_TRUE(launcher->commands.empty());
+}
+
+TEST_F(DaemonSupervisorTest, whatTheLoginItemsDaemonSaidSinceItAnsweredIsItsReason) {
+    const auto log = [&](std::ios::openmode how, const std::string& text) {
+        std::ofstream(folder / "err.log", how) << text;
+    };
+    log(std::ios::out, "kelvadromed: An older fault, which is mended.\n");
+    loop.run(make().setLaunchdOwned(true));
+    const std::string restarting = "The background service is restarting.";
+    onPause = [&](std::size_t number) {
+        if (number == 3)
+            log(std::ios::app, "kelvadromed: Port 4000 is in use.\n");
+    };
+    EXPECT_TRUE(
+        finish(supervisor->start(15.0)).lastError->ends_with("shows its state. Port 4000 is in use."));
+    EXPECT_EQ(finish(supervisor->recover()).lastError, restarting + " Port 4000 is in use.");
+    answer();
+    finish(supervisor->recover());
+    fallSilent();
+    EXPECT_EQ(finish(supervisor->recover()).lastError, restarting) << "it has answered since";
+    log(std::ios::out, "short\n"); // the log has made room, and is shorter than before
+    EXPECT_EQ(finish(supervisor->recover()).lastError, restarting + " short");
 }
 
 TEST_F(DaemonSupervisorTest, aChildThatIsStillThereComesBeforeTheLoginItemsRule) {
