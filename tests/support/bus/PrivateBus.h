@@ -71,7 +71,7 @@ protected:
         GVariant* arguments, const char* type) {
         std::shared_ptr<GVariant> answer;
         bool answered = false;
-        from.call(peer, method, arguments, type, life_, [&](GVariant* value) {
+        from.call(peer, method, arguments, type, replyOwner_, [&](GVariant* value) {
             answered = true;
             if (value)
                 answer = std::shared_ptr<GVariant>(g_variant_ref(value), &g_variant_unref);
@@ -104,7 +104,7 @@ private:
     })>;
 
     GTestDBus* daemon_ = nullptr;
-    std::shared_ptr<void> life_ = std::make_shared<bool>();
+    std::shared_ptr<void> replyOwner_ = std::make_shared<bool>();
 };
 
 /// Another process on the bus, which has the name as long as this lives.

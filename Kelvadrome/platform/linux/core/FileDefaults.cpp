@@ -172,7 +172,7 @@ bool FileDefaults::write(bool durable) {
         Files::replace(path_, boost::json::serialize(values) + "\n", 0600, durable);
         values_ = std::move(values);
         pending_.clear();
-        told_.clear();
+        lastLogged_.clear();
         return true;
     } catch (const std::system_error& error) {
         tell(fmt::format("{}. The settings hold for this run only.", error.what()));
@@ -209,9 +209,9 @@ void FileDefaults::keepAside(const std::string& why) {
 }
 
 void FileDefaults::tell(const std::string& words) {
-    if (told_ == words)
+    if (lastLogged_ == words)
         return;
-    told_ = words;
+    lastLogged_ = words;
     logLine(words);
 }
 

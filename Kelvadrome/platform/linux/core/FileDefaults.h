@@ -45,7 +45,7 @@ private:
     mutable std::mutex lock_;
     boost::json::object values_; // the file's, values of unknown kinds included, with the pending changes
     std::map<std::string, Change, std::less<>> pending_;
-    std::string told_; // the last thing that the log was told
+    std::string lastLogged_; // the last thing that the log was told
 };
 
 } // namespace kelvadrome

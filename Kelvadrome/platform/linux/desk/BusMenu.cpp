@@ -219,9 +219,9 @@ GVariant* BusMenu::pressAll(GVariant* events) {
     const OwnedVariant answer(g_variant_ref_sink(g_variant_new("(@ai)", missing.end())));
     if (present.empty() && g_variant_n_children(events) > 0)
         throw SessionBus::Refusal("no such rows");
-    const std::weak_ptr<void> life = life_;
+    const std::weak_ptr<void> menuExists = menuExists_;
     for (const auto& [id, event] : present) {
-        if (life.expired()) // a press ended the menu
+        if (menuExists.expired()) // a press ended the menu
             break;
         if (find(id)) // or took this row away
             press(id, event);

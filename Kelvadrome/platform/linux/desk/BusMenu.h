@@ -48,7 +48,7 @@ private:
     const OwnedObject<KdTrayMenu> skeleton_;
     std::vector<TrayMenuEntry> entries_;
     std::uint32_t revision_ = 1;
-    std::shared_ptr<void> life_ = std::make_shared<bool>();
+    std::shared_ptr<void> menuExists_ = std::make_shared<bool>(); // a press may end the menu
     Subscription served_;
 };
 

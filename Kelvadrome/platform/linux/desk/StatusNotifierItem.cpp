@@ -132,8 +132,8 @@ void StatusNotifierItem::answerPresses() {
 
 void StatusNotifierItem::watcherChanged(const std::string& owner) {
     registered_ = false;
-    stay_ = owner.empty() ? nullptr : std::make_shared<bool>();
-    if (stay_)
+    watcherCalls_ = owner.empty() ? nullptr : std::make_shared<bool>();
+    if (watcherCalls_)
         takeName();
     setHosted(false);
 }
@@ -141,7 +141,7 @@ void StatusNotifierItem::watcherChanged(const std::string& owner) {
 /// Watchers expect a name of its own for each item; in a sandbox that gives none, the connection's will do.
 void StatusNotifierItem::takeName() {
     joining_ = true;
-    bus_->call(busPeer, "RequestName", g_variant_new("(su)", ownName_.c_str(), 0U), "(u)", stay_,
+    bus_->call(busPeer, "RequestName", g_variant_new("(su)", ownName_.c_str(), 0U), "(u)", watcherCalls_,
         [this](GVariant* reply) {
             std::uint32_t result = 0;
             if (reply)
@@ -152,8 +152,8 @@ void StatusNotifierItem::takeName() {
 }
 
 void StatusNotifierItem::join(std::string name) {
-    bus_->call(watcherPeer, "RegisterStatusNotifierItem", g_variant_new("(s)", name.c_str()), "()", stay_,
-        [this](GVariant* reply) {
+    bus_->call(watcherPeer, "RegisterStatusNotifierItem", g_variant_new("(s)", name.c_str()), "()",
+        watcherCalls_, [this](GVariant* reply) {
             joining_ = false;
             registered_ = reply != nullptr;
             if (registered_)
@@ -163,14 +163,14 @@ void StatusNotifierItem::join(std::string name) {
 
 /// A host that is gone may not have been the only one, so the watcher is asked.
 void StatusNotifierItem::hostsChanged() {
-    if (!stay_ || joining_)
+    if (!watcherCalls_ || joining_)
         return;
     if (!registered_) {
         takeName(); // it wasn't ready for items before
         return;
     }
     bus_->call(watcherProperties, "Get", g_variant_new("(ss)", watcherName, "IsStatusNotifierHostRegistered"),
-        "(v)", stay_, [this](GVariant* reply) {
+        "(v)", watcherCalls_, [this](GVariant* reply) {
             OwnedVariant value;
             if (reply) {
                 GVariant* raw = nullptr;

@@ -55,8 +55,8 @@ private:
     bool registered_ = false;
     bool hosted_ = false;
     std::string activationToken_; // for the coming press
-    /// What is under way belongs to one stay of a watcher; another stay has another of these.
-    std::shared_ptr<void> stay_;
+    /// Owns the calls to the watcher that is there now; null while none is. With it go the replies to them.
+    std::shared_ptr<void> watcherCalls_;
     Subscription served_;
     std::vector<Subscription> listening_;
 };

@@ -39,7 +39,7 @@ void FileReveal::reveal(const std::string& path) {
     if (!uri)
         return; // relative
     const char* const uris[] = {uri.get(), nullptr};
-    bus_->call(fileManager, "ShowItems", g_variant_new("(^ass)", uris, ""), "()", life_,
+    bus_->call(fileManager, "ShowItems", g_variant_new("(^ass)", uris, ""), "()", replyOwner_,
         [this, path](GVariant* reply) {
             if (!reply)
                 openThroughPortal(path);
@@ -56,7 +56,7 @@ void FileReveal::openThroughPortal(const std::string& path) {
     }
     const OwnedObject<GUnixFDList> files(g_unix_fd_list_new());
     const int handle = g_unix_fd_list_append(files.get(), file.get(), nullptr); // a copy
-    bus_->call(portal, "OpenDirectory", g_variant_new("(sha{sv})", "", handle, nullptr), "(o)", life_,
+    bus_->call(portal, "OpenDirectory", g_variant_new("(sha{sv})", "", handle, nullptr), "(o)", replyOwner_,
         [path](GVariant* reply) {
             if (!reply)
                 openFolder(path);

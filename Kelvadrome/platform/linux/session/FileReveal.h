@@ -24,7 +24,7 @@ private:
     void openThroughPortal(const std::string& path);
 
     std::shared_ptr<SessionBus> bus_;
-    std::shared_ptr<void> life_ = std::make_shared<bool>();
+    std::shared_ptr<void> replyOwner_ = std::make_shared<bool>(); // no reply is heard after its end
 };
 
 } // namespace kelvadrome
