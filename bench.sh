@@ -30,6 +30,7 @@ for round in 1 2 3 4 5; do
     "$node" bench/drivers/json-parse.mjs "$data" 1000 10000 100000 >>"$results/json-parse.lines"
     "$node" bench/drivers/event-stream.mjs "$peers" >>"$results/event-stream.lines"
 done
+"$node" bench/drivers/tmux-answers.mjs "$bin" >"$results/tmux-answers.lines"
 "$node" bench/drivers/panel.mjs "$bin" >"$results/panel.lines"
 "$node" bench/drivers/desktop.mjs "$bin" >"$results/desktop.lines"
 "$node" bench/drivers/report.mjs "$results"

@@ -1,5 +1,7 @@
 // One answer into a tmux pane, from the job to its last key and with the pauses taken out, against a shell
-// script of the very commands that it ran. The pane is real, and so are the checks before each key.
+// script of the very commands that it ran, and against a bare send-keys. The pane is real, and so are the
+// checks before each key. No two answers are alike, since a line that stands on the screen already is no
+// echo.
 
 #include "Kelvadrome/platform/linux/process/DeliveryRunners.h"
 #include "Kelvadrome/platform/linux/process/ProcessRunner.h"
@@ -87,7 +89,11 @@ public:
     AnswerBench(const AnswerBench&) = delete;
     AnswerBench& operator=(const AnswerBench&) = delete;
 
-    bool answer() { return answer(runners_.forJob(job_)); }
+    bool answer() {
+        job_.steps = {DeliverStep::text("Yes, go on with number " + std::to_string(++number_) + ".")};
+        return answer(runners_.forJob(job_));
+    }
+    const std::string& pane() const { return *job_.hostRef; }
 
     /// The commands of one answer as a script: those that were planned, without the gate that carries them
     /// out.
@@ -137,6 +143,7 @@ private:
     const DeliveryRunners runners_{pool_, Files::processEnvironment(), std::make_shared<SystemClock>()};
     std::filesystem::path folder_;
     DeliverJob job_;
+    int number_ = 0;
 };
 
 void tmuxAnswerOurs(benchmark::State& state) {
@@ -147,22 +154,33 @@ void tmuxAnswerOurs(benchmark::State& state) {
     }
 }
 
+void runToEnd(benchmark::State& state, std::vector<std::string> words) {
+    std::vector<char*> arguments;
+    for (auto& word : words)
+        arguments.push_back(word.data());
+    arguments.push_back(nullptr);
+    pid_t pid = 0;
+    int status = 0;
+    if (::posix_spawn(&pid, arguments[0], nullptr, nullptr, arguments.data(), environ) != 0 ||
+        ::waitpid(pid, &status, 0) != pid || status != 0)
+        state.SkipWithError("the child failed");
+}
+
 void tmuxAnswerScript(benchmark::State& state) {
     AnswerBench bench;
-    auto path = bench.script();
-    char shell[] = "/bin/sh";
-    char* arguments[] = {shell, path.data(), nullptr};
-    for (auto _ : state) {
-        pid_t pid = 0;
-        int status = 0;
-        if (::posix_spawn(&pid, shell, nullptr, nullptr, arguments, environ) != 0 ||
-            ::waitpid(pid, &status, 0) != pid || status != 0) {
-            state.SkipWithError("the script failed");
-        }
-    }
+    const auto path = bench.script();
+    for (auto _ : state)
+        runToEnd(state, {"/bin/sh", path});
+}
+
+void tmuxSendKeys(benchmark::State& state) {
+    const AnswerBench bench;
+    for (auto _ : state)
+        runToEnd(state, {"/usr/bin/tmux", "send-keys", "-t", bench.pane(), "-l", "--", "x"});
 }
 
 } // namespace
 
 BENCHMARK(tmuxAnswerOurs)->UseRealTime();
 BENCHMARK(tmuxAnswerScript)->UseRealTime();
+BENCHMARK(tmuxSendKeys)->UseRealTime();

@@ -148,7 +148,15 @@ for (const mib of [1, 64]) {
 growth('event stream, growth 1 to 64 MiB whole', 'parseStream/1/16384', 'parseStream/64/16384', 64);
 growth('event stream, growth 1 to 64 MiB in bytes', 'parseStream/1/1', 'parseStream/64/1', 64);
 slower('ProcessRunner on /bin/true / posix_spawn', 'processOurs', 'processBare', 1.3);
-slower('a tmux answer less its pauses / shell script', 'tmuxAnswerOurs', 'tmuxAnswerScript', 1.1);
+slower('a tmux answer less its pauses / shell script', 'tmuxAnswerOurs', 'tmuxAnswerScript', 0.5);
+slower('a tmux answer less its pauses / bare tmux send-keys', 'tmuxAnswerOurs', 'tmuxSendKeys');
+slower(
+  'press to last key less the pauses / bare tmux send-keys',
+  'answer/press-to-key',
+  'answer/bare-send-keys',
+);
+limit('press to last key less the pauses, p95', 'answer/press-to-key-p95', 'ms', 40);
+limit('50 answers to 10 panes / their pauses', 'answers/over-pauses', 'times', 1.1);
 limit('panel with 1,000 cards, peak memory', 'panel/peak', 'MiB', 30);
 limit('panel, idle CPU over 60 s', 'panel/idle', '%', 0.2);
 slower('desktop, start to a painted inbox / bare web window', 'desktop/start', 'bare/start', 1.3);
