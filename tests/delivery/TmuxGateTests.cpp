@@ -62,6 +62,7 @@ TEST_F(TmuxGateTest, anAnswerCostsFourClientsAndAllGoToTheAgentsServer) {
         EXPECT_EQ(call.timeout, clients[i].second) << call.line;
     }
     EXPECT_EQ(callsAtStart, 1U) << "the go-ahead comes after the look";
+    EXPECT_TRUE(runner->lines("if-shell")[0].contains(",1769851707}")) << "its limit and 2 s from now";
 
     agent->own = false;
     EXPECT_EQ(deliver(key), JobOutcome::refused("the agent's tmux server is gone or another user's"));
