@@ -26,44 +26,45 @@ std::shared_ptr<AppModel> AppModel::make(Dependencies dependencies) {
 }
 
 AppModel::AppModel(Dependencies dependencies)
-    : d_(std::move(dependencies)), changes_(d_.executor), tasks_(d_.executor) {
-    state_.appearance = d_.flags.appearance.value_or("system");
-    state_.section = d_.flags.section.value_or(NavSection::inbox);
-    const auto scope = d_.defaults->string("KDScopeFilter");
+    : parts_(std::move(dependencies)), changes_(parts_.executor), tasks_(parts_.executor) {
+    state_.appearance = parts_.flags.appearance.value_or("system");
+    state_.section = parts_.flags.section.value_or(NavSection::inbox);
+    const auto scope = parts_.defaults->string("KDScopeFilter");
     if (scope)
         state_.scope = scopeFilterFromRawValue(*scope).value_or(ScopeFilter::all);
-    state_.interfaceMode = loadInterfaceMode(*d_.defaults);
-    d_.web->mode = state_.interfaceMode;
-    state_.inspectorShown = d_.flags.inspector && !hidesNativeChrome(state_.interfaceMode);
-    state_.agentStripShown = d_.defaults->boolean("KDAgentStrip");
-    state_.nativeInbox = d_.defaults->boolean("KDNativeInbox");
+    state_.interfaceMode = loadInterfaceMode(*parts_.defaults);
+    parts_.web->mode = state_.interfaceMode;
+    state_.inspectorShown = parts_.flags.inspector && !hidesNativeChrome(state_.interfaceMode);
+    state_.agentStripShown = parts_.defaults->boolean("KDAgentStrip");
+    state_.nativeInbox = parts_.defaults->boolean("KDNativeInbox");
 }
 
 void AppModel::start() {
     if (liveTask_)
         return;
-    if (d_.flags.appearance)
+    if (parts_.flags.appearance)
         applyAppearance();
     auto report = [weak = weak_from_this()](bool allowed) {
         if (const auto self = weak.lock())
             self->set(&AppState::notificationsAllowed, allowed);
     };
-    launch("notifications", setUpNotifications(d_.notifier, d_.flags.notifications, std::move(report)));
+    launch(
+        "notifications", setUpNotifications(parts_.notifier, parts_.flags.notifications, std::move(report)));
     liveTask_ = tasks_.launch("live", live(weak_from_this()));
 }
 
 Task<> AppModel::stop() {
     const auto self = shared_from_this();
-    if (d_.finishDelivery) // first: a report needs the daemon
-        co_await d_.finishDelivery();
-    if (d_.relay)
-        d_.relay->stop();
+    if (parts_.finishDelivery) // first: a report needs the daemon
+        co_await parts_.finishDelivery();
+    if (parts_.relay)
+        parts_.relay->stop();
     liveTask_.cancel();
     pollTask_.cancel();
     tasks_.close();
     for (const auto& [notification, stops] : std::exchange(posted_, {}))
-        d_.notifier->withdraw(notification); // a press on it would open nothing any more
-    co_await d_.supervisor->stop();
+        parts_.notifier->withdraw(notification); // a press on it would open nothing any more
+    co_await parts_.supervisor->stop();
 }
 
 Task<> AppModel::live(std::weak_ptr<AppModel> weak) {
@@ -75,35 +76,35 @@ Task<> AppModel::live(std::weak_ptr<AppModel> weak) {
 Task<> AppModel::bringUp() {
     co_await prepareBackground();
     const bool up = co_await startSupervisor();
-    if (up && d_.relay)
-        co_await d_.relay->startIfEnabled();
+    if (up && parts_.relay)
+        co_await parts_.relay->startIfEnabled();
     co_await decideFirstRun();
-    if (d_.voice)
-        co_await d_.voice->refresh(false);
+    if (parts_.voice)
+        co_await parts_.voice->refresh(false);
     if (tasks_.closed())
         co_return;
-    if (d_.flags.openBar)
-        d_.screen->openCommandBar(d_.flags.barText);
-    pollTask_ = tasks_.launch("poll", pollLoop(weak_from_this(), d_.clock));
-    if (d_.startDelivery)
-        d_.startDelivery();
+    if (parts_.flags.openBar)
+        parts_.screen->openCommandBar(parts_.flags.barText);
+    pollTask_ = tasks_.launch("poll", pollLoop(weak_from_this(), parts_.clock));
+    if (parts_.startDelivery)
+        parts_.startDelivery();
 }
 
 /// The login item first, so that its daemon is never doubled by a child.
 Task<> AppModel::prepareBackground() {
-    if (!d_.background)
+    if (!parts_.background)
         co_return;
-    const auto prepare = [background = *d_.background, defaults = d_.defaults] {
+    const auto prepare = [background = *parts_.background, defaults = parts_.defaults] {
         return background.prepareAtLaunch(*defaults);
     };
-    auto prepared = co_await d_.pool->run(prepare);
+    auto prepared = co_await parts_.pool->run(prepare);
     set(&AppState::backgroundState, std::move(prepared));
-    co_await d_.supervisor->setLaunchdOwned(loginItemIsEnabled(state_));
+    co_await parts_.supervisor->setLaunchdOwned(loginItemIsEnabled(state_));
 }
 
 /// Brings the daemon up and connects to it; false when supervision failed.
 Task<bool> AppModel::startSupervisor() {
-    const auto status = co_await d_.supervisor->start(startTimeout);
+    const auto status = co_await parts_.supervisor->start(startTimeout);
     if (tasks_.closed())
         co_return false; // a start that a quit cut short has not failed
     set(&AppState::supervisorStatus, status);
@@ -122,7 +123,7 @@ void AppModel::retry() {
 
 Task<> AppModel::retryNow() {
     const auto self = shared_from_this();
-    if (d_.background && loginItemIsEnabled(state_))
+    if (parts_.background && loginItemIsEnabled(state_))
         co_await relieveLoginItem();
     co_await startSupervisor();
 }
@@ -131,17 +132,17 @@ Task<> AppModel::retryNow() {
 /// started here. One that runs and yet doesn't answer is started again.
 Task<> AppModel::relieveLoginItem() {
     const auto self = shared_from_this();
-    const auto health = co_await attempt(d_.client.health(healthTimeout));
+    const auto health = co_await attempt(parts_.client.health(healthTimeout));
     if (health)
         co_return;
-    const auto restart = [background = *d_.background] {
+    const auto restart = [background = *parts_.background] {
         const bool runs = background.service->isRunning();
         if (runs)
             background.kickstart();
         return runs;
     };
-    const bool runs = co_await d_.pool->run(restart);
-    co_await d_.supervisor->setLaunchdOwned(runs);
+    const bool runs = co_await parts_.pool->run(restart);
+    co_await parts_.supervisor->setLaunchdOwned(runs);
 }
 
 /// A daemon that can't tell opens the main window: setup never blocks the application.
@@ -153,18 +154,18 @@ Task<> AppModel::decideFirstRun() {
         if (state_.connection.state != Connection::State::ready)
             continue;
         if (pass > 0)
-            co_await d_.clock->sleep(1.0);
-        auto status = co_await attempt(d_.client.onboardingStatus(10.0));
+            co_await parts_.clock->sleep(1.0);
+        auto status = co_await attempt(parts_.client.onboardingStatus(10.0));
         if (status)
             answer = std::move(*status);
     }
     if (tasks_.closed())
         co_return;
     const auto completed = answer ? answer->completed : std::nullopt;
-    if (FirstRun::decide(completed, d_.flags.onboarding) == FirstRun::Decision::main) {
+    if (FirstRun::decide(completed, parts_.flags.onboarding) == FirstRun::Decision::main) {
         openMainWindow();
     } else {
-        d_.screen->orderOutMain();
+        parts_.screen->orderOutMain();
         openOnboarding(true);
     }
 }
@@ -175,9 +176,9 @@ Task<> AppModel::streamLoop(std::weak_ptr<AppModel> weak) {
         auto self = weak.lock();
         if (!self)
             co_return;
-        const auto transport = self->d_.client.transport;
-        const auto clock = self->d_.clock;
-        SSEParser::OnEvent onEvent = [weak, executor = self->d_.executor](const auto& event) {
+        const auto transport = self->parts_.client.transport;
+        const auto clock = self->parts_.clock;
+        SSEParser::OnEvent onEvent = [weak, executor = self->parts_.executor](const auto& event) {
             if (event.event == "ping")
                 return;
             asio::post(executor, [weak] {
@@ -203,7 +204,7 @@ Task<> AppModel::pollLoop(std::weak_ptr<AppModel> weak, std::shared_ptr<Clock> c
 }
 
 Task<> AppModel::poll() {
-    auto health = co_await attempt(d_.client.health(healthTimeout));
+    auto health = co_await attempt(parts_.client.health(healthTimeout));
     if (tasks_.closed())
         co_return;
     if (health) {
@@ -211,14 +212,14 @@ Task<> AppModel::poll() {
     } else {
         co_await pollFailed();
     }
-    set(&AppState::supervisorStatus, co_await d_.supervisor->currentStatus());
+    set(&AppState::supervisorStatus, co_await parts_.supervisor->currentStatus());
 }
 
 Task<> AppModel::pollHealthy(Health health) {
     if (lastPid_ && *lastPid_ != health.pid) { // another daemon than the one that knew our session
         lastPid_ = health.pid;
         // Its page may be on another port, where the held session would never even be refused.
-        co_await d_.session->reset();
+        co_await parts_.session->reset();
         co_await connect();
     }
     lastPid_ = health.pid;
@@ -227,14 +228,14 @@ Task<> AppModel::pollHealthy(Health health) {
     // would ever end the state `starting`.
     if (state_.connection.state != Connection::State::ready) {
         co_await connect();
-    } else if ((d_.clock->now() - state_.lastRefresh.value_or(distantPast)).count() > silenceLimit) {
+    } else if ((parts_.clock->now() - state_.lastRefresh.value_or(distantPast)).count() > silenceLimit) {
         co_await refresh();
     }
 }
 
 Task<> AppModel::pollFailed() {
     set(&AppState::connection, Connection::starting());
-    const auto status = co_await d_.supervisor->recover();
+    const auto status = co_await parts_.supervisor->recover();
     if (tasks_.closed())
         co_return;
     set(&AppState::supervisorStatus, status);
@@ -244,7 +245,7 @@ Task<> AppModel::pollFailed() {
 }
 
 void AppModel::setBackground(bool on) {
-    if (!d_.background || state_.backgroundChanging)
+    if (!parts_.background || state_.backgroundChanging)
         return;
     // At once, so that the switch stays where it was put.
     set(&AppState::backgroundChanging, std::optional(on));
@@ -254,10 +255,10 @@ void AppModel::setBackground(bool on) {
 Task<> AppModel::changeBackground(bool on) {
     const auto self = shared_from_this();
     ++backgroundChanges_;
-    const auto change = [background = *d_.background, defaults = d_.defaults, on] {
+    const auto change = [background = *parts_.background, defaults = parts_.defaults, on] {
         return background.set(on, *defaults);
     };
-    auto changed = co_await d_.pool->run(change);
+    auto changed = co_await parts_.pool->run(change);
     ++backgroundChanges_;
     set(&AppState::backgroundState, std::move(changed));
     co_await handOver();
@@ -265,17 +266,17 @@ Task<> AppModel::changeBackground(bool on) {
 }
 
 void AppModel::refreshBackground() {
-    if (d_.background)
+    if (parts_.background)
         launch("login item", readBackground());
 }
 
 Task<> AppModel::readBackground() {
     const auto self = shared_from_this();
     const auto changes = backgroundChanges_;
-    const auto read = [background = *d_.background, defaults = d_.defaults] {
+    const auto read = [background = *parts_.background, defaults = parts_.defaults] {
         return background.current(*defaults);
     };
-    auto current = co_await d_.pool->run(read);
+    auto current = co_await parts_.pool->run(read);
     // What a change tells is newer.
     if (changes != backgroundChanges_ || state_.backgroundChanging)
         co_return;
@@ -294,16 +295,16 @@ Task<> AppModel::readBackground() {
 Task<> AppModel::handOver() {
     const auto self = shared_from_this();
     const bool owned = loginItemIsEnabled(state_);
-    co_await d_.supervisor->setLaunchdOwned(owned);
+    co_await parts_.supervisor->setLaunchdOwned(owned);
     if (!owned)
         co_return;
-    const auto status = co_await d_.supervisor->currentStatus();
+    const auto status = co_await parts_.supervisor->currentStatus();
     if (status.mode != DaemonSupervisor::Mode::spawned)
         co_return;
-    co_await d_.supervisor->stop();
-    const auto kickstart = [background = *d_.background] { background.kickstart(); };
-    co_await d_.pool->run(kickstart);
-    set(&AppState::supervisorStatus, co_await d_.supervisor->start(startTimeout));
+    co_await parts_.supervisor->stop();
+    const auto kickstart = [background = *parts_.background] { background.kickstart(); };
+    co_await parts_.pool->run(kickstart);
+    set(&AppState::supervisorStatus, co_await parts_.supervisor->start(startTimeout));
 }
 
 } // namespace kelvadrome

@@ -60,8 +60,8 @@ public:
     [[nodiscard]] Subscription observe(std::function<void()> observer) {
         return changes_.observe(std::move(observer));
     }
-    const DebugFlags& flags() const { return d_.flags; }
-    const DaemonEnvironment& env() const { return d_.env; }
+    const DebugFlags& flags() const { return parts_.flags; }
+    const DaemonEnvironment& env() const { return parts_.env; }
 
     // Life. `start` is called once; later calls do nothing. After `stop` nothing of the model runs on: a
     // child daemon is ended, an attached or login-item daemon keeps running.
@@ -128,6 +128,22 @@ public:
     void undo(Card card);
     /// Hides the card's row for 30 minutes; the daemon isn't told.
     void snooze(Card card);
+    /// Brings a snoozed card back at once.
+    void wake(const Card& card);
+    /// Ends the card without an answer; its agent is told nothing.
+    void dismiss(Card card);
+
+    // An answer to a card of high risk without the page: the daemon says how it would go out (`secondLook`),
+    // and only what the user then confirms is sent.
+    void review(Card card, std::string answer);
+    void confirmReview();
+    void giveUpReview();
+
+    // The agents.
+    /// Goes to the first card of the agent that needs the user; without one brings its terminal to the front.
+    void openAgent(const std::string& id);
+    /// The native list has gone to `cardToShow`.
+    void cardIsShown() { set(&AppState::cardToShow, std::nullopt); }
 
     // The login item.
     void setBackground(bool on);
@@ -141,8 +157,8 @@ public:
     Task<> sendTerminalAccess();
     Task<> voiceFromPage(std::string action);
 
-    Screen& screen() { return *d_.screen; }
-    WebController& web() { return *d_.web; }
+    Screen& screen() { return *parts_.screen; }
+    WebController& web() { return *parts_.web; }
 
 private:
     static constexpr double healthTimeout = 3.0; // seconds
@@ -186,7 +202,10 @@ private:
     void withdrawEndedStops();
 
     // The panel, AppModelActions.cpp.
-    void hold(Card card, std::string label, Task<PageSession::ReceiptOut> call);
+    void hold(Card card, std::string label, Task<PageSession::ReceiptOut> call, double window);
+    Task<> dismissNow(Card card);
+    Task<> reviewNow(Card card, std::string answer);
+    Task<> focusTerminal(AgentsStatus::Session session);
     Task<> sendHeld(std::string id, std::uint64_t press, Task<PageSession::ReceiptOut> call);
     void know(const std::string& id, std::uint64_t press, PressedAnswer::Known known, std::string reason);
     Task<> lookAgain(std::string id, std::uint64_t press);
@@ -198,11 +217,12 @@ private:
 
     // Windows and pages, AppModelPages.cpp.
     void setSection(NavSection section);
+    void openCard(Card card);
     Task<> presentOnboarding(bool firstRun);
     static Task<> scopeAfter(std::weak_ptr<AppModel> weak, double pause);
     void showAgentStrip();
 
-    Dependencies d_;
+    Dependencies parts_;
     AppState state_;
     ChangeAnnouncer changes_;
     TaskBag tasks_;

@@ -1,3 +1,4 @@
+#include "Kelvadrome/model/AgentLines.h"
 #include "Kelvadrome/model/AppModel.h"
 #include "KelvadromeKit/attention/InboxLogic.h"
 
@@ -7,11 +8,13 @@ namespace kelvadrome {
 
 namespace {
 
-constexpr double undoWindow = 2.0; // the daemon's own, for a card that isn't of high risk
+constexpr double highRiskWindow = 5.0; // and that for one that is, if it doesn't say
+constexpr double undoWindow = 2.0;     // the daemon's own, for a card that isn't of high risk
 constexpr double afterWindow = 0.3;
 constexpr double shownAsSent = 2.5;
 constexpr double snoozeTime = 1800;
 constexpr double endTimeout = 10;
+constexpr const char* noTerminal = "This agent's terminal can't be brought to the front.";
 constexpr double lookPause = 5.0; // between two looks at a card whose answer may have been lost
 
 /// What a closed card says of its end. The answers of a batch are no text and are left out.
@@ -28,6 +31,17 @@ struct ClosedCard {
     }
 };
 
+/// What became of the wish to see a terminal.
+struct FocusOut {
+    std::string outcome;
+    std::optional<std::string> reason;
+
+    static FocusOut decode(const JSONValue& value) {
+        const auto object = value.object();
+        return {object.required<std::string>("outcome"), object.lenient<std::string>("reason")};
+    }
+};
+
 /// Whether its answers are the page's business alone.
 bool isForThePage(const Card& card) {
     return card.risk == "high" || !card.answerable;
@@ -38,8 +52,8 @@ bool isForThePage(const Card& card) {
 void AppModel::answer(Card card, std::string label) {
     if (isForThePage(card))
         return review(std::move(card));
-    auto call = d_.session->answer(card.id, card.version, label);
-    hold(std::move(card), std::move(label), std::move(call));
+    auto call = parts_.session->answer(card.id, card.version, label);
+    hold(std::move(card), std::move(label), std::move(call), undoWindow);
 }
 
 void AppModel::acceptDefaults(Card card) {
@@ -49,8 +63,8 @@ void AppModel::acceptDefaults(Card card) {
     if (isForThePage(card))
         return review(std::move(card));
     auto label = "Accept " + std::to_string(defaults->size()) + " defaults";
-    auto call = d_.session->acceptDefaults(card.id, card.version, std::move(*defaults));
-    hold(std::move(card), std::move(label), std::move(call));
+    auto call = parts_.session->acceptDefaults(card.id, card.version, std::move(*defaults));
+    hold(std::move(card), std::move(label), std::move(call), undoWindow);
 }
 
 void AppModel::answerBatch(Card card, std::map<std::string, std::string> answers) {
@@ -59,20 +73,20 @@ void AppModel::answerBatch(Card card, std::map<std::string, std::string> answers
     if (isForThePage(card))
         return review(std::move(card));
     auto label = std::to_string(answers.size()) + (answers.size() == 1 ? " answer" : " answers");
-    auto call = d_.session->acceptDefaults(card.id, card.version, std::move(answers));
-    hold(std::move(card), std::move(label), std::move(call));
+    auto call = parts_.session->acceptDefaults(card.id, card.version, std::move(answers));
+    hold(std::move(card), std::move(label), std::move(call), undoWindow);
 }
 
 /// The answer goes out at once; the daemon holds its effect back for as long as the row can be undone.
-void AppModel::hold(Card card, std::string label, Task<PageSession::ReceiptOut> call) {
+void AppModel::hold(Card card, std::string label, Task<PageSession::ReceiptOut> call, double window) {
     set(&AppState::panelError, std::nullopt);
     auto id = card.id;
-    const auto until = d_.clock->now() + seconds(undoWindow);
+    const auto until = parts_.clock->now() + seconds(window);
     const auto press = ++presses_;
     state_.pressed.insert_or_assign(
-        id, PressedAnswer{.card = card, .label = label, .press = press, .since = d_.clock->uptime()});
+        id, PressedAnswer{.card = card, .label = label, .press = press, .since = parts_.clock->uptime()});
     state_.later.erase(id); // what becomes of the answer is not to be out of sight
-    state_.holds.insert_or_assign(id, PanelHold{std::move(card), std::move(label), until, undoWindow, false});
+    state_.holds.insert_or_assign(id, PanelHold{std::move(card), std::move(label), until, window, false});
     changes_.changed();
     launch("answer", sendHeld(std::move(id), press, std::move(call)));
 }
@@ -104,7 +118,7 @@ void AppModel::know(
         return; // undone, or pressed anew
     answer->second.known = known;
     answer->second.reason = std::move(reason);
-    answer->second.since = d_.clock->uptime();
+    answer->second.since = parts_.clock->uptime();
     changes_.changed();
 }
 
@@ -119,13 +133,13 @@ Task<> AppModel::lookAgain(std::string id, std::uint64_t press) {
     while (unclear()) {
         co_await refresh();
         if (unclear())
-            co_await attempt(d_.clock->sleep(lookPause));
+            co_await attempt(parts_.clock->sleep(lookPause));
     }
 }
 
 /// After a read of the cards. With the doubt goes the error that began it.
 void AppModel::settlePressed(double began) {
-    auto after = settled(state_.pressed, state_.cards, began, d_.clock->uptime());
+    auto after = settled(state_.pressed, state_.cards, began, parts_.clock->uptime());
     for (const auto& [id, answer] : state_.pressed) {
         const auto now = after.find(id);
         const bool same = now != after.end() && now->second.known == answer.known;
@@ -144,7 +158,7 @@ Task<> AppModel::sayEnd(PressedAnswer answer) {
     const auto self = shared_from_this();
     boost::json::object body;
     body.emplace("card_id", answer.card.id);
-    auto read = d_.client.post<ClosedCard>("/v1/cards/detail", std::move(body), endTimeout);
+    auto read = parts_.client.post<ClosedCard>("/v1/cards/detail", std::move(body), endTimeout);
     auto closed = co_await attempt(std::move(read));
     if (tasks_.closed() || !closed || !closed->outcome)
         co_return; // it can't be told
@@ -155,10 +169,10 @@ Task<> AppModel::sayEnd(PressedAnswer answer) {
         co_return;
     }
     const auto id = answer.card.id;
-    state_.holds.insert_or_assign(
-        id, PanelHold{std::move(answer.card), std::move(answer.label), d_.clock->now(), undoWindow, true});
+    state_.holds.insert_or_assign(id,
+        PanelHold{std::move(answer.card), std::move(answer.label), parts_.clock->now(), undoWindow, true});
     changes_.changed();
-    co_await attempt(d_.clock->sleep(shownAsSent));
+    co_await attempt(parts_.clock->sleep(shownAsSent));
     removeHold(id);
 }
 
@@ -168,15 +182,15 @@ Task<> AppModel::finishHold(std::string id) {
     if (hold == state_.holds.end())
         co_return;
     // Never for longer than the window, wherever the wall clock was set meanwhile.
-    const auto left = (hold->second.until - d_.clock->now()).count();
-    co_await attempt(d_.clock->sleep(std::clamp(left, 0.0, hold->second.duration) + afterWindow));
+    const auto left = (hold->second.until - parts_.clock->now()).count();
+    co_await attempt(parts_.clock->sleep(std::clamp(left, 0.0, hold->second.duration) + afterWindow));
     const auto sent = state_.holds.find(id);
     if (tasks_.closed() || sent == state_.holds.end())
         co_return; // undone in the meantime
     if (!std::exchange(sent->second.committed, true))
         changes_.changed();
     co_await refresh();
-    co_await attempt(d_.clock->sleep(shownAsSent));
+    co_await attempt(parts_.clock->sleep(shownAsSent));
     removeHold(id);
 }
 
@@ -186,7 +200,7 @@ void AppModel::removeHold(const std::string& id) {
 }
 
 void AppModel::undo(Card card) {
-    auto call = d_.session->cancelHold(card.id);
+    auto call = parts_.session->cancelHold(card.id);
     launch("undo", undoNow(std::move(card.id), std::move(call)));
 }
 
@@ -208,8 +222,110 @@ Task<> AppModel::undoNow(std::string id, Task<PageSession::ReceiptOut> call) {
 
 void AppModel::snooze(Card card) {
     auto later = state_.later;
-    later[card.id] = d_.clock->now() + seconds(snoozeTime);
+    later[card.id] = parts_.clock->now() + seconds(snoozeTime);
     set(&AppState::later, std::move(later));
+}
+
+void AppModel::wake(const Card& card) {
+    if (state_.later.erase(card.id) > 0)
+        changes_.changed();
+}
+
+void AppModel::dismiss(Card card) {
+    set(&AppState::panelError, std::nullopt);
+    launch("dismissal", dismissNow(std::move(card)));
+}
+
+Task<> AppModel::dismissNow(Card card) {
+    const auto self = shared_from_this();
+    boost::json::object body{{"card_id", card.id}, {"version", card.version}};
+    auto call = parts_.session->post<PageSession::ReceiptOut>("/v1/page/dismiss", std::move(body));
+    const auto receipt = co_await attempt(std::move(call));
+    if (tasks_.closed())
+        co_return;
+    if (!receipt)
+        set(&AppState::panelError, "It was not dismissed: " + describe(receipt.error()));
+    co_await refresh();
+}
+
+// An answer of high risk
+
+ReviewedAnswer ReviewedAnswer::decode(const JSONValue& value) {
+    const auto object = value.object();
+    return {object.required<std::string>("review"), object.required<std::string>("answer"),
+        object.lenient<double>("hold_s").value_or(highRiskWindow)};
+}
+
+void AppModel::review(Card card, std::string answer) {
+    set(&AppState::panelError, std::nullopt);
+    launch("second look", reviewNow(std::move(card), std::move(answer)));
+}
+
+Task<> AppModel::reviewNow(Card card, std::string answer) {
+    const auto self = shared_from_this();
+    boost::json::object body{{"card_id", card.id}, {"version", card.version}, {"answer", answer}};
+    auto call = parts_.session->post<ReviewedAnswer>("/v1/page/review", std::move(body));
+    auto reviewed = co_await attempt(std::move(call));
+    if (tasks_.closed())
+        co_return;
+    if (!reviewed) {
+        set(&AppState::panelError, "Nothing was sent: " + describe(reviewed.error()));
+        co_return;
+    }
+    const auto sessions = agentRows(state_);
+    const auto* const session = sessionOf(card, sessions);
+    auto to = session ? agentLine(state_, *session).name : InboxLogic::agentName(card.agent);
+    if (const auto place = session ? placeOf(*session) : std::string(); !place.empty())
+        to += ", " + place;
+    set(&AppState::secondLook, SecondLook{std::move(card), std::move(to), std::move(*reviewed)});
+}
+
+void AppModel::confirmReview() {
+    auto look = std::exchange(state_.secondLook, std::nullopt);
+    if (!look)
+        return;
+    boost::json::object body{{"card_id", look->card.id}, {"version", look->card.version},
+        {"answer", look->reviewed.answer}, {"review", look->reviewed.token}};
+    auto call = parts_.session->post<PageSession::ReceiptOut>("/v1/cards/answer", std::move(body));
+    hold(
+        std::move(look->card), std::move(look->reviewed.answer), std::move(call), look->reviewed.holdSeconds);
+}
+
+void AppModel::giveUpReview() {
+    set(&AppState::secondLook, std::nullopt);
+}
+
+// The agents
+
+void AppModel::openAgent(const std::string& id) {
+    const auto sessions = agentRows(state_);
+    const auto session = std::ranges::find_if(
+        sessions, [&](const auto& one) { return one.agent + ":" + one.sessionId == id; });
+    if (session == sessions.end())
+        return;
+    auto cards = InboxLogic::needingYou(state_.cards);
+    const auto card = std::ranges::find_if(cards, [&](const Card& one) {
+        return one.agent == session->agent && one.sessionId.value_or("") == session->sessionId;
+    });
+    if (card == cards.end()) {
+        launch("terminal of an agent", focusTerminal(*session));
+        return;
+    }
+    openMainWindow();
+    state_.later.erase(card->id);
+    openCard(std::move(*card));
+}
+
+/// Through the daemon, which knows where the agent lives; the delivery then does it.
+Task<> AppModel::focusTerminal(AgentsStatus::Session session) {
+    const auto self = shared_from_this();
+    boost::json::object body{{"agent", session.agent}, {"session_id", session.sessionId}};
+    auto call = parts_.session->post<FocusOut>("/v1/page/focus", std::move(body));
+    auto end = co_await attempt(std::move(call));
+    if (tasks_.closed() || (end && end->outcome == "done"))
+        co_return;
+    openMainWindow();
+    set(&AppState::notice, end ? end->reason.value_or(noTerminal) : describe(end.error()));
 }
 
 } // namespace kelvadrome

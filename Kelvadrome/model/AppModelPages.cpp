@@ -41,9 +41,9 @@ std::optional<std::string> folderInDetail(std::string_view reply) {
 } // namespace
 
 void AppModel::openMainWindow() {
-    d_.screen->openMainWindow();
-    if (!d_.flags.quietWindows)
-        d_.screen->activate();
+    parts_.screen->openMainWindow();
+    if (!parts_.flags.quietWindows)
+        parts_.screen->activate();
 }
 
 void AppModel::openMain(std::string path) {
@@ -61,18 +61,19 @@ void AppModel::openMain(std::string path) {
         setSection(section);
         break;
     }
-    d_.web->navigate(std::move(route), state_.scope, std::move(focus));
+    parts_.web->navigate(std::move(route), state_.scope, std::move(focus));
 }
 
 void AppModel::open(NavSection section, std::optional<Card> card) {
     setSection(section);
-    d_.screen->activate();
+    parts_.screen->activate();
     auto to = path(section);
     if (card) {
-        d_.web->navigate(std::move(to), state_.scope, std::move(card->id));
+        parts_.web->navigate(std::move(to), state_.scope, std::move(card->id));
     } else {
         auto call = PageCall::navigate(to, std::nullopt);
-        d_.web->callShell(std::move(call.expression), d_.web->url(call.path, state_.scope, call.extra));
+        parts_.web->callShell(
+            std::move(call.expression), parts_.web->url(call.path, state_.scope, call.extra));
     }
 }
 
@@ -95,19 +96,25 @@ void AppModel::openFirstNeedingYou() {
     auto cards = InboxLogic::needingYou(state_.cards);
     if (cards.empty()) {
         open(NavSection::inbox, std::nullopt);
-    } else if (cards.front().risk == "high") {
-        review(std::move(cards.front()));
     } else {
-        open(NavSection::inbox, std::move(cards.front()));
+        openCard(std::move(cards.front()));
     }
+}
+
+/// On the page, or in the native list where the user wants that.
+void AppModel::openCard(Card card) {
+    if (card.risk == "high" && !state_.nativeInbox)
+        return review(std::move(card));
+    set(&AppState::cardToShow, card.id);
+    open(NavSection::inbox, std::move(card));
 }
 
 void AppModel::reopen() {
     if (!state_.onboardingActive) {
         openMainWindow();
-    } else if (d_.screen->raiseOnboarding()) {
-        d_.screen->activate();
-    } else if (d_.screen->hasMenuBarItem()) {
+    } else if (parts_.screen->raiseOnboarding()) {
+        parts_.screen->activate();
+    } else if (parts_.screen->hasMenuBarItem()) {
         openOnboarding(true);
     } else {
         openMainWindow();
@@ -129,20 +136,21 @@ void AppModel::openOnboarding(bool firstRun) {
 
 Task<> AppModel::presentOnboarding(bool firstRun) {
     const auto self = shared_from_this();
-    auto credentials = co_await attempt(d_.session->ensure());
+    auto credentials = co_await attempt(parts_.session->ensure());
     if (tasks_.closed())
         co_return;
     if (!credentials) {
         set(&AppState::panelError, "kelvadrome could not open its page session.");
-        if (!d_.screen->hasMenuBarItem())
+        if (!parts_.screen->hasMenuBarItem())
             openMainWindow();
         co_return;
     }
-    d_.screen->presentOnboarding(std::move(*credentials), firstRun, state_.appearance, d_.flags.quietWindows);
+    parts_.screen->presentOnboarding(
+        std::move(*credentials), firstRun, state_.appearance, parts_.flags.quietWindows);
 }
 
 void AppModel::onboardingPutOff() {
-    if (!state_.onboardingActive || d_.screen->hasMenuBarItem())
+    if (!state_.onboardingActive || parts_.screen->hasMenuBarItem())
         return;
     openMainWindow();
     setNotice("Finish Setup stands in this window's menu until you are done.");
@@ -150,21 +158,21 @@ void AppModel::onboardingPutOff() {
 
 void AppModel::onboardingFinished() {
     set(&AppState::onboardingActive, false);
-    d_.screen->closeOnboarding();
+    parts_.screen->closeOnboarding();
     openMain("/");
 }
 
 void AppModel::applyAppearance() {
     const auto& wanted = state_.appearance;
-    d_.screen->setAppearance(wanted == "dark"    ? Appearance::dark
-                             : wanted == "light" ? Appearance::light
-                                                 : Appearance::system);
+    parts_.screen->setAppearance(wanted == "dark"    ? Appearance::dark
+                                 : wanted == "light" ? Appearance::light
+                                                     : Appearance::system);
 }
 
 void AppModel::setAppearance(std::string appearance) {
-    d_.defaults->set("KDAppearance", appearance);
-    d_.web->theme = appearance;
-    d_.web->runScript(setThemeScript(appearance));
+    parts_.defaults->set("KDAppearance", appearance);
+    parts_.web->theme = appearance;
+    parts_.web->runScript(setThemeScript(appearance));
     set(&AppState::appearance, std::move(appearance));
     applyAppearance();
 }
@@ -187,14 +195,14 @@ Task<> AppModel::scopeAfter(std::weak_ptr<AppModel> weak, double pause) {
     auto self = weak.lock();
     if (!self)
         co_return;
-    co_await self->d_.clock->sleep(pause);
-    self->d_.web->setScope(self->state_.scope, path(self->state_.section));
+    co_await self->parts_.clock->sleep(pause);
+    self->parts_.web->setScope(self->state_.scope, path(self->state_.section));
 }
 
 void AppModel::setScope(ScopeFilter scope) {
     set(&AppState::scope, scope);
-    d_.defaults->set("KDScopeFilter", std::string(rawValue(scope)));
-    d_.web->setScope(scope, path(state_.section));
+    parts_.defaults->set("KDScopeFilter", std::string(rawValue(scope)));
+    parts_.web->setScope(scope, path(state_.section));
 }
 
 void AppModel::setSearchText(std::string text) {
@@ -202,7 +210,7 @@ void AppModel::setSearchText(std::string text) {
 }
 
 void AppModel::search() {
-    d_.web->search(state_.searchText, state_.scope);
+    parts_.web->search(state_.searchText, state_.scope);
 }
 
 void AppModel::setInspectorShown(bool shown) {
@@ -216,23 +224,23 @@ void AppModel::setNotice(std::optional<std::string> notice) {
 void AppModel::setInterfaceMode(InterfaceMode mode, InterfaceModeSource source) {
     auto effects = InterfaceModeLogic::apply(state_.interfaceMode, mode, source);
     set(&AppState::interfaceMode, effects.mode);
-    d_.web->mode = effects.mode;
+    parts_.web->mode = effects.mode;
     if (effects.persist)
-        saveInterfaceMode(effects.mode, *d_.defaults);
+        saveInterfaceMode(effects.mode, *parts_.defaults);
     if (effects.hideInspector)
         set(&AppState::inspectorShown, false);
     if (effects.pageScript)
-        d_.web->runScript(std::move(*effects.pageScript));
+        parts_.web->runScript(std::move(*effects.pageScript));
 }
 
 void AppModel::setAgentStrip(bool on) {
     set(&AppState::agentStripShown, on);
-    d_.defaults->set("KDAgentStrip", on);
+    parts_.defaults->set("KDAgentStrip", on);
     showAgentStrip();
 }
 
 void AppModel::setNativeInbox(bool on) {
-    d_.defaults->set("KDNativeInbox", on);
+    parts_.defaults->set("KDNativeInbox", on);
     set(&AppState::nativeInbox, on);
     endReview();
     if (on && state_.section != NavSection::inbox)
@@ -240,15 +248,15 @@ void AppModel::setNativeInbox(bool on) {
 }
 
 void AppModel::showAgentStrip() {
-    d_.screen->updateAgentStrip(state_.agentStripShown
-                                    ? std::optional(AgentStrip(agentRows(state_), needsYouCount(state_)))
-                                    : std::nullopt);
+    parts_.screen->updateAgentStrip(state_.agentStripShown
+                                        ? std::optional(AgentStrip(agentRows(state_), needsYouCount(state_)))
+                                        : std::nullopt);
 }
 
 Task<> AppModel::revealTopicFolder(std::string topic) {
     const auto self = shared_from_this();
     auto body = boost::json::serialize(boost::json::object{{"topic", topic}});
-    auto call = d_.client.transport.send("POST", "/v1/topic/detail", std::move(body), {}, detailTimeout);
+    auto call = parts_.client.transport.send("POST", "/v1/topic/detail", std::move(body), {}, detailTimeout);
     auto reply = co_await attempt(std::move(call));
     if (tasks_.closed())
         co_return;
@@ -263,15 +271,15 @@ Task<> AppModel::revealTopicFolder(std::string topic) {
 void AppModel::reveal(std::string path) {
     const auto allowed = RevealPolicy::allowed(path);
     if (allowed && Files::exists(*allowed))
-        d_.screen->revealFile(*allowed);
+        parts_.screen->revealFile(*allowed);
 }
 
 Task<> AppModel::allowTerminal(TerminalApp app) {
     const auto self = shared_from_this();
-    const auto result = co_await d_.automation->request(app);
+    const auto result = co_await parts_.automation->request(app);
     using Kind = AutomationPrompter::RequestResult::Kind;
     if (result.kind == Kind::status && result.status == AutomationStatus::denied) {
-        d_.screen->openURL("x-apple.systempreferences:com.apple.preference.security?Privacy_Automation");
+        parts_.screen->openURL("x-apple.systempreferences:com.apple.preference.security?Privacy_Automation");
     } else if (result.kind == Kind::screenLocked) {
         set(&AppState::notice, "Unlock the Mac first: macOS shows its question only on an unlocked screen.");
     }
@@ -282,18 +290,18 @@ Task<> AppModel::sendTerminalAccess() {
     const auto self = shared_from_this();
     boost::json::object access;
     for (const auto app : allTerminalApps) {
-        const auto status = co_await d_.automation->status(app);
+        const auto status = co_await parts_.automation->status(app);
         access.emplace(rawValue(app), rawValue(status));
     }
-    d_.web->runScript(
+    parts_.web->runScript(
         "window.kelvadrome && window.kelvadrome.terminalAccess && window.kelvadrome.terminalAccess(" +
         boost::json::serialize(access) + ")");
 }
 
 Task<> AppModel::voiceFromPage(std::string action) {
     const auto self = shared_from_this();
-    if (d_.voice)
-        co_await d_.voice->pageAction(std::move(action));
+    if (parts_.voice)
+        co_await parts_.voice->pageAction(std::move(action));
 }
 
 } // namespace kelvadrome

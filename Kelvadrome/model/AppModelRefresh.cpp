@@ -1,9 +1,9 @@
 #include "Kelvadrome/model/AppModel.h"
+#include "Kelvadrome/model/LocalTime.h"
 #include "KelvadromeKit/attention/InboxLogic.h"
 #include "KelvadromeKit/support/Log.h"
 
 #include <algorithm>
-#include <ctime>
 
 namespace kelvadrome {
 
@@ -11,20 +11,6 @@ namespace {
 
 constexpr double coalescePause = 0.2;
 constexpr std::int64_t receiptLimit = 200;
-
-std::tm localTime(WallTime time) {
-    const auto moment = std::chrono::system_clock::to_time_t(std::chrono::floor<std::chrono::seconds>(time));
-    std::tm result{};
-    localtime_r(&moment, &result);
-    return result;
-}
-
-/// Whether both fall on one day of the user's calendar.
-bool isSameDay(WallTime left, WallTime right) {
-    const auto a = localTime(left);
-    const auto b = localTime(right);
-    return a.tm_year == b.tm_year && a.tm_yday == b.tm_yday;
-}
 
 std::int64_t receiptsOn(WallTime day, const std::vector<Receipt>& receipts) {
     return std::ranges::count_if(receipts, [&](const Receipt& receipt) {
@@ -51,7 +37,7 @@ std::string AppModel::describe(const std::exception_ptr& error) {
 
 Task<> AppModel::connect() {
     const auto self = shared_from_this();
-    auto credentials = co_await attempt(d_.session->ensure());
+    auto credentials = co_await attempt(parts_.session->ensure());
     if (tasks_.closed())
         co_return;
     if (!credentials) {
@@ -63,13 +49,13 @@ Task<> AppModel::connect() {
     if (tasks_.closed())
         co_return;
     set(&AppState::connection, Connection::ready());
-    d_.web->theme = state_.appearance;
-    d_.web->onFirstLoad = [weak = weak_from_this()] {
+    parts_.web->theme = state_.appearance;
+    parts_.web->onFirstLoad = [weak = weak_from_this()] {
         const auto model = weak.lock();
         if (model && model->state_.scope != ScopeFilter::all)
             model->launch("scope", scopeAfter(weak, 0.4));
     };
-    d_.web->load(std::move(*credentials), state_.section, state_.scope);
+    parts_.web->load(std::move(*credentials), state_.section, state_.scope);
 }
 
 void AppModel::scheduleRefresh() {
@@ -80,7 +66,7 @@ void AppModel::scheduleRefresh() {
 
 Task<> AppModel::refreshLater() {
     const auto self = shared_from_this();
-    co_await d_.clock->sleep(coalescePause);
+    co_await parts_.clock->sleep(coalescePause);
     refreshPending_ = false; // what comes from here on starts the next refresh
     co_await refresh();
 }
@@ -98,8 +84,8 @@ struct AppModel::Reads {
 Task<> AppModel::refresh() {
     const auto self = shared_from_this();
     const auto generation = ++refreshGeneration_;
-    const auto began = d_.clock->uptime();
-    const auto& client = d_.client;
+    const auto began = parts_.clock->uptime();
+    const auto& client = parts_.client;
     auto [cards, board, agents, counts, receipts, health] =
         co_await gather(client.cards(), client.board(), client.agentsStatus(), client.inboxCounts(),
             client.receipts(receiptLimit), client.health(healthTimeout));
@@ -111,9 +97,9 @@ Task<> AppModel::refresh() {
     co_await renewPage();
     if (tasks_.closed())
         co_return;
-    set(&AppState::lastRefresh, d_.clock->now());
+    set(&AppState::lastRefresh, parts_.clock->now());
     const auto waiting = needsYouCount(state_);
-    d_.screen->setBadge(waiting >= 1 ? std::optional(std::to_string(waiting)) : std::nullopt);
+    parts_.screen->setBadge(waiting >= 1 ? std::optional(std::to_string(waiting)) : std::nullopt);
 }
 
 /// A read that failed leaves its field as it was.
@@ -143,8 +129,10 @@ void AppModel::apply(Reads reads) {
         if (state_.agentStripShown)
             showAgentStrip(); // its headline is of this count
     }
-    if (reads.receipts)
-        set(&AppState::receiptsToday, receiptsOn(d_.clock->now(), *reads.receipts));
+    if (reads.receipts) {
+        set(&AppState::receiptsToday, receiptsOn(parts_.clock->now(), *reads.receipts));
+        set(&AppState::receipts, std::move(*reads.receipts));
+    }
     if (reads.health) {
         if (!lastPid_)
             lastPid_ = reads.health->pid;
@@ -154,16 +142,16 @@ void AppModel::apply(Reads reads) {
 
 /// Brings a session that was minted anew in the background to the pages that still use the old one.
 Task<> AppModel::renewPage() {
-    auto credentials = co_await d_.session->current();
+    auto credentials = co_await parts_.session->current();
     if (!credentials || tasks_.closed())
         co_return;
     set(&AppState::credentialsExpiry, "port " + std::to_string(credentials->port));
     if (state_.connection.state != Connection::State::ready)
         co_return;
-    if (d_.web->cookieValue && *d_.web->cookieValue != credentials->cookieValue) {
-        d_.web->load(*credentials, state_.section, state_.scope);
+    if (parts_.web->cookieValue && *parts_.web->cookieValue != credentials->cookieValue) {
+        parts_.web->load(*credentials, state_.section, state_.scope);
     }
-    d_.screen->renewOnboarding(std::move(*credentials));
+    parts_.screen->renewOnboarding(std::move(*credentials));
 }
 
 void AppModel::notifyNewStops() {
@@ -175,19 +163,19 @@ void AppModel::notifyNewStops() {
     if (fresh.empty())
         return;
     notified_.insert(fresh.begin(), fresh.end());
-    const bool wanted = d_.defaults->storedBoolean("KDNotifyStops").value_or(true);
-    if (!wanted || !d_.flags.notifications)
+    const bool wanted = parts_.defaults->storedBoolean("KDNotifyStops").value_or(true);
+    if (!wanted || !parts_.flags.notifications)
         return;
     launch("stop notification", notifyOf(std::move(fresh)));
 }
 
 Task<> AppModel::notifyOf(std::set<std::string> stops) {
     const auto self = shared_from_this();
-    auto notification = co_await d_.notifier->postStop(static_cast<std::int64_t>(stops.size()));
+    auto notification = co_await parts_.notifier->postStop(static_cast<std::int64_t>(stops.size()));
     if (notification.empty())
         co_return;
     if (tasks_.closed()) {
-        d_.notifier->withdraw(std::move(notification));
+        parts_.notifier->withdraw(std::move(notification));
         co_return;
     }
     posted_.emplace(std::move(notification), std::move(stops));
@@ -203,7 +191,7 @@ void AppModel::withdrawEndedStops() {
     std::erase_if(posted_, [&](const auto& entry) {
         const bool over = std::ranges::all_of(entry.second, isOver);
         if (over)
-            d_.notifier->withdraw(entry.first);
+            parts_.notifier->withdraw(entry.first);
         return over;
     });
 }

@@ -71,13 +71,21 @@ bool holdsEdge(const AppState& state, const AgentsStatus::Session& session) {
     return containsLowercased(lock->holder->handoff, label) || containsLowercased(lock->holder->label, label);
 }
 
+bool isSnoozed(const AppState& state, const Card& card, WallTime now) {
+    const auto later = state.later.find(card.id);
+    return later != state.later.end() && later->second >= now && !state.holds.contains(card.id);
+}
+
+std::int64_t snoozedCount(const AppState& state, WallTime now) {
+    return std::ranges::count_if(state.cards,
+        [&](const Card& card) { return InboxLogic::needsYou(card) && isSnoozed(state, card, now); });
+}
+
 std::vector<Card> panelCards(const AppState& state, WallTime now) {
     // By address, since only the first few of perhaps thousands are copied.
     std::vector<const Card*> shown;
     for (const auto& card : state.cards) {
-        const auto later = state.later.find(card.id);
-        const auto hiddenUntil = later == state.later.end() ? distantPast : later->second;
-        if (InboxLogic::needsYou(card) && (hiddenUntil < now || state.holds.contains(card.id)))
+        if (InboxLogic::needsYou(card) && !isSnoozed(state, card, now))
             shown.push_back(&card);
     }
     std::ranges::stable_sort(

@@ -2,6 +2,7 @@
 
 #include "Kelvadrome/model/PanelHold.h"
 #include "Kelvadrome/model/PressedAnswer.h"
+#include "Kelvadrome/model/SecondLook.h"
 #include "KelvadromeKit/attention/InterfaceMode.h"
 #include "KelvadromeKit/attention/ScopeFilter.h"
 #include "KelvadromeKit/daemon/BackgroundService.h"
@@ -46,6 +47,7 @@ struct AppState {
     std::vector<Card> cards;                // the open cards, in the daemon's order
     std::map<std::string, BoardRow> topics; // by topic id
     std::int64_t topicCount = 0;            // rows of the board at the last refresh
+    std::vector<Receipt> receipts;          // the latest, newest first
     std::int64_t receiptsToday = 0;
     std::optional<InboxCounts> counts;
     std::optional<AgentsStatus> agents;
@@ -59,6 +61,8 @@ struct AppState {
     bool agentStripShown = false;
     bool nativeInbox = false;               // the inbox as widgets of the window, in the page's place
     std::optional<std::string> reviewed;    // the card that the page shows in that list's place
+    std::optional<std::string> cardToShow;  // the card that the native list is to go to next
+    std::optional<SecondLook> secondLook;   // an answer of high risk that waits to be confirmed
     std::map<std::string, PanelHold> holds; // by card id
     PressedAnswers pressed;                 // what is known of each answer that has no known end yet
     std::map<std::string, WallTime> later;  // by card id: hidden from the panel until then; not persisted
@@ -86,6 +90,10 @@ std::optional<std::string> topicTitle(const AppState& state, const std::optional
 std::optional<AgentsStatus::Lock> edgeLock(const AppState& state);
 /// Whether the Edge browser is held for this session.
 bool holdsEdge(const AppState& state, const AgentsStatus::Session& session);
+/// Whether the card is out of sight until later.
+bool isSnoozed(const AppState& state, const Card& card, WallTime now);
+/// How many of the open cards that need the user are.
+std::int64_t snoozedCount(const AppState& state, WallTime now);
 /// The panel's rows, at most 3: what needs the user and isn't snoozed, and every row under way.
 std::vector<Card> panelCards(const AppState& state, WallTime now);
 

@@ -1,5 +1,6 @@
 #include "Kelvadrome/model/CardRows.h"
 
+#include "Kelvadrome/model/AgentLines.h"
 #include "KelvadromeKit/attention/InboxLogic.h"
 #include "KelvadromeKit/support/Text.h"
 
@@ -20,15 +21,6 @@ constexpr const char* unclear = "No answer from the daemon yet: it may or may no
 
 using Kind = PanelAction::Kind;
 using Session = AgentsStatus::Session;
-
-/// The session that opened a card, when the daemon reports it.
-const Session* sessionOf(const Card& card, const std::vector<Session>& sessions) {
-    if (!card.agent || !card.sessionId)
-        return nullptr;
-    const auto found = std::ranges::find_if(
-        sessions, [&](const Session& s) { return s.agent == *card.agent && s.sessionId == *card.sessionId; });
-    return found == sessions.end() ? nullptr : &*found;
-}
 
 std::string agentOf(const Card& card, const Session* session) {
     if (session)
@@ -115,12 +107,16 @@ std::vector<PanelAction> actionsOf(const PanelCard& row, bool holdsEdgeBrowser) 
             actions.push_back({.kind = Kind::bringEdgeToFront, .words = "Bring Edge to front"});
         }
     } else if (!row.answerable) {
-        actions.push_back({.kind = Kind::review, .words = "Review in kelvadrome"}); // where it is dismissed
+        actions.push_back({.kind = Kind::review, .words = "Review in kelvadrome"});
     } else {
         appendSuggestion(actions, card);
     }
-    if (!row.later)
+    if (row.later) {
+        actions.push_back({.kind = Kind::wake, .words = "Wake"});
+    } else {
         actions.push_back({.kind = Kind::snooze, .words = "Snooze"});
+    }
+    actions.push_back({.kind = Kind::dismiss, .words = "Dismiss…"});
     return actions;
 }
 
@@ -133,6 +129,7 @@ PanelCard cardRow(const AppState& state, const Card& card, const Session* sessio
     const auto* const pressed = pressedOf(state, card.id);
     PanelCard row{.card = card,
         .agent = agentOf(card, session),
+        .place = session ? placeOf(*session) : std::string(),
         .topic = topicTitle(state, card.topic),
         .age = InboxLogic::age(card.openedAt, now),
         .summary = InboxLogic::summary(card),
@@ -149,6 +146,7 @@ PanelCard cardRow(const AppState& state, const Card& card, const Session* sessio
 HoldRow holdRow(const AppState& state, const PanelHold& hold, const Session* session, WallTime now) {
     HoldRow row{.card = hold.card,
         .agent = agentOf(hold.card, session),
+        .place = session ? placeOf(*session) : std::string(),
         .topic = topicTitle(state, hold.card.topic),
         .label = hold.label,
         .committed = hold.committed,

@@ -20,6 +20,8 @@ struct PanelAction {
         answer,           // AppModel::answer(card, `answer`)
         acceptDefaults,   // AppModel::acceptDefaults(card)
         snooze,           // AppModel::snooze(card)
+        wake,             // AppModel::wake(card)
+        dismiss,          // AppModel::dismiss(card), once the user has confirmed it
         undo,             // AppModel::undo(card)
         openMain,         // AppModel::openMain("/")
     };
@@ -50,6 +52,7 @@ CardOpening openingOf(const Card& card);
 struct PanelCard {
     Card card = {};
     std::string agent = {}; // the asking agent's display name
+    std::string place = {}; // what tells that agent from another of its name; may be empty
     std::optional<std::string> topic = {};
     std::string age = {};
     std::string summary = {};
@@ -59,10 +62,14 @@ struct PanelCard {
     bool highRisk = false;  // to be reviewed in the page; never answered from here
     bool answerable = true; // false: no answer can be typed for it; `card.deliveryNote` may say why
     std::optional<WallTime> later = {};    // when the panel shows it again, while that is to come
-    std::vector<PanelAction> actions = {}; // the chief one first; "Snooze", when it is offered, last
+    std::vector<PanelAction> actions = {}; // the chief one first, what puts the card out of sight last
 
     /// Whether an answer can be pressed here.
     bool takesAnswer() const { return !highRisk && answerable && way.empty(); }
+    /// Whether an answer can be chosen that is looked at once more before it goes out.
+    bool takesReviewedAnswer() const { return highRisk && answerable && way.empty(); }
+    /// Whether words of the user's own are an answer to it.
+    bool takesText() const { return !card.menu && !card.screen; }
     bool offers(PanelAction::Kind kind) const;
     /// `refused` as a sentence; empty without one.
     std::string refusal() const;
@@ -73,6 +80,7 @@ struct PanelCard {
 struct HoldRow {
     Card card = {};
     std::string agent = {};
+    std::string place = {};
     std::optional<std::string> topic = {};
     std::string label = {}; // the words of the answer
     bool committed = false;

@@ -1,5 +1,6 @@
 #include "Kelvadrome/model/InboxList.h"
 
+#include "Kelvadrome/model/ListRows.h"
 #include "Kelvadrome/model/MenuPanel.h"
 
 #include <algorithm>
@@ -15,24 +16,30 @@ bool inScope(const AppState& state, const Card& card) {
     return topic != state.topics.end() && topic->second.scope == rawValue(state.scope);
 }
 
+std::string textOf(const AppState& state, const Card& card) {
+    auto text = card.title + " " + card.body + " " + InboxLogic::agentName(card.agent);
+    for (const auto& option : card.options)
+        text += " " + option;
+    return text + " " + topicTitle(state, card.topic).value_or("");
+}
+
 /// 0 needs the user, 1 is open all the same, 2 is to come back later.
 int place(const AppState& state, const Card& card, WallTime now) {
-    const auto later = state.later.find(card.id);
-    if (later != state.later.end() && later->second >= now && !state.holds.contains(card.id))
+    if (isSnoozed(state, card, now))
         return 2;
     return InboxLogic::needsYou(card) ? 0 : 1;
 }
 
 } // namespace
 
-InboxList inboxList(const AppState& state, WallTime now) {
+InboxList inboxList(const AppState& state, WallTime now, std::string_view filter) {
     InboxList list;
     list.header = InboxLogic::cautionText(needsYouCount(state));
     list.relief = reliefLine(state);
     list.error = state.panelError;
     std::vector<Card> cards;
     for (const auto& card : InboxLogic::ordered(state.cards)) {
-        if (!InboxLogic::isLiveState(card.state))
+        if (!InboxLogic::isLiveState(card.state) || !holdsWords(textOf(state, card), filter))
             continue;
         if (inScope(state, card)) {
             cards.push_back(card);
@@ -46,6 +53,8 @@ InboxList inboxList(const AppState& state, WallTime now) {
             cards.insert(cards.begin(), hold.card);
     }
     list.rows = cardRows(state, cards, now);
+    list.snoozed = static_cast<std::size_t>(
+        std::ranges::count_if(cards, [&](const Card& card) { return isSnoozed(state, card, now); }));
     list.pressed = pressedLines(state, list.rows, now);
     list.clear = list.rows.empty() && list.elsewhere == 0 && needsYouCount(state) == 0;
     return list;

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace kelvadrome {
@@ -19,11 +20,13 @@ struct InboxList {
     std::vector<PanelRow> rows;
     std::vector<std::string> pressed; // answers under way whose row doesn't show
     std::int64_t elsewhere = 0;       // open cards that the scope filter hides
+    std::size_t snoozed = 0;          // so many of the last rows come back later
     bool clear = false;               // nothing waits anywhere
 
     bool operator==(const InboxList&) const = default;
 };
 
-InboxList inboxList(const AppState& state, WallTime now);
+/// `filter`: those cards alone in which each of its words stands.
+InboxList inboxList(const AppState& state, WallTime now, std::string_view filter = {});
 
 } // namespace kelvadrome

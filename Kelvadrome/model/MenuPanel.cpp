@@ -7,25 +7,6 @@ namespace kelvadrome {
 namespace {
 
 using Kind = PanelAction::Kind;
-using Session = AgentsStatus::Session;
-
-AgentLine agentLine(const AppState& state, const Session& session) {
-    AgentLine line{.lamp = InboxLogic::lamp(session.status, session.detail),
-        .name = InboxLogic::agentDisplay(session.agent, session.label)};
-    const auto topic = session.topicTitle ? session.topicTitle : topicTitle(state, session.topic);
-    if (line.lamp == InboxLogic::Lamp::working && topic) {
-        line.words = "Working on " + *topic;
-    } else if (session.detail && !session.detail->empty()) {
-        line.words = *session.detail;
-    } else if (holdsEdge(state, session)) {
-        line.words = "Holding Edge";
-    } else {
-        line.words = InboxLogic::statusWord(session.status, false, false, std::nullopt);
-        if (topic)
-            line.words += ", " + *topic;
-    }
-    return line;
-}
 
 void setBody(MenuPanelContent& panel, const AppState& state, const std::vector<Card>& cards, WallTime now) {
     using Body = MenuPanelContent::Body;
@@ -102,6 +83,8 @@ MenuPanelContent menuPanel(const AppState& state, WallTime now) {
     const auto more = panel.needsYou - static_cast<std::int64_t>(cards.size());
     if (more > 0)
         panel.more = fmt::format("{} more in the Inbox", more);
+    if (const auto snoozed = snoozedCount(state, now); snoozed > 0)
+        panel.snoozed = fmt::format("{} snoozed", snoozed);
     return panel;
 }
 

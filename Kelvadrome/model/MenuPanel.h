@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Kelvadrome/model/AgentLines.h"
 #include "Kelvadrome/model/CardRows.h"
 #include "KelvadromeKit/attention/InboxLogic.h"
 
@@ -8,14 +9,6 @@
 #include <vector>
 
 namespace kelvadrome {
-
-struct AgentLine {
-    InboxLogic::Lamp lamp = InboxLogic::Lamp::idle;
-    std::string name = {};
-    std::string words = {};
-
-    bool operator==(const AgentLine&) const = default;
-};
 
 /// A line of words with what a press on it does.
 struct PanelLine {
@@ -44,7 +37,8 @@ struct MenuPanelContent {
     std::vector<AgentLine> agents;    // at most `maxAgents`; how many fit is the front end's
     std::optional<std::string> error;
     PanelAction open;
-    std::optional<std::string> more; // how many cards wait beside those shown
+    std::optional<std::string> more;    // how many cards wait beside those shown
+    std::optional<std::string> snoozed; // how many of them are to come back later
 
     static constexpr std::size_t maxAgents = 12;
     bool operator==(const MenuPanelContent&) const = default;

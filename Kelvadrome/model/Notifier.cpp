@@ -48,10 +48,10 @@ Task<> Notifier::askAgain(std::weak_ptr<Notifier> weak) {
 
 Task<> Notifier::ask() {
     const auto self = shared_from_this();
-    again_ = true;
+    asksOnceMore_ = true;
     if (std::exchange(asking_, true))
         co_return; // who asks already will ask once more
-    while (std::exchange(again_, false)) {
+    while (std::exchange(asksOnceMore_, false)) {
         auto allowed = co_await attempt(center_->requestAuthorization());
         enabled_ = allowed && *allowed;
     }

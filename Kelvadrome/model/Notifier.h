@@ -35,7 +35,7 @@ private:
     std::function<void(bool)> report_;
     std::optional<bool> reported_;
     bool asking_ = false;
-    bool again_ = false; // what is being answered may be out of date
+    bool asksOnceMore_ = false; // what is being answered may be out of date
     bool enabled_ = false;
 };
 

@@ -13,16 +13,16 @@ std::shared_ptr<SettingsModel> SettingsModel::make(Dependencies dependencies) {
 }
 
 SettingsModel::SettingsModel(Dependencies dependencies)
-    : d_(std::move(dependencies)), changes_(d_.executor), tasks_(d_.executor) {
-    facts_.place = d_.place;
-    facts_.showInDock = AppLifecycle::showsInDock(*d_.defaults);
-    facts_.notifyStops = d_.defaults->storedBoolean("KDNotifyStops").value_or(true);
-    watching_ = d_.model->observe([this] { modelChanged(); });
+    : parts_(std::move(dependencies)), changes_(parts_.executor), tasks_(parts_.executor) {
+    facts_.place = parts_.place;
+    facts_.showInDock = AppLifecycle::showsInDock(*parts_.defaults);
+    facts_.notifyStops = parts_.defaults->storedBoolean("KDNotifyStops").value_or(true);
+    watching_ = parts_.model->observe([this] { modelChanged(); });
 }
 
 void SettingsModel::modelChanged() {
     changes_.changed();
-    const auto& state = d_.model->state();
+    const auto& state = parts_.model->state();
     auto now = std::pair(state.connection, state.agents);
     if (!looking_ || now == crewOf_)
         return;
@@ -31,12 +31,12 @@ void SettingsModel::modelChanged() {
 }
 
 std::vector<SettingsGroup> SettingsModel::pane(SettingsTab tab) const {
-    return settingsPane(tab, d_.model->state(), facts_);
+    return settingsPane(tab, parts_.model->state(), facts_);
 }
 
 void SettingsModel::lookAgain() {
     looking_ = true;
-    d_.model->refreshBackground();
+    parts_.model->refreshBackground();
     tasks_.launch("terminal access", readTerminals(weak_from_this()));
     tasks_.launch("crew labels", readCrew(weak_from_this()));
     if (!facts_.secretPlace)
@@ -45,15 +45,15 @@ void SettingsModel::lookAgain() {
 
 void SettingsModel::toggle(const std::string& id, bool on) {
     if (id == SettingsId::loginItem) {
-        d_.model->setBackground(on);
+        parts_.model->setBackground(on);
     } else if (id == SettingsId::agentStrip) {
-        d_.model->setAgentStrip(on);
+        parts_.model->setAgentStrip(on);
     } else if (id == SettingsId::showInDock) {
-        d_.defaults->set("KDShowInDock", on);
+        parts_.defaults->set("KDShowInDock", on);
         facts_.showInDock = on;
-        d_.showInDock(on);
+        parts_.showInDock(on);
     } else if (id == SettingsId::notifyStops) {
-        d_.defaults->set("KDNotifyStops", on);
+        parts_.defaults->set("KDNotifyStops", on);
         facts_.notifyStops = on;
     }
     changes_.changed();
@@ -61,23 +61,23 @@ void SettingsModel::toggle(const std::string& id, bool on) {
 
 void SettingsModel::choose(const std::string& id, std::size_t index) {
     if (id == SettingsId::appearance && index < appearanceWords.size()) {
-        d_.model->setAppearance(std::string(appearanceWords[index]));
+        parts_.model->setAppearance(std::string(appearanceWords[index]));
     } else if (id == SettingsId::interfaceMode) {
-        d_.model->setInterfaceMode(
+        parts_.model->setInterfaceMode(
             index == 1 ? InterfaceMode::expert : InterfaceMode::simple, InterfaceModeSource::settings);
     }
 }
 
 void SettingsModel::press(const std::string& id) {
-    auto& model = *d_.model;
+    auto& model = *parts_.model;
     if (id == SettingsId::allowLoginItem) {
-        model.screen().copyText(d_.place.allowLoginItem);
+        model.screen().copyText(parts_.place.allowLoginItem);
         if (onNotice)
             onNotice("Copied");
     } else if (id == SettingsId::editRules) {
         model.openMain(path(NavSection::autopilot));
     } else if (id == SettingsId::revealHome) {
-        model.screen().revealFile(d_.place.dataHome);
+        model.screen().revealFile(parts_.place.dataHome);
     }
     for (const auto app : allTerminalApps) {
         if (id == SettingsId::terminal(app))
@@ -96,7 +96,7 @@ void SettingsModel::pressTerminal(TerminalApp app) {
         tasks_.launch("terminal permission", request(weak_from_this(), app));
         break;
     case Press::openSettings:
-        d_.model->screen().openURL(std::string(TerminalAccessRow::settingsURL));
+        parts_.model->screen().openURL(std::string(TerminalAccessRow::settingsURL));
         break;
     case Press::nothing:
         break;
@@ -107,7 +107,7 @@ Task<> SettingsModel::request(std::weak_ptr<SettingsModel> weak, TerminalApp app
     auto self = weak.lock();
     if (!self)
         co_return;
-    auto question = self->d_.automation->request(app);
+    auto question = self->parts_.automation->request(app);
     self.reset(); // the question may stay open for as long as the user likes
     const auto result = co_await std::move(question);
     self = weak.lock();
@@ -126,10 +126,10 @@ Task<> SettingsModel::readTerminals(std::weak_ptr<SettingsModel> weak) {
     if (!self)
         co_return;
     for (const auto app : allTerminalApps) {
-        const auto status = co_await self->d_.automation->status(app);
+        const auto status = co_await self->parts_.automation->status(app);
         auto& terminal = self->facts_.terminals[app];
         terminal.status = status;
-        terminal.running = self->d_.apps->isRunning(std::string(bundleId(app)));
+        terminal.running = self->parts_.apps->isRunning(std::string(bundleId(app)));
     }
     self->changes_.changed();
 }
@@ -140,7 +140,8 @@ Task<> SettingsModel::readCrew(std::weak_ptr<SettingsModel> weak) {
     if (!self)
         co_return;
     boost::json::object all;
-    auto crew = co_await attempt(self->d_.session->post<CrewLabelList>("/v1/sessions/live", std::move(all)));
+    auto crew =
+        co_await attempt(self->parts_.session->post<CrewLabelList>("/v1/sessions/live", std::move(all)));
     if (!crew)
         co_return;
     self->facts_.crew = std::move(*crew);
@@ -151,8 +152,8 @@ Task<> SettingsModel::readSecretPlace(std::weak_ptr<SettingsModel> weak) {
     const auto self = weak.lock();
     if (!self)
         co_return;
-    const auto read = self->d_.secretPlace;
-    self->facts_.secretPlace = co_await self->d_.pool->run(read);
+    const auto read = self->parts_.secretPlace;
+    self->facts_.secretPlace = co_await self->parts_.pool->run(read);
     self->changes_.changed();
 }
 

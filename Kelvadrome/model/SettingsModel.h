@@ -58,7 +58,7 @@ private:
     static Task<> readSecretPlace(std::weak_ptr<SettingsModel> weak);
     static Task<> request(std::weak_ptr<SettingsModel> weak, TerminalApp app);
 
-    Dependencies d_;
+    Dependencies parts_;
     SettingsFacts facts_;
     bool looking_ = false;
     std::pair<Connection, std::optional<AgentsStatus>> crewOf_; // for which the crew was read last

@@ -133,14 +133,15 @@ Row terminalRow(TerminalApp app, const SettingsFacts::Terminal& terminal) {
 
 Group terminals(const SettingsFacts& facts) {
     Group group{"terminals", "Terminals",
-        "On this system answers reach agents in tmux panes. iTerm2 and Terminal exist on macOS only, where "
-        "the "
-        "system asks before one app may type into another.",
+        facts.place.scriptsTerminals ? "The system asks before one app may type into another."
+                                     : "On this system answers reach agents in tmux panes.",
         {}};
     group.rows.push_back(fact("tmux", "tmux",
         facts.place.tmux ? "Needs no permission. The pane is looked at again before every key."
                          : "Install tmux to have answers typed for you.",
         facts.place.tmux ? "Ready" : "Not installed"));
+    if (!facts.place.scriptsTerminals)
+        return group;
     for (const auto app : allTerminalApps) {
         const auto found = facts.terminals.find(app);
         group.rows.push_back(
@@ -150,16 +151,21 @@ Group terminals(const SettingsFacts& facts) {
 }
 
 Group crew(const SettingsFacts& facts) {
-    Group group{"crew", "Crew labels",
-        "The daemon gives each agent a callsign, and keeps the switch. While it is on, kelvadrome writes the "
-        "callsign onto the agent's iTerm2 tab.",
+    Group group{"crew", facts.place.scriptsTerminals ? "Crew labels" : "Callsigns",
+        facts.place.scriptsTerminals
+            ? "The daemon gives each agent a callsign, and keeps the switch. While it is on, kelvadrome "
+              "writes the "
+              "callsign onto the agent's iTerm2 tab."
+            : "The daemon gives each agent a callsign, by which those of one name are told apart.",
         {}};
     if (!facts.crew) {
-        group.rows.push_back(fact("crew-labels", "Callsigns on tabs", "", "Not known yet"));
+        group.rows.push_back(fact("crew-labels", group.title, "", "Not known yet"));
         return group;
     }
-    group.rows.push_back(
-        fact("crew-labels", "Callsigns on tabs", "", facts.crew->crewLabels.value_or(true) ? "On" : "Off"));
+    if (facts.place.scriptsTerminals) {
+        group.rows.push_back(fact(
+            "crew-labels", "Callsigns on tabs", "", facts.crew->crewLabels.value_or(true) ? "On" : "Off"));
+    }
     for (const auto& row : facts.crew->sessions) {
         if (row.status == "ended" || !row.callsign)
             continue;
@@ -174,7 +180,7 @@ Group crew(const SettingsFacts& facts) {
 Group answeredByRules(const AppState& state) {
     const auto answered = state.counts ? std::to_string(state.counts->answeredByRulesToday) : "Not reported";
     return {"rules", "Your rules",
-        "The daemon keeps them and answers by them; the page is where they are edited.",
+        "The daemon keeps them and answers by them. They can't be made or changed here yet.",
         {fact("answered", "Answered by your rules today", "", answered),
             press(SettingsId::editRules, "Rules and autopilot", "", "Open the Page",
                 state.connection.state == Connection::State::ready)}};

@@ -72,10 +72,11 @@ struct SettingsFacts {
         std::string version = {};
         std::string allowLoginItem = {}; // the command that lifts a mask
         std::optional<std::string> tmux = {};
-        bool ownHome = false;    // not the standard one
-        bool windowsObey = true; // they stay where and as they are put: not so on Wayland
-        bool mayNotify = true;   // in this run
-        bool loginItem = true;   // this run manages it
+        bool ownHome = false;          // not the standard one
+        bool windowsObey = true;       // they stay where and as they are put: not so on Wayland
+        bool mayNotify = true;         // in this run
+        bool loginItem = true;         // this run manages it
+        bool scriptsTerminals = false; // there are terminals that the system lets one application script
     };
     struct Terminal {
         AutomationStatus status = AutomationStatus::unknown;

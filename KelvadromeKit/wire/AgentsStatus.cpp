@@ -32,6 +32,9 @@ AgentsStatus::Session AgentsStatus::Session::decode(const JSONValue& value) {
     session.kind = object.optional<std::string>("kind");
     session.detail = object.optional<std::string>("doing");
     session.topicTitle = object.optional<std::string>("topic_title");
+    session.callsign = object.lenient<std::string>("callsign");
+    session.host = object.lenient<std::string>("host");
+    session.tty = object.lenient<std::string>("tty");
     return session;
 }
 

@@ -20,6 +20,9 @@ struct AgentsStatus {
         std::optional<std::string> kind;
         std::optional<std::string> detail; // the key is "doing"
         std::optional<std::string> topicTitle;
+        std::optional<std::string> callsign = {}; // by which agents of one kind are told apart
+        std::optional<std::string> host = {};     // of its terminal, such as "tmux"
+        std::optional<std::string> tty = {};
 
         static Session decode(const JSONValue& value);
         bool operator==(const Session&) const = default;

@@ -36,6 +36,9 @@ Card Card::decode(const JSONValue& value) {
     card.deliveryNote = object.lenient<std::string>("delivery_note");
     card.answerable = object.lenient<bool>("answerable").value_or(true);
     card.maybeTyped = object.lenient<bool>("maybe_typed").value_or(false);
+    card.menu = object.lenient<bool>("menu").value_or(false);
+    const auto screen = object.find("screen");
+    card.screen = screen && screen->isObject();
     return card;
 }
 

@@ -45,6 +45,8 @@ struct Card {
         {};                  // what stands between an answer and the agent, known beforehand
     bool answerable = true;  // false: no answer to it can be typed
     bool maybeTyped = false; // an earlier answer may stand in the agent's terminal
+    bool menu = false;       // its options are all that can be answered: a menu in the terminal
+    bool screen = false;     // so too, of a question of the agent's own screen
 
     static Card decode(const JSONValue& value);
     bool operator==(const Card&) const = default;

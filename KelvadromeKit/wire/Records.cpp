@@ -48,6 +48,7 @@ Receipt Receipt::decode(const JSONValue& value) {
     receipt.line = object.required<std::string>("line");
     receipt.topic = object.optional<std::string>("topic");
     receipt.ts = object.required<std::string>("ts");
+    receipt.cardId = object.lenient<std::string>("card_id");
     return receipt;
 }
 

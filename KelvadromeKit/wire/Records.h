@@ -41,6 +41,7 @@ struct Receipt {
     std::string line;
     std::optional<std::string> topic;
     std::string ts; // ISO 8601, kept as text
+    std::optional<std::string> cardId = {};
 
     static Receipt decode(const JSONValue& value);
     bool operator==(const Receipt&) const = default;

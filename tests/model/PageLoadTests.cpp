@@ -197,17 +197,5 @@ TEST_F(PageLoadTest, aProcessThatHangsIsEnded) {
     EXPECT_EQ(load.wakeAt(), now + 2);
 }
 
-TEST(HoldOff, doublesUpToAMinuteUntilAPageHasStoodForOne) {
-    HoldOff holdOff;
-    for (const double pause : {2., 4., 8., 16., 32., 60., 60.})
-        EXPECT_EQ(holdOff.failed(0), pause);
-    holdOff.loaded(100);
-    EXPECT_EQ(holdOff.failed(159), 60);
-    holdOff.loaded(200);
-    holdOff.loaded(250); // a later load of the same page
-    EXPECT_EQ(holdOff.failed(260), 2);
-    EXPECT_EQ(holdOff.failed(400), 4);
-}
-
 } // namespace
 } // namespace kelvadrome::test

@@ -1,3 +1,4 @@
+#include "Kelvadrome/model/ListRows.h"
 #include "Kelvadrome/model/MenuPanel.h"
 
 #include "tests/model/World.h"
@@ -214,6 +215,65 @@ TEST_F(PanelActions, aHighRiskCardOpensThePageInsteadOfBeingAnswered) {
     EXPECT_EQ(web->calls.countOf("navigate / all a"), 3U);
     loop.drain();
     EXPECT_TRUE(state().holds.empty() && page->posts.empty());
+}
+
+TEST_F(PanelActions, aHighRiskIsAnsweredWithoutThePageOnlyAfterItsReviewIsConfirmed) {
+    page->replies["/v1/page/review"] = FakePage::data(R"({"review":"T","answer":"Yes","hold_s":5})");
+    model->review(question("high"), "Yes");
+    until([&] { return state().secondLook.has_value(); }, "the second look");
+    model->giveUpReview();
+    model->confirmReview();
+    EXPECT_EQ(page->posts.size(), 1U) << "nothing to confirm any more";
+    model->review(question("high"), "Yes");
+    until([&] { return state().secondLook.has_value(); }, "the second look once more");
+    model->confirmReview();
+    EXPECT_EQ(hold()->duration, 5);
+    until([&] { return page->posts.size() == 3; }, "the answer");
+    EXPECT_EQ(page->posts[2].body, R"({"card_id":"a","version":3,"answer":"Yes","review":"T"})");
+}
+
+TEST_F(PanelActions, whatCannotBeDismissedSaysWhyAndASnoozedCardIsWoken) {
+    readCards({cardJSON("a")});
+    page->replies["/v1/page/dismiss"] = FakePage::failure("stale", "It changed.");
+    model->dismiss(question());
+    until([&] { return state().panelError == "It was not dismissed: It changed."; }, "the reason");
+    model->snooze(question());
+    EXPECT_EQ(snoozedCount(state(), clock->now()), 1);
+    model->wake(question());
+    EXPECT_EQ(snoozedCount(state(), clock->now()), 0);
+}
+
+TEST_F(PanelActions, aPressOnAnAgentLeadsToItsCardOrItsTerminal) {
+    reply("/v1/agents/status",
+        R"({"sessions":[{"agent":"claude","session_id":"1","status":"busy","callsign":"Ada","host":"tmux","tty":"pts/3"},
+            {"agent":"claude","session_id":"2","status":"waiting_me","callsign":"Bruno"}]})");
+    readCards({cardWith(R"(,"agent":"claude","session_id":"2")")});
+    const auto lines = agentLines(state());
+    EXPECT_EQ(sentenceOf(lines.at(0)), "Claude Code, Ada · tmux pts/3: working");
+    EXPECT_EQ(lines.at(1).waiting, 1);
+    model->openAgent("claude:2");
+    EXPECT_EQ(web->calls.last("navigate"), "navigate / all a");
+    EXPECT_EQ(state().cardToShow, "a");
+    page->replies["/v1/page/focus"] = FakePage::data(R"({"outcome":"refused","reason":"The pane is gone."})");
+    model->openAgent("claude:1");
+    until([&] { return state().notice == "The pane is gone."; }, "the reason");
+    EXPECT_EQ(page->posts.back().body, R"({"agent":"claude","session_id":"1"})");
+}
+
+TEST_F(PanelActions, receiptsAreFoundByTheirWordsTopicAndDay) {
+    reply("/v1/receipts/list",
+        R"({"receipts":[{"event_id":"2","action":"x","line":"Yes for Codex","topic":"T","ts":"2027-01-15T08:00:00Z","card_id":"a"},
+            {"event_id":"1","action":"x","line":"No","ts":"2027-01-12T08:00:00Z"}]})");
+    refresh();
+    const auto found = [&](const char* words) {
+        std::string ids;
+        for (const auto& row : receiptRows(state(), words, clock->now()))
+            ids += row.id;
+        return ids;
+    };
+    EXPECT_EQ(found(""), "21");
+    EXPECT_EQ(found("codex today"), "2");
+    EXPECT_EQ(found("no codex"), "");
 }
 
 TEST_F(PanelActions, aBatchSaysWhatGoesOutAndHasDefaultsOnlyWhenEveryQuestionHasOne) {

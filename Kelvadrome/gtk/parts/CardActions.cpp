@@ -29,6 +29,10 @@ std::shared_ptr<CardDesk> makeCardDesk(
             return model->acceptDefaults(card);
         case PanelAction::Kind::snooze:
             return model->snooze(card);
+        case PanelAction::Kind::wake:
+            return model->wake(card);
+        case PanelAction::Kind::dismiss:
+            return model->dismiss(card);
         case PanelAction::Kind::undo:
             return model->undo(card);
         case PanelAction::Kind::finishSetup:
@@ -43,7 +47,9 @@ std::shared_ptr<CardDesk> makeCardDesk(
         .answerBatch =
             [model](const Card& card, std::map<std::string, std::string> answers) {
                 model->answerBatch(card, std::move(answers));
-            }});
+            },
+        .reviewAnswer = [model](
+                            const Card& card, std::string words) { model->review(card, std::move(words)); }});
     desk->watching = model->observe([model = std::weak_ptr(model), desk = std::weak_ptr(desk)] {
         const auto lives = model.lock();
         const auto written = desk.lock();

@@ -4,12 +4,15 @@
 #include "Kelvadrome/gtk/parts/FlowRow.h"
 #include "Kelvadrome/gtk/parts/Focus.h"
 #include "Kelvadrome/gtk/parts/Words.h"
+#include "Kelvadrome/model/LocalTime.h"
+#include "KelvadromeKit/attention/DesignWords.h"
 #include "KelvadromeKit/attention/InboxLogic.h"
 
-#include <fmt/chrono.h>
+#include <fmt/format.h>
 
 #include <algorithm>
 #include <gtkmm/button.h>
+#include <gtkmm/eventcontrollerkey.h>
 #include <gtkmm/expander.h>
 #include <gtkmm/image.h>
 
@@ -21,34 +24,50 @@ Gtk::Box* box(Gtk::Orientation orientation, int spacing) {
     return Gtk::make_managed<Gtk::Box>(orientation, spacing);
 }
 
-/// Who asks, about what, and since when.
-std::string origin(
-    const std::string& agent, const std::optional<std::string>& topic, const std::string& age) {
+/// Who asks and where, about what, and since when.
+std::string origin(const std::string& agent, const std::string& place,
+    const std::optional<std::string>& topic, const std::string& age) {
     std::string words = agent;
-    for (const auto& more : {topic.value_or(""), age})
+    for (const auto& more : {place, topic.value_or(""), age})
         words += more.empty() ? "" : " · " + more;
     return words;
 }
 
-/// The answers to choose from, but those that an action offers already.
+bool isChoice(const PanelAction& action) {
+    return action.kind == PanelAction::Kind::answer || action.kind == PanelAction::Kind::acceptDefaults;
+}
+
+/// All answers to choose from, in the card's order, so that each has the number that it has on the page.
 std::vector<PanelAction> optionsOf(const PanelCard& card) {
     std::vector<PanelAction> options;
     for (const auto& option : card.card.options) {
-        const bool offered = std::ranges::any_of(card.actions, [&](const auto& action) {
+        const auto offered = std::ranges::find_if(card.actions, [&](const auto& action) {
             return action.kind == PanelAction::Kind::answer && action.answer == option;
         });
-        if (!offered)
-            options.push_back({.kind = PanelAction::Kind::answer, .words = option, .answer = option});
+        options.push_back(
+            offered != card.actions.end()
+                ? *offered
+                : PanelAction{.kind = PanelAction::Kind::answer, .words = option, .answer = option});
     }
     return options;
+}
+
+/// Whether the suggested answer is none of the options, and so has a button of its own.
+bool standsAlone(const PanelAction& action, const PanelCard& card) {
+    return action.kind != PanelAction::Kind::answer ||
+           std::ranges::find(card.card.options, action.answer) == card.card.options.end();
 }
 
 std::string laterWords(const std::optional<WallTime>& later) {
     if (!later)
         return {};
-    const auto moment = std::chrono::time_point_cast<std::chrono::seconds>(*later);
-    return fmt::format(
-        "Snoozed until {:%H:%M}", fmt::localtime(std::chrono::system_clock::to_time_t(moment)));
+    return "Snoozed until " + clockTime(*later);
+}
+
+/// Whether keys are typed into a text within.
+bool isTyped(Gtk::Widget& within) {
+    auto* const root = gtk_widget_get_root(GTK_WIDGET(within.gobj()));
+    return root && GTK_IS_TEXT(gtk_root_get_focus(root));
 }
 
 bool isBlank(const std::string& text) {
@@ -58,6 +77,7 @@ bool isBlank(const std::string& text) {
 // The keys of a card's controls.
 constexpr const char* foldKey = "fold";
 constexpr const char* sendKey = "send";
+constexpr const char* keepKey = "keep";
 std::string textKey(const std::string& question) {
     return "text " + question;
 }
@@ -84,6 +104,15 @@ CardView::CardView(std::shared_ptr<CardDesk> desk, Form form)
     g_object_set(gobj(), "accessible-role", GTK_ACCESSIBLE_ROLE_GROUP, nullptr);
     add_css_class("card");
     add_css_class("question");
+    const auto keys = Gtk::EventControllerKey::create();
+    keys->signal_key_pressed().connect(
+        [this](guint key, guint, Gdk::ModifierType state) {
+            const auto chords =
+                Gdk::ModifierType::CONTROL_MASK | Gdk::ModifierType::ALT_MASK | Gdk::ModifierType::SUPER_MASK;
+            return (state & chords) == Gdk::ModifierType{} && !isTyped(*this) && press(key);
+        },
+        false);
+    add_controller(keys);
 }
 
 void CardView::show(const PanelRow& row) {
@@ -93,6 +122,9 @@ void CardView::show(const PanelRow& row) {
     shown_ = row;
     if (same)
         return refresh(row);
+    asksToDismiss_ = false;
+    // An answer on its way takes the room of its card, so that nothing below it moves under the pointer.
+    set_size_request(-1, std::holds_alternative<HoldRow>(row) ? get_height() : -1);
     const bool hadFocus = holdsFocus(*this);
     const auto focused = focusedControl();
     build(row);
@@ -115,6 +147,8 @@ void CardView::show(const PanelRow& row) {
 Gtk::Label* CardView::makeTitle(const std::string& words) {
     title_ = wordsLabel(words, "summary");
     title_->set_selectable(true); // no other label takes the focus
+    g_object_set(title_->gobj(), "accessible-role", GTK_ACCESSIBLE_ROLE_HEADING, nullptr);
+    setAccessibleName(*this, words);
     return title_;
 }
 
@@ -122,8 +156,8 @@ void CardView::build(const PanelRow& row) {
     while (auto* const child = get_first_child())
         remove(*child);
     controls_.clear();
-    title_ = origin_ = later_ = nullptr;
-    left_ = nullptr;
+    title_ = origin_ = snoozedUntil_ = nullptr;
+    undoTime_ = nullptr;
     remove_css_class("high-risk");
     if (const auto* const card = std::get_if<PanelCard>(&row)) {
         buildCard(*card);
@@ -136,17 +170,17 @@ void CardView::build(const PanelRow& row) {
 /// What time changes.
 void CardView::refresh(const PanelRow& row) {
     if (const auto* const card = std::get_if<PanelCard>(&row)) {
-        const auto words = origin(card->agent, card->topic, card->age);
+        const auto words = origin(card->agent, card->place, card->topic, card->age);
         origin_->set_text(words);
         setAccessibleName(*title_, (card->highRisk ? "High risk, " : "") + words + ", " + card->summary +
                                        (card->refused ? ", your answer was not delivered" : "") +
                                        (card->way.empty() ? "" : ", " + card->way));
         const auto later = laterWords(card->later);
-        later_->set_text(later);
-        later_->set_visible(!later.empty());
-    } else if (left_) {
+        snoozedUntil_->set_text(later);
+        snoozedUntil_->set_visible(!later.empty());
+    } else if (undoTime_) {
         const auto& hold = std::get<HoldRow>(row);
-        left_->set_fraction(hold.duration > 0 ? std::clamp(hold.left / hold.duration, 0.0, 1.0) : 0);
+        undoTime_->set_fraction(hold.duration > 0 ? std::clamp(hold.left / hold.duration, 0.0, 1.0) : 0);
     }
 }
 
@@ -159,34 +193,33 @@ void CardView::buildCard(const PanelCard& card) {
     origin_->set_hexpand(true);
     head->append(*origin_);
     if (high)
-        head->append(*wordsLabel("High risk", "risk"));
+        head->append(*wordsLabel(std::string(DesignWords::card::highRisk), "risk"));
     append(*head);
     append(*makeTitle(card.summary));
-    later_ = wordsLabel({}, "caption");
-    append(*later_);
+    snoozedUntil_ = wordsLabel({}, "caption");
+    append(*snoozedUntil_);
     if (card.refused)
         append(*wordsLabel(card.refusal(), "warning"));
     if (const auto attempt = InboxLogic::lastAttempt(card.card))
         append(*wordsLabel(*attempt, "warning"));
     if (card.card.deliveryNote)
         append(*wordsLabel(*card.card.deliveryNote, "warning"));
-    setAccessibleDescription(
-        *title_, card.card.deliveryNote.value_or("") +
-                     (high ? "" : (card.card.deliveryNote ? "\n" : "") + card.card.body));
-    if (!high && form_ == Form::open)
+    setAccessibleDescription(*title_,
+        card.card.deliveryNote.value_or("") +
+            (high && form_ == Form::folded ? "" : (card.card.deliveryNote ? "\n" : "") + card.card.body));
+    if (form_ == Form::open)
         addText(*this, card);
     if (!high && form_ == Form::folded)
         addFolded(card);
     if (!card.way.empty())
         append(*wordsLabel(card.way, "warning"));
-    const bool answers = card.takesAnswer() && form_ == Form::open;
-    const bool choices = !card.card.options.empty() || card.offers(PanelAction::Kind::answer) ||
-                         card.offers(PanelAction::Kind::acceptDefaults);
-    if (answers && !choices)
+    // The choices, then words of one's own, then what puts the card away: as on the page.
+    if (form_ == Form::open && (card.takesAnswer() || card.takesReviewedAnswer())) {
+        if (const auto options = optionsOf(card); !options.empty())
+            append(*buttons(options, card));
         addAnswer(*this, card);
+    }
     addActions(card);
-    if (answers && choices)
-        addAnswer(*this, card);
 }
 
 /// What is asked, below its one line.
@@ -204,8 +237,9 @@ void CardView::addText(Gtk::Box& to, const PanelCard& card) {
 /// Answers in one's own words.
 void CardView::addAnswer(Gtk::Box& to, const PanelCard& card) {
     if (card.card.rows && !card.card.rows->empty()) {
-        addBatch(to, card);
-    } else {
+        if (!card.highRisk) // the page alone reviews several answers at once
+            addBatch(to, card);
+    } else if (card.takesText()) {
         addFreeAnswer(to, card);
     }
 }
@@ -223,8 +257,13 @@ void CardView::addFolded(const PanelCard& card) {
     keep(foldKey, *fold); // it stands before what it holds
     auto* const all = box(Gtk::Orientation::VERTICAL, 6);
     addText(*all, card);
-    if (const auto options = optionsOf(card); answers && !options.empty())
+    auto options = optionsOf(card);
+    if (answers && !options.empty()) {
+        std::erase_if(options, [&](const auto& option) {
+            return std::ranges::find(card.actions, option) != card.actions.end();
+        });
         all->append(*buttons(options, card));
+    }
     if (answers)
         addAnswer(*all, card);
     fold->set_child(*all);
@@ -252,13 +291,14 @@ Gtk::Entry* CardView::entry(const std::string& card, const std::string& question
 void CardView::addFreeAnswer(Gtk::Box& to, const PanelCard& card) {
     auto* const row = box(Gtk::Orientation::HORIZONTAL, 6);
     auto* const words = entry(card.card.id, "", "Answer to: " + card.summary);
-    words->set_placeholder_text("Type an answer");
-    auto* const send = Gtk::make_managed<Gtk::Button>("Send");
+    words->set_placeholder_text(card.card.options.empty() ? "Type an answer" : "Or in your own words");
+    auto* const send = Gtk::make_managed<Gtk::Button>(card.highRisk ? "Review…" : "Send");
     send->set_sensitive(!isBlank(words->get_text()));
     words->signal_changed().connect([words, send] { send->set_sensitive(!isBlank(words->get_text())); });
-    const auto sends = [this, words, asked = card.card] {
-        if (!isBlank(words->get_text()))
-            desk_->answer(asked, words->get_text());
+    const auto sends = [this, words, asked = card.card, reviewed = card.highRisk] {
+        if (isBlank(words->get_text()))
+            return;
+        (reviewed ? desk_->reviewAnswer : desk_->answer)(asked, words->get_text());
     };
     words->signal_activate().connect(sends);
     send->signal_clicked().connect(sends);
@@ -306,30 +346,135 @@ void CardView::sendBatch(const Card& card) {
     desk_->answerBatch(card, std::move(answers));
 }
 
-/// What a press does at once: the chief action, in the open form the options, and to be left alone.
+/// What a press does at once, and what puts the card away.
 void CardView::addActions(const PanelCard& card) {
+    if (asksToDismiss_)
+        return addDismissal(card);
     auto actions = card.actions;
-    if (form_ == Form::open && card.takesAnswer()) {
-        const auto options = optionsOf(card);
-        const auto snooze = std::ranges::find(actions, PanelAction::Kind::snooze, &PanelAction::kind);
-        actions.insert(snooze, options.begin(), options.end());
-    }
+    if (form_ == Form::open)
+        std::erase_if(actions, [&](const auto& action) { return !standsAlone(action, card); });
     if (!actions.empty())
         append(*buttons(actions, card));
-    const auto noted = std::ranges::find_if(actions, [](const auto& action) { return !action.note.empty(); });
-    if (noted != actions.end())
+    const auto noted =
+        std::ranges::find_if(card.actions, [](const auto& action) { return !action.note.empty(); });
+    if (noted != card.actions.end())
         append(*wordsLabel(noted->note, "caption"));
+}
+
+void CardView::addDismissal(const PanelCard& card) {
+    append(*wordsLabel(std::string(DesignWords::card::dismissAsks) + " The agent is told nothing.", ""));
+    auto* const row = box(Gtk::Orientation::HORIZONTAL, 6);
+    auto* const keeps = Gtk::make_managed<Gtk::Button>(std::string(DesignWords::card::keep));
+    setAccessibleDescription(*keeps, card.summary);
+    keeps->signal_clicked().connect([this] { showDismissal(false); });
+    keep(keepKey, *keeps);
+    row->append(*keeps);
+    const PanelAction dismiss{
+        .kind = PanelAction::Kind::dismiss, .words = std::string(DesignWords::action::dismiss.word)};
+    auto* const dismisses = Gtk::make_managed<Gtk::Button>(dismiss.words);
+    dismisses->add_css_class("destructive-action");
+    setAccessibleDescription(*dismisses, card.summary);
+    dismisses->signal_clicked().connect(
+        [this, dismiss, asked = card.card] { desk_->perform(dismiss, asked); });
+    keep(pressKey(dismiss), *dismisses);
+    row->append(*dismisses);
+    append(*row);
+}
+
+void CardView::showDismissal(bool asks) {
+    asksToDismiss_ = asks;
+    build(PanelRow(*shown_));
+    if (auto* const first = asks ? control(keepKey) : nullptr) {
+        first->grab_focus();
+    } else {
+        focusTitle();
+    }
+}
+
+/// A press on a button or its key.
+void CardView::choose(const PanelAction& action, const Card& card) {
+    if (action.kind == PanelAction::Kind::dismiss) {
+        showDismissal(true);
+    } else if (action.kind == PanelAction::Kind::answer && card.risk == "high") {
+        desk_->reviewAnswer(card, action.answer);
+    } else {
+        desk_->perform(action, card);
+    }
+}
+
+bool CardView::press(guint key) {
+    if (!shown_)
+        return false;
+    const auto row = *shown_; // a press may replace it
+    using Kind = PanelAction::Kind;
+    const auto* const card = std::get_if<PanelCard>(&row);
+    if (card && key >= GDK_KEY_1 && key <= GDK_KEY_9)
+        return pressOption(*card, key - GDK_KEY_1);
+    switch (key) {
+    case GDK_KEY_a:
+        return pressFirst(row, {Kind::answer, Kind::acceptDefaults});
+    case GDK_KEY_t:
+        return writeAnswer();
+    case GDK_KEY_u:
+        return pressFirst(row, {Kind::undo});
+    case GDK_KEY_z:
+        return pressFirst(row, {Kind::snooze, Kind::wake});
+    case GDK_KEY_x:
+        return pressFirst(row, {Kind::dismiss});
+    default:
+        return false;
+    }
+}
+
+bool CardView::pressOption(const PanelCard& card, std::size_t index) {
+    if (index >= card.card.options.size())
+        return false;
+    if (card.takesAnswer() || (card.takesReviewedAnswer() && form_ == Form::open)) {
+        choose(optionsOf(card)[index], card.card);
+        return true;
+    }
+    return pressFirst(card, {PanelAction::Kind::review});
+}
+
+bool CardView::pressFirst(const PanelRow& row, std::initializer_list<PanelAction::Kind> kinds) {
+    std::vector<PanelAction> offered;
+    if (const auto* const card = std::get_if<PanelCard>(&row)) {
+        offered = card->actions;
+    } else if (const auto& undo = std::get<HoldRow>(row).undo) {
+        offered = {*undo};
+    }
+    const auto found = std::ranges::find_if(
+        offered, [&](const auto& action) { return std::ranges::find(kinds, action.kind) != kinds.end(); });
+    if (found == offered.end())
+        return false;
+    choose(*found, cardOf(row));
+    return true;
+}
+
+bool CardView::writeAnswer() {
+    for (const auto& [key, widget] : controls_) {
+        if (key == foldKey)
+            dynamic_cast<Gtk::Expander&>(*widget).set_expanded(true);
+        if (auto* const text = dynamic_cast<Gtk::Entry*>(widget))
+            return text->grab_focus();
+    }
+    return false;
 }
 
 Gtk::Box* CardView::buttons(const std::vector<PanelAction>& actions, const PanelCard& card) {
     auto* const row = box(Gtk::Orientation::HORIZONTAL, 0);
     flow(*row);
     for (const auto& action : actions) {
-        auto* const press = button(action, card.card);
-        if (action.kind == PanelAction::Kind::snooze || action.kind == PanelAction::Kind::undo) {
-            press->add_css_class("flat");
-        } else if (action == card.actions.front()) {
+        const auto option = std::ranges::find(card.card.options, action.answer);
+        const auto number = option - card.card.options.begin() + 1;
+        const bool numbered = action.kind == PanelAction::Kind::answer && option != card.card.options.end();
+        auto* const press =
+            button(action, card.card, numbered && number <= 9 ? std::to_string(number) : std::string());
+        const bool chief = !card.actions.empty() && action == card.actions.front();
+        if (chief && (isChoice(action) || action.kind == PanelAction::Kind::review)) {
             press->add_css_class("suggested-action");
+        } else if (!isChoice(action) && action.kind != PanelAction::Kind::review) {
+            press->add_css_class("flat");
         }
         row->append(*press);
     }
@@ -339,7 +484,7 @@ Gtk::Box* CardView::buttons(const std::vector<PanelAction>& actions, const Panel
 void CardView::buildHold(const HoldRow& hold) {
     if (hold.committed)
         desk_->drafts.erase(hold.card.id);
-    append(*wordsLabel(origin(hold.agent, hold.topic, ""), "caption"));
+    append(*wordsLabel(origin(hold.agent, hold.place, hold.topic, ""), "caption"));
     auto* const row = box(Gtk::Orientation::HORIZONTAL, 6);
     if (hold.committed) {
         auto* const mark = Gtk::make_managed<Gtk::Image>();
@@ -357,20 +502,32 @@ void CardView::buildHold(const HoldRow& hold) {
         return;
     if (hold.overdue)
         return append(*wordsLabel(hold.words, "warning"));
-    left_ = Gtk::make_managed<Gtk::ProgressBar>();
-    setAccessibleName(*left_, "Time to undo");
-    append(*left_);
+    undoTime_ = Gtk::make_managed<Gtk::ProgressBar>();
+    setAccessibleName(*undoTime_, "Time to undo");
+    append(*undoTime_);
     append(*wordsLabel(hold.words, "caption"));
 }
 
-Gtk::Widget* CardView::button(const PanelAction& action, const Card& card) {
-    auto* const label = wordsLabel(action.words, "");
+/// `number` is that of its key; empty for none.
+Gtk::Widget* CardView::button(const PanelAction& action, const Card& card, const std::string& number) {
+    const bool reviewed = action.kind == PanelAction::Kind::answer && card.risk == "high";
+    auto* const label = wordsLabel(action.words + (reviewed ? "…" : ""), "");
     label->set_xalign(0.5);
     label->set_justify(Gtk::Justification::CENTER);
     auto* const made = Gtk::make_managed<Gtk::Button>();
-    made->set_child(*label);
-    setAccessibleName(*made, action.note.empty() ? action.words : action.words + ". " + action.note);
-    made->signal_clicked().connect([this, action, card] { desk_->perform(action, card); });
+    if (number.empty()) {
+        made->set_child(*label);
+    } else {
+        auto* const words = box(Gtk::Orientation::HORIZONTAL, 8);
+        words->set_halign(Gtk::Align::CENTER);
+        words->append(*wordsLabel(number, "key"));
+        words->append(*label);
+        made->set_child(*words);
+    }
+    setAccessibleName(*made, (action.note.empty() ? action.words : action.words + ". " + action.note) +
+                                 (reviewed ? ", to be reviewed first" : ""));
+    setAccessibleDescription(*made, InboxLogic::summary(card));
+    made->signal_clicked().connect([this, action, card] { choose(action, card); });
     keep(pressKey(action), *made);
     return made;
 }
