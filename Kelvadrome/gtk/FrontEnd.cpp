@@ -7,6 +7,7 @@
 #include "Kelvadrome/gtk/tray/TrayIcon.h"
 #include "Kelvadrome/gtk/web/OnboardingWindow.h"
 #include "Kelvadrome/gtk/web/WebPane.h"
+#include "Kelvadrome/gtk/window/Help.h"
 #include "Kelvadrome/gtk/window/Menu.h"
 #include "Kelvadrome/hub/LocalHub.h"
 #include "Kelvadrome/model/AppLifecycle.h"
@@ -153,15 +154,22 @@ private:
             PanelView::Effects{.openLoginItems = [this] { openSettings(SettingsTab::general); },
                 .openSettings = [this] { openSettings(std::nullopt); },
                 .done = {}});
-        strip_ = std::make_unique<AgentStripWindow>([this] { model_->openFirstNeedingYou(); });
+        strip_ = std::make_unique<AgentStripWindow>(
+            AgentStripWindow::Presses{.open = [this] { model_->openFirstNeedingYou(); },
+                .agent = [this](const std::string& id) { model_->openAgent(id); },
+                .hide = [this] { model_->setAgentStrip(false); },
+                .tell = [this] { return agentLines(model_->state()); }});
         makeSettings();
         // The last, since it is nearly always open: GTK 4.8 crashes when a screen reader asks for a window
         // that has just gone while the last one made is hidden.
         window_ = std::make_unique<MainWindow>(model_, hub_.clock,
-            ContentPane::Page{page_->widget(), [page = page_] { return page->trouble(); }}, hub_.defaults);
+            ContentPane::Page{page_->widget(), [page = page_] { return page->trouble(); },
+                [page = page_] { return page->stands() || page->loaded(); }},
+            hub_.defaults);
         page_->setTroubleChanged([this] { window_->show(model_->state()); });
-        adoptWhenShown(*panel_);
-        adoptWhenShown(*strip_);
+        Help::addShortcuts(*window_);
+        adopt(*panel_);
+        adopt(*strip_);
         addOrdinaryWindow(settings_->window());
         addOrdinaryWindow(*window_);
         screen_->attach(window_.get(), strip_.get(), setupHooks());
@@ -178,13 +186,14 @@ private:
         addAction("panel", "<Control>p", [this] { panel_->toggle(std::nullopt); });
         addAction("search", "<Control>f", [this] { window_->focusSearch(); });
         addAction("settings", "<Control>comma", [this] { openSettings(std::nullopt); });
+        addAction("about", "", [this] { Help::showAbout(*window_, KELVADROME_VERSION); });
         addAction("quit", "<Control>q", [this] { quit(); });
         watching_ = model_->observe([this] { changed(); });
     }
 
     /// One that has a place in the dock and in the window list.
     void addOrdinaryWindow(Gtk::Window& window) {
-        adoptWhenShown(window);
+        adopt(window);
         window.signal_map().connect([this, &window] {
             if (!AppLifecycle::showsInDock(*hub_.defaults))
                 WindowHints::skipTaskbar(window, true);
@@ -211,10 +220,9 @@ private:
         return *setup_;
     }
 
-    /// Hidden, a window is no longer the application's, and the menu's keys don't work in it.
-    void adoptWhenShown(Gtk::Window& window) {
-        window.signal_show().connect([this, &window] { application_->add_window(window); });
-    }
+    /// For good, hidden or not: the C++ binding gives a window up when it hides, and from then on the buttons
+    /// of its title bar don't work.
+    void adopt(Gtk::Window& window) { gtk_application_add_window(application_->gobj(), window.gobj()); }
 
     void makeSettings() {
         settings_ = std::make_unique<SettingsWindow>(SettingsModel::make({.executor = hub_.executor,
@@ -289,7 +297,8 @@ private:
 
     void addAction(const char* name, const char* key, std::function<void()> run) {
         application_->add_action(name, std::move(run));
-        application_->set_accel_for_action(std::string("app.") + name, key);
+        if (*key)
+            application_->set_accel_for_action(std::string("app.") + name, key);
     }
 
     void changed() {

@@ -88,6 +88,8 @@ void PanelView::makeFooter() {
     row->append(open_);
     more_.add_css_class("dim-label");
     row->append(more_);
+    snoozed_.add_css_class("dim-label");
+    row->append(snoozed_);
     append(*row);
 }
 
@@ -131,6 +133,8 @@ void PanelView::draw(const MenuPanelContent& content) {
     open_.set_label(content.open.words);
     more_.set_text(content.more.value_or(""));
     more_.set_visible(content.more.has_value());
+    snoozed_.set_text(content.snoozed.value_or(""));
+    snoozed_.set_visible(content.snoozed.has_value());
 }
 
 void PanelView::drawLines(const MenuPanelContent& content) {
@@ -181,21 +185,35 @@ void PanelView::drawAgents(const std::vector<AgentLine>& agents) {
     agents_.append(*Gtk::make_managed<Gtk::Separator>());
     for (std::size_t i = 0; i < std::min(agents.size(), agentsShown); ++i) {
         const auto& agent = agents[i];
-        auto* const row = Gtk::make_managed<Gtk::Box>(Gtk::Orientation::HORIZONTAL, 6);
+        auto* const row = Gtk::make_managed<Gtk::Box>(Gtk::Orientation::HORIZONTAL, 8);
         auto* const lamp = Gtk::make_managed<Gtk::Box>();
         lamp->add_css_class("lamp");
         lamp->add_css_class(std::string(rawValue(agent.lamp)));
         lamp->set_valign(Gtk::Align::CENTER);
         row->append(*lamp);
-        auto* const name = wordsLabel(agent.name, "", Wrapping::elides);
-        name->set_max_width_chars(24);
+        auto* const name =
+            wordsLabel(agent.name + (agent.place.empty() ? "" : " · " + agent.place), "", Wrapping::elides);
+        name->set_max_width_chars(26);
         row->append(*name);
         auto* const words = wordsLabel(agent.words, "dim-label", Wrapping::elides);
         words->set_hexpand(true);
         words->set_xalign(1);
         words->set_max_width_chars(16);
         row->append(*words);
-        agents_.append(*row);
+        auto* const press = Gtk::make_managed<Gtk::Button>();
+        press->set_child(*row);
+        press->add_css_class("flat");
+        press->set_tooltip_text(sentenceOf(agent));
+        setAccessibleName(*press, sentenceOf(agent));
+        press->signal_clicked().connect([this, id = agent.id] {
+            effects_.done();
+            model_->openAgent(id);
+        });
+        agents_.append(*press);
+    }
+    if (agents.size() > agentsShown) {
+        const auto more = std::to_string(agents.size() - agentsShown);
+        agents_.append(*wordsLabel("+" + more + " in the sidebar of the window", "dim-label"));
     }
 }
 

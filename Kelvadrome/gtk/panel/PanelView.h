@@ -31,6 +31,8 @@ public:
     void show();
     /// A hidden panel draws nothing and sleeps.
     void setShown(bool shown);
+    /// Gives the focus to the first card, when there is one.
+    bool focusFirst() { return cards_.focusFirst(); }
 
 private:
     void makeHeader();
@@ -61,6 +63,7 @@ private:
     Gtk::Label errorWords_;
     Gtk::Button open_;
     Gtk::Label more_;
+    Gtk::Label snoozed_;
 };
 
 } // namespace kelvadrome

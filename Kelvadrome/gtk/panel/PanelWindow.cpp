@@ -98,6 +98,7 @@ void PanelWindow::open(std::optional<std::pair<int, int>> place) {
     before_ = active == windows.end() ? nullptr : *active;
     near_ = before_ ? WindowHints::middle(*before_) : std::nullopt;
     present();
+    view_.focusFirst();
     set_focus_visible(!place); // by keys, then
 }
 

@@ -1,11 +1,15 @@
 #pragma once
 
+#include "Kelvadrome/model/AgentLines.h"
 #include "KelvadromeKit/attention/AgentStrip.h"
+
+#include <giomm/simpleactiongroup.h>
 
 #include <functional>
 #include <gtkmm/box.h>
 #include <gtkmm/button.h>
 #include <gtkmm/label.h>
+#include <gtkmm/popovermenu.h>
 #include <gtkmm/window.h>
 #include <gtkmm/windowhandle.h>
 #include <optional>
@@ -17,8 +21,14 @@ namespace kelvadrome {
 /// background, where it then stays.
 class AgentStripWindow final : public Gtk::Window {
 public:
-    /// `open` is a press on it.
-    explicit AgentStripWindow(std::function<void()> open);
+    struct Presses {
+        std::function<void()> open;                        // on the headline
+        std::function<void(const std::string& id)> agent;  // on a lamp, or an agent in the menu
+        std::function<void()> hide;                        // in the menu
+        std::function<std::vector<AgentLine>()> tell = {}; // the agents in words
+    };
+    explicit AgentStripWindow(Presses presses);
+    ~AgentStripWindow() override { menu_.unparent(); }
 
     /// Shows the strip, or hides it.
     void update(const std::optional<AgentStrip>& strip);
@@ -26,6 +36,13 @@ public:
 private:
     void on_unmap() override;
 
+    void build();
+    void addLamp(const AgentStrip::Item& item, const std::vector<AgentLine>& lines);
+    void openMenu(double x, double y);
+
+    Presses presses_;
+    Glib::RefPtr<Gio::SimpleActionGroup> actions_ = Gio::SimpleActionGroup::create();
+    Gtk::PopoverMenu menu_;
     Gtk::WindowHandle handle_;
     Gtk::Button press_;
     Gtk::Box row_{Gtk::Orientation::HORIZONTAL, 8};

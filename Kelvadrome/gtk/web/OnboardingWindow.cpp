@@ -14,6 +14,9 @@ namespace {
 
 constexpr int width = 880, height = 720, minimumWidth = 720, minimumHeight = 600;
 constexpr const char* confirm = "confirm";
+// This desktop has no menu bar.
+constexpr const char* finishLaterDetail =
+    "Finish Setup stands in the window's menu and in the tray until you are done.";
 constexpr double folderTimeout = 10; // seconds
 
 BridgeMessage::Message parsed(const std::string& type, const std::string& body) {
@@ -27,8 +30,8 @@ Task<> tellFolder(DaemonClient client, std::string path) {
 }
 
 AdwMessageDialog* makeSheet(Gtk::Window& window, const ClosePrompt& prompt) {
-    auto* sheet = ADW_MESSAGE_DIALOG(
-        adw_message_dialog_new(window.gobj(), prompt.title.c_str(), ClosePrompt::finishLaterDetail));
+    auto* sheet =
+        ADW_MESSAGE_DIALOG(adw_message_dialog_new(window.gobj(), prompt.title.c_str(), finishLaterDetail));
     // From left to right: the one that Return presses stands last.
     adw_message_dialog_add_responses(
         sheet, "cancel", prompt.cancel.c_str(), confirm, prompt.confirm.c_str(), nullptr);

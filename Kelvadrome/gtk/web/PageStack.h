@@ -27,7 +27,7 @@ public:
 private:
     Gtk::Stack stack_;
     AdwStatusPage* status_; // the stack's
-    Gtk::Button again_{"Try again"};
+    Gtk::Button tryAgain_{"Try again"};
     std::optional<std::string> trouble_;
 };
 

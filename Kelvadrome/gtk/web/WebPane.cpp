@@ -79,6 +79,7 @@ void WebPane::load(PageSession::Credentials credentials, std::string url) {
     cookieValue = std::move(credentials.cookieValue);
     setCookieHeader_ = std::move(credentials.setCookieHeader);
     port_ = credentials.port;
+    stands_ = false;
     tell(PageEvent::SessionBegan{.base = std::move(credentials.base), .url = std::move(url)});
 }
 
@@ -354,8 +355,11 @@ void WebPane::receive(const std::string& url, const std::string& json) {
         readJSON(json, [this](const JSONValue& root) {
             const auto body = root.object();
             const auto type = body.required<std::string>("type");
-            if (type == "ready")
+            if (type == "ready") {
                 tellTheme();
+                if (!std::exchange(stands_, true) && stack_.onChange)
+                    stack_.onChange();
+            }
             if (onMessage)
                 onMessage(type, body);
             return 0;

@@ -44,7 +44,7 @@ public:
 
     /// What a window shows: the page, or the words in its place.
     Gtk::Widget& widget() { return stack_.widget(); }
-    /// `changed` is called when `trouble` has.
+    /// `changed` is called when `trouble` or `stands` has.
     void setTroubleChanged(std::function<void()> changed) { stack_.onChange = std::move(changed); }
     /// What the page tells the shell. Messages from frames inside it and from other origins never get here.
     PageBridge::OnMessage onMessage;
@@ -64,6 +64,8 @@ public:
     Task<bool> evaluate(std::string script);
     /// A page has finished loading since the last `load`, and still lives.
     bool loaded() const { return load_.loaded(); }
+    /// The page of this session has said that its script stands.
+    bool stands() const { return stands_; }
     /// The words that stand in the page's place, if they do.
     const std::optional<std::string>& trouble() const { return stack_.trouble(); }
     WebKitWebView* view() const { return view_.get(); }
@@ -113,6 +115,7 @@ private:
     std::shared_ptr<WebKitWebResource> document_; // the one that is shown, until its load begins anew
     std::string setCookieHeader_;                 // of the session in use
     std::int64_t port_ = 0;                       // the daemon's, as the session says
+    bool stands_ = false;
     TaskHandle preparing_;
     TaskHandle waking_;
     std::optional<double> wakesAt_; // uptime, while `waking_` sleeps

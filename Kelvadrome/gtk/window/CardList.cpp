@@ -49,18 +49,60 @@ CardList::CardList(std::shared_ptr<CardDesk> desk, CardView::Form form)
             if ((state & (Gdk::ModifierType::CONTROL_MASK | Gdk::ModifierType::ALT_MASK |
                              Gdk::ModifierType::SHIFT_MASK)) != Gdk::ModifierType{})
                 return false;
-            if (key != GDK_KEY_Up && key != GDK_KEY_Down)
-                return false;
-            return move(key == GDK_KEY_Down ? 1 : -1);
+            const bool typed = GTK_IS_TEXT(gtk_root_get_focus(gtk_widget_get_root(GTK_WIDGET(gobj()))));
+            if (key == GDK_KEY_Down || (key == GDK_KEY_j && !typed))
+                return move(1);
+            if (key == GDK_KEY_Up || (key == GDK_KEY_k && !typed))
+                return move(-1);
+            return false;
         },
         false);
     add_controller(keys);
+    pointer_->signal_leave().connect([this] { show(std::vector(wanted_), snoozed_); });
+    add_controller(pointer_);
+    snoozedHeading_.set_text("Snoozed");
+    snoozedHeading_.set_xalign(0);
+    snoozedHeading_.add_css_class("heading");
+    g_object_set(snoozedHeading_.gobj(), "accessible-role", GTK_ACCESSIBLE_ROLE_HEADING, nullptr);
+    snoozedHeading_.set_visible(false);
+    append(snoozedHeading_);
 }
 
-void CardList::show(const std::vector<PanelRow>& rows) {
-    if (rows == rows_)
+bool CardList::focusCard(const std::string& id) {
+    const auto row = std::ranges::find_if(rows_, [&](const auto& one) { return cardOf(one).id == id; });
+    if (row == rows_.end())
+        return false;
+    const auto at = static_cast<std::size_t>(row - rows_.begin());
+    if (at >= limit_) {
+        limit_ = at + 1;
+        draw();
+    }
+    return view(at)->focusTitle();
+}
+
+/// While the pointer is over the list, an answer that shows as sent stays where it is: the cards below it
+/// would move up under the pointer.
+std::vector<PanelRow> CardList::withSentRows(const std::vector<PanelRow>& rows) const {
+    auto kept = rows;
+    if (!pointer_->contains_pointer())
+        return kept;
+    for (std::size_t i = 0; i < rows_.size(); ++i) {
+        const auto* const sent = std::get_if<HoldRow>(&rows_[i]);
+        const bool gone = std::ranges::none_of(
+            rows, [&](const auto& row) { return cardOf(row).id == cardOf(rows_[i]).id; });
+        if (sent && sent->committed && gone)
+            kept.insert(kept.begin() + static_cast<std::ptrdiff_t>(std::min(i, kept.size())), rows_[i]);
+    }
+    return kept;
+}
+
+void CardList::show(const std::vector<PanelRow>& rows, std::size_t snoozed) {
+    wanted_ = rows;
+    snoozed_ = snoozed;
+    auto fresh = withSentRows(rows);
+    if (fresh == rows_)
         return;
-    const auto before = std::exchange(rows_, rows);
+    const auto before = std::exchange(rows_, std::move(fresh));
     draw();
     if (movesAny(before, rows_))
         settle();
@@ -86,7 +128,9 @@ void CardList::draw() {
             kept->second = nullptr;
         }
         view->show(rows_[i]);
-        if (last ? view->get_prev_sibling() != last : view->get_prev_sibling() != nullptr) {
+        auto* const above = view->get_prev_sibling() == &snoozedHeading_ ? snoozedHeading_.get_prev_sibling()
+                                                                         : view->get_prev_sibling();
+        if (above != last) {
             if (last) {
                 reorder_child_after(*view, *last);
             } else {
@@ -104,6 +148,12 @@ void CardList::draw() {
     more_.set_label(fmt::format("Show more ({})", rows_.size() - count));
     if (last)
         reorder_child_after(more_, *last);
+    snoozedHeading_.set_visible(snoozed_ > 0 && rows_.size() - std::min(snoozed_, rows_.size()) < count);
+    if (snoozedHeading_.get_visible() && snoozed_ < rows_.size()) {
+        reorder_child_after(snoozedHeading_, *view(rows_.size() - snoozed_ - 1));
+    } else {
+        reorder_child_at_start(snoozedHeading_);
+    }
     if (focusGoes && !views_.empty())
         view(std::min(*focused, views_.size() - 1))->focusTitle();
 }

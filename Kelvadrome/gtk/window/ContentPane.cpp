@@ -2,6 +2,7 @@
 
 #include "Kelvadrome/gtk/parts/AccessibleName.h"
 #include "Kelvadrome/gtk/parts/Words.h"
+#include "KelvadromeKit/attention/DesignWords.h"
 
 #include <fmt/format.h>
 #include <glibmm/markup.h>
@@ -24,10 +25,10 @@ AdwStatusPage* statusPage(const char* title, const char* description) {
 } // namespace
 
 ContentPane::ContentPane(std::shared_ptr<AppModel> model, std::shared_ptr<Clock> clock, Page page)
-    : model_(model), clock_(clock), trouble_(std::move(page.trouble)),
+    : model_(model), clock_(clock), trouble_(std::move(page.trouble)), drawn_(std::move(page.drawn)),
       native_(
-          model, std::move(clock), [this](const Card& card) { review(card); },
-          [model] { model->web().reload(); }) {
+          model, clock, [this](const Card& card) { review(card); }, [model] { model->web().reload(); }),
+      lists_(model, std::move(clock)) {
     set_hexpand(true);
     set_vexpand(true);
     set_transition_type(Gtk::StackTransitionType::CROSSFADE);
@@ -35,6 +36,7 @@ ContentPane::ContentPane(std::shared_ptr<AppModel> model, std::shared_ptr<Clock>
     addFailed();
     addPage(page.widget);
     add(native_, "native");
+    add(lists_, "lists");
     hideOtherPages(*this);
 }
 
@@ -80,7 +82,6 @@ void ContentPane::addFailed() {
 void ContentPane::addPage(Gtk::Widget& page) {
     auto* const press = Gtk::make_managed<Gtk::Button>("Back to the list");
     press->signal_clicked().connect([this] {
-        searched_ = false;
         model_->endReview();
         show(model_->state());
         native_.focusFirst();
@@ -101,20 +102,61 @@ void ContentPane::review(const Card& card) {
     page_.child_focus(Gtk::DirectionType::TAB_FORWARD);
 }
 
-void ContentPane::showResults() {
-    searched_ = true;
-    show(model_->state());
+void ContentPane::setFilter(const std::string& words) {
+    native_.setFilter(words);
+    lists_.setFilter(words);
 }
 
-bool ContentPane::wantsNative(const AppState& state) {
+/// Until the page stands, the list of cards is there in its place.
+const char* ContentPane::readyPage(const AppState& state) {
     const auto trouble = trouble_();
     native_.setTrouble(trouble);
-    const bool wanted = (state.nativeInbox || trouble) && state.section == NavSection::inbox;
-    searched_ = searched_ && wanted;
-    return wanted && (!(state.reviewed || searched_) || trouble);
+    pageStands_ = pageStands_ || drawn_();
+    if (state.section == NavSection::inbox) {
+        const bool wanted = state.nativeInbox && !state.reviewed;
+        return wanted || trouble || !pageStands_ ? "native" : "ready";
+    }
+    return state.nativeInbox && NativeLists::offers(state.section) ? "lists" : "ready";
+}
+
+/// An answer of high risk, as it would go out, before it does.
+void ContentPane::showSecondLook(const AppState& state) {
+    if (!state.secondLook) {
+        if (secondLook_)
+            gtk_window_close(GTK_WINDOW(secondLook_));
+        return;
+    }
+    if (secondLook_)
+        return;
+    const auto& look = *state.secondLook;
+    const auto facts =
+        fmt::format("To: {}\nQuestion: {}\nAnswer: “{}”\n\nThis is marked as high risk. After you "
+                    "confirm it you have {:g} seconds to undo.",
+            look.to, look.card.title, look.reviewed.answer, look.reviewed.holdSeconds);
+    auto* const root = gtk_widget_get_root(GTK_WIDGET(gobj()));
+    const std::string title(DesignWords::card::review);
+    secondLook_ = ADW_MESSAGE_DIALOG(adw_message_dialog_new(GTK_WINDOW(root), title.c_str(), facts.c_str()));
+    const auto confirm = "Confirm and send " + inQuotes(look.reviewed.answer);
+    adw_message_dialog_add_responses(secondLook_, "back", "Back", "confirm", confirm.c_str(), nullptr);
+    adw_message_dialog_set_response_appearance(secondLook_, "confirm", ADW_RESPONSE_DESTRUCTIVE);
+    adw_message_dialog_set_default_response(secondLook_, "back");
+    adw_message_dialog_set_close_response(secondLook_, "back");
+    g_signal_connect(secondLook_, "response",
+        G_CALLBACK(+[](AdwMessageDialog*, const char* response, ContentPane* self) {
+            self->secondLook_ = nullptr;
+            if (std::string_view(response) == "confirm") {
+                self->model_->confirmReview();
+            } else {
+                self->model_->giveUpReview();
+            }
+        }),
+        this);
+    gtk_window_present(GTK_WINDOW(secondLook_));
 }
 
 void ContentPane::show(const AppState& state) {
+    pageStands_ = pageStands_ && state.connection.state == Connection::State::ready;
+    showSecondLook(state);
     switch (state.connection.state) {
     case Connection::State::starting:
         pressed_.set_text(fmt::format("{}", fmt::join(pressedLines(state, {}, clock_->now()), "\n")));
@@ -132,9 +174,10 @@ void ContentPane::show(const AppState& state) {
         break;
     }
     case Connection::State::ready:
-        set_visible_child(wantsNative(state) ? "native" : "ready");
-        back_.set_visible(state.nativeInbox && (state.reviewed || searched_));
+        set_visible_child(readyPage(state));
+        back_.set_visible(state.nativeInbox && state.reviewed);
         native_.show();
+        lists_.show();
         break;
     }
 }

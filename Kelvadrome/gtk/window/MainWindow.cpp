@@ -2,13 +2,15 @@
 
 #include "Kelvadrome/gtk/parts/AccessibleName.h"
 #include "Kelvadrome/gtk/window/Menu.h"
+#include "KelvadromeKit/attention/InboxLogic.h"
 #include "KelvadromeKit/support/Text.h"
 
 #include <fmt/format.h>
 #include <glibmm/markup.h>
 
-#include <array>
+#include <algorithm>
 #include <gtkmm/box.h>
+#include <gtkmm/eventcontrollerkey.h>
 #include <gtkmm/stringlist.h>
 
 namespace kelvadrome {
@@ -29,6 +31,17 @@ void reveal(AdwFlap* flap, Gtk::Widget& side, bool revealed) {
     setAccessibleHidden(side, !revealed);
 }
 
+bool hasScopes(const AppState& state) {
+    return state.scope != ScopeFilter::all || std::ranges::any_of(state.topics, [](const auto& topic) {
+        return topic.second.scope.has_value();
+    });
+}
+
+std::string subtitle(const AppState& state) {
+    return state.connection.state == Connection::State::ready ? InboxLogic::cautionText(needsYouCount(state))
+                                                              : std::string();
+}
+
 GtkWidget* bare(Gtk::Widget& widget) {
     return GTK_WIDGET(widget.gobj());
 }
@@ -44,6 +57,7 @@ MainWindow::MainWindow(std::shared_ptr<AppModel> model, std::shared_ptr<Clock> c
     set_hide_on_close(true);
     makeToolbar();
     makeBody();
+    listenToKeys();
     restoreSize();
     signal_hide().connect([this] { rememberSize(); });
     show(model_->state());
@@ -53,37 +67,12 @@ void MainWindow::makeToolbar() {
     sidebarButton_.set_icon_name("sidebar-show-symbolic");
     name(sidebarButton_, "Show the sidebar");
     sidebarButton_.set_active(true);
-    sidebarButton_.signal_toggled().connect([this] { reveal(left_, sidebar_, sidebarButton_.get_active()); });
+    sidebarButton_.signal_toggled().connect(
+        [this] { reveal(sidebarFlap_, side_, sidebarButton_.get_active()); });
     header_.pack_start(sidebarButton_);
 
-    std::vector<Glib::ustring> scopes;
-    for (const auto scope : allScopeFilters)
-        scopes.emplace_back(std::string(title(scope)));
-    scope_.set_model(Gtk::StringList::create(scopes));
-    scope_.set_tooltip_text("Which part of your work is shown");
-    scope_.property_selected().signal_changed().connect([this] {
-        nameScope();
-        if (!showing_ && scope_.get_selected() < allScopeFilters.size())
-            model_->setScope(allScopeFilters[scope_.get_selected()]);
-    });
-    nameScope();
-    header_.pack_start(scope_);
-
-    // GTK 4.8 has the property, but no function for it on this widget.
-    g_object_set(search_.gobj(), "placeholder-text", "Search", nullptr);
-    search_.set_width_chars(10);
-    search_.set_max_width_chars(28);
-    name(search_, "Search cards, topics and receipts");
-    search_.signal_activate().connect([this] {
-        model_->setSearchText(search_.get_text());
-        model_->search();
-        content_.showResults();
-    });
-    search_.signal_search_changed().connect([this] {
-        if (search_.get_text().empty())
-            model_->setSearchText({});
-    });
-    header_.set_title_widget(search_);
+    title_ = ADW_WINDOW_TITLE(adw_window_title_new("kelvadrome", ""));
+    header_.set_title_widget(*Glib::wrap(GTK_WIDGET(title_)));
 
     menu_.set_icon_name("open-menu-symbolic");
     menu_.set_primary(true);
@@ -91,37 +80,84 @@ void MainWindow::makeToolbar() {
     name(menu_, "Menu");
     header_.pack_end(menu_);
 
-    inspectorButton_.set_icon_name("dialog-information-symbolic");
-    name(inspectorButton_, "Show the inspector (Command Option I)");
+    inspectorButton_.set_icon_name("sidebar-show-right-symbolic");
+    name(inspectorButton_, "Show the inspector (Ctrl+Alt+I)");
     inspectorButton_.signal_toggled().connect([this] {
         if (!showing_)
             model_->setInspectorShown(inspectorButton_.get_active());
     });
     header_.pack_end(inspectorButton_);
 
-    nativeButton_.set_icon_name("view-list-symbolic");
-    name(nativeButton_, "Native inbox: the cards without the page, as a screen reader can read them");
-    nativeButton_.signal_toggled().connect([this] {
-        if (!showing_)
-            model_->setNativeInbox(nativeButton_.get_active());
-    });
-    header_.pack_end(nativeButton_);
-
-    auto* const modes = Gtk::make_managed<Gtk::Box>();
-    modes->add_css_class("linked");
-    expert_.set_group(simple_);
-    for (auto* const button : {&simple_, &expert_})
-        modes->append(*button);
-    name(simple_, "Simple: the sidebar of this window");
-    name(expert_, "Expert: the page alone");
-    expert_.signal_toggled().connect([this] {
-        if (!showing_) {
-            model_->setInterfaceMode(expert_.get_active() ? InterfaceMode::expert : InterfaceMode::simple,
-                InterfaceModeSource::toolbar);
-        }
-    });
-    header_.pack_end(*modes);
+    searchButton_.set_icon_name("system-search-symbolic");
+    name(searchButton_, "Search cards, topics and receipts (Ctrl+F)");
+    header_.pack_end(searchButton_);
     set_titlebar(header_);
+    makeScope();
+    makeSearch();
+}
+
+void MainWindow::makeScope() {
+    std::vector<Glib::ustring> scopes;
+    for (const auto scope : allScopeFilters)
+        scopes.emplace_back(std::string(title(scope)));
+    scope_.set_model(Gtk::StringList::create(scopes));
+    scope_.set_tooltip_text("Which part of your work is shown");
+    scope_.set_margin(6);
+    scope_.property_selected().signal_changed().connect([this] {
+        nameScope();
+        if (!showing_ && scope_.get_selected() < allScopeFilters.size())
+            model_->setScope(allScopeFilters[scope_.get_selected()]);
+    });
+    nameScope();
+}
+
+/// As it is typed: the field itself waits for a pause between two keys.
+void MainWindow::makeSearch() {
+    // GTK 4.8 has the property, but no function for it on this widget.
+    g_object_set(search_.gobj(), "placeholder-text", "Search", nullptr);
+    search_.set_width_chars(16);
+    search_.set_max_width_chars(48);
+    search_.set_hexpand(true);
+    setAccessibleName(search_, "Search cards, topics and receipts");
+    search_.signal_search_changed().connect([this] { searchChanged(); });
+    search_.signal_activate().connect([this] {
+        searchChanged();
+        if (content_.showsNative())
+            content_.child_focus(Gtk::DirectionType::TAB_FORWARD);
+    });
+    searchBar_.set_child(search_);
+    searchBar_.connect_entry(search_);
+    searchBar_.property_search_mode_enabled().signal_changed().connect([this] {
+        searchButton_.set_active(searchBar_.get_search_mode());
+        if (!searchBar_.get_search_mode())
+            leaveSearch();
+    });
+    searchButton_.signal_toggled().connect(
+        [this] { searchBar_.set_search_mode(searchButton_.get_active()); });
+}
+
+void MainWindow::searchChanged() {
+    const std::string words = search_.get_text();
+    if (words == model_->state().searchText)
+        return;
+    const bool native = content_.showsNative();
+    content_.setFilter(words);
+    model_->setSearchText(words);
+    if (native)
+        return;
+    if (words.empty()) {
+        model_->open(
+            model_->state().section, std::nullopt); // from the results back to where they were asked for
+    } else {
+        model_->search();
+    }
+}
+
+void MainWindow::leaveSearch() {
+    search_.set_text({});
+    searchChanged();
+    if (content_.showsNative())
+        content_.focusFirst();
 }
 
 /// The button inside the list is what has the focus.
@@ -135,37 +171,62 @@ void MainWindow::nameScope() {
 }
 
 void MainWindow::makeBody() {
-    right_ = ADW_FLAP(adw_flap_new());
-    adw_flap_set_flap_position(right_, GTK_PACK_END);
-    adw_flap_set_content(right_, bare(content_));
-    adw_flap_set_flap(right_, bare(inspector_));
-    adw_flap_set_separator(right_, gtk_separator_new(GTK_ORIENTATION_VERTICAL));
-    adw_flap_set_locked(right_, TRUE);
-    adw_flap_set_swipe_to_open(right_, FALSE);
+    inspectorFlap_ = ADW_FLAP(adw_flap_new());
+    adw_flap_set_flap_position(inspectorFlap_, GTK_PACK_END);
+    adw_flap_set_content(inspectorFlap_, bare(content_));
+    adw_flap_set_flap(inspectorFlap_, bare(inspector_));
+    adw_flap_set_separator(inspectorFlap_, gtk_separator_new(GTK_ORIENTATION_VERTICAL));
+    adw_flap_set_locked(inspectorFlap_, TRUE);
+    adw_flap_set_swipe_to_open(inspectorFlap_, FALSE);
     // In a narrow window the sides lie over the content, and go away by themselves.
-    for (auto* const side : {static_cast<Gtk::Widget*>(&sidebar_), static_cast<Gtk::Widget*>(&inspector_)})
+    for (auto* const side : {static_cast<Gtk::Widget*>(&side_), static_cast<Gtk::Widget*>(&inspector_)})
         side->add_css_class("background");
-    g_signal_connect_swapped(right_, "notify::reveal-flap", G_CALLBACK(+[](MainWindow* self) {
+    sidebar_.set_vexpand(true);
+    side_.append(scope_);
+    side_.append(sidebar_);
+    g_signal_connect_swapped(inspectorFlap_, "notify::reveal-flap", G_CALLBACK(+[](MainWindow* self) {
         if (!self->showing_)
-            self->model_->setInspectorShown(adw_flap_get_reveal_flap(self->right_));
+            self->model_->setInspectorShown(adw_flap_get_reveal_flap(self->inspectorFlap_));
     }),
         this);
 
-    sidebar_.onSelected = [this] { show(model_->state()); };
-    left_ = ADW_FLAP(adw_flap_new());
-    adw_flap_set_content(left_, GTK_WIDGET(right_));
-    adw_flap_set_flap(left_, bare(sidebar_));
-    adw_flap_set_separator(left_, gtk_separator_new(GTK_ORIENTATION_VERTICAL));
-    adw_flap_set_swipe_to_open(left_, FALSE);
-    g_signal_connect_swapped(left_, "notify::reveal-flap", G_CALLBACK(+[](MainWindow* self) {
+    sidebar_.onSelected = [this] {
+        show(model_->state());
+        if (adw_flap_get_folded(sidebarFlap_))
+            sidebarButton_.set_active(false); // it lies over what was chosen
+    };
+    sidebarFlap_ = ADW_FLAP(adw_flap_new());
+    adw_flap_set_content(sidebarFlap_, GTK_WIDGET(inspectorFlap_));
+    adw_flap_set_flap(sidebarFlap_, bare(side_));
+    adw_flap_set_separator(sidebarFlap_, gtk_separator_new(GTK_ORIENTATION_VERTICAL));
+    adw_flap_set_swipe_to_open(sidebarFlap_, FALSE);
+    g_signal_connect_swapped(sidebarFlap_, "notify::reveal-flap", G_CALLBACK(+[](MainWindow* self) {
         if (!self->showing_)
-            self->sidebarButton_.set_active(adw_flap_get_reveal_flap(self->left_));
+            self->sidebarButton_.set_active(adw_flap_get_reveal_flap(self->sidebarFlap_));
     }),
         this);
 
+    auto* const body = Gtk::make_managed<Gtk::Box>(Gtk::Orientation::VERTICAL);
+    body->append(searchBar_);
+    gtk_widget_set_vexpand(GTK_WIDGET(sidebarFlap_), TRUE);
+    gtk_box_append(body->gobj(), GTK_WIDGET(sidebarFlap_));
     toasts_ = ADW_TOAST_OVERLAY(adw_toast_overlay_new());
-    adw_toast_overlay_set_child(toasts_, GTK_WIDGET(left_));
+    adw_toast_overlay_set_child(toasts_, bare(*body));
     set_child(*Glib::wrap(GTK_WIDGET(toasts_)));
+}
+
+/// "/" as on the page, and wherever nothing is typed.
+void MainWindow::listenToKeys() {
+    const auto keys = Gtk::EventControllerKey::create();
+    keys->signal_key_pressed().connect(
+        [this](guint key, guint, Gdk::ModifierType) {
+            if (key != GDK_KEY_slash || GTK_IS_TEXT(gtk_window_get_focus(GTK_WINDOW(gobj()))))
+                return false;
+            focusSearch();
+            return true;
+        },
+        false);
+    add_controller(keys);
 }
 
 void MainWindow::show(const AppState& state) {
@@ -175,14 +236,17 @@ void MainWindow::show(const AppState& state) {
     if (chrome && state.inspectorShown)
         inspector_.show(state, sidebar_.selected());
     content_.show(state);
-    reveal(left_, sidebar_, chrome && sidebarButton_.get_active());
-    reveal(right_, inspector_, chrome && state.inspectorShown);
+    reveal(sidebarFlap_, side_, chrome && sidebarButton_.get_active());
+    reveal(inspectorFlap_, inspector_, chrome && state.inspectorShown);
     sidebarButton_.set_visible(chrome);
-    scope_.set_visible(chrome);
+    scope_.set_visible(hasScopes(state));
     inspectorButton_.set_visible(chrome);
     inspectorButton_.set_active(state.inspectorShown);
-    nativeButton_.set_active(state.nativeInbox);
-    (chrome ? simple_ : expert_).set_active(true);
+    searchButton_.set_visible(chrome);
+    if (!chrome && searchBar_.get_search_mode())
+        searchBar_.set_search_mode(false);
+    adw_window_title_set_title(title_, title(state.section).c_str());
+    adw_window_title_set_subtitle(title_, subtitle(state).c_str());
     for (guint i = 0; i < allScopeFilters.size(); ++i) {
         if (allScopeFilters[i] == state.scope && scope_.get_selected() != i)
             scope_.set_selected(i);
@@ -202,6 +266,9 @@ void MainWindow::showNotice(const AppState& state) {
 }
 
 void MainWindow::focusSearch() {
+    if (hidesNativeChrome(model_->state().interfaceMode))
+        return;
+    searchBar_.set_search_mode(true);
     search_.grab_focus();
 }
 

@@ -33,27 +33,39 @@ Menu::Menu(Gtk::Application& application, std::shared_ptr<AppModel> model) {
     finishSetup_->set_enabled(model->state().onboardingActive);
 }
 
+namespace {
+
+/// The part of the one menu that changes.
+const Glib::RefPtr<Gio::Menu>& setupGroup() {
+    static const auto group = Gio::Menu::create();
+    return group;
+}
+
+} // namespace
+
 Glib::RefPtr<Gio::Menu> Menu::primary() {
     const auto menu = Gio::Menu::create();
+    menu->append_section({}, setupGroup());
     auto group = Gio::Menu::create();
-    const auto setup = Gio::MenuItem::create("Finish Setup", "app.finish-setup");
-    setup->set_attribute_value("hidden-when", Glib::Variant<Glib::ustring>::create("action-disabled"));
-    group->append_item(setup);
-    menu->append_section({}, group);
-    group = Gio::Menu::create();
+    const auto sections = Gio::Menu::create();
     for (const auto& command : kelvadromeCommands()) {
-        group->append(command.title, "app." + command.id);
+        (command.id.starts_with("section-") ? sections : group)->append(command.title, "app." + command.id);
         if (!command.endsGroup)
             continue;
         menu->append_section({}, group);
         group = Gio::Menu::create();
     }
+    group->append_submenu("Go to", sections);
     menu->append_section({}, group);
     group = Gio::Menu::create();
     group->append("What Needs You", "app.panel");
     group->append("Native Inbox", "app.native-inbox");
     group->append("Show Inspector", "app.inspector");
+    menu->append_section({}, group);
+    group = Gio::Menu::create();
     group->append("Settings", "app.settings");
+    group->append("Keyboard Shortcuts", "win.show-help-overlay");
+    group->append("About kelvadrome", "app.about");
     group->append("Quit", "app.quit");
     menu->append_section({}, group);
     return menu;
@@ -63,6 +75,14 @@ void Menu::show(const AppState& state) {
     for (const auto& [action, checked] : toggles_)
         action->change_state(checked(state));
     finishSetup_->set_enabled(state.onboardingActive);
+    // In place of "hidden-when": GTK 4.8 leaves such an item away in a window that was hidden meanwhile.
+    if (const bool stands = setupGroup()->get_n_items() > 0; stands == state.onboardingActive)
+        return;
+    if (state.onboardingActive) {
+        setupGroup()->append("Finish Setup", "app.finish-setup");
+    } else {
+        setupGroup()->remove_all();
+    }
 }
 
 } // namespace kelvadrome

@@ -23,13 +23,15 @@ void asWords(Gtk::Label& label, const char* style) {
 
 NativeInbox::NativeInbox(std::shared_ptr<AppModel> model, std::shared_ptr<Clock> clock,
     std::function<void(const Card& card)> review, std::function<void()> tryAgain)
-    : model_(std::move(model)), clock_(std::move(clock)),
+    : Gtk::Box(Gtk::Orientation::VERTICAL), model_(std::move(model)), clock_(std::move(clock)),
       cards_(makeCardDesk(model_, std::move(review)), CardView::Form::open) {
-    set_policy(Gtk::PolicyType::NEVER, Gtk::PolicyType::AUTOMATIC);
+    scroller_.set_policy(Gtk::PolicyType::NEVER, Gtk::PolicyType::AUTOMATIC);
+    scroller_.set_vexpand(true);
     add_css_class("inbox");
-    setAccessibleName(*this, "Inbox"); // which takes the focus while there is no card
+    setAccessibleName(scroller_, "Inbox"); // which takes the focus while there is no card
     makeTrouble(std::move(tryAgain));
     asWords(header_, "title-2");
+    g_object_set(header_.gobj(), "accessible-role", GTK_ACCESSIBLE_ROLE_HEADING, nullptr);
     asWords(relief_, "dim-label");
     asWords(error_, "error");
     asWords(pressed_, "warning");
@@ -41,7 +43,6 @@ NativeInbox::NativeInbox(std::shared_ptr<AppModel> model, std::shared_ptr<Clock>
     titles->append(relief_);
     column_.append(trouble_);
     column_.append(*titles);
-    column_.append(error_);
     column_.append(pressed_);
     column_.append(cards_);
     column_.append(elsewhere_);
@@ -51,7 +52,13 @@ NativeInbox::NativeInbox(std::shared_ptr<AppModel> model, std::shared_ptr<Clock>
     auto* const clamp = ADW_CLAMP(adw_clamp_new());
     adw_clamp_set_maximum_size(clamp, widest);
     adw_clamp_set_child(clamp, GTK_WIDGET(column_.gobj()));
-    set_child(*Glib::wrap(GTK_WIDGET(clamp)));
+    scroller_.set_child(*Glib::wrap(GTK_WIDGET(clamp)));
+    errorBar_.add_css_class("error-bar");
+    g_object_set(errorBar_.gobj(), "accessible-role", GTK_ACCESSIBLE_ROLE_ALERT, nullptr);
+    error_.set_hexpand(true);
+    errorBar_.append(error_);
+    append(errorBar_);
+    append(scroller_);
     signal_map().connect([this] { show(); });
     signal_unmap().connect([this] { waking_.in(std::nullopt, {}); });
 }
@@ -87,29 +94,43 @@ void NativeInbox::show() {
     if (!get_mapped())
         return;
     const auto now = clock_->now();
-    auto list = inboxList(model_->state(), now);
+    auto list = inboxList(model_->state(), now, filter_);
     waking_.in(cardRowsChangeIn(list.rows, model_->state(), now), [this] { show(); });
     if (shown_ == list)
-        return;
+        return goToCard();
     header_.set_text(list.header);
-    relief_.set_text(list.relief);
+    relief_.set_text(
+        list.snoozed == 0 ? list.relief : fmt::format("{} · {} snoozed", list.relief, list.snoozed));
     error_.set_text(list.error.value_or(""));
-    error_.set_visible(list.error.has_value());
+    errorBar_.set_visible(list.error.has_value());
     pressed_.set_text(fmt::format("{}", fmt::join(list.pressed, "\n")));
     pressed_.set_visible(!list.pressed.empty());
-    cards_.show(list.rows);
+    cards_.show(list.rows, list.snoozed);
     elsewhereWords_.set_text(list.elsewhere == 1
                                  ? "1 question belongs to another scope."
                                  : fmt::format("{} questions belong to another scope.", list.elsewhere));
     elsewhere_.set_visible(list.elsewhere > 0);
     clear_.set_visible(list.clear);
     shown_ = std::move(list);
+    goToCard();
+}
+
+/// The card that a press elsewhere was about.
+void NativeInbox::goToCard() {
+    const auto wanted = model_->state().cardToShow;
+    if (wanted && cards_.focusCard(*wanted))
+        model_->cardIsShown();
+}
+
+void NativeInbox::setFilter(std::string words) {
+    filter_ = std::move(words);
+    show();
 }
 
 void NativeInbox::focusFirst() {
     show();
     if (!cards_.focusFirst())
-        grab_focus();
+        scroller_.grab_focus();
 }
 
 } // namespace kelvadrome

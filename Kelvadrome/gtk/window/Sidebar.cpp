@@ -3,6 +3,7 @@
 #include "Kelvadrome/gtk/parts/AccessibleName.h"
 #include "Kelvadrome/gtk/parts/Focus.h"
 #include "Kelvadrome/gtk/parts/Words.h"
+#include "Kelvadrome/model/AgentLines.h"
 #include "KelvadromeKit/attention/InboxLogic.h"
 
 #include <algorithm>
@@ -97,10 +98,10 @@ std::vector<Sidebar::Row> Sidebar::rows(const AppState& state) {
     }
     bool first = true;
     for (const auto& session : agentRows(state)) {
-        const auto lamp = InboxLogic::lamp(session.status, session.detail);
-        rows.push_back({SidebarItem::of(session), InboxLogic::agentDisplay(session.agent, session.label),
-            InboxLogic::statusWord(session.status, false, false, session.detail), {},
-            std::string(rawValue(lamp)), std::exchange(first, false) ? "Agents" : ""});
+        const auto line = agentLine(state, session);
+        auto detail = line.place + (line.place.empty() || line.words.empty() ? "" : " · ") + line.words;
+        rows.push_back({SidebarItem::of(session), line.name, std::move(detail), count(line.waiting),
+            std::string(rawValue(line.lamp)), std::exchange(first, false) ? "Agents" : "", sentenceOf(line)});
     }
     first = true;
     for (const auto& pilot :
@@ -159,15 +160,19 @@ void Sidebar::fill(std::size_t index) {
     const auto& shown = shown_[index];
     auto* const row = list_.get_row_at_index(static_cast<int>(index));
     row->set_child(*content(shown.title, shown.detail, shown.count, shown.lamp));
-    std::string name = shown.title;
-    for (const auto& more : {shown.count, shown.detail})
+    std::string name = shown.sentence.empty() ? shown.title : shown.sentence;
+    for (const auto& more : {shown.count, shown.sentence.empty() ? shown.detail : std::string()})
         name += more.empty() ? "" : ", " + more;
     setAccessibleName(*row, name);
+    row->set_tooltip_text(shown.sentence);
 }
 
 /// What the user selected stays so while its section shows and it is there; otherwise the section's own row.
 void Sidebar::select(const AppState& state) {
-    if (SidebarItem::section(selected_) != state.section ||
+    // The cards of an agent are in the inbox.
+    const bool agentsCards =
+        std::holds_alternative<SidebarItem::Agent>(selected_) && state.section == NavSection::inbox;
+    if ((SidebarItem::section(selected_) != state.section && !agentsCards) ||
         std::ranges::find(shown_, selected_, &Row::item) == shown_.end())
         selected_ = SidebarItem::Section{state.section};
     const auto found = std::ranges::find(shown_, selected_, &Row::item);
@@ -181,7 +186,11 @@ void Sidebar::activate(int index) {
     if (index < 0 || static_cast<std::size_t>(index) >= shown_.size())
         return;
     selected_ = shown_[static_cast<std::size_t>(index)].item;
-    model_->open(SidebarItem::section(selected_), std::nullopt);
+    if (const auto* const agent = std::get_if<SidebarItem::Agent>(&selected_)) {
+        model_->openAgent(agent->id);
+    } else {
+        model_->open(SidebarItem::section(selected_), std::nullopt);
+    }
     if (onSelected)
         onSelected();
 }

@@ -28,10 +28,11 @@ private:
     struct Row {
         SidebarItem::Value item;
         std::string title;
-        std::string detail; // below the title
-        std::string count;  // at the end; empty for none
-        std::string lamp;   // a style class; empty for none
-        std::string group;  // the heading above the first row of a group
+        std::string detail;        // below the title
+        std::string count;         // at the end; empty for none
+        std::string lamp;          // a style class; empty for none
+        std::string group;         // the heading above the first row of a group
+        std::string sentence = {}; // of an agent: all of it, its lamp in words
 
         bool operator==(const Row&) const = default;
     };

@@ -1,6 +1,5 @@
 #include "Kelvadrome/gtk/web/GLibPointers.h"
 #include "Kelvadrome/gtk/web/OnboardingWindow.h"
-#include "Kelvadrome/gtk/web/SystemFolderPicker.h"
 
 #include "tests/gtk/web/Stage.h"
 #include "tests/model/World.h"
@@ -38,14 +37,6 @@ std::vector<GtkWindow*> openWindows(GType kind) {
             found.push_back(window.get());
     }
     return found;
-}
-
-/// Takes the file over; empty for none.
-std::string pathOf(GFile* file) {
-    if (!file)
-        return {};
-    const auto held = adopt(file);
-    return GText(g_file_get_path(file)).get();
 }
 
 bool hasText(Gtk::Widget& root, const std::string& text) {
@@ -188,11 +179,6 @@ TEST_F(OnboardingWindowTest, closingAsksOnceWhileSetupIsNotFinished) {
     present();
     setup->window().close();
     until([&] { return sheet() != nullptr; }, "the sheet");
-    EXPECT_STREQ(adw_message_dialog_get_heading(sheet()), "Finish setup later?");
-    EXPECT_STREQ(adw_message_dialog_get_body(sheet()),
-        "kelvadrome keeps a Finish setup line in the menu bar until you are done.");
-    EXPECT_STREQ(adw_message_dialog_get_response_label(sheet(), "confirm"), "Finish later");
-    EXPECT_STREQ(adw_message_dialog_get_response_label(sheet(), "cancel"), "Keep going");
     setup->window().close();
     drain();
     ASSERT_NE(sheet(), nullptr); // and no second one
@@ -230,34 +216,4 @@ TEST_F(OnboardingWindowTest, theWindowClosesItselfWhenSetupIsDone) {
     EXPECT_FALSE(setup->coordinator().finished());
     setup->window().close();
     until([&] { return sheet() != nullptr; }, "the sheet of the page that came later");
-}
-
-TEST_F(OnboardingWindowTest, theSystemsPickerOffersExistingFoldersOnly) {
-    const auto parent = std::make_shared<Gtk::Window>();
-    parent->present();
-    SystemFolderPicker system{parent};
-    for (const bool accept : {true, false}) {
-        std::optional<std::optional<std::string>> picked;
-        asio::co_spawn(loop.executor(), system.pick(folder.path()),
-            [&](std::exception_ptr, std::optional<std::string> path) { picked = std::move(path); });
-        until([&] { return openWindows(GTK_TYPE_FILE_CHOOSER_DIALOG).size() == 1; }, "the dialog");
-        auto* dialog = openWindows(GTK_TYPE_FILE_CHOOSER_DIALOG).front();
-        EXPECT_STREQ(gtk_window_get_title(dialog), "Pick the folder that holds your work.");
-        EXPECT_EQ(gtk_window_get_transient_for(dialog), parent->gobj());
-        EXPECT_TRUE(gtk_window_get_modal(dialog));
-        auto* chooser = GTK_FILE_CHOOSER(dialog);
-        EXPECT_EQ(gtk_file_chooser_get_action(chooser), GTK_FILE_CHOOSER_ACTION_SELECT_FOLDER);
-        EXPECT_FALSE(gtk_file_chooser_get_create_folders(chooser));
-        auto* button =
-            GTK_BUTTON(gtk_dialog_get_widget_for_response(GTK_DIALOG(dialog), GTK_RESPONSE_ACCEPT));
-        EXPECT_STREQ(gtk_button_get_label(button), "Use folder");
-        std::string start;
-        until([&] { return !(start = pathOf(gtk_file_chooser_get_current_folder(chooser))).empty(); },
-            "the folder it begins in");
-        EXPECT_EQ(start, folder.path());
-        gtk_dialog_response(GTK_DIALOG(dialog), accept ? GTK_RESPONSE_ACCEPT : GTK_RESPONSE_CANCEL);
-        until([&] { return picked.has_value(); }, "the answer");
-        EXPECT_EQ(*picked, accept ? std::optional(folder.path().string()) : std::nullopt);
-    }
-    parent->close();
 }

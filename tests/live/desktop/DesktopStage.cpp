@@ -355,9 +355,9 @@ void DesktopStage::walkThroughSetup() {
         keys(chord);
         waitDrawn(shown, next);
     };
-    step("Tab Tab Return", "the second step");    // past the folder to "Continue"
-    step("Tab Tab Tab Return", "the third step"); // past "Copy" and "Back" to "Continue"
-    keys("Tab Tab Return");                       // past "Back" to "Finish setup"
+    step("Tab Tab Tab Return", "the second step");        // past the folder and "Set up later" to "Continue"
+    step("Tab Tab Tab Tab Tab Return", "the third step"); // "Copy" and the sample question come before those
+    keys("Tab Tab Tab Return");                           // past "Back" and "Set up later" to "Finish setup"
     until([&] { return wasAsked("page POST /v1/onboarding/finish 200"); }, "the end of setup");
 }
 

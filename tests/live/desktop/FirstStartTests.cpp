@@ -1,6 +1,10 @@
+#include "KelvadromeKit/support/Files.h"
+
 #include "tests/live/desktop/DesktopStage.h"
 
+#include <chrono>
 #include <csignal>
+#include <thread>
 
 namespace kelvadrome::test {
 namespace {
@@ -71,6 +75,32 @@ TEST_F(DesktopStage, aFirstStartLeadsThroughSetupAndAsksBeforeAnInstallIsLost) {
     walkThroughSetup();
     waitActive("kelvadrome");
     EXPECT_FALSE(reader->find(setup));
+}
+
+TEST(CommandLine, whatMeansNothingIsRefusedAndSaysSo) {
+    struct Row {
+        std::vector<std::string> words;
+        int status;
+        const char* said;
+    };
+    for (const auto& [words, status, said] :
+        {Row{{"--nonsense"}, 2, "no option --nonsense"}, {{"-KDHome"}, 2, "-KDHome needs a value"},
+            {{"-KDHome", "--terminal"}, 2, "-KDHome needs a value"},
+            {{"https://example.org"}, 2, "begin with kelvadrome:"},
+            {{"--terminal", "--background-status"}, 2, "must be the first"}, {{"-h"}, 0, "Usage:"}}) {
+        const TemporaryFolder folder;
+        std::vector<std::string> all{KELVADROME_BIN "/kelvadrome"};
+        all.insert(all.end(), words.begin(), words.end());
+        Program program(all, {{"PATH", "/usr/bin:/bin"}, {"HOME", folder.path()}}, folder / "log");
+        const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+        while (program.running() && std::chrono::steady_clock::now() < limit) {
+            g_main_context_iteration(nullptr, FALSE);
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        }
+        ASSERT_FALSE(program.running()) << words[0];
+        EXPECT_EQ(program.exitStatus(), status) << words[0];
+        EXPECT_TRUE(Files::read(folder / "log", 10'000).value_or("").contains(said)) << words[0];
+    }
 }
 
 } // namespace
