@@ -142,6 +142,8 @@ public:
     // The agents.
     /// Goes to the first card of the agent that needs the user; without one brings its terminal to the front.
     void openAgent(const std::string& id);
+    /// Brings the agent's terminal to the front, whatever waits.
+    void showTerminal(const std::string& id);
     /// The native list has gone to `cardToShow`.
     void cardIsShown() { set(&AppState::cardToShow, std::nullopt); }
 
@@ -212,6 +214,7 @@ private:
     void settlePressed(double began);
     Task<> sayEnd(PressedAnswer answer);
     Task<> finishHold(std::string id);
+    static std::string outcomeOf(const std::exception_ptr& error);
     Task<> undoNow(std::string id, Task<PageSession::ReceiptOut> call);
     void removeHold(const std::string& id);
 

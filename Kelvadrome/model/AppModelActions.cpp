@@ -199,6 +199,12 @@ void AppModel::removeHold(const std::string& id) {
         changes_.changed();
 }
 
+/// Of a call whose reply was lost nobody knows the end; what the socket says of that means nothing to the
+/// user.
+std::string AppModel::outcomeOf(const std::exception_ptr& error) {
+    return provesRefusal(error) ? describe(error) : "no answer from the daemon yet.";
+}
+
 void AppModel::undo(Card card) {
     auto call = parts_.session->cancelHold(card.id);
     launch("undo", undoNow(std::move(card.id), std::move(call)));
@@ -215,7 +221,7 @@ Task<> AppModel::undoNow(std::string id, Task<PageSession::ReceiptOut> call) {
             changes_.changed();
         set(&AppState::panelError, std::nullopt);
     } else {
-        set(&AppState::panelError, "Undo failed: " + describe(receipt.error()));
+        set(&AppState::panelError, "Undo failed: " + outcomeOf(receipt.error()));
     }
     co_await refresh();
 }
@@ -244,7 +250,7 @@ Task<> AppModel::dismissNow(Card card) {
     if (tasks_.closed())
         co_return;
     if (!receipt)
-        set(&AppState::panelError, "It was not dismissed: " + describe(receipt.error()));
+        set(&AppState::panelError, "It was not dismissed: " + outcomeOf(receipt.error()));
     co_await refresh();
 }
 
@@ -314,6 +320,14 @@ void AppModel::openAgent(const std::string& id) {
     openMainWindow();
     state_.later.erase(card->id);
     openCard(std::move(*card));
+}
+
+void AppModel::showTerminal(const std::string& id) {
+    const auto sessions = agentRows(state_);
+    const auto session = std::ranges::find_if(
+        sessions, [&](const auto& one) { return one.agent + ":" + one.sessionId == id; });
+    if (session != sessions.end())
+        launch("terminal of an agent", focusTerminal(*session));
 }
 
 /// Through the daemon, which knows where the agent lives; the delivery then does it.
