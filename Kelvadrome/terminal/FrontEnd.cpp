@@ -10,6 +10,7 @@
 
 #include <boost/asio/io_context.hpp>
 
+#include <clocale>
 #include <csignal>
 #include <cstdio>
 #include <malloc.h>
@@ -69,6 +70,7 @@ public:
         panel_ = std::make_shared<TerminalPanel>(TerminalPanel::Dependencies{.executor = hub_.executor,
             .clock = hub_.clock,
             .model = model_,
+            .lookups = std::make_shared<Lookups>(hub_.executor, hub_.clock, hub_.client),
             .client = hub_.client,
             .screen = &screen_,
             .board = board_,
@@ -110,7 +112,7 @@ private:
             .board = board_,
             .mint = hub_.mint,
             .openLink = openLink,
-            .remote = hub_.environment.contains("SSH_CONNECTION")});
+            .tunnelTo = TerminalPage::tunnelTarget(hub_.environment)});
         host_ = std::make_shared<TerminalHost>(TerminalHost::Dependencies{
             .screen = &screen_, .board = board_, .page = page_, .openURL = openURL});
     }
@@ -220,6 +222,7 @@ int runPanel(const std::vector<std::string>& arguments, const std::string& noDis
     setLogSink([&log](std::string_view line) { log.append(line); });
     ::signal(SIGALRM, endNow);
     ::signal(SIGPIPE, SIG_IGN);
+    std::setlocale(LC_TIME, ""); // receipts tell the time as the user writes it
     int status = 0;
     std::string words;
     try {

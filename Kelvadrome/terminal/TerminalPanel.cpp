@@ -23,10 +23,15 @@ TerminalPanel::TerminalPanel(Dependencies dependencies)
 }
 
 void TerminalPanel::start() {
-    subscription_ = with_.model->observe([weak = weak_from_this()] {
-        if (auto self = weak.lock())
-            self->paintSoon();
-    });
+    const auto renew = [weak = weak_from_this()] {
+        const auto self = weak.lock();
+        if (!self)
+            return;
+        self->contentIsOld_ = true;
+        self->paintSoon();
+    };
+    watchingModel_ = with_.model->observe(renew);
+    watchingLookups_ = with_.lookups->observe(renew);
     with_.board->onChange = [weak = weak_from_this()] {
         if (auto self = weak.lock())
             self->paintSoon();
@@ -38,7 +43,9 @@ void TerminalPanel::start() {
 
 void TerminalPanel::stop() {
     stopped_ = true;
-    subscription_.cancel();
+    watchingModel_.cancel();
+    watchingLookups_.cancel();
+    with_.lookups->close();
     with_.board->onChange = nullptr;
     boost::system::error_code ignored;
     keys_.close(ignored);
@@ -98,20 +105,20 @@ void TerminalPanel::perform(PanelCommand command) {
     auto& model = *with_.model;
     using Kind = PanelCommand::Kind;
     switch (command.kind) {
-    case Kind::answer:
-        return model.answer(std::move(*command.card), std::move(command.text));
-    case Kind::acceptDefaults:
-        return model.acceptDefaults(std::move(*command.card));
-    case Kind::undo:
-        return model.undo(std::move(*command.card));
-    case Kind::snooze:
-        return model.snooze(std::move(*command.card));
-    case Kind::review:
-        return model.open(NavSection::inbox, std::move(command.card));
-    case Kind::bringEdgeToFront:
-        return with_.host->activateApplication(edgeBundleId);
+    case Kind::showTerminal:
+        return model.showTerminal(command.agent);
+    case Kind::readReceipts:
+        return with_.lookups->readReceipts(std::move(command.text));
+    case Kind::search:
+        return with_.lookups->search(std::move(command.text));
+    case Kind::readCard:
+        return with_.lookups->readCard(std::move(command.text));
+    case Kind::closeCard:
+        return with_.lookups->closeCard();
     case Kind::openMain:
         return model.openMain("/");
+    case Kind::openPath:
+        return model.openMain(std::move(command.text));
     case Kind::retry:
         return model.retry();
     case Kind::finishSetup:
@@ -120,8 +127,11 @@ void TerminalPanel::perform(PanelCommand command) {
         return with_.board->setNote(
             "The background service is masked. \"" + with_.allowLoginItem + "\" allows it.");
     case Kind::copyLink:
-        if (const auto& link = with_.board->extras().link; link && !link->url.empty()) {
-            with_.host->copyText(link->url);
+    case Kind::copyTunnel:
+        if (const auto& link = with_.board->extras().link) {
+            const auto& text = command.kind == Kind::copyLink ? link->url : link->tunnel;
+            if (!text.empty())
+                with_.host->copyText(text);
         }
         return;
     case Kind::dismissLink:
@@ -138,7 +148,44 @@ void TerminalPanel::perform(PanelCommand command) {
         return with_.screen->invalidate();
     case Kind::bell:
         return with_.screen->bell();
+    default:
+        return performOnCard(std::move(command));
     }
+}
+
+void TerminalPanel::performOnCard(PanelCommand command) {
+    auto& model = *with_.model;
+    auto& card = *command.card;
+    using Kind = PanelCommand::Kind;
+    switch (command.kind) {
+    case Kind::answer:
+        return model.answer(std::move(card), std::move(command.text));
+    case Kind::acceptDefaults:
+        return model.acceptDefaults(std::move(card));
+    case Kind::undo:
+        return model.undo(std::move(card));
+    case Kind::snooze:
+        return model.snooze(std::move(card));
+    case Kind::wake:
+        return model.wake(card);
+    case Kind::dismiss:
+        return model.dismiss(std::move(card));
+    case Kind::review:
+        return model.open(NavSection::inbox, std::move(card));
+    case Kind::bringEdgeToFront:
+        return with_.host->activateApplication(edgeBundleId);
+    default:
+        return; // not of a card
+    }
+}
+
+void TerminalPanel::followReceipts() {
+    const auto& focus = input_.focus();
+    const auto& refreshed = with_.model->state().lastRefresh;
+    if (focus.section != PanelSection::receipts || refreshed == receiptsAfter_)
+        return;
+    receiptsAfter_ = refreshed;
+    with_.lookups->readReceipts(focus.receiptFilter);
 }
 
 void TerminalPanel::followSetup() {
@@ -174,21 +221,32 @@ void TerminalPanel::paintSoon() {
     });
 }
 
+void TerminalPanel::renewContent() {
+    auto wish = input_.wish();
+    if (!std::exchange(contentIsOld_, false) && wish == contentFor_)
+        return;
+    contentFor_ = std::move(wish);
+    content_ = std::make_shared<PanelContent>(panelContent(
+        with_.model->state(), with_.lookups->results(), contentFor_, with_.clock->now(), content_->inbox));
+}
+
 void TerminalPanel::paint() {
     const auto& state = with_.model->state();
     const auto& extras = with_.board->extras();
     const auto now = with_.clock->now();
-    const auto content = menuPanel(state, now);
+    const auto size = with_.screen->size();
+    renewContent();
     input_.setLink(extras.link.has_value());
     input_.setAlert(extras.alert.has_value(), extras.alert && extras.alert->refuse);
-    input_.update(content, state.cards, now);
-    const auto picture = PanelView::draw(content, input_.focus(), extras, with_.screen->size());
-    input_.drawn(picture.scroll, picture.page);
+    input_.update(content_, size, now);
+    const auto picture = PanelView::draw(*content_, input_.focus(), extras, size, now);
+    input_.drawn(picture.listScroll, picture.scroll, picture.page);
     with_.screen->draw(picture);
     if (stopped_)
         return;
-    wakeIn(menuPanelChangesIn(content, state, now));
+    wakeIn(contentChangesIn(*content_, state, now));
     followSetup();
+    followReceipts();
 }
 
 void TerminalPanel::wakeIn(std::optional<double> wait) {
@@ -200,8 +258,11 @@ void TerminalPanel::wakeIn(std::optional<double> wait) {
 
 Task<> TerminalPanel::wake(std::weak_ptr<TerminalPanel> weak, std::shared_ptr<Clock> clock, double wait) {
     co_await clock->sleep(wait);
-    if (auto self = weak.lock())
-        self->paintSoon();
+    const auto self = weak.lock();
+    if (!self)
+        co_return;
+    self->contentIsOld_ = true;
+    self->paintSoon();
 }
 
 } // namespace kelvadrome

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Kelvadrome/model/AppModel.h"
+#include "Kelvadrome/model/Lookups.h"
 #include "Kelvadrome/terminal/TerminalHost.h"
 #include "Kelvadrome/terminal/panel/PanelInput.h"
 
@@ -25,6 +26,7 @@ public:
         Executor executor; // the main one
         std::shared_ptr<Clock> clock;
         std::shared_ptr<AppModel> model;
+        std::shared_ptr<Lookups> lookups;
         DaemonClient client;
         TerminalScreen* screen = nullptr; // outlives the panel
         std::shared_ptr<PanelBoard> board;
@@ -47,6 +49,11 @@ private:
     void awaitSignal();
     void readKeys();
     void perform(PanelCommand command);
+    void performOnCard(PanelCommand command);
+    /// Receipts that show are read again after each refresh.
+    void followReceipts();
+    /// The content of the model as it is now, made anew only when something in it may have changed.
+    void renewContent();
     /// Setup happens in a browser, which can't tell us: the daemon is asked, once after each refresh.
     void followSetup();
     static Task<> askWhetherSetUp(std::weak_ptr<TerminalPanel> weak, DaemonClient client);
@@ -58,12 +65,17 @@ private:
 
     Dependencies with_;
     PanelInput input_;
-    Subscription subscription_;
+    std::shared_ptr<const PanelContent> content_ = std::make_shared<PanelContent>();
+    PanelWish contentFor_; // the wish that the content was made for
+    bool contentIsOld_ = true;
+    Subscription watchingModel_;
+    Subscription watchingLookups_;
     asio::posix::stream_descriptor keys_;
     asio::signal_set signals_;
     TaskBag tasks_;
     TaskHandle waking_;
-    std::optional<WallTime> askedAfter_; // the refresh after which the daemon was asked about setup
+    std::optional<WallTime> askedAfter_;    // the refresh after which the daemon was asked about setup
+    std::optional<WallTime> receiptsAfter_; // and the one after which receipts were read
     bool paintPending_ = false;
     bool stopped_ = false;
 };

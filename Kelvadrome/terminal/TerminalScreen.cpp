@@ -1,5 +1,6 @@
 #include "Kelvadrome/terminal/TerminalScreen.h"
 
+#include "Kelvadrome/terminal/panel/TerminalColours.h"
 #include "Kelvadrome/terminal/panel/TerminalKeys.h"
 #include "Kelvadrome/terminal/panel/TerminalText.h"
 
@@ -31,6 +32,8 @@ namespace kelvadrome {
 namespace {
 
 constexpr int escapeDelay = 50; // milliseconds
+constexpr const char* typeHint =
+    "Most terminals are of type xterm-256color: TERM=xterm-256color kelvadrome --terminal";
 constexpr int pasteBegins = KEY_MAX + 1;
 constexpr int pasteEnds = KEY_MAX + 2;
 constexpr std::string_view pasteOn = "\x1b[?2004h";
@@ -60,32 +63,36 @@ void useUTF8() {
         std::setlocale(LC_CTYPE, "C.UTF-8");
 }
 
-bool wantsColour() {
-    const char* const noColour = std::getenv("NO_COLOR");
-    return ::has_colors() && (!noColour || !*noColour);
+/// What a capability of the terminal's description gives; empty when it lacks that.
+std::string capability(const char* name) {
+    const char* const text = ::tigetstr(name);
+    return text && text != reinterpret_cast<const char*>(-1) ? text : "";
 }
 
-attr_t attributes(Style style, bool colour) {
-    const auto pair = [colour](short number) {
-        return colour ? static_cast<attr_t>(COLOR_PAIR(number)) : A_NORMAL;
-    };
-    switch (style) {
-    case Style::plain:
-        break;
-    case Style::dim:
-        return A_DIM;
-    case Style::strong:
-        return A_BOLD;
-    case Style::accent:
-        return pair(COLOR_CYAN) | (colour ? A_NORMAL : A_BOLD);
-    case Style::good:
-        return pair(COLOR_GREEN);
-    case Style::warn:
-        return pair(COLOR_YELLOW);
-    case Style::alert:
-        return pair(COLOR_RED) | A_BOLD;
-    }
-    return A_NORMAL;
+std::string expanded(const std::string& code, long first, long second = 0) {
+    if (code.empty())
+        return {};
+    const char* const text = ::tparm(code.c_str(), first, second, 0L, 0L, 0L, 0L, 0L, 0L, 0L);
+    return text ? text : "";
+}
+
+/// Colours that can be read on white and on black; the terminal's own eight can't all, so where it has no
+/// more than these, weight alone tells styles apart.
+ScreenWriter::Codes codesOf() {
+    const char* const noColour = std::getenv("NO_COLOR");
+    const bool colours = ::tigetnum("colors") >= 256 && (!noColour || !*noColour);
+    const auto colour = [colour = capability("setaf"), colours](
+                            short number) { return colours ? expanded(colour, number) : std::string(); };
+    const auto bold = capability("bold");
+    ScreenWriter::Codes codes{.styles = {"", colour(TerminalColours::dim), bold,
+                                  bold + colour(TerminalColours::accent), colour(TerminalColours::good),
+                                  colour(TerminalColours::warn), bold + colour(TerminalColours::alert)},
+        .reset = capability("sgr0"),
+        .clearLine = capability("el"),
+        .hideCursor = capability("civis"),
+        .showCursor = capability("cnorm"),
+        .moveTo = [code = capability("cup")](int row, int column) { return expanded(code, row, column); }};
+    return codes;
 }
 
 std::optional<Key::Kind> knownKey(wint_t code) {
@@ -128,7 +135,7 @@ std::optional<Key::Kind> knownKey(wint_t code) {
 /// The library's hold on the terminal.
 struct TerminalScreen::Library {
     SCREEN* screen = nullptr;
-    bool colour = false;
+    std::optional<ScreenWriter> writer;
 
     Library() {
         screen = ::newterm(nullptr, stdout, stdin);
@@ -145,14 +152,10 @@ struct TerminalScreen::Library {
         ::set_escdelay(escapeDelay);
         ::define_key("\x1b[200~", pasteBegins);
         ::define_key("\x1b[201~", pasteEnds);
-        colour = wantsColour();
-        if (!colour)
-            return;
-        ::start_color();
-        ::use_default_colors();
-        for (const short number : {COLOR_RED, COLOR_GREEN, COLOR_YELLOW, COLOR_CYAN}) {
-            ::init_pair(number, number, -1);
-        }
+        ::erase();
+        ::curs_set(0);
+        ::refresh(); // takes the screen over; from here on the library only reads keys
+        writer.emplace(codesOf());
     }
     ~Library() {
         ::endwin();
@@ -169,9 +172,17 @@ void TerminalScreen::giveBackAtOnce() {
 }
 
 std::optional<std::string> TerminalScreen::unusable() {
-    if (::isatty(STDIN_FILENO) && ::isatty(STDOUT_FILENO))
+    if (!::isatty(STDIN_FILENO) || !::isatty(STDOUT_FILENO))
+        return "the panel needs a terminal as its standard input and output";
+    const char* const type = std::getenv("TERM");
+    int known = 0;
+    const bool described = type && *type && ::setupterm(type, STDOUT_FILENO, &known) == OK;
+    if (described && !capability("cup").empty() && !capability("clear").empty())
         return std::nullopt;
-    return "the panel needs a terminal as its standard input and output";
+    if (!type || !*type)
+        return "TERM isn't set, so nothing is known of this terminal. " + std::string(typeHint);
+    return fmt::format("the panel can't be drawn on a terminal of type \"{}\"{}. {}", type,
+        described ? ", which has no cursor to move" : ", which this machine doesn't know", typeHint);
 }
 
 TerminalScreen::TerminalScreen() {
@@ -220,28 +231,18 @@ void TerminalScreen::resized() {
     winsize now{};
     if (::ioctl(STDOUT_FILENO, TIOCGWINSZ, &now) == 0 && now.ws_row > 0 && now.ws_col > 0) {
         ::resizeterm(now.ws_row, now.ws_col);
+        invalidate();
     }
 }
 
 void TerminalScreen::draw(const Picture& picture) {
-    ::erase();
-    const int rows = ::getmaxy(stdscr);
-    for (int y = 0; y < rows && y < static_cast<int>(picture.lines.size()); ++y) {
-        ::move(y, 0);
-        for (const auto& span : picture.lines[static_cast<std::size_t>(y)]) {
-            ::attrset(static_cast<int>(attributes(span.style, library_->colour)));
-            ::addstr(span.text.c_str());
-        }
-    }
-    ::attrset(A_NORMAL);
-    if (picture.cursor)
-        ::move(picture.cursor->row, picture.cursor->column);
-    ::curs_set(picture.cursor ? 1 : 0);
-    ::refresh();
+    write(library_->writer->draw(picture, size()));
 }
 
 void TerminalScreen::invalidate() {
     ::clearok(curscr, TRUE);
+    ::refresh();
+    library_->writer->forget();
 }
 
 std::vector<Key> TerminalScreen::keys() {
@@ -292,9 +293,9 @@ void TerminalScreen::suspend() {
     ::sigaction(SIGTSTP, &standard, &ours);
     ::kill(0, SIGTSTP);
     ::sigaction(SIGTSTP, &ours, nullptr);
+    ::refresh();
     resized();
     invalidate();
-    ::refresh();
     write(pasteOn);
 }
 

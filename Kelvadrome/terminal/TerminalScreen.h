@@ -1,6 +1,7 @@
 #pragma once
 
-#include "Kelvadrome/terminal/panel/PanelView.h"
+#include "Kelvadrome/terminal/panel/Key.h"
+#include "Kelvadrome/terminal/panel/ScreenWriter.h"
 #include "KelvadromeKit/support/Descriptor.h"
 
 #include <memory>
@@ -21,7 +22,8 @@ public:
     /// without its destructor.
     static void giveBackAtOnce();
 
-    /// Colours are left out when NO_COLOR is set. Throws std::runtime_error in words for a person.
+    /// Colours are left out when NO_COLOR is set; without 256 of them only styles are used. Throws
+    /// std::runtime_error in words for a person.
     TerminalScreen();
     ~TerminalScreen();
     TerminalScreen(const TerminalScreen&) = delete;

@@ -1,172 +1,96 @@
-#include "Kelvadrome/terminal/panel/PanelInput.h"
+#include "Kelvadrome/terminal/panel/PanelKeys.h"
 #include "Kelvadrome/terminal/panel/TerminalKeys.h"
 
-#include "tests/model/Cards.h"
-
-#include <fmt/format.h>
-#include <gtest/gtest.h>
-
-#include <map>
-#include <string>
-#include <vector>
+#include "tests/terminal/PanelWorld.h"
 
 using namespace kelvadrome;
 using namespace kelvadrome::test;
 using Mode = PanelFocus::Mode;
 
-namespace {
-
-Card question(const std::string& id, std::vector<std::string> options = {"Yes", "No"}) {
-    auto asked = card(id);
-    asked.options = std::move(options);
-    asked.defaultAnswer = "Yes";
-    return asked;
-}
-
-/// A command as "answer a Yes"; empty for none.
-std::string words(const std::optional<PanelCommand>& command) {
-    using Kind = PanelCommand::Kind;
-    static const std::map<Kind, std::string> kinds{{Kind::answer, "answer"}, {Kind::snooze, "snooze"},
-        {Kind::review, "review"}, {Kind::undo, "undo"}, {Kind::quit, "quit"},
-        {Kind::acknowledgeAlert, "acknowledge"}, {Kind::refuseAlert, "refuse"}};
-    if (!command)
-        return {};
-    const auto kind = kinds.find(command->kind);
-    auto words = kind == kinds.end() ? std::string("another command") : kind->second;
-    if (command->card)
-        words += " " + command->card->id + (command->card->version == 3 ? "" : " as changed");
-    return words + (command->text.empty() ? "" : " " + command->text);
-}
-
-/// A panel under the user's fingers. Time stands still unless moved.
-struct Fingers {
-    AppState state;
-    WallTime time = now;
-    PanelInput input;
-
-    explicit Fingers(std::vector<Card> cards) : state(ready(std::move(cards))) {
-        show();
-        pass(60);
-    }
-    void show() { input.update(menuPanel(state, time), state.cards, time); }
-    void pass(double length) { time += seconds(length); }
-    void hold(const std::string& id, bool committed = false) {
-        state.holds[id] = PanelHold{question(id), "Yes", time + seconds(2), 2, committed};
-        show();
-    }
-
-    /// What the last of these keys gives. "<down>" is the key of that name, "<^c>" one with Control.
-    std::string press(const std::string& keys) {
-        static const std::map<std::string, Key::Kind> names{{"up", Key::Kind::up}, {"down", Key::Kind::down},
-            {"enter", Key::Kind::enter}, {"esc", Key::Kind::escape}, {"back", Key::Kind::backspace},
-            {"paste", Key::Kind::pasteBegin}, {"pasted", Key::Kind::pasteEnd}};
-        std::optional<PanelCommand> last;
-        for (std::size_t i = 0; i < keys.size(); ++i) {
-            Key key{Key::Kind::text, keys.substr(i, 1)};
-            if (keys[i] == '<') {
-                const auto name = keys.substr(i + 1, keys.find('>', i) - i - 1);
-                key = name[0] == '^' ? Key{Key::Kind::control, name.substr(1)} : Key{names.at(name), {}};
-                i += name.size() + 1;
-            }
-            last = input.press(key, time);
-        }
-        return words(last);
-    }
-    const PanelFocus& focus() const { return input.focus(); }
-    /// Keys and what they give, one after the other.
-    void expect(const std::vector<std::pair<std::string, std::string>>& rows) {
-        for (const auto& [keys, words] : rows)
-            EXPECT_EQ(press(keys), words) << keys;
-    }
-    /// Each of these keys does nothing and says why.
-    void expectRefused(const std::string& keys) {
-        for (const char key : keys) {
-            EXPECT_EQ(press(std::string(1, key)), "") << key;
-            EXPECT_FALSE(focus().hint.empty()) << key;
-            EXPECT_EQ(focus().mode, Mode::rows) << key;
-        }
-    }
-    /// Each of these keys, then the text of the answer that is typed.
-    void expectTyped(const std::vector<std::pair<std::string, std::string>>& rows) {
-        for (const auto& [keys, text] : rows) {
-            EXPECT_EQ(press(keys), "") << keys;
-            EXPECT_EQ(focus().mode, Mode::typing) << keys;
-            EXPECT_EQ(focus().editor.text(), text) << keys;
-        }
-    }
-};
-
-} // namespace
-
 TEST(PanelInput, picksARowAndAnswersIt) {
-    Fingers at({question("a"), question("b"), question("c")});
-    EXPECT_EQ(at.focus().selected, "a");
+    PanelWorld at({question("a"), question("b"), question("c")});
+    EXPECT_EQ(at.selected(), "a");
     at.expect({{"a", "answer a Yes"}, {"j2", "answer b No"},
         {"<down><down>1", "answer c Yes"}, // there is no further row
-        {"<up>z", "snooze b"}, {"v", "review b"}, {"3", ""}, {"0", ""}, {"d", ""}});
+        {"<home>1", "answer a Yes"}, {"<end>v", "review c"}, {"3", ""}, {"0", ""}, {"d", ""}});
 }
 
 TEST(PanelInput, numbersAboveNineTakeTwoDigits) {
     std::vector<std::string> options;
     for (int i = 1; i <= 12; ++i)
         options.push_back("option " + std::to_string(i));
-    Fingers at({question("a", options)});
+    PanelWorld at({question("a", options)});
     at.expect({{"2", "answer a option 2"}, // nothing from 20 up
         {"1", ""}, {"2", "answer a option 12"}, {"1<enter>", "answer a option 1"},
         {"19", ""}, // 19 is none, and it isn't read as 9
         {"2", "answer a option 2"}, {"1<esc>2", "answer a option 2"}});
 }
 
-TEST(PanelInput, aCardThatTakesNoAnswerTakesNone) {
-    auto away = question("away"), never = question("never");
+TEST(PanelInput, aCardThatTakesNoAnswerTakesNoneButCanBePutAway) {
+    auto away = question("away"), never = question("never"), left = question("left");
     away.state = "held";
     never.answerable = false;
-    Fingers at({away, never});
-    at.expectRefused("1adtz");
+    left.state = "gone";
+    PanelWorld at({away, never, left});
+    at.expectRefused("1adtzx");
     at.expect({{"u", "undo away"}, {"j", ""}});
     at.expectRefused("1at");
     at.expect({{"v", "review never"}, {"z", "snooze never"}});
+    at.pass(1);
+    at.expect({{"<end>xx", "dismiss left"}});
 
-    Fingers risky({card("s", "stop", "high")});
+    PanelWorld risky({highRisk()});
     risky.expectRefused("a1dt");
-    risky.expect({{"v", "review s"}});
+    risky.expect({{"v", "review stop"}, {"x", ""}, {"j", ""}, {"x", ""}, {"x", "dismiss stop"}});
+}
+
+TEST(PanelInput, whatIsPutAwayLetsTheNextRowStandInItsPlace) {
+    PanelWorld at({question("a"), question("b"), question("c")});
+    at.expect({{"jz", "snooze b"}});
+    EXPECT_EQ(at.selected(), "c");
+    at.expectRefused("1"); // it came there by itself
+    at.state.later["b"] = at.time + seconds(1800);
+    const auto snoozed = at.text();
+    EXPECT_TRUE(snoozed.contains("1 snoozed") && snoozed.contains("Snoozed\n")) << snoozed;
+    at.pass(1);
+    at.expect({{"1", "answer c Yes"}, {"<end>z", "wake b"}});
 }
 
 TEST(PanelInput, aRowThatChangedUnderTheFingerTakesNoAnswerForAMoment) {
-    Fingers at({question("a"), question("b")});
+    PanelWorld at({question("a"), question("b")});
     at.state.cards.erase(at.state.cards.begin());
-    at.show();
-    EXPECT_EQ(at.focus().selected, "b");
-    at.expectRefused("a1tz");
+    at.draw();
+    EXPECT_EQ(at.selected(), "b");
+    at.expectRefused("1atzx");
     at.pass(PanelInput::settling + 0.01);
     at.expect({{"1", "answer b Yes"}});
 
     at.state.cards[0].version = 4;
     at.state.cards[0].options = {"No", "Yes"};
-    at.show();
+    at.draw();
     at.expect({{"1", ""}});
     at.pass(PanelInput::settling + 0.01);
     at.expect({{"1", "answer b as changed No"}});
 
     // Rows that move around the selected one don't matter, nor does a row that the user picks.
     at.state.cards.insert(at.state.cards.begin(), question("new"));
-    at.show();
+    at.draw();
     at.expect({{"1", "answer b as changed No"}, {"<up>1", "answer new Yes"}});
 
     // Nor does it take one when it takes answers again.
     at.state.pressed["new"] = {
         .card = at.state.cards[0], .label = "Yes", .known = PressedAnswer::Known::unclear};
-    at.show();
+    at.draw();
     at.expect({{"1", ""}, {"t", ""}});
     at.state.pressed.clear();
-    at.show();
+    at.draw();
     at.expectRefused("1");
     at.pass(1);
     at.expect({{"1", "answer new Yes"}});
 }
 
 TEST(PanelInput, undoFindsTheAnswerOnItsWay) {
-    Fingers at({question("a"), question("b")});
+    PanelWorld at({question("a"), question("b")});
     at.expect({{"u", ""}});
     at.hold("a");
     at.expect({{"1", ""}, {"<down>u", "undo a"}}); // it is answered already
@@ -179,7 +103,7 @@ TEST(PanelInput, undoFindsTheAnswerOnItsWay) {
 }
 
 TEST(PanelInput, whatIsTypedIsWhatIsSent) {
-    Fingers at({question("a"), question("b")});
+    PanelWorld at({question("a"), question("b")});
     at.expectTyped({{"t", ""}, {"<enter>", ""}, {"quit? ", "quit? "}});
     at.input.press({Key::Kind::text, "日本"}, at.time);
     at.expect({{"<back><enter>", "answer a quit? 日"}});
@@ -191,7 +115,7 @@ TEST(PanelInput, whatIsTypedIsWhatIsSent) {
 }
 
 TEST(PanelInput, aPasteIsTextAndNeverASetOfCommands) {
-    Fingers at({question("a")});
+    PanelWorld at({question("a")});
     at.expect({{"<paste>aq1t", ""}, {"<^c>", ""}, {"<pasted>", ""}});
     EXPECT_EQ(at.focus().mode, Mode::rows);
     at.expect(
@@ -199,26 +123,22 @@ TEST(PanelInput, aPasteIsTextAndNeverASetOfCommands) {
 }
 
 TEST(PanelInput, anAnswerForAChangedQuestionIsKeptBack) {
-    Fingers at({question("a"), question("b")});
+    PanelWorld at({question("a"), question("b")});
     at.press("thello");
+    // A daemon that is away says nothing of the question.
+    at.state.connection = Connection::starting();
+    at.draw();
+    at.expectTyped({{"<enter>", "hello"}});
+    EXPECT_FALSE(at.focus().typingGone);
+    at.state.connection = Connection::ready();
     at.state.cards.erase(at.state.cards.begin());
-    at.show();
+    at.draw();
     EXPECT_TRUE(at.focus().typingGone);
     at.expectTyped({{"<enter>", "hello"}});
-
-    // Pushed out of the first three rows by others it is still open.
-    at.press("<esc>");
-    at.pass(1);
-    at.press("thi");
-    for (const auto* id : {"x", "y", "z"})
-        at.state.cards.push_back(card(id, "question", "high"));
-    at.show();
-    EXPECT_FALSE(at.focus().typingGone);
-    at.expect({{"<enter>", "answer b hi"}});
 }
 
 TEST(PanelInput, alertsAndHelpTakeTheKeys) {
-    Fingers at({question("a")});
+    PanelWorld at({question("a")});
     at.press("?");
     EXPECT_EQ(at.focus().mode, Mode::help);
     at.expect({{"a", ""}});
@@ -231,6 +151,92 @@ TEST(PanelInput, alertsAndHelpTakeTheKeys) {
     at.expect({{"y", ""}, {"<enter>", "refuse"}, {"<esc>", "refuse"}, {"q", "acknowledge"}});
     at.input.setAlert(false);
     at.expectTyped({{"d", "abcd"}});
+}
+
+TEST(PanelInput, searchFindsAsItIsTypedAndEscapeLeaves) {
+    auto deploy = question("b");
+    deploy.title = "Deploy to Zürich?";
+    PanelWorld at({question("a"), deploy});
+    at.expect({{"/ZÜ", "search ZÜ"}});
+    EXPECT_EQ(at.selected(), "question b");
+    at.expect({{"<esc>", ""}});
+    EXPECT_EQ(at.selected(), "a");
+    at.expect({{"/zü", "search zü"}, {"<enter>", ""}});
+    EXPECT_EQ(at.selected(), "b") << "an open question is gone to";
+
+    at.press("/db");
+    at.reads.found = SearchHits{
+        "db", {{SearchHit::Kind::decision, "old", "Which db?", "", "Postgres", "2027-01-14T08:00:00Z"},
+                  {SearchHit::Kind::topic, "t9", "Databases", ""}}};
+    EXPECT_TRUE(at.text().contains("“Postgres” · Yesterday"));
+    at.expect({{"<enter>", "card old"}, {"/db<down><enter>", "open /topics/t9"}});
+}
+
+TEST(PanelInput, agentsLeadToTheirCardsOrTheirTerminal) {
+    auto other = question("b");
+    other.sessionId = "2";
+    auto state = ready({question("a"), other});
+    state.agents.emplace().sessions = {
+        session("claude", "1", "busy"), session("claude", "2", "busy"), session("codex", "3", "busy")};
+    state.agents->sessions[1].callsign = "Cleo";
+    PanelWorld at(state);
+    at.expect({{"w", "terminal claude:1"}, {"gj<enter>", ""}});
+    EXPECT_EQ(at.selected(), "b");
+    EXPECT_TRUE(at.text().contains("Only Claude Code · Cleo"));
+    at.pass(1);
+    at.expect({{"<end>1", "answer b Yes"}, {"<esc><end>", ""}});
+    EXPECT_EQ(at.focus().inbox.size(), 2U);
+    at.expect({{"g<end><enter>", "terminal codex:3"}});
+}
+
+TEST(PanelInput, receiptsFilterAndLeadToTheirCard) {
+    PanelWorld at({question("a")});
+    at.expect({{"h", "receipts"}});
+    at.reads.receipts = ReceiptList{"",
+        {{.id = "9", .action = "answer.typed", .line = "One", .card = "a", .time = "2027-01-15T07:00:00Z"},
+            {.id = "8", .action = "page.key_reset", .line = "Two", .time = "2027-01-14T07:00:00Z"},
+            {.id = "7",
+                .action = "answer.typed",
+                .line = "Three",
+                .card = "z",
+                .time = "2027-01-14T06:00:00Z"}}};
+    at.draw();
+    at.expect({{"j<enter>", ""}, {"j<enter>", "card z"}, {"/x", "receipts x"}, {"<enter>", ""}});
+    EXPECT_TRUE(at.text().contains("Only x"));
+    at.expect({{"<esc>", "receipts"}, {"<home><enter>", ""}});
+    EXPECT_EQ(at.focus().section, PanelSection::inbox);
+
+    at.reads.card = CardRecord{.id = "z", .title = "Over", .answer = "Yes", .outcome = "answered"};
+    EXPECT_TRUE(at.text().contains("Answered “Yes”"));
+    at.expect({{"q", "close"}});
+}
+
+/// Whatever a key does in some state of the panel, help tells of it.
+TEST(PanelInput, helpNamesEveryKeyThatDoesSomething) {
+    std::string help;
+    for (const auto& line : PanelKeys::help(200))
+        help += line.size() > 1 ? line[1].text + " " + line[2].text + "\n" : "";
+    auto failed = ready({});
+    failed.connection = Connection::failed("no");
+    failed.onboardingActive = true;
+    failed.backgroundState =
+        BackgroundService::State{BackgroundServiceStatus::requiresApproval, true, {}, {}};
+    for (const auto& state : {ready({question("a"), question("b")}), failed}) {
+        for (char key = '!'; key <= '~'; ++key) {
+            PanelWorld at(state);
+            at.input.setLink(true);
+            at.press("j");
+            const auto before = at.text();
+            const bool does =
+                at.input.press({Key::Kind::text, std::string(1, key)}, at.time) || at.text() != before;
+            const auto named = [&](const std::string& text) {
+                return help.contains("\n" + text + " ") || help.contains(text + ",") ||
+                       help.contains(text + ")");
+            };
+            const bool digit = key >= '0' && key <= '9';
+            EXPECT_TRUE(!does || digit || named(std::string(1, key))) << key;
+        }
+    }
 }
 
 TEST(TerminalKeys, unknownSequencesAndAltAreNothing) {

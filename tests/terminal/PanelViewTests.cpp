@@ -1,33 +1,26 @@
-#include "Kelvadrome/terminal/panel/PanelView.h"
-#include "Kelvadrome/terminal/panel/TerminalText.h"
-
-#include "tests/model/Cards.h"
-
-#include <gtest/gtest.h>
+#include "tests/terminal/PanelWorld.h"
 
 #include <algorithm>
-#include <string>
-#include <vector>
 
 using namespace kelvadrome;
 using namespace kelvadrome::test;
+using Lines = std::vector<std::string>;
 
 namespace {
 
-Card asked(const std::string& id, const std::string& title) {
-    auto asked = card(id);
-    asked.title = title;
-    asked.agent = "claude";
-    asked.options = {"Yes", "No"};
-    return asked;
-}
-
-Card highRisk() {
-    auto stop = asked("stop", "Delete the production database?");
-    stop.kind = "stop";
-    stop.risk = "high";
-    stop.topic = "t1";
-    return stop;
+void expectFits(PanelWorld& at, ScreenSize size) {
+    at.size = size;
+    const auto picture = at.draw();
+    ASSERT_EQ(picture.lines.size(), static_cast<std::size_t>(size.rows));
+    for (const auto& line : picture.lines) {
+        const auto text = StyledText::plainText(line);
+        ASSERT_LE(TerminalText::width(text), size.columns) << text;
+        ASSERT_EQ(text.find('\n'), std::string::npos);
+    }
+    if (picture.cursor) {
+        ASSERT_TRUE(picture.cursor->row >= 0 && picture.cursor->row < size.rows);
+        ASSERT_LT(picture.cursor->column, size.columns);
+    }
 }
 
 AppState withTopic(std::vector<Card> cards) {
@@ -36,101 +29,168 @@ AppState withTopic(std::vector<Card> cards) {
     return state;
 }
 
-/// The panel of a state, with the first row picked.
-struct Panel {
-    AppState state;
-    PanelExtras extras;
-    PanelInput input;
-    MenuPanelContent content;
-
-    explicit Panel(AppState s) : state(std::move(s)) {
-        content = menuPanel(state, now);
-        input.update(content, state.cards, now - seconds(60));
-    }
-    void press(const std::string& letters) {
-        for (const char letter : letters)
-            input.press({Key::Kind::text, std::string(1, letter)}, now);
-    }
-    Picture draw(ScreenSize size) {
-        auto picture = PanelView::draw(content, input.focus(), extras, size);
-        input.drawn(picture.scroll, picture.page);
-        return picture;
-    }
-    std::vector<std::string> lines(ScreenSize size) {
-        std::vector<std::string> all;
-        for (const auto& line : draw(size).lines)
-            all.push_back(plainText(line));
-        return all;
-    }
-    std::string text(ScreenSize size) {
-        std::string all;
-        for (const auto& line : lines(size))
-            all += line + "\n";
-        return all;
-    }
-};
-
-void expectFits(Panel& panel, ScreenSize size) {
-    const auto picture = panel.draw(size);
-    EXPECT_EQ(picture.lines.size(), static_cast<std::size_t>(size.rows));
-    for (const auto& line : picture.lines) {
-        EXPECT_LE(TerminalText::width(plainText(line)), size.columns) << plainText(line);
-        EXPECT_EQ(plainText(line).find('\n'), std::string::npos);
-    }
-    if (picture.cursor) {
-        EXPECT_TRUE(picture.cursor->row >= 0 && picture.cursor->row < size.rows);
-        EXPECT_LT(picture.cursor->column, size.columns);
-    }
+/// Two agents of one name, one with a high risk, one with a question.
+PanelWorld twoAgents(ScreenSize size) {
+    auto stop = highRisk();
+    stop.sessionId = "1";
+    stop.topic = "t1";
+    auto asks = question("q");
+    asks.title = "Which index should the orders table get?";
+    asks.body = "EXPLAIN shows a full scan of 2 million rows.\nBoth indexes would help.";
+    asks.sessionId = "2";
+    auto state = withTopic({stop, asks});
+    auto& sessions = state.agents.emplace().sessions;
+    sessions = {session("claude", "1", "busy"), session("claude", "2", "busy")};
+    sessions[0].callsign = "Ada";
+    sessions[1].callsign = "Bruno";
+    sessions[1].host = "tmux";
+    sessions[1].tty = "pts/3";
+    sessions[1].detail = "テストを実行中です";
+    PanelWorld at(std::move(state));
+    at.size = size;
+    at.press("j");
+    return at;
 }
 
 } // namespace
 
-TEST(PanelView, fortyColumnsShowEverythingAligned) {
-    auto question = asked("q", "Which index should the orders table get?");
-    question.defaultAnswer = "Yes";
-    auto state = withTopic({highRisk(), question});
-    auto codex = session("codex", "1", "busy");
-    codex.detail = "テストを実行中です";
-    state.agents.emplace().sessions = {codex};
-    Panel panel(std::move(state));
-    panel.press("j");
-    const std::vector<std::string> expected = {
-        "  2 need you                  kelvadrome",
-        "  1 agent working",
-        "────────────────────────────────────────",
-        "  Claude Code · デ…   ! High risk  5 min",
-        "  Delete the production database?",
-        "  - Yes   - No",
-        "     Review in kelvadrome",
-        "",
-        "▌ Claude Code                      5 min",
-        "▌ Which index should the orders table",
-        "▌ get?",
-        "▌ 1 Yes   2 No",
-        "▌ a  Yes",
-        "▌    Suggested. Holds 2 s so you can",
-        "▌    undo.",
-        "",
-        "────────────────────────────────────────",
-        "  ● Codex  テストを実行中です",
-        "  o Open kelvadrome",
-        "  1-9 choose  t type      ? keys  q quit",
-    };
-    EXPECT_EQ(panel.lines({20, 40}), expected);
+TEST(PanelView, fortyColumns) {
+    EXPECT_EQ(twoAgents({20, 40}).lines(), (Lines{
+                                               "  2 need you     [Inbox] Agents Receipts",
+                                               "  2 agents working                2 of 2",
+                                               "────────────────────────────────────────",
+                                               "  Claude Code · Ada…  ! High risk  6 min",
+                                               "  Delete the production database?",
+                                               "",
+                                               "▌ Claude Code · Bruno · tmux pts…  6 min",
+                                               "▌ Which index should the orders table",
+                                               "▌ get?",
+                                               "▌ EXPLAIN shows a full scan of 2 million",
+                                               "▌ rows.",
+                                               "▌ Both indexes would help.",
+                                               "▌ 1 Yes   2 No",
+                                               "▌ a  Yes",
+                                               "▌    Suggested. Holds 2 s so you can",
+                                               "▌    undo.",
+                                               "",
+                                               "────────────────────────────────────────",
+                                               "  o Open kelvadrome             / search",
+                                               "  1-9 choose  t type      ? keys  q quit",
+                                           }));
+}
+
+TEST(PanelView, twelveLines) {
+    EXPECT_EQ(twoAgents({12, 40}).lines(), (Lines{
+                                               "  2 need you     [Inbox] Agents Receipts",
+                                               "  2 agents working                2 of 2",
+                                               "▌ Claude Code · Bruno · tmux pts…  6 min",
+                                               "▌ Which index should the orders table",
+                                               "▌ get?",
+                                               "▌ EXPLAIN shows a full scan of 2 million",
+                                               "▌ rows.",
+                                               "▌ Both indexes would help.",
+                                               "▌ 1 Yes   2 No",
+                                               "▌ a  Yes",
+                                               "  o Open kelvadrome             / search",
+                                               "  1-9 choose  t type      ? keys  q quit",
+                                           }));
+}
+
+TEST(PanelView, theListBesideWhatIsSelected) {
+    EXPECT_EQ(twoAgents({16, 120}).lines(),
+        (Lines{
+            "  2 need you                                                                                    "
+            " [Inbox] Agents Receipts",
+            "  2 agents working                                                                              "
+            "                  2 of 2",
+            "  Claude Code · Ada · デー…   ! High risk  6 min │ Claude Code · Bruno · tmux pts/3             "
+            "                   6 min",
+            "  Delete the production database?                │ Which index should the orders table get?",
+            "▌ Claude Code · Bruno · tmux pts/3         6 min │ EXPLAIN shows a full scan of 2 million rows.",
+            "▌ Which index should the orders table get?       │ Both indexes would help.",
+            "                                                 │ 1 Yes",
+            "                                                 │ 2 No",
+            "                                                 │ a  Yes  Suggested. Holds 2 s so you can "
+            "undo.",
+            "                                                 │",
+            "                                                 │",
+            "                                                 │",
+            "  ● Claude Code · Ada                 working",
+            "  ● Claude Code · Bruno · tmux pts/3  テストを実行中です",
+            "  o Open kelvadrome                                                                             "
+            "                / search",
+            "  1-9 choose  t type  z snooze  x dismiss  v review  / search  Tab section                      "
+            "          ? keys  q quit",
+        }));
+}
+
+TEST(PanelView, receiptsReadAsHistory) {
+    PanelWorld at(std::vector<Card>{});
+    at.size = {12, 60};
+    at.press("h");
+    at.reads.receipts = ReceiptList{"", {{.id = "9",
+                                             .action = "answer.typed",
+                                             .line = "“Yes” was typed for Claude Code.",
+                                             .time = "2027-01-15T07:00:00Z"},
+                                            {.id = "8",
+                                                .action = "answer.refused",
+                                                .line = "“No” was refused: the pane is gone.",
+                                                .time = "2027-01-14T07:00:00Z"}}};
+    EXPECT_EQ(at.lines(), (Lines{
+                              "  All clear                          Inbox Agents [Receipts]",
+                              "  Nothing waits for you.                              1 of 2",
+                              "  Today",
+                              "▌ 07:00  ✓ “Yes” was typed for Claude Code.",
+                              "",
+                              "  Yesterday",
+                              "  07:00  ! “No” was refused: the pane is gone.",
+                              "",
+                              "",
+                              "",
+                              "  o Open kelvadrome                                 / search",
+                              "  / filter  Enter its card  Tab section       ? keys  q quit",
+                          }));
+}
+
+TEST(PanelView, overSSHALinkComesWithItsTunnel) {
+    PanelWorld at({question("q")});
+    at.size = {16, 60};
+    at.extras.link = PanelLink{"Open this page to review:", "http://127.0.0.1:4711/login?t=abc",
+        "ssh -L 4711:127.0.0.1:4711 me@10.0.0.5", {"It opens once."}};
+    at.input.setLink(true);
+    EXPECT_EQ(at.lines(), (Lines{
+                              "  1 needs you                        [Inbox] Agents Receipts",
+                              "  High risk first",
+                              "▌ Claude Code                                          6 min",
+                              "▌ q",
+                              "▌ 1 Yes   2 No",
+                              "▌ a  Yes  Suggested. Holds 2 s so you can undo.",
+                              "",
+                              "",
+                              "  Open this page to review:",
+                              "  On your machine first:",
+                              "ssh -L 4711:127.0.0.1:4711 me@10.0.0.5",
+                              "  Then, in a browser there:",
+                              "http://127.0.0.1:4711/login?t=abc",
+                              "  It opens once.",
+                              "  o Open kelvadrome                                 / search",
+                              "  y copy  Y copy ssh  Esc close  1-9 choose   ? keys  q quit",
+                          }));
 }
 
 TEST(PanelView, everySizeAndStateFits) {
-    auto batch = asked("b", "Release questions for the next minor version");
+    auto batch = question("b");
     batch.kind = "batch";
     batch.rows = {
         {"q1", std::string(90, 'x'), "yes", ""}, {"q2", "日本語の質問です、とても長い質問です", {}, ""}};
-    auto talkative = asked("t", "Zalgo e\u0301\u0301\u0301\u0301 and a tab\tand \x1b[2J");
+    auto talkative = question("t");
+    talkative.title = "Zalgo e\u0301\u0301\u0301\u0301 and a tab\tand \x1b[2J";
     talkative.body =
         "First\n\n" + std::string(400, 'w') + " 漢字漢字漢字漢字漢字漢字漢字漢字漢字漢字漢字漢字";
     talkative.options = {std::string(120, 'o'), "二つ目の選択肢はとても長いので折り返す必要があります", "c"};
     talkative.topic = "t1";
 
-    auto holding = ready({asked("h", "Hold")});
+    auto holding = ready({question("h")});
     holding.holds["h"] = holdOf(holding.cards[0], 1);
     holding.holds["h"].label = "A label " + std::string(80, 'l');
     auto failing = ready({});
@@ -141,41 +201,75 @@ TEST(PanelView, everySizeAndStateFits) {
     setup.backgroundState = BackgroundService::State{BackgroundServiceStatus::requiresApproval, true, {}, {}};
     setup.agents.emplace().sessions.assign(20, session("エージェントの長い名前", "", "waiting"));
 
-    for (const auto& state : {withTopic({batch, talkative, highRisk()}), withTopic({talkative}), holding,
-             failing, setup, AppState()}) {
-        for (const std::string keys : {"", " ", "j ", "t日本", "?"}) {
-            Panel panel(state);
-            panel.press(keys);
-            for (int rows = 1; rows < 32; ++rows) {
-                for (const int columns : {1, 20, 39, 40, 41, 57, 120})
-                    expectFits(panel, {rows, columns});
+    for (const auto& state :
+        {withTopic({batch, talkative, highRisk()}), holding, failing, setup, AppState()}) {
+        for (const std::string keys : {"", " ", "j ", "t日本", "?", "g", "h", "/日本", "xx"}) {
+            PanelWorld at(state);
+            at.press(keys);
+            for (int rows = 1; rows < 32; rows += 3) {
+                for (const int columns : {1, 20, 39, 40, 41, 57, 119, 120, 200})
+                    expectFits(at, {rows, columns});
             }
-            panel.extras.link = PanelLink{"Open this page to review:",
-                "http://127.0.0.1:4711/login?t=" + std::string(64, 'k'), {"It opens once."}};
-            panel.extras.note = std::string(200, 'n');
+            at.extras.link = PanelLink{"Open this page to review:",
+                "http://127.0.0.1:4711/login?t=" + std::string(64, 'k'), "ssh -L", {"It opens once."}};
+            at.extras.note = std::string(200, 'n');
             for (int rows = 10; rows < 24; ++rows)
-                expectFits(panel, {rows, 40});
+                expectFits(at, {rows, 40});
         }
     }
 }
 
-TEST(PanelView, theSelectedRowIsAlwaysInSight) {
-    Panel panel(ready({asked("one", "One"), asked("two", "Two"), asked("three", "Three")}));
-    for (const auto* title : {"▌ One", "▌ Two", "▌ Three"}) {
-        EXPECT_TRUE(panel.text({10, 40}).contains(title)) << title;
-        panel.press("j");
+TEST(PanelView, allOfAThousandCardsAreReached) {
+    std::vector<Card> cards;
+    for (int i = 1; i <= 1007; ++i)
+        cards.push_back(question("card " + std::to_string(i)));
+    for (const ScreenSize size : {ScreenSize{12, 40}, {24, 80}, {40, 120}}) {
+        PanelWorld at(cards);
+        at.size = size;
+        for (const auto& [keys, place] : std::vector<std::pair<std::string, int>>{
+                 {"<end>", 1007}, {"<up>", 1006}, {"<^u>", 996}, {"<home>", 1}, {"<pgdn><^d>", 0}}) {
+            at.press(keys);
+            const auto text = at.text();
+            const auto row = place > 0 ? place : static_cast<int>(at.focus().inbox.index()) + 1;
+            EXPECT_TRUE(text.contains("▌ card " + std::to_string(row) + (size.columns < 120 ? "\n" : " ")))
+                << text;
+            EXPECT_TRUE(text.contains(std::to_string(row) + " of 1007")) << text;
+        }
     }
-    EXPECT_TRUE(panel.text({12, 40}).contains("↑ more"));
+}
+
+TEST(PanelView, whatComesAndGoesMovesNothingUnderTheSelection) {
+    PanelWorld at({question("a"), question("b"), question("c"), question("d")});
+    at.press("jj");
+    const auto lineOf = [&] {
+        const auto lines = at.lines();
+        return std::ranges::find(lines, "▌ c") - lines.begin();
+    };
+    const auto before = lineOf();
+    at.state.cards.insert(at.state.cards.begin(), question("new"));
+    EXPECT_EQ(lineOf(), before);
+    at.hold("a");
+    EXPECT_EQ(lineOf(), before);
+    std::erase_if(at.state.cards, [](const Card& card) { return card.id == "a"; });
+    at.hold("a", true);
+    EXPECT_TRUE(at.text().contains("✓ Yes. Sent to Claude Code"));
+    EXPECT_EQ(lineOf(), before);
+    EXPECT_EQ(at.content->inbox[1].id(), "a") << "it keeps the place of its card";
+    at.state.holds.clear();
+    EXPECT_EQ(lineOf(), before);
+    at.state.cards.erase(at.state.cards.begin(), at.state.cards.begin() + 2);
+    EXPECT_EQ(lineOf(), before);
 }
 
 TEST(PanelView, whatAnAnswerLetsHappenIsReadBeforeItIsPressed) {
-    auto question = asked("q", "Claude Code wants to run a command");
-    question.body = "\n\n漢字漢字漢字漢字漢字漢字漢字漢字漢字漢字\n\n\x1b[2Jrm -rf build" +
-                    std::string(200, ' ') + "&& make\tall\r\nin the folder of the project\nthe fifth line";
-    question.defaultAnswer = "Yes";
-    Panel panel(ready({question, asked("other", "Another")}));
-    const std::vector<std::string> expected = {
-        "▌ Claude Code                      5 min",
+    auto asks = question("q");
+    asks.title = "Claude Code wants to run a command";
+    asks.body = "\n\n漢字漢字漢字漢字漢字漢字漢字漢字漢字漢字\n\n\x1b[2Jrm -rf build" +
+                std::string(200, ' ') + "&& make\tall\r\nin the folder of the project\nthe fifth line";
+    PanelWorld at({asks, question("other")});
+    at.size = {24, 40};
+    const Lines expected = {
+        "▌ Claude Code                      6 min",
         "▌ Claude Code wants to run a command",
         "▌ 漢字漢字漢字漢字漢字漢字漢字漢字漢字漢",
         "▌ 字",
@@ -185,82 +279,92 @@ TEST(PanelView, whatAnAnswerLetsHappenIsReadBeforeItIsPressed) {
         "▌ 1 Yes   2 No",
         "▌ a  Yes",
     };
-    const auto lines = panel.lines({24, 40});
-    EXPECT_EQ(std::vector(lines.begin() + 3, lines.begin() + 12), expected);
-    panel.press(" ");
-    EXPECT_TRUE(panel.text({40, 40}).contains("the fifth line"));
-    panel.press("j");
-    EXPECT_TRUE(panel.text({40, 40}).contains("  漢字漢字漢字漢字漢字漢字漢字漢字漢字漢\n  …\n"));
-    expectFits(panel, {12, 40});
+    const auto lines = at.lines();
+    EXPECT_EQ(Lines(lines.begin() + 3, lines.begin() + 12), expected);
+    at.press(" ");
+    at.size = {40, 40};
+    EXPECT_TRUE(at.text().contains("the fifth line"));
+    at.size = {40, 120};
+    EXPECT_TRUE(at.text().contains("the fifth line"));
 }
 
-TEST(PanelView, aRowTellsWhyNoAnswerCanBePressedAndNamesNoKeyForOne) {
-    auto away = asked("away", "Held elsewhere?");
+TEST(PanelView, aCardSaysWhatIsKnownOfItsAnswer) {
+    auto away = question("away"), never = question("never");
     away.state = "held";
-    auto never = asked("never", "Behind script?");
     never.answerable = false;
     never.deliveryNote = "The agent runs behind \"script\"; no answer can be typed there.";
-    Panel panel(ready({away, never}));
-    auto text = panel.text({24, 60});
-    EXPECT_TRUE(text.contains("▌ An answer is on hold for Claude Code.\n▌ u  Undo\n")) << text;
+    PanelWorld at({away, never});
+    auto text = at.text();
+    EXPECT_TRUE(text.contains("▌ ! An answer is on hold for Claude Code.\n▌ u  Undo\n")) << text;
     EXPECT_FALSE(text.contains("choose") || text.contains("1 Yes"));
-    panel.press("j");
-    text = panel.text({24, 60});
-    EXPECT_TRUE(text.contains("▌ The agent runs behind \"script\"; no answer can be typed")) << text;
+    at.press("j");
+    text = at.text();
+    EXPECT_TRUE(text.contains("▌ ! The agent runs behind \"script\"; no answer can be typed")) << text;
     EXPECT_TRUE(text.contains("▌ - Yes   - No\n▌ v  Review in kelvadrome\n"));
     EXPECT_FALSE(text.contains("choose") || text.contains("t type"));
 
-    auto lost = ready({});
-    lost.connection = Connection::starting();
-    lost.pressed["q"] = {
-        .card = asked("q", "Deploy?"), .label = "Yes", .known = PressedAnswer::Known::unclear};
-    EXPECT_TRUE(Panel(lost).text({24, 60}).contains("“Yes” for Claude Code, “Deploy?”: No answer from"));
+    // While the daemon is away the card itself goes on saying it.
+    at.state.connection = Connection::starting();
+    at.state.pressed["away"] = {.card = away, .label = "Yes", .known = PressedAnswer::Known::unclear};
+    text = at.text();
+    EXPECT_TRUE(
+        text.contains("Starting the daemon") && text.contains("▌ ! “Yes”: No answer from the daemon yet"))
+        << text;
+    at.press("g");
+    EXPECT_TRUE(at.text().contains("“Yes” for Claude Code"));
+
+    // A refusal stands on the card and at the bottom, on the smallest screen too.
+    PanelWorld refused({question("q")});
+    refused.size = PanelView::smallest;
+    refused.state.panelError = "The pane no longer holds this session.";
+    refused.state.pressed["q"] = {.card = refused.state.cards[0],
+        .label = "Yes",
+        .known = PressedAnswer::Known::refused,
+        .reason = "no such pane"};
+    text = refused.text();
+    EXPECT_TRUE(text.contains("⚠ The pane no longer holds this") && text.contains("such pane")) << text;
 }
 
-TEST(PanelView, aLongBodyScrollsWithinItsRow) {
-    auto question = asked("q", "Long");
+TEST(PanelView, aLongBodyScrolls) {
+    auto asks = question("q");
     for (int i = 0; i < 40; ++i)
-        question.body += "line " + std::to_string(i) + "\n";
-    Panel panel(ready({question}));
-    panel.press(" ");
-    EXPECT_TRUE(panel.text({20, 40}).contains("line 0"));
-    for (int i = 0; i < 9; ++i) {
-        panel.input.press({Key::Kind::pageDown, {}}, now);
-        panel.draw({20, 40});
+        asks.body += "line " + std::to_string(i) + "\n";
+    for (const ScreenSize size : {ScreenSize{20, 40}, {20, 120}}) {
+        PanelWorld at({asks});
+        at.size = size;
+        at.draw();
+        if (size.columns < 120)
+            at.press(" ");
+        EXPECT_TRUE(at.text().contains("line 0"));
+        at.press("<pgdn><pgdn><pgdn><pgdn>");
+        EXPECT_TRUE(at.text().contains("line 39") && at.text().contains("1 Yes")) << at.text();
+        at.press("<pgup><pgup><pgup><pgup>");
+        EXPECT_TRUE(at.text().contains("line 0"));
     }
-    EXPECT_TRUE(panel.text({20, 40}).contains("line 39"));
-    EXPECT_TRUE(panel.text({20, 40}).contains("1 Yes"));
-}
-
-TEST(PanelView, whatIsCutOffLeavesAMark) {
-    auto question = asked("q", "Question");
-    question.options = {std::string(38, 'x'), std::string(36, 'y'), "third"};
-    Panel panel(ready({question}));
-    EXPECT_EQ(panel.lines({16, 40}).at(5), "▌ 1 " + std::string(36, 'x'));
-    EXPECT_EQ(panel.lines({16, 40}).at(6), "▌   xx …");
-    question.options = {std::string(36, 'x'), std::string(36, 'y'), "third"};
-    EXPECT_EQ(Panel(ready({question})).lines({16, 40}).at(6), "▌ 2 " + std::string(33, 'y') + "… …");
 }
 
 TEST(PanelView, theLineBeingTypedShowsAsAWhole) {
-    Panel panel(ready({asked("q", "Question")}));
-    panel.press("t");
-    panel.press("answer ");
-    for (int i = 0; i < 12; ++i)
-        panel.input.press({Key::Kind::text, "漢"}, now);
-    const auto picture = panel.draw({24, 40});
+    PanelWorld at({question("q")});
+    at.size = {24, 40};
+    at.press("t");
+    at.press("answer ");
+    const auto type = [&] {
+        for (int i = 0; i < 12; ++i)
+            at.input.press({Key::Kind::text, "漢"}, at.time);
+        return at.draw();
+    };
+    const auto picture = type();
     ASSERT_TRUE(picture.cursor);
-    EXPECT_EQ(plainText(picture.lines[static_cast<std::size_t>(picture.cursor->row)]),
+    EXPECT_EQ(StyledText::plainText(picture.lines[static_cast<std::size_t>(picture.cursor->row)]),
         "> answer 漢漢漢漢漢漢漢漢漢漢漢漢");
     EXPECT_EQ(picture.cursor->column, 2 + 7 + 24);
-    for (int i = 0; i < 12; ++i)
-        panel.input.press({Key::Kind::text, "漢"}, now);
-    EXPECT_EQ(panel.draw({24, 40}).cursor->column, 2 + 2 * 9); // 15 fit behind "answer", 9 stand below
+    EXPECT_EQ(type().cursor->column, 2 + 2 * 9); // 15 fit behind "answer", 9 stand below
 }
 
 TEST(PanelView, belowTheSmallestSizeItSaysSo) {
-    Panel panel(ready({asked("q", "Question")}));
-    EXPECT_TRUE(panel.text({8, 39}).contains("1 needs you. kelvadrome needs 40"));
-    EXPECT_TRUE(panel.text({9, 80}).contains("columns and 10 lines"));
-    EXPECT_TRUE(panel.text({10, 40}).contains("▌ Question"));
+    PanelWorld at({question("q")});
+    at.size = {8, 39};
+    EXPECT_TRUE(at.text().contains("1 needs you. kelvadrome needs 40"));
+    at.size = PanelView::smallest;
+    EXPECT_TRUE(at.text().contains("▌ q"));
 }

@@ -23,6 +23,16 @@ TEST(TerminalPage, theLinkSaysWhereToGoAndWhoComes) {
         EXPECT_THROW(TerminalPage::browserLink(login, "/"), PageSession::Failure) << login;
 }
 
+TEST(TerminalPage, overSSHTheTunnelLeadsBackToThisMachine) {
+    using Rows = std::vector<std::pair<EnvironmentMap, std::string>>;
+    const std::string here = "192.0.2.7 50000 10.0.0.5 ";
+    for (const auto& [environment, target] :
+        Rows{{{{"USER", "me"}}, ""}, {{{"USER", "me"}, {"SSH_CONNECTION", here + "22"}}, "me@10.0.0.5"},
+            {{{"SSH_CONNECTION", here + "2222"}}, "-p 2222 10.0.0.5"},
+            {{{"USER", "me"}, {"SSH_CONNECTION", "odd"}}, "me@this-machine"}})
+        EXPECT_EQ(TerminalPage::tunnelTarget(environment), target);
+}
+
 namespace {
 
 struct PageWorld {
@@ -34,19 +44,19 @@ struct PageWorld {
     int minted = 0;
     bool fails = false;
     std::string expiresAt; // 60 s by default
-    std::shared_ptr<TerminalPage> page = std::make_shared<TerminalPage>(TerminalPage::Dependencies{
-        .executor = loop.executor(),
-        .clock = clock,
-        .board = board,
-        .mint = [this] { return mint(this); },
-        .openLink =
-            [this](std::string link) {
-                opened.push_back(std::move(link));
-                ++pages;
-                return std::shared_ptr<void>(
-                    this, [](void* world) { --static_cast<PageWorld*>(world)->pages; });
-            },
-    });
+    std::shared_ptr<TerminalPage> page =
+        std::make_shared<TerminalPage>(TerminalPage::Dependencies{.executor = loop.executor(),
+            .clock = clock,
+            .board = board,
+            .mint = [this] { return mint(this); },
+            .openLink =
+                [this](std::string link) {
+                    opened.push_back(std::move(link));
+                    ++pages;
+                    return std::shared_ptr<void>(
+                        this, [](void* world) { --static_cast<PageWorld*>(world)->pages; });
+                },
+            .tunnelTo = "me@host"});
 
     static Task<LoginLink> mint(PageWorld* world) {
         ++world->minted;
@@ -67,6 +77,7 @@ TEST(TerminalPage, aLinkShowsForAsLongAsItIsGood) {
     world.loop.drain();
     EXPECT_EQ(world.url(), "http://127.0.0.1:4711/login?t=1&surface=browser&next=%2F%3Fcard%3Dc1");
     EXPECT_EQ(world.opened, std::vector{world.url()});
+    EXPECT_EQ(world.board->extras().link->tunnel, "ssh -L 4711:127.0.0.1:4711 me@host");
     EXPECT_EQ(world.pages, 1);
 
     // The next one takes its place, and the first one's end doesn't end it.

@@ -28,6 +28,8 @@ TEST(TerminalText, widthCountsColumns) {
     EXPECT_EQ(TerminalText::width("\u1112\u1161\u11AB"), 2); // one syllable in three parts
     EXPECT_EQ(TerminalText::width("हिन्दी"), 5);              // its vowel signs take columns of their own
     EXPECT_EQ(TerminalText::width("●◆✗…⚠▌━"), 7);
+    for (const auto* emoji : {"👩\u200D💻", "👨\u200D👩\u200D👧\u200D👦", "👍🏽", "❤\uFE0F", "🇨🇭"})
+        EXPECT_EQ(TerminalText::width(emoji), 2) << emoji;
 }
 
 TEST(TerminalText, wrapsWideAndCombiningTextWithinTheColumns) {

@@ -1,15 +1,20 @@
 #pragma once
 
-#include "Kelvadrome/model/CardRows.h"
-#include "Kelvadrome/terminal/panel/PanelView.h"
+#include "Kelvadrome/terminal/panel/PanelContent.h"
+#include "Kelvadrome/terminal/panel/StyledText.h"
 
-#include <vector>
-
-/// A row of the panel as lines of at most `columns` columns. Pure. Keys are named only on the selected row,
-/// since only there they work.
+/// A row of the inbox as lines of at most `columns` columns. Pure.
 namespace kelvadrome::CardLines {
 
-std::vector<StyledLine> card(const PanelCard& row, bool selected, bool expanded, int columns);
-std::vector<StyledLine> hold(const HoldRow& row, bool selected, int columns);
+/// How much of a row shows.
+enum class Extent {
+    opening, // what has to be read before it is answered, and what can be pressed
+    whole,   // all there is
+};
+
+/// Exactly `PanelRules::listHeight` lines that stand for a row in the list.
+StyledLines brief(const PanelEntry& row, bool selected, int columns);
+/// The selected row, with the keys that act on it.
+StyledLines full(const PanelEntry& row, Extent extent, int columns);
 
 } // namespace kelvadrome::CardLines

@@ -1,8 +1,6 @@
 #include "Kelvadrome/terminal/panel/PanelInput.h"
 
-#include "KelvadromeKit/support/Text.h"
-
-#include <fmt/format.h>
+#include "Kelvadrome/terminal/panel/PanelRules.h"
 
 #include <algorithm>
 
@@ -12,67 +10,109 @@ namespace {
 
 using Kind = PanelCommand::Kind;
 using Mode = PanelFocus::Mode;
+using Purpose = CommandLine::Purpose;
 
-constexpr const char* highRiskHint = "High risk: v reviews it in kelvadrome.";
-constexpr const char* justChangedHint = "This row has just changed. Look again, then press again.";
-
-/// Whether an answer that is meant for one card fits the other: the same question with the same answers.
-bool sameQuestion(const Card& left, const Card& right) {
-    return left.id == right.id && left.version == right.version && left.options == right.options &&
-           left.defaultAnswer == right.defaultAnswer && left.risk == right.risk && left.rows == right.rows;
-}
-
-const PanelRow* rowOf(const MenuPanelContent& content, const std::optional<std::string>& id) {
-    if (!id)
-        return nullptr;
-    const auto found =
-        std::ranges::find_if(content.rows, [&](const auto& row) { return cardOf(row).id == *id; });
-    return found == content.rows.end() ? nullptr : &*found;
-}
-
-/// Why no answer to this card can be pressed.
-const char* whyNoAnswer(const PanelCard& row) {
-    if (!row.way.empty())
-        return "An answer to this is under way already.";
-    return row.highRisk ? highRiskHint : "No answer can be typed for this: v opens it in kelvadrome.";
-}
+constexpr int denseBelow = 18; // lines of a screen
 
 PanelCommand plain(Kind kind) {
     return {.kind = kind};
 }
 
-} // namespace
-
-void PanelInput::update(const MenuPanelContent& content, const std::vector<Card>& open, WallTime now) {
-    const auto* before = selectedRow();
-    const auto* after = rowOf(content, focus_.selected);
-    if (focus_.typingTo) {
-        const auto& card = focus_.typingTo->card;
-        const auto* row = rowOf(content, card.id);
-        focus_.typingGone = (row && !takesAnswer(*row)) ||
-                            std::ranges::none_of(open, [&](const Card& c) { return sameQuestion(c, card); });
+template <class Row, class MakeRow>
+std::vector<ListFocus::Row> listRows(const std::vector<Row>& rows, const MakeRow& makeRow) {
+    std::vector<ListFocus::Row> result;
+    result.reserve(rows.size());
+    std::string heading;
+    for (const auto& row : rows) {
+        auto made = makeRow(row);
+        if (made.heading == heading)
+            made.heading.clear();
+        else
+            heading = made.heading;
+        result.push_back(std::move(made));
     }
-    if (after) {
-        index_ = static_cast<std::size_t>(after - content.rows.data());
-        const bool same = before && before->index() == after->index() &&
-                          takesAnswer(*before) == takesAnswer(*after) &&
-                          sameQuestion(cardOf(*before), cardOf(*after));
-        if (!same) {
-            steadySince_ = now;
-            focus_.digits.clear();
-        }
-    } else {
-        index_ = content.rows.empty() ? 0 : std::min(index_, content.rows.size() - 1);
-        focus_.selected =
-            content.rows.empty() ? std::nullopt : std::optional(cardOf(content.rows[index_]).id);
-        focus_.expanded = false;
-        focus_.digits.clear();
-        steadySince_ = now;
-    }
-    content_ = content;
+    return result;
 }
 
-void PanelInput::drawn(int scroll, int page) {
+} // namespace
+
+PanelLayout PanelLayout::of(ScreenSize size) {
+    constexpr int wideFrom = 120;
+    PanelLayout layout{.wide = size.columns >= wideFrom, .dense = size.rows < denseBelow};
+    layout.listColumns = layout.wide ? std::clamp(size.columns * 2 / 5, 46, 72) : size.columns;
+    if (layout.wide)
+        layout.detailColumns = size.columns - layout.listColumns - 3;
+    return layout;
+}
+
+ListFocus PanelFocus::*PanelFocus::shownList() const {
+    if (searching() && !line.blank())
+        return &PanelFocus::hits;
+    if (section == PanelSection::agents)
+        return &PanelFocus::agents;
+    return section == PanelSection::receipts ? &PanelFocus::receipts : &PanelFocus::inbox;
+}
+
+PanelWish PanelInput::wish() const {
+    return {focus_.only, focus_.searching() ? focus_.line.text() : std::string()};
+}
+
+void PanelInput::update(std::shared_ptr<const PanelContent> content, ScreenSize size, WallTime now) {
+    const auto before = std::exchange(content_, std::move(content));
+    const bool divided = std::exchange(layout_, PanelLayout::of(size)) != layout_;
+    const auto* const rowBefore = PanelRules::rowOf(*before, focus_.inbox.selected());
+    followRows(now);
+    const auto* const row = selectedRow();
+    if (row && !(rowBefore && PanelRules::sameRow(*rowBefore, *row))) {
+        steadySince_ = now;
+        focus_.digits.clear();
+        dismissing_.reset();
+    }
+    followTyping();
+    if (divided) {
+        for (auto* const list : {&focus_.inbox, &focus_.agents, &focus_.receipts, &focus_.hits})
+            list->release();
+    }
+    if (content_->card)
+        focus_.mode = focus_.mode == Mode::rows ? Mode::card : focus_.mode;
+    else if (focus_.mode == Mode::card)
+        focus_.mode = Mode::rows;
+}
+
+void PanelInput::followRows(WallTime now) {
+    const int gap = layout_.dense ? 0 : 1;
+    const bool moved = focus_.inbox.update(listRows(content_->inbox, [&](const PanelEntry& row) {
+        return ListFocus::Row{row.id(), PanelRules::listHeight + gap, PanelRules::headingOf(row.group)};
+    }));
+    if (moved) {
+        focus_.expanded = false;
+        focus_.scroll = focus_.mode == Mode::rows ? 0 : focus_.scroll;
+        steadySince_ = now;
+    }
+    focus_.agents.update(listRows(content_->agents, [&](const PanelAgent& row) {
+        return ListFocus::Row{row.line.id, PanelRules::listHeight + gap, row.ended ? "Ended" : ""};
+    }));
+    focus_.receipts.update(listRows(content_->receipts, [](const PanelReceipt& row) {
+        return ListFocus::Row{row.id, 1, row.day};
+    }));
+    focus_.hits.update(listRows(content_->hits, [&](const PanelHit& row) {
+        return ListFocus::Row{row.id(), PanelRules::listHeight + gap, PanelRules::headingOf(row.hit.kind)};
+    }));
+}
+
+/// An answer is kept back while its card isn't there as it was; a daemon that is away says nothing of that.
+void PanelInput::followTyping() {
+    if (!focus_.typingTo || content_->menu.body == MenuPanelContent::Body::starting ||
+        content_->menu.body == MenuPanelContent::Body::failed)
+        return;
+    const auto* const row = PanelRules::rowOf(*content_, focus_.typingTo->card.id);
+    focus_.typingGone =
+        !row || !takesAnswer(row->row) || !PanelRules::sameQuestion(cardOf(row->row), focus_.typingTo->card);
+}
+
+void PanelInput::drawn(int listScroll, int scroll, int page) {
+    if (focus_.mode == Mode::rows || focus_.mode == Mode::typing)
+        focus_.list().drawn(listScroll);
     focus_.scroll = scroll;
     page_ = std::max(1, page);
 }
@@ -82,7 +122,7 @@ void PanelInput::setAlert(bool on, bool asks) {
     const auto message = asks ? Mode::question : Mode::alert;
     if (on ? focus_.mode == message : !shown)
         return;
-    focus_.mode = on ? message : focus_.typingTo ? Mode::typing : Mode::rows;
+    focus_.mode = on ? message : focus_.line.isOpen() ? Mode::typing : Mode::rows;
     focus_.scroll = 0;
 }
 
@@ -98,63 +138,19 @@ std::optional<PanelCommand> PanelInput::press(const Key& key, WallTime now) {
         if (auto command = pressControl(key.text))
             return command;
     }
-    if (focus_.mode == Mode::typing)
-        return pressTyping(key);
-    switch (key.kind) {
-    case Key::Kind::pageUp:
-        page(-1);
-        return std::nullopt;
-    case Key::Kind::pageDown:
-        page(1);
-        return std::nullopt;
-    default:
+    switch (focus_.mode) {
+    case Mode::typing:
+        return pressTyping(key, now);
+    case Mode::alert:
+    case Mode::question:
+        return pressAlert(key);
+    case Mode::help:
+    case Mode::card:
+        return pressReading(key);
+    case Mode::rows:
         break;
     }
-    if (focus_.mode == Mode::question) {
-        if (key.kind == Key::Kind::enter || key.kind == Key::Kind::escape)
-            return plain(Kind::refuseAlert);
-        if (key.kind == Key::Kind::text && key.text == "q")
-            return plain(Kind::acknowledgeAlert);
-        return std::nullopt;
-    }
-    if (focus_.mode == Mode::alert) {
-        if (key.kind == Key::Kind::enter)
-            return plain(Kind::acknowledgeAlert);
-        return std::nullopt;
-    }
-    if (focus_.mode == Mode::help) {
-        focus_.mode = Mode::rows;
-        focus_.scroll = 0;
-        return std::nullopt;
-    }
-    switch (key.kind) {
-    case Key::Kind::up:
-    case Key::Kind::backTab:
-        move(-1);
-        return std::nullopt;
-    case Key::Kind::down:
-    case Key::Kind::tab:
-        move(1);
-        return std::nullopt;
-    case Key::Kind::enter:
-        if (!focus_.digits.empty())
-            return chooseOption(static_cast<std::size_t>(std::stoul(focus_.digits)), now);
-        focus_.expanded = selectedRow() && !focus_.expanded;
-        return std::nullopt;
-    case Key::Kind::escape:
-        if (!focus_.digits.empty()) {
-            focus_.digits.clear();
-        } else if (linkShown_) {
-            return plain(Kind::dismissLink);
-        } else {
-            focus_.expanded = false;
-        }
-        return std::nullopt;
-    case Key::Kind::text:
-        return pressText(key.text, now);
-    default:
-        return std::nullopt;
-    }
+    return pressRows(key, now);
 }
 
 PanelInput::Command PanelInput::pressControl(const std::string& letter) {
@@ -167,47 +163,115 @@ PanelInput::Command PanelInput::pressControl(const std::string& letter) {
     return std::nullopt;
 }
 
-PanelInput::Command PanelInput::pressText(const std::string& text, WallTime now) {
-    if (text.size() != 1)
+PanelInput::Command PanelInput::pressAlert(const Key& key) {
+    const bool asks = focus_.mode == Mode::question;
+    if (key.kind == Key::Kind::enter || (asks && key.kind == Key::Kind::escape))
+        return plain(asks ? Kind::refuseAlert : Kind::acknowledgeAlert);
+    if (asks && key.kind == Key::Kind::text && key.text == "q")
+        return plain(Kind::acknowledgeAlert);
+    if (key.kind == Key::Kind::pageUp || key.kind == Key::Kind::pageDown)
+        focus_.scroll = std::max(0, focus_.scroll + (key.kind == Key::Kind::pageUp ? -page_ : page_));
+    return std::nullopt;
+}
+
+/// Help, or a card that is over.
+PanelInput::Command PanelInput::pressReading(const Key& key) {
+    switch (key.kind) {
+    case Key::Kind::up:
+        focus_.scroll = std::max(0, focus_.scroll - 1);
         return std::nullopt;
-    const char letter = text[0];
+    case Key::Kind::down:
+        ++focus_.scroll;
+        return std::nullopt;
+    case Key::Kind::pageUp:
+        focus_.scroll = std::max(0, focus_.scroll - page_);
+        return std::nullopt;
+    case Key::Kind::pageDown:
+        focus_.scroll += page_;
+        return std::nullopt;
+    default:
+        break;
+    }
+    focus_.scroll = 0;
+    if (std::exchange(focus_.mode, Mode::rows) == Mode::card)
+        return plain(Kind::closeCard);
+    return std::nullopt;
+}
+
+PanelInput::Command PanelInput::pressRows(const Key& key, WallTime now) {
+    switch (key.kind) {
+    case Key::Kind::up:
+        move(-1);
+        return std::nullopt;
+    case Key::Kind::down:
+        move(1);
+        return std::nullopt;
+    case Key::Kind::home:
+        move(-static_cast<int>(focus_.list().size()));
+        return std::nullopt;
+    case Key::Kind::end:
+        move(static_cast<int>(focus_.list().size()));
+        return std::nullopt;
+    case Key::Kind::pageUp:
+        page(-1);
+        return std::nullopt;
+    case Key::Kind::pageDown:
+        page(1);
+        return std::nullopt;
+    case Key::Kind::tab:
+    case Key::Kind::backTab: {
+        const int by = key.kind == Key::Kind::tab ? 1 : panelSections - 1;
+        return openSection(
+            static_cast<PanelSection>((static_cast<int>(focus_.section) + by) % panelSections));
+    }
+    case Key::Kind::enter:
+        return enter(now);
+    case Key::Kind::escape:
+        return leave();
+    case Key::Kind::control:
+        if (key.text == "d" || key.text == "u")
+            move(key.text == "d" ? 10 : -10);
+        return std::nullopt;
+    case Key::Kind::text:
+        return key.text.size() == 1 ? pressText(key.text[0], now) : std::nullopt;
+    default:
+        return std::nullopt;
+    }
+}
+
+PanelInput::Command PanelInput::pressText(char letter, WallTime now) {
     if (letter >= '0' && letter <= '9')
-        return pressDigit(text, now);
+        return focus_.section == PanelSection::inbox ? pressDigit(letter, now) : std::nullopt;
     focus_.digits.clear();
     switch (letter) {
     case 'k':
-        move(-1);
-        return std::nullopt;
     case 'j':
-        move(1);
+        move(letter == 'j' ? 1 : -1);
         return std::nullopt;
     case ' ':
-        focus_.expanded = selectedRow() && !focus_.expanded;
-        return std::nullopt;
-    case 'a':
-        return answering(Kind::answer, PanelAction::Kind::answer, now);
-    case 'd':
-        return answering(Kind::acceptDefaults, PanelAction::Kind::acceptDefaults, now);
-    case 't':
-        return beginTyping(now);
-    case 'u':
-        return undo();
-    case 'z':
-        return snooze(now);
-    case 'v':
-        return review();
-    case 'e':
-        return answering(Kind::bringEdgeToFront, PanelAction::Kind::bringEdgeToFront, now);
+        return enter(now);
+    case 'i':
+        return openSection(PanelSection::inbox);
+    case 'g':
+        return openSection(PanelSection::agents);
+    case 'h':
+        return openSection(PanelSection::receipts);
+    case '/':
+        return beginSearch();
+    case 'w':
+        return showTerminal();
     case 'o':
         return plain(Kind::openMain);
     case 'r':
-        return content_.retry ? Command(plain(Kind::retry)) : std::nullopt;
+        return content_->menu.retry ? Command(plain(Kind::retry)) : std::nullopt;
     case 'f':
-        return content_.setup ? Command(plain(Kind::finishSetup)) : std::nullopt;
+        return content_->menu.setup ? Command(plain(Kind::finishSetup)) : std::nullopt;
     case 'b':
-        return content_.background ? Command(plain(Kind::openLoginItems)) : std::nullopt;
+        return content_->menu.background ? Command(plain(Kind::openLoginItems)) : std::nullopt;
     case 'y':
         return linkShown_ ? Command(plain(Kind::copyLink)) : std::nullopt;
+    case 'Y':
+        return linkShown_ ? Command(plain(Kind::copyTunnel)) : std::nullopt;
     case '?':
         focus_.mode = Mode::help;
         focus_.scroll = 0;
@@ -215,153 +279,101 @@ PanelInput::Command PanelInput::pressText(const std::string& text, WallTime now)
     case 'q':
         return plain(Kind::quit);
     default:
-        return std::nullopt;
+        return focus_.section == PanelSection::inbox ? pressCardKey(letter, now) : std::nullopt;
     }
 }
 
-PanelInput::Command PanelInput::pressDigit(const std::string& digit, WallTime now) {
-    const auto* row = selectedCard();
-    if (!row)
-        return std::nullopt;
-    if (!row->takesAnswer())
-        return hint(whyNoAnswer(*row));
-    const auto count = row->card.options.size();
-    if (focus_.digits.size() < 4)
-        focus_.digits += digit;
-    const auto number = static_cast<std::size_t>(std::stoul(focus_.digits));
-    if (number == 0 || number > count) {
+PanelInput::Command PanelInput::enter(WallTime now) {
+    if (!focus_.digits.empty())
+        return chooseOption(static_cast<std::size_t>(std::stoul(focus_.digits)), now);
+    if (const auto* const agent = selectedAgent()) {
+        if (agent->cards == 0)
+            return showTerminal();
+        const auto words = agent->line.name + (agent->line.place.empty() ? "" : " · " + agent->line.place);
+        focus_.only = CardFilter{.words = words, .agent = agent->agent, .sessionId = agent->sessionId};
+        return openSection(PanelSection::inbox);
+    }
+    if (focus_.section == PanelSection::receipts) {
+        if (focus_.receipts.empty())
+            return std::nullopt;
+        const auto& card = content_->receipts[focus_.receipts.index()].card;
+        return card ? showCard(*card, now) : hint("This line is of no card.");
+    }
+    if (layout_.wide)
+        page(1);
+    else
+        focus_.expanded = selectedRow() && !focus_.expanded;
+    return std::nullopt;
+}
+
+/// Escape takes away what lies on top.
+PanelInput::Command PanelInput::leave() {
+    if (!focus_.digits.empty())
         focus_.digits.clear();
-        return hint(count == 0 ? "This card has no options; t types an answer." : "There is no such option.");
-    }
-    // A number that may go on waits for its next digit, or for Enter.
-    if (number * 10 <= count)
-        return std::nullopt;
-    return chooseOption(number, now);
+    else if (dismissing_)
+        dismissing_.reset();
+    else if (linkShown_)
+        return plain(Kind::dismissLink);
+    else if (focus_.expanded)
+        focus_.expanded = false;
+    else if (focus_.section == PanelSection::receipts && !focus_.receiptFilter.empty()) {
+        focus_.receiptFilter.clear();
+        return plain(Kind::readReceipts);
+    } else if (focus_.section == PanelSection::inbox && focus_.only)
+        focus_.only.reset();
+    else if (focus_.section != PanelSection::inbox)
+        return openSection(PanelSection::inbox);
+    return std::nullopt;
 }
 
-PanelInput::Command PanelInput::chooseOption(std::size_t number, WallTime now) {
-    focus_.digits.clear();
-    const auto* row = selectedCard();
-    if (!row || !row->takesAnswer() || number < 1 || number > row->card.options.size())
-        return std::nullopt;
-    if (!settled(now))
-        return hint(justChangedHint);
-    return PanelCommand{.kind = Kind::answer, .card = row->card, .text = row->card.options[number - 1]};
-}
-
-PanelInput::Command PanelInput::answering(Kind kind, PanelAction::Kind offered, WallTime now) {
-    const auto* row = selectedCard();
-    if (!row)
-        return std::nullopt;
-    const auto action = std::ranges::find(row->actions, offered, &PanelAction::kind);
-    if (action == row->actions.end()) {
-        if (kind == Kind::bringEdgeToFront)
-            return hint("This card doesn't hold Edge.");
-        if (!row->takesAnswer())
-            return hint(whyNoAnswer(*row));
-        return hint(
-            kind == Kind::answer ? "This card suggests no answer." : "This card has no set of defaults.");
-    }
-    if (!settled(now))
-        return hint(justChangedHint);
-    return PanelCommand{.kind = kind, .card = row->card, .text = action->answer};
-}
-
-/// What was snoozed by mistake would be out of sight for long.
-PanelInput::Command PanelInput::snooze(WallTime now) {
-    const auto* row = selectedCard();
-    if (!row)
-        return std::nullopt;
-    if (!row->offers(PanelAction::Kind::snooze))
-        return hint("An answer to this is under way: it stays in sight.");
-    if (!settled(now))
-        return hint(justChangedHint);
-    return PanelCommand{.kind = Kind::snooze, .card = row->card, .text = {}};
-}
-
-PanelInput::Command PanelInput::review() {
-    const auto* row = selectedCard();
-    if (!row)
-        return std::nullopt;
-    return PanelCommand{.kind = Kind::review, .card = row->card, .text = {}};
-}
-
-PanelInput::Command PanelInput::undo() {
-    const auto* row = selectedRow();
-    if (const auto* card = selectedCard(); card && card->offers(PanelAction::Kind::undo))
-        return PanelCommand{.kind = Kind::undo, .card = card->card, .text = {}}; // pressed elsewhere
-    const auto* hold = row ? std::get_if<HoldRow>(row) : nullptr;
-    if (!hold || !hold->undo) {
-        // The one answer on its way needs no picking first: there are only seconds.
-        hold = nullptr;
-        for (const auto& other : content_.rows) {
-            const auto* candidate = std::get_if<HoldRow>(&other);
-            if (!candidate || !candidate->undo)
-                continue;
-            if (hold)
-                return hint("Two answers are on their way: pick one, then u.");
-            hold = candidate;
-        }
-    }
-    if (!hold)
-        return hint("Nothing to undo.");
-    return PanelCommand{.kind = Kind::undo, .card = hold->card, .text = {}};
-}
-
-PanelInput::Command PanelInput::beginTyping(WallTime now) {
-    const auto* row = selectedCard();
-    if (!row)
-        return std::nullopt;
-    if (!row->takesAnswer())
-        return hint(whyNoAnswer(*row));
-    if (row->card.kind == "batch")
-        return hint("This card asks several questions: v opens it in kelvadrome.");
-    if (!settled(now))
-        return hint(justChangedHint);
-    focus_.mode = Mode::typing;
-    focus_.typingTo = *row;
-    focus_.typingGone = false;
-    focus_.editor.clear();
-    // What was left, or came back refused, isn't lost.
-    if (draftOf_ == row->card.id)
-        focus_.editor.insert(draft_);
+PanelInput::Command PanelInput::openSection(PanelSection section) {
+    if (section != PanelSection::inbox)
+        focus_.only.reset();
+    focus_.section = section;
+    focus_.expanded = false;
+    focus_.scroll = 0;
+    dismissing_.reset();
+    if (section == PanelSection::receipts)
+        return PanelCommand{.kind = Kind::readReceipts, .text = focus_.receiptFilter};
     return std::nullopt;
 }
 
 void PanelInput::move(int by) {
     focus_.digits.clear();
-    const auto count = static_cast<int>(content_.rows.size());
-    if (count == 0)
+    dismissing_.reset();
+    if (!focus_.list().move(by))
         return;
-    const auto to = std::clamp(static_cast<int>(index_) + by, 0, count - 1);
-    if (to == static_cast<int>(index_))
-        return;
-    index_ = static_cast<std::size_t>(to);
-    focus_.selected = cardOf(content_.rows[index_]).id;
     focus_.expanded = false;
-    focus_.scroll = 0;          // of a row that is higher than the screen the beginning shows
+    focus_.scroll = 0;
     steadySince_ = distantPast; // the user looks where the user went
 }
 
+/// In a row, or a card beside the list, that is longer than the screen; else from row to row.
 void PanelInput::page(int by) {
-    if (focus_.mode != Mode::rows || focus_.expanded) {
-        focus_.scroll = std::max(0, focus_.scroll + by * std::max(1, page_ - 1));
-    } else {
-        move(by);
-    }
+    if (layout_.wide)
+        focus_.scroll = std::max(0, focus_.scroll + by * page_);
+    else if (focus_.expanded)
+        focus_.list().scrollBy(by * std::max(1, page_ - 1));
+    else
+        move(by * std::max(1, page_ / (PanelRules::listHeight + 1)));
 }
 
-bool PanelInput::settled(WallTime now) {
+bool PanelInput::settled(WallTime now) const {
     return (now - steadySince_).count() >= settling || now < steadySince_;
 }
 
-const PanelRow* PanelInput::selectedRow() const {
-    return rowOf(content_, focus_.selected);
+const PanelEntry* PanelInput::selectedRow() const {
+    return focus_.inbox.empty() ? nullptr : &content_->inbox[focus_.inbox.index()];
 }
 
 const PanelCard* PanelInput::selectedCard() const {
-    const auto* row = selectedRow();
-    return row ? std::get_if<PanelCard>(row) : nullptr;
+    const auto* const row = selectedRow();
+    return row ? row->card() : nullptr;
+}
+
+const PanelAgent* PanelInput::selectedAgent() const {
+    const bool any = focus_.section == PanelSection::agents && !focus_.agents.empty();
+    return any ? &content_->agents[focus_.agents.index()] : nullptr;
 }
 
 PanelInput::Command PanelInput::hint(std::string words) {

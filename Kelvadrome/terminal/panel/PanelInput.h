@@ -1,101 +1,72 @@
 #pragma once
 
-#include "Kelvadrome/model/MenuPanel.h"
-#include "Kelvadrome/terminal/panel/LineEditor.h"
+#include "Kelvadrome/terminal/panel/CommandLine.h"
+#include "Kelvadrome/terminal/panel/ListFocus.h"
+#include "Kelvadrome/terminal/panel/PanelCommand.h"
+#include "Kelvadrome/terminal/panel/PanelContent.h"
 
+#include <memory>
 #include <optional>
 #include <string>
-#include <vector>
 
 namespace kelvadrome {
 
-/// One key as the terminal told it.
-struct Key {
-    enum class Kind {
-        text,    // a character, or any text while a paste lasts
-        control, // Ctrl with the letter in `text`, lower-case
-        enter,
-        escape,
-        tab,
-        backTab,
-        up,
-        down,
-        left,
-        right,
-        home,
-        end,
-        pageUp,
-        pageDown,
-        backspace,
-        remove,
-        pasteBegin,
-        pasteEnd,
-    };
+enum class PanelSection { inbox, agents, receipts };
+inline constexpr int panelSections = 3;
 
-    Kind kind = Kind::text;
-    std::string text = {};
-};
+/// How the screen is divided.
+struct PanelLayout {
+    bool wide = false;  // the list beside what is selected in it
+    bool dense = false; // no blank lines between the rows
+    int listColumns = 0;
+    int detailColumns = 0; // 0 unless wide
 
-/// What a key asks of the world outside the panel.
-struct PanelCommand {
-    enum class Kind {
-        answer,
-        acceptDefaults,
-        undo,
-        snooze,
-        review,
-        bringEdgeToFront, // of `card`
-        openMain,
-        retry,
-        finishSetup,
-        openLoginItems,
-        copyLink,
-        dismissLink,
-        acknowledgeAlert, // of a question: the answer that acts
-        refuseAlert,
-        quit,
-        suspend,
-        repaint,
-        bell,
-    };
-
-    Kind kind = Kind::repaint;
-    std::optional<Card> card = {}; // as it was on the screen
-    std::string text = {};         // of `answer`, exactly as it was shown
-
-    bool operator==(const PanelCommand&) const = default;
+    static PanelLayout of(ScreenSize size);
+    bool operator==(const PanelLayout&) const = default;
 };
 
 /// Where the user is in the panel. What the view draws beside the content.
 struct PanelFocus {
-    enum class Mode { rows, typing, help, alert, question };
+    enum class Mode { rows, typing, help, card, alert, question };
 
     Mode mode = Mode::rows;
-    std::optional<std::string> selected; // a card's id, so that rows may move beneath it
-    bool expanded = false;               // the selected row shows all there is
-    int scroll = 0;                      // first line of the body that shows
-    std::string digits;                  // of an option's number that isn't whole yet
-    std::string hint;                    // a line about the last key; gone at the next one
-    LineEditor editor;                   // while typing
-    std::optional<PanelCard> typingTo;   // while typing: the card as it was when typing began
-    bool typingGone = false;             // that card doesn't wait for this answer any more
+    PanelSection section = PanelSection::inbox;
+    ListFocus inbox;
+    ListFocus agents;
+    ListFocus receipts;
+    ListFocus hits;
+    std::optional<CardFilter> only;
+    bool expanded = false;             // the selected row shows all there is; without effect when wide
+    int scroll = 0;                    // of what is selected beside the list, of help, card and alert
+    std::string digits;                // of an option's number that isn't whole yet
+    std::string hint;                  // a line about the last key; gone at the next one
+    CommandLine line;                  // while typing
+    std::optional<PanelCard> typingTo; // while typing an answer: the card as it was when that began
+    bool typingGone = false;           // that card doesn't wait for this answer any more
+    std::string receiptFilter;         // of the receipts that show, as typed
 
-    bool operator==(const PanelFocus&) const = default;
+    bool searching() const { return line.purpose() == CommandLine::Purpose::search; }
+    /// The list that the arrows move in.
+    const ListFocus& list() const { return this->*shownList(); }
+    ListFocus& list() { return this->*shownList(); }
+
+private:
+    ListFocus PanelFocus::*shownList() const;
 };
 
 /// Turns keys into commands: a state machine without a screen and without effects. An answer only ever goes
 /// to a card that the user has had before the eyes: a row that came under the selection, or changed there, by
-/// itself takes no answer for a moment, and isn't snoozed. What was typed for a card is there again when
-/// typing goes on.
+/// itself takes no answer for a moment, and isn't put out of sight. What was typed for a card is there again
+/// when typing goes on.
 class PanelInput {
 public:
     static constexpr double settling = 0.6; // seconds
 
-    /// The content that the screen shows from now on, and all open cards: the panel shows only the first few.
-    void update(const MenuPanelContent& content, const std::vector<Card>& open, WallTime now);
+    /// The content that the screen shows from now on. Never null.
+    void update(std::shared_ptr<const PanelContent> content, ScreenSize size, WallTime now);
     std::optional<PanelCommand> press(const Key& key, WallTime now);
-    /// What the last picture settled on.
-    void drawn(int scroll, int page);
+    /// What the last picture settled on: the list's scroll, that of the rest, and how many lines a page has.
+    void drawn(int listScroll, int scroll, int page);
     /// A message that waits for a key; one that `asks` has two answers, and Enter is the one that changes
     /// nothing.
     void setAlert(bool on, bool asks = false);
@@ -103,35 +74,58 @@ public:
     void setLink(bool shown) { linkShown_ = shown; }
 
     const PanelFocus& focus() const { return focus_; }
+    PanelWish wish() const;
 
 private:
     using Command = std::optional<PanelCommand>;
 
-    Command pressText(const std::string& text, WallTime now);
-    Command pressTyping(const Key& key);
+    void followRows(WallTime now);
+    void followTyping();
+
+    Command pressRows(const Key& key, WallTime now);
+    Command pressText(char letter, WallTime now);
+    Command pressCardKey(char letter, WallTime now);
+    Command pressAlert(const Key& key);
+    Command pressReading(const Key& key);
     Command pressControl(const std::string& letter);
-    Command pressDigit(const std::string& digit, WallTime now);
-    Command chooseOption(std::size_t number, WallTime now);
-    Command answering(PanelCommand::Kind kind, PanelAction::Kind offered, WallTime now);
-    Command snooze(WallTime now);
-    Command review();
-    Command undo();
-    Command beginTyping(WallTime now);
-    Command sendTyped();
-    void endTyping();
+    Command enter(WallTime now);
+    Command leave();
+    Command openSection(PanelSection section);
     void move(int by);
     void page(int by);
-    bool settled(WallTime now);
-    const PanelRow* selectedRow() const;
+
+    Command pressDigit(char digit, WallTime now);
+    Command chooseOption(std::size_t number, WallTime now);
+    Command offered(PanelCommand::Kind kind, PanelAction::Kind action, WallTime now);
+    Command snooze(WallTime now);
+    Command dismiss(WallTime now);
+    Command review();
+    Command undo();
+    Command showTerminal();
+    /// Why the selected card can't be put out of sight; absent when it can.
+    std::optional<std::string> whyItStays(WallTime now) const;
+
+    Command beginTyping(WallTime now);
+    Command beginSearch();
+    Command pressTyping(const Key& key, WallTime now);
+    Command sendTyped();
+    Command openHit(WallTime now);
+    Command showCard(const std::string& id, WallTime now);
+    void endTyping();
+
+    bool settled(WallTime now) const;
+    const PanelEntry* selectedRow() const;
     const PanelCard* selectedCard() const;
+    const PanelAgent* selectedAgent() const;
     Command hint(std::string words);
 
-    MenuPanelContent content_;
+    std::shared_ptr<const PanelContent> content_ = std::make_shared<PanelContent>();
+    PanelLayout layout_;
     PanelFocus focus_;
-    std::size_t index_ = 0; // of the selected row
     WallTime steadySince_ = distantPast;
-    std::string draft_;   // what was typed last,
-    std::string draftOf_; // and the id of the card that it was typed for
+    std::optional<std::string> dismissing_; // the card that the last key asked to dismiss
+    std::string draft_;                     // the answer that was typed last,
+    std::string draftOf_;                   // and the id of the card that it was typed for
     bool pasting_ = false;
     bool linkShown_ = false;
     int page_ = 1;

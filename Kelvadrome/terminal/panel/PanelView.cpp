@@ -1,240 +1,230 @@
 #include "Kelvadrome/terminal/panel/PanelView.h"
 
-#include "Kelvadrome/terminal/panel/PanelRows.h"
+#include "Kelvadrome/terminal/panel/PanelBody.h"
+#include "Kelvadrome/terminal/panel/PanelKeys.h"
+#include "Kelvadrome/terminal/panel/SectionLines.h"
 #include "Kelvadrome/terminal/panel/TerminalText.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
 
-namespace kelvadrome {
-
-std::string plainText(const StyledLine& line) {
-    std::string text;
-    for (const auto& span : line)
-        text += span.text;
-    return text;
-}
-
-namespace PanelView {
+namespace kelvadrome::PanelView {
 
 namespace {
 
-using Lines = std::vector<StyledLine>;
 using Mode = PanelFocus::Mode;
+using Purpose = CommandLine::Purpose;
+using StyledText::append;
+using StyledText::cut;
+using StyledText::notice;
+using StyledText::paragraph;
+using StyledText::spread;
+using TerminalText::clean;
+using TerminalText::cleanLine;
 
 constexpr int indent = 2;
-constexpr int wantedBody = 4; // lines that the body gets before the agents get any
-constexpr std::size_t longestError = 3;
+constexpr int leastBody = 4;              // lines that the middle gets before the agents get any
+constexpr std::size_t longestMessage = 3; // lines
 
-/// The lines of the middle, and which of them the selected row takes.
-struct Body {
-    Lines lines;
-    int from = 0;
-    int to = 0;
-};
-
-StyledLine rule(int columns, const char* end = "") {
-    const int room = columns - TerminalText::width(end);
-    std::string line;
-    for (int i = 0; i < room; ++i)
-        line += "─";
-    return {{line + end, Style::dim}};
+int count(const StyledLines& lines) {
+    return static_cast<int>(lines.size());
 }
 
-void appendPanelLine(Lines& out, const PanelLine& line, const char* key, int columns) {
-    PanelRows::paragraph(out, line.title, Style::strong, indent, columns);
-    if (!line.detail.empty())
-        PanelRows::paragraph(out, line.detail, Style::dim, indent, columns);
-    out.push_back({{std::string("  ") + key, Style::accent}, {"  opens it", Style::dim}});
-    out.emplace_back();
+StyledLine tabs(PanelSection shown) {
+    static constexpr const char* names[panelSections] = {"Inbox", "Agents", "Receipts"};
+    StyledLine line;
+    for (int i = 0; i < panelSections; ++i) {
+        if (i > 0)
+            line.push_back({" ", Style::plain});
+        if (i == static_cast<int>(shown))
+            line.push_back({std::string("[") + names[i] + "]", Style::accent});
+        else
+            line.push_back({names[i], Style::dim});
+    }
+    return line;
 }
 
-Body bodyOf(
-    const MenuPanelContent& content, const PanelFocus& focus, const PanelExtras& extras, int columns) {
-    Body body;
-    if (focus.mode == Mode::help) {
-        body.lines = PanelRows::help(columns);
-        return body;
-    }
-    if ((focus.mode == Mode::alert || focus.mode == Mode::question) && extras.alert) {
-        PanelRows::paragraph(
-            body.lines, TerminalText::clean(extras.alert->title), Style::alert, indent, columns);
-        PanelRows::paragraph(
-            body.lines, TerminalText::clean(extras.alert->text), Style::plain, indent, columns);
-        return body;
-    }
-    if (content.setup)
-        appendPanelLine(body.lines, *content.setup, "f", columns);
-    if (content.background)
-        appendPanelLine(body.lines, *content.background, "b", columns);
-    if (content.body != MenuPanelContent::Body::rows) {
-        const bool failed = content.body == MenuPanelContent::Body::failed;
-        PanelRows::paragraph(
-            body.lines, content.title, failed ? Style::alert : Style::strong, indent, columns);
-        if (!content.detail.empty()) {
-            PanelRows::paragraph(body.lines, TerminalText::clean(content.detail),
-                failed ? Style::plain : Style::dim, indent, columns);
-        }
-        if (content.retry) {
-            body.lines.push_back({{"  r", Style::accent}, {"  " + content.retry->words, Style::strong}});
-        }
-    }
-    for (const auto& row : content.rows) {
-        const bool selected = focus.selected && cardOf(row).id == *focus.selected;
-        if (!body.lines.empty() && !plainText(body.lines.back()).empty())
-            body.lines.emplace_back();
-        const int from = static_cast<int>(body.lines.size());
-        for (auto& line : PanelRows::row(row, selected, focus, columns))
-            body.lines.push_back(std::move(line));
-        if (!selected)
-            continue;
-        // Above the first row may stand the setup lines: they are seen with it when there is room.
-        body.from = &row == &content.rows.front() ? 0 : from;
-        body.to = static_cast<int>(body.lines.size());
-    }
-    if (!content.pressed.empty())
-        body.lines.emplace_back();
-    for (const auto& line : content.pressed)
-        PanelRows::paragraph(body.lines, TerminalText::cleanLine(line), Style::warn, indent, columns);
-    return body;
+StyledLine underHeader(const PanelContent& content, const PanelFocus& focus, int columns) {
+    StyledLine left{{"  " + content.menu.relief, Style::dim}};
+    if (content.snoozed > 0)
+        left.push_back({fmt::format(" · {} snoozed", content.snoozed), Style::dim});
+    if (focus.section == PanelSection::inbox && focus.only)
+        left = {{"  Only ", Style::dim}, {cleanLine(focus.only->words), Style::accent}};
+    if (focus.section == PanelSection::receipts && !focus.receiptFilter.empty())
+        left = {{"  Only ", Style::dim}, {cleanLine(focus.receiptFilter), Style::accent}};
+    const auto& list = focus.list();
+    StyledLine right;
+    if (list.size() > 1)
+        right.push_back({fmt::format("{} of {}{}", list.index() + 1, list.size(),
+                             focus.section == PanelSection::receipts && content.moreReceipts ? "+" : ""),
+            Style::dim});
+    return spread(std::move(left), std::move(right), columns);
 }
 
-/// Where the body's first visible line is, so that the selected row shows: whole, or as far as was scrolled.
-int scrollOf(const Body& body, int wanted, int height) {
-    int low = body.to - height;
-    int high = body.from;
-    if (low > high)
-        std::swap(low, high);
-    const int last = std::max(0, static_cast<int>(body.lines.size()) - height);
-    if (body.to == 0)
-        return std::clamp(wanted, 0, last);
-    return std::clamp(std::clamp(wanted, low, high), 0, last);
+/// Lines about the application itself: setup, the login item, a daemon that is away.
+StyledLines banner(
+    const PanelContent& content, const PanelFocus& focus, const PanelLayout& layout, int columns) {
+    StyledLines out;
+    if (focus.mode != Mode::rows && focus.mode != Mode::typing)
+        return out;
+    const auto offer = [&](const PanelLine& line, const char* key) {
+        paragraph(out, std::string(key) + "  " + line.title, Style::strong, indent, columns);
+        if (!line.detail.empty() && !layout.dense)
+            paragraph(out, line.detail, Style::dim, indent + 3, columns);
+    };
+    if (content.menu.setup)
+        offer(*content.menu.setup, "f");
+    if (content.menu.background)
+        offer(*content.menu.background, "b");
+    using Body = MenuPanelContent::Body;
+    const bool away = content.menu.body == Body::starting || content.menu.body == Body::failed;
+    if (away && !(focus.section == PanelSection::inbox && content.inbox.empty())) {
+        const auto detail = cleanLine(content.menu.detail);
+        notice(
+            out, content.menu.title + (detail.empty() ? "" : ". ") + detail, indent, columns, longestMessage);
+    }
+    return out;
 }
 
-Lines topOf(const MenuPanelContent& content, int columns) {
-    Lines top;
-    top.push_back(
-        PanelRows::spread({{"  " + content.header, Style::strong}}, {{"kelvadrome", Style::dim}}, columns));
-    top.push_back(PanelRows::spread({{"  " + content.relief, Style::dim}}, {}, columns));
-    return top;
+StyledLines linkLines(const PanelLink& link, int columns) {
+    StyledLines lines;
+    paragraph(lines, link.title, Style::strong, indent, columns);
+    // Not indented, so that a mark over their lines takes the text and nothing else.
+    if (!link.tunnel.empty() && !link.url.empty()) {
+        paragraph(lines, "On your machine first:", Style::dim, indent, columns);
+        paragraph(lines, clean(link.tunnel), Style::accent, 0, columns);
+        paragraph(lines, "Then, in a browser there:", Style::dim, indent, columns);
+    }
+    if (!link.url.empty())
+        paragraph(lines, clean(link.url), Style::accent, 0, columns);
+    for (const auto& note : link.notes)
+        paragraph(lines, note, Style::dim, indent, columns);
+    return lines;
 }
 
-/// What stands between the body and the last two lines, the agents not counted.
-Lines blocksOf(const PanelFocus& focus, const MenuPanelContent& content, const PanelExtras& extras,
-    ScreenSize size, std::optional<Picture::Cursor>& cursor) {
-    Lines lines;
-    if (content.error) {
-        PanelRows::paragraph(lines, "⚠ " + TerminalText::cleanLine(*content.error), Style::alert, indent,
-            size.columns, longestError);
+/// What stands between the middle and the bottom, the agents not counted; the most important last.
+StyledLines messages(
+    const PanelContent& content, const PanelFocus& focus, const PanelExtras& extras, int columns) {
+    StyledLines lines;
+    if (extras.link)
+        append(lines, linkLines(*extras.link, columns));
+    const auto say = [&](const std::string& text) {
+        notice(lines, cleanLine(text), indent, columns, longestMessage);
+    };
+    const bool inbox = &focus.list() == &focus.inbox;
+    for (const auto& line : inbox ? content.menu.pressed : content.underWay)
+        say(line);
+    if (!content.readError.empty() && !focus.list().empty())
+        say(content.readError);
+    if (extras.note)
+        say(*extras.note);
+    if (content.menu.error)
+        paragraph(
+            lines, "⚠ " + cleanLine(*content.menu.error), Style::alert, indent, columns, longestMessage);
+    if (focus.typingTo && focus.typingGone)
+        notice(lines, "This question has changed or is answered.", indent, columns, 1);
+    else if (focus.typingTo)
+        paragraph(
+            lines, "Your answer to " + cleanLine(focus.typingTo->agent), Style::strong, indent, columns, 1);
+    return lines;
+}
+
+CommandLine::Prompt promptOf(Purpose purpose) {
+    switch (purpose) {
+    case Purpose::search:
+        return {"/ ", "words of a question, an answer or a topic"};
+    case Purpose::receiptFilter:
+        return {"/ ", "words, agent:NAME, from:2026-01-31, to:2026-01-31"};
+    case Purpose::answer:
+    case Purpose::none:
+        break;
     }
-    if (extras.note) {
-        PanelRows::paragraph(
-            lines, TerminalText::cleanLine(*extras.note), Style::warn, indent, size.columns, longestError);
-    }
-    if (extras.link) {
-        for (auto& line : PanelRows::link(*extras.link, size.columns))
-            lines.push_back(std::move(line));
-    }
-    if (focus.mode == Mode::typing && focus.typingTo) {
-        const auto title = focus.typingGone
-                               ? std::string("This question has changed or is answered.")
-                               : "Your answer to " + TerminalText::cleanLine(focus.typingTo->agent);
-        PanelRows::paragraph(
-            lines, title, focus.typingGone ? Style::warn : Style::strong, indent, size.columns, 1);
-        Picture::Cursor at;
-        auto editor = PanelRows::editor(focus, size.columns, std::max(1, size.rows / 3), at);
-        at.row += static_cast<int>(lines.size());
-        cursor = at;
-        for (auto& line : editor)
-            lines.push_back(std::move(line));
+    return {"> ", "your answer, on one line"};
+}
+
+/// The line in which is typed; while nothing is, what the last key had to say, or the way to the page.
+StyledLines bar(const PanelContent& content, const PanelFocus& focus, ScreenSize size,
+    std::optional<CommandLine::Place>& cursor) {
+    StyledLines lines;
+    if (!focus.hint.empty())
+        notice(lines, focus.hint, indent, size.columns, longestMessage);
+    if (focus.mode == Mode::typing) {
+        CommandLine::Place at;
+        auto typed =
+            focus.line.draw(promptOf(focus.line.purpose()), size.columns, std::max(1, size.rows / 3), at);
+        cursor = {at.row + count(lines), at.column};
+        append(lines, std::move(typed));
+    } else if (!focus.digits.empty()) {
+        lines.push_back(
+            cut({{"  Option " + focus.digits + "_  another digit, or Enter", Style::plain}}, size.columns));
+    } else if (lines.empty()) {
+        lines.push_back(spread({{"  o", Style::accent}, {" " + content.menu.open.words, Style::plain}},
+            {{"/", Style::accent}, {" search", Style::dim}}, size.columns));
     }
     return lines;
 }
 
-Lines endOf(
-    const MenuPanelContent& content, const PanelFocus& focus, const PanelExtras& extras, int columns) {
-    StyledLine more;
-    if (content.more)
-        more.push_back({*content.more, Style::dim});
-    Lines end;
-    end.push_back(PanelRows::spread(
-        {{"  o", Style::accent}, {" " + content.open.words, Style::plain}}, std::move(more), columns));
-    if (focus.hint.empty() && focus.digits.empty()) {
-        end.push_back(PanelRows::keys(content, focus, extras, columns));
-    } else {
-        const auto words =
-            focus.hint.empty() ? "Option " + focus.digits + "_  another digit, or Enter" : focus.hint;
-        end.push_back(PanelRows::spread({{"  " + words, Style::warn}}, {}, columns));
-    }
-    return end;
-}
-
-Picture tooSmall(const MenuPanelContent& content, ScreenSize size) {
+Picture tooSmall(const PanelContent& content, ScreenSize size) {
     Picture picture;
     const auto words =
         fmt::format("{}. kelvadrome needs {} columns and {} lines; this terminal has {} and {}.",
-            content.header, smallest.columns, smallest.rows, size.columns, size.rows);
-    PanelRows::paragraph(picture.lines, words, Style::plain, 0, std::max(1, size.columns));
+            content.menu.header, smallest.columns, smallest.rows, size.columns, size.rows);
+    paragraph(picture.lines, words, Style::plain, 0, std::max(1, size.columns));
     picture.lines.resize(static_cast<std::size_t>(std::max(0, size.rows)));
     return picture;
 }
 
 } // namespace
 
-Picture draw(
-    const MenuPanelContent& content, const PanelFocus& focus, const PanelExtras& extras, ScreenSize size) {
+Picture draw(const PanelContent& content, const PanelFocus& focus, const PanelExtras& extras, ScreenSize size,
+    WallTime now) {
     if (size.rows < smallest.rows || size.columns < smallest.columns)
         return tooSmall(content, size);
     Picture picture;
-    auto top = topOf(content, size.columns);
-    auto blocks = blocksOf(focus, content, extras, size, picture.cursor);
-    auto end = endOf(content, focus, extras, size.columns);
-    const auto body = bodyOf(content, focus, extras, size.columns);
+    const auto layout = PanelLayout::of(size);
+    StyledLines top{spread({{"  " + content.menu.header, Style::strong}}, tabs(focus.section), size.columns),
+        underHeader(content, focus, size.columns)};
+    append(top, banner(content, focus, layout, size.columns));
+    auto between = messages(content, focus, extras, size.columns);
+    auto bottom = bar(content, focus, size, picture.cursor);
+    bottom.push_back(PanelKeys::line(content, focus, extras, size.columns));
 
-    // The rules go first when it gets tight, then the upper lines of what is above the end.
-    const auto count = [](const Lines& lines) { return static_cast<int>(lines.size()); };
-    const int fixed = count(top) + count(end);
-    const int rules = size.rows - fixed - count(blocks) - 2 >= 2 ? 2 : 0;
-    if (fixed + count(blocks) > size.rows) {
-        const int over = fixed + count(blocks) - size.rows;
-        blocks.erase(blocks.begin(), blocks.begin() + over);
-        if (picture.cursor)
-            picture.cursor->row -= over;
-    }
-    const int room = size.rows - fixed - rules - count(blocks);
-    const int wanted = std::min(count(body.lines), room);
-    const int agentCount = std::clamp(
-        room - std::max(wanted, std::min(wantedBody, room)), 0, static_cast<int>(content.agents.size()));
-    auto agents = PanelRows::agents(content.agents, static_cast<std::size_t>(agentCount), size.columns);
+    // The rules go first when it gets tight, then the upper lines of what is above the bottom.
+    const int fixed = count(top) + count(bottom);
+    const int rules = !layout.dense && size.rows - fixed - count(between) - 2 >= 2 ? 2 : 0;
+    const int over = std::max(0, fixed + count(between) - size.rows);
+    between.erase(between.begin(), between.begin() + std::min(over, count(between)));
+    const int room = std::max(0, size.rows - fixed - rules - count(between));
+    const int wanted = std::min(PanelBody::wanted(content, focus, layout), room);
+    const int spare = room - std::max(wanted, std::min(leastBody, room));
+    const bool lamps = focus.section == PanelSection::inbox && spare > 0;
+    auto agents = SectionLines::lamps(
+        content.agents, lamps ? static_cast<std::size_t>(spare) : 0, size.columns - indent);
+    for (auto& line : agents)
+        line.insert(line.begin(), Span{"  ", Style::plain});
 
     picture.page = room - count(agents);
-    picture.scroll = scrollOf(body, focus.scroll, picture.page);
-    const bool above = picture.scroll > 0;
-    const bool below = picture.scroll + picture.page < count(body.lines);
-
+    auto body = PanelBody::draw(content, focus, extras, layout, picture.page, now);
+    picture.listScroll = body.listScroll;
+    picture.scroll = body.scroll;
     auto& lines = picture.lines;
-    const auto append = [&](Lines& more) {
-        for (auto& line : more)
-            lines.push_back(std::move(line));
-    };
-    append(top);
-    if (rules)
-        lines.push_back(rule(size.columns, above ? " ↑ more ─" : ""));
-    for (int i = 0; i < picture.page; ++i) {
-        const int at = picture.scroll + i;
-        lines.push_back(at < count(body.lines) ? body.lines[static_cast<std::size_t>(at)] : StyledLine());
-    }
-    if (rules)
-        lines.push_back(rule(size.columns, below ? " ↓ more ─" : ""));
-    append(agents);
+    append(lines, std::move(top));
+    if (rules > 0)
+        lines.push_back(StyledText::rule(size.columns, body.above ? " ↑ more ─" : ""));
+    append(lines, std::move(body.lines));
+    if (rules > 0)
+        lines.push_back(StyledText::rule(size.columns, body.below ? " ↓ more ─" : ""));
+    append(lines, std::move(agents));
+    append(lines, std::move(between));
     if (picture.cursor)
         picture.cursor->row += count(lines);
-    append(blocks);
-    append(end);
+    append(lines, std::move(bottom));
+    if (count(lines) > size.rows) // a bottom that is higher than the screen
+        lines.erase(lines.begin(), lines.begin() + (count(lines) - size.rows));
+    if (picture.cursor)
+        picture.cursor->row = std::min(picture.cursor->row, size.rows - 1);
     return picture;
 }
 
-} // namespace PanelView
-
-} // namespace kelvadrome
+} // namespace kelvadrome::PanelView

@@ -1,7 +1,8 @@
 #pragma once
 
-#include "Kelvadrome/model/MenuPanel.h"
+#include "Kelvadrome/terminal/panel/PanelContent.h"
 #include "Kelvadrome/terminal/panel/PanelInput.h"
+#include "Kelvadrome/terminal/panel/StyledText.h"
 
 #include <optional>
 #include <string>
@@ -9,31 +10,12 @@
 
 namespace kelvadrome {
 
-/// What a piece of text means to the eye. Colour only ever repeats what a word or a mark says.
-enum class Style { plain, dim, strong, accent, good, warn, alert };
-
-struct Span {
-    std::string text;
-    Style style = Style::plain;
-
-    bool operator==(const Span&) const = default;
-};
-
-using StyledLine = std::vector<Span>;
-std::string plainText(const StyledLine& line);
-
-struct ScreenSize {
-    int rows = 0;
-    int columns = 0;
-
-    bool operator==(const ScreenSize&) const = default;
-};
-
 /// A login link on the screen.
 struct PanelLink {
-    std::string title;              // what it opens
-    std::string url;                // empty while it is being made
-    std::vector<std::string> notes; // below it
+    std::string title;       // what it opens
+    std::string url;         // empty while it is being made
+    std::string tunnel = {}; // the command that makes it work on another machine; empty when none is needed
+    std::vector<std::string> notes = {}; // below it
 
     bool operator==(const PanelLink&) const = default;
 };
@@ -57,15 +39,11 @@ struct PanelExtras {
 
 /// A whole screen: exactly `rows` lines of at most `columns` columns.
 struct Picture {
-    struct Cursor {
-        int row = 0;
-        int column = 0;
-    };
-
-    std::vector<StyledLine> lines;
-    std::optional<Cursor> cursor; // absent hides it
-    int scroll = 0;               // of the body, as it came out
-    int page = 0;                 // lines of the body that show
+    StyledLines lines;
+    std::optional<CommandLine::Place> cursor = {}; // absent hides it
+    int listScroll = 0;                            // of the list, as it came out
+    int scroll = 0; // of what stands beside it, or of a text that fills the screen
+    int page = 0;   // lines of the middle that show
 };
 
 namespace PanelView {
@@ -73,8 +51,8 @@ namespace PanelView {
 inline constexpr ScreenSize smallest{10, 40};
 
 /// Pure. Fits every size; below `smallest` it only says so.
-Picture draw(
-    const MenuPanelContent& content, const PanelFocus& focus, const PanelExtras& extras, ScreenSize size);
+Picture draw(const PanelContent& content, const PanelFocus& focus, const PanelExtras& extras, ScreenSize size,
+    WallTime now);
 
 } // namespace PanelView
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Kelvadrome/terminal/panel/PanelInput.h"
+#include "Kelvadrome/terminal/panel/Key.h"
 
 #include <variant>
 #include <vector>

@@ -1,6 +1,7 @@
 #include "Kelvadrome/terminal/panel/TerminalPage.h"
 
 #include "KelvadromeKit/attention/InboxLogic.h"
+#include "KelvadromeKit/support/Text.h"
 
 #include <boost/url/encode.hpp>
 #include <boost/url/parse.hpp>
@@ -92,11 +93,13 @@ Task<> TerminalPage::mintAndShow(std::shared_ptr<TerminalPage> self, std::string
     }
     const auto expires = InboxLogic::date(login.expiresAt);
     const double lifetime = expires ? (*expires - with.clock->now()).count() : usualLifetime;
-    PanelLink link{std::move(title), url, {"It opens once. y copies it, Esc takes it away."}};
-    if (with.remote) {
-        const auto port = boost::urls::parse_uri(url)->port();
-        link.notes.push_back(
-            fmt::format("From another machine: ssh -L {0}:127.0.0.1:{0} first.", std::string(port)));
+    PanelLink link{std::move(title), url};
+    if (with.tunnelTo.empty()) {
+        link.notes = {"It opens once. y copies it, Esc takes it away."};
+    } else {
+        const auto port = std::string(boost::urls::parse_uri(url)->port());
+        link.tunnel = fmt::format("ssh -L {0}:127.0.0.1:{0} {1}", port, with.tunnelTo);
+        link.notes = {"It opens once. Y copies the ssh line, y the link, Esc takes both away."};
     }
     with.board->setLink(std::move(link));
     std::shared_ptr<void> opened;
@@ -104,6 +107,20 @@ Task<> TerminalPage::mintAndShow(std::shared_ptr<TerminalPage> self, std::string
         opened = with.openLink(url);
     co_await with.clock->sleep(lifetime);
     with.board->setLink(std::nullopt);
+}
+
+std::string TerminalPage::tunnelTarget(const EnvironmentMap& environment) {
+    const auto connection = environment.find("SSH_CONNECTION");
+    if (connection == environment.end())
+        return {};
+    // The client's address and port, then ours as the client knows them.
+    const auto parts = Text::split(connection->second, ' ', Text::EmptyPieces::drop);
+    const auto user = environment.find("USER");
+    const std::string host = parts.size() == 4 ? std::string(parts[2]) : "this-machine";
+    std::string target = user == environment.end() ? host : user->second + "@" + host;
+    if (parts.size() == 4 && parts[3] != "22")
+        target = fmt::format("-p {} {}", parts[3], target);
+    return target;
 }
 
 std::string TerminalPage::browserLink(const std::string& login, const std::string& next) {

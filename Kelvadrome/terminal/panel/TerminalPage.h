@@ -2,6 +2,7 @@
 
 #include "Kelvadrome/model/WebController.h"
 #include "Kelvadrome/terminal/panel/PanelBoard.h"
+#include "KelvadromeKit/daemon/DaemonEnvironment.h"
 #include "KelvadromeKit/support/Clock.h"
 #include "KelvadromeKit/support/TaskBag.h"
 
@@ -23,7 +24,7 @@ public:
         /// Has the browser open a login link, without telling it to anybody else; what it gives back is kept
         /// for as long as the link is good. Empty where no browser can be opened.
         std::function<std::shared_ptr<void>(std::string link)> openLink;
-        bool remote = false; // the terminal is on another machine than this process
+        std::string tunnelTo; // how `ssh` reaches this machine from the user's; empty when that is this one
     };
 
     explicit TerminalPage(Dependencies dependencies);
@@ -44,6 +45,9 @@ public:
     void setQuiet(bool quiet) { quiet_ = quiet; }
     void close() { tasks_.close(); }
 
+    /// What `ssh` is to be told to come here again, from the variables of a session that came by it; empty in
+    /// any other.
+    static std::string tunnelTarget(const EnvironmentMap& environment);
     /// The login link with what tells the daemon where to go after it. Throws PageSession::Failure for one
     /// that doesn't point at this machine's loopback address.
     static std::string browserLink(const std::string& login, const std::string& next);

@@ -15,6 +15,17 @@ namespace {
 constexpr char32_t replacement = 0xFFFD;
 constexpr std::string_view dottedCircle = "\u25CC"; // carries a mark that has nothing to stand on
 
+constexpr utf8proc_int32_t joiner = 0x200D;
+constexpr utf8proc_int32_t emojiLook = 0xFE0F;
+
+bool isEmoji(utf8proc_int32_t scalar) {
+    return utf8proc_get_property(scalar)->boundclass == UTF8PROC_BOUNDCLASS_EXTENDED_PICTOGRAPHIC;
+}
+
+bool isSkinTone(utf8proc_int32_t scalar) {
+    return scalar >= 0x1F3FB && scalar <= 0x1F3FF;
+}
+
 /// While it lives, this thread measures by Unicode whatever the user's locale is.
 class UnicodeMeasure {
 public:
@@ -99,6 +110,15 @@ std::vector<Cluster> clusters(std::string_view text) {
     utf8proc_int32_t before = 0;
     utf8proc_int32_t state = 0;
     int columns = 0;
+    bool pictured = false; // the cluster begins with an emoji
+    bool joined = false;   // and other scalars change its look
+    const auto end = [&](std::size_t at) {
+        const bool together = pictured && joined;
+        result.push_back({text.substr(start, at - start), together ? 2 : columns, together});
+        start = at;
+        columns = 0;
+        joined = false;
+    };
     for (std::size_t at = 0; at < text.size();) {
         utf8proc_int32_t scalar = 0;
         auto length = utf8proc_iterate(bytes + at, static_cast<utf8proc_ssize_t>(text.size() - at), &scalar);
@@ -106,17 +126,18 @@ std::vector<Cluster> clusters(std::string_view text) {
             scalar = static_cast<utf8proc_int32_t>(replacement);
             length = 1;
         }
-        if (at > start && utf8proc_grapheme_break_stateful(before, scalar, &state)) {
-            result.push_back({text.substr(start, at - start), columns});
-            start = at;
-            columns = 0;
-        }
+        if (at > start && utf8proc_grapheme_break_stateful(before, scalar, &state))
+            end(at);
+        if (at == start)
+            pictured = isEmoji(scalar);
+        else
+            joined = joined || scalar == joiner || scalar == emojiLook || isSkinTone(scalar);
         columns += std::max(0, measure.columns(static_cast<char32_t>(scalar)));
         before = scalar;
         at += static_cast<std::size_t>(length);
     }
     if (start < text.size())
-        result.push_back({text.substr(start), columns});
+        end(text.size());
     return result;
 }
 

@@ -5,7 +5,8 @@
 #include <vector>
 
 /// Text as a terminal shows it, measured in columns. A character (grapheme cluster) is never cut; its width
-/// is the sum of its scalars' widths as the C library has them, which is how the terminal library counts.
+/// is the sum of its scalars' widths as the C library has them, but for emoji of several scalars, which take
+/// two columns together.
 namespace kelvadrome::TerminalText {
 
 /// Safe to show: what would move the cursor, start a control sequence or reorder the line, or isn't known
@@ -19,6 +20,7 @@ int width(std::string_view text);
 struct Cluster {
     std::string_view text;
     int width = 0;
+    bool doubtful = false; // terminals disagree on its width
 };
 std::vector<Cluster> clusters(std::string_view text);
 

@@ -1,0 +1,25 @@
+#pragma once
+
+#include "Kelvadrome/terminal/panel/PanelContent.h"
+
+#include <optional>
+#include <string>
+
+/// What the keys and the picture have to agree on. Pure.
+namespace kelvadrome::PanelRules {
+
+inline constexpr int listHeight = 2; // lines of a row that isn't selected, without the blank one below it
+
+/// The heading above the first row of a group; empty for none.
+const char* headingOf(PanelEntry::Group group);
+const char* headingOf(SearchHit::Kind kind);
+
+const PanelEntry* rowOf(const PanelContent& content, const std::optional<std::string>& id);
+/// Whether an answer that is meant for one card fits the other: the same question with the same answers.
+bool sameQuestion(const Card& left, const Card& right);
+/// Whether a key that is meant for one row does the same on the other.
+bool sameRow(const PanelEntry& left, const PanelEntry& right);
+/// Why no answer to this card can be pressed.
+const char* whyNoAnswer(const PanelCard& row);
+
+} // namespace kelvadrome::PanelRules
