@@ -98,6 +98,7 @@ const outside = [
   [/^utf8proc/, 'PkgConfig::UTF8PROC'],
   [/^(libsoup|webkit)/, 'PkgConfig::WEBKIT'],
   [/^xcb\//, 'PkgConfig::EWMH'],
+  [/^X11\//, 'PkgConfig::X11'],
 ];
 
 test('Libraries link what they include', () => {
