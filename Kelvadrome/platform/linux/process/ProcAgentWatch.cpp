@@ -186,8 +186,10 @@ std::optional<std::string> ProcAgentWatch::refusalNow() {
 
 Task<std::optional<std::string>> ProcAgentWatch::doubt(bool toldToEnd) {
     auto work = [state = state_, toldToEnd]() -> std::optional<std::string> {
-        const bool ended = state->look().kind == State::Kind::ended;
-        return ended && toldToEnd ? std::nullopt : state->refusal();
+        auto no = state->refusal();
+        // It may go between two looks as well, so that the last of them counts.
+        const bool wentAsTold = toldToEnd && state->look().kind == State::Kind::ended;
+        return wentAsTold ? std::nullopt : no;
     };
     co_return co_await pool_.run(std::move(work));
 }
