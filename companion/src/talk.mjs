@@ -84,7 +84,7 @@ function takeTopics(text, topics) {
   return { topics: [...new Set(same)], rest };
 }
 
-/** "in ~/work/shop": a folder by its path. */
+/** "in ~/projects/shop": a folder by its path. */
 function takeFolder(text, home) {
   const found = /(?:^|\s)(?:in|at)\s+((?:~\/|\/)[^\s,;]+?)(?=[.,;!?]?(?:\s|$))/.exec(text);
   if (!found) return { folder: null, rest: text };
