@@ -61,8 +61,10 @@ protected:
     }
     /// The panel, with its key or by the tray, until this shows in it and keys go there.
     void openPanel(const std::string& name) {
-        pressUntilSeen("ctrl+p", name);
+        pressUntil(
+            "ctrl+p", [&] { return isOpen(panel); }, "the panel to open");
         waitActive(panel);
+        see(name); // the main window may say the same
     }
     void openPanelByTray(const std::string& name) {
         activateTrayItem();
