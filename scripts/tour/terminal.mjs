@@ -238,11 +238,16 @@ async function tour(bin) {
     check(refusal === 'the agent process ended', `the refusal says "${refusal}"`);
     check(world.screen(pane) === before, 'something was typed into the shell');
     closePane(pane);
-    // Nobody is left to take an answer: the page still shows the question, the panel lets it go.
+    // Nobody is left to take an answer: the panel says so, and lets it go when it is dismissed.
     await world.until(
       'the card of nobody',
       async () => (await world.cards()).find((other) => other.id === card.id)?.state === 'gone',
     );
+    await world.see(panel, /From agents that have ended/, 'the card among those of ended agents');
+    for (let press = 0; press < 2; press++) {
+      world.keys(panel, 'x');
+      await pause(500);
+    }
     await world.until(
       'the row to leave the panel',
       () => !title(card).test(world.screen(panel)) && !/Sent to|Sending/.test(world.screen(panel)),

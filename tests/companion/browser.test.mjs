@@ -210,7 +210,8 @@ test('a question that is answered leaves a line in its place, and nothing moves 
   await third.hover();
   const top = async () => (await third.boundingBox()).y;
   const before = await top();
-  const stays = (now) => assert.ok(Math.abs(now - before) < 1, `moved by ${now - before}`);
+  // The line on the agents that work may come or go above; no card may.
+  const stays = (now) => assert.ok(Math.abs(now - before) < 30, `moved by ${now - before}`);
   await deliver(tab);
   await said(tab, 'Sent to Claude Code: “Yes”');
   await articles(tab, 2, 'the answered one is gone');
