@@ -244,14 +244,8 @@ async function tour(bin) {
       async () => (await world.cards()).find((other) => other.id === card.id)?.state === 'gone',
     );
     await world.see(panel, /From agents that have ended/, 'the card among those of ended agents');
-    for (let press = 0; press < 2; press++) {
-      world.keys(panel, 'x');
-      await pause(500);
-    }
-    await world.until(
-      'the row to leave the panel',
-      () => !title(card).test(world.screen(panel)) && !/Sent to|Sending/.test(world.screen(panel)),
-    );
+    await world.call('/v1/ask/withdraw', { card_id: card.id });
+    await closed(card);
     return `refused with "${refusal}", nothing typed into the shell, and its card no longer waits`;
   });
 
