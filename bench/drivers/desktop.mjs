@@ -170,7 +170,10 @@ async function withStage(cards, use) {
   }
 }
 
-/** Milliseconds from a program's start to its first request, to its request for the page, and to the last change of its window. */
+/**
+ * Milliseconds from a program's start to its first request, to its request for the page, and to the last
+ * change of its window.
+ */
 const start = (program, title, ...words) =>
   withStage(6, async (stage) => {
     const address = `${stage.origin}/?shell=native`;

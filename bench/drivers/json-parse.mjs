@@ -1,4 +1,5 @@
-// Node's JSON.parse on the replies that make-cards.mjs wrote, bytes to values, measured once: json-parse.mjs FOLDER N...
+// Node's JSON.parse on the replies that make-cards.mjs wrote, bytes to values, measured once: json-parse.mjs
+// FOLDER N...
 import { readFileSync } from 'node:fs';
 import path from 'node:path';
 

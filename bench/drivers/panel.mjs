@@ -1,4 +1,5 @@
-// The terminal panel with 1,000 open cards: peak resident memory, then CPU over a quiet minute, a fifth of it at a time: panel.mjs BIN
+// The terminal panel with 1,000 open cards: peak resident memory, then CPU over a quiet minute, a fifth of it
+// at a time: panel.mjs BIN
 import { readFileSync } from 'node:fs';
 import { World } from '../../scripts/tour/world.mjs';
 

@@ -99,7 +99,10 @@ if (settings.sample) setTimeout(() => leave(0), SAMPLE_S * 1000).unref();
 
 const sleep = (ms) => new Promise((done) => setTimeout(done, ms));
 
-/** Shows a question until it is answered on this terminal, by a person's hand or by Kelvadrome. Gives {chosen, leave}. */
+/**
+ * Shows a question until it is answered on this terminal, by a person's hand or by Kelvadrome. Gives {chosen,
+ * leave}.
+ */
 function play(asked) {
   const kind = KINDS[asked.kind];
   return new Promise((done) => {

@@ -82,7 +82,10 @@ export class Askers {
     );
   }
 
-  /** What an asker is told of a closed card, an answer that was kept for it included; undefined while it is not closed. */
+  /**
+   * What an asker is told of a closed card, an answer that was kept for it included; undefined while it is
+   * not closed.
+   */
   #endOfCard(card) {
     if (card.state !== 'closed') return undefined;
     this.app.cards.fetch(card);

@@ -14,7 +14,8 @@ export const OVER = { not: 0, withoutWord: 1, withOurAnswer: 2 };
 
 /**
  * The questions. A card goes open -> held (an answer was pressed and can be taken back) -> armed (the answer is on its
- * way to the agent) -> closed; a way that fails leads back to open, with the card as it was. Each change raises `version`.
+ * way to the agent) -> closed; a way that fails leads back to open, with the card as it was. Each change
+ * raises `version`.
  */
 export class Cards {
   constructor(app) {
@@ -209,7 +210,10 @@ export class Cards {
     return closed;
   }
 
-  /** Back to open after an answer that did not arrive; `refs.last_refusal` says why. `maybeTyped`: it may have arrived. */
+  /**
+   * Back to open after an answer that did not arrive; `refs.last_refusal` says why. `maybeTyped`: it may have
+   * arrived.
+   */
   reopen(card, reason, maybeTyped) {
     const refs = JSON.stringify({ ...card.refs, last_refusal: reason });
     const unsure = maybeTyped ? { unsure: JSON.stringify({ answer: card.answer }) } : {};
@@ -288,8 +292,8 @@ export class Cards {
   }
 
   /**
-   * The asker no longer needs an answer. `answered` is what was chosen in the terminal, when the agent says so. Gives the
-   * state that the card is in then.
+   * The asker no longer needs an answer. `answered` is what was chosen in the terminal, when the agent says
+   * so. Gives the state that the card is in then.
    */
   withdraw(id, answered, now = clock.now()) {
     return this.store.tx(() => {
@@ -340,7 +344,10 @@ export class Cards {
     });
   }
 
-  /** Somebody began or stopped waiting for this card's end. One that can't be typed into takes answers only meanwhile. */
+  /**
+   * Somebody began or stopped waiting for this card's end. One that can't be typed into takes answers only
+   * meanwhile.
+   */
   awaitedAnew(id) {
     const card = this.find(id);
     if (card.untypable !== null && card.state !== 'closed') this.store.tx(() => this.#changed(card));

@@ -7,7 +7,8 @@ let lost = 0;
 /**
  * The daemon's two clocks, in milliseconds. `now` is the time of day, for what is shown and what outlives the process;
  * it can be set at any moment. `steady` measures every wait: it only goes on, and only while the daemon itself does, so
- * that what waited for somebody is not over because the daemon was stopped meanwhile. Tests move both on instead of waiting.
+ * that what waited for somebody is not over because the daemon was stopped meanwhile. Tests move both on
+ * instead of waiting.
  */
 export const clock = {
   now: () => Math.round(Date.now() + ahead + set),

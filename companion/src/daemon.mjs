@@ -130,7 +130,10 @@ class Daemon {
 
   wentWrong = (error) => log(`internal error: ${error.stack}`);
 
-  /** Something changed: soon, and never inside a transaction, does what is due, wakes callers that wait, sets the timer. */
+  /**
+   * Something changed: soon, and never inside a transaction, does what is due, wakes callers that wait, sets
+   * the timer.
+   */
   changed() {
     this.pending ??= setImmediate(() => {
       this.pending = null;

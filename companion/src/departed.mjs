@@ -1,5 +1,6 @@
-// Agents that have ended. Their sessions end at once. Nobody is there to take an answer, so their cards must not look as
-// if they waited for one: a card turns "gone", counts no longer, and stays only until the user has seen and dismissed it.
+// Agents that have ended. Their sessions end at once. Nobody is there to take an answer, so their cards must
+// not look as if they waited for one: a card turns "gone", counts no longer, and stays only until the user
+// has seen and dismissed it.
 import { clock } from './clock.mjs';
 import { whyNotTheAsker } from './proc.mjs';
 import { about } from './card-view.mjs';
@@ -45,7 +46,10 @@ export class Departed {
     for (const key of this.#since.keys()) if (running.get(key) !== false) this.#since.delete(key);
   }
 
-  /** True some seconds after the process was first missed, so that an answer on its way is still refused by the shell. */
+  /**
+   * True some seconds after the process was first missed, so that an answer on its way is still refused by
+   * the shell.
+   */
   #isOver(key, now) {
     if (!this.#since.has(key)) this.#since.set(key, now);
     return now - this.#since.get(key) >= this.app.settings.goneAfterMs;

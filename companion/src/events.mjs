@@ -48,7 +48,10 @@ export class EventHub {
 export class Waiters {
   #waiting = new Set();
 
-  /** Calls `attempt` now and after each `wake` until it gives something other than undefined, or the time or `signal` ends. */
+  /**
+   * Calls `attempt` now and after each `wake` until it gives something other than undefined, or the time or
+   * `signal` ends.
+   */
   wait(attempt, waitMs, signal) {
     return new Promise((resolve, reject) => {
       const entry = { poke: null };

@@ -1,7 +1,10 @@
 // One request to a daemon on its socket. `kd` and a daemon that starts speak to another one with it.
 import { request } from 'node:http';
 
-/** Gives the text of the reply. Without a body it is a GET. Throws what the socket did, or that nothing came in time. */
+/**
+ * Gives the text of the reply. Without a body it is a GET. Throws what the socket did, or that nothing came
+ * in time.
+ */
 export function exchange(socketPath, path, { body, timeoutMs = 10_000 } = {}) {
   const bytes = body === undefined ? null : Buffer.from(JSON.stringify(body));
   const headers = {

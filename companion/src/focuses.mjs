@@ -1,5 +1,6 @@
-// Bringing an agent's terminal to the front. The shell does it, by a job of the type "focus" that it claims as it claims
-// answers. Such a job matters for a few seconds only, so it lives in memory, and whoever asked for it waits for its end.
+// Bringing an agent's terminal to the front. The shell does it, by a job of the type "focus" that it claims
+// as it claims answers. Such a job matters for a few seconds only, so it lives in memory, and whoever asked
+// for it waits for its end.
 import { agentName } from '../shared/agents.js';
 import { clock, iso, newId } from './clock.mjs';
 import { conflict, forbidden, Refusal } from './errors.mjs';
@@ -24,8 +25,8 @@ export class Focuses {
   }
 
   /**
-   * Has the shell of the page session `tag` bring the terminal of this agent session to the front. Gives {outcome, reason}
-   * as the shell reports it, or "expired" when no shell took it in time.
+   * Has the shell of the page session `tag` bring the terminal of this agent session to the front. Gives
+   * {outcome, reason} as the shell reports it, or "expired" when no shell took it in time.
    */
   async bring({ agent, session_id: sessionId }, tag, signal) {
     const { pid, pgid, tty, host, host_ref } = this.#liveOf(agent, sessionId);

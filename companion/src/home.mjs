@@ -52,7 +52,10 @@ export function prepareHome(wanted) {
   return { home, socketPath };
 }
 
-/** "none", "dead" (a file without a daemon), "silent" (something holds it and does not answer), or the health that a daemon gave. */
+/**
+ * "none", "dead" (a file without a daemon), "silent" (something holds it and does not answer), or the health
+ * that a daemon gave.
+ */
 async function probe(socketPath) {
   if (!existsSync(socketPath)) return 'none';
   try {
@@ -71,7 +74,10 @@ export async function refuseSecond(socketPath) {
     throw new StartError(`kelvadromed runs already for this home (pid ${found.pid}).`, 3);
 }
 
-/** Clears away the socket of a daemon that died. Only for the one that holds the database: of two that start at once, the other must not. */
+/**
+ * Clears away the socket of a daemon that died. Only for the one that holds the database: of two that start
+ * at once, the other must not.
+ */
 export function clearDeadSocket(socketPath) {
   if (!existsSync(socketPath)) return;
   if (!lstatSync(socketPath).isSocket())

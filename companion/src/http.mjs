@@ -83,7 +83,10 @@ export function goneSignal(res) {
   return controller.signal;
 }
 
-/** Keeps the connections below `MAX_CONNECTIONS`: for a new one the oldest that asks nothing goes, else the oldest of all. */
+/**
+ * Keeps the connections below `MAX_CONNECTIONS`: for a new one the oldest that asks nothing goes, else the
+ * oldest of all.
+ */
 function limitConnections(server) {
   const [idle, asking] = [new Set(), new Set()];
   const forget = (socket) => idle.delete(socket) || asking.delete(socket);

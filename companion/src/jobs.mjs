@@ -198,8 +198,9 @@ export class Jobs {
   }
 
   #delivered(card, path, now, answer = card.answer) {
-    // The keys were typed, but perhaps not for this question: somebody may have answered in the terminal at the same moment,
-    // or the agent may have asked the next one meanwhile. Only the agent's own word proves that it got this answer.
+    // The keys were typed, but perhaps not for this question: somebody may have answered in the terminal at
+    // the same moment, or the agent may have asked the next one meanwhile. Only the agent's own word proves
+    // that it got this answer.
     const newer =
       card.over === OVER.not && path !== 'codex_queue' ? this.app.cards.newerThan(card) : undefined;
     if (card.over === OVER.withoutWord || newer) {

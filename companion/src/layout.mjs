@@ -50,8 +50,8 @@ export function kdByPath(home = defaultHome()) {
 }
 
 /**
- * How a person at a shell of this machine starts `kd`, ready to be pasted: by name where that finds it, else by its path.
- * For a home that is not the usual one, the command says which.
+ * How a person at a shell of this machine starts `kd`, ready to be pasted: by name where that finds it, else
+ * by its path. For a home that is not the usual one, the command says which.
  */
 export function kdCommand(home = defaultHome(), env = process.env) {
   const script = launcher();

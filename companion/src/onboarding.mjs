@@ -90,7 +90,10 @@ export class Onboarding {
     return { completed: true };
   }
 
-  /** A question that names no topic belongs to the project that it was asked in: the folder just below the work folder. */
+  /**
+   * A question that names no topic belongs to the project that it was asked in: the folder just below the
+   * work folder.
+   */
   topicOf(cwd) {
     if (!this.folder || !cwd) return null;
     const [first] = relative(this.folder, cwd).split(sep);

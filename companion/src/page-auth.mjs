@@ -186,8 +186,8 @@ export class PageAuth {
   }
 
   /**
-   * The session under which an answer pressed in `session` is delivered: a shell's own; for a browser's that of the shell
-   * which opened it, the newest under its key that `isThere`.
+   * The session under which an answer pressed in `session` is delivered: a shell's own; for a browser's that
+   * of the shell which opened it, the newest under its key that `isThere`.
    */
   shellOf(session, isThere, what = 'deliver the answer') {
     if (session.surface === 'mac') return session;

@@ -182,7 +182,10 @@ function stemsFrom(info, agent, table) {
   return false;
 }
 
-/** The first of `agents` ({pid, started}) from which a process stems that holds the peer's end `inode`; undefined for none. */
+/**
+ * The first of `agents` ({pid, started}) from which a process stems that holds the peer's end `inode`;
+ * undefined for none.
+ */
 export function agentBehind(inode, agents) {
   const running = agents.filter(({ pid, started }) => isRunning(pid, started));
   if (running.length === 0) return undefined;

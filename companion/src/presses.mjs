@@ -44,7 +44,10 @@ export class Presses {
     });
   }
 
-  /** What a high-risk answer needs first: the answer as it would go out, to be read once more, and the token that confirms it. */
+  /**
+   * What a high-risk answer needs first: the answer as it would go out, to be read once more, and the token
+   * that confirms it.
+   */
   review({ id, version, answer, acceptAllDefaults, presser }) {
     const { card, fitted } = this.#fit({ id, version, answer, acceptAllDefaults });
     return {

@@ -31,9 +31,9 @@ function packageOf(path) {
 }
 
 /**
- * The name that a process goes by: its command, but for a script that an interpreter runs the script's own name, without
- * its extension; a script that is called "index" or the like goes by its package, a module of Python by its first part.
- * `args` are the words of its command line, the interpreter first.
+ * The name that a process goes by: its command, but for a script that an interpreter runs the script's own
+ * name, without its extension; a script that is called "index" or the like goes by its package, a module of
+ * Python by its first part. `args` are the words of its command line, the interpreter first.
  */
 export function programName(comm, args) {
   const name = basename(comm) || comm;
@@ -158,8 +158,8 @@ export function isRunning(pid, started) {
 }
 
 /**
- * What identifies a process beside its id, which is used again: when it started, in the kernel's ticks, and where its stack
- * begins, which changes when it runs another program. Empty where that cannot be told.
+ * What identifies a process beside its id, which is used again: when it started, in the kernel's ticks, and
+ * where its stack begins, which changes when it runs another program. Empty where that cannot be told.
  */
 export function identityOf(pid) {
   const info = process.platform === 'linux' ? processInfo(pid) : null;

@@ -1,5 +1,6 @@
-// Which processes have ended, told at once by a small program of our own: Node cannot wait for a process that is not its
-// child. Where the program is not there, or does not run at the moment, others have to look by themselves.
+// Which processes have ended, told at once by a small program of our own: Node cannot wait for a process that
+// is not its child. Where the program is not there, or does not run at the moment, others have to look by
+// themselves.
 import { spawn } from 'node:child_process';
 import { statSync } from 'node:fs';
 import { createInterface } from 'node:readline';

@@ -72,8 +72,8 @@ export async function sessionNameOf({ pid, host_ref: pane }) {
 }
 
 /**
- * Whether the terminal that the process has open is another one than the pane's of the same name: each container numbers
- * its own. False where it cannot be told.
+ * Whether the terminal that the process has open is another one than the pane's of the same name: each
+ * container numbers its own. False where it cannot be told.
  */
 function isNamesake(pid, tty) {
   const pane = statOf(`/dev/${tty}`);
@@ -123,7 +123,10 @@ async function whyNot(name, { pid, pgid, tty, host, host_ref: pane, codex_thread
   return host === 'tmux' ? whyNotThroughTmux(name, info, pane) : null;
 }
 
-/** Why no answer to this checked ask could be typed, in sentences for a person; null when one could, or none has to be. */
+/**
+ * Why no answer to this checked ask could be typed, in sentences for a person; null when one could, or none
+ * has to be.
+ */
 export async function whyUntypable({ agent, live, delivery }) {
   if (delivery !== 'terminal') return null;
   const why = await whyNot(agentName(agent), live);

@@ -13,8 +13,8 @@ function answerOf({ action, answer, rows }) {
 }
 
 /**
- * The log of what was done with questions and answers. Lines never hold free text that a person typed; the answer itself
- * is kept with its card, and goes with it.
+ * The log of what was done with questions and answers. Lines never hold free text that a person typed; the
+ * answer itself is kept with its card, and goes with it.
  */
 export class Receipts {
   constructor({ store, hub }) {
@@ -23,8 +23,8 @@ export class Receipts {
   }
 
   /**
-   * Must be called in the transaction of the change that it tells of. Gives the receipt as it goes on the wire. `by` is who
-   * did it: "app" and "browser" for the user, "agent", "test"; null for the daemon itself.
+   * Must be called in the transaction of the change that it tells of. Gives the receipt as it goes on the
+   * wire. `by` is who did it: "app" and "browser" for the user, "agent", "test"; null for the daemon itself.
    */
   add(action, line, { topic = null, card_id = null, agent = null, by = null } = {}, now = clock.now()) {
     const eventId = this.store.insert('receipts', {
@@ -41,8 +41,9 @@ export class Receipts {
   }
 
   /**
-   * Newest first. `text` is looked for in lines, topics and answers; `since` and `until` are times in milliseconds, the second
-   * one excluded; `before` is the id of a receipt, to go on behind it; `answers` leaves out all but answers that arrived.
+   * Newest first. `text` is looked for in lines, topics and answers; `since` and `until` are times in
+   * milliseconds, the second one excluded; `before` is the id of a receipt, to go on behind it; `answers`
+   * leaves out all but answers that arrived.
    */
   list({ limit, topic, text, agent, since, until, before, answers = false }) {
     const wheres = [

@@ -8,7 +8,10 @@ const USER_VERIFIED = 4;
 const sha256 = (bytes) => createHash('sha256').update(bytes).digest();
 const bytesOf = (text) => Buffer.from(typeof text === 'string' ? text : '', 'base64url');
 
-/** The key that a phone brings, as it is kept; null when it is none that can be checked. `host` is that of the phone's page. */
+/**
+ * The key that a phone brings, as it is kept; null when it is none that can be checked. `host` is that of the
+ * phone's page.
+ */
 export function readPasskey(passkey, host) {
   if (passkey?.alg !== ES256 || typeof passkey.id !== 'string' || passkey.id.length > 400) return null;
   try {

@@ -1,4 +1,5 @@
-// What waits for the connector to publish it. Kept in memory only: a phone that misses something asks for the state anew.
+// What waits for the connector to publish it. Kept in memory only: a phone that misses something asks for the
+// state anew.
 import { randomUUID } from 'node:crypto';
 import { Waiters } from './events.mjs';
 import { clock } from './clock.mjs';

@@ -1,6 +1,7 @@
-// Requests from the command bar. A sentence becomes a card, and nothing runs before its "Run" is pressed. Then the shell
-// starts the agent in a tmux session of the request's own, and once that agent reports in, the goal goes in as its first
-// prompt by the way of every answer. The session has the request's name, so that a request starts one agent at most.
+// Requests from the command bar. A sentence becomes a card, and nothing runs before its "Run" is pressed.
+// Then the shell starts the agent in a tmux session of the request's own, and once that agent reports in, the
+// goal goes in as its first prompt by the way of every answer. The session has the request's name, so that a
+// request starts one agent at most.
 import { homedir } from 'node:os';
 import { statSync } from 'node:fs';
 import { clock, newId } from './clock.mjs';
@@ -171,7 +172,10 @@ export class Requests {
     );
   }
 
-  /** The hold of a pressed answer has ended. False when the card is no request. Called in the transaction of the commit. */
+  /**
+   * The hold of a pressed answer has ended. False when the card is no request. Called in the transaction of
+   * the commit.
+   */
   takes(card, now = clock.now()) {
     const request = this.find(card.id);
     if (!request) return false;

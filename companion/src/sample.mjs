@@ -1,5 +1,5 @@
-// The sample question of the setup: a stand-in for an agent asks it, in a tmux of its own where there is tmux, so that the
-// answer is typed as it would be for a real one; elsewhere the answer is handed to it.
+// The sample question of the setup: a stand-in for an agent asks it, in a tmux of its own where there is
+// tmux, so that the answer is typed as it would be for a real one; elsewhere the answer is handed to it.
 import { spawn, spawnSync } from 'node:child_process';
 import { randomUUID } from 'node:crypto';
 import { rmSync } from 'node:fs';

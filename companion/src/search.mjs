@@ -61,8 +61,9 @@ const FILL = `
 const LONGEST = 12; // words of a query
 
 /**
- * What a query asks of the index, to be tried in turn; empty when it has no words. The word that is being typed counts from
- * its second character on and is the beginning of one; those before it are whole, or else beginnings as well.
+ * What a query asks of the index, to be tried in turn; empty when it has no words. The word that is being
+ * typed counts from its second character on and is the beginning of one; those before it are whole, or else
+ * beginnings as well.
  */
 function wanted(query) {
   const words = (query.match(/[\p{L}\p{N}\p{M}\p{Co}]+/gu) ?? []).slice(0, LONGEST);
@@ -110,8 +111,8 @@ export class Search {
   }
 
   /**
-   * Topics, decisions and open questions for a query, at most `limit` in all: first what has the words in its title, the
-   * newest first. Each kind gets its share, and what one does not use goes to the others.
+   * Topics, decisions and open questions for a query, at most `limit` in all: first what has the words in its
+   * title, the newest first. Each kind gets its share, and what one does not use goes to the others.
    */
   find(query, limit) {
     const words = wanted(query);

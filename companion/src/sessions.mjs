@@ -49,7 +49,10 @@ export class Sessions {
     return { agent, session_id: sessionId, status: next.status, callsign: next.callsign };
   }
 
-  /** A question of this card's session is over: unless another one blocks it, the agent no longer waits. Called in a transaction. */
+  /**
+   * A question of this card's session is over: unless another one blocks it, the agent no longer waits.
+   * Called in a transaction.
+   */
   goOn({ agent, session_id: sessionId }, now = clock.now()) {
     const { changes } = this.store.run(
       `UPDATE sessions SET status = 'working', seen_ms = ?1 WHERE agent = ?2 AND session_id = ?3 AND ended_ms IS NULL AND status IN ('waiting','waiting_me')
@@ -98,8 +101,8 @@ export class Sessions {
   }
 
   /**
-   * Ends the sessions whose process has ended, or that were silent for a day, and tells of it. A process that is watched
-   * is looked at only when its watch told of an end.
+   * Ends the sessions whose process has ended, or that were silent for a day, and tells of it. A process that
+   * is watched is looked at only when its watch told of an end.
    */
   endGone(watchTold = false, now = clock.now()) {
     for (const row of this.store.all('SELECT * FROM sessions WHERE ended_ms IS NULL')) {
@@ -140,7 +143,10 @@ export class Sessions {
       .map((row) => ({ ...row, live: row.live ? JSON.parse(row.live) : null }));
   }
 
-  /** Rows of `/v1/agents/status`. A session with a question that blocks it waits for the user, whatever it said last. */
+  /**
+   * Rows of `/v1/agents/status`. A session with a question that blocks it waits for the user, whatever it
+   * said last.
+   */
   list(topics) {
     const asking = new Set(
       this.store

@@ -27,7 +27,10 @@ export const PAGE_HEADERS = {
 /** Of a picture that only the page itself may show. */
 export const PICTURE_HEADERS = { 'Content-Type': TYPES['.png'], ...PAGE_HEADERS };
 
-/** In the shell nobody else can hold the page's window; WebKit would start a second process, to keep for ever, to make sure. */
+/**
+ * In the shell nobody else can hold the page's window; WebKit would start a second process, to keep for ever,
+ * to make sure.
+ */
 const openerPolicy = (req) =>
   req.headers['user-agent']?.includes('KelvadromeShell/')
     ? {}

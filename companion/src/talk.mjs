@@ -101,9 +101,10 @@ const either = (words) =>
   words.length < 2 ? words.join('') : `${words.slice(0, -1).join(', ')} or ${words.at(-1)}`;
 
 /**
- * `board`: `topics` ({id, title, folder}, the last used first), `agents` (those that are installed and can be started, the
- * last used first), `lastAgent` (topic id -> agent), `folder` (where the user works; may be null) and `home`. Absent
- * fields are left out of the proposal. `choices` are what to press on the card: words, and what they settle.
+ * `board`: `topics` ({id, title, folder}, the last used first), `agents` (those that are installed and can be
+ * started, the last used first), `lastAgent` (topic id -> agent), `folder` (where the user works; may be
+ * null) and `home`. Absent fields are left out of the proposal. `choices` are what to press on the card:
+ * words, and what they settle.
  */
 export function parseTalk(text, board) {
   const line = oneLine(text);

@@ -8,7 +8,10 @@ export class Topics {
     this.hub = hub;
   }
 
-  /** Called in a transaction. A title, folder or scope that is given replaces the old one; one that is not leaves it. Restricted, it stays so. */
+  /**
+   * Called in a transaction. A title, folder or scope that is given replaces the old one; one that is not
+   * leaves it. Restricted, it stays so.
+   */
   touch(id, { title, folder, scope, restricted } = {}, now = clock.now()) {
     if (id === undefined || id === null) return;
     this.store.run(

@@ -1,5 +1,5 @@
-// The demo as a person runs it, on a screen of its own: its agent's questions are answered on the desktop's page by keys,
-// and typed into the demo's own tmux. Then the demo is killed, and nothing of it may be left.
+// The demo as a person runs it, on a screen of its own: its agent's questions are answered on the desktop's
+// page by keys, and typed into the demo's own tmux. Then the demo is killed, and nothing of it may be left.
 
 import { execFileSync } from 'node:child_process';
 import { existsSync, readFileSync, readdirSync } from 'node:fs';

@@ -2,7 +2,10 @@
 
 export class Step extends Error {}
 
-/** One step. What `walk` gives is what was seen; when it fails, `show` gives what there is to see, and the walk ends. */
+/**
+ * One step. What `walk` gives is what was seen; when it fails, `show` gives what there is to see, and the
+ * walk ends.
+ */
 export async function step(title, walk, show) {
   const start = Date.now();
   const line = (word, words) =>

@@ -30,7 +30,8 @@ async function ask(script) {
   return { pane, card };
 }
 
-// How a card shows on the panel: a batch and a payment stop by their summaries, any other by the first words of its title.
+// How a card shows on the panel: a batch and a payment stop by their summaries, any other by the first words
+// of its title.
 function title(card) {
   if (card.kind === 'batch') return /defaults ready/;
   if (card.kind === 'stop') return /Review in kelvadrome/;

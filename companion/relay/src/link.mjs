@@ -1,5 +1,5 @@
-// A connection to the relay that comes back by itself: MQTT 3.1.1, several addresses by turns. The connector and the phone
-// both use it; which MQTT client it is made of is for the caller to bring.
+// A connection to the relay that comes back by itself: MQTT 3.1.1, several addresses by turns. The connector
+// and the phone both use it; which MQTT client it is made of is for the caller to bring.
 
 const FIRST_PAUSE_MS = 250;
 const LONGEST_PAUSE_MS = 5000;
@@ -15,7 +15,10 @@ export class Link {
   #closed = false;
   #unsure = new Set(); // publications that wait for the relay's word
 
-  /** `login`: {urls, username, password, clientId, clean}. `onMessage(topic, text)` may give a promise: the message is acknowledged after it. */
+  /**
+   * `login`: {urls, username, password, clientId, clean}. `onMessage(topic, text)` may give a promise: the
+   * message is acknowledged after it.
+   */
   constructor({ connect, login, onMessage, onState }) {
     Object.assign(this, { connect, login, onMessage, onState });
     this.connected = false;

@@ -1,6 +1,6 @@
-// `kd hook AGENT`: what an agent runs at its events. Its questions become cards, and their answers go back through what the
-// hook prints, so that no key is typed. Whatever goes wrong here, the agent goes on as if there were no hook: nothing is
-// printed, the exit code is 0, and a line in the log says why.
+// `kd hook AGENT`: what an agent runs at its events. Its questions become cards, and their answers go back
+// through what the hook prints, so that no key is typed. Whatever goes wrong here, the agent goes on as if
+// there were no hook: nothing is printed, the exit code is 0, and a line in the log says why.
 import { createHash, randomUUID } from 'node:crypto';
 import { appendFileSync, existsSync, renameSync, statSync, writeFileSync } from 'node:fs';
 import { join } from 'node:path';

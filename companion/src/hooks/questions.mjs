@@ -223,8 +223,8 @@ const isQuestion = (one) =>
   one.options.length > 0;
 
 /**
- * What a permission request asks: `asks` are bodies for /v1/ask without who asks, and `decide` makes of their answers, in
- * the same order, the object that the hook prints. Null for a message that asks nothing.
+ * What a permission request asks: `asks` are bodies for /v1/ask without who asks, and `decide` makes of their
+ * answers, in the same order, the object that the hook prints. Null for a message that asks nothing.
  */
 export function requestOf(message) {
   const { tool_name: tool, tool_input: input } = message;

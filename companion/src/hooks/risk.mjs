@@ -1,5 +1,5 @@
-// How much harm a request can do, from what it asks for. Readable and short on purpose: it marks what a person should read
-// twice, and is no protection. What it doesn't know is low.
+// How much harm a request can do, from what it asks for. Readable and short on purpose: it marks what a
+// person should read twice, and is no protection. What it doesn't know is low.
 
 const HIGH = [
   [

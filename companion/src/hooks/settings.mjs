@@ -55,8 +55,8 @@ function remove(text, path) {
 const indentAt = (text, offset) => /^[ \t]*/.exec(text.slice(text.lastIndexOf('\n', offset - 1) + 1))[0];
 
 /**
- * Puts `value` behind what stands in the object or list at `path`, under `name` in an object. It is laid out as what stands
- * around it, and nothing else is touched.
+ * Puts `value` behind what stands in the object or list at `path`, under `name` in an object. It is laid out
+ * as what stands around it, and nothing else is touched.
  */
 function append(text, path, value, name) {
   const root = treeOf(text);

@@ -1,5 +1,5 @@
-// What an agent writes down of its session while a hook of it waits. No hook tells that a dialog was left with Escape or
-// "No"; the transcript does.
+// What an agent writes down of its session while a hook of it waits. No hook tells that a dialog was left
+// with Escape or "No"; the transcript does.
 import { closeSync, fstatSync, openSync, readSync, watch } from 'node:fs';
 
 const INTERRUPTED = '[Request interrupted by user';

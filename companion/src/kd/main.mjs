@@ -81,7 +81,10 @@ const COMMANDS = {
   'page-key': { run: pageKey, words: 0, options: { reset: flag } },
 };
 
-/** `--wait`, `-w`, `--wait 30` and `--wait=30` all mean what they say; the parser knows no options with an optional value. */
+/**
+ * `--wait`, `-w`, `--wait 30` and `--wait=30` all mean what they say; the parser knows no options with an
+ * optional value.
+ */
 function spellOutWait(argv) {
   const result = [];
   for (let i = 0; i < argv.length; i++) {

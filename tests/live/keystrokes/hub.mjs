@@ -1,5 +1,5 @@
-// Rounds of the whole: a daemon, a panel that types, an agent in a pane that writes down what it reads, and something that
-// happens at a random moment from the press to the last key.
+// Rounds of the whole: a daemon, a panel that types, an agent in a pane that writes down what it reads, and
+// something that happens at a random moment from the press to the last key.
 //   hub.mjs BIN [--rounds N] [--seed S] [--row NAME] [--jobs K]     plays N rounds of each row and prints the table
 
 import { execFileSync } from 'node:child_process';
@@ -92,8 +92,9 @@ const entry = (real, started) => `
 `;
 
 /**
- * The program beside a daemon that takes an answer on its socket and keeps it on hold for no time. The program finds its
- * daemon beside itself and hands it no variable, so that it is copied, and the daemon's entry is another.
+ * The program beside a daemon that takes an answer on its socket and keeps it on hold for no time. The
+ * program finds its daemon beside itself and hands it no variable, so that it is copied, and the daemon's
+ * entry is another.
  */
 function testedBin(bin, root) {
   const folder = path.join(root, 'bin');
@@ -192,7 +193,10 @@ async function frozen(pid, ms) {
   if (alive(pid)) process.kill(pid, 'SIGCONT');
 }
 
-/** What happens, by name. It gets the hub, the agent, its card and random numbers; true when it came too late to be heeded. */
+/**
+ * What happens, by name. It gets the hub, the agent, its card and random numbers; true when it came too late
+ * to be heeded.
+ */
 export const ROWS = {
   nothing: { words: 'nothing', harmless: true, apply: async () => {} },
   'hub-killed': {
@@ -241,7 +245,10 @@ export const ROWS = {
   },
 };
 
-/** What the daemon says of the card in the end: "answered", "refused", "warned" or "withdrawn". Null as long as it is open to question. */
+/**
+ * What the daemon says of the card in the end: "answered", "refused", "warned" or "withdrawn". Null as long
+ * as it is open to question.
+ */
 async function decision(hub, card) {
   const { card: now } = await hub.world.call('/v1/cards/detail', { card_id: card });
   if (now.state === 'closed') return now.outcome === 'answered' ? 'answered' : 'withdrawn';

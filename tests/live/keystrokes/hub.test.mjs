@@ -1,5 +1,6 @@
-// A few rounds of each row: whatever happens to the panel, the daemon or the question, no card says what isn't so, and no
-// key goes to another question, unless that one was asked after the daemon's word to type. BIN is where the programs are.
+// A few rounds of each row: whatever happens to the panel, the daemon or the question, no card says what
+// isn't so, and no key goes to another question, unless that one was asked after the daemon's word to type.
+// BIN is where the programs are.
 import { describe, test } from 'node:test';
 import assert from 'node:assert/strict';
 import { Hub, ROWS, fault, play, randomOf } from './hub.mjs';
