@@ -36,7 +36,7 @@ InboxList inboxList(const AppState& state, WallTime now, std::string_view filter
     InboxList list;
     list.header = InboxLogic::cautionText(needsYouCount(state));
     list.relief = reliefLine(state);
-    list.error = state.panelError;
+    list.error = shownError(state);
     std::vector<Card> cards;
     for (const auto& card : InboxLogic::ordered(state.cards)) {
         if (!InboxLogic::isLiveState(card.state) || !holdsWords(textOf(state, card), filter))

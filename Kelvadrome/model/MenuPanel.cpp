@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+
 namespace kelvadrome {
 
 namespace {
@@ -55,6 +57,13 @@ std::string reliefLine(const AppState& state) {
     return needsYouCount(state) == 0 ? "Nothing waits for you." : "High risk first";
 }
 
+std::optional<std::string> shownError(const AppState& state) {
+    const bool ofLostReply = std::ranges::any_of(state.pressed, [&](const auto& entry) {
+        return entry.second.known == PressedAnswer::Known::unclear && entry.second.reason == state.panelError;
+    });
+    return ofLostReply ? std::nullopt : state.panelError;
+}
+
 MenuPanelContent menuPanel(const AppState& state, WallTime now) {
     const auto cards = panelCards(state, now);
     const auto sessions = agentRows(state);
@@ -78,7 +87,7 @@ MenuPanelContent menuPanel(const AppState& state, WallTime now) {
             break;
         panel.agents.push_back(agentLine(state, session));
     }
-    panel.error = state.panelError;
+    panel.error = shownError(state);
     panel.open = {.kind = Kind::openMain, .words = "Open kelvadrome"};
     const auto more = panel.needsYou - static_cast<std::int64_t>(cards.size());
     if (more > 0)

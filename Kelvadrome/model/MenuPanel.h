@@ -46,6 +46,10 @@ struct MenuPanelContent {
 
 MenuPanelContent menuPanel(const AppState& state, WallTime now);
 
+/// What went wrong. What the socket said of a lost reply is left out: it means nothing to the user, and the
+/// answer's own row says in words what is known.
+std::optional<std::string> shownError(const AppState& state);
+
 /// What the agents and the rules do, below the header.
 std::string reliefLine(const AppState& state);
 

@@ -142,6 +142,7 @@ TEST_F(PanelActions, aLostReplyStandsOnItsCardUntilAReadSaysThatItWasTaken) {
     EXPECT_EQ(row().way, "“Yes”: No answer from the daemon yet: it may or may not have been taken.");
     EXPECT_TRUE(row().actions.empty()) << "nothing is pressed twice while nobody knows";
     EXPECT_EQ(state().panelError, "The reply was lost.");
+    EXPECT_EQ(shownError(state()), std::nullopt) << "the row says it in words";
 
     refuse("/v1/cards/list");
     pid = 200; // another daemon, which can't tell yet

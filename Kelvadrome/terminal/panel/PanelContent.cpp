@@ -70,13 +70,6 @@ std::vector<PanelEntry> inboxRows(const AppState& state, const std::vector<Card>
     return rows;
 }
 
-/// What a call whose reply was lost ended with means nothing to the user; the answer's row says it in words.
-bool isOfLostReply(const AppState& state, const std::optional<std::string>& error) {
-    return std::ranges::any_of(state.pressed, [&](const auto& entry) {
-        return entry.second.known == PressedAnswer::Known::unclear && entry.second.reason == error;
-    });
-}
-
 /// Answers under way whose row doesn't show.
 std::vector<std::string> pressedElsewhere(
     const AppState& state, const std::vector<PanelEntry>& shown, WallTime now) {
@@ -187,8 +180,6 @@ PanelContent panelContent(const AppState& state, const LookupResults& reads, con
     const auto sessions = agentRows(state);
     const auto cards = ready ? cardsInOrder(state, wish, now, before) : cardsUnderWay(state);
     content.inbox = inboxRows(state, cards, now);
-    if (isOfLostReply(state, content.menu.error))
-        content.menu.error.reset();
     content.underWay = pressedLines(state, {}, now);
     content.menu.pressed = pressedElsewhere(state, content.inbox, now);
     content.snoozed =
