@@ -33,4 +33,5 @@ done
 "$node" bench/drivers/tmux-answers.mjs "$bin" >"$results/tmux-answers.lines"
 "$node" bench/drivers/panel.mjs "$bin" >"$results/panel.lines"
 "$node" bench/drivers/desktop.mjs "$bin" >"$results/desktop.lines"
+"$node" bench/drivers/search.mjs 100000 >"$results/search.lines"
 "$node" bench/drivers/report.mjs "$results"

@@ -182,6 +182,9 @@ limit(
   16,
   'bus/burst-heartbeat',
 );
+limit('a search over 100,000 cards, topics and receipts, p95', 'search/100000/p95', 'ms', 10);
+alone('  its middle', 'search/100000');
+alone('  the middle of its slowest query', 'search/100000/slowest');
 limit('--background-status over an empty program', 'desktop/background-status', 'ms', 5);
 
 const widths = rows[0].map((_, i) => Math.max(...rows.map((row) => row[i].length)));
