@@ -53,84 +53,64 @@ std::string inWords(const std::exception_ptr& error) {
 
 } // namespace
 
-void Lookups::readReceipts(std::string typed) {
-    const bool types = results_.receipts && results_.receipts->filter != typed;
-    readingReceipts_.cancel();
-    readingReceipts_ =
-        tasks_.launch("receipts", receiptsNow(weak_from_this(), std::move(typed), types ? typingPause : 0));
+template <class Reply>
+void Lookups::start(
+    TaskHandle& reading, Request request, std::function<void(LookupResults& results, Reply reply)> keep) {
+    reading.cancel();
+    const auto name = request.path;
+    reading = tasks_.launch(
+        name, read<Reply>(weak_from_this(), clock_, client_, std::move(request), std::move(keep)));
 }
 
-Task<> Lookups::receiptsNow(std::weak_ptr<Lookups> weak, std::string typed, double pause) {
-    const auto self = weak.lock();
-    if (!self)
+template <class Reply>
+Task<> Lookups::read(std::weak_ptr<Lookups> weak, std::shared_ptr<Clock> clock, DaemonClient client,
+    Request request, std::function<void(LookupResults& results, Reply reply)> keep) {
+    if (request.pause > 0)
+        co_await clock->sleep(request.pause);
+    if (weak.expired())
         co_return;
-    if (pause > 0)
-        co_await self->clock_->sleep(pause);
-    auto body = ReceiptFilter::parse(typed).request(receiptLimit);
-    auto call = self->client_.post<ReceiptsReply>("/v1/receipts/list", std::move(body), timeout);
+    auto call = client.post<Reply>(std::move(request.path), std::move(request.body), timeout);
     auto reply = co_await attempt(std::move(call));
     const bool replaced = co_await taskCancelled();
-    if (replaced)
+    const auto self = weak.lock();
+    if (replaced || !self)
         co_return;
     self->change([&](LookupResults& results) {
         results.error = reply ? std::string() : inWords(reply.error());
-        if (!reply)
-            return;
-        const bool more = reply->receipts.size() == static_cast<std::size_t>(receiptLimit);
-        results.receipts = ReceiptList{typed, std::move(reply->receipts), more};
+        if (reply)
+            keep(results, reply.take());
     });
+}
+
+void Lookups::readReceipts(std::string typed) {
+    const bool types = results_.receipts && results_.receipts->filter != typed;
+    Request request{
+        types ? typingPause : 0, "/v1/receipts/list", ReceiptFilter::parse(typed).request(receiptLimit)};
+    start<ReceiptsReply>(
+        readingReceipts_, std::move(request), [typed](LookupResults& results, ReceiptsReply reply) {
+            const bool more = reply.receipts.size() == static_cast<std::size_t>(receiptLimit);
+            results.receipts = ReceiptList{typed, std::move(reply.receipts), more};
+        });
 }
 
 void Lookups::search(std::string text) {
     searching_.cancel();
     if (text.find_first_not_of(' ') == std::string::npos)
         return change([](LookupResults& results) { results.found.reset(); });
-    searching_ = tasks_.launch("search", searchNow(weak_from_this(), std::move(text)));
-}
-
-Task<> Lookups::searchNow(std::weak_ptr<Lookups> weak, std::string text) {
-    const auto self = weak.lock();
-    if (!self)
-        co_return;
-    co_await self->clock_->sleep(typingPause);
-    boost::json::object body{{"q", text}, {"limit", hitLimit}};
-    auto call = self->client_.post<SearchReply>("/v1/search", std::move(body), timeout);
-    auto reply = co_await attempt(std::move(call));
-    const bool replaced = co_await taskCancelled();
-    if (replaced)
-        co_return;
-    self->change([&](LookupResults& results) {
-        results.error = reply ? std::string() : inWords(reply.error());
-        if (reply)
-            results.found = SearchHits{text, std::move(reply->hits)};
+    Request request{typingPause, "/v1/search", {{"q", text}, {"limit", hitLimit}}};
+    start<SearchReply>(searching_, std::move(request), [text](LookupResults& results, SearchReply reply) {
+        results.found = SearchHits{text, std::move(reply.hits)};
     });
 }
 
 void Lookups::readCard(std::string id) {
-    readingCard_.cancel();
-    readingCard_ = tasks_.launch("card", cardNow(weak_from_this(), std::move(id)));
+    start<CardReply>(readingCard_, {0, "/v1/cards/detail", {{"card_id", id}}},
+        [](LookupResults& results, CardReply reply) { results.card = std::move(reply.card); });
 }
 
 void Lookups::closeCard() {
     readingCard_.cancel();
     change([](LookupResults& results) { results.card.reset(); });
-}
-
-Task<> Lookups::cardNow(std::weak_ptr<Lookups> weak, std::string id) {
-    const auto self = weak.lock();
-    if (!self)
-        co_return;
-    boost::json::object body{{"card_id", id}};
-    auto call = self->client_.post<CardReply>("/v1/cards/detail", std::move(body), timeout);
-    auto reply = co_await attempt(std::move(call));
-    const bool replaced = co_await taskCancelled();
-    if (replaced)
-        co_return;
-    self->change([&](LookupResults& results) {
-        results.error = reply ? std::string() : inWords(reply.error());
-        if (reply)
-            results.card = std::move(reply->card);
-    });
 }
 
 } // namespace kelvadrome

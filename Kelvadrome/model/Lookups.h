@@ -6,7 +6,10 @@
 #include "KelvadromeKit/support/TaskBag.h"
 #include "KelvadromeKit/wire/DaemonClient.h"
 
+#include <boost/json/object.hpp>
+
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -38,6 +41,12 @@ public:
     void close() { tasks_.close(); }
 
 private:
+    struct Request {
+        double pause = 0; // seconds before it goes out
+        std::string path;
+        boost::json::object body;
+    };
+
     template <class Change>
     void change(const Change& make) {
         const auto before = results_;
@@ -45,9 +54,13 @@ private:
         if (before != results_)
             changes_.changed();
     }
-    static Task<> receiptsNow(std::weak_ptr<Lookups> weak, std::string typed, double pause);
-    static Task<> searchNow(std::weak_ptr<Lookups> weak, std::string text);
-    static Task<> cardNow(std::weak_ptr<Lookups> weak, std::string id);
+    /// One read in the place of the one before it. `keep` puts what came into the results.
+    template <class Reply>
+    void start(
+        TaskHandle& reading, Request request, std::function<void(LookupResults& results, Reply reply)> keep);
+    template <class Reply>
+    static Task<> read(std::weak_ptr<Lookups> weak, std::shared_ptr<Clock> clock, DaemonClient client,
+        Request request, std::function<void(LookupResults& results, Reply reply)> keep);
 
     std::shared_ptr<Clock> clock_;
     DaemonClient client_;
