@@ -159,6 +159,9 @@ export class CardView {
           this.card.closed_at ? [', ', ageOf(this.card.closed_at)] : null,
         ),
       ]);
+    // An answer on its way takes as much room as its hold did, so that the cards below stay under the pointer.
+    const room = this.card.state === 'armed' ? this.actions.getBoundingClientRect().height : 0;
+    this.actions.style.minBlockSize = room ? `${room}px` : '';
     this.replace(build());
   }
 
