@@ -125,6 +125,7 @@ class Daemon {
       watermark: this.receipts.watermark(),
       uptime_s: (clock.steady() - this.started) / 1000,
       port: this.auth.port,
+      kd: this.onboarding.kd,
     };
   }
 

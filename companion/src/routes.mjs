@@ -10,6 +10,7 @@ import { shownLine } from '../shared/text.js';
 import { relayRoutes } from './relay.mjs';
 import { whyUntypable } from './reach.mjs';
 import { STATUS_WORDS, isWorking } from './sessions.mjs';
+import { LONGEST_MINUTES } from './snoozes.mjs';
 
 const MAX_WAIT_MS = 25_000;
 const MAX_CLAIM_MS = 8_000;
@@ -286,7 +287,10 @@ const routes = {
     on: ['page'],
     answers: true,
     run: (app, { body }) => ({
-      card: app.snoozes.put(cardId(body), optional.integer(body, 'minutes', { min: 1, max: 10_080 }) ?? 30),
+      card: app.snoozes.put(
+        cardId(body),
+        optional.integer(body, 'minutes', { min: 1, max: LONGEST_MINUTES }) ?? 30,
+      ),
     }),
   },
   'POST /v1/page/wake': {

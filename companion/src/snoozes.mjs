@@ -2,6 +2,9 @@
 import { clock } from './clock.mjs';
 import { conflict } from './errors.mjs';
 
+/** A week. */
+export const LONGEST_MINUTES = 10_080;
+
 export class Snoozes {
   constructor({ store, cards }) {
     this.store = store;
@@ -25,10 +28,14 @@ export class Snoozes {
     return this.store.tx(() => this.#mark(this.cards.find(id), null));
   }
 
-  /** Brings back all whose time has come. */
+  /** Brings back all whose time has come, or lies further ahead than can be asked for: the clock was set back. */
   wakeDue(now = clock.now()) {
-    for (const { id } of this.store.all('SELECT id FROM cards WHERE snoozed_until_ms <= ?', now))
-      this.wake(id);
+    const due = this.store.all(
+      'SELECT id FROM cards WHERE snoozed_until_ms <= ? OR snoozed_until_ms > ?',
+      now,
+      now + LONGEST_MINUTES * 60_000,
+    );
+    for (const { id } of due) this.wake(id);
   }
 
   #mark(card, until) {
