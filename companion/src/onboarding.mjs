@@ -1,9 +1,10 @@
 // First-run setup: the folder that holds the user's work, the agents found on this machine, and whether setup is over.
+import { execFile } from 'node:child_process';
 import { accessSync, constants, statSync } from 'node:fs';
 import { homedir } from 'node:os';
 import { delimiter, join, relative, sep } from 'node:path';
-import { invalid } from './errors.mjs';
-import { kdCommand } from './layout.mjs';
+import { conflict, invalid } from './errors.mjs';
+import { kdCommand, kdProgram } from './layout.mjs';
 import { AGENTS, agentName } from '../shared/agents.js';
 import { cut, oneLine } from '../shared/text.js';
 
@@ -11,6 +12,8 @@ import { cut, oneLine } from '../shared/text.js';
 const USUAL = ['.local/bin', 'bin', '.npm-global/bin', '.bun/bin', '.cargo/bin']
   .map((name) => join(homedir(), name))
   .concat('/usr/local/bin', '/usr/bin', '/opt/homebrew/bin');
+
+const KD_LIMIT_MS = 10_000;
 
 function findProgram(name, folders) {
   return folders
@@ -29,6 +32,8 @@ export class Onboarding {
   constructor({ store, receipts, home }, env) {
     this.store = store;
     this.receipts = receipts;
+    this.home = home;
+    this.env = env;
     this.kd = kdCommand(home, env);
     this.folders = [
       ...new Set([...(env.PATH ?? '').split(delimiter).filter((folder) => folder.startsWith('/')), ...USUAL]),
@@ -70,6 +75,33 @@ export class Onboarding {
       agents,
       kd: this.kd,
     };
+  }
+
+  /** Which of the agents that have hooks are hooked up, by id: {file, installed, problem}. */
+  async hooks() {
+    const states = Object.entries(JSON.parse(await this.#runKd('hooks', 'status', '--json')));
+    return Object.fromEntries(
+      states.map(([id, { file, isCurrent, problem }]) => [id, { file, installed: isCurrent, problem }]),
+    );
+  }
+
+  /** Adds our hooks to the agent's own settings, as `kd hooks install` does. Gives what it says. */
+  async hookUp(agent) {
+    if (!AGENTS.includes(agent)) throw invalid('agent', 'is none that is known');
+    return { result: await this.#runKd('hooks', 'install', agent) };
+  }
+
+  #runKd(...words) {
+    const env = { ...this.env, KELVADROME_HOME: this.home };
+    return new Promise((done, failed) => {
+      execFile(
+        process.execPath,
+        ['--no-warnings', kdProgram, ...words],
+        { env, timeout: KD_LIMIT_MS, killSignal: 'SIGKILL' },
+        (error, said, complaint) =>
+          error ? failed(conflict(complaint.trim() || 'kd did not end in time.')) : done(said.trim()),
+      );
+    });
   }
 
   /** The folder that holds the user's projects. Must exist; it is only remembered, never changed. */

@@ -252,6 +252,15 @@ const routes = {
     run: (app, { body }) => app.onboarding.setFolder(required.string(body, 'path', { max: 4096 })),
   },
   // A program on the socket could ask all by itself anyway.
+  'POST /v1/onboarding/hooks': {
+    on: ['page'],
+    run: async (app) => ({ agents: await app.onboarding.hooks() }),
+  },
+  'POST /v1/onboarding/hook-up': {
+    on: ['page'],
+    answers: true,
+    run: (app, { body }) => app.onboarding.hookUp(required.string(body, 'agent', { max: 64 })),
+  },
   'POST /v1/onboarding/sample': { on: both, run: (app) => app.sample.ask() },
   'POST /v1/onboarding/finish': { on: ['page'], run: (app) => app.onboarding.finish() },
 

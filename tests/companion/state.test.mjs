@@ -3,7 +3,7 @@ import { test } from 'node:test';
 import assert from 'node:assert/strict';
 import { once } from 'node:events';
 import { createServer } from 'node:net';
-import { chmodSync, mkdirSync, writeFileSync } from 'node:fs';
+import { chmodSync, mkdirSync, readFileSync, writeFileSync } from 'node:fs';
 import { join } from 'node:path';
 import { World, has, refused, until } from './world.mjs';
 
@@ -71,8 +71,10 @@ test('setup tells what is true: the folder, the agents on this machine, and when
   mkdirSync(join(work, 'shop/src'), { recursive: true });
   writeFileSync(join(bin, 'aider'), '#!/bin/sh\n');
   writeFileSync(join(bin, 'droid'), 'not executable');
-  chmodSync(join(bin, 'aider'), 0o755);
-  await world.restart({ PATH: bin, HOME: world.home });
+  writeFileSync(join(bin, 'claude'), '#!/bin/sh\n');
+  for (const agent of ['aider', 'claude']) chmodSync(join(bin, agent), 0o755);
+  const settings = join(world.home, '.claude/settings.json');
+  await world.restart({ PATH: bin, HOME: world.home, CLAUDE_CONFIG_DIR: '' });
   const status = () => world.ok('/v1/onboarding/status');
   const first = await status();
   assert.deepEqual([first.completed, first.folder], [false, undefined]);
@@ -86,6 +88,25 @@ test('setup tells what is true: the folder, the agents on this machine, and when
     asked: false,
   });
   assert.equal(found.droid.install.state, 'missing');
+
+  const page = await world.login();
+  const hooks = async () => (await page.ok('/v1/onboarding/hooks')).agents.claude;
+  assert.deepEqual(await hooks(), { file: settings, installed: false });
+  assert.equal((await world.call('/v1/onboarding/hook-up', { agent: 'claude' })).error.code, 'forbidden');
+  refused(await page.post('/v1/onboarding/hook-up', { agent: 'nobody' }), 'validation_failed');
+  for (const when of ['now', 'already'])
+    assert.match(
+      (await page.ok('/v1/onboarding/hook-up', { agent: 'claude' })).result,
+      new RegExp(`${when}\\.$`),
+    );
+  assert.equal((await hooks()).installed, true);
+  writeFileSync(settings, '{ broken');
+  assert.match((await hooks()).problem, /is no JSON/);
+  assert.match(
+    (await page.post('/v1/onboarding/hook-up', { agent: 'claude' })).error.message,
+    /settings\.json/,
+  );
+  assert.equal(readFileSync(settings, 'utf8'), '{ broken');
 
   for (const path of ['work', join(work, 'nope'), join(bin, 'aider')])
     refused(await world.call('/v1/onboarding/folder', { path }), 'validation_failed');

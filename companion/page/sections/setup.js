@@ -42,8 +42,12 @@ export class Setup {
     );
   }
 
-  load() {
-    return post('/v1/onboarding/status');
+  async load() {
+    const [status, hooks] = await Promise.all([
+      post('/v1/onboarding/status'),
+      post('/v1/onboarding/hooks').catch(() => null), // setup goes on without
+    ]);
+    return { ...status, hooks: hooks?.agents ?? {} };
   }
 
   update(status) {
@@ -70,7 +74,9 @@ export class Setup {
         ),
       ),
     );
-    showIn(this.content, [step, step === 'answers' ? null : status], () => this[step](status));
+    showIn(this.content, [step, step === 'answers' ? null : [status, this.hookResult]], () =>
+      this[step](status),
+    );
     this.backButton.hidden = this.#at === 0;
     this.primary.textContent =
       step !== 'answers'
@@ -150,7 +156,7 @@ export class Setup {
     ];
   }
 
-  agents({ agents, kd }) {
+  agents({ agents, hooks, kd }) {
     const found = agents.filter((agent) => agent.install?.state === 'installed');
     return [
       h(
@@ -175,12 +181,23 @@ export class Setup {
                   h('span', { class: 'strong' }, agent.name),
                   said(agent.path, 'span', { class: 'soft sub code' }),
                 ),
+                hooks[agent.id] ? this.hookUp(agent, hooks[agent.id], kd) : null,
                 agent.asked
                   ? h('span', { class: 'word good' }, icon('check'), 'Has asked')
                   : h('span', { class: 'soft' }, 'Has not asked yet'),
               ),
             ),
           )
+        : null,
+      found.some(({ id }) => hooks[id])
+        ? h(
+            'p',
+            { class: 'soft' },
+            'Hooked up, an agent’s permission requests, questions and plans come to your Inbox by themselves, and your answer goes back without a key being typed.',
+          )
+        : null,
+      this.hookResult
+        ? h('p', { class: 'notice good' }, icon('check'), said(this.hookResult, 'span', { class: 'grow' }))
         : null,
       new CommandLine(`${kd} ask -t "Deploy to staging?" -o Yes -o No --wait`).element,
       h(
@@ -211,9 +228,41 @@ export class Setup {
     }
   }
 
+  /** The offer to have an agent ask through its hooks, or the word that it does. */
+  hookUp({ id, name }, hooks, kd) {
+    if (hooks.problem) return said(`${hooks.file}: ${hooks.problem}`, 'span', { class: 'soft sub' });
+    if (hooks.installed) return h('span', { class: 'word good' }, icon('check'), 'Hooked up');
+    return h(
+      'button',
+      {
+        type: 'button',
+        class: 'small',
+        title: `Adds hooks to ${hooks.file} and changes nothing else in it. To undo: ${kd} hooks uninstall ${id}`,
+        'aria-label': `Hook up ${name}`,
+        onclick: () => this.runHookUp(id),
+      },
+      'Hook up',
+    );
+  }
+
+  async runHookUp(agent) {
+    try {
+      const { result } = await post('/v1/onboarding/hook-up', { agent });
+      this.error.hidden = true;
+      this.hookResult = result;
+      announce(result);
+      await this.reload();
+      return this.primary.focus(); // the button that was pressed is gone
+    } catch (error) {
+      return this.fail(`It was not hooked up. ${error.message}`);
+    }
+  }
+
   /** A step that was left out is not ticked. */
   isDone(step) {
-    return step !== 'folder' || Boolean(this.status.folder);
+    const { folder, agents, hooks } = this.status;
+    if (step === 'folder') return Boolean(folder);
+    return step !== 'agents' || agents.some(({ id, asked }) => asked || hooks[id]?.installed);
   }
 
   answers() {
