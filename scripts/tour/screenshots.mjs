@@ -4,19 +4,21 @@ import { mkdirSync, statSync, writeFileSync } from 'node:fs';
 import path from 'node:path';
 import { Screen } from './screen.mjs';
 import { Step } from './steps.mjs';
+import { panelKeys, pictures } from './scenes.mjs';
 import { World, finishSetup, pause } from './world.mjs';
 
 const bin = path.resolve(process.argv[2]);
 const only = process.argv.slice(3);
 const target = path.resolve('docs/screenshots');
 const LARGEST = 150_000; // bytes of a picture
-const SETTLE_MS = 700; // transitions and the page's drawing end in it
+const SETTLE_MS = 700; // transitions end in it
+const LEAST_COLOURS = 12; // a window that has drawn no words yet has fewer
 
 /** The program in a world of its own; the daemon is its child. */
 class Desktop {
   static async open(screen, { set = [], env = {}, seed, setup = true, resources = true } = {}) {
     const desktop = new Desktop();
-    Object.assign(desktop, { screen, world: new World(bin) });
+    Object.assign(desktop, { bin, screen, world: new World(bin), terminals: [] });
     const { world } = desktop;
     Object.assign(
       world.env,
@@ -49,7 +51,40 @@ class Desktop {
     return this.world.until(`the window "${what}"`, () => this.screen.window(title), 30);
   }
 
+  /** A terminal of its own window, by the title of `title`, in which `command` runs. */
+  async openTerminal(title, size, ...command) {
+    const look = [
+      '-fa',
+      'DejaVu Sans Mono',
+      '-fs',
+      '11',
+      '-bg',
+      '#ffffff',
+      '-fg',
+      '#1d1d20',
+      '+sb',
+      '-b',
+      '12',
+    ];
+    const words = [
+      ...look,
+      '-geometry',
+      size,
+      '-T',
+      title,
+      '-xrm',
+      'XTerm*allowTitleOps: false',
+      '-e',
+      ...command,
+    ];
+    this.terminals.push(
+      spawn('xterm', words, { env: { ...this.world.env, XTERM_LOCALE: 'C.UTF-8' }, stdio: 'ignore' }),
+    );
+    await this.see(title);
+  }
+
   async close() {
+    for (const terminal of this.terminals) terminal.kill();
     try {
       process.kill(-this.program.pid, 'SIGTERM');
     } catch {
@@ -64,66 +99,6 @@ class Desktop {
   }
 }
 
-const working = [
-  {
-    agent: 'claude',
-    session_id: 's5',
-    label: 'Release notes',
-    status: 'busy',
-    doing: 'Reading the last commits',
-    topic: 'Release',
-  },
-  { agent: 'codex', session_id: 's6', label: 'Importer', status: 'idle' },
-];
-const questions = {
-  suggested: {
-    agent: 'claude',
-    session_id: 's1',
-    title: 'Which database should the migration use?',
-    body: 'Both are installed. The old data fits either of them.',
-    options: ['PostgreSQL', 'SQLite', 'Keep the old one'],
-    default: 'PostgreSQL',
-    topic: 'Storage',
-  },
-  batch: {
-    agent: 'codex',
-    session_id: 's2',
-    kind: 'batch',
-    title: '3 choices for the new service',
-    topic: 'Service',
-    rows: [
-      { question_id: 'lang', text: 'Language?', default: 'Rust' },
-      { question_id: 'tests', text: 'Write tests first?', default: 'yes' },
-      { question_id: 'port', text: 'Port?', default: '8080' },
-    ],
-  },
-  payment: {
-    agent: 'claude',
-    session_id: 's3',
-    kind: 'stop',
-    risk: 'high',
-    stop_type: 'payment',
-    title: 'Pay the invoice of the test account?',
-    body: 'Amount as read: $12.50\nThe amount is within the limit of $20.00.',
-    options: ['Approve', 'Reject'],
-    topic: 'Billing',
-  },
-  open: {
-    agent: 'gemini',
-    session_id: 's4',
-    title: 'What should the new command be called?',
-    topic: 'Command line',
-  },
-};
-
-async function ask(world, ...names) {
-  for (const name of names) await world.call('/v1/ask', { wait: true, ...questions[name] });
-}
-const inbox = async (world) => {
-  for (const session of working) await world.call('/v1/sessions/touch', session);
-  await ask(world, 'suggested', 'batch', 'payment', 'open');
-};
-
 /** The font of a stock desktop, where there is one: no settings of the machine reach the pictures. */
 function wearStockFont(world) {
   const folder = path.join(world.env.XDG_CONFIG_HOME, 'gtk-4.0');
@@ -134,57 +109,54 @@ function wearStockFont(world) {
   );
 }
 
-const panelKeys = async (desktop) => {
-  await desktop.see('kelvadrome', 'main');
-  await pause(2500);
-  desktop.screen.keys('ctrl+p');
-};
+/** The words and colours of the middle of a window: {colours, signature}. */
+function lookAt(screen, id) {
+  screen.run('xdotool', 'windowraise', id);
+  const image = screen.run('import', '-window', id, 'png:-');
+  const words = [
+    'png:-',
+    '-gravity',
+    'center',
+    '-crop',
+    '70%x60%+0+0',
+    '+repage',
+    '-format',
+    '%k %#',
+    'info:',
+  ];
+  const [colours, signature] = String(execFileSync('convert', words, { input: image })).split(' ');
+  return { image, colours: Number(colours), signature };
+}
 
-/** What each picture shows: how the program starts, what is done then, and the window that is taken. */
-const pictures = {
-  'main-inbox': { seed: inbox, both: true },
-  'main-inspector': { seed: inbox, set: ['-KDInspector', 'YES'] },
-  'native-inbox': { seed: inbox, set: ['-KDNativeInbox', 'YES'], both: true },
-  'main-expert': { seed: inbox, then: (d) => d.screen.keys('ctrl+shift+e') },
-  'main-failed': { resources: false, setup: false },
-  'main-200-percent': { seed: inbox, env: { GDK_SCALE: '2' }, wide: true },
-  'main-high-contrast': {
-    seed: inbox,
-    env: { ADW_DEBUG_HIGH_CONTRAST: '1' },
-    set: ['-KDNativeInbox', 'YES'],
-  },
-  'main-right-to-left': { seed: inbox, env: { LANGUAGE: 'ar' } },
-  'panel-cards': { seed: inbox, window: 'panel', both: true },
-  'panel-clear': { window: 'panel' },
-  'panel-hold': {
-    seed: (world) => ask(world, 'suggested', 'batch'),
-    window: 'panel',
-    then: (d) => d.screen.keys('Tab', 'Tab', 'Tab', 'Return'),
-    settle: 300,
-  },
-  'panel-failed': { resources: false, setup: false, window: 'panel' },
-  strip: { seed: inbox, set: ['-KDAgentStrip', 'YES'], title: 'kelvadrome agents', both: true },
-  setup: { setup: false, title: 'Set up kelvadrome', both: true },
-  'setup-agents': {
-    setup: false,
-    title: 'Set up kelvadrome',
-    then: (d) => d.screen.keys('Tab', 'Tab', 'Tab', 'Return'),
-  },
-  ...Object.fromEntries(
-    ['general', 'agents', 'autopilot', 'privacy', 'about'].map((tab) => [
-      `settings-${tab}`,
-      {
-        seed: inbox,
-        set: ['-KDOpenSettings', tab],
-        title: 'Settings',
-        both: tab === 'general' || tab === 'about',
-      },
-    ]),
-  ),
-};
+/** The window once it shows something and has come to rest, or was looked at often; one that is `moving` as it is. */
+async function settled({ world, screen }, find, { moving, plain, unlike } = {}) {
+  let last;
+  let looks = 0;
+  return world.until(
+    'a window with content that rests',
+    async () => {
+      const seen = lookAt(screen, find());
+      const isThere = (plain || seen.colours >= LEAST_COLOURS) && seen.signature !== unlike;
+      if (isThere && (moving || seen.signature === last || ++looks > 8)) return seen;
+      last = seen.signature;
+      if (!moving) await pause(SETTLE_MS);
+      return false;
+    },
+    40,
+  );
+}
+
+function keep(name, image) {
+  const file = path.join(target, `${name}.png`);
+  writeFileSync(
+    file,
+    execFileSync('pngquant', ['--quality', '60-95', '--strip', '-'], { input: image, maxBuffer: 1 << 26 }),
+  );
+  const { size } = statSync(file);
+  console.log(`${size > LARGEST ? 'LARGE ' : ''}${path.relative('.', file)} ${Math.round(size / 1024)} KiB`);
+}
 
 async function take(name, picture, appearance) {
-  const file = path.join(target, `${name}${picture.both ? `-${appearance}` : ''}.png`);
   const screen = await Screen.open(...(picture.wide ? [2600, 1800] : [1400, 950]));
   let desktop;
   try {
@@ -192,33 +164,51 @@ async function take(name, picture, appearance) {
       ...picture,
       set: ['-KDAppearance', appearance, ...(picture.set ?? [])],
     });
+    if (picture.terminal)
+      await desktop.openTerminal('terminal', picture.terminal, path.join(bin, 'kelvadrome'), '--terminal');
     if (picture.window === 'panel') await panelKeys(desktop);
-    const title = picture.title ?? 'kelvadrome';
+    const title = picture.title ?? (picture.terminal ? 'terminal' : 'kelvadrome');
     await desktop.see(title);
-    await pause(picture.window === 'panel' ? SETTLE_MS : 4 * SETTLE_MS);
+    const find = (wanted = title) =>
+      picture.window === 'panel'
+        ? String(screen.run('xdotool', 'getactivewindow')).trim()
+        : screen.window(wanted);
+    if (picture.walk) {
+      const seen = {};
+      await picture.walk(desktop, async (step, { title: wanted, unlike, ...how } = {}) => {
+        seen[step] = await settled(desktop, () => find(wanted), { ...how, unlike: seen[unlike]?.signature });
+        if (how.keep !== false) keep(`${name}-${step}`, seen[step].image);
+      });
+      return;
+    }
+    const first = await settled(desktop, find, picture);
     if (picture.then) {
       await picture.then(desktop);
       await pause(picture.settle ?? SETTLE_MS);
     }
-    const id =
-      picture.window === 'panel'
-        ? String(screen.run('xdotool', 'getactivewindow')).trim()
-        : screen.window(title);
-    writeFileSync(
-      file,
-      execFileSync('pngquant', ['--quality', '60-95', '--strip', '-'], {
-        input: screen.run('import', '-window', id, 'png:-'),
-        maxBuffer: 1 << 26,
-      }),
-    );
-    const { size } = statSync(file);
-    console.log(
-      `${size > LARGEST ? 'LARGE ' : ''}${path.relative('.', file)} ${Math.round(size / 1024)} KiB`,
-    );
+    const { image } = picture.then
+      ? await settled(desktop, find, { ...picture, moving: picture.settle !== undefined })
+      : first;
+    keep(`${name}${picture.both ? `-${appearance}` : ''}`, image);
   } finally {
     await desktop?.close();
     screen.close();
   }
+}
+
+/** The pictures of the journey in one, in their order. */
+function strip() {
+  const steps = [
+    ['ask', '1  An agent asks'],
+    ['hold', '2  Answered; undo for 2 s'],
+    ['typed', '3  Typed into its terminal'],
+    ['sent', '4  The inbox says so'],
+    ['refused', '5  Refused: the pane is in copy mode'],
+    ['review', '6  A high risk is reviewed first'],
+  ];
+  const tiles = steps.flatMap(([step, words]) => ['-label', words, path.join(target, `journey-${step}.png`)]);
+  const look = ['-tile', '3x', '-geometry', '440x367+10+8', '-pointsize', '15', '-background', '#f2f2f2'];
+  keep('journey', execFileSync('montage', [...look, ...tiles, 'png:-'], { maxBuffer: 1 << 26 }));
 }
 
 mkdirSync(target, { recursive: true });
@@ -234,4 +224,5 @@ for (const [name, picture] of Object.entries(pictures)) {
     }
   }
 }
+if (!failures && (!only.length || only.includes('journey'))) strip();
 process.exit(failures ? 1 : 0);

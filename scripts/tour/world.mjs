@@ -151,7 +151,7 @@ export class World {
       } catch {
         /* it may be gone already */
       }
-    rmSync(this.root, { recursive: true, force: true });
+    rmSync(this.root, { recursive: true, force: true, maxRetries: 10, retryDelay: 100 });
   }
 }
 
