@@ -16,9 +16,9 @@ struct TmuxServer {
     bool operator==(const TmuxServer&) const = default;
 };
 
-/// The agent of one job, as this machine sees it. The first look is remembered, and every later one is held
-/// against it: a number that another process got since, or the same process with another program in it, is no
-/// longer the agent. Any executor; a look takes a few milliseconds on a thread of its own.
+/// The agent of one job, as this machine sees it. The first look is remembered, and every later one is
+/// compared with it: when another process has the pid by now, or the process runs another program, the agent
+/// is gone. Any executor; a look takes a few milliseconds on a thread of its own.
 class AgentWatch {
 public:
     virtual ~AgentWatch() = default;

@@ -255,7 +255,7 @@ Task<TmuxGate::Attempt> TmuxGate::pressOnce(RunCommand keys, double timeout) {
 }
 
 /// Return goes out in the very turn in which the text is seen on the screen. It waits for that a second. A
-/// program without an input line, that reads all and draws nothing, is taken at its word.
+/// program without an input line, that reads all and draws nothing, is given Return all the same.
 Task<TmuxGate::Attempt> TmuxGate::pressReturn(RunCommand keys, double timeout) {
     const double began = clock_->uptime();
     double pause = firstEchoPause;
@@ -311,7 +311,7 @@ Task<std::optional<TypedEcho::Ending>> TmuxGate::firstEcho(std::string tmux) {
     }
 }
 
-/// One try. With `judge` the same client prints the screen first, and the judge has its say.
+/// One try to type a key. With `judge` the same client prints the screen first, and `judge` may refuse.
 Task<TmuxGate::Attempt> TmuxGate::type(RunCommand keys, double timeout, ScreenJudge judge) {
     Attempt attempt{refused(paneGone)};
     if (!firstLook_)
@@ -368,7 +368,7 @@ Task<TmuxGate::Attempt> TmuxGate::type(RunCommand keys, double timeout, ScreenJu
     co_return attempt;
 }
 
-/// Whoever took the key in the agent's place shows in the look that follows, once the key has been read.
+/// A look once the key has been read: it shows whether another process may have taken the key.
 Task<RunOutput> TmuxGate::afterKey(RunOutput output) {
     const double began = clock_->uptime();
     for (;;) {

@@ -15,7 +15,7 @@
 
 namespace kelvadrome {
 
-/// What stands between one job's commands and the machine, so that a look and the key after it are one.
+/// Runs one job's commands so that nothing can change between a look at the pane and the key that follows it.
 ///
 /// Every tmux command goes to the server that the agent was started in. The first look at the pane is
 /// remembered, and each key goes out in one command that compares all of it inside that server at the moment

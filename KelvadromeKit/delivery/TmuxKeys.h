@@ -54,8 +54,8 @@ struct Condition {
 };
 
 /// Begins what `guarded` ends: a client of the server that prints the pane's screen if that is asked for,
-/// then the line `ready`, and then carries out what it is given as its input. So nothing but a line on its
-/// way lies between a look and the key.
+/// then the line `ready`, and then carries out what it is given as its input. So between a look and
+/// the key passes no more time than one line takes to the client.
 RunCommand waiting(const RunCommand& keys, const std::string& ready, bool withScreen);
 
 /// `keys`, a send-keys command, as a line for that client: types under the condition and prints "ok", or
