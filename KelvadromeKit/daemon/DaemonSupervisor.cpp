@@ -172,7 +172,7 @@ Task<DaemonSupervisor::Status> DaemonSupervisor::recoverHere() {
         co_await markLoginItemLog();
         co_return status_;
     }
-    // A stop that comes between is the last word until the next start: nothing is restarted after it.
+    // Nothing is restarted after a stop that came in between, until the next start.
     if (stops_ != stops)
         co_return status_;
     if (launchdOwned_ && !process_) {
@@ -352,7 +352,7 @@ Task<std::string> DaemonSupervisor::withLoginItemsReason(std::string words) {
     co_return DaemonLog::withReason(std::move(words), lines);
 }
 
-/// A pause that cancellation doesn't cut short.
+/// A pause that goes on when the task is cancelled.
 Task<> DaemonSupervisor::waitOut(double seconds) {
     const double end = world_.clock->uptime() + seconds;
     while (true) {

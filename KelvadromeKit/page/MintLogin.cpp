@@ -62,8 +62,8 @@ Task<LoginLink> firstLogin(std::shared_ptr<MintState> state) {
     if (made)
         co_return co_await state->client.mintLogin(*made);
 
-    // Who gets no link without a key comes after another key, which may lie in a keyring that this start
-    // can't reach. One more in its place would shut the starts out that can: it is asked with and not kept.
+    // The daemon refuses a link without a key once a key is registered. That key may lie in a keyring that
+    // this start can't reach, so a new one is tried and not stored: stored, it would lock the others out.
     const auto bare = co_await attempt(state->client.mintLogin(std::nullopt));
     const auto key = PageKey::generate();
     if (!isRefusal(bare.error(), "forbidden")) {
@@ -72,7 +72,7 @@ Task<LoginLink> firstLogin(std::shared_ptr<MintState> state) {
     }
     auto link = co_await attempt(state->client.mintLogin(key));
     if (isRefusal(link.error(), "conflict")) {
-        // A start that knows no lock was faster, and the store may hold its key by now.
+        // An older version, which takes no lock, was faster: the store may hold its key by now.
         const auto other = co_await storedKey(state);
         if (other && *other != key)
             co_return co_await state->client.mintLogin(*other);
