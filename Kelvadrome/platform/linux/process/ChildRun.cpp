@@ -12,7 +12,7 @@ namespace kelvadrome {
 
 namespace {
 
-constexpr int chunksOfTheDead = 16; // together more than a pipe holds
+constexpr int chunksAfterExit = 16; // together more than a pipe holds
 
 bool holdsLine(const std::string& text, const std::string& line) {
     return ("\n" + text).contains("\n" + line + "\n");
@@ -86,11 +86,11 @@ void ChildRun::stopAtLimit() {
     input_.reset();
 }
 
-/// One chunk. Of a child whose death is its end all that is there by then; a grandchild that keeps writing
-/// can't hold this up for ever.
+/// Reads one chunk; once the child has exited and nothing else is waited for, all that its pipe holds. That
+/// is bounded, so that a grandchild that keeps writing can't hold this up for ever.
 void ChildRun::read(Stream& stream, bool ready) {
     const bool last = dead_ && !rules_.untilStreamsEnd;
-    int chunks = last ? chunksOfTheDead : ready ? 1 : 0;
+    int chunks = last ? chunksAfterExit : ready ? 1 : 0;
     while (stream.end && chunks-- > 0 && readChunk(stream))
         continue;
 }
