@@ -132,13 +132,16 @@ async function journey(desktop, snap) {
   await snap('review', { unlike: 'stop' });
 }
 
+// Until the page has come, the main window shows native cards: where it is wanted, a longer rest.
+const PAGE = 8;
+
 export const pictures = {
   journey: { set: ['-KDWindowSize', '720x600'], walk: journey },
   'main-narrow': { seed: inbox, set: ['-KDWindowSize', '380x700'] },
   terminal: { seed: inbox, terminal: '100x30' },
   'terminal-small': { seed: inbox, terminal: '60x20' },
-  'main-inbox': { seed: inbox, both: true },
-  'main-inspector': { seed: inbox, set: ['-KDInspector', 'YES'] },
+  'main-inbox': { seed: inbox, both: true, rests: PAGE },
+  'main-inspector': { seed: inbox, set: ['-KDInspector', 'YES'], rests: PAGE },
   'native-inbox': { seed: inbox, set: ['-KDNativeInbox', 'YES'], both: true },
   'main-expert': { seed: inbox, then: (d) => d.screen.keys('ctrl+shift+e') },
   'main-failed': { resources: false, setup: false },

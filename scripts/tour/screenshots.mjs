@@ -129,15 +129,17 @@ function lookAt(screen, id) {
 }
 
 /** The window once it shows something and has come to rest, or was looked at often; one that is `moving` as it is. */
-async function settled({ world, screen }, find, { moving, plain, unlike } = {}) {
+async function settled({ world, screen }, find, { moving, plain, unlike, rests = 1 } = {}) {
   let last;
   let looks = 0;
+  let alike = 0;
   return world.until(
     'a window with content that rests',
     async () => {
       const seen = lookAt(screen, find());
       const isThere = (plain || seen.colours >= LEAST_COLOURS) && seen.signature !== unlike;
-      if (isThere && (moving || seen.signature === last || ++looks > 8)) return seen;
+      alike = seen.signature === last ? alike + 1 : 0;
+      if (isThere && (moving || alike >= rests || ++looks > 8 + rests)) return seen;
       last = seen.signature;
       if (!moving) await pause(SETTLE_MS);
       return false;
