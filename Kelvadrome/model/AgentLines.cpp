@@ -12,14 +12,27 @@ bool isOf(const Card& card, const Session& session) {
     return card.agent == session.agent && card.sessionId.value_or("") == session.sessionId;
 }
 
+std::string lastPart(std::string path) {
+    while (path.ends_with('/'))
+        path.pop_back();
+    return path.substr(path.rfind('/') + 1);
+}
+
 } // namespace
 
-std::string placeOf(const Session& session) {
+std::string placeOf(const Session& session, const std::optional<std::string>& topic) {
     std::string place = session.callsign.value_or("");
-    if (!session.tty)
-        return place;
-    const bool known = session.host && *session.host != "unknown";
-    return place + (place.empty() ? "" : " · ") + (known ? *session.host + " " : "") + *session.tty;
+    const auto add = [&](const std::string& words) {
+        if (!words.empty())
+            place += (place.empty() ? "" : " · ") + words;
+    };
+    if (const auto folder = lastPart(session.folder.value_or("")); folder != topic)
+        add(folder);
+    std::string terminal = session.host && *session.host != "unknown" ? *session.host : "";
+    if (const auto& where = session.pane ? session.pane : session.tty)
+        terminal += (terminal.empty() ? "" : " ") + *where;
+    add(terminal);
+    return place;
 }
 
 const Session* sessionOf(const Card& card, const std::vector<Session>& sessions) {
@@ -32,11 +45,11 @@ const Session* sessionOf(const Card& card, const std::vector<Session>& sessions)
 AgentLine agentLine(const AppState& state, const Session& session) {
     AgentLine line{.lamp = InboxLogic::lamp(session.status, session.detail),
         .name = InboxLogic::agentDisplay(session.agent, session.label),
-        .place = placeOf(session),
         .id = session.agent + ":" + session.sessionId,
         .waiting = std::ranges::count_if(state.cards,
             [&](const Card& card) { return InboxLogic::needsYou(card) && isOf(card, session); })};
     const auto topic = session.topicTitle ? session.topicTitle : topicTitle(state, session.topic);
+    line.place = placeOf(session, topic);
     if (line.lamp == InboxLogic::Lamp::working && topic) {
         line.words = "Working on " + *topic;
     } else if (session.detail && !session.detail->empty()) {

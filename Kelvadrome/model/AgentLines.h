@@ -26,8 +26,10 @@ AgentLine agentLine(const AppState& state, const AgentsStatus::Session& session)
 /// One for each of `agentRows`.
 std::vector<AgentLine> agentLines(const AppState& state);
 
-/// Callsign and terminal of a session: "Ada · tmux pts/3". Empty when neither is known.
-std::string placeOf(const AgentsStatus::Session& session);
+/// Callsign, folder and terminal of a session, as far as they are known: "Ada · billing · tmux %3". The
+/// folder is left out where it only repeats the topic.
+std::string placeOf(
+    const AgentsStatus::Session& session, const std::optional<std::string>& topic = std::nullopt);
 /// The session that opened a card, when the daemon reports it.
 const AgentsStatus::Session* sessionOf(const Card& card, const std::vector<AgentsStatus::Session>& sessions);
 /// "needs you", "working", "idle" or "failed": what the lamp's colour says.

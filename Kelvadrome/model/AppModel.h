@@ -206,6 +206,12 @@ private:
     // The panel, AppModelActions.cpp.
     void hold(Card card, std::string label, Task<PageSession::ReceiptOut> call, double window);
     Task<> dismissNow(Card card);
+    Task<> snoozeNow(std::string id);
+    Task<> wakeNow(std::string id);
+    void forgetToldSnoozes();
+    /// The open card of this id, if it is snoozed.
+    const Card* snoozedNow(const std::string& id) const;
+    void wakeIfSnoozed(const std::string& id);
     Task<> reviewNow(Card card, std::string answer);
     Task<> focusTerminal(AgentsStatus::Session session);
     Task<> sendHeld(std::string id, std::uint64_t press, Task<PageSession::ReceiptOut> call);

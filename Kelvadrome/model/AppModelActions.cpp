@@ -12,7 +12,6 @@ constexpr double highRiskWindow = 5.0; // and that for one that is, if it doesn'
 constexpr double undoWindow = 2.0;     // the daemon's own, for a card that isn't of high risk
 constexpr double afterWindow = 0.3;
 constexpr double shownAsSent = 2.5;
-constexpr double snoozeTime = 1800;
 constexpr double endTimeout = 10;
 constexpr const char* noTerminal = "This agent's terminal can't be brought to the front.";
 constexpr double lookPause = 5.0; // between two looks at a card whose answer may have been lost
@@ -45,6 +44,17 @@ struct FocusOut {
 /// Whether its answers are the page's business alone.
 bool isForThePage(const Card& card) {
     return card.risk == "high" || !card.answerable;
+}
+
+/// Not so of a daemon that has no such call.
+bool isRefusal(const std::exception_ptr& error) {
+    try {
+        std::rethrow_exception(error);
+    } catch (const DaemonError& refused) {
+        return !refused.isMissingRoute();
+    } catch (...) {
+        return false;
+    }
 }
 
 } // namespace
@@ -105,6 +115,7 @@ Task<> AppModel::sendHeld(std::string id, std::uint64_t press, Task<PageSession:
     auto reason = describe(receipt.error());
     const bool refused = provesRefusal(receipt.error());
     removeHold(id);
+    wakeIfSnoozed(id); // what became of the answer is not to be out of sight
     set(&AppState::panelError, reason);
     know(id, press, refused ? Known::refused : Known::unclear, std::move(reason));
     if (!refused)
@@ -230,11 +241,67 @@ void AppModel::snooze(Card card) {
     auto later = state_.later;
     later[card.id] = parts_.clock->now() + seconds(snoozeTime);
     set(&AppState::later, std::move(later));
+    launch("snooze", snoozeNow(std::move(card.id)));
+}
+
+/// The card is out of sight at once, and stays so here if the daemon knows no snoozing.
+Task<> AppModel::snoozeNow(std::string id) {
+    const auto self = shared_from_this();
+    boost::json::object body{{"card_id", id}, {"minutes", static_cast<std::int64_t>(snoozeTime / 60)}};
+    const auto reply =
+        co_await attempt(parts_.session->post<AnyDecodable>("/v1/page/snooze", std::move(body)));
+    if (tasks_.closed())
+        co_return;
+    if (!reply && isRefusal(reply.error())) {
+        state_.later.erase(id);
+        changes_.changed();
+        set(&AppState::panelError, "It was not snoozed: " + describe(reply.error()));
+    } else if (reply && !snoozedNow(id)) {
+        co_return co_await wakeNow(std::move(id)); // woken before the daemon had heard of it
+    }
+    co_await refresh();
+}
+
+/// Where the daemon tells until when, only that counts: it may be woken on the page.
+void AppModel::forgetToldSnoozes() {
+    if (state_.later.empty())
+        return;
+    for (const auto& card : state_.cards) {
+        if (card.snoozedUntil)
+            state_.later.erase(card.id);
+    }
 }
 
 void AppModel::wake(const Card& card) {
-    if (state_.later.erase(card.id) > 0)
-        changes_.changed();
+    state_.later.erase(card.id);
+    const auto open = std::ranges::find(state_.cards, card.id, &Card::id);
+    if (open != state_.cards.end())
+        open->snoozedUntil.reset();
+    changes_.changed();
+    launch("wake", wakeNow(card.id));
+}
+
+Task<> AppModel::wakeNow(std::string id) {
+    const auto self = shared_from_this();
+    boost::json::object body{{"card_id", id}};
+    const auto reply = co_await attempt(parts_.session->post<AnyDecodable>("/v1/page/wake", std::move(body)));
+    if (tasks_.closed())
+        co_return;
+    if (!reply && isRefusal(reply.error()))
+        set(&AppState::panelError, "It was not woken: " + describe(reply.error()));
+    co_await refresh();
+}
+
+const Card* AppModel::snoozedNow(const std::string& id) const {
+    const auto card = std::ranges::find(state_.cards, id, &Card::id);
+    const bool snoozed =
+        card != state_.cards.end() && snoozedUntil(state_, *card, parts_.clock->now()).has_value();
+    return snoozed ? &*card : nullptr;
+}
+
+void AppModel::wakeIfSnoozed(const std::string& id) {
+    if (const auto* const card = snoozedNow(id))
+        wake(Card(*card));
 }
 
 void AppModel::dismiss(Card card) {
@@ -318,7 +385,7 @@ void AppModel::openAgent(const std::string& id) {
         return;
     }
     openMainWindow();
-    state_.later.erase(card->id);
+    wakeIfSnoozed(card->id);
     openCard(std::move(*card));
 }
 

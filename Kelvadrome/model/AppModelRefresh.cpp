@@ -106,6 +106,7 @@ Task<> AppModel::refresh() {
 void AppModel::apply(Reads reads) {
     if (reads.cards) {
         set(&AppState::cards, std::move(*reads.cards));
+        forgetToldSnoozes();
         settlePressed(reads.began);
         if (std::ranges::find(state_.cards, state_.reviewed, &Card::id) == state_.cards.end())
             endReview();

@@ -10,6 +10,7 @@ namespace kelvadrome {
 namespace {
 
 constexpr std::size_t panelRows = 3;
+constexpr double longestSnooze = 7 * 86'400; // that the daemon takes
 
 bool containsLowercased(const std::optional<std::string>& text, const std::string& part) {
     return text && Text::lowercased(*text).contains(part);
@@ -71,14 +72,29 @@ bool holdsEdge(const AppState& state, const AgentsStatus::Session& session) {
     return containsLowercased(lock->holder->handoff, label) || containsLowercased(lock->holder->label, label);
 }
 
-bool isSnoozed(const AppState& state, const Card& card, WallTime now) {
+std::optional<WallTime> snoozedUntil(const AppState& state, const Card& card, WallTime now) {
+    const auto within = [&](WallTime until, double longest) {
+        return until >= now && until <= now + seconds(longest);
+    };
+    const auto told = card.snoozedUntil ? InboxLogic::date(*card.snoozedUntil) : std::nullopt;
+    if (told && within(*told, longestSnooze))
+        return told;
     const auto later = state.later.find(card.id);
-    return later != state.later.end() && later->second >= now && !state.holds.contains(card.id);
+    return later != state.later.end() && within(later->second, snoozeTime) ? std::optional(later->second)
+                                                                           : std::nullopt;
+}
+
+bool isSnoozed(const AppState& state, const Card& card, WallTime now) {
+    return !state.holds.contains(card.id) && snoozedUntil(state, card, now);
 }
 
 std::int64_t snoozedCount(const AppState& state, WallTime now) {
     return std::ranges::count_if(state.cards,
         [&](const Card& card) { return InboxLogic::needsYou(card) && isSnoozed(state, card, now); });
+}
+
+std::string kdCommand(const AppState& state) {
+    return state.health ? state.health->kd : Health().kd;
 }
 
 std::vector<Card> panelCards(const AppState& state, WallTime now) {

@@ -65,8 +65,9 @@ struct AppState {
     std::optional<SecondLook> secondLook;   // an answer of high risk that waits to be confirmed
     std::map<std::string, PanelHold> holds; // by card id
     PressedAnswers pressed;                 // what is known of each answer that has no known end yet
-    std::map<std::string, WallTime> later;  // by card id: hidden from the panel until then; not persisted
-    std::optional<std::string> panelError;  // shown at the top of the panel
+    std::map<std::string, WallTime>
+        later; // by card id: snoozed here, as long as the daemon doesn't tell of it
+    std::optional<std::string> panelError;        // shown at the top of the panel
     std::optional<std::string> credentialsExpiry; // in spite of its name "port <n>", the page session's port
     std::optional<bool> notificationsAllowed;
     std::optional<std::string> notice;
@@ -90,10 +91,16 @@ std::optional<std::string> topicTitle(const AppState& state, const std::optional
 std::optional<AgentsStatus::Lock> edgeLock(const AppState& state);
 /// Whether the Edge browser is held for this session.
 bool holdsEdge(const AppState& state, const AgentsStatus::Session& session);
+inline constexpr double snoozeTime = 1800; // seconds
+/// Until when the card is snoozed, by the daemon or here. A time further ahead than can be asked for counts
+/// as none: the clock was set back, and the card is not to wait for that.
+std::optional<WallTime> snoozedUntil(const AppState& state, const Card& card, WallTime now);
 /// Whether the card is out of sight until later.
 bool isSnoozed(const AppState& state, const Card& card, WallTime now);
 /// How many of the open cards that need the user are.
 std::int64_t snoozedCount(const AppState& state, WallTime now);
+/// What starts `kd` at a shell of this machine.
+std::string kdCommand(const AppState& state);
 /// The panel's rows, at most 3: what needs the user and isn't snoozed, and every row under way.
 std::vector<Card> panelCards(const AppState& state, WallTime now);
 

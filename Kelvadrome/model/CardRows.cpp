@@ -1,6 +1,7 @@
 #include "Kelvadrome/model/CardRows.h"
 
 #include "Kelvadrome/model/AgentLines.h"
+#include "Kelvadrome/model/LocalTime.h"
 #include "KelvadromeKit/attention/InboxLogic.h"
 #include "KelvadromeKit/support/Text.h"
 
@@ -120,16 +121,11 @@ std::vector<PanelAction> actionsOf(const PanelCard& row, bool holdsEdgeBrowser) 
     return actions;
 }
 
-std::optional<WallTime> laterOf(const AppState& state, const Card& card, WallTime now) {
-    const auto later = state.later.find(card.id);
-    return later != state.later.end() && later->second >= now ? std::optional(later->second) : std::nullopt;
-}
-
 PanelCard cardRow(const AppState& state, const Card& card, const Session* session, WallTime now) {
     const auto* const pressed = pressedOf(state, card.id);
     PanelCard row{.card = card,
         .agent = agentOf(card, session),
-        .place = session ? placeOf(*session) : std::string(),
+        .place = session ? placeOf(*session, topicTitle(state, card.topic)) : std::string(),
         .topic = topicTitle(state, card.topic),
         .age = InboxLogic::age(card.openedAt, now),
         .summary = InboxLogic::summary(card),
@@ -138,7 +134,9 @@ PanelCard cardRow(const AppState& state, const Card& card, const Session* sessio
         .way = wayOf(card, pressed),
         .highRisk = card.risk == "high",
         .answerable = card.answerable,
-        .later = laterOf(state, card, now)};
+        .later = snoozedUntil(state, card, now)};
+    if (row.later)
+        row.snoozed = "Snoozed until " + momentWords(*row.later, now);
     row.actions = actionsOf(row, session && holdsEdge(state, *session));
     return row;
 }
@@ -146,7 +144,7 @@ PanelCard cardRow(const AppState& state, const Card& card, const Session* sessio
 HoldRow holdRow(const AppState& state, const PanelHold& hold, const Session* session, WallTime now) {
     HoldRow row{.card = hold.card,
         .agent = agentOf(hold.card, session),
-        .place = session ? placeOf(*session) : std::string(),
+        .place = session ? placeOf(*session, topicTitle(state, hold.card.topic)) : std::string(),
         .topic = topicTitle(state, hold.card.topic),
         .label = hold.label,
         .committed = hold.committed,
@@ -262,9 +260,9 @@ std::optional<double> cardRowsChangeIn(
         if (wait)
             soonest = std::min(soonest.value_or(*wait), std::max(*wait, 0.0));
     };
-    for (const auto& [id, until] : state.later) {
-        if (until >= now)
-            at((until - now).count() + 0.001); // hidden at that very moment still
+    for (const auto& card : state.cards) {
+        if (const auto until = snoozedUntil(state, card, now))
+            at((*until - now).count() + 0.001); // hidden at that very moment still
     }
     for (const auto& [id, hold] : state.holds) {
         const auto overdue = hold.until + seconds(patience);

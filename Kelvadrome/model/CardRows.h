@@ -62,6 +62,7 @@ struct PanelCard {
     bool highRisk = false;  // to be reviewed in the page; never answered from here
     bool answerable = true; // false: no answer can be typed for it; `card.deliveryNote` may say why
     std::optional<WallTime> later = {};    // when the panel shows it again, while that is to come
+    std::string snoozed = {};              // that in words: "Snoozed until 14:05"
     std::vector<PanelAction> actions = {}; // the chief one first, what puts the card out of sight last
 
     /// Whether an answer can be pressed here.

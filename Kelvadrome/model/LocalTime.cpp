@@ -43,6 +43,10 @@ std::string dayWords(WallTime day, WallTime now) {
     return formatted("%x", localParts(day));
 }
 
+std::string momentWords(WallTime time, WallTime now) {
+    return (isSameDay(time, now) ? "" : dayWords(time, now) + " ") + clockTime(time);
+}
+
 bool isSameDay(WallTime left, WallTime right) {
     const auto a = localParts(left);
     const auto b = localParts(right);

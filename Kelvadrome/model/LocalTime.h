@@ -10,6 +10,8 @@ namespace kelvadrome {
 std::string clockTime(WallTime time);
 /// "Today", "Yesterday" or the date as the locale writes it.
 std::string dayWords(WallTime day, WallTime now);
+/// The time of day, after the date when that isn't today's.
+std::string momentWords(WallTime time, WallTime now);
 /// Whether both fall on one day of the user's calendar.
 bool isSameDay(WallTime left, WallTime right);
 

@@ -1,5 +1,7 @@
 #include "Kelvadrome/model/MenuPanel.h"
 
+#include "Kelvadrome/model/LocalTime.h"
+
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -41,6 +43,21 @@ void setBody(MenuPanelContent& panel, const AppState& state, const std::vector<C
     }
     panel.body = Body::rows;
     panel.rows = cardRows(state, cards, now);
+}
+
+/// "1 snoozed until 14:05", "2 snoozed, next at 14:05".
+std::optional<std::string> snoozedLine(const AppState& state, WallTime now) {
+    const auto count = snoozedCount(state, now);
+    std::optional<WallTime> first;
+    for (const auto& card : state.cards) {
+        const auto until = snoozedUntil(state, card, now);
+        if (until && InboxLogic::needsYou(card) && isSnoozed(state, card, now))
+            first = std::min(first.value_or(*until), *until);
+    }
+    if (!first)
+        return std::nullopt;
+    return fmt::format(
+        "{} snoozed{} {}", count, count == 1 ? " until" : ", next at", momentWords(*first, now));
 }
 
 } // namespace
@@ -92,8 +109,7 @@ MenuPanelContent menuPanel(const AppState& state, WallTime now) {
     const auto more = panel.needsYou - static_cast<std::int64_t>(cards.size());
     if (more > 0)
         panel.more = fmt::format("{} more in the Inbox", more);
-    if (const auto snoozed = snoozedCount(state, now); snoozed > 0)
-        panel.snoozed = fmt::format("{} snoozed", snoozed);
+    panel.snoozed = snoozedLine(state, now);
     return panel;
 }
 

@@ -38,7 +38,7 @@ struct MenuPanelContent {
     std::optional<std::string> error;
     PanelAction open;
     std::optional<std::string> more;    // how many cards wait beside those shown
-    std::optional<std::string> snoozed; // how many of them are to come back later
+    std::optional<std::string> snoozed; // how many of them are to come back later, and when
 
     static constexpr std::size_t maxAgents = 12;
     bool operator==(const MenuPanelContent&) const = default;

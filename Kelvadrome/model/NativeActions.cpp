@@ -50,7 +50,8 @@ void copyCommand(std::string command, const char* notice, AppModel& model) {
 /// Only commands that begin a handoff reach the clipboard.
 void delegate(const JSONObject& body, AppModel& model) {
     auto command = text(body, "command");
-    if (!command || !(command->starts_with("kd ") || command->starts_with("q ")))
+    const auto begins = [&](const std::string& program) { return command->starts_with(program + " "); };
+    if (!command || !(begins("kd") || begins("q") || begins(kdCommand(model.state()))))
         return;
     copyCommand(std::move(*command), "Command copied. Paste it in Terminal to start the handoff.", model);
 }

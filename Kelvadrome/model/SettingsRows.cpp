@@ -217,8 +217,9 @@ Group places(const AppState& state, const SettingsFacts& facts) {
             fact("settings-file", "Settings of this app", place.settingsFile),
             fact("secret", "Key to the page",
                 facts.secretPlace.value_or("Not known yet.") +
-                    " kd page-key tells which program holds the page; kd page-key --reset forgets a key that "
-                    "was lost."),
+                    fmt::format(" {0} page-key tells which program holds the page; {0} page-key --reset "
+                                "forgets a key that was lost.",
+                        kdCommand(state))),
             fact("session", "Session of the page",
                 "In memory only, and gone when kelvadrome quits" +
                     (state.credentialsExpiry ? ". Open on 127.0.0.1, " + *state.credentialsExpiry + "."

@@ -9,6 +9,7 @@
 #include "KelvadromeKit/support/Log.h"
 
 #include <boost/asio/io_context.hpp>
+#include <fmt/format.h>
 
 #include <clocale>
 #include <csignal>
@@ -57,8 +58,7 @@ public:
         : hub_(
               arguments, context_.get_executor(), pool_,
               [this](std::string title, std::string text, std::string button) {
-                  return tellOfForeignKey(
-                      host_, board_, display_, std::move(title), std::move(text), std::move(button));
+                  return tellOfForeignKey(this, std::move(title), std::move(text), std::move(button));
               },
               std::make_shared<NoApps>()),
           display_(noDisplay.empty() &&
@@ -118,12 +118,16 @@ private:
     }
 
     /// Where the desktop isn't, its keyring may be out of reach, and with it the key that is registered.
-    static Task<> tellOfForeignKey(std::shared_ptr<TerminalHost> host, std::shared_ptr<PanelBoard> board,
-        bool display, std::string title, std::string text, std::string button) {
+    static Task<> tellOfForeignKey(
+        TerminalApplication* self, std::string title, std::string text, std::string button) {
+        const auto host = self->host_;
+        const auto board = self->board_;
+        const bool display = self->display_;
+        const auto kd = kdCommand(self->model_->state());
         auto alert = host->criticalAlert(std::move(title), std::move(text), std::move(button));
         co_await std::move(alert);
-        std::string note =
-            "kd page-key tells which program holds the page; kd page-key --reset forgets its key.";
+        std::string note = fmt::format(
+            "{0} page-key tells which program holds the page; {0} page-key --reset forgets its key.", kd);
         if (!display) {
             note = "If kelvadrome was set up on this machine's desktop, its key is in the keyring there: log "
                    "in on the "

@@ -35,6 +35,8 @@ AgentsStatus::Session AgentsStatus::Session::decode(const JSONValue& value) {
     session.callsign = object.lenient<std::string>("callsign");
     session.host = object.lenient<std::string>("host");
     session.tty = object.lenient<std::string>("tty");
+    session.folder = object.lenient<std::string>("folder");
+    session.pane = object.lenient<std::string>("pane");
     return session;
 }
 

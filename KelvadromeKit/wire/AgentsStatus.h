@@ -23,6 +23,8 @@ struct AgentsStatus {
         std::optional<std::string> callsign = {}; // by which agents of one kind are told apart
         std::optional<std::string> host = {};     // of its terminal, such as "tmux"
         std::optional<std::string> tty = {};
+        std::optional<std::string> folder = {}; // that it works in
+        std::optional<std::string> pane = {};   // of its terminal, as the host names it
 
         static Session decode(const JSONValue& value);
         bool operator==(const Session&) const = default;

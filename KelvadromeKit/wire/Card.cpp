@@ -39,6 +39,7 @@ Card Card::decode(const JSONValue& value) {
     card.menu = object.lenient<bool>("menu").value_or(false);
     const auto screen = object.find("screen");
     card.screen = screen && screen->isObject();
+    card.snoozedUntil = object.lenient<std::string>("snoozed_until");
     return card;
 }
 

@@ -47,6 +47,7 @@ struct Card {
     bool maybeTyped = false; // an earlier answer may stand in the agent's terminal
     bool menu = false;       // its options are all that can be answered: a menu in the terminal
     bool screen = false;     // so too, of a question of the agent's own screen
+    std::optional<std::string> snoozedUntil = {}; // ISO 8601, kept as text
 
     static Card decode(const JSONValue& value);
     bool operator==(const Card&) const = default;

@@ -27,6 +27,7 @@ Health Health::decode(const JSONValue& value) {
     health.home = object.valueOr<std::string>("home", "");
     health.watermark = decodeWatermark(object);
     health.uptimeS = object.optional<double>("uptime_s");
+    health.kd = object.lenient<std::string>("kd").value_or("kd");
     return health;
 }
 

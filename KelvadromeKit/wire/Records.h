@@ -18,6 +18,7 @@ struct Health {
     std::string home;
     std::optional<std::string> watermark; // sent as a string or as a number
     std::optional<double> uptimeS;
+    std::string kd = "kd"; // what starts its command at a shell of this machine
 
     static Health decode(const JSONValue& value);
     bool operator==(const Health&) const = default;

@@ -3,6 +3,8 @@
 
 #include "tests/model/World.h"
 
+#include <fmt/chrono.h>
+
 namespace kelvadrome::test {
 namespace {
 
@@ -31,6 +33,9 @@ protected:
         return found == state().holds.end() ? nullptr : &found->second;
     }
     PanelCard row() const { return std::get<PanelCard>(menuPanel(state(), clock->now()).rows.at(0)); }
+    PanelCard row0() const {
+        return std::get<PanelCard>(cardRows(state(), state().cards, clock->now()).at(0));
+    }
     void loseTheReply() {
         page->loseReplies = true;
         model->answer(question(), "Yes");
@@ -244,13 +249,51 @@ TEST_F(PanelActions, whatCannotBeDismissedSaysWhyAndASnoozedCardIsWoken) {
     EXPECT_EQ(snoozedCount(state(), clock->now()), 0);
 }
 
+TEST_F(PanelActions, aSnoozeIsTheDaemonsOnceItTellsOfItAndOursUntilThen) {
+    const auto snoozed = [&] { return snoozedCount(state(), clock->now()) == 1; };
+    const auto saidLast = [&](const std::string& path) {
+        until([&] { return !page->posts.empty() && page->posts.back().url == FakePage::origin() + path; },
+            path);
+    };
+    readCards({cardJSON("a")});
+    page->replies["/v1/page/snooze"] = FakePage::failure("not_found", "No such call.");
+    model->snooze(question());
+    saidLast("/v1/page/snooze");
+    EXPECT_EQ(page->posts.back().body, R"({"card_id":"a","minutes":30})");
+    refresh();
+    EXPECT_TRUE(snoozed()) << "the daemon knows no snoozing";
+    EXPECT_EQ(state().panelError, std::nullopt);
+
+    const auto told = [&](double later) {
+        const auto at = std::chrono::system_clock::to_time_t(
+            std::chrono::floor<std::chrono::seconds>(clock->now() + seconds(later)));
+        readCards({cardWith(fmt::format(R"(,"snoozed_until":"{:%FT%TZ}")", fmt::gmtime(at)))});
+    };
+    told(600);
+    EXPECT_TRUE(snoozed() && row0().later && row0().snoozed.starts_with("Snoozed until "));
+    readCards({cardJSON("a")});
+    EXPECT_FALSE(snoozed()) << "woken on the page";
+    told(8 * 86'400);
+    EXPECT_FALSE(snoozed()) << "the clock was set back";
+    told(600);
+    model->wake(question());
+    EXPECT_FALSE(snoozed()) << "at once";
+    saidLast("/v1/page/wake");
+
+    readCards({cardJSON("a")});
+    page->replies["/v1/page/snooze"] = FakePage::failure("conflict", "This question is over.");
+    model->snooze(question());
+    until([&] { return state().panelError == "It was not snoozed: This question is over."; }, "the reason");
+    EXPECT_FALSE(snoozed());
+}
+
 TEST_F(PanelActions, aPressOnAnAgentLeadsToItsCardOrItsTerminal) {
     reply("/v1/agents/status",
-        R"({"sessions":[{"agent":"claude","session_id":"1","status":"busy","callsign":"Ada","host":"tmux","tty":"pts/3"},
+        R"({"sessions":[{"agent":"claude","session_id":"1","status":"busy","callsign":"Ada","host":"tmux","tty":"pts/3","folder":"/w/shop/","pane":"%4"},
             {"agent":"claude","session_id":"2","status":"waiting_me","callsign":"Bruno"}]})");
     readCards({cardWith(R"(,"agent":"claude","session_id":"2")")});
     const auto lines = agentLines(state());
-    EXPECT_EQ(sentenceOf(lines.at(0)), "Claude Code, Ada · tmux pts/3: working");
+    EXPECT_EQ(sentenceOf(lines.at(0)), "Claude Code, Ada · shop · tmux %4: working");
     EXPECT_EQ(lines.at(1).waiting, 1);
     model->openAgent("claude:2");
     EXPECT_EQ(web->calls.last("navigate"), "navigate / all a");

@@ -32,22 +32,22 @@ const std::string fullCard =
     R"({"id":"c","version":3,"kind":"k","risk":"high","state":"held","topic":"t","agent":"a","session_id":"s",
         "stop_type":"p","title":"T","body":"b","options":["x","y"],"default":"x","blocking":false,
         "rows":[{"question_id":"q","text":"t","agent_state":"w"}],"opened_at":"o","held_until":"h",
-        "refs":{"a":"b"}})";
+        "refs":{"a":"b"},"snoozed_until":"z"})";
 const std::string fullSession = R"({"agent":"a","session_id":"s","label":"l","status":"w","topic":"t",
-        "kind":"k","doing":"d","topic_title":"T"})";
+        "kind":"k","doing":"d","topic_title":"T","folder":"/f","pane":"%1"})";
 const std::string fullReceipt = R"({"event_id":"e","action":"a","line":"l","topic":"t","ts":"s"})";
 
 const Shape shapes[] = {
-    {fullCard, {"id", "version", "kind", "title", "opened_at"}, {}, decodeAs<Card>},
+    {fullCard, {"id", "version", "kind", "title", "opened_at"}, {"snoozed_until"}, decodeAs<Card>},
     {R"({"question_id":"q","text":"t","default":"d","agent_state":"w"})",
         {"question_id", "text", "agent_state"}, {}, decodeAs<BatchRow>},
-    {R"({"name":"n","version":"v","pid":5,"home":"h","watermark":"w","uptime_s":1.5})", {}, {"watermark"},
-        decodeAs<Health>},
+    {R"({"name":"n","version":"v","pid":5,"home":"h","watermark":"w","uptime_s":1.5,"kd":"kd"})", {},
+        {"watermark", "kd"}, decodeAs<Health>},
     {R"({"id":"i","title":"t","scope":"s","open_cards":2})", {"id"}, {"open_cards"}, decodeAs<BoardRow>},
     {fullReceipt, {"event_id", "action", "line", "ts"}, {}, decodeAs<Receipt>},
     {R"({"sessions":[],"locks":[],"autopilot":[]})", {}, {"sessions", "locks", "autopilot"},
         decodeAs<AgentsStatus>},
-    {fullSession, {"agent", "session_id", "status"}, {}, decodeAs<AgentsStatus::Session>},
+    {fullSession, {"agent", "session_id", "status"}, {"folder", "pane"}, decodeAs<AgentsStatus::Session>},
     {R"({"resource":"r","holder":{"handoff":"h"},"queue":2})", {"resource"}, {"queue"},
         decodeAs<AgentsStatus::Lock>},
     {R"({"completed":true,"agents":[{"id":"i"}]})", {}, {}, decodeAs<OnboardingStatus>},
@@ -83,8 +83,9 @@ TEST(Records, everyFieldKeepsItsRuleForMissingNullAndWrongValues) {
 }
 
 TEST(Records, aFullCardKeepsEveryValueAndASmallOneItsDefaults) {
-    const Card full{"c", 3, "k", "high", "held", "t", "a", "s", "p", "T", "b", {"x", "y"}, "x", false,
+    Card full{"c", 3, "k", "high", "held", "t", "a", "s", "p", "T", "b", {"x", "y"}, "x", false,
         std::vector<BatchRow>{{"q", "t", {}, "w"}}, "o", "h", std::map<std::string, std::string>{{"a", "b"}}};
+    full.snoozedUntil = "z";
     EXPECT_EQ(decodeJSON<Card>(fullCard), full);
     Card small;
     small.id = "c", small.version = 1, small.kind = "k", small.title = "T", small.openedAt = "o";

@@ -88,9 +88,9 @@ void PanelView::makeFooter() {
     row->append(open_);
     more_.add_css_class("dim-label");
     row->append(more_);
-    snoozed_.add_css_class("dim-label");
-    row->append(snoozed_);
     append(*row);
+    asWords(snoozed_, "dim-label");
+    append(snoozed_);
 }
 
 void PanelView::setShown(bool shown) {

@@ -5,7 +5,6 @@
 #include "Kelvadrome/gtk/parts/FlowRow.h"
 #include "Kelvadrome/gtk/parts/Focus.h"
 #include "Kelvadrome/gtk/parts/Words.h"
-#include "Kelvadrome/model/LocalTime.h"
 #include "KelvadromeKit/attention/DesignWords.h"
 #include "KelvadromeKit/attention/InboxLogic.h"
 
@@ -40,12 +39,6 @@ bool standsAlone(const PanelAction& action, const PanelCard& card) {
            std::ranges::find(card.card.options, action.answer) == card.card.options.end();
 }
 
-std::string laterWords(const std::optional<WallTime>& later) {
-    if (!later)
-        return {};
-    return "Snoozed until " + clockTime(*later);
-}
-
 /// Whether keys are typed into a text within.
 bool isTyped(Gtk::Widget& within) {
     auto* const root = gtk_widget_get_root(GTK_WIDGET(within.gobj()));
@@ -57,6 +50,7 @@ PanelRow lasting(PanelRow row) {
     if (auto* const card = std::get_if<PanelCard>(&row)) {
         card->age.clear();
         card->later.reset();
+        card->snoozed.clear();
     } else {
         std::get<HoldRow>(row).left = 0;
     }
@@ -141,9 +135,8 @@ void CardView::refresh(const PanelRow& row) {
         setAccessibleName(*title_, (card->highRisk ? "High risk, " : "") + words + ", " + card->summary +
                                        (card->refused ? ", your answer was not delivered" : "") +
                                        (card->way.empty() ? "" : ", " + card->way));
-        const auto later = laterWords(card->later);
-        snoozedUntil_->set_text(later);
-        snoozedUntil_->set_visible(!later.empty());
+        snoozedUntil_->set_text(card->snoozed);
+        snoozedUntil_->set_visible(!card->snoozed.empty());
     } else if (undoTime_) {
         const auto& hold = std::get<HoldRow>(row);
         undoTime_->set_fraction(hold.duration > 0 ? std::clamp(hold.left / hold.duration, 0.0, 1.0) : 0);
@@ -251,6 +244,7 @@ void CardView::addActions(const PanelCard& card) {
 Gtk::Box* CardView::buttons(const std::vector<PanelAction>& actions, const PanelCard& card) {
     auto* const row = CardControls::box(Gtk::Orientation::HORIZONTAL, 0);
     flow(*row);
+    Gtk::Box* aside = nullptr; // what is no answer goes to the next line together
     for (const auto& action : actions) {
         const auto option = std::ranges::find(card.card.options, action.answer);
         const auto number = option - card.card.options.begin() + 1;
@@ -263,7 +257,15 @@ Gtk::Box* CardView::buttons(const std::vector<PanelAction>& actions, const Panel
         } else if (!isChoice(action) && action.kind != PanelAction::Kind::review) {
             press->add_css_class("flat");
         }
-        row->append(*press);
+        if (isChoice(action) || action.kind == PanelAction::Kind::review) {
+            row->append(*press);
+            continue;
+        }
+        if (!aside) {
+            aside = CardControls::box(Gtk::Orientation::HORIZONTAL, 6);
+            row->append(*aside);
+        }
+        aside->append(*press);
     }
     return row;
 }

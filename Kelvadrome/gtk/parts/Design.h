@@ -266,7 +266,7 @@ text > placeholder { opacity: 1; color: @kd_soft; }
 .inspector .log { font-family: monospace; font-size: 86.7%; }
 .strip-window button { padding: 4px 12px; }
 .strip-window button.lamp-button { padding: 0; min-width: 22px; min-height: 22px; border-radius: 11px; }
-.question .key { font-size: 86.7%; font-weight: 700; opacity: .8; }
+.question .key { font-size: 86.7%; font-weight: 700; }
 .error-bar { padding: 8px 16px; background: @kd_danger_wash; border-bottom: 1px solid @kd_danger_edge; }
 .list-heading { font-weight: 700; font-size: 86.7%; color: @kd_soft; padding: 12px 12px 4px; }
 .caption { font-size: 86.7%; }

@@ -24,6 +24,7 @@ using TerminalText::cleanLine;
 constexpr std::size_t shortSummary = 2; // lines
 constexpr std::size_t shortOptions = 3;
 constexpr std::size_t shortBody = 4;
+constexpr int roomForSnooze = 64; // columns in which a card says in its head until when it is snoozed
 
 /// "Claude Code · Ada tmux %3 · Billing"; the last parts go when there is no room.
 StyledLine whoAndWhat(const std::string& agent, const std::string& place,
@@ -63,8 +64,9 @@ StyledLine headOf(const PanelEntry& row, bool selected, int columns) {
     StyledLine right;
     if (card.highRisk)
         right.push_back({"! High risk", Style::alert});
-    if (!card.age.empty())
-        right.push_back({(right.empty() ? "" : "  ") + card.age, Style::dim});
+    const auto& time = card.snoozed.empty() || columns < roomForSnooze ? card.age : card.snoozed;
+    if (!time.empty())
+        right.push_back({(right.empty() ? "" : "  ") + time, Style::dim});
     return spread(whoAndWhat(card.agent, card.place, card.topic, style), std::move(right), columns);
 }
 
@@ -235,6 +237,8 @@ StyledLines full(const PanelEntry& row, Extent extent, int columns) {
     const bool whole = extent == Extent::whole;
     StyledLines out{headOf(row, true, columns)};
     paragraph(out, cleanLine(card.summary), Style::strong, 0, columns, whole ? 0 : shortSummary);
+    if (!card.snoozed.empty() && columns < roomForSnooze)
+        paragraph(out, card.snoozed, Style::dim, 0, columns);
     StyledText::append(out, notices(row, columns));
     appendReading(out, card, extent, columns);
     if (card.way.empty())
