@@ -6,6 +6,7 @@
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/bus/PrivateBus.h"
 
+#include <gio/gunixfdlist.h>
 #include <gmock/gmock.h>
 
 #include <cstdlib>
@@ -62,7 +63,7 @@ protected:
     const std::string file_;
 };
 
-TEST_F(FileRevealTest, theFileManagerSelectsItOrAnOpenerShowsItsFolder) {
+TEST_F(FileRevealTest, theFileManagerSelectsItOrThePortalOrAnOpenerShowsItsFolder) {
     FileReveal reveal(bus);
     reveal.reveal("plan.txt"); // whose folder nobody knows
     reveal.reveal(file_);
@@ -70,7 +71,30 @@ TEST_F(FileRevealTest, theFileManagerSelectsItOrAnOpenerShowsItsFolder) {
     EXPECT_EQ(std::filesystem::read_symlink(folder / "opened"), folder.path());
     std::filesystem::remove(folder / "opened");
 
-    FakePeer manager(connection(), "org.freedesktop.FileManager1");
+    FakePeer manager(connection(), "org.freedesktop.FileManager1"); // knows no such method yet
+    FakePeer portal(connection(), "org.freedesktop.portal.Desktop");
+    struct stat got {};
+    static const GDBusInterfaceVTable table{
+        [](GDBusConnection*, const char*, const char*, const char*, const char*, GVariant*,
+            GDBusMethodInvocation* call, gpointer got) {
+            auto* const files = g_dbus_message_get_unix_fd_list(g_dbus_method_invocation_get_message(call));
+            EXPECT_EQ(::fstat(g_unix_fd_list_peek_fds(files, nullptr)[0], static_cast<struct stat*>(got)), 0);
+            g_dbus_method_invocation_return_value(call, g_variant_new("(o)", "/request"));
+        },
+        nullptr, nullptr, {}};
+    portal.serveRaw("/org/freedesktop/portal/desktop",
+        "<node><interface name='org.freedesktop.portal.OpenURI'><method name='OpenDirectory'>"
+        "<arg type='s' direction='in'/><arg type='h' direction='in'/><arg type='a{sv}' direction='in'/>"
+        "<arg type='o' direction='out'/></method></interface></node>",
+        table, &got);
+    reveal.reveal(file_);
+    waitFor([&] { return got.st_ino != 0; }, "the portal");
+    struct stat expected {};
+    ASSERT_EQ(::stat(file_.c_str(), &expected), 0);
+    EXPECT_EQ(got.st_ino, expected.st_ino);
+    settle(portal.bus, *bus);
+    EXPECT_FALSE(std::filesystem::exists(folder / "opened"));
+
     std::string shown;
     manager.served = manager.bus.serve("/org/freedesktop/FileManager1",
         "<node><interface name='org.freedesktop.FileManager1'><method name='ShowItems'>"
