@@ -20,7 +20,7 @@ try {
       default: 'This one',
     });
   }
-  await world.see(pane, /99\d more in the Inbox/, 'a thousand cards on the panel', 30);
+  await world.see(pane, /1000 need you/, 'a thousand cards on the panel', 30);
   const pid = world.pid(pane);
   const peak = Number(readFileSync(`/proc/${pid}/status`, 'utf8').match(/VmHWM:\s+(\d+)/)[1]);
   emit('panel/peak', Math.round(peak / 102.4) / 10);

@@ -1,7 +1,7 @@
 // Answers from their press to their keys, with the daemon, the panel and agents in panes: tmux-answers.mjs BIN [ROUNDS]
 //
-// First one answer after the other, each with a bare `tmux send-keys` beside it; then 50 answers to 10 agents, pressed
-// as fast as they come. The recorder that plays the agent notes on the monotonic clock when it read a key.
+// First one answer after the other, each with a bare `tmux send-keys` beside it; then 50 answers to 10 agents, each
+// pressed as soon as its agent asks. The recorder that plays the agent notes on the monotonic clock when it read a key.
 import { spawnSync } from 'node:child_process';
 import path from 'node:path';
 import { Hub } from '../../tests/live/keystrokes/hub.mjs';
@@ -19,14 +19,20 @@ const nth = (values, share) => values.toSorted((a, b) => a - b)[Math.ceil(share 
 /** Its answers; all differ, as a line that stands on the screen already is no echo. */
 const answersOf = new Map();
 
-async function press(hub, agent, number) {
+async function press(hub, agent, card_id, number) {
   const answer = `use port ${number + 8001}; then "go"`;
-  const card_id = await agent.ask(`Which port for ${number}?`);
   answersOf.set(agent, [...(answersOf.get(agent) ?? []), answer]);
   const pressed = nowMs();
   await hub.world.call('/v1/cards/answer', { card_id, version: 1, answer });
   return pressed;
 }
+
+/** A question that comes while an answer to an earlier one is typed gets a warning, and has to be read again. */
+const settled = (hub, card_id) =>
+  hub.world.until(
+    'the card to close',
+    async () => !(await hub.world.cards()).some(({ id }) => id === card_id),
+  );
 
 /** When the agent had read all its answers, whole and in their order. */
 function typed(hub, agent, seconds) {
@@ -47,8 +53,10 @@ async function oneByOne(hub, rounds) {
   const other = await hub.agent();
   const delays = [];
   for (let round = 0; round < rounds; ++round) {
-    const pressed = await press(hub, agent, round);
+    const card = await agent.ask(`Which port for ${round}?`);
+    const pressed = await press(hub, agent, card, round);
     const delay = (await typed(hub, agent, 30)) - pressed - BEFORE_RETURN_MS;
+    await settled(hub, card);
     delays.push(delay);
     emit('answer/press-to-key', delay);
     const sent = nowMs();
@@ -62,10 +70,18 @@ async function oneByOne(hub, rounds) {
 async function allAtOnce(hub) {
   const agents = await Promise.all(Array.from({ length: AGENTS }, () => hub.agent()));
   const began = nowMs();
-  for (let answer = 0; answer < ANSWERS_EACH; ++answer) {
-    for (const agent of agents) await press(hub, agent, answer);
-  }
-  const ends = await Promise.all(agents.map((agent) => typed(hub, agent, 90)));
+  // Only the newest question of an agent can be answered.
+  const answerAll = async (agent) => {
+    let end;
+    for (let number = 0; number < ANSWERS_EACH; ++number) {
+      const card = await agent.ask(`Which port for ${number}?`);
+      await press(hub, agent, card, number);
+      end = await typed(hub, agent, 90);
+      await settled(hub, card);
+    }
+    return end;
+  };
+  const ends = await Promise.all(agents.map(answerAll));
   emitValue('answers/over-pauses', (Math.max(...ends) - began) / (AGENTS * ANSWERS_EACH * PAUSES_MS));
 }
 
