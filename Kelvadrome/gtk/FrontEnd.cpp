@@ -220,9 +220,16 @@ private:
         return *setup_;
     }
 
-    /// For good, hidden or not: the C++ binding gives a window up when it hides, and from then on the buttons
-    /// of its title bar don't work.
-    void adopt(Gtk::Window& window) { gtk_application_add_window(application_->gobj(), window.gobj()); }
+    /// For good, hidden or not. The C++ binding takes a window out of the application when it hides, through
+    /// the first handler that a window has, and the buttons of a title bar don't work again after that.
+    void adopt(Gtk::Window& window) {
+        gtk_application_add_window(application_->gobj(), window.gobj());
+        const auto hide = g_signal_lookup("hide", GTK_TYPE_WIDGET);
+        const auto handler =
+            g_signal_handler_find(window.gobj(), G_SIGNAL_MATCH_ID, hide, 0, nullptr, nullptr, nullptr);
+        if (handler != 0)
+            g_signal_handler_disconnect(window.gobj(), handler);
+    }
 
     void makeSettings() {
         settings_ = std::make_unique<SettingsWindow>(SettingsModel::make({.executor = hub_.executor,

@@ -15,7 +15,14 @@ constexpr int replyLimit = 3000; // milliseconds
 constexpr int deepest = 60;
 
 // AT-SPI's numbers of what is asked for. GTK 4.8 calls visible what shows, but for windows.
-enum State : unsigned { checked = 4, focused = 12, pressed = 20, selected = 23, visible = 30 };
+enum State : unsigned {
+    checked = 4,
+    focused = 12,
+    pressed = 20,
+    selected = 23,
+    sensitive = 24,
+    visible = 30
+};
 
 OwnedVariant callOn(GDBusConnection* bus, const char* name, const char* path, const char* interface,
     const char* method, GVariant* arguments, const char* replyType) {
@@ -91,6 +98,7 @@ void ScreenReader::collect(Thing thing, std::vector<Thing>& things) const {
     thing.focused = is(State::focused);
     thing.checked = is(State::checked) || is(State::pressed);
     thing.selected = is(State::selected);
+    thing.sensitive = is(State::sensitive);
     const auto below = children(thing);
     things.push_back(std::move(thing));
     for (const auto& child : below)

@@ -19,8 +19,9 @@ public:
         std::string role = {}; // "button", "label", ...
         std::string name = {};
         bool focused = false;
-        bool checked = false;  // also of a toggle button that is pressed
-        bool selected = false; // of a row
+        bool checked = false;   // also of a toggle button that is pressed
+        bool selected = false;  // of a row
+        bool sensitive = false; // can be used
         int depth = 0;
     };
 

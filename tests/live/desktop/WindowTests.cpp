@@ -56,6 +56,11 @@ TEST_F(DesktopStage, theWindowsComeAndGoAsTheyAreAskedTo) {
     close("kelvadrome");
     startAgain();
     waitActive("kelvadrome");
+    const auto canMinimize = [&] {
+        const auto button = reader->find("Minimize", "button");
+        return button && button->sensitive;
+    };
+    until(canMinimize, "the title's buttons to work in the window that came back");
 
     // Its size outlives the run.
     resize("kelvadrome", 1000, 640);
