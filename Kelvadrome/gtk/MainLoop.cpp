@@ -15,6 +15,8 @@ struct LoopSource {
 
 } // namespace
 
+thread_local const MainLoop* MainLoop::turning_ = nullptr;
+
 MainLoop::MainLoop(GMainContext* context)
     : context_(context ? context : g_main_context_default()), source_([] {
           static GSourceFuncs functions{nullptr, nullptr, &MainLoop::dispatch, nullptr, nullptr, nullptr};
@@ -59,6 +61,15 @@ gboolean MainLoop::dispatch(GSource* source, GSourceFunc, gpointer) {
     return G_SOURCE_CONTINUE;
 }
 
+/// Turns nest, for the sake of dialogs, and a handler may throw.
+void MainLoop::run(Handler handler) {
+    struct Restored {
+        const MainLoop* before;
+        ~Restored() { turning_ = before; }
+    } const restored{std::exchange(turning_, this)};
+    handler();
+}
+
 void MainLoop::turn() {
     const auto end = std::chrono::steady_clock::now() + turnLimit;
     do {
@@ -74,7 +85,7 @@ void MainLoop::turn() {
             // Posting says so when the queue was empty; while it isn't, the source stays ready.
             g_source_set_ready_time(source_, handlers_.empty() ? -1 : 0);
         }
-        handler();
+        run(std::move(handler));
     } while (std::chrono::steady_clock::now() < end);
 }
 

@@ -34,6 +34,9 @@ private:
     static gboolean dispatch(GSource* source, GSourceFunc, gpointer);
     void post(Handler handler);
     void turn();
+    void run(Handler handler);
+
+    static thread_local const MainLoop* turning_; // the one in a turn of which this thread is; null outside
 
     GMainContext* const context_;
     GSource* const source_;
@@ -41,25 +44,35 @@ private:
     std::deque<Handler> handlers_;
 };
 
-/// What Asio asks of an executor; it never runs a handler inside `execute`.
+/// What Asio asks of an executor. As with Asio's own, what is dispatched in a turn of the loop runs at once:
+/// a task that is started in a task has begun before a cancellation can come, which Asio throws out of the
+/// loop when it finds the task not begun.
 class MainLoop::executor_type {
 public:
+    using Blocking = asio::execution::blocking_t;
+
     explicit executor_type(MainLoop& loop) noexcept : loop_(&loop) {}
 
     template <class Function>
     void execute(Function function) const {
+        if (atOnce_ && turning_ == loop_)
+            return function();
         loop_->post(std::move(function));
     }
     asio::execution_context& query(asio::execution::context_t) const noexcept { return *loop_; }
-    static constexpr asio::execution::blocking_t query(asio::execution::blocking_t) noexcept {
-        return asio::execution::blocking.never;
+    Blocking query(Blocking) const noexcept {
+        return atOnce_ ? Blocking(Blocking::possibly) : Blocking(Blocking::never);
     }
-    executor_type require(asio::execution::blocking_t::never_t) const noexcept { return *this; }
+    executor_type require(Blocking::never_t) const noexcept { return {loop_, false}; }
+    executor_type require(Blocking::possibly_t) const noexcept { return {loop_, true}; }
 
     bool operator==(const executor_type&) const noexcept = default;
 
 private:
+    executor_type(MainLoop* loop, bool atOnce) noexcept : loop_(loop), atOnce_(atOnce) {}
+
     MainLoop* loop_;
+    bool atOnce_ = true;
 };
 
 } // namespace kelvadrome
