@@ -123,7 +123,7 @@ boost::json::object ReceiptFilter::request(std::int64_t limit) const {
     return body;
 }
 
-SearchHit SearchHit::decode(const JSONValue& value) {
+FoundEntry FoundEntry::decode(const JSONValue& value) {
     const auto object = value.object();
     const auto kind = object.required<std::string>("kind");
     auto closedAt = object.lenient<std::string>("closed_at");

@@ -60,7 +60,7 @@ struct ReceiptList {
 };
 
 /// Something that holds the words that were searched for.
-struct SearchHit {
+struct FoundEntry {
     enum class Kind { question, decision, topic };
 
     Kind kind = Kind::question;
@@ -70,13 +70,13 @@ struct SearchHit {
     std::optional<std::string> answer = {};   // of a decision
     std::optional<std::string> closedAt = {}; // of a decision, ISO 8601
 
-    static SearchHit decode(const JSONValue& value);
-    bool operator==(const SearchHit&) const = default;
+    static FoundEntry decode(const JSONValue& value);
+    bool operator==(const FoundEntry&) const = default;
 };
 
 struct SearchHits {
     std::string query = {};
-    std::vector<SearchHit> hits;
+    std::vector<FoundEntry> hits;
 
     bool operator==(const SearchHits&) const = default;
 };

@@ -19,13 +19,13 @@ struct ReceiptsReply {
 };
 
 struct SearchReply {
-    std::vector<SearchHit> hits;
+    std::vector<FoundEntry> hits;
 
     static SearchReply decode(const JSONValue& value) {
         SearchReply reply;
         const auto object = value.object();
         for (const auto* kind : {"questions", "decisions", "topics"}) {
-            auto hits = object.valueOr<std::vector<SearchHit>>(kind, {});
+            auto hits = object.valueOr<std::vector<FoundEntry>>(kind, {});
             std::ranges::move(hits, std::back_inserter(reply.hits));
         }
         return reply;

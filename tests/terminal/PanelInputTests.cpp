@@ -166,8 +166,8 @@ TEST(PanelInput, searchFindsAsItIsTypedAndEscapeLeaves) {
 
     at.press("/db");
     at.reads.found = SearchHits{
-        "db", {{SearchHit::Kind::decision, "old", "Which db?", "", "Postgres", "2027-01-14T08:00:00Z"},
-                  {SearchHit::Kind::topic, "t9", "Databases", ""}}};
+        "db", {{FoundEntry::Kind::decision, "old", "Which db?", "", "Postgres", "2027-01-14T08:00:00Z"},
+                  {FoundEntry::Kind::topic, "t9", "Databases", ""}}};
     EXPECT_TRUE(at.text().contains("“Postgres” · Yesterday"));
     at.expect({{"<enter>", "card old"}, {"/db<down><enter>", "open /topics/t9"}});
 }

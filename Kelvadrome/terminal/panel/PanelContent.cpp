@@ -134,7 +134,7 @@ std::vector<PanelHit> openHits(const AppState& state, const std::string& query) 
             continue;
         const auto agent = InboxLogic::agentName(card.agent);
         const auto topic = topicTitle(state, card.topic);
-        rows.push_back({{.kind = SearchHit::Kind::question,
+        rows.push_back({{.kind = FoundEntry::Kind::question,
             .id = card.id,
             .title = InboxLogic::summary(card),
             .snippet = topic ? agent + " · " + *topic : agent}});
@@ -148,7 +148,7 @@ std::vector<PanelHit> hitRows(
     if (!found || found->query != query)
         return rows;
     for (const auto& hit : found->hits) {
-        if (hit.kind == SearchHit::Kind::question)
+        if (hit.kind == FoundEntry::Kind::question)
             continue;
         PanelHit row{.hit = hit};
         const auto closed = hit.closedAt ? InboxLogic::date(*hit.closedAt) : std::nullopt;

@@ -49,7 +49,7 @@ struct PanelReceipt {
 
 /// A hit of the search.
 struct PanelHit {
-    SearchHit hit;
+    FoundEntry hit;
     std::string note = {}; // of a decision the answer and its date
 
     std::string id() const;

@@ -18,13 +18,13 @@ const char* headingOf(PanelEntry::Group group) {
     return "";
 }
 
-const char* headingOf(SearchHit::Kind kind) {
+const char* headingOf(FoundEntry::Kind kind) {
     switch (kind) {
-    case SearchHit::Kind::question:
+    case FoundEntry::Kind::question:
         break;
-    case SearchHit::Kind::decision:
+    case FoundEntry::Kind::decision:
         return "Answered";
-    case SearchHit::Kind::topic:
+    case FoundEntry::Kind::topic:
         return "Topics";
     }
     return "Open questions";

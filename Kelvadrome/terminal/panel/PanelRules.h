@@ -12,7 +12,7 @@ inline constexpr int listHeight = 2; // lines of a row that isn't selected, with
 
 /// The heading above the first row of a group; empty for none.
 const char* headingOf(PanelEntry::Group group);
-const char* headingOf(SearchHit::Kind kind);
+const char* headingOf(FoundEntry::Kind kind);
 
 const PanelEntry* rowOf(const PanelContent& content, const std::optional<std::string>& id);
 /// Whether an answer that is meant for one card fits the other: the same question with the same answers.

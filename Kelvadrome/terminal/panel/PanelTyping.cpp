@@ -122,10 +122,10 @@ PanelInput::Command PanelInput::openHit(WallTime now) {
     const auto hit = content_->hits[focus_.hits.index()].hit;
     endTyping();
     switch (hit.kind) {
-    case SearchHit::Kind::question:
-    case SearchHit::Kind::decision:
+    case FoundEntry::Kind::question:
+    case FoundEntry::Kind::decision:
         return showCard(hit.id, now);
-    case SearchHit::Kind::topic:
+    case FoundEntry::Kind::topic:
         break;
     }
     const bool any = std::ranges::any_of(
