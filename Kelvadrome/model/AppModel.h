@@ -5,6 +5,7 @@
 #include "Kelvadrome/model/Notifying.h"
 #include "Kelvadrome/model/Screen.h"
 #include "Kelvadrome/model/WebController.h"
+#include "KelvadromeKit/bar/TalkProposal.h"
 #include "KelvadromeKit/daemon/BackgroundService.h"
 #include "KelvadromeKit/daemon/DaemonEnvironment.h"
 #include "KelvadromeKit/daemon/DaemonSupervisor.h"
@@ -24,6 +25,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <vector>
 
 namespace kelvadrome {
 
@@ -62,6 +64,7 @@ public:
     }
     const DebugFlags& flags() const { return parts_.flags; }
     const DaemonEnvironment& env() const { return parts_.env; }
+    const DaemonClient& client() const { return parts_.client; }
 
     // Life. `start` is called once; later calls do nothing. After `stop` nothing of the model runs on: a
     // child daemon is ended, an attached or login-item daemon keeps running.
@@ -158,6 +161,10 @@ public:
     /// Tells the page which terminals may be scripted.
     Task<> sendTerminalAccess();
     Task<> voiceFromPage(std::string action);
+
+    /// Has the daemon make a card of a request's words. `shots` are ids of screenshots in the data home.
+    /// Throws as PageSession::post does.
+    Task<TalkProposal> proposeTalk(std::string text, std::vector<std::string> shots);
 
     Screen& screen() { return *parts_.screen; }
     WebController& web() { return *parts_.web; }

@@ -304,4 +304,13 @@ Task<> AppModel::voiceFromPage(std::string action) {
         co_await parts_.voice->pageAction(std::move(action));
 }
 
+Task<TalkProposal> AppModel::proposeTalk(std::string text, std::vector<std::string> shots) {
+    const auto self = shared_from_this();
+    boost::json::object body{{"text", text}, {"surface", "panel"}};
+    if (!shots.empty())
+        body.emplace("shots", boost::json::array(shots.begin(), shots.end()));
+    auto call = parts_.session->post<TalkProposal>("/v1/talk/propose", std::move(body));
+    co_return co_await std::move(call);
+}
+
 } // namespace kelvadrome

@@ -1,0 +1,69 @@
+#pragma once
+
+#include "Kelvadrome/model/CommandPanelController.h"
+#include "KelvadromeKit/bar/GlobalHotkey.h"
+#include "KelvadromeKit/bar/HotkeyGesture.h"
+#include "KelvadromeKit/support/Defaults.h"
+
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace kelvadrome {
+
+/// The key of the command bar, and what became of its registration: what the settings tell of it.
+struct BarKeyState {
+    std::string label;                    // of the key that is wanted, "Control Option B"
+    std::optional<HotkeyOutcome> outcome; // absent until the system has answered, and where there is no key
+
+    bool operator==(const BarKeyState&) const = default;
+};
+
+/// Joins the global key with the bar: a tap opens or closes it, a hold talks. Main executor; made with
+/// `make`, since its tasks hold it weakly.
+class BarHotkey : public std::enable_shared_from_this<BarHotkey> {
+public:
+    /// The label of the key that the user chose, among the defaults. Absent, or not a key, it is the standard
+    /// one. Its place until the settings of voice, which the daemon keeps, bring their own.
+    static constexpr const char* labelKey = "KDBarHotkey";
+
+    struct Dependencies {
+        Executor executor; // the main one
+        std::shared_ptr<Clock> clock;
+        std::shared_ptr<Defaults> defaults;
+        std::shared_ptr<GlobalHotkey> key; // null where no key can be had
+        std::shared_ptr<BarVoice> voice;
+        std::weak_ptr<CommandPanelController> panel;
+    };
+
+    static std::shared_ptr<BarHotkey> make(Dependencies dependencies);
+
+    /// Registers the key that the settings name now, in place of the one of before.
+    void registerKey();
+    const BarKeyState& state() const { return state_; }
+    /// Told after `state` has changed.
+    [[nodiscard]] Subscription observe(std::function<void()> observer) {
+        return changes_.observe(std::move(observer));
+    }
+
+    // What the key does. The system's end calls these through GlobalHotkey.
+    void press();
+    void release();
+
+private:
+    explicit BarHotkey(Dependencies dependencies);
+
+    static HotkeySpec wanted(const Defaults& defaults);
+    static Task<> registerNow(
+        std::weak_ptr<BarHotkey> weak, std::shared_ptr<GlobalHotkey> key, HotkeySpec spec);
+    static Task<> tickLater(std::weak_ptr<BarHotkey> weak, std::shared_ptr<Clock> clock);
+    void apply(const HotkeyGesture::Effects& effects);
+
+    Dependencies parts_;
+    BarKeyState state_;
+    HotkeyGesture gesture_;
+    ChangeAnnouncer changes_;
+    TaskBag tasks_;
+};
+
+} // namespace kelvadrome
