@@ -85,7 +85,8 @@ public:
 
     // Windows and pages.
     void openMainWindow();
-    /// Opens the window and routes the page: a path, with "?card=<id>" for a card to go to.
+    /// Opens the window and routes the page: a path, with "?card=<id>" for a card to go to, or the results of
+    /// "/search?q=<words>".
     void openMain(std::string path);
     void open(NavSection section, std::optional<Card> card);
     /// Opens the inbox on the first card that needs the user: a press on a notification or the agent strip.

@@ -10,6 +10,8 @@
 #include <boost/url/parse.hpp>
 #include <boost/url/parse_query.hpp>
 
+#include <algorithm>
+
 namespace kelvadrome {
 
 namespace {
@@ -48,11 +50,12 @@ void AppModel::openMainWindow() {
 
 void AppModel::openMain(std::string path) {
     openMainWindow();
-    const auto cut = path.find('?');
-    std::optional<std::string> focus;
-    if (cut != std::string::npos)
-        focus = queryValue(std::string_view(path).substr(cut + 1), "card");
+    const auto cut = std::min(path.find('?'), path.size());
+    const auto query = std::string_view(path).substr(std::min(cut + 1, path.size()));
+    auto focus = queryValue(query, "card");
     auto route = path.substr(0, cut);
+    if (auto words = queryValue(query, "q"); words && route == "/search")
+        return parts_.web->search(std::move(*words), state_.scope);
     if (route.empty())
         route = "/";
     for (const auto section : allNavSections) {

@@ -14,7 +14,7 @@ namespace kelvadrome::PageURL {
 using QueryItems = std::vector<std::pair<std::string, std::string>>;
 
 /// `base` (an origin) and the path, then shell=native, the scope unless it is `all`, mode=expert in that
-/// mode, and `extra`, all percent-encoded. `path` is plain text and brings no query.
+/// mode, and `extra`, all percent-encoded. `path` brings no query; it is plain text, or encoded already.
 std::string url(std::string_view base, std::string_view path, ScopeFilter scope, InterfaceMode mode,
     const QueryItems& extra = {});
 

@@ -49,6 +49,7 @@ TEST_F(Pages, anOpenedPathBecomesRouteAndFocus) {
     for (const auto& row : {Row{"", NavSection::inbox, "navigate / all -"},
              Row{"/agents?card=c-1&card=c-2", NavSection::agents, "navigate /agents all c-1"},
              Row{"/?x=1&card=a%20b+c?d", NavSection::inbox, "navigate / all a b+c?d"},
+             Row{"/search?q=a%20b%3F", NavSection::skills, "search a b? all"},
              Row{"/topics/t", NavSection::skills, "navigate /topics/t all -"}}) {
         model->followPageRoute("/skills");
         model->openMain(row.path);

@@ -40,4 +40,6 @@ TEST(PageURL, itemsStandInOrderAndNothingOfThemEscapes) {
         PageURL::url(base, "/a b?x#y", ScopeFilter::family, InterfaceMode::expert, {{"q", "a&b=c d#\u00e9"}}),
         base + "/a%20b%3Fx%23y?shell=native&scope=family&mode=expert&q=a%26b%3Dc%20d%23%C3%A9");
     EXPECT_EQ(PageURL::url(base, "/", ScopeFilter::all, InterfaceMode::simple), base + "/?shell=native");
+    EXPECT_EQ(PageURL::url(base, "/t/a%20b", ScopeFilter::all, InterfaceMode::simple),
+        base + "/t/a%20b?shell=native");
 }
