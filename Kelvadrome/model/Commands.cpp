@@ -9,6 +9,8 @@ std::vector<KelvadromeCommand> kelvadromeCommands() {
                 model.openMainWindow();
                 model.screen().activate();
             }},
+        {"bar", "Ask kelvadrome", "<Control>k",
+            [](AppModel& model) { model.screen().openCommandBar(std::nullopt); }},
         {"expert", "Expert Mode", "<Control><Shift>e",
             [](AppModel& model) {
                 model.setInterfaceMode(toggled(model.state().interfaceMode), InterfaceModeSource::menu);
