@@ -24,6 +24,7 @@ std::shared_ptr<BarHotkey> BarHotkey::make(Dependencies dependencies) {
 BarHotkey::BarHotkey(Dependencies dependencies)
     : parts_(std::move(dependencies)), changes_(parts_.executor), tasks_(parts_.executor) {
     state_.label = wanted(*parts_.defaults).label();
+    state_.possible = parts_.key != nullptr;
 }
 
 HotkeySpec BarHotkey::wanted(const Defaults& defaults) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Kelvadrome/model/BarKeyState.h"
 #include "Kelvadrome/model/CommandPanelController.h"
 #include "KelvadromeKit/bar/GlobalHotkey.h"
 #include "KelvadromeKit/bar/HotkeyGesture.h"
@@ -10,14 +11,6 @@
 #include <string>
 
 namespace kelvadrome {
-
-/// The key of the command bar, and what became of its registration: what the settings tell of it.
-struct BarKeyState {
-    std::string label;                    // of the key that is wanted, "Control Option B"
-    std::optional<HotkeyOutcome> outcome; // absent until the system has answered, and where there is no key
-
-    bool operator==(const BarKeyState&) const = default;
-};
 
 /// Joins the global key with the bar: a tap opens or closes it, a hold talks. Main executor; made with
 /// `make`, since its tasks hold it weakly.

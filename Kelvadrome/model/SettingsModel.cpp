@@ -18,6 +18,13 @@ SettingsModel::SettingsModel(Dependencies dependencies)
     facts_.showInDock = AppLifecycle::showsInDock(*parts_.defaults);
     facts_.notifyStops = parts_.defaults->storedBoolean("KDNotifyStops").value_or(true);
     watching_ = parts_.model->observe([this] { modelChanged(); });
+    if (!parts_.barKey)
+        return;
+    facts_.barKey = parts_.barKey->state();
+    watchingKey_ = parts_.barKey->observe([this] {
+        facts_.barKey = parts_.barKey->state();
+        changes_.changed();
+    });
 }
 
 void SettingsModel::modelChanged() {
@@ -70,8 +77,9 @@ void SettingsModel::choose(const std::string& id, std::size_t index) {
 
 void SettingsModel::press(const std::string& id) {
     auto& model = *parts_.model;
-    if (id == SettingsId::allowLoginItem) {
-        model.screen().copyText(parts_.place.allowLoginItem);
+    if (id == SettingsId::allowLoginItem || id == SettingsId::barCommand) {
+        model.screen().copyText(
+            id == SettingsId::barCommand ? barCommand(parts_.place) : parts_.place.allowLoginItem);
         if (onNotice)
             onNotice("Copied");
     } else if (id == SettingsId::editRules) {

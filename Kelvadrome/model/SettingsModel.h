@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Kelvadrome/model/AppModel.h"
+#include "Kelvadrome/model/BarHotkey.h"
 #include "Kelvadrome/model/RunningApps.h"
 #include "Kelvadrome/model/SettingsRows.h"
 
@@ -26,6 +27,7 @@ public:
         SettingsFacts::Place place;
         std::function<std::string()> secretPlace; // blocks; called on the pool
         std::function<void(bool)> showInDock;     // puts the windows into the dock, or takes them out of it
+        std::shared_ptr<BarHotkey> barKey = {};   // null without a command bar
     };
 
     static std::shared_ptr<SettingsModel> make(Dependencies dependencies);
@@ -65,6 +67,7 @@ private:
     ChangeAnnouncer changes_;
     TaskBag tasks_;
     Subscription watching_;
+    Subscription watchingKey_;
 };
 
 } // namespace kelvadrome

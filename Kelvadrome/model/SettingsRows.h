@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Kelvadrome/model/AppState.h"
+#include "Kelvadrome/model/BarKeyState.h"
 #include "KelvadromeKit/delivery/DeliverJob.h"
 #include "KelvadromeKit/delivery/TerminalApp.h"
 
@@ -89,6 +90,7 @@ struct SettingsFacts {
     bool showInDock = true;
     bool notifyStops = true;
     std::map<TerminalApp, Terminal> terminals = {};
+    std::optional<BarKeyState> barKey = {};      // absent without a command bar
     std::optional<CrewLabelList> crew = {};      // absent until the daemon has told
     std::optional<std::string> secretPlace = {}; // where the page's key is kept; absent until it is known
 };
@@ -109,9 +111,14 @@ inline constexpr const char* allowLoginItem = "allow-login-item";
 inline constexpr const char* notifyStops = "notify-stops";
 inline constexpr const char* editRules = "edit-rules";
 inline constexpr const char* revealHome = "reveal-home";
+inline constexpr const char* barKey = "bar-key";
+inline constexpr const char* barCommand = "bar-command";
 std::string terminal(TerminalApp app);
 
 } // namespace SettingsId
+
+/// What opens the command bar from outside, for the desktop's own keyboard settings.
+std::string barCommand(const SettingsFacts::Place& place);
 
 /// The words of KDAppearance, in the order in which the settings offer them.
 inline constexpr std::array<std::string_view, 3> appearanceWords = {"system", "light", "dark"};

@@ -1,0 +1,19 @@
+#pragma once
+
+#include "KelvadromeKit/bar/GlobalHotkey.h"
+
+#include <optional>
+#include <string>
+
+namespace kelvadrome {
+
+/// The command bar's key, and what became of its registration: what the settings tell of it.
+struct BarKeyState {
+    std::string label;                    // "Control Option B"
+    std::optional<HotkeyOutcome> outcome; // absent until the system has answered
+    bool possible = true;                 // a key that works everywhere can be had on this display
+
+    bool operator==(const BarKeyState&) const = default;
+};
+
+} // namespace kelvadrome
