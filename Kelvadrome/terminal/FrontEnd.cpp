@@ -71,6 +71,11 @@ public:
             .clock = hub_.clock,
             .model = model_,
             .lookups = std::make_shared<Lookups>(hub_.executor, hub_.clock, hub_.client),
+            .bar = CommandBarModel::make({.executor = hub_.executor,
+                .clock = hub_.clock,
+                .app = model_,
+                .voice = std::make_shared<NoVoice>(),
+                .searches = false}),
             .client = hub_.client,
             .screen = &screen_,
             .board = board_,
@@ -78,6 +83,10 @@ public:
             .page = page_,
             .allowLoginItem = LocalHub::allowLoginItem(),
             .quit = [this](QuitWish wish) { quit(wish); }});
+        host_->onCommandBar = [panel = std::weak_ptr(panel_)](const std::string& text) {
+            if (const auto shown = panel.lock())
+                shown->openBar(text);
+        };
     }
 
     /// Runs until the user or a signal ends it. What went wrong in the end, for the line after the panel.

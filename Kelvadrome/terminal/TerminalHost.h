@@ -38,12 +38,17 @@ public:
     bool raiseOnboarding() override { return false; }
     void closeOnboarding() override { with_.page->dismiss(); }
     void updateAgentStrip(std::optional<AgentStrip>) override {}
-    void openCommandBar(std::optional<std::string>) override {}
+    void openCommandBar(std::optional<std::string> text) override {
+        if (onCommandBar)
+            onCommandBar(text.value_or(std::string()));
+    }
     void revealFile(std::string path) override { with_.board->setNote("The file is " + path); }
     void copyText(std::string text) override { with_.screen->copy(text); }
     void openURL(std::string url) override;
     void activateApplication(std::string bundleId) override;
     Task<> criticalAlert(std::string title, std::string text, std::string button) override;
+
+    std::function<void(const std::string& text)> onCommandBar; // set once the panel is there
 
     /// A question with two answers; true for `yes`.
     Task<bool> confirm(std::string title, std::string text, std::string yes, std::string no);

@@ -32,6 +32,7 @@ void TerminalPanel::start() {
     };
     watchingModel_ = with_.model->observe(renew);
     watchingLookups_ = with_.lookups->observe(renew);
+    watchingBar_ = with_.bar->observe(renew);
     with_.board->onChange = [weak = weak_from_this()] {
         if (auto self = weak.lock())
             self->paintSoon();
@@ -45,6 +46,7 @@ void TerminalPanel::stop() {
     stopped_ = true;
     watchingModel_.cancel();
     watchingLookups_.cancel();
+    watchingBar_.cancel();
     with_.lookups->close();
     with_.board->onChange = nullptr;
     boost::system::error_code ignored;
@@ -95,9 +97,23 @@ void TerminalPanel::awaitSignal() {
 void TerminalPanel::readKeys() {
     for (const auto& key : with_.screen->keys()) {
         with_.board->setNote(std::nullopt);
+        const bool inBar = input_.focus().inBar();
         if (auto command = input_.press(key, with_.clock->now()))
             perform(std::move(*command));
+        if (inBar && !input_.focus().inBar())
+            leaveBar();
     }
+    paintSoon();
+}
+
+void TerminalPanel::leaveBar() {
+    with_.bar->reset();
+    with_.lookups->search({});
+}
+
+void TerminalPanel::openBar(const std::string& text) {
+    if (auto command = input_.openBar(text))
+        perform(std::move(*command));
     paintSoon();
 }
 
@@ -110,7 +126,10 @@ void TerminalPanel::perform(PanelCommand command) {
     case Kind::readReceipts:
         return with_.lookups->readReceipts(std::move(command.text));
     case Kind::search:
+        with_.bar->setText(command.text);
         return with_.lookups->search(std::move(command.text));
+    case Kind::ask:
+        return with_.bar->submit();
     case Kind::readCard:
         return with_.lookups->readCard(std::move(command.text));
     case Kind::closeCard:
@@ -226,8 +245,8 @@ void TerminalPanel::renewContent() {
     if (!std::exchange(contentIsOld_, false) && wish == contentFor_)
         return;
     contentFor_ = std::move(wish);
-    content_ = std::make_shared<PanelContent>(panelContent(
-        with_.model->state(), with_.lookups->results(), contentFor_, with_.clock->now(), content_->inbox));
+    content_ = std::make_shared<PanelContent>(panelContent(with_.model->state(), with_.lookups->results(),
+        with_.bar->state(), contentFor_, with_.clock->now(), content_->inbox));
 }
 
 void TerminalPanel::paint() {

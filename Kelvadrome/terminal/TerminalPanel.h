@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Kelvadrome/model/AppModel.h"
+#include "Kelvadrome/model/CommandBarModel.h"
 #include "Kelvadrome/model/Lookups.h"
 #include "Kelvadrome/terminal/TerminalHost.h"
 #include "Kelvadrome/terminal/panel/PanelInput.h"
@@ -27,6 +28,7 @@ public:
         std::shared_ptr<Clock> clock;
         std::shared_ptr<AppModel> model;
         std::shared_ptr<Lookups> lookups;
+        std::shared_ptr<CommandBarModel> bar; // one that doesn't search
         DaemonClient client;
         TerminalScreen* screen = nullptr; // outlives the panel
         std::shared_ptr<PanelBoard> board;
@@ -41,6 +43,8 @@ public:
     void start();
     /// No keys, signals and pictures from then on, but those of `farewell`.
     void stop();
+    /// Opens the command bar with these words.
+    void openBar(const std::string& text);
     /// Shows a last line while the program ends.
     void farewell(const std::string& words);
 
@@ -50,6 +54,7 @@ private:
     void readKeys();
     void perform(PanelCommand command);
     void performOnCard(PanelCommand command);
+    void leaveBar();
     /// Receipts that show are read again after each refresh.
     void followReceipts();
     /// The content of the model as it is now, made anew only when something in it may have changed.
@@ -70,6 +75,7 @@ private:
     bool contentIsOld_ = true;
     Subscription watchingModel_;
     Subscription watchingLookups_;
+    Subscription watchingBar_;
     asio::posix::stream_descriptor keys_;
     asio::signal_set signals_;
     TaskBag tasks_;

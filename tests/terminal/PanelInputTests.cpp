@@ -153,15 +153,15 @@ TEST(PanelInput, alertsAndHelpTakeTheKeys) {
     at.expectTyped({{"d", "abcd"}});
 }
 
-TEST(PanelInput, searchFindsAsItIsTypedAndEscapeLeaves) {
+TEST(PanelInput, theBarFindsAsItIsTypedAndEscapeLeaves) {
     auto deploy = question("b");
     deploy.title = "Deploy to Zürich?";
     PanelWorld at({question("a"), deploy});
-    at.expect({{"/ZÜ", "search ZÜ"}});
+    at.expect({{"/ZÜ", "search ZÜ"}, {"<down>", ""}});
     EXPECT_EQ(at.selected(), "question b");
     at.expect({{"<esc>", ""}});
     EXPECT_EQ(at.selected(), "a");
-    at.expect({{"/zü", "search zü"}, {"<enter>", ""}});
+    at.expect({{"/zü", "search zü"}, {"<down><enter>", ""}});
     EXPECT_EQ(at.selected(), "b") << "an open question is gone to";
 
     at.press("/db");
@@ -169,7 +169,26 @@ TEST(PanelInput, searchFindsAsItIsTypedAndEscapeLeaves) {
         "db", {{FoundEntry::Kind::decision, "old", "Which db?", "", "Postgres", "2027-01-14T08:00:00Z"},
                   {FoundEntry::Kind::topic, "t9", "Databases", ""}}};
     EXPECT_TRUE(at.text().contains("“Postgres” · Yesterday"));
-    at.expect({{"<enter>", "card old"}, {"/db<down><enter>", "open /topics/t9"}});
+    at.expect({{"<down><enter>", "card old"}, {"/db<down><down><enter>", "open /topics/t9"}});
+}
+
+TEST(PanelInput, theBarAsksAndLeadsToTheCardThatCameOfIt) {
+    PanelWorld at({question("a")});
+    at.expect({{"/ <enter>", ""}, {"<esc>/fix it", "search fix it"}, {"<enter>", "ask"}});
+    EXPECT_TRUE(at.text().contains("▌ Ask: fix it"));
+    at.bar.error = "No. Your words stay here.";
+    at.bar.text = "fix it"; // as the bar gives them back
+    at.expect({{"<esc>", ""}, {"/", "search fix it"}});
+    EXPECT_TRUE(at.text().contains("⚠ No. Your words stay here."));
+
+    at.bar.error.reset();
+    at.bar.proposal = CommandBarState::Proposal{"made", "Claude Code, write", {}, 0};
+    EXPECT_TRUE(at.text().contains("Card ready in your Inbox. Nothing runs before you press Run."));
+    at.expect({{"<enter>", ""}});
+    EXPECT_EQ(at.selected(), "a") << "the card is on its way";
+    at.state.cards.push_back(question("made"));
+    at.draw();
+    EXPECT_EQ(at.selected(), "made");
 }
 
 TEST(PanelInput, agentsLeadToTheirCardsOrTheirTerminal) {

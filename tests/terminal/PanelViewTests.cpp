@@ -74,7 +74,7 @@ TEST(PanelView, fortyColumns) {
                                                "▌    undo.",
                                                "",
                                                "────────────────────────────────────────",
-                                               "  o Open kelvadrome             / search",
+                                               "  o Open kelvadrome      / ask or search",
                                                "  1-9 choose  t type      ? keys  q quit",
                                            }));
 }
@@ -83,7 +83,7 @@ TEST(PanelView, twelveLinesHaveRoomForTheSelectedCardAlone) {
     const auto lines = twoAgents({12, 40}).lines();
     EXPECT_EQ(lines[2], "▌ Claude Code · Bruno · tmux pts…  6 min");
     EXPECT_EQ(lines[9], "▌ a  Yes");
-    EXPECT_EQ(lines[10], "  o Open kelvadrome             / search");
+    EXPECT_EQ(lines[10], "  o Open kelvadrome      / ask or search");
 }
 
 TEST(PanelView, overSSHALinkComesWithItsTunnel) {
@@ -120,8 +120,8 @@ TEST(PanelView, theListBesideWhatIsSelected) {
             "  ● Claude Code · Ada                 working",
             "  ● Claude Code · Bruno · tmux pts/3  テストを実行中です",
             "  o Open kelvadrome                                                                             "
-            "                / search",
-            "  1-9 choose  t type  z snooze  x dismiss  v review  / search  Tab section                      "
+            "         / ask or search",
+            "  1-9 choose  t type  z snooze  x dismiss  v review  / ask  Tab section                         "
             "          ? keys  q quit",
         }));
 }

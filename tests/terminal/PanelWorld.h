@@ -36,6 +36,7 @@ inline Card highRisk() {
 struct PanelWorld {
     AppState state;
     LookupResults reads;
+    CommandBarState bar;
     PanelExtras extras;
     ScreenSize size{24, 80};
     WallTime time = now;
@@ -49,8 +50,8 @@ struct PanelWorld {
     }
 
     Picture draw() {
-        content =
-            std::make_shared<PanelContent>(panelContent(state, reads, input.wish(), time, content->inbox));
+        content = std::make_shared<PanelContent>(
+            panelContent(state, reads, bar, input.wish(), time, content->inbox));
         input.update(content, size, time);
         auto picture = PanelView::draw(*content, input.focus(), extras, size, time);
         input.drawn(picture.listScroll, picture.scroll, picture.page);
@@ -135,9 +136,9 @@ struct PanelWorld {
         static const std::map<Kind, std::string> kinds{{Kind::answer, "answer"}, {Kind::snooze, "snooze"},
             {Kind::wake, "wake"}, {Kind::dismiss, "dismiss"}, {Kind::review, "review"}, {Kind::undo, "undo"},
             {Kind::quit, "quit"}, {Kind::acknowledgeAlert, "acknowledge"}, {Kind::refuseAlert, "refuse"},
-            {Kind::search, "search"}, {Kind::readReceipts, "receipts"}, {Kind::readCard, "card"},
-            {Kind::closeCard, "close"}, {Kind::showTerminal, "terminal"}, {Kind::openPath, "open"},
-            {Kind::acceptDefaults, "defaults"}};
+            {Kind::search, "search"}, {Kind::ask, "ask"}, {Kind::readReceipts, "receipts"},
+            {Kind::readCard, "card"}, {Kind::closeCard, "close"}, {Kind::showTerminal, "terminal"},
+            {Kind::openPath, "open"}, {Kind::acceptDefaults, "defaults"}};
         if (!command)
             return {};
         const auto kind = kinds.find(command->kind);

@@ -12,7 +12,7 @@ namespace kelvadrome {
 /// new purpose needs a prompt, and what Enter does.
 class CommandLine {
 public:
-    enum class Purpose { none, answer, search, receiptFilter };
+    enum class Purpose { none, answer, bar, receiptFilter };
     /// What a key did. `other` is a key that isn't the line's.
     enum class Effect { none, edited, full, submit, leave, other };
 

@@ -25,7 +25,8 @@ int count(const StyledLines& lines) {
 StyledLines briefRow(
     const PanelContent& content, const PanelFocus& focus, std::size_t index, bool selected, int columns) {
     if (&focus.list() == &focus.hits)
-        return SectionLines::hit(content.hits[index], selected, columns);
+        return index == 0 ? SectionLines::ask(content, selected, columns)
+                          : SectionLines::hit(content.hits[index - 1], selected, columns);
     switch (focus.section) {
     case PanelSection::agents:
         return SectionLines::agent(content.agents[index], selected, columns);
@@ -43,7 +44,8 @@ StyledLines detail(const PanelContent& content, const PanelFocus& focus, int col
     if (focus.list().empty())
         return {};
     if (&focus.list() == &focus.hits)
-        return SectionLines::hitDetail(content.hits[index], columns);
+        return index == 0 ? SectionLines::askDetail(*content.ask, columns)
+                          : SectionLines::hitDetail(content.hits[index - 1], columns);
     switch (focus.section) {
     case PanelSection::agents:
         return SectionLines::agentDetail(content.agents[index], columns);
@@ -73,10 +75,7 @@ StyledLines emptyWords(const PanelContent& content, const PanelFocus& focus, int
         if (!text.empty())
             paragraph(out, TerminalText::clean(text), Style::dim, gutter, columns);
     };
-    if (&focus.list() == &focus.hits) {
-        say(content.searched ? "Nothing found" : "Searching",
-            content.searched ? "Try fewer or other words." : content.readError);
-    } else if (focus.section == PanelSection::agents) {
+    if (focus.section == PanelSection::agents) {
         say("No agents yet",
             "An agent shows here once it asks with “kd ask” or tells of itself with “kd touch”.");
     } else if (focus.section == PanelSection::receipts) {

@@ -20,7 +20,8 @@ struct PanelCommand {
         bringEdgeToFront, // of `card`
         showTerminal,     // of the agent's session
         readReceipts,     // those that `text` filters
-        search,           // `text`
+        search,           // `text`, which is what the command bar holds now
+        ask,              // for a card of what it holds
         readCard,         // the card of id `text`
         openMain,
         openPath, // of the page, in `text`

@@ -142,6 +142,15 @@ std::vector<PanelHit> openHits(const AppState& state, const std::string& query) 
     return rows;
 }
 
+/// The words are those of the line, which is ahead of the bar's.
+std::optional<PanelAsk> askRow(CommandBarState bar, const std::string& words) {
+    bar.text = words;
+    auto rows = CommandBar::rows(bar);
+    if (rows.empty() || Text::trimBlanks(words).empty())
+        return std::nullopt;
+    return PanelAsk{std::move(rows.front()), bar.proposal ? bar.proposal->cardId : std::string()};
+}
+
 std::vector<PanelHit> hitRows(
     const AppState& state, const std::optional<SearchHits>& found, const std::string& query, WallTime now) {
     auto rows = openHits(state, query);
@@ -172,8 +181,8 @@ bool CardFilter::passes(const Card& card) const {
     return topic ? card.topic == topic : card.agent == agent && card.sessionId.value_or("") == sessionId;
 }
 
-PanelContent panelContent(const AppState& state, const LookupResults& reads, const PanelWish& wish,
-    WallTime now, const std::vector<PanelEntry>& before) {
+PanelContent panelContent(const AppState& state, const LookupResults& reads, const CommandBarState& bar,
+    const PanelWish& wish, WallTime now, const std::vector<PanelEntry>& before) {
     PanelContent content;
     content.menu = menuPanel(state, now);
     const bool ready = state.connection.state == Connection::State::ready;
@@ -190,7 +199,11 @@ PanelContent panelContent(const AppState& state, const LookupResults& reads, con
         content.moreReceipts = reads.receipts->more;
         content.receiptsRead = true;
     }
-    if (!wish.search.empty()) {
+    content.ask = askRow(bar, wish.search);
+    content.askError = bar.error;
+    if (bar.error)
+        content.unasked = bar.text;
+    if (!wish.search.empty() && content.ask && content.ask->card.empty()) {
         content.hits = hitRows(state, reads.found, wish.search, now);
         content.searched = reads.found && reads.found->query == wish.search;
     }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Kelvadrome/model/AgentLines.h"
+#include "Kelvadrome/model/CommandBarRows.h"
 #include "Kelvadrome/model/LookupRecords.h"
 #include "Kelvadrome/model/MenuPanel.h"
 
@@ -47,6 +48,14 @@ struct PanelReceipt {
     bool operator==(const PanelReceipt&) const = default;
 };
 
+/// The command bar's own row above the hits: the words as a request, or the card that came of them.
+struct PanelAsk {
+    CommandBarRow row;
+    std::string card = {}; // its id
+
+    bool operator==(const PanelAsk&) const = default;
+};
+
 /// A hit of the search.
 struct PanelHit {
     FoundEntry hit;
@@ -70,7 +79,7 @@ struct CardFilter {
 /// What the user wants to see.
 struct PanelWish {
     std::optional<CardFilter> only;
-    std::string search; // the words that are searched for
+    std::string search; // the words in the command bar
 
     bool operator==(const PanelWish&) const = default;
 };
@@ -85,6 +94,9 @@ struct PanelContent {
     std::vector<PanelReceipt> receipts;
     bool moreReceipts = false; // older ones were left out
     bool receiptsRead = false;
+    std::optional<PanelAsk> ask; // while there are words in the command bar
+    std::optional<std::string> askError;
+    std::string unasked; // the words of that error's request
     std::vector<PanelHit> hits;
     bool searched = false; // the daemon's hits are among them
     std::optional<CardRecord> card;
@@ -94,8 +106,8 @@ struct PanelContent {
 };
 
 /// `before` is what showed until now: an answer under way keeps the place that its card had there.
-PanelContent panelContent(const AppState& state, const LookupResults& reads, const PanelWish& wish,
-    WallTime now, const std::vector<PanelEntry>& before);
+PanelContent panelContent(const AppState& state, const LookupResults& reads, const CommandBarState& bar,
+    const PanelWish& wish, WallTime now, const std::vector<PanelEntry>& before);
 
 /// Seconds until time alone changes it; absent when nothing will.
 std::optional<double> contentChangesIn(const PanelContent& content, const AppState& state, WallTime now);

@@ -46,7 +46,7 @@ PanelLayout PanelLayout::of(ScreenSize size) {
 }
 
 ListFocus PanelFocus::*PanelFocus::shownList() const {
-    if (searching() && !line.blank())
+    if (inBar() && !line.blank())
         return &PanelFocus::hits;
     if (section == PanelSection::agents)
         return &PanelFocus::agents;
@@ -54,7 +54,7 @@ ListFocus PanelFocus::*PanelFocus::shownList() const {
 }
 
 PanelWish PanelInput::wish() const {
-    return {focus_.only, focus_.searching() ? focus_.line.text() : std::string()};
+    return {focus_.only, focus_.inBar() ? focus_.line.text() : std::string()};
 }
 
 void PanelInput::update(std::shared_ptr<const PanelContent> content, ScreenSize size, WallTime now) {
@@ -69,6 +69,10 @@ void PanelInput::update(std::shared_ptr<const PanelContent> content, ScreenSize 
         dismissing_.reset();
     }
     followTyping();
+    if (awaited_ && focus_.inbox.select(*awaited_)) {
+        awaited_.reset();
+        steadySince_ = now;
+    }
     if (divided) {
         for (auto* const list : {&focus_.inbox, &focus_.agents, &focus_.receipts, &focus_.hits})
             list->release();
@@ -95,9 +99,12 @@ void PanelInput::followRows(WallTime now) {
     focus_.receipts.update(listRows(content_->receipts, [](const PanelReceipt& row) {
         return ListFocus::Row{row.id, 1, row.day};
     }));
-    focus_.hits.update(listRows(content_->hits, [&](const PanelHit& row) {
+    auto hits = listRows(content_->hits, [&](const PanelHit& row) {
         return ListFocus::Row{row.id(), PanelRules::listHeight + gap, PanelRules::headingOf(row.hit.kind)};
-    }));
+    });
+    if (content_->ask)
+        hits.insert(hits.begin(), ListFocus::Row{"ask", PanelRules::listHeight + gap});
+    focus_.hits.update(std::move(hits));
 }
 
 /// An answer is kept back while its card isn't there as it was; a daemon that is away says nothing of that.
@@ -128,6 +135,7 @@ void PanelInput::setAlert(bool on, bool asks) {
 
 std::optional<PanelCommand> PanelInput::press(const Key& key, WallTime now) {
     focus_.hint.clear();
+    awaited_.reset();
     if (key.kind == Key::Kind::pasteBegin || key.kind == Key::Kind::pasteEnd) {
         pasting_ = key.kind == Key::Kind::pasteBegin;
         return std::nullopt;
@@ -257,7 +265,7 @@ PanelInput::Command PanelInput::pressText(char letter, WallTime now) {
     case 'h':
         return openSection(PanelSection::receipts);
     case '/':
-        return beginSearch();
+        return focus_.section == PanelSection::receipts ? filterReceipts() : openBar(content_->unasked);
     case 'w':
         return showTerminal();
     case 'o':

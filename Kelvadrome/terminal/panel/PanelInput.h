@@ -34,7 +34,7 @@ struct PanelFocus {
     ListFocus inbox;
     ListFocus agents;
     ListFocus receipts;
-    ListFocus hits;
+    ListFocus hits; // in the command bar, its own row first
     std::optional<CardFilter> only;
     bool expanded = false;             // the selected row shows all there is; without effect when wide
     int scroll = 0;                    // of what is selected beside the list, of help, card and alert
@@ -45,7 +45,7 @@ struct PanelFocus {
     bool typingGone = false;           // that card doesn't wait for this answer any more
     std::string receiptFilter;         // of the receipts that show, as typed
 
-    bool searching() const { return line.purpose() == CommandLine::Purpose::search; }
+    bool inBar() const { return line.purpose() == CommandLine::Purpose::bar; }
     /// The list that the arrows move in.
     const ListFocus& list() const { return this->*shownList(); }
     ListFocus& list() { return this->*shownList(); }
@@ -70,6 +70,8 @@ public:
     /// A message that waits for a key; one that `asks` has two answers, and Enter is the one that changes
     /// nothing.
     void setAlert(bool on, bool asks = false);
+    /// Opens the command bar, with these words in it.
+    std::optional<PanelCommand> openBar(const std::string& text);
     /// A link is on the screen, so its keys work.
     void setLink(bool shown) { linkShown_ = shown; }
 
@@ -106,10 +108,12 @@ private:
     std::optional<std::string> whyItStays(WallTime now) const;
 
     Command beginTyping(WallTime now);
-    Command beginSearch();
+    Command filterReceipts();
     Command pressTyping(const Key& key, WallTime now);
     Command sendTyped();
-    Command openHit(WallTime now);
+    Command enterBar(WallTime now);
+    Command openHit(FoundEntry hit, WallTime now);
+    Command openProposal(WallTime now);
     Command showCard(const std::string& id, WallTime now);
     void endTyping();
 
@@ -126,6 +130,7 @@ private:
     std::optional<std::string> dismissing_; // the card that the last key asked to dismiss
     std::string draft_;                     // the answer that was typed last,
     std::string draftOf_;                   // and the id of the card that it was typed for
+    std::optional<std::string> awaited_;    // a card to go to as soon as it is there
     bool pasting_ = false;
     bool linkShown_ = false;
     int page_ = 1;

@@ -41,7 +41,7 @@ constexpr std::array allKeys = std::to_array<KeyWords>({
     {"i", "Inbox"},
     {"g", "Agents: Enter shows an agent's cards"},
     {"h", "Receipts: / filters them, Enter shows the card"},
-    {"/", "search as you type; Enter opens, Esc leaves"},
+    {"/", "ask an agent or search; Enter asks or opens, Esc leaves"},
     {"Esc", "leave what lies on top"},
     {"While typing", nullptr},
     {"Enter", "send; Esc leaves and keeps your words"},
@@ -116,9 +116,16 @@ Items itemsOfRows(
     if (focus.section == PanelSection::inbox && focus.only)
         items.push_back({"Esc", "all"});
     if (focus.section != PanelSection::receipts)
-        items.push_back({"/", "search"});
+        items.push_back({"/", "ask"});
     items.push_back({"Tab", "section"});
     return items;
+}
+
+Items itemsOfBar(const PanelContent& content, const PanelFocus& focus) {
+    if (!content.ask)
+        return {{"Esc", "leave"}};
+    const bool asks = focus.hits.index() == 0 && content.ask->card.empty();
+    return {{"Enter", asks ? "ask" : "open"}, {"Esc", "leave"}, {"↑↓", "pick"}, {"^U", "clear"}};
 }
 
 Items itemsOf(const PanelContent& content, const PanelFocus& focus, const PanelExtras& extras, bool wide) {
@@ -126,8 +133,8 @@ Items itemsOf(const PanelContent& content, const PanelFocus& focus, const PanelE
     case Mode::typing:
         if (focus.line.purpose() == Purpose::answer)
             return {{"Enter", "send"}, {"Esc", "leave"}, {"^U", "clear"}, {"^W", "word"}};
-        if (focus.line.purpose() == Purpose::search)
-            return {{"Enter", "open"}, {"Esc", "leave"}, {"↑↓", "pick"}, {"^U", "clear"}};
+        if (focus.line.purpose() == Purpose::bar)
+            return itemsOfBar(content, focus);
         return {{"Enter", "keep"}, {"Esc", "clear"}, {"↑↓", "pick"}};
     case Mode::alert:
         return {{"Enter", extras.alert ? extras.alert->button.c_str() : "OK"}};

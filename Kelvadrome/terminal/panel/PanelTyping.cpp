@@ -3,7 +3,7 @@
 
 #include <algorithm>
 
-// The keys while something is typed: an answer, or words to search for.
+// The keys while something is typed: an answer, a filter, or what the command bar is to ask or find.
 
 namespace kelvadrome {
 
@@ -34,13 +34,20 @@ PanelInput::Command PanelInput::beginTyping(WallTime now) {
     return std::nullopt;
 }
 
-PanelInput::Command PanelInput::beginSearch() {
-    const bool filters = focus_.section == PanelSection::receipts;
+PanelInput::Command PanelInput::filterReceipts() {
+    focus_.mode = Mode::typing;
+    focus_.line.open(Purpose::receiptFilter, focus_.receiptFilter);
+    return std::nullopt;
+}
+
+std::optional<PanelCommand> PanelInput::openBar(const std::string& text) {
+    endTyping();
     focus_.mode = Mode::typing;
     focus_.only.reset(); // all is searched
-    focus_.line.open(
-        filters ? Purpose::receiptFilter : Purpose::search, filters ? focus_.receiptFilter : std::string());
-    return std::nullopt;
+    focus_.line.open(Purpose::bar, text);
+    if (text.empty())
+        return std::nullopt;
+    return PanelCommand{.kind = Kind::search, .text = focus_.line.text()};
 }
 
 void PanelInput::endTyping() {
@@ -61,7 +68,7 @@ PanelInput::Command PanelInput::pressTyping(const Key& key, WallTime now) {
     case Effect::full:
         return PanelCommand{.kind = Kind::bell};
     case Effect::edited:
-        if (purpose == Purpose::search)
+        if (purpose == Purpose::bar)
             return PanelCommand{.kind = Kind::search, .text = focus_.line.text()};
         if (purpose == Purpose::receiptFilter) {
             focus_.receiptFilter = focus_.line.text();
@@ -71,8 +78,8 @@ PanelInput::Command PanelInput::pressTyping(const Key& key, WallTime now) {
     case Effect::submit:
         if (purpose == Purpose::answer)
             return sendTyped();
-        if (purpose == Purpose::search)
-            return openHit(now);
+        if (purpose == Purpose::bar)
+            return enterBar(now);
         endTyping();
         return std::nullopt;
     case Effect::leave: {
@@ -97,6 +104,8 @@ PanelInput::Command PanelInput::pressTyping(const Key& key, WallTime now) {
     case Key::Kind::pageDown:
         move(key.kind == Key::Kind::pageUp ? -10 : 10);
         break;
+    case Key::Kind::tab:
+        return openProposal(now);
     default:
         break;
     }
@@ -116,10 +125,30 @@ PanelInput::Command PanelInput::sendTyped() {
     return command;
 }
 
-PanelInput::Command PanelInput::openHit(WallTime now) {
-    if (focus_.line.blank() || focus_.hits.empty())
+/// What Enter does on the row of the command bar that is selected.
+PanelInput::Command PanelInput::enterBar(WallTime now) {
+    if (focus_.line.blank())
         return std::nullopt;
-    const auto hit = content_->hits[focus_.hits.index()].hit;
+    if (!content_->ask)
+        return PanelCommand{.kind = Kind::ask};
+    if (const auto index = focus_.hits.index(); index > 0)
+        return openHit(content_->hits[index - 1].hit, now);
+    return content_->ask->card.empty() ? PanelCommand{.kind = Kind::ask} : openProposal(now);
+}
+
+/// The card may still be on its way here.
+PanelInput::Command PanelInput::openProposal(WallTime now) {
+    if (!focus_.inBar() || !content_->ask || content_->ask->card.empty())
+        return std::nullopt;
+    const auto id = content_->ask->card;
+    endTyping();
+    if (PanelRules::rowOf(*content_, id))
+        return showCard(id, now);
+    awaited_ = id;
+    return openSection(PanelSection::inbox);
+}
+
+PanelInput::Command PanelInput::openHit(FoundEntry hit, WallTime now) {
     endTyping();
     switch (hit.kind) {
     case FoundEntry::Kind::question:

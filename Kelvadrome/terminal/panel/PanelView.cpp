@@ -55,8 +55,9 @@ StyledLine underHeader(const PanelContent& content, const PanelFocus& focus, int
         left = {{"  Only ", Style::dim}, {cleanLine(focus.receiptFilter), Style::accent}};
     const auto& list = focus.list();
     StyledLine right;
-    if (list.size() > 1)
-        right.push_back({fmt::format("{} of {}{}", list.index() + 1, list.size(),
+    const std::size_t ask = &list == &focus.hits ? 1 : 0; // a row that is no hit
+    if (list.size() > 1 && list.index() >= ask)
+        right.push_back({fmt::format("{} of {}{}", list.index() + 1 - ask, list.size() - ask,
                              focus.section == PanelSection::receipts && content.moreReceipts ? "+" : ""),
             Style::dim});
     return spread(std::move(left), std::move(right), columns);
@@ -119,9 +120,10 @@ StyledLines messages(
         say(content.readError);
     if (extras.note)
         say(*extras.note);
-    if (content.menu.error)
-        paragraph(
-            lines, "⚠ " + cleanLine(*content.menu.error), Style::alert, indent, columns, longestMessage);
+    for (const auto& error : {content.menu.error, content.askError}) {
+        if (error)
+            paragraph(lines, "⚠ " + cleanLine(*error), Style::alert, indent, columns, longestMessage);
+    }
     if (focus.typingTo && focus.typingGone)
         notice(lines, "This question has changed or is answered.", indent, columns, 1);
     else if (focus.typingTo)
@@ -132,8 +134,8 @@ StyledLines messages(
 
 CommandLine::Prompt promptOf(Purpose purpose) {
     switch (purpose) {
-    case Purpose::search:
-        return {"/ ", "words of a question, an answer or a topic"};
+    case Purpose::bar:
+        return {"/ ", CommandBar::placeholder};
     case Purpose::receiptFilter:
         return {"/ ", "words, agent:NAME, from:2026-01-31, to:2026-01-31"};
     case Purpose::answer:
@@ -160,7 +162,7 @@ StyledLines bar(const PanelContent& content, const PanelFocus& focus, ScreenSize
             cut({{"  Option " + focus.digits + "_  another digit, or Enter", Style::plain}}, size.columns));
     } else if (lines.empty()) {
         lines.push_back(spread({{"  o", Style::accent}, {" " + content.menu.open.words, Style::plain}},
-            {{"/", Style::accent}, {" search", Style::dim}}, size.columns));
+            {{"/", Style::accent}, {" ask or search", Style::dim}}, size.columns));
     }
     return lines;
 }

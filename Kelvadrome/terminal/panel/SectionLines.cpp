@@ -72,6 +72,38 @@ StyledLines receipt(const PanelReceipt& row, bool selected, int columns) {
         columns)};
 }
 
+StyledLines ask(const PanelContent& content, bool selected, int columns) {
+    const auto& row = content.ask->row;
+    if (!content.ask->card.empty()) {
+        StyledLines out{
+            spread({{cleanLine(row.title), titleStyle(selected)}}, {{row.ending, Style::accent}}, columns)};
+        paragraph(out, cleanLine(row.detail), Style::good, 0, columns);
+        return out;
+    }
+    std::string below = row.busy ? "" : CommandBar::returnHint;
+    if (content.hits.empty())
+        below += std::string(below.empty() ? "" : " · ") + (content.searched ? "nothing found" : "searching");
+    return {spread({{cleanLine(row.title), titleStyle(selected)}},
+                {{row.busy     ? "…"
+                    : selected ? row.ending
+                               : "",
+                    Style::accent}},
+                columns),
+        cut({{below, Style::dim}}, columns)};
+}
+
+StyledLines askDetail(const PanelAsk& ask, int columns) {
+    StyledLines out;
+    paragraph(out, cleanLine(ask.row.title), Style::strong, 0, columns);
+    if (!ask.row.detail.empty())
+        paragraph(out, cleanLine(ask.row.detail), Style::good, 0, columns);
+    out.emplace_back();
+    out.push_back(cut(
+        {{"Enter", Style::accent}, {ask.card.empty() ? "  makes a card of it" : "  opens it", Style::plain}},
+        columns));
+    return out;
+}
+
 StyledLines hit(const PanelHit& row, bool selected, int columns) {
     const auto below = row.note.empty() ? row.hit.snippet : row.note;
     return {cut({{cleanLine(row.hit.title), titleStyle(selected)}}, columns),
