@@ -80,7 +80,7 @@ StyledLines ask(const PanelContent& content, bool selected, int columns) {
         paragraph(out, cleanLine(row.detail), Style::good, 0, columns);
         return out;
     }
-    std::string below = row.busy ? "" : CommandBar::returnHint;
+    std::string below = selected && !row.busy ? CommandBar::returnHint : "";
     if (content.hits.empty())
         below += std::string(below.empty() ? "" : " · ") + (content.searched ? "nothing found" : "searching");
     return {spread({{cleanLine(row.title), titleStyle(selected)}},
