@@ -34,6 +34,8 @@ HotkeySpec BarHotkey::wanted(const Defaults& defaults) {
 }
 
 void BarHotkey::registerKey() {
+    gesture_.barWasOpen = false;
+    release(); // that of the key of before may never be told
     auto spec = wanted(*parts_.defaults);
     state_.label = spec.label();
     changes_.changed();

@@ -1,6 +1,7 @@
 #include "Kelvadrome/model/SettingsModel.h"
 
 #include "Kelvadrome/model/AppLifecycle.h"
+#include "Kelvadrome/model/BarKeyRows.h"
 #include "KelvadromeKit/delivery/TerminalAccessRow.h"
 
 namespace kelvadrome {

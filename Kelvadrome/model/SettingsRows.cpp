@@ -1,14 +1,13 @@
 #include "Kelvadrome/model/SettingsRows.h"
 
+#include "Kelvadrome/model/BarKeyRows.h"
 #include "KelvadromeKit/attention/InboxLogic.h"
-#include "KelvadromeKit/delivery/ShellLine.h"
 #include "KelvadromeKit/delivery/TerminalAccessRow.h"
 #include "KelvadromeKit/support/Files.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cctype>
 
 namespace kelvadrome {
 
@@ -117,34 +116,10 @@ Group notifications(const AppState& state, const SettingsFacts& facts) {
             facts.notifyStops && facts.place.mayNotify, facts.place.mayNotify)}};
 }
 
-std::string stateOf(const BarKeyState& key) {
-    if (!key.possible)
-        return "No program can have a key of its own on this display. Bind the command below instead.";
-    if (!key.outcome)
-        return "One moment.";
-    switch (key.outcome->kind) {
-    case HotkeyOutcome::Kind::registered:
-        return "Opens the bar wherever you are, and closes it again. Option is Alt, Command is Super.";
-    case HotkeyOutcome::Kind::taken:
-        return "Taken by another app";
-    case HotkeyOutcome::Kind::failed:
-        break;
-    }
-    return fmt::format("The system refused it ({}). Bind the command below instead.", key.outcome->status);
-}
-
-Group commandBar(const SettingsFacts& facts) {
-    return {"bar", "Command bar", "Ask an agent or search, wherever you are.",
-        {fact(SettingsId::barKey, "Command bar key", stateOf(*facts.barKey), facts.barKey->label),
-            press(SettingsId::barCommand, "A key of your desktop's",
-                "Bind this command in your desktop's keyboard settings: " + barCommand(facts.place),
-                "Copy Command")}};
-}
-
 std::vector<Group> general(const AppState& state, const SettingsFacts& facts) {
     std::vector<Group> groups{look(state), onScreen(state, facts)};
     if (facts.barKey)
-        groups.push_back(commandBar(facts));
+        groups.push_back(barKeyRows(*facts.barKey, facts.place));
     groups.push_back(background(state, facts));
     groups.push_back(notifications(state, facts));
     return groups;
@@ -345,13 +320,6 @@ std::string_view title(SettingsTab tab) {
 
 std::string SettingsId::terminal(TerminalApp app) {
     return "terminal-" + std::string(rawValue(app));
-}
-
-std::string barCommand(const SettingsFacts::Place& place) {
-    const auto& path = place.executable;
-    const bool plain = std::ranges::all_of(path,
-        [](unsigned char c) { return std::isalnum(c) || c == '/' || c == '.' || c == '-' || c == '_'; });
-    return (plain ? path : ShellLine::quote(path)) + " --bar";
 }
 
 std::vector<SettingsGroup> settingsPane(SettingsTab tab, const AppState& state, const SettingsFacts& facts) {

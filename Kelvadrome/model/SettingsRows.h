@@ -117,9 +117,6 @@ std::string terminal(TerminalApp app);
 
 } // namespace SettingsId
 
-/// What opens the command bar from outside, for the desktop's own keyboard settings.
-std::string barCommand(const SettingsFacts::Place& place);
-
 /// The words of KDAppearance, in the order in which the settings offer them.
 inline constexpr std::array<std::string_view, 3> appearanceWords = {"system", "light", "dark"};
 
