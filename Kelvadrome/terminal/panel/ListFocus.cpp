@@ -81,7 +81,8 @@ int ListFocus::settledScroll(int selectedHeight, int height) const {
         return 0;
     const int from = index_ == 0 ? 0 : line(index_);
     const int to = line(index_) + selectedHeight;
-    const auto [low, high] = std::minmax(to - height, from);
+    const int least = to - height; // by name: std::minmax gives references
+    const auto [low, high] = std::minmax(least, from);
     const int scroll = std::clamp(scroll_, low, high);
     if (still_)
         return scroll;
