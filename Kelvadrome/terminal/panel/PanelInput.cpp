@@ -69,6 +69,7 @@ void PanelInput::update(std::shared_ptr<const PanelContent> content, ScreenSize 
         dismissing_.reset();
     }
     followTyping();
+    shownWords_ = focus_.line.text();
     if (awaited_ && focus_.inbox.select(*awaited_)) {
         awaited_.reset();
         steadySince_ = now;

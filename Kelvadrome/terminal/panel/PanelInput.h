@@ -130,6 +130,7 @@ private:
     std::optional<std::string> dismissing_; // the card that the last key asked to dismiss
     std::string draft_;                     // the answer that was typed last,
     std::string draftOf_;                   // and the id of the card that it was typed for
+    std::string shownWords_;                // of the line, when the content came
     std::optional<std::string> awaited_;    // a card to go to as soon as it is there
     bool pasting_ = false;
     bool linkShown_ = false;

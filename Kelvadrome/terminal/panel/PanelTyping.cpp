@@ -129,11 +129,10 @@ PanelInput::Command PanelInput::sendTyped() {
 PanelInput::Command PanelInput::enterBar(WallTime now) {
     if (focus_.line.blank())
         return std::nullopt;
-    if (!content_->ask)
-        return PanelCommand{.kind = Kind::ask};
     if (const auto index = focus_.hits.index(); index > 0)
         return openHit(content_->hits[index - 1].hit, now);
-    return content_->ask->card.empty() ? PanelCommand{.kind = Kind::ask} : openProposal(now);
+    const bool made = content_->ask && !content_->ask->card.empty() && focus_.line.text() == shownWords_;
+    return made ? openProposal(now) : PanelCommand{.kind = Kind::ask};
 }
 
 /// The card may still be on its way here.
