@@ -22,7 +22,8 @@ public:
     std::optional<FrontApplication> front = FrontApplication{42, 7};
     std::optional<std::uint32_t> window = 9; // to take a picture of
     std::function<void()> whileDragging;     // what happens while the capture tool runs
-    bool capable = false;                    // of recording on a hold
+    std::function<void()> handedBack = [] {};
+    bool capable = false; // of recording on a hold
 
     void place() override { calls.add("place"); }
     void orderFront() override { calls.add("orderFront"); }
@@ -32,6 +33,7 @@ public:
     std::optional<FrontApplication> frontApplication() const override { return front; }
     void reactivate(const FrontApplication& application) override {
         calls.add("reactivate " + std::to_string(application.window));
+        handedBack();
     }
 
     std::optional<std::uint32_t> frontWindow(std::optional<std::int32_t> pid) override {
