@@ -1,6 +1,7 @@
 #include "Kelvadrome/gtk/parts/WindowHints.h"
 
 #include "Kelvadrome/glib/GLibOwned.h"
+#include "KelvadromeKit/bar/BarPlace.h"
 
 #include <X11/Xatom.h>
 #include <algorithm>
@@ -109,6 +110,17 @@ GdkMonitor* monitorAt(std::pair<int, int> place, int scale) {
     return nullptr;
 }
 
+/// Absent while the pointer is on a display of its own.
+std::optional<std::pair<int, int>> pointerPlace(const XWindow& window) {
+    Window root = 0, child = 0;
+    int x = 0, y = 0, insideX = 0, insideY = 0;
+    unsigned buttons = 0;
+    if (!XQueryPointer(window.display, DefaultRootWindow(window.display), &root, &child, &x, &y, &insideX,
+            &insideY, &buttons))
+        return std::nullopt;
+    return std::pair(x, y);
+}
+
 void moveTo(const XWindow& window, long x, long y) {
     XMoveWindow(window.display, window.id, static_cast<int>(x), static_cast<int>(y));
     XFlush(window.display);
@@ -187,6 +199,38 @@ void strip(Gtk::Window& window, std::optional<std::pair<int, int>> place) {
         return moveTo(*x11, place->first, place->second);
     const auto area = workArea(*x11, mainMonitor());
     moveTo(*x11, std::max(area.x, area.x + area.width - 300L * x11->scale), area.y + 56L * x11->scale);
+}
+
+void bar(Gtk::Window& window) {
+    const auto x11 = xWindow(window);
+    if (!x11)
+        return;
+    setState(*x11, true,
+        {"_NET_WM_STATE_ABOVE", "_NET_WM_STATE_STICKY", "_NET_WM_STATE_SKIP_TASKBAR",
+            "_NET_WM_STATE_SKIP_PAGER"});
+    ask(*x11, "_NET_WM_DESKTOP", {everyDesktop, application});
+    const auto pointer = pointerPlace(*x11);
+    auto* const monitor = pointer ? monitorAt(*pointer, x11->scale) : nullptr;
+    const auto area = workArea(*x11, monitor ? monitor : mainMonitor());
+    const double scale = x11->scale;
+    const auto place = barPlace({area.x / scale, area.y / scale, area.width / scale, area.height / scale});
+    moveTo(*x11, std::lround(place.x * scale), std::lround(place.y * scale));
+}
+
+void asIfPressed(Gtk::Window& window) {
+    gtk_widget_realize(GTK_WIDGET(window.gobj()));
+    if (!xWindow(window))
+        return;
+    auto* const surface = gtk_native_get_surface(GTK_NATIVE(window.gobj()));
+    gdk_x11_surface_set_user_time(surface, gdk_x11_get_server_time(surface));
+}
+
+void takeFocus(Gtk::Window& window) {
+    auto* const surface = gtk_native_get_surface(GTK_NATIVE(window.gobj()));
+    if (!surface)
+        return;
+    const auto time = GDK_IS_X11_SURFACE(surface) ? gdk_x11_get_server_time(surface) : GDK_CURRENT_TIME;
+    gtk_window_present_with_time(window.gobj(), time);
 }
 
 bool canPlace() {

@@ -23,6 +23,17 @@ void refuseFocus(Gtk::Window& window);
 /// edge and 56 from its upper edge. To be set when it is mapped.
 void strip(Gtk::Window& window, std::optional<std::pair<int, int>> place);
 
+/// The command bar: above all others, on every desktop, out of the task bar, where `barPlace` says on the
+/// screen that holds the pointer. The window must be mapped.
+void bar(Gtk::Window& window);
+
+/// Lets a window that is about to be shown take the focus as if a key had been pressed in one of ours: the
+/// key was pressed elsewhere, and a window manager keeps old windows from taking the focus away from new
+/// ones.
+void asIfPressed(Gtk::Window& window);
+/// Gives the focus to a window that is mapped, for the same reason.
+void takeFocus(Gtk::Window& window);
+
 /// Where the window's upper left corner is, in screen pixels; absent where the display doesn't tell.
 std::optional<std::pair<int, int>> place(Gtk::Window& window);
 /// Where its middle is.
