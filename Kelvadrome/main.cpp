@@ -27,6 +27,7 @@ Without an option the application starts: on a display that answers the desktop,
 otherwise the panel in this terminal.
 
   --terminal               the panel in this terminal, on a display too
+  --bar                    the command bar, on a display: in the running application, or a new one
   --kelvadromed            become the daemon (the login item runs this)
   --register-background    register the login item: 0 enabled, 3 waits for the user, 1 failed
   --unregister-background  remove the login item
@@ -137,7 +138,7 @@ std::string_view schemeOf(std::string_view word) {
 std::optional<std::string> wrongArgument(const std::vector<std::string>& arguments) {
     for (std::size_t i = 1; i < arguments.size(); ++i) {
         const auto& word = arguments[i];
-        if (word.starts_with("--") && word != "--terminal") {
+        if (word.starts_with("--") && !isOneOf(word, {"--terminal", "--bar"})) {
             const bool headless = isOneOf(word,
                 {"--kelvadromed", "--register-background", "--unregister-background", "--background-status"});
             return headless ? word + " must be the first argument." : "There is no option " + word + ".";
@@ -176,10 +177,14 @@ int startPanel(int argc, char** argv, const std::string& noDisplay) {
 }
 
 int startFrontEnd(int argc, char** argv) {
-    const bool terminal =
-        std::any_of(argv, argv + argc, [](std::string_view word) { return word == "--terminal"; });
+    const auto given = [&](std::string_view option) {
+        return std::find(argv, argv + argc, option) != argv + argc;
+    };
+    const bool terminal = given("--terminal");
     const auto display = displayNames();
     const auto path = display.empty() || terminal ? std::nullopt : modulePath("desktop");
+    if (!path && given("--bar"))
+        return fail("--bar needs a display and the desktop.");
     if (!path)
         return startPanel(argc, argv, {});
     const FrontEnd desktop(*path);
@@ -190,6 +195,8 @@ int startFrontEnd(int argc, char** argv) {
     if (answers())
         return run(argc, argv);
     const auto noDisplay = "No display answers at " + display;
+    if (given("--bar"))
+        return fail(noDisplay + ".");
     if (!::isatty(STDOUT_FILENO))
         return fail(noDisplay + ", and standard output is no terminal for the panel.");
     return startPanel(argc, argv, noDisplay);

@@ -28,6 +28,7 @@ public:
         std::shared_ptr<RunningApps> apps;
         std::function<bool()> quietWindows; // asked when the main window opens
         std::function<bool()> trayHosted;   // whether a tray shows our item
+        std::function<void(std::optional<std::string> text)> openBar;
     };
 
     explicit DesktopScreen(Desktop desktop) : desktop_(std::move(desktop)) {}
@@ -47,7 +48,7 @@ public:
     bool raiseOnboarding() override;
     void closeOnboarding() override;
     void updateAgentStrip(std::optional<AgentStrip> strip) override;
-    void openCommandBar(std::optional<std::string>) override {}
+    void openCommandBar(std::optional<std::string> text) override { desktop_.openBar(std::move(text)); }
     void revealFile(std::string path) override;
     void copyText(std::string text) override;
     void openURL(std::string url) override;

@@ -1,3 +1,4 @@
+#include "Kelvadrome/gtk/DesktopBar.h"
 #include "Kelvadrome/gtk/DesktopScreen.h"
 #include "Kelvadrome/gtk/MainLoop.h"
 #include "Kelvadrome/gtk/panel/PanelWindow.h"
@@ -26,6 +27,7 @@
 #include <glib-unix.h>
 
 #include <adwaita.h>
+#include <algorithm>
 #include <csignal>
 #include <cstdio>
 #include <gtkmm/application.h>
@@ -50,7 +52,7 @@ Task<> actAfter(std::shared_ptr<Clock> clock, double seconds, std::function<void
 class DesktopApplication {
 public:
     explicit DesktopApplication(const std::vector<std::string>& arguments)
-        : arguments_(arguments),
+        : arguments_(arguments), wantsBar_(std::ranges::count(arguments, "--bar") > 0),
           hub_(
               arguments, loop_.executor(), pool_,
               [this](std::string title, std::string text, std::string button) {
@@ -65,6 +67,12 @@ public:
     }
 
     int run() {
+        // Where this program runs already, that one's bar is meant.
+        if (wantsBar_ && application_->register_application() && application_->is_remote()) {
+            application_->activate_action("toggle-bar");
+            application_->get_dbus_connection()->flush_sync();
+            return 0;
+        }
         std::vector<char*> words{arguments_.front().data()};
         for (auto& argument : arguments_) {
             if (Text::lowercasedASCII(argument).starts_with("kelvadrome:"))
@@ -159,6 +167,7 @@ private:
                 .agent = [this](const std::string& id) { model_->openAgent(id); },
                 .hide = [this] { model_->setAgentStrip(false); },
                 .tell = [this] { return agentLines(model_->state()); }});
+        bar_ = std::make_unique<DesktopBar>(hub_, model_, [this](Gtk::Window& window) { adopt(window); });
         makeSettings();
         // The last, since it is nearly always open: GTK 4.8 crashes when a screen reader asks for a window
         // that has just gone while the last one made is hidden.
@@ -184,6 +193,7 @@ private:
                 .quit = [this] { quit(); }});
         menu_ = std::make_unique<Menu>(*application_, model_);
         addAction("panel", "<Control>p", [this] { panel_->toggle(std::nullopt); });
+        addAction("toggle-bar", "", [this] { bar_->toggle(); });
         addAction("search", "<Control>f", [this] { window_->focusSearch(); });
         addAction("settings", "<Control>comma", [this] { openSettings(std::nullopt); });
         addAction("about", "", [this] { Help::showAbout(*window_, KELVADROME_VERSION); });
@@ -247,7 +257,8 @@ private:
                         if (window->get_mapped())
                             WindowHints::skipTaskbar(*window, !shown);
                     }
-                }}));
+                },
+            .barKey = bar_->key()}));
     }
 
     std::vector<Gtk::Window*> ordinaryWindows() {
@@ -321,6 +332,8 @@ private:
     void activated() {
         if (!std::exchange(launched_, true)) {
             model_->openMainWindow();
+            if (wantsBar_)
+                bar_->open(std::nullopt);
             return;
         }
         const bool more = window_->get_visible() && !(setup_ && setup_->visible());
@@ -355,6 +368,7 @@ private:
     }
 
     std::vector<std::string> arguments_;
+    bool wantsBar_;
     MainLoop loop_;
     BackgroundPool pool_; // after the loop: its jobs post to the loop until they are joined
     const std::shared_ptr<SessionBus> bus_ = SessionBus::open();
@@ -366,7 +380,12 @@ private:
             .revealFile = [this](std::string path) { files_.reveal(path); },
             .apps = apps_,
             .quietWindows = [this] { return hub_.flags.quietWindows; },
-            .trayHosted = [this] { return tray_ && tray_->hosted(); }});
+            .trayHosted = [this] { return tray_ && tray_->hosted(); },
+            .openBar =
+                [this](std::optional<std::string> text) {
+                    if (bar_)
+                        bar_->open(text);
+                }});
     LocalHub hub_;
     PageTunnel tunnel_{hub_.peers};
     Glib::RefPtr<Gtk::Application> application_;
@@ -377,6 +396,7 @@ private:
     std::unique_ptr<PanelWindow> panel_;
     std::unique_ptr<AgentStripWindow> strip_;
     std::shared_ptr<OnboardingWindow> setup_;
+    std::unique_ptr<DesktopBar> bar_;
     std::unique_ptr<SettingsWindow> settings_;
     std::unique_ptr<TrayIcon> tray_;
     std::unique_ptr<Menu> menu_;

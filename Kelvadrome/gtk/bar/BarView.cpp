@@ -16,6 +16,7 @@ namespace kelvadrome {
 namespace {
 
 constexpr int tallestRows = 320; // so that field, shots and footer have their room in the bar's height
+constexpr int lineChars = 70;    // of words that wrap: about the width of the bar
 
 using Kind = CommandBarRow::Kind;
 
@@ -158,14 +159,16 @@ Gtk::Widget& BarView::rowWidget(const CommandBarRow& row) {
     auto* const words = Gtk::make_managed<Gtk::Box>(Gtk::Orientation::VERTICAL, 2);
     words->set_hexpand(true);
     words->set_valign(Gtk::Align::CENTER);
-    const bool long_ = row.kind == Kind::error || row.kind == Kind::proposal;
-    const auto wrapping = long_ ? Wrapping::wraps : Wrapping::elides;
-    words->append(*wordsLabel(row.title, row.kind == Kind::error ? "error" : "", wrapping));
-    if (!row.detail.empty()) {
-        auto* const detail = wordsLabel(row.detail, "caption", wrapping);
-        detail->add_css_class("dim-label");
-        words->append(*detail);
-    }
+    const bool isResult = row.kind == Kind::error || row.kind == Kind::proposal;
+    const auto add = [&](const std::string& text, const char* style) {
+        auto* const label = wordsLabel(text, style, isResult ? Wrapping::wraps : Wrapping::elides);
+        if (isResult)
+            label->set_max_width_chars(lineChars);
+        words->append(*label);
+    };
+    add(row.title, row.kind == Kind::error ? "error" : "");
+    if (!row.detail.empty())
+        add(row.detail, "subtitle");
     line->append(*words);
     if (row.busy) {
         auto* const busy = Gtk::make_managed<Gtk::Spinner>();

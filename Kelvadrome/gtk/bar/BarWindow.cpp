@@ -14,6 +14,7 @@ CommandPanelWindow::CommandPanelWindow(std::unique_ptr<BarView> view, std::funct
     set_decorated(false);
     set_resizable(false);
     add_css_class("bar-window");
+    WindowHints::squareWithoutCompositor(*this);
     view_->set_size_request(static_cast<int>(barWidth), -1);
     set_child(*view_);
     // For when the field doesn't hold the focus; where it does, it has taken the key already.

@@ -46,6 +46,7 @@ PanelWindow::PanelWindow(
     set_resizable(false);
     set_hide_on_close(true);
     add_css_class("panel-window");
+    WindowHints::squareWithoutCompositor(*this);
     scroller_.set_policy(Gtk::PolicyType::NEVER, Gtk::PolicyType::AUTOMATIC);
     scroller_.set_propagate_natural_height(true);
     scroller_.set_size_request(width, -1);

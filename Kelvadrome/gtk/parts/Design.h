@@ -246,6 +246,7 @@ text > placeholder { opacity: 1; color: @kd_soft; }
 
 .panel { padding: 16px; }
 .panel-window, .strip-window { border-radius: 12px; box-shadow: inset 0 0 0 1px @kd_line; }
+.panel-window.square, .strip-window.square, .bar-window.square { border-radius: 0; }
 .question { padding: 12px 16px; box-shadow: 0 0 0 1px @kd_line; }
 .question .summary { font-weight: 600; caret-color: transparent; }
 .question .summary:focus-visible { outline: 2px solid @kd_accent_text; outline-offset: 2px; border-radius: 5px; }
@@ -270,6 +271,20 @@ text > placeholder { opacity: 1; color: @kd_soft; }
 .error-bar { padding: 8px 16px; background: @kd_danger_wash; border-bottom: 1px solid @kd_danger_edge; }
 .list-heading { font-weight: 700; font-size: 86.7%; color: @kd_soft; padding: 12px 12px 4px; }
 .caption { font-size: 86.7%; }
+
+.bar-window { border-radius: 12px; box-shadow: inset 0 0 0 1px @kd_line; background: @kd_sheet; }
+.bar-head { padding: 8px 16px; min-height: 40px; }
+.bar-field { font-size: 17px; background: none; box-shadow: none; outline: none; border: none; padding: 0; min-height: 40px; }
+.bar list { background: none; padding: 4px 8px; }
+.bar scrolledwindow { border-top: 1px solid @kd_line; }
+.bar-row { padding: 8px 8px; min-height: 28px; }
+.bar list row { border-radius: 8px; }
+.bar list row:selected { background: @kd_control; color: @kd_ink; }
+.bar-foot { padding: 8px 16px; border-top: 1px solid @kd_line; }
+.keycap { font-size: 86.7%; min-width: 14px; padding: 0 5px; border-radius: 5px; box-shadow: inset 0 0 0 1px @kd_edge; color: @kd_soft; }
+.shot-strip { padding: 0 16px 8px; }
+.shot { border-radius: 8px; background: @kd_control; box-shadow: 0 0 0 1px @kd_line; }
+.shot-remove { min-width: 22px; min-height: 22px; padding: 0; margin: 3px; }
 )css";
 
 } // namespace kelvadrome::Design

@@ -233,6 +233,11 @@ void takeFocus(Gtk::Window& window) {
     gtk_window_present_with_time(window.gobj(), time);
 }
 
+void squareWithoutCompositor(Gtk::Window& window) {
+    if (!gdk_display_is_composited(gdk_display_get_default()))
+        window.add_css_class("square");
+}
+
 bool canPlace() {
     auto* const display = gdk_display_get_default();
     return display && GDK_IS_X11_DISPLAY(display);

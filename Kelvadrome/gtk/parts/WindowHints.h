@@ -39,6 +39,10 @@ std::optional<std::pair<int, int>> place(Gtk::Window& window);
 /// Where its middle is.
 std::optional<std::pair<int, int>> middle(Gtk::Window& window);
 
+/// Square corners for a window without a frame where nothing blends windows: what is outside of round ones
+/// would be black.
+void squareWithoutCompositor(Gtk::Window& window);
+
 /// Whether windows stay where `strip` and `panel` put them.
 bool canPlace();
 

@@ -26,6 +26,7 @@ AgentStripWindow::AgentStripWindow(Presses presses) : presses_(std::move(presses
     set_hide_on_close(true);
     set_focusable(false);
     add_css_class("strip-window");
+    WindowHints::squareWithoutCompositor(*this);
     row_.set_size_request(width, height);
     row_.set_margin_start(6);
     press_.add_css_class("flat");

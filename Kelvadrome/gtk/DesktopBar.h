@@ -1,0 +1,36 @@
+#pragma once
+
+#include "Kelvadrome/gtk/bar/BarPanel.h"
+#include "Kelvadrome/hub/LocalHub.h"
+#include "Kelvadrome/model/BarHotkey.h"
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace kelvadrome {
+
+/// The command bar of this desktop, put together: its state, its window, its key, and what it asks of the
+/// machine. Outlives none of what it is made of.
+class DesktopBar {
+public:
+    DesktopBar(const LocalHub& hub, std::shared_ptr<AppModel> model, std::function<void(Gtk::Window&)> adopt);
+
+    /// Opens the bar, with these words in its field when given.
+    void open(const std::optional<std::string>& text) { controller_->open(text); }
+    void toggle() { controller_->toggle(); }
+    const std::shared_ptr<BarHotkey>& key() const { return key_; }
+
+private:
+    std::unique_ptr<CommandPanelWindow> makeWindow();
+    void showKey();
+
+    std::function<void(Gtk::Window&)> adopt_;
+    std::shared_ptr<BarPanel> panel_;
+    std::shared_ptr<CommandPanelController> controller_;
+    std::shared_ptr<BarHotkey> key_;
+    Subscription watchingKey_;
+};
+
+} // namespace kelvadrome
