@@ -52,6 +52,7 @@ void BarView::addHead(Capture capture) {
     auto* const search = Gtk::make_managed<Gtk::Image>();
     search->set_from_icon_name("system-search-symbolic");
     search->add_css_class("dim-label");
+    setAccessibleHidden(*search, true);
     head_.append(*search);
     head_.append(field_);
     microphone_.add_css_class("flat");
@@ -154,6 +155,7 @@ Gtk::Widget& BarView::rowWidget(const CommandBarRow& row) {
     if (!row.icon.empty()) {
         auto* const icon = Gtk::make_managed<Gtk::Image>();
         icon->set_from_icon_name(barIcon(row.icon));
+        setAccessibleHidden(*icon, true);
         line->append(*icon);
     }
     auto* const words = Gtk::make_managed<Gtk::Box>(Gtk::Orientation::VERTICAL, 2);
