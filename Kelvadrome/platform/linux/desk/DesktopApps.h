@@ -6,6 +6,8 @@
 
 namespace kelvadrome {
 
+class XDisplay;
+
 /// Other applications by the windows that they have on an X display: their class says what they are, their
 /// pid which instance they belong to. On Wayland, which tells nobody, and without a display nothing runs.
 /// Follows a server that is started anew. Main thread; a call is a few round trips to the server of this
@@ -22,11 +24,7 @@ public:
     void activate(const std::string& bundleId) override;
 
 private:
-    class Display;
-    /// Absent where there is no display.
-    Display* display();
-
-    std::unique_ptr<Display> display_;
+    std::unique_ptr<XDisplay> display_;
 };
 
 } // namespace kelvadrome
