@@ -1,0 +1,37 @@
+#pragma once
+
+#include "Kelvadrome/platform/linux/desk/PortalRequest.h"
+#include "KelvadromeKit/bar/GlobalHotkey.h"
+
+namespace kelvadrome {
+
+/// The global key by the desktop's GlobalShortcuts portal, which lets the user choose another one: the name
+/// that is registered is then what we asked for. Main thread, in its main context; a callback may register
+/// another key or end this object.
+class PortalHotkey final : public GlobalHotkey {
+public:
+    static constexpr double portalLimit = 10; // seconds
+    static constexpr double userLimit = 120;  // for a user whom the portal asks
+
+    /// `failed` carries what PortalAnswer does, or this.
+    static constexpr std::int32_t replaced = -3; // by a key that was registered meanwhile, or the end of this
+
+    PortalHotkey(std::shared_ptr<SessionBus> bus, std::shared_ptr<Clock> clock);
+    ~PortalHotkey() override;
+    PortalHotkey(const PortalHotkey&) = delete;
+    PortalHotkey& operator=(const PortalHotkey&) = delete;
+
+    Task<HotkeyOutcome> registerKey(HotkeySpec spec) override;
+    /// Absent too once the portal has closed the session or gone.
+    std::optional<HotkeySpec> current() const override;
+
+private:
+    struct Session;
+    struct State;
+    static Task<HotkeyOutcome> bind(std::shared_ptr<State> state, HotkeySpec spec);
+    void tell(bool pressed);
+
+    const std::shared_ptr<State> state_; // a registration may still wait when this has ended
+};
+
+} // namespace kelvadrome
