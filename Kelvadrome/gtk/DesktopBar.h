@@ -1,8 +1,11 @@
 #pragma once
 
 #include "Kelvadrome/gtk/bar/BarPanel.h"
+#include "Kelvadrome/gtk/parts/Waking.h"
 #include "Kelvadrome/hub/LocalHub.h"
 #include "Kelvadrome/model/BarHotkey.h"
+#include "Kelvadrome/platform/linux/desk/CaptureTools.h"
+#include "Kelvadrome/platform/linux/desk/DesktopWindows.h"
 
 #include <functional>
 #include <memory>
@@ -15,7 +18,8 @@ namespace kelvadrome {
 /// machine. Outlives none of what it is made of.
 class DesktopBar {
 public:
-    DesktopBar(const LocalHub& hub, std::shared_ptr<AppModel> model, std::function<void(Gtk::Window&)> adopt);
+    DesktopBar(const LocalHub& hub, std::shared_ptr<SessionBus> bus, std::shared_ptr<AppModel> model,
+        std::function<void(Gtk::Window&)> adopt);
 
     /// Opens the bar, with these words in its field when given.
     void open(const std::optional<std::string>& text) { controller_->open(text); }
@@ -24,13 +28,16 @@ public:
 
 private:
     std::unique_ptr<CommandPanelWindow> makeWindow();
-    void showKey();
+    void showKey(CommandPanelWindow& window) const;
 
     std::function<void(Gtk::Window&)> adopt_;
+    std::shared_ptr<DesktopWindows> windows_;
+    std::shared_ptr<CaptureTools> capture_;
     std::shared_ptr<BarPanel> panel_;
     std::shared_ptr<CommandPanelController> controller_;
     std::shared_ptr<BarHotkey> key_;
     Subscription watchingKey_;
+    Waking preparing_;
 };
 
 } // namespace kelvadrome

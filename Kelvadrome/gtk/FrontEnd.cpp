@@ -167,7 +167,8 @@ private:
                 .agent = [this](const std::string& id) { model_->openAgent(id); },
                 .hide = [this] { model_->setAgentStrip(false); },
                 .tell = [this] { return agentLines(model_->state()); }});
-        bar_ = std::make_unique<DesktopBar>(hub_, model_, [this](Gtk::Window& window) { adopt(window); });
+        bar_ =
+            std::make_unique<DesktopBar>(hub_, bus_, model_, [this](Gtk::Window& window) { adopt(window); });
         makeSettings();
         // The last, since it is nearly always open: GTK 4.8 crashes when a screen reader asks for a window
         // that has just gone while the last one made is hidden.

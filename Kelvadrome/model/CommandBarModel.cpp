@@ -244,8 +244,8 @@ std::optional<CaptureTarget> CommandBarModel::target(bool region) {
             place->stepAside();
         return CaptureTarget::region();
     }
-    const auto pid = place ? place->previousPid() : std::nullopt;
-    const auto window = parts_.windows ? parts_.windows->frontWindow(pid) : std::nullopt;
+    const auto owner = place ? place->previousOwner() : std::nullopt;
+    const auto window = parts_.windows ? parts_.windows->frontWindow(owner) : std::nullopt;
     return window ? std::optional(CaptureTarget::window(*window)) : std::nullopt;
 }
 

@@ -32,8 +32,9 @@ public:
     virtual void stepAside() = 0;
     /// Back in front after that, with the focus; nothing once the bar was hidden.
     virtual void comeBack() = 0;
-    /// The process of the application that the user was in; absent when it isn't known.
-    virtual std::optional<std::int32_t> previousPid() const = 0;
+    /// The owner of the application that the user was in, as FrontApplication has it; absent when it isn't
+    /// known.
+    virtual std::optional<std::int32_t> previousOwner() const = 0;
 };
 
 /// The state behind the command bar and all of its decisions: searches while the user types, turns the words

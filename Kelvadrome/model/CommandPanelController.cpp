@@ -71,8 +71,8 @@ void CommandPanelController::comeBack() {
         panel_->activate();
 }
 
-std::optional<std::int32_t> CommandPanelController::previousPid() const {
-    return previousApp_ ? previousApp_->pid : std::nullopt;
+std::optional<std::int32_t> CommandPanelController::previousOwner() const {
+    return previousApp_ ? std::optional(previousApp_->owner) : std::nullopt;
 }
 
 } // namespace kelvadrome

@@ -9,14 +9,6 @@
 
 namespace kelvadrome {
 
-/// Another application that is in front, so that the focus can be handed back to it.
-struct FrontApplication {
-    std::optional<std::int32_t> pid; // absent where the window system doesn't tell
-    std::uint64_t window = 0;        // the window system's name for its window; 0 for none
-
-    bool operator==(const FrontApplication&) const = default;
-};
-
 /// The window in which the command bar stands, as a front end makes it. Main executor; calls return at once
 /// and never throw. The window is made at the first `place`; closing it (Esc, or the window manager) is to
 /// call CommandPanelController::hide.
@@ -63,7 +55,7 @@ public:
     void hideForWindow() override { hide(false); }
     void stepAside() override { panel_->orderOut(); }
     void comeBack() override;
-    std::optional<std::int32_t> previousPid() const override;
+    std::optional<std::int32_t> previousOwner() const override;
 
 private:
     CommandPanelController(CommandBarModel::Dependencies bar, std::shared_ptr<CommandPanel> panel);

@@ -24,6 +24,15 @@ struct WindowInfo {
     bool operator==(const WindowInfo&) const = default;
 };
 
+/// The application in front, by its window there. Its owner is the process; a window that tells of none
+/// stands for an application of its own, with the window's number below zero.
+struct FrontApplication {
+    std::int32_t owner = 0;
+    std::uint32_t window = 0;
+
+    bool operator==(const FrontApplication&) const = default;
+};
+
 namespace FrontWindow {
 
 /// The foremost window of `appPID` that is worth a picture; `windows` is in order from front to back. Nothing

@@ -142,7 +142,7 @@ std::optional<FrontApplication> DesktopWindows::frontApplication() {
     const auto window = display ? display->active() : std::nullopt;
     if (!window)
         return std::nullopt;
-    return FrontApplication{*window, ownerOf(*display, *window, display->pid(*window))};
+    return FrontApplication{ownerOf(*display, *window, display->pid(*window)), *window};
 }
 
 void DesktopWindows::activate(const FrontApplication& application, std::uint32_t serverTime) {

@@ -9,15 +9,6 @@ namespace kelvadrome {
 
 class XDisplay;
 
-/// The application in front, by its window there. Its owner is the process; a window that tells of none
-/// stands for an application of its own, with the window's number below zero.
-struct FrontApplication {
-    std::uint32_t window = 0;
-    std::int32_t owner = 0;
-
-    bool operator==(const FrontApplication&) const = default;
-};
-
 /// The windows on an X display, as its window manager lists them. On Wayland, which tells nobody, and without
 /// a display there are none. Follows a server that is started anew. Main thread; a call is a few round trips
 /// to the server of this machine.
