@@ -37,7 +37,13 @@ TEST_F(DesktopStage, aSentenceInTheBarBecomesACardAndTheFocusGoesBack) {
     bringToFront(before);
     waitActive(before);
 
-    startAgain({"--bar"});
+    const std::string key = "ctrl+alt+b"; // wherever the focus is
+    keys(key);
+    waitActive(bar);
+    keys(key);
+    waitClosed(bar);
+    waitActive(before);
+    keys(key);
     waitActive(bar);
     type("claude, review the payments");
     see("Ask: claude, review the payments");
