@@ -1,0 +1,155 @@
+#include "Kelvadrome/platform/linux/desk/GlobalHotkeys.h"
+#include "Kelvadrome/platform/linux/desk/X11Hotkey.h"
+#include "Kelvadrome/platform/linux/desk/X11Keyboard.h"
+#include "Kelvadrome/platform/linux/process/PosixCommand.h"
+#include "KelvadromeKit/support/Files.h"
+
+#include "tests/platform/desk/Person.h"
+#include "tests/support/HeadlessDisplay.h"
+#include "tests/support/bus/PrivateBus.h"
+
+namespace kelvadrome::test {
+namespace {
+
+constexpr xcb_keycode_t control = 37, alt = 64, q = 24, a = 38, b = 56; // on a PC's keyboard
+constexpr xcb_keycode_t caps = 66, num = 77;
+
+class X11HotkeyTest : public PrivateBus {
+protected:
+    void SetUp() override {
+        if (!display->problem().empty())
+            GTEST_SKIP() << display->problem();
+        person = std::make_unique<Person>();
+        lay("us");
+        const auto other = person->window(0, 0, 50, 50, 0);
+        person->show(other);
+        xcb_set_input_focus(person->x, XCB_INPUT_FOCUS_PARENT, other, XCB_CURRENT_TIME);
+        person->sync();
+        start();
+    }
+    void start() {
+        key = makeGlobalHotkey(bus, std::make_shared<ManualClock>());
+        key->onPress = [this] { ++presses; };
+        key->onRelease = [this] { ++releases; };
+    }
+    HotkeyOutcome take(const char* label) {
+        return run(key->registerKey(HotkeySpec::fromLabel(label).value())).take();
+    }
+    void lay(const char* layout) {
+        const auto done = runCommand("/usr/bin/setxkbmap", {layout}, Files::processEnvironment(), 20);
+        ASSERT_EQ(done.status, 0) << done.errors;
+    }
+    void press(xcb_keycode_t what) {
+        for (const auto one : {control, alt, what})
+            person->press(one);
+    }
+    /// The modifiers go first, as with many a hand.
+    void release(xcb_keycode_t what) {
+        for (const auto one : {control, alt, what})
+            person->release(one);
+    }
+    void chord(xcb_keycode_t what) {
+        press(what);
+        release(what);
+    }
+    void heard(int times, const std::string& what) {
+        waitFor([&] { return presses >= times && releases >= times; }, what);
+        EXPECT_EQ(std::pair(presses, releases), std::pair(times, times)) << what;
+    }
+    /// A layout is followed a moment after it came: presses until one is heard.
+    void worksSoon(xcb_keycode_t what) {
+        const int before = releases;
+        waitFor(
+            [&] {
+                chord(what);
+                return releases > before;
+            },
+            "key " + std::to_string(what));
+        settle(*bus, *bus);
+        waitFor([&] { return presses == releases; }, "the last release");
+        presses = releases = 0;
+    }
+
+    std::unique_ptr<HeadlessDisplay> display = std::make_unique<HeadlessDisplay>();
+    std::unique_ptr<Person> person;
+    std::unique_ptr<GlobalHotkey> key;
+    int presses = 0, releases = 0;
+};
+
+TEST_F(X11HotkeyTest, aKeyComesWhateverHasTheFocusAndWhateverLocksAreOn) {
+    EXPECT_EQ(take("Control Option B"), HotkeyOutcome::registered());
+    int times = 0;
+    for (const auto lock : {caps, num, caps, num}) { // through all four states
+        person->tap(b);                              // without its modifiers it is anybody's
+        chord(b);
+        heard(++times, "lock " + std::to_string(lock));
+        person->tap(lock);
+    }
+    press(b);
+    waitFor([&] { return presses > times; }, "the press");
+    // The keyboard repeats the key meanwhile; a machine that is too slow for that proves less, not wrong.
+    const auto until = std::chrono::steady_clock::now() + std::chrono::milliseconds(1200);
+    waitFor([&] { return std::chrono::steady_clock::now() >= until; }, "the keyboard's repeating");
+    EXPECT_EQ(std::pair(presses, releases), std::pair(times + 1, times));
+    release(b);
+    heard(++times, "the release of a held key");
+
+    EXPECT_EQ(take("Control Option Q"), HotkeyOutcome::registered());
+    chord(b);
+    chord(q);
+    heard(++times, "the key in place of the one of before");
+}
+
+TEST_F(X11HotkeyTest, aKeyThatAnotherProgramHasIsTakenWholly) {
+    EXPECT_EQ(take("Control Option B"), HotkeyOutcome::registered());
+    constexpr std::uint16_t chordBits = XCB_MOD_MASK_CONTROL | XCB_MOD_MASK_1;
+    ASSERT_TRUE(person->grab(chordBits | XCB_MOD_MASK_LOCK, q)); // with Caps Lock only
+    EXPECT_EQ(take("Control Option Q"), HotkeyOutcome::taken());
+    EXPECT_EQ(key->current(), std::nullopt);
+    EXPECT_TRUE(person->canGrab(chordBits, q));
+    EXPECT_TRUE(person->canGrab(chordBits, b));
+}
+
+TEST_F(X11HotkeyTest, aKeyIsWhereTheLayoutHasIt) {
+    EXPECT_EQ(take("Control Option Q"), HotkeyOutcome::registered());
+    press(q);
+    waitFor([&] { return presses == 1; }, "the press");
+    lay("fr");
+    settle(*bus, *bus);
+    release(q);
+    heard(1, "the release where the key was");
+    worksSoon(a); // that is Q on a French keyboard
+    chord(q);
+    chord(a);
+    heard(1, "the new place alone");
+    for (const char* layout : {"ru", "ru,us", "us"}) {
+        lay(layout);
+        worksSoon(q);
+    }
+    lay("fr");
+    EXPECT_EQ(take("Control Option 1"), HotkeyOutcome::registered()); // there with Shift only
+    worksSoon(10);
+}
+
+TEST_F(X11HotkeyTest, aServerThatGoesReleasesTheKeyAndANewOneIsFollowed) {
+    EXPECT_EQ(take("Control Option B"), HotkeyOutcome::registered());
+    press(b);
+    waitFor([&] { return presses == 1; }, "the press");
+    display.reset();
+    waitFor([&] { return releases == 1; }, "a release");
+    EXPECT_EQ(key->current(), std::nullopt);
+    EXPECT_EQ(take("Control Option B"), HotkeyOutcome::failed(X11Hotkey::noDisplay));
+    display = std::make_unique<HeadlessDisplay>();
+    person = std::make_unique<Person>();
+    EXPECT_EQ(take("Control Option B"), HotkeyOutcome::registered());
+    key->onPress = [this] { // may end what calls it
+        ++presses;
+        key.reset();
+    };
+    chord(b);
+    waitFor([&] { return presses == 2; }, "the press on the new display");
+    EXPECT_TRUE(person->canGrab(XCB_MOD_MASK_CONTROL | XCB_MOD_MASK_1, a));
+}
+
+} // namespace
+} // namespace kelvadrome::test
