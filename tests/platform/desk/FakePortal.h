@@ -15,7 +15,8 @@ public:
     static constexpr const char* session = "/org/freedesktop/portal/desktop/session/1";
 
     FakePortal(OwnedObject<GDBusConnection> connection, const std::string& client)
-        : FakePeer(std::move(connection)), requests_(std::string(path) + "/request/" + client.substr(1) + "/") {
+        : FakePeer(std::move(connection)),
+          requests_(std::string(path) + "/request/" + client.substr(1) + "/") {
         std::ranges::replace(requests_, '.', '_');
         const auto answer = [this](const std::string& method, GVariant* arguments) {
             return call(method, arguments);
@@ -34,7 +35,8 @@ public:
             "</interface></node>",
             {.call = answer, .property = [](const std::string&) { return g_variant_new_uint32(2); }});
         sessions_ = bus.serve(session,
-            "<node><interface name='org.freedesktop.portal.Session'><method name='Close'/></interface></node>",
+            "<node><interface name='org.freedesktop.portal.Session'><method "
+            "name='Close'/></interface></node>",
             {.call = [this](const std::string&, GVariant*) -> GVariant* {
                 ++closed;
                 return nullptr;
@@ -44,7 +46,8 @@ public:
     ~FakePortal() { pictures_.cancel(), sessions_.cancel(); }
 
     void key(const char* signal, const char* ofSession = session, const char* id = "command-bar") {
-        bus.emit(path, shortcuts, signal, g_variant_new("(ost@a{sv})", ofSession, id, guint64(5), noDetails()));
+        bus.emit(
+            path, shortcuts, signal, g_variant_new("(ost@a{sv})", ofSession, id, guint64(5), noDetails()));
     }
     void endSession() {
         bus.emit(session, "org.freedesktop.portal.Session", "Closed", g_variant_new("(@a{sv})", noDetails()));
@@ -64,8 +67,7 @@ private:
     GVariant* call(const std::string& method, GVariant* arguments) {
         const OwnedText printed(g_variant_print(arguments, FALSE));
         asked.emplace_back(printed.get());
-        const OwnedVariant options(
-            g_variant_get_child_value(arguments, g_variant_n_children(arguments) - 1));
+        const OwnedVariant options(g_variant_get_child_value(arguments, g_variant_n_children(arguments) - 1));
         const char* token = "";
         g_variant_lookup(options.get(), "handle_token", "&s", &token);
         const auto request = requests_ + token;

@@ -66,7 +66,7 @@ TEST_F(PortalHotkeyTest, whatThePortalRefusesOrNeverAnswersHasFailed) {
     auto desk = portal();
     using Answer = std::optional<std::pair<guint32, std::string>>;
     const auto after = [&](const char* method, Answer answer, double step = 0) {
-        const auto before = std::exchange(desk->answers, desk->answers);
+        const auto before = desk->answers;
         if (desk->answers.erase(method); answer)
             desk->answers[method] = *answer;
         const auto outcome = take("Control B", step);
