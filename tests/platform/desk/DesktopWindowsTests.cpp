@@ -82,11 +82,11 @@ TEST_F(DesktopWindowsTest, theForemostOrdinaryWindowThatShowsIsTheOneToTake) {
     EXPECT_EQ(info(second), (WindowInfo{second, app, 0, 300, 200, 1, true}));
     EXPECT_EQ(windows.frontWindow(app), second);
     EXPECT_EQ(windows.frontWindow(::getpid()), std::nullopt); // never our own
-    const FrontApplication other{silent, ::getpid()};
+    const FrontApplication other{::getpid(), silent};
     waitFor([&] { return windows.frontApplication() == other; }, "the focus on the new window");
 
-    windows.activate({first, app});
-    waitFor([&] { return windows.frontApplication() == FrontApplication{first, app}; }, "the focus");
+    windows.activate({app, first});
+    waitFor([&] { return windows.frontApplication() == FrontApplication{app, first}; }, "the focus");
     inFront(first, "the window that was activated");
     windows.activate(other);
     waitFor([&] { return windows.frontApplication() == other; }, "the focus back");
