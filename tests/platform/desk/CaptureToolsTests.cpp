@@ -103,11 +103,16 @@ TEST_F(CaptureToolsTest, aWindowAndADraggedRegionOfAnXDisplay) {
         person.button(false);
         pause();
     };
-    EXPECT_EQ(take(*maim, CaptureTarget::region(), drag), 0);
-    const auto size = sizeOf(path, colour);
-    ASSERT_TRUE(size);
-    EXPECT_NEAR(size->first, 60, 2);
-    EXPECT_NEAR(size->second, 30, 2);
+    // It looks where the pointer is now and then, so on a busy machine it may see a drag begin late.
+    std::optional<std::pair<int, int>> size;
+    const auto whole = [&] { return size && size->first >= 58 && size->second >= 28; };
+    for (int tries = 0; tries < 10 && !whole(); ++tries) {
+        fs::remove(path);
+        EXPECT_EQ(take(*maim, CaptureTarget::region(), drag), 0);
+        size = sizeOf(path, colour);
+        ASSERT_TRUE(size && size->first <= 62 && size->second <= 32);
+    }
+    EXPECT_TRUE(whole()) << size->first << "x" << size->second;
     fs::remove(path);
     constexpr xcb_keycode_t escape = 9;
     const auto leave = [&] {
