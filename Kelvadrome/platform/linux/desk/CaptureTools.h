@@ -40,7 +40,6 @@ public:
     Task<std::int32_t> run(std::vector<std::string> argv) override;
 
 private:
-    struct Part;
     using Environment = std::shared_ptr<const std::map<std::string, std::string>>;
     static Task<std::int32_t> viaPortal(BackgroundPool& pool, std::shared_ptr<SessionBus> bus,
         std::shared_ptr<Clock> clock, std::string path);
