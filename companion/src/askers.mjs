@@ -5,6 +5,7 @@ import { Waiters } from './events.mjs';
 import { agentName } from '../shared/agents.js';
 
 const NEXT_POLL_MS = 2000;
+const COMES_BACK_MS = 5000; // after a restart of the daemon; `kd` tries four times a second
 
 export class Askers {
   #waiters = new Waiters();
@@ -13,6 +14,14 @@ export class Askers {
   constructor(app) {
     this.app = app;
     this.store = app.store;
+    for (const { id } of this.store.all("SELECT id FROM cards WHERE delivery = 'wait' AND state <> 'closed'"))
+      this.expect(id, COMES_BACK_MS);
+  }
+
+  /** The asker of this card is about to wait for its end. */
+  expect(cardId, withinMs = NEXT_POLL_MS) {
+    const { waiting } = this.#awaited.get(cardId) ?? { waiting: 0 };
+    this.#awaited.set(cardId, { waiting, until: clock.steady() + withinMs });
   }
 
   close() {

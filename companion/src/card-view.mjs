@@ -23,20 +23,24 @@ export const about = (card, by = card.pressed_in) => ({
 });
 
 /** What has to be said of the way that an answer to this card takes; null when it is the usual one. */
-function noteOf({ agent, delivery }, whyNot) {
+function noteOf({ agent, delivery }, { whyNot, isKept }) {
+  if (whyNot !== null) return whyNot;
+  const asker = agent === SHELL ? 'Whoever asked from a shell' : agentName(agent);
+  if (isKept && delivery === 'wait')
+    return `${asker} no longer waits, and nothing can be typed there. Your answer is kept until “kd wait” fetches it.`;
+  if (isKept && agent === SHELL)
+    return 'Asked from a shell, where nothing can be typed. Your answer is kept until “kd wait” fetches it.';
+  if (isKept) return `Nothing can be typed there. Your answer is kept until ${asker} fetches it.`;
   if (agent === SHELL && delivery === 'wait') return 'Asked from a shell. Your answer is printed there.';
-  if (agent === SHELL && delivery === 'keep')
-    return 'Asked from a shell. Your answer is kept until “kd wait” fetches it.';
-  if (delivery === 'keep')
-    return `Nothing is typed for this one. Your answer is kept until ${agentName(agent)} fetches it.`;
-  return whyNot;
+  return null;
 }
 
 /**
- * As it goes on the wire; absent fields are left out. `whyNot` says why no answer can be typed, null when one can;
- * the names are those of the session that asks. After an answer that may have been typed nothing is suggested any more.
+ * As it goes on the wire; absent fields are left out. `way` is how an answer to it would go: `whyNot` says why none can,
+ * null when one can, and `isKept` that it waits to be fetched. The names are those of the session that asks. After an
+ * answer that may have been typed nothing is suggested any more.
  */
-export function viewOf(card, whyNot, { callsign, label }) {
+export function viewOf(card, way, { callsign, label }) {
   const suggests = card.unsure === null;
   const rows = suggests ? card.rows : (card.rows?.map(({ default: _, ...row }) => row) ?? null);
   const fields = {
@@ -64,8 +68,9 @@ export function viewOf(card, whyNot, { callsign, label }) {
     snoozed_until: card.snoozed_until_ms === null ? null : iso(card.snoozed_until_ms),
     refs: card.refs,
     menu: card.menu,
-    delivery_note: noteOf(card, whyNot),
-    answerable: whyNot === null ? null : false,
+    delivery_note: noteOf(card, way),
+    answerable: way.whyNot === null ? null : false,
+    kept: way.isKept ? true : null,
     maybe_typed: suggests ? null : true,
     screen: card.screen,
     answer: card.answer,

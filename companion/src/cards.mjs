@@ -1,4 +1,5 @@
-import { unknownCard } from './errors.mjs';
+import { isDeepStrictEqual } from 'node:util';
+import { conflict, unknownCard } from './errors.mjs';
 import { clock, newId } from './clock.mjs';
 import { answerLine } from './answers.mjs';
 import { about, fromRow, stateOf, viewOf } from './card-view.mjs';
@@ -8,6 +9,13 @@ import { isWaiting } from './sessions.mjs';
 /** The identity of the process that asks, as text: its pid, start and image; null without a process. */
 const processOf = (live) =>
   live?.pid === undefined ? null : `${live.pid}/${live.started ?? ''}/${live.image ?? ''}`;
+
+/** What makes a question another one under the same name. */
+const QUESTION = ['kind', 'title', 'body', 'options', 'rows', 'menu', 'screen'];
+
+/** An asker's own name for its question, among those of all askers. To the user all shells are one. */
+const nameOf = ({ agent, session_id: session, ask_id: name }) =>
+  `${agent}/${agent === SHELL ? '' : session}/${name}`;
 
 /** How a card was taken back while its keys were being typed. */
 export const OVER = { not: 0, withoutWord: 1, withOurAnswer: 2 };
@@ -42,9 +50,19 @@ export class Cards {
     return row && fromRow(row);
   }
 
-  /** Why no answer can be typed for an open card, in a sentence; null when one can, or when none has to be typed. */
+  /** Nobody waits for the answer to this card and none is typed, so that it lies here until somebody fetches it. */
+  isKept({ id, delivery, state, fetched_ms: fetched }) {
+    if (delivery === 'keep') return fetched === null;
+    return delivery === 'wait' && state === 'open' && !this.app.askers.isAwaited(id);
+  }
+
+  /** Why no answer to an open card can reach its agent, in a sentence; null when one can, or can be fetched. */
   whyNotTypable(card) {
-    if (card.delivery !== 'terminal' || card.state !== 'open') return null;
+    if (card.state !== 'open') return null;
+    // Hooks fetch no answers later, and the agent's own dialog stands in its terminal.
+    if (card.delivery === 'wait' && card.refs.hook && this.isKept(card))
+      return `${agentName(card.agent)} no longer waits for this, and nothing can be typed there. Answer it in its terminal.`;
+    if (card.delivery !== 'terminal') return null;
     if (card.untypable !== null) return this.app.askers.isAwaited(card.id) ? null : card.untypable;
     return this.newerThan(card)
       ? `${agentName(card.agent)} has asked a newer question since. Answer that one first.`
@@ -53,7 +71,8 @@ export class Cards {
 
   view(card) {
     const names = this.app.sessions.namesOf(card);
-    return { ...viewOf(card, this.whyNotTypable(card), names), ...this.app.requests.view(card) };
+    const way = { whyNot: this.whyNotTypable(card), isKept: this.isKept(card) };
+    return { ...viewOf(card, way, names), ...this.app.requests.view(card) };
   }
 
   /** Cards that are not closed, the one that waits longest first. */
@@ -101,11 +120,39 @@ export class Cards {
       .filter(({ pid }) => pid > 1);
   }
 
+  /**
+   * The card of an earlier ask with this `ask_id` by the same asker. A name is free again once its question has ended
+   * without an answer, and for other words once the answer has arrived.
+   */
+  #named(ask) {
+    const row = ask.ask_id && this.store.get('SELECT * FROM cards WHERE ask_id = ?', nameOf(ask));
+    if (!row) return undefined;
+    const card = fromRow(row);
+    const isAnswered = card.state === 'closed' && card.outcome === 'answered';
+    const isSame = QUESTION.every((field) => isDeepStrictEqual(card[field] ?? null, ask[field] ?? null));
+    if (isSame && (isAnswered || card.state !== 'closed')) return card;
+    if (card.state !== 'closed' || (isAnswered && card.delivery === 'keep' && card.fetched_ms === null))
+      throw conflict(
+        `"${ask.ask_id}" is the name of another question of yours, ${card.id}: "${card.title}". Fetch its answer or withdraw it first, or take another name.`,
+      );
+    this.store.run('UPDATE cards SET ask_id = NULL WHERE id = ?', card.id);
+    return undefined;
+  }
+
+  /** The way that an answer takes follows the newest ask; one that is on its way already goes on as it began. */
+  #askedAgain(card, ask) {
+    if (ask.delivery === 'wait') this.app.askers.expect(card.id);
+    if (card.state !== 'open' && card.state !== 'held') return card;
+    const { delivery, untypable = null } = ask;
+    const live = ask.live && JSON.stringify(ask.live);
+    return this.mark(card, { delivery, live, untypable, process: processOf(ask.live), gone_ms: null });
+  }
+
   /** Opens a card for a checked ask. The same `ask_id` again gives the card that the first one made. */
   open(ask, now = clock.now()) {
     return this.store.tx(() => {
-      const known = ask.ask_id && this.store.get('SELECT id FROM cards WHERE ask_id = ?', ask.ask_id);
-      if (known) return this.find(known.id);
+      const known = this.#named(ask);
+      if (known) return this.#askedAgain(known, ask);
       const id = newId('card', now);
       const process = processOf(ask.live);
       for (const card of this.#unsureOf(ask.agent, ask.session_id, process)) this.wentOn(card, now);
@@ -130,7 +177,7 @@ export class Cards {
         );
       this.store.insert('cards', {
         id,
-        ask_id: ask.ask_id,
+        ask_id: ask.ask_id && nameOf(ask),
         version: 1,
         state: 'open',
         kind: ask.kind,
@@ -155,6 +202,7 @@ export class Cards {
         untypable: ask.untypable,
         restricted: Number(ask.restricted ?? false),
       });
+      if (ask.delivery === 'wait') this.app.askers.expect(id);
       return this.#changed(this.find(id), 'card.opened');
     });
   }
@@ -345,11 +393,11 @@ export class Cards {
   }
 
   /**
-   * Somebody began or stopped waiting for this card's end. One that can't be typed into takes answers only
-   * meanwhile.
+   * Somebody began or stopped waiting for this card's end, which a card that nothing is typed for says.
    */
   awaitedAnew(id) {
     const card = this.find(id);
-    if (card.untypable !== null && card.state !== 'closed') this.store.tx(() => this.#changed(card));
+    const isTyped = card.delivery === 'terminal' && card.untypable === null;
+    if (!isTyped && card.state !== 'closed') this.store.tx(() => this.#changed(card));
   }
 }

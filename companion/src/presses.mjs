@@ -29,6 +29,8 @@ export class Presses {
         state: 'held',
         held_until_ms: now + this.app.holds.begin({ ...card, risk: holdAs ?? card.risk }),
         answer: JSON.stringify(fitted.answer),
+        // Pressed in the knowledge that nobody waits.
+        ...(this.cards.isKept(card) ? { delivery: 'keep' } : {}),
         presence,
         pressed_in: by,
         snoozed_until_ms: null,

@@ -158,6 +158,7 @@ export class Requests {
     const shots = request.shots.filter((id) => this.shots.isThere(id)).map((id) => `/shots/${id}.png`);
     return {
       request: true,
+      kept: undefined,
       ...(card.state === 'open' && card.delivery === 'keep'
         ? { delivery_note: 'Nothing runs before you press Run.' }
         : {}),

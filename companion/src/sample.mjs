@@ -22,7 +22,8 @@ export class Sample {
 
   /** Asks; while that question is open, a second call gives the same one. {card_id, note} */
   async ask() {
-    if (this.#asked === null || this.#card()?.state === 'closed') this.#start();
+    const card = this.#card();
+    if (this.#asked === null || card?.state === 'closed' || (card?.gone_ms ?? null) !== null) this.#start();
     const asked = this.#asked;
     for (const end = performance.now() + ASKS_WITHIN_MS; this.#card() === undefined; ) {
       if (performance.now() > end || this.#asked !== asked) {
@@ -39,7 +40,11 @@ export class Sample {
   }
 
   #card() {
-    return this.app.store.get('SELECT id, state FROM cards WHERE ask_id = ?', this.#asked?.askId ?? '');
+    // The name begins with the asker's own, and this part of it is like no other.
+    return this.app.store.get(
+      'SELECT id, state, gone_ms FROM cards WHERE ask_id LIKE ?',
+      `%/${this.#asked?.askId ?? '/'}`,
+    );
   }
 
   #start() {

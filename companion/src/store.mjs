@@ -72,6 +72,8 @@ const MIGRATIONS = [
      seen_ms INTEGER NOT NULL, revoked_ms INTEGER) STRICT;
    ALTER TABLE cards ADD COLUMN restricted INTEGER NOT NULL DEFAULT 0;
    ALTER TABLE topics ADD COLUMN restricted INTEGER NOT NULL DEFAULT 0;`,
+  `UPDATE cards SET ask_id = agent || '/' || CASE agent WHEN 'shell' THEN '' ELSE session_id END || '/' || ask_id
+     WHERE ask_id IS NOT NULL;`,
 ];
 
 const FILE = 'kelvadromed.db';

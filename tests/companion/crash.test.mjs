@@ -35,7 +35,7 @@ test('a job that was claimed before the crash is not started after it, one that 
   const [world, page] = await World.loggedIn(t);
   const jobs = {};
   for (const name of ['claimed', 'forgotten', 'typing', 'mute', 'over']) {
-    const { id, job } = await world.answered(page, { ask_id: name });
+    const { id, job } = await world.answered(page, { ask_id: name, session_id: name });
     jobs[id] = job;
   }
   const [claimed, forgotten, typing, mute, over] = Object.keys(jobs);
@@ -57,7 +57,7 @@ test('a job that was claimed before the crash is not started after it, one that 
   assert.equal(await reason(forgotten), 'the app in which it was pressed is gone');
   assert.match(await reason(mute), /never reported\. Some keys may have been typed/);
   // An ask that is repeated after a crash makes no second card.
-  assert.equal(await world.ask({ ask_id: 'over' }), over);
+  assert.equal(await world.ask({ ask_id: 'over', session_id: 'over' }), over);
   assert.equal(await world.card(over), undefined);
 });
 

@@ -223,8 +223,8 @@ test('an answer that nobody can type or waits for is kept, and fetched with kd w
   const [world, page] = await World.loggedIn(t);
   const ask = 'ask --no-terminal --agent codex --session s -t Goon? --ask-id mine'.split(' ');
   const id = (await world.kd(ask)).stdout.trim();
-  const note = 'Nothing is typed for this one. Your answer is kept until Codex fetches it.';
-  has(await world.card(id), { delivery_note: note, answerable: undefined });
+  const note = 'Nothing can be typed there. Your answer is kept until Codex fetches it.';
+  has(await world.card(id), { delivery_note: note, kept: true, answerable: undefined });
   const early = await world.kd(['wait', id, '--seconds', '0.2']);
   assert.deepEqual([early.code, early.stdout], [5, '']);
   assert.match(early.stderr, /The question stays open/);
@@ -238,6 +238,50 @@ test('an answer that nobody can type or waits for is kept, and fetched with kd w
   has(JSON.parse((await world.kd([...ask, '--json'])).stdout), { card_id: id, state: 'closed' });
   assert.deepEqual(await world.actions(), ['answer.handed', 'answer.kept', 'answer.held']);
   assert.equal(await world.status('codex'), 'working');
+});
+
+test('who waited and is gone is told of on the card, and asking again under the same name finds the answer', async (t) => {
+  const [world, page] = await World.loggedIn(t);
+  const ask = async (title, agent = 'codex') => {
+    const words = `ask --no-terminal --agent ${agent} -t ${title} --wait=0.2 --ask-id mine`;
+    const { code, stdout, stderr } = await world.kd(words.split(' '));
+    return [code, stdout || stderr];
+  };
+  const [code, words] = await ask('Goon?');
+  assert.equal(code, 5);
+  assert.match(words, /stays open: ask again with the same --ask-id/);
+  const byHook = await world.askFromAfar({ refs: { hook: 'deed' } });
+  assert.equal((await world.card(byHook)).answerable, undefined); // it is about to wait
+  const isTold = async () => (await world.cards()).every((card) => card.delivery_note);
+  await world.passes(1, isTold, 'nobody waits any more');
+  const hook = await world.card(byHook);
+  has(hook, { answerable: false, kept: true });
+  refused(
+    await page.press(byHook),
+    'conflict',
+    /^Claude Code no longer waits .* Answer it in its terminal\.$/,
+  );
+
+  const { id, ...card } = (await world.cards()).find(({ agent }) => agent === 'codex');
+  has(card, { kept: true, answerable: undefined, version: 1 });
+  assert.match(
+    card.delivery_note,
+    /^Codex no longer waits, and nothing can be typed there\. .* kept until “kd wait”/,
+  );
+  assert.match((await ask('Stop?'))[1], new RegExp(`"mine" is the name of .*, ${id}: "Goon\\?"`));
+  assert.equal((await ask('Goon?', 'grok'))[0], 5); // another's name, and so another question
+  assert.equal((await world.cards()).length, 3);
+  await world.passes(1, isTold, 'nobody waits any more');
+  await page.press(id, 'Sure');
+  await world.closed(id);
+  assert.match((await world.receipts())[0].line, /^Kept for Codex, which has not fetched it yet/);
+  assert.deepEqual(await ask('Goon?'), [0, 'Sure\n']);
+  assert.equal((await world.receipts())[0].line, 'Fetched by Codex: "Goon?".');
+  assert.equal((await ask('Stop?'))[0], 5); // the name is free for other words
+  const next = (await world.cards()).find(({ title }) => title === 'Stop?');
+  await world.ok('/v1/ask/withdraw', { card_id: next.id });
+  await ask('Stop?');
+  assert.notEqual((await world.cards()).find(({ title }) => title === 'Stop?').id, next.id);
 });
 
 test('an agent that runs as a script of node is found by its name', async (t) => {

@@ -199,7 +199,7 @@ export class CardList {
 function farewell(card, outcome) {
   const name = agentName(card.agent);
   if (outcome === 'answered' && card.answer !== undefined)
-    return `${card.delivery_note ? 'Kept for' : 'Sent to'} ${name}: “${brief(card.answer)}”`;
+    return `${card.kept ? 'Kept for' : 'Sent to'} ${name}: “${brief(card.answer)}”`;
   return {
     dismissed: OUTCOME.dismissed,
     withdrawn: OUTCOME.withdrawn,

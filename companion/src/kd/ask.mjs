@@ -87,13 +87,16 @@ export async function ask({ values, client }) {
   // The ask id makes a repeated call harmless: it finds the card of the first one.
   const body = askBody(values);
   const asked = client.callPatiently('/v1/ask', body, 10_000, 3000);
-  if (values.wait) withdrawOnSignal(client, asked);
+  // Whoever names a question can come back to it, so it outlives a wait that was ended.
+  const isNamed = values['ask-id'] !== undefined;
+  if (values.wait && !isNamed) withdrawOnSignal(client, asked);
   const card = await asked;
   if (values.wait) {
     const reply = await waitForEnd(client, card.card_id, seconds);
     if (reply) return tellEnd(card.card_id, reply, values.json);
-    await withdrawQuietly(client, card.card_id);
-    throw new KdError(`No answer within ${seconds} s. The question is withdrawn.`, EXIT.noAnswer);
+    if (!isNamed) await withdrawQuietly(client, card.card_id);
+    const rest = isNamed ? 'stays open: ask again with the same --ask-id to go on waiting' : 'is withdrawn';
+    throw new KdError(`No answer within ${seconds} s. The question ${rest}.`, EXIT.noAnswer);
   }
   process.stdout.write(values.json ? `${JSON.stringify(card)}\n` : `${card.card_id}\n`);
   if (body.agent === SHELL)

@@ -11,7 +11,8 @@ usage: kd COMMAND [OPTIONS]
   doctor     look what works on this machine, and say what to do
   ask        open a card in the Kelvadrome inbox for the agent that called kd
   wait       wait for the answer to a question that was asked before, and print it:
-             kd wait CARD_ID [--seconds N]. The question stays when the time is over
+             kd wait CARD_ID [--seconds N]. The question stays when the time is over, and
+             an answer that was given before is printed at once
   withdraw   take a question back: kd withdraw CARD_ID [--answered TEXT], with what was
              chosen in the terminal. Returns once no answer is being typed any more
   touch      tell what the agent is doing, without asking
@@ -42,15 +43,17 @@ kd ask
       --not-blocking     the agent goes on working meanwhile
       --ref KEY=VALUE    a detail for the card; repeat for more
   -w, --wait[=SECONDS]   wait here and print the answer, instead of having it typed into the
-                         terminal. The question is withdrawn when the time is over or kd is ended
-      --ask-id ID        your own id for the question: the same id again finds the same card,
-                         and with --wait prints the answer that it has got since
+                         terminal. The question is withdrawn when the time is over or kd is ended,
+                         unless it has a name
+      --ask-id NAME      your own name for the question: asking the same again under it finds the
+                         same card, and with --wait prints the answer that it has got since. It is
+                         free again once the question ended without an answer
       --label TEXT       a name for this agent session
       --json             print JSON
 
   Without --wait it prints the card's id and returns; the answer is typed into the agent's terminal.
-  Where nothing can be typed the card says so. Without a terminal the answer is kept: fetch it
-  with kd wait, or by asking again with the same --ask-id and --wait.
+  Where nothing can be typed the card says so. Without a terminal, and where nobody waits any more,
+  the answer is kept: fetch it with kd wait, or by asking again with the same --ask-id and --wait.
 
 Who asks. kd looks upward from its own process for a known agent (claude, codex, grok, gemini, qwen,
 copilot, cursor-agent, droid, opencode, amp, aider, pi), also for one that node, bun, deno or python
