@@ -41,15 +41,19 @@ public:
             exited; // the exit status, or the number of the signal that killed it
     };
 
+    /// What a program that was run to its end said.
+    struct Output {
+        std::string text = {};    // its standard output; empty when it couldn't be started or took too long
+        std::string problem = {}; // without a text, why there is none, as the end of a sentence for a person
+    };
+
     virtual ~ChildLauncher() = default;
 
     /// Throws std::system_error when the program can't be started; then nothing is called.
     virtual std::shared_ptr<ChildProcess> launch(Command command, Callbacks callbacks) = 0;
 
-    /// Runs a program to its end and gives its standard output; absent when it can't be started or runs
-    /// longer than `limit` seconds (it is killed then). Blocks.
-    virtual std::optional<std::string> output(
-        std::string executable, std::vector<std::string> arguments, double limit) = 0;
+    /// Runs a program to its end, which is made after `limit` seconds. Blocks.
+    virtual Output output(std::string executable, std::vector<std::string> arguments, double limit) = 0;
 };
 
 } // namespace kelvadrome

@@ -222,14 +222,13 @@ Task<> DaemonSupervisor::spawnChild() {
             "Node was not found. Install Node 24 with Homebrew, or use a build that carries Node.");
     }
     status_.nodePath = *node;
-    const std::vector<std::string> question = {"--version"};
-    const auto version = co_await firstLine(*node, question);
-    status_.nodeVersion = version;
-    if (!version || !DaemonEnvironment::nodeVersionOK(*version)) {
-        auto words =
-            fmt::format("Node {} is too old. kelvadrome needs Node 22.13 or later.", version.value_or("?"));
-        if (!version) // then its age isn't known: it is broken, or hangs
-            words += fmt::format(" {} told no version within {} s.", *node, versionLimit);
+    const auto said = co_await askForVersion(*node);
+    status_.nodeVersion = said.text.empty() ? std::nullopt : std::optional(said.text);
+    if (!DaemonEnvironment::nodeVersionOK(said.text)) {
+        auto words = fmt::format(
+            "Node {} is too old. kelvadrome needs Node 22.13 or later.", status_.nodeVersion.value_or("?"));
+        if (!status_.nodeVersion) // then its age isn't known: it is broken, or hangs
+            words += fmt::format(" Node does not start: {}.", said.problem);
         throw SpawnError(words);
     }
     const auto arguments = env_.daemonArguments();
@@ -312,19 +311,18 @@ Task<> DaemonSupervisor::stopOwnedChild() {
     status_.childPid.reset();
 }
 
-Task<std::optional<std::string>> DaemonSupervisor::firstLine(
-    std::string path, std::vector<std::string> arguments) {
-    const auto read = [launcher = world_.launcher, path, arguments] {
-        return launcher->output(path, arguments, versionLimit);
+/// The first line of what Node says to "--version"; without one, the problem.
+Task<ChildLauncher::Output> DaemonSupervisor::askForVersion(std::string node) {
+    const auto read = [launcher = world_.launcher, node] {
+        return launcher->output(node, {"--version"}, versionLimit);
     };
-    const auto output = co_await world_.pool->run(read);
-    if (!output)
-        co_return std::nullopt;
-    const auto text = Text::repairUTF8(*output);
+    auto said = co_await world_.pool->run(read);
+    const auto text = Text::repairUTF8(said.text);
     const auto lines = Text::split(text, '\n', Text::EmptyPieces::drop);
-    if (lines.empty())
-        co_return std::nullopt;
-    co_return std::string(lines.front());
+    if (lines.empty() && said.problem.empty())
+        said.problem = node + " printed no version";
+    said.text = lines.empty() ? std::string() : std::string(lines.front());
+    co_return said;
 }
 
 Task<> DaemonSupervisor::markLoginItemLog() {

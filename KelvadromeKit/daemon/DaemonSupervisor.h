@@ -87,7 +87,7 @@ private:
     void launch(std::string node, std::vector<std::string> arguments);
     Task<> waitHealthy(double timeout);
     Task<> stopOwnedChild();
-    Task<std::optional<std::string>> firstLine(std::string path, std::vector<std::string> arguments);
+    Task<ChildLauncher::Output> askForVersion(std::string node);
     Task<> markLoginItemLog();
     Task<std::string> withLoginItemsReason(std::string words);
     Task<> waitOut(double seconds);

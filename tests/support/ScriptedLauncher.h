@@ -72,13 +72,13 @@ public:
         return children.back();
     }
 
-    std::optional<std::string> output(std::string, std::vector<std::string> arguments, double) override {
+    Output output(std::string, std::vector<std::string> arguments, double) override {
         if (onVersion)
             onVersion();
-        return arguments == std::vector<std::string>{"--version"} ? version : std::nullopt;
+        return arguments == std::vector<std::string>{"--version"} ? version : Output();
     }
 
-    std::optional<std::string> version = "v24.1.0\nmore\n";
+    Output version = {.text = "v24.1.0\nmore\n"};
     std::optional<int> failure;                   // an errno
     std::function<void(ScriptedChild&)> onLaunch; // before the launch returns
     std::function<void()> onVersion;              // on a pool thread

@@ -122,9 +122,18 @@ TEST(PosixCommand, whatRunsTooLongIsKilledWithWhatItStarted) {
 }
 
 TEST_F(PosixChildTest, aProgramIsAskedForItsOutput) {
-    EXPECT_EQ(launcher.output("/bin/sh", {"-c", "echo v24; echo noise >&2"}, 10.0), "v24\n");
-    EXPECT_EQ(launcher.output("/no/such/program", {}, 10.0), std::nullopt);
-    EXPECT_EQ(launcher.output("/bin/sleep", {"100"}, 0.2), std::nullopt);
+    EXPECT_EQ(launcher.output("/bin/sh", {"-c", "echo v24; echo noise >&2"}, 10.0).text, "v24\n");
+    const auto problem = [this](const std::string& program, const std::string& script, double limit) {
+        const auto said = launcher.output(program, {"-c", script}, limit);
+        EXPECT_EQ(said.text, "");
+        return said.problem;
+    };
+    EXPECT_EQ(
+        problem("/no/program", "", 10.0), "/no/program could not be started: No such file or directory");
+    EXPECT_EQ(problem("/bin/sh", "sleep 100", 0.5), "/bin/sh didn't end within 0.5 s");
+    EXPECT_EQ(problem("/bin/sh", "echo no libfoo.so >&2; exit 1", 10.0), "no libfoo.so");
+    EXPECT_EQ(
+        problem("/bin/sh", "exit 3", 10.0), "/bin/sh ended with the status or signal 3 and said nothing");
 }
 
 } // namespace

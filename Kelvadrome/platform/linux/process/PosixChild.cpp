@@ -3,6 +3,9 @@
 #include "Kelvadrome/platform/linux/process/ChildRun.h"
 #include "Kelvadrome/platform/linux/process/PosixCommand.h"
 #include "KelvadromeKit/support/Files.h"
+#include "KelvadromeKit/support/Text.h"
+
+#include <fmt/format.h>
 
 #include <cerrno>
 #include <csignal>
@@ -68,12 +71,19 @@ std::shared_ptr<ChildProcess> PosixChildLauncher::launch(Command command, Callba
     return std::make_shared<PosixChild>(run->process(), std::move(input.writeEnd));
 }
 
-std::optional<std::string> PosixChildLauncher::output(
+ChildLauncher::Output PosixChildLauncher::output(
     std::string executable, std::vector<std::string> arguments, double limit) {
     auto result = runCommand(executable, arguments, Files::processEnvironment(), limit);
-    if (result.timedOut || result.status < 0)
-        return std::nullopt;
-    return std::move(result.output);
+    if (result.timedOut)
+        return {.problem = fmt::format("{} didn't end within {} s", executable, limit)};
+    if (!result.output.empty())
+        return {.text = std::move(result.output)};
+    const auto errors = Text::repairUTF8(result.errors);
+    const auto lines = Text::split(errors, '\n', Text::EmptyPieces::drop);
+    if (!lines.empty())
+        return {.problem = std::string(lines.front())};
+    return {.problem = fmt::format(
+                "{} ended with the status or signal {} and said nothing", executable, result.status)};
 }
 
 } // namespace kelvadrome

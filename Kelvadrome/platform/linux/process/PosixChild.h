@@ -17,8 +17,7 @@ public:
     ~PosixChildLauncher() override;
 
     std::shared_ptr<ChildProcess> launch(Command command, Callbacks callbacks) override;
-    std::optional<std::string> output(
-        std::string executable, std::vector<std::string> arguments, double limit) override;
+    Output output(std::string executable, std::vector<std::string> arguments, double limit) override;
 
 private:
     const Descriptor closing_; // readable from the destructor on
