@@ -75,7 +75,7 @@ test('kd doctor says what is wrong and what to do, and tells no secret', async (
   has(alone, { code: 1, works: false });
   has(alone.of('daemon'), { state: 'ok' });
   has(alone.of('shell'), { state: 'bad', todo: 'Start Kelvadrome and leave it open.' });
-  has(alone.of('hooks of Claude Code'), { state: 'note', todo: 'kd hooks install claude' });
+  assert.match(alone.of('hooks of Claude Code').todo, /^KELVADROME_HOME=.*\/kd hooks install claude$/);
 
   const page = await world.login();
   await page.ok('/v1/deliver/claim', { wait_ms: 1 });

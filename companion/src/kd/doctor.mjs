@@ -64,7 +64,7 @@ async function shell({ client }) {
 
 function hooks(agent, { client, env }) {
   const state = stateOf(agent, kdByPath(client.home), { home: client.home, env });
-  const install = `kd hooks install ${agent}`;
+  const install = `${client.command} hooks install ${agent}`;
   if (state.problem) return bad(`${state.file}: ${state.problem}`, 'Mend the file.');
   if (state.events === 0) return note(`not in ${state.file}`, install);
   if (!state.isCurrent) return bad(`${state.file} names another kd`, install);
