@@ -11,6 +11,7 @@ const SHOTS = process.env.KELVADROME_SHOTS;
 const PHONE = { viewport: { width: 390, height: 844 }, deviceScaleFactor: 2, hasTouch: true, isMobile: true };
 
 async function hold(tab, locator) {
+  await locator.evaluate((button) => button.scrollIntoView({ block: 'center' }));
   const box = await locator.boundingBox();
   await tab.mouse.move(box.x + box.width / 2, box.y + box.height / 2);
   await tab.mouse.down();

@@ -107,6 +107,7 @@ TEST_F(SystemdTest, registeringWritesTheUnitAndStartsIt) {
     EXPECT_EQ(service->status(), Status::enabled);
     EXPECT_THAT(ours, testing::HasSubstr("\nExecStart=\"/opt/a \\\"b\\\" 5%%\\\\/kelvadrome\" "
                                          "--kelvadromed\nRestart=always\nRestartSec="));
+    EXPECT_THAT(ours, testing::HasSubstr("\nConditionFileIsExecutable=/opt/a \"b\" 5%%\\/kelvadrome\n"));
     EXPECT_EQ(manager.runs, ours);
     manager.calls.clear();
     service->unregisterService();

@@ -103,7 +103,8 @@ std::string SystemdAgentService::standardFolder(const std::map<std::string, std:
 }
 
 std::string SystemdAgentService::unitText(const std::string& executable) {
-    return Text::replaceAll(unitTemplate, "@EXECUTABLE@", quoted(executable));
+    const auto text = Text::replaceAll(unitTemplate, "@EXECUTABLE@", quoted(executable));
+    return Text::replaceAll(text, "@PATH@", Text::replaceAll(executable, "%", "%%"));
 }
 
 std::string SystemdAgentService::unitPath() const {
