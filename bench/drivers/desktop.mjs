@@ -81,7 +81,6 @@ class Stage {
     await world.until('the daemon', () => world.call('/v1/health', {}, 'GET'));
     for (let i = 0; i < cards; ++i) {
       await world.call('/v1/ask', {
-        wait: true,
         agent: 'claude',
         session_id: `session-${i}`,
         title: `Question ${i}: which of the two?`,

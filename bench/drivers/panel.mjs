@@ -10,7 +10,6 @@ try {
   await world.until('the daemon', () => world.call('/v1/health', {}, 'GET'));
   for (let i = 0; i < 1000; ++i) {
     await world.call('/v1/ask', {
-      wait: true,
       agent: 'claude',
       session_id: `session-${i % 20}`,
       kind: 'question',

@@ -55,8 +55,14 @@ const questions = {
   },
 };
 
+/** Waits for the end of a card, or of its daemon: one that nobody waits for says so. */
+async function waitFor(world, { card_id }) {
+  const wait = () => world.call('/v1/ask/wait', { card_id, wait_ms: 3000 }).catch(() => null);
+  for (let seen = await wait(); seen !== null && seen.state !== 'closed'; ) seen = await wait();
+}
+
 async function ask(world, ...names) {
-  for (const name of names) await world.call('/v1/ask', { wait: true, ...questions[name] });
+  for (const name of names) waitFor(world, await world.call('/v1/ask', { wait: true, ...questions[name] }));
 }
 const inbox = async (world) => {
   for (const session of working) await world.call('/v1/sessions/touch', session);
