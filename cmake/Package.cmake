@@ -54,6 +54,7 @@ one inbox, and the answer is typed into the very terminal that asked.
 This package has the desktop application: a window with the inbox, an item in
 the tray with a panel, and a strip of lamps that stays on top.")
     set(CPACK_DEBIAN_DESKTOP_PACKAGE_DEPENDS "adwaita-icon-theme, hicolor-icon-theme")
-    set(CPACK_DEBIAN_DESKTOP_PACKAGE_RECOMMENDS "default-dbus-session-bus | dbus-session-bus, gnome-keyring")
+    # The tools that take screenshots: on X11 the first, elsewhere the others.
+    set(CPACK_DEBIAN_DESKTOP_PACKAGE_RECOMMENDS "default-dbus-session-bus | dbus-session-bus, gnome-keyring, maim, grim, slurp")
 endif()
 include(CPack)

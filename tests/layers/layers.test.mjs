@@ -16,7 +16,7 @@ const model = 'Kelvadrome/model';
 const glib = 'Kelvadrome/glib';
 const ends = under('Kelvadrome/platform/linux', 'process core session desk');
 const system = [...ends, 'Kelvadrome/hub'];
-const gtk = [...under('Kelvadrome/gtk', 'parts web window panel strip tray settings'), 'Kelvadrome/gtk'];
+const gtk = [...under('Kelvadrome/gtk', 'parts web window panel bar strip tray settings'), 'Kelvadrome/gtk'];
 const terminal = ['Kelvadrome/terminal/panel', 'Kelvadrome/terminal'];
 const stacks = [
   [...kit, model, glib, ...system, 'Kelvadrome'],
@@ -24,7 +24,12 @@ const stacks = [
   [...kit, model, ...terminal],
 ];
 // Where a front end and the ends of the system are put together.
-const compositions = ['Kelvadrome/gtk/FrontEnd.cpp', 'Kelvadrome/terminal/FrontEnd.cpp'];
+const compositions = [
+  'Kelvadrome/gtk/FrontEnd.cpp',
+  'Kelvadrome/gtk/DesktopBar.h',
+  'Kelvadrome/gtk/DesktopBar.cpp',
+  'Kelvadrome/terminal/FrontEnd.cpp',
+];
 
 const windows = /^(adwaita|cairo|gdk|gtk|libsoup|webkit)/;
 const screen = /^(curses|term\.h)/;
