@@ -4,20 +4,18 @@
 
 namespace kelvadrome {
 
-namespace {
-
-// Seconds after the start: early enough for the first press of the key, late enough not to hold up the start.
-constexpr double preparePause = 2;
-
-} // namespace
-
 DesktopBar::DesktopBar(const LocalHub& hub, std::shared_ptr<SessionBus> bus, std::shared_ptr<AppModel> model,
     std::function<void(Gtk::Window&)> adopt)
-    : adopt_(std::move(adopt)), windows_(std::make_shared<DesktopWindows>()),
+    : windows_(std::make_shared<DesktopWindows>()),
       capture_(std::make_shared<CaptureTools>(hub.pool, bus, hub.clock, hub.environment)),
-      panel_(std::make_shared<BarPanel>([this] { return makeWindow(); },
+      panel_(std::make_shared<BarPanel>(
           BarPanel::Desk{.front = [windows = windows_] { return windows->frontApplication(); },
-              .reactivate = [windows = windows_](const auto& before) { windows->activate(before); }})) {
+              .reactivate = [windows = windows_](const auto& before) { windows->activate(before); },
+              .able =
+                  [capture = capture_] {
+                      const auto able = capture->available();
+                      return BarView::Capture{.window = able.window, .region = able.region};
+                  }})) {
     const auto voice = std::make_shared<NoVoice>();
     const auto screenContext = [runner = capture_, clock = hub.clock](std::string home) {
         return std::make_shared<ScreenContext>(ScreenContext::Parts{.folder = {std::move(home)},
@@ -32,34 +30,24 @@ DesktopBar::DesktopBar(const LocalHub& hub, std::shared_ptr<SessionBus> bus, std
                                                    .makeScreenContext = screenContext,
                                                    .windows = windows_},
         panel_);
+    const auto close = [this] { controller_->hide(); };
+    window_ = std::make_unique<CommandPanelWindow>(
+        std::make_unique<BarView>(controller_->barModel(), close), close);
+    panel_->showIn(window_.get());
+    adopt(*window_);
     key_ = BarHotkey::make({.executor = hub.executor,
         .clock = hub.clock,
         .defaults = hub.defaults,
         .key = makeGlobalHotkey(bus, hub.clock),
         .voice = voice,
         .panel = controller_});
-    watchingKey_ = key_->observe([this] {
-        if (auto* const window = panel_->made())
-            showKey(*window);
-    });
+    watchingKey_ = key_->observe([this] { showKey(); });
     key_->registerKey();
-    preparing_.in(preparePause, [this] { panel_->window(); });
 }
 
-std::unique_ptr<CommandPanelWindow> DesktopBar::makeWindow() {
-    const auto close = [this] { controller_->hide(); };
-    const auto able = capture_->available();
-    auto view = std::make_unique<BarView>(
-        controller_->barModel(), BarView::Capture{.window = able.window, .region = able.region}, close);
-    auto window = std::make_unique<CommandPanelWindow>(std::move(view), close);
-    adopt_(*window);
-    showKey(*window);
-    return window;
-}
-
-void DesktopBar::showKey(CommandPanelWindow& window) const {
+void DesktopBar::showKey() {
     const auto& state = key_->state();
-    window.view().setKey(state.outcome == HotkeyOutcome::registered() ? state.label : "");
+    window_->view().setKey(state.outcome == HotkeyOutcome::registered() ? state.label : "");
 }
 
 } // namespace kelvadrome

@@ -1,7 +1,6 @@
 #pragma once
 
 #include "Kelvadrome/gtk/bar/BarPanel.h"
-#include "Kelvadrome/gtk/parts/Waking.h"
 #include "Kelvadrome/hub/LocalHub.h"
 #include "Kelvadrome/model/BarHotkey.h"
 #include "Kelvadrome/platform/linux/desk/CaptureTools.h"
@@ -15,7 +14,7 @@
 namespace kelvadrome {
 
 /// The command bar of this desktop, put together: its state, its window, its key, and what it asks of the
-/// machine. Outlives none of what it is made of.
+/// machine. Goes before the hub.
 class DesktopBar {
 public:
     DesktopBar(const LocalHub& hub, std::shared_ptr<SessionBus> bus, std::shared_ptr<AppModel> model,
@@ -27,17 +26,15 @@ public:
     const std::shared_ptr<BarHotkey>& key() const { return key_; }
 
 private:
-    std::unique_ptr<CommandPanelWindow> makeWindow();
-    void showKey(CommandPanelWindow& window) const;
+    void showKey();
 
-    std::function<void(Gtk::Window&)> adopt_;
     std::shared_ptr<DesktopWindows> windows_;
     std::shared_ptr<CaptureTools> capture_;
     std::shared_ptr<BarPanel> panel_;
     std::shared_ptr<CommandPanelController> controller_;
+    std::unique_ptr<CommandPanelWindow> window_;
     std::shared_ptr<BarHotkey> key_;
     Subscription watchingKey_;
-    Waking preparing_;
 };
 
 } // namespace kelvadrome

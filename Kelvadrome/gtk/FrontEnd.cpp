@@ -345,9 +345,11 @@ private:
     }
 
     void opened(const Gio::Application::type_vec_files& files) {
-        launched_ = true;
+        const bool first = !std::exchange(launched_, true);
         for (const auto& file : files)
             model_->handleOpenURL(file->get_uri());
+        if (first && wantsBar_)
+            bar_->open(std::nullopt);
     }
 
     void quit() {

@@ -1,6 +1,7 @@
 #include "Kelvadrome/gtk/bar/BarField.h"
 
 #include "Kelvadrome/gtk/parts/AccessibleName.h"
+#include "Kelvadrome/model/CommandBarRows.h"
 #include "KelvadromeKit/bar/BarText.h"
 
 #include <glibmm/main.h>
@@ -9,18 +10,12 @@
 
 namespace kelvadrome {
 
-namespace {
-
-constexpr const char* placeholder = "Ask an agent or search";
-
-} // namespace
-
 BarField::BarField(Gestures gestures) : gestures_(std::move(gestures)) {
     add_css_class("bar-field");
     set_has_frame(false);
     set_hexpand(true);
-    set_placeholder_text(placeholder);
-    setAccessibleName(*this, placeholder);
+    set_placeholder_text(CommandBar::placeholder);
+    setAccessibleName(*this, CommandBar::placeholder);
     property_text().signal_changed().connect([this] { edited(); });
     signal_activate().connect([this] { gestures_.submit(); });
     // After the text's own handling, so that an input method gets its keys first.
@@ -54,9 +49,10 @@ void BarField::edited() {
     const std::string text = get_text();
     auto line = BarText::sanitize(text);
     if (line != text) {
+        const Glib::ustring before = Glib::ustring(text).substr(0, get_position());
         setting_ = true;
         set_text(line);
-        set_position(-1);
+        set_position(static_cast<int>(Glib::ustring(BarText::sanitize(before.raw())).size()));
         setting_ = false;
     }
     gestures_.edit(std::move(line));

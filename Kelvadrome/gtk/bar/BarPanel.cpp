@@ -1,29 +1,29 @@
 #include "Kelvadrome/gtk/bar/BarPanel.h"
 
 #include <algorithm>
+#include <unistd.h>
 
 namespace kelvadrome {
 
-CommandPanelWindow& BarPanel::window() {
-    if (!window_)
-        window_ = makeWindow_();
-    return *window_;
+namespace {
+
+bool isOurs(const FrontApplication& application) {
+    return application.owner == ::getpid();
 }
 
-void BarPanel::orderOut() {
-    if (window_)
-        window_->set_visible(false);
-}
+} // namespace
 
+/// The window manager is asked first: while the global key is down the toolkit takes the focus for lost.
 bool BarPanel::isActive() const {
+    if (const auto front = desk_.front())
+        return isOurs(*front);
     const auto windows = Gtk::Window::list_toplevels();
     return std::ranges::any_of(windows, [](Gtk::Window* window) { return window->is_active(); });
 }
 
 std::optional<FrontApplication> BarPanel::frontApplication() const {
-    if (isActive())
-        return std::nullopt;
-    return desk_.front();
+    auto front = desk_.front();
+    return front && !isOurs(*front) ? front : std::nullopt;
 }
 
 } // namespace kelvadrome

@@ -3,39 +3,37 @@
 #include "Kelvadrome/gtk/bar/BarWindow.h"
 #include "Kelvadrome/model/CommandPanelController.h"
 
-#include <memory>
+#include <functional>
 
 namespace kelvadrome {
 
-/// The command bar's place on this desktop. Its window is made at the first use.
+/// The command bar's place on this desktop.
 class BarPanel final : public CommandPanel {
 public:
-    /// The windows of other applications, as far as the display tells of them.
+    /// What is asked of the display.
     struct Desk {
         std::function<std::optional<FrontApplication>()> front;
         std::function<void(const FrontApplication&)> reactivate;
+        std::function<BarView::Capture()> able; // to take screenshots, as far as is known by now
     };
-    using MakeWindow = std::function<std::unique_ptr<CommandPanelWindow>()>;
 
-    BarPanel(MakeWindow makeWindow, Desk desk) : makeWindow_(std::move(makeWindow)), desk_(std::move(desk)) {}
+    explicit BarPanel(Desk desk) : desk_(std::move(desk)) {}
+    /// To be given before the bar is shown.
+    void showIn(CommandPanelWindow* window) { window_ = window; }
 
-    void place() override { window(); } // it takes its place when it is mapped
-    void orderFront() override { window().orderFront(); }
-    void activate() override { window().activate(); }
-    void orderOut() override;
+    /// The window itself takes its place when it is mapped.
+    void place() override { window_->view().setCapture(desk_.able()); }
+    void orderFront() override { window_->orderFront(); }
+    void activate() override { window_->activate(); }
+    void orderOut() override { window_->set_visible(false); }
 
     bool isActive() const override;
     std::optional<FrontApplication> frontApplication() const override;
     void reactivate(const FrontApplication& application) override { desk_.reactivate(application); }
 
-    /// Null before the first use.
-    CommandPanelWindow* made() const { return window_.get(); }
-    CommandPanelWindow& window();
-
 private:
-    MakeWindow makeWindow_;
     Desk desk_;
-    std::unique_ptr<CommandPanelWindow> window_;
+    CommandPanelWindow* window_ = nullptr;
 };
 
 } // namespace kelvadrome

@@ -4,7 +4,9 @@
 #include "Kelvadrome/gtk/parts/AccessibleName.h"
 #include "Kelvadrome/gtk/parts/Words.h"
 
-#include <gtkmm/image.h>
+#include <glibmm/main.h>
+
+#include <gtkmm/adjustment.h>
 #include <gtkmm/shortcut.h>
 #include <gtkmm/shortcutaction.h>
 #include <gtkmm/shortcutcontroller.h>
@@ -15,14 +17,16 @@ namespace kelvadrome {
 
 namespace {
 
-constexpr int tallestRows = 320; // so that field, shots and footer have their room in the bar's height
-constexpr int lineChars = 70;    // of words that wrap: about the width of the bar
+// What field, footer and, where there are any, shots leave of the bar's height.
+constexpr int tallestRows = 330;
+constexpr int tallestRowsBelowShots = 210;
+constexpr int lineChars = 70; // of words that wrap: about the width of the bar
 
 using Kind = CommandBarRow::Kind;
 
 } // namespace
 
-BarView::BarView(std::shared_ptr<CommandBarModel> model, Capture capture, std::function<void()> close)
+BarView::BarView(std::shared_ptr<CommandBarModel> model, std::function<void()> close)
     : Gtk::Box(Gtk::Orientation::VERTICAL, 0), model_(std::move(model)),
       field_({.edit = [this](const std::string& text) { model_->setText(text); },
           .submit = [this] { model_->submit(); },
@@ -30,16 +34,15 @@ BarView::BarView(std::shared_ptr<CommandBarModel> model, Capture capture, std::f
           .escape = std::move(close)}),
       strip_([this](const CapturedShot& shot) { model_->remove(shot); }) {
     add_css_class("bar");
-    addHead(capture);
+    addHead();
     append(strip_);
     list_.set_selection_mode(Gtk::SelectionMode::SINGLE);
-    list_.set_can_focus(false); // the keys stay in the field, which moves the highlight
+    list_.set_focusable(false); // the keys stay in the field, which moves the highlight
     list_.signal_row_activated().connect(
         [this](Gtk::ListBoxRow* row) { rowPressed(static_cast<std::size_t>(row->get_index())); });
     setAccessibleName(list_, "What the words lead to");
     scroller_.set_policy(Gtk::PolicyType::NEVER, Gtk::PolicyType::AUTOMATIC);
     scroller_.set_propagate_natural_height(true);
-    scroller_.set_max_content_height(tallestRows);
     scroller_.set_child(list_);
     append(scroller_);
     addFoot();
@@ -47,7 +50,7 @@ BarView::BarView(std::shared_ptr<CommandBarModel> model, Capture capture, std::f
     show();
 }
 
-void BarView::addHead(Capture capture) {
+void BarView::addHead() {
     head_.add_css_class("bar-head");
     auto* const search = Gtk::make_managed<Gtk::Image>();
     search->set_from_icon_name("system-search-symbolic");
@@ -57,31 +60,37 @@ void BarView::addHead(Capture capture) {
     head_.append(field_);
     microphone_.add_css_class("flat");
     microphone_.signal_clicked().connect([this] { model_->pressMic(); });
+    noMicrophone_.add_css_class("dim-label");
+    setAccessibleHidden(noMicrophone_, true);
     head_.append(microphone_);
-    if (capture.window)
-        addButton(CommandBar::attachWindow(), false);
-    if (capture.region)
-        addButton(CommandBar::attachRegion(), true);
+    head_.append(noMicrophone_);
+    addAttach(attachWindow_, CommandBar::attachWindow(), false);
+    addAttach(attachRegion_, CommandBar::attachRegion(), true);
     append(head_);
 }
 
-void BarView::addButton(const CommandBar::Button& button, bool region) {
-    const auto attach = [this, region] { model_->attach(region); };
-    auto* const press = Gtk::make_managed<Gtk::Button>();
-    press->set_icon_name(barIcon(button.icon));
-    press->set_tooltip_text(button.help);
-    press->add_css_class("flat");
-    setAccessibleName(*press, button.accessible);
-    press->signal_clicked().connect(attach);
-    head_.append(*press);
+void BarView::addAttach(Gtk::Button& press, const CommandBar::Button& button, bool region) {
+    press.set_icon_name(barIcon(button.icon));
+    press.set_tooltip_text(button.help);
+    press.add_css_class("flat");
+    press.set_visible(false);
+    setAccessibleName(press, button.accessible);
+    press.signal_clicked().connect([this, region] { model_->attach(region); });
+    head_.append(press);
     const auto keys = Gtk::ShortcutController::create();
     keys->set_scope(Gtk::ShortcutScope::MANAGED);
     keys->add_shortcut(Gtk::Shortcut::create(Gtk::ShortcutTrigger::parse_string(button.key),
-        Gtk::CallbackAction::create([attach](Gtk::Widget&, const Glib::VariantBase&) {
-            attach();
-            return true;
+        Gtk::CallbackAction::create([this, region](Gtk::Widget& widget, const Glib::VariantBase&) {
+            if (widget.get_visible())
+                model_->attach(region);
+            return widget.get_visible();
         })));
-    press->add_controller(keys);
+    press.add_controller(keys);
+}
+
+void BarView::setCapture(Capture capture) {
+    attachWindow_.set_visible(capture.window);
+    attachRegion_.set_visible(capture.region);
 }
 
 void BarView::addFoot() {
@@ -108,19 +117,41 @@ void BarView::show() {
     const auto& state = model_->state();
     field_.show(state.text, state.focusToken);
     strip_.show(state.shots, state.screenLine.value_or(""));
+    scroller_.set_max_content_height(strip_.get_visible() ? tallestRowsBelowShots : tallestRows);
     showMicrophone();
     showRows(CommandBar::rows(state));
     footer_.set_text(CommandBar::footer(model_->voice()));
+    describe();
 }
 
+/// The focus stays in the field, so a screen reader hears from it what came of the words, or what Return
+/// would do.
+void BarView::describe() {
+    std::string words;
+    const auto add = [&](const std::string& more) {
+        if (!more.empty())
+            words += (words.empty() ? "" : ", ") + more;
+    };
+    for (const auto& row : shown_) {
+        if (row.highlighted || row.kind == Kind::error || row.kind == Kind::proposal)
+            add(row.title);
+        if (row.kind == Kind::proposal)
+            add(row.detail);
+    }
+    add(model_->state().screenLine.value_or(""));
+    setAccessibleDescription(field_, words);
+}
+
+/// What can't be pressed is a plain picture.
 void BarView::showMicrophone() {
     const auto button = CommandBar::microphone(model_->voice());
+    microphone_.set_visible(button.enabled);
+    noMicrophone_.set_visible(!button.enabled);
+    if (!button.enabled)
+        return noMicrophone_.set_from_icon_name(barIcon(button.icon));
     microphone_.set_icon_name(barIcon(button.icon));
     microphone_.set_tooltip_text(button.help);
     setAccessibleName(microphone_, button.accessible);
-    microphone_.set_sensitive(button.enabled);
-    // What can't be pressed is a plain picture, of which a screen reader says nothing.
-    setAccessibleHidden(microphone_, !button.enabled);
 }
 
 void BarView::showRows(std::vector<CommandBarRow> rows) {
@@ -130,23 +161,28 @@ void BarView::showRows(std::vector<CommandBarRow> rows) {
     shown_ = std::move(rows);
     while (auto* const old = list_.get_row_at_index(0))
         list_.remove(*old);
-    std::string highlighted;
     for (const auto& row : shown_) {
         auto* const line = Gtk::make_managed<Gtk::ListBoxRow>();
         line->set_child(rowWidget(row));
-        line->set_can_focus(row.kind == Kind::proposal);
         line->set_focusable(false);
         line->set_activatable(row.kind == Kind::ask || row.kind == Kind::hit);
         line->set_selectable(row.highlighted);
         setAccessibleName(*line, row.detail.empty() ? row.title : row.title + ", " + row.detail);
         list_.append(*line);
-        if (!row.highlighted)
-            continue;
-        list_.select_row(*line);
-        highlighted = row.title;
+        if (row.highlighted)
+            list_.select_row(*line);
     }
-    // The focus stays in the field, so a screen reader hears from it what Return would do.
-    setAccessibleDescription(field_, highlighted);
+    // Once the rows have their places; ends with this widget.
+    Glib::signal_idle().connect(sigc::mem_fun(*this, &BarView::scrollToHighlight), Glib::PRIORITY_LOW);
+}
+
+bool BarView::scrollToHighlight() {
+    auto* const row = list_.get_selected_row();
+    const auto adjustment = scroller_.get_vadjustment();
+    double x = 0, y = 0;
+    if (row && row->translate_coordinates(list_, 0, 0, x, y))
+        adjustment->clamp_page(y, y + row->get_height());
+    return false;
 }
 
 Gtk::Widget& BarView::rowWidget(const CommandBarRow& row) {

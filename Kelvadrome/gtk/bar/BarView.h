@@ -8,6 +8,7 @@
 
 #include <gtkmm/box.h>
 #include <gtkmm/button.h>
+#include <gtkmm/image.h>
 #include <gtkmm/label.h>
 #include <gtkmm/listbox.h>
 #include <gtkmm/scrolledwindow.h>
@@ -25,18 +26,21 @@ public:
         bool window = false, region = false;
     };
 
-    BarView(std::shared_ptr<CommandBarModel> model, Capture capture, std::function<void()> close);
+    BarView(std::shared_ptr<CommandBarModel> model, std::function<void()> close);
 
+    void setCapture(Capture capture);
     /// The global key, for its keycaps; empty where there is none.
     void setKey(const std::string& label);
 
 private:
-    void addHead(Capture capture);
-    void addButton(const CommandBar::Button& button, bool region);
+    void addHead();
+    void addAttach(Gtk::Button& press, const CommandBar::Button& button, bool region);
     void addFoot();
     void show();
     void showMicrophone();
     void showRows(std::vector<CommandBarRow> rows);
+    void describe();
+    bool scrollToHighlight();
     Gtk::Widget& rowWidget(const CommandBarRow& row);
     void rowPressed(std::size_t index);
 
@@ -44,6 +48,8 @@ private:
     BarField field_;
     Gtk::Box head_{Gtk::Orientation::HORIZONTAL, 8};
     Gtk::Button microphone_;
+    Gtk::Image noMicrophone_;
+    Gtk::Button attachWindow_, attachRegion_;
     ShotStrip strip_;
     Gtk::ScrolledWindow scroller_;
     Gtk::ListBox list_;

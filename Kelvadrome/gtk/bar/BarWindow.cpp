@@ -1,6 +1,7 @@
 #include "Kelvadrome/gtk/bar/BarWindow.h"
 
 #include "Kelvadrome/gtk/parts/WindowHints.h"
+#include "Kelvadrome/gtk/web/QuietWindow.h"
 #include "KelvadromeKit/bar/BarPlace.h"
 
 #include <gtkmm/eventcontrollerkey.h>
@@ -44,7 +45,7 @@ CommandPanelWindow::CommandPanelWindow(std::unique_ptr<BarView> view, std::funct
 void CommandPanelWindow::orderFront() {
     if (get_visible())
         return WindowHints::bar(*this);
-    set_visible(true);
+    showWithoutFocus(*this);
 }
 
 void CommandPanelWindow::activate() {

@@ -51,7 +51,8 @@ TEST_F(DesktopStage, aSentenceInTheBarBecomesACardAndTheFocusGoesBack) {
     see("Claude Code, review");
     EXPECT_EQ(cards().size(), 1u);
 
-    keys("Escape");
+    tabTo("Open");
+    keys("Escape"); // also where the field has no focus
     waitClosed(bar);
     waitActive(before);
 

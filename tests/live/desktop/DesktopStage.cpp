@@ -350,14 +350,18 @@ void DesktopStage::walkThroughSetup() {
     until(
         [&] { return timesAsked("page POST /v1/onboarding/status 200") > before; }, "the folder on the page");
     waitDrawn(empty, "the folder on the page");
-    const auto step = [this](const char* chord, const char* next) {
-        const auto shown = screenPicture();
-        keys(chord);
+    // The way to the button first: a picture that changed with it would pass for the next step's.
+    const auto step = [this](const char* way, const char* next) {
+        auto shown = screenPicture();
+        keys(way);
+        waitDrawn(shown, std::string("the way to the button before ") + next);
+        shown = screenPicture();
+        keys("Return");
         waitDrawn(shown, next);
     };
-    step("Tab Tab Tab Return", "the second step");        // past the folder and "Set up later" to "Continue"
-    step("Tab Tab Tab Tab Tab Return", "the third step"); // "Copy" and the sample question come before those
-    keys("Tab Tab Tab Return");                           // past "Back" and "Set up later" to "Finish setup"
+    step("Tab Tab Tab", "the second step");        // past the folder and "Set up later" to "Continue"
+    step("Tab Tab Tab Tab Tab", "the third step"); // "Copy" and the sample question come before those
+    keys("Tab Tab Tab Return");                    // past "Back" and "Set up later" to "Finish setup"
     until([&] { return wasAsked("page POST /v1/onboarding/finish 200"); }, "the end of setup");
 }
 
