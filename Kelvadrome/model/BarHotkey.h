@@ -30,6 +30,9 @@ public:
     };
 
     static std::shared_ptr<BarHotkey> make(Dependencies dependencies);
+    BarHotkey(const BarHotkey&) = delete;
+    BarHotkey& operator=(const BarHotkey&) = delete;
+    ~BarHotkey() { tasks_.close(); }
 
     /// Registers the key that the settings name now, in place of the one of before.
     void registerKey();

@@ -60,6 +60,10 @@ CommandBarModel::CommandBarModel(Dependencies dependencies)
     voiceChanges_ = parts_.voice->observe([this] { changes_.changed(); });
 }
 
+CommandBarModel::~CommandBarModel() {
+    stop();
+}
+
 std::string CommandBarModel::trimmedText() const {
     return std::string(Text::trimBlanks(state_.text));
 }
@@ -227,7 +231,7 @@ std::shared_ptr<ScreenContext> CommandBarModel::screenContext() {
 }
 
 void CommandBarModel::attach(bool region) {
-    if (state_.capturing || parts_.app.expired())
+    if (state_.capturing || tasks_.closed() || parts_.app.expired())
         return;
     auto context = screenContext();
     if (!context)
@@ -251,38 +255,49 @@ std::optional<CaptureTarget> CommandBarModel::target(bool region) {
 
 Task<> CommandBarModel::capture(std::weak_ptr<CommandBarModel> weak, std::shared_ptr<ScreenContext> context,
     bool region, std::int64_t generation) {
-    auto self = weak.lock();
+    auto taking = take(weak, context, region, generation);
+    auto taken = co_await attempt(std::move(taking));
+    const bool ended = co_await taskCancelled();
+    auto outcome = std::optional(CaptureOutcome{CaptureOutcome::Kind::failed, {}});
+    if (taken)
+        outcome = taken.take();
+    const auto self = weak.lock();
+    if (self && !ended && self->generation_.isCurrent(generation)) {
+        self->captured(std::move(outcome), region);
+    } else if (outcome && outcome->kind == CaptureOutcome::Kind::captured) {
+        context->discard(outcome->shot); // of a request that is over
+    }
     if (!self)
         co_return;
-    const auto target = self->target(region);
-    if (target) {
-        auto taking = context->capture(*target, self->state_.shots.size());
-        self.reset();
-        auto outcome = co_await std::move(taking);
-        self = weak.lock();
-        if (self && self->generation_.isCurrent(generation)) {
-            self->captured(std::move(outcome), region);
-        } else if (outcome.kind == CaptureOutcome::Kind::captured) {
-            context->discard(outcome.shot); // of a request that is over
-        }
-        if (!self)
-            co_return;
-    } else {
-        self->set(&CommandBarState::screenLine, std::string("No window to capture. Drag a region instead."));
-    }
     self->set(&CommandBarState::capturing, false);
     self->focusField();
 }
 
-void CommandBarModel::captured(CaptureOutcome outcome, bool region) {
+/// A bar that was hidden before this has its turn starts no drag.
+Task<std::optional<CaptureOutcome>> CommandBarModel::take(std::weak_ptr<CommandBarModel> weak,
+    std::shared_ptr<ScreenContext> context, bool region, std::int64_t generation) {
+    auto self = weak.lock();
+    if (!self || !self->generation_.isCurrent(generation))
+        co_return CaptureOutcome{CaptureOutcome::Kind::cancelled, {}};
+    const auto target = self->target(region);
+    if (!target)
+        co_return std::nullopt;
+    auto taking = context->capture(*target, self->state_.shots.size());
+    self.reset();
+    co_return co_await std::move(taking);
+}
+
+void CommandBarModel::captured(std::optional<CaptureOutcome> outcome, bool region) {
+    if (!outcome)
+        return set(&CommandBarState::screenLine, std::string("No window to capture. Drag a region instead."));
     const auto place = place_.lock();
     if (region && place)
         place->comeBack();
-    set(&CommandBarState::screenLine, wordsFor(outcome.kind));
-    if (outcome.kind != CaptureOutcome::Kind::captured)
+    set(&CommandBarState::screenLine, wordsFor(outcome->kind));
+    if (outcome->kind != CaptureOutcome::Kind::captured)
         return;
     auto shots = state_.shots;
-    shots.push_back({std::move(outcome.shot)});
+    shots.push_back({std::move(outcome->shot)});
     set(&CommandBarState::shots, std::move(shots));
     set(&CommandBarState::proposal, std::nullopt);
 }

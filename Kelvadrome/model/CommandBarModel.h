@@ -57,6 +57,9 @@ public:
     };
 
     static std::shared_ptr<CommandBarModel> make(Dependencies dependencies);
+    CommandBarModel(const CommandBarModel&) = delete;
+    CommandBarModel& operator=(const CommandBarModel&) = delete;
+    ~CommandBarModel();
 
     const CommandBarState& state() const { return state_; }
     BarVoice& voice() const { return *parts_.voice; }
@@ -92,6 +95,8 @@ public:
     void pressMic();
     /// Clears everything; called each time the bar hides.
     void reset();
+    /// Cancels what is under way, a drag too; nothing starts from then on.
+    void stop() { tasks_.close(); }
 
     /// Whether this machine takes screenshots.
     bool canAttach() { return screenContext() != nullptr; }
@@ -124,7 +129,10 @@ private:
     std::optional<CaptureTarget> target(bool region);
     static Task<> capture(std::weak_ptr<CommandBarModel> weak, std::shared_ptr<ScreenContext> context,
         bool region, std::int64_t generation);
-    void captured(CaptureOutcome outcome, bool region);
+    /// Absent when there is no window to take.
+    static Task<std::optional<CaptureOutcome>> take(std::weak_ptr<CommandBarModel> weak,
+        std::shared_ptr<ScreenContext> context, bool region, std::int64_t generation);
+    void captured(std::optional<CaptureOutcome> outcome, bool region);
     /// Deletes the file of a shot, unless it is part of a request that is on its way.
     void discard(const CapturedShot& shot);
     void leaveFor(std::string path);

@@ -51,6 +51,11 @@ void CommandPanelController::toggle() {
         show(true);
 }
 
+void CommandPanelController::stop() {
+    tasks_.close();
+    bar_->stop();
+}
+
 /// The reset comes before the focus is handed back. Whether there is any to hand back is asked while the
 /// panel still stands, since its leaving moves the focus.
 void CommandPanelController::hide(bool handBack) {

@@ -38,6 +38,9 @@ class CommandPanelController : public BarPlacement,
 public:
     static std::shared_ptr<CommandPanelController> make(
         CommandBarModel::Dependencies bar, std::shared_ptr<CommandPanel> panel);
+    CommandPanelController(const CommandPanelController&) = delete;
+    CommandPanelController& operator=(const CommandPanelController&) = delete;
+    ~CommandPanelController() override { tasks_.close(); }
 
     CommandBarModel& bar() const { return *bar_; }
     const std::shared_ptr<CommandBarModel>& barModel() const { return bar_; }
@@ -50,6 +53,8 @@ public:
     void open(const std::optional<std::string>& text);
     /// For a key of which only the press is known.
     void toggle();
+    /// Cancels what the bar has under way, for the application's end; nothing starts from then on.
+    void stop();
 
     void hide() override { hide(true); }
     void hideForWindow() override { hide(false); }

@@ -22,7 +22,9 @@ public:
     std::optional<FrontApplication> front = FrontApplication{42, 7};
     std::optional<std::uint32_t> window = 9; // to take a picture of
     std::function<void()> whileDragging;     // what happens while the capture tool runs
+    std::shared_ptr<Clock> drag;             // set, a drag takes its time
     std::function<void()> handedBack = [] {};
+    bool broken = false;  // the next list of windows can't be had
     bool capable = false; // of recording on a hold
 
     void place() override { calls.add("place"); }
@@ -38,11 +40,20 @@ public:
 
     std::optional<std::uint32_t> frontWindow(std::optional<std::int32_t> pid) override {
         calls.add("front window of " + std::to_string(pid.value_or(0)));
+        if (std::exchange(broken, false))
+            throw std::runtime_error("no window list");
         return window;
     }
     Task<std::int32_t> run(std::vector<std::string> argv) override {
         if (const auto happens = std::exchange(whileDragging, nullptr))
             happens();
+        if (drag) {
+            calls.add("drag begun");
+            auto sleeping = drag->sleep(120);
+            auto dragged = co_await attempt(std::move(sleeping));
+            calls.add(dragged ? "drag ended" : "drag cancelled");
+            dragged.take();
+        }
         Files::replace(argv.back(), "\x89PNG\r\n\x1a\n and more", 0644, false);
         co_return 0;
     }
@@ -75,6 +86,12 @@ class BarWorld : public World, public testing::Test {
 public:
     BarWorld() {
         make();
+        makeBar();
+        found({});
+        page->replies["/v1/talk/propose"] = FakePage::data(R"({"parse":"p","card_id":"c"})");
+    }
+
+    void makeBar() {
         panel = CommandPanelController::make(
             {.executor = loop.executor(),
                 .clock = clock,
@@ -87,8 +104,6 @@ public:
                     },
                 .windows = parts},
             parts);
-        found({});
-        page->replies["/v1/talk/propose"] = FakePage::data(R"({"parse":"p","card_id":"c"})");
     }
 
     CommandBarModel& bar() const { return panel->bar(); }

@@ -144,12 +144,44 @@ TEST_F(CommandBarTest, aCaptureEndsInAShotOrInWords) {
     EXPECT_FALSE(onDisk(gone));
     EXPECT_EQ(now().focusToken, token + 1);
 
+    // Hidden before its turn: it starts no drag, and tells the next opening nothing.
+    for (const bool region : {false, true}) {
+        parts->calls.clear();
+        panel->show(true);
+        bar().attach(region);
+        panel->hide();
+        until([&] { return !now().capturing; }, "the capture to end");
+        EXPECT_FALSE(now().screenLine) << region;
+        EXPECT_EQ(parts->calls.count("orderOut"), 1U) << "by hide alone";
+    }
+    panel->show(true);
+    parts->broken = true;
+    shoot();
+    EXPECT_EQ(now().screenLine, "The screenshot did not work. Try again.");
+
     parts->calls.clear();
     parts->whileDragging = [this] { panel->hide(); };
     shoot(true);
     EXPECT_TRUE(now().shots.empty());
     EXPECT_EQ(parts->calls.count("activate"), 0U) << "a hidden bar stays hidden";
     EXPECT_TRUE(std::filesystem::is_empty(folder / "shots"));
+}
+
+TEST_F(CommandBarTest, theEndCancelsADrag) {
+    for (const bool stops : {true, false}) { // else the bar goes away
+        parts->drag = clock;
+        panel->show(true);
+        bar().attach(true);
+        until([&] { return parts->calls.has("drag begun"); }, "the drag");
+        parts->calls.clear();
+        if (stops)
+            panel->stop();
+        else
+            panel.reset();
+        until([&] { return parts->calls.has("drag cancelled"); }, "the drag to be cancelled");
+        EXPECT_EQ(parts->calls.count("activate"), 0U) << "nothing comes back to the front";
+        makeBar();
+    }
 }
 
 TEST_F(CommandBarTest, hidingHandsTheFocusBackLast) {
