@@ -61,8 +61,7 @@ TEST(PanelInput, aRowThatChangedUnderTheFingerTakesNoAnswerForAMoment) {
     at.state.cards.erase(at.state.cards.begin());
     at.draw();
     EXPECT_EQ(at.selected(), "b");
-    at.expectRefused("1atzx");
-    at.pass(PanelInput::settling + 0.01);
+    at.expectRefused("1azxt");
     at.expect({{"1", "answer b Yes"}});
 
     at.state.cards[0].version = 4;
@@ -81,7 +80,7 @@ TEST(PanelInput, aRowThatChangedUnderTheFingerTakesNoAnswerForAMoment) {
     at.state.pressed["new"] = {
         .card = at.state.cards[0], .label = "Yes", .known = PressedAnswer::Known::unclear};
     at.draw();
-    at.expect({{"1", ""}, {"t", ""}});
+    at.expectRefused("1t");
     at.state.pressed.clear();
     at.draw();
     at.expectRefused("1");
@@ -112,6 +111,28 @@ TEST(PanelInput, whatIsTypedIsWhatIsSent) {
     at.expectTyped({{"t", "quit? 日"}}); // should the answer come back refused, its text is still there
     at.expect({{"<^c>", "quit"}});
     at.expectTyped({{"<^u>x", "x"}, {"<esc>t", "x"}, {"<esc>jt", ""}});
+}
+
+TEST(PanelInput, wordsThatNothingTakesAreNoCommands) {
+    PanelWorld sent({question("a"), question("b")});
+    sent.hold("a");
+    PanelWorld agents({question("a")}), none(std::vector<Card>{}), over({question("a")});
+    agents.press("g");
+    over.reads.card = CardRecord{.id = "z", .title = "Over"};
+    over.draw();
+    for (auto* const at : {&sent, &agents, &none, &over}) {
+        at->press("t");
+        at->reads.card.reset();
+        EXPECT_TRUE(at->focus().hint.contains("until you pause.")) << at->text();
+        for (const std::string keys : {"1 ad", "zux", "voq"}) { // longer than one pause in all
+            at->pass(PanelInput::pause - 0.1);
+            EXPECT_EQ(at->press(keys), "") << keys;
+        }
+        EXPECT_EQ(at->focus().mode, Mode::rows);
+        at->pass(PanelInput::pause);
+        at->expect({{"q", "quit"}});
+    }
+    sent.expect({{"tq", ""}, {"<down>1", "answer b Yes"}}); // another kind of key ends it at once
 }
 
 TEST(PanelInput, aPasteIsTextAndNeverASetOfCommands) {

@@ -111,6 +111,8 @@ struct PanelWorld {
             EXPECT_EQ(press(std::string(1, key)), "") << key;
             EXPECT_FALSE(focus().hint.empty()) << key;
             EXPECT_EQ(focus().mode, PanelFocus::Mode::rows) << key;
+            if (key == 't')
+                pass(PanelInput::pause);
         }
     }
     /// Each of these keys, then the text of the answer that is typed.

@@ -11,7 +11,6 @@ namespace {
 
 using Kind = PanelCommand::Kind;
 
-constexpr const char* justChangedHint = "This row has just changed. Look again, then press again.";
 constexpr const char* reallyDismiss =
     "Dismiss without an answer? The agent is told nothing. x dismisses, any other key keeps it.";
 
@@ -27,8 +26,6 @@ PanelInput::Command PanelInput::pressCardKey(char letter, WallTime now) {
         return offered(Kind::answer, PanelAction::Kind::answer, now);
     case 'd':
         return offered(Kind::acceptDefaults, PanelAction::Kind::acceptDefaults, now);
-    case 't':
-        return beginTyping(now);
     case 'u':
         return undo();
     case 'z':
@@ -68,7 +65,7 @@ PanelInput::Command PanelInput::chooseOption(std::size_t number, WallTime now) {
     if (!row || !row->takesAnswer() || number < 1 || number > row->card.options.size())
         return std::nullopt;
     if (!settled(now))
-        return hint(justChangedHint);
+        return hint(PanelRules::justChanged);
     return PanelCommand{.kind = Kind::answer, .card = row->card, .text = row->card.options[number - 1]};
 }
 
@@ -86,7 +83,7 @@ PanelInput::Command PanelInput::offered(Kind kind, PanelAction::Kind wanted, Wal
             kind == Kind::answer ? "This card suggests no answer." : "This card has no set of defaults.");
     }
     if (!settled(now))
-        return hint(justChangedHint);
+        return hint(PanelRules::justChanged);
     return PanelCommand{.kind = kind, .card = row->card, .text = action->answer};
 }
 
@@ -94,7 +91,7 @@ std::optional<std::string> PanelInput::whyItStays(WallTime now) const {
     const auto* row = selectedCard();
     if (!row || !row->way.empty())
         return "An answer to this is under way: it stays in sight.";
-    return settled(now) ? std::nullopt : std::optional<std::string>(justChangedHint);
+    return settled(now) ? std::nullopt : std::optional<std::string>(PanelRules::justChanged);
 }
 
 /// What was snoozed by mistake would be out of sight for long, so a row that has just come there isn't.

@@ -135,6 +135,8 @@ void PanelInput::setAlert(bool on, bool asks) {
 }
 
 std::optional<PanelCommand> PanelInput::press(const Key& key, WallTime now) {
+    if (swallows(key, now))
+        return std::nullopt;
     focus_.hint.clear();
     awaited_.reset();
     if (key.kind == Key::Kind::pasteBegin || key.kind == Key::Kind::pasteEnd) {
@@ -155,7 +157,7 @@ std::optional<PanelCommand> PanelInput::press(const Key& key, WallTime now) {
         return pressAlert(key);
     case Mode::help:
     case Mode::card:
-        return pressReading(key);
+        return pressReading(key, now);
     case Mode::rows:
         break;
     }
@@ -183,8 +185,19 @@ PanelInput::Command PanelInput::pressAlert(const Key& key) {
     return std::nullopt;
 }
 
+/// Whoever types goes on without looking; a pause, or a key of another kind, is the end of the words.
+bool PanelInput::swallows(const Key& key, WallTime now) {
+    const bool goesOn = unheard_ && now >= *unheard_ && (now - *unheard_).count() < pause;
+    if (!goesOn || focus_.mode == Mode::typing || key.kind != Key::Kind::text) {
+        unheard_.reset();
+        return false;
+    }
+    unheard_ = now;
+    return true;
+}
+
 /// Help, or a card that is over.
-PanelInput::Command PanelInput::pressReading(const Key& key) {
+PanelInput::Command PanelInput::pressReading(const Key& key, WallTime now) {
     switch (key.kind) {
     case Key::Kind::up:
         focus_.scroll = std::max(0, focus_.scroll - 1);
@@ -202,9 +215,11 @@ PanelInput::Command PanelInput::pressReading(const Key& key) {
         break;
     }
     focus_.scroll = 0;
-    if (std::exchange(focus_.mode, Mode::rows) == Mode::card)
-        return plain(Kind::closeCard);
-    return std::nullopt;
+    if (std::exchange(focus_.mode, Mode::rows) != Mode::card)
+        return std::nullopt;
+    if (key.kind == Key::Kind::text && key.text == "t")
+        refuseTyping("No answer to this card can be typed here.", now);
+    return plain(Kind::closeCard);
 }
 
 PanelInput::Command PanelInput::pressRows(const Key& key, WallTime now) {
@@ -267,6 +282,10 @@ PanelInput::Command PanelInput::pressText(char letter, WallTime now) {
         return openSection(PanelSection::receipts);
     case '/':
         return focus_.section == PanelSection::receipts ? filterReceipts() : openBar(content_->unasked);
+    case 't':
+        return focus_.section == PanelSection::inbox
+                   ? beginTyping(now)
+                   : refuseTyping("An answer is typed in the Inbox: i goes there.", now);
     case 'w':
         return showTerminal();
     case 'o':
@@ -389,6 +408,11 @@ PanelInput::Command PanelInput::hint(std::string words) {
     focus_.digits.clear();
     focus_.hint = std::move(words);
     return std::nullopt;
+}
+
+PanelInput::Command PanelInput::refuseTyping(const std::string& why, WallTime now) {
+    unheard_ = now;
+    return hint(why + " Letters do nothing until you pause.");
 }
 
 } // namespace kelvadrome

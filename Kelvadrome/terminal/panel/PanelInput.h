@@ -57,10 +57,11 @@ private:
 /// Turns keys into commands: a state machine without a screen and without effects. An answer only ever goes
 /// to a card that the user has had before the eyes: a row that came under the selection, or changed there, by
 /// itself takes no answer for a moment, and isn't put out of sight. What was typed for a card is there again
-/// when typing goes on.
+/// when typing goes on. Where typing can't begin, the words that follow are nothing rather than commands.
 class PanelInput {
 public:
     static constexpr double settling = 0.6; // seconds
+    static constexpr double pause = 1.5;    // seconds without a key that tell words from commands
 
     /// The content that the screen shows from now on. Never null.
     void update(std::shared_ptr<const PanelContent> content, ScreenSize size, WallTime now);
@@ -88,7 +89,7 @@ private:
     Command pressText(char letter, WallTime now);
     Command pressCardKey(char letter, WallTime now);
     Command pressAlert(const Key& key);
-    Command pressReading(const Key& key);
+    Command pressReading(const Key& key, WallTime now);
     Command pressControl(const std::string& letter);
     Command enter(WallTime now);
     Command leave();
@@ -122,11 +123,15 @@ private:
     const PanelCard* selectedCard() const;
     const PanelAgent* selectedAgent() const;
     Command hint(std::string words);
+    /// Says why nothing can be typed, and takes what is typed all the same for words.
+    Command refuseTyping(const std::string& why, WallTime now);
+    bool swallows(const Key& key, WallTime now);
 
     std::shared_ptr<const PanelContent> content_ = std::make_shared<PanelContent>();
     PanelLayout layout_;
     PanelFocus focus_;
     WallTime steadySince_ = distantPast;
+    std::optional<WallTime> unheard_;       // when the last key came of words that nothing takes
     std::optional<std::string> dismissing_; // the card that the last key asked to dismiss
     std::string draft_;                     // the answer that was typed last,
     std::string draftOf_;                   // and the id of the card that it was typed for

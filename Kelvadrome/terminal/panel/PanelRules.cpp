@@ -50,7 +50,7 @@ bool sameRow(const PanelEntry& left, const PanelEntry& right) {
 
 const char* whyNoAnswer(const PanelCard& row) {
     if (!row.way.empty())
-        return "An answer to this is under way already.";
+        return answerUnderWay;
     if (row.card.state == "gone")
         return "Its agent has ended: nobody is left to take an answer.";
     return row.highRisk ? "High risk: v reviews it in kelvadrome."

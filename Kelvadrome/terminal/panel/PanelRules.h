@@ -10,6 +10,9 @@ namespace kelvadrome::PanelRules {
 
 inline constexpr int listHeight = 2; // lines of a row that isn't selected, without the blank one below it
 
+inline constexpr const char* answerUnderWay = "An answer to this is under way already.";
+inline constexpr const char* justChanged = "This row has just changed. Look again, then press again.";
+
 /// The heading above the first row of a group; empty for none.
 const char* headingOf(PanelEntry::Group group);
 const char* headingOf(FoundEntry::Kind kind);

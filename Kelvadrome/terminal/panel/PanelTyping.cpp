@@ -17,15 +17,17 @@ using Effect = CommandLine::Effect;
 } // namespace
 
 PanelInput::Command PanelInput::beginTyping(WallTime now) {
+    dismissing_.reset();
     const auto* row = selectedCard();
     if (!row)
-        return std::nullopt;
+        return refuseTyping(
+            selectedRow() ? PanelRules::answerUnderWay : "There is no card here to type an answer to.", now);
     if (!row->takesAnswer())
-        return hint(PanelRules::whyNoAnswer(*row));
+        return refuseTyping(PanelRules::whyNoAnswer(*row), now);
     if (row->card.kind == "batch")
-        return hint("This card asks several questions: v opens it in kelvadrome.");
+        return refuseTyping("This card asks several questions: v opens it in kelvadrome.", now);
     if (!settled(now))
-        return hint("This row has just changed. Look again, then press again.");
+        return refuseTyping(PanelRules::justChanged, now);
     focus_.mode = Mode::typing;
     focus_.typingTo = *row;
     focus_.typingGone = false;
