@@ -100,7 +100,7 @@ void CommandBarModel::searchAnew() {
     searchTask_.cancel();
     calling_.reset();
     const auto app = parts_.app.lock();
-    if (!app || !parts_.searches || Text::characterCount(query) < shortestQuery)
+    if (!app || Text::characterCount(query) < shortestQuery)
         return found(query, {});
     searchTask_ = tasks_.launch(
         "bar search", searchLater(weak_from_this(), parts_.clock, app->client(), std::move(query)));

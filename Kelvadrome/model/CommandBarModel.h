@@ -53,7 +53,6 @@ public:
         /// Made on first need, for a data home. Empty, or gives null, where no screenshot can be taken.
         std::function<std::shared_ptr<ScreenContext>(std::string home)> makeScreenContext = {};
         std::shared_ptr<WindowListing> windows = {}; // may be null
-        bool searches = true;                        // false where what shows the bar finds by itself
     };
 
     static std::shared_ptr<CommandBarModel> make(Dependencies dependencies);

@@ -31,6 +31,11 @@ std::optional<std::string> answerIn(const JSONObject& object, std::string_view k
     return lines;
 }
 
+FoundEntry::Kind kindOf(const std::string& kind) {
+    using Kind = FoundEntry::Kind;
+    return kind == "topic" ? Kind::topic : kind == "decision" ? Kind::decision : Kind::question;
+}
+
 /// The midnight that begins a day such as "2026-01-31", `later` days on; absent for what is no day.
 std::optional<WallTime> midnight(const std::string& day, int later) {
     std::tm date{};
@@ -123,16 +128,24 @@ boost::json::object ReceiptFilter::request(std::int64_t limit) const {
     return body;
 }
 
+std::optional<std::string> FoundEntry::cardId() const {
+    if (kind == Kind::topic || card)
+        return card;
+    return id.starts_with("receipt-") ? std::nullopt : std::optional(id);
+}
+
+FoundEntry FoundEntry::of(const SearchHit& hit) {
+    return {.kind = kindOf(hit.kind), .id = hit.id, .title = hit.title, .snippet = hit.snippet};
+}
+
 FoundEntry FoundEntry::decode(const JSONValue& value) {
     const auto object = value.object();
-    const auto kind = object.required<std::string>("kind");
     auto closedAt = object.lenient<std::string>("closed_at");
-    return {.kind = kind == "topic"      ? Kind::topic
-                    : kind == "decision" ? Kind::decision
-                                         : Kind::question,
+    return {.kind = kindOf(object.required<std::string>("kind")),
         .id = object.required<std::string>("id"),
         .title = object.required<std::string>("title"),
         .snippet = object.lenient<std::string>("snippet").value_or(""),
+        .card = object.lenient<std::string>("card"),
         .answer = answerIn(object, "answer"),
         .closedAt = std::move(closedAt)};
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "KelvadromeKit/bar/SearchHit.h"
 #include "KelvadromeKit/support/JSON.h"
 
 #include <boost/json/object.hpp>
@@ -64,12 +65,17 @@ struct FoundEntry {
     enum class Kind { question, decision, topic };
 
     Kind kind = Kind::question;
-    std::string id = {}; // of the card or the topic
+    std::string id = {}; // of the card, the topic or the receipt
     std::string title = {};
     std::string snippet = {};
+    std::optional<std::string> card = {};     // that a receipt is of
     std::optional<std::string> answer = {};   // of a decision
     std::optional<std::string> closedAt = {}; // of a decision, ISO 8601
 
+    /// The card that tells all of it; absent for a topic, and for a receipt of which no card is known.
+    std::optional<std::string> cardId() const;
+
+    static FoundEntry of(const SearchHit& hit);
     static FoundEntry decode(const JSONValue& value);
     bool operator==(const FoundEntry&) const = default;
 };

@@ -94,10 +94,7 @@ void Lookups::readReceipts(std::string typed) {
 }
 
 void Lookups::search(std::string text) {
-    searching_.cancel();
-    if (text.find_first_not_of(' ') == std::string::npos)
-        return change([](LookupResults& results) { results.found.reset(); });
-    Request request{typingPause, "/v1/search", {{"q", text}, {"limit", hitLimit}}};
+    Request request{0, "/v1/search", {{"q", text}, {"limit", hitLimit}}};
     start<SearchReply>(searching_, std::move(request), [text](LookupResults& results, SearchReply reply) {
         results.found = SearchHits{text, std::move(reply.hits)};
     });

@@ -33,7 +33,7 @@ public:
 
     /// The receipts that a filter, as it was typed, lets pass.
     void readReceipts(std::string typed);
-    /// Empty text finds nothing.
+    /// More than the command bar finds, and more of each.
     void search(std::string text);
     void readCard(std::string id);
     void closeCard();

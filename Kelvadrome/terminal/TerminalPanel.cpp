@@ -48,6 +48,7 @@ void TerminalPanel::stop() {
     watchingLookups_.cancel();
     watchingBar_.cancel();
     with_.lookups->close();
+    with_.bar->stop();
     with_.board->onChange = nullptr;
     boost::system::error_code ignored;
     keys_.close(ignored);
@@ -100,15 +101,18 @@ void TerminalPanel::readKeys() {
         const bool inBar = input_.focus().inBar();
         if (auto command = input_.press(key, with_.clock->now()))
             perform(std::move(*command));
-        if (inBar && !input_.focus().inBar())
-            leaveBar();
+        if (input_.focus().inBar())
+            followBar();
+        else if (inBar)
+            with_.bar->reset();
     }
     paintSoon();
 }
 
-void TerminalPanel::leaveBar() {
-    with_.bar->reset();
-    with_.lookups->search({});
+void TerminalPanel::followBar() {
+    contentIsOld_ = true;
+    renewContent();
+    input_.update(content_, with_.screen->size(), with_.clock->now());
 }
 
 void TerminalPanel::openBar(const std::string& text) {
@@ -125,11 +129,17 @@ void TerminalPanel::perform(PanelCommand command) {
         return model.showTerminal(command.agent);
     case Kind::readReceipts:
         return with_.lookups->readReceipts(std::move(command.text));
-    case Kind::search:
-        with_.bar->setText(command.text);
-        return with_.lookups->search(std::move(command.text));
+    case Kind::typeInBar:
+        return with_.bar->setText(command.text);
+    case Kind::barUp:
+    case Kind::barDown:
+        return with_.bar->move(command.kind == Kind::barUp ? -1 : 1);
     case Kind::ask:
-        return with_.bar->submit();
+        if (!with_.bar->state().proposal) // it may have come since the last picture
+            with_.bar->submit();
+        return;
+    case Kind::search:
+        return with_.lookups->search(std::move(command.text));
     case Kind::readCard:
         return with_.lookups->readCard(std::move(command.text));
     case Kind::closeCard:

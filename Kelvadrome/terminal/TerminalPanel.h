@@ -28,7 +28,7 @@ public:
         std::shared_ptr<Clock> clock;
         std::shared_ptr<AppModel> model;
         std::shared_ptr<Lookups> lookups;
-        std::shared_ptr<CommandBarModel> bar; // one that doesn't search
+        std::shared_ptr<CommandBarModel> bar;
         DaemonClient client;
         TerminalScreen* screen = nullptr; // outlives the panel
         std::shared_ptr<PanelBoard> board;
@@ -54,7 +54,8 @@ private:
     void readKeys();
     void perform(PanelCommand command);
     void performOnCard(PanelCommand command);
-    void leaveBar();
+    /// The next key is to find the bar as the last one left it.
+    void followBar();
     /// Receipts that show are read again after each refresh.
     void followReceipts();
     /// The content of the model as it is now, made anew only when something in it may have changed.

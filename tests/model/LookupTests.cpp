@@ -39,5 +39,17 @@ TEST(Lookups, theAnswerOfABatchIsALineAQuestion) {
     EXPECT_EQ(card.ending(), "Answered \nq1: a\nq2: b");
 }
 
+TEST(Lookups, aResultKnowsItsCard) {
+    const std::vector<std::pair<std::string, std::string>> rows = {{R"("kind":"question","id":"c")", "c"},
+        {R"("kind":"decision","id":"d","card":"d","answer":"Yes")", "d"},
+        {R"("kind":"decision","id":"receipt-7","card":"e","closed_at":null)", "e"},
+        {R"("kind":"decision","id":"receipt-8")", "none"}, {R"("kind":"topic","id":"t")", "none"}};
+    for (const auto& [keys, wanted] : rows) {
+        const auto entry = readJSON(
+            "{" + keys + R"(,"title":"x"})", [](const JSONValue& root) { return FoundEntry::decode(root); });
+        EXPECT_EQ(entry.cardId().value_or("none"), wanted) << keys;
+    }
+}
+
 } // namespace
 } // namespace kelvadrome::test

@@ -174,32 +174,50 @@ TEST(PanelInput, alertsAndHelpTakeTheKeys) {
     at.expectTyped({{"d", "abcd"}});
 }
 
-TEST(PanelInput, theBarFindsAsItIsTypedAndEscapeLeaves) {
+TEST(PanelInput, aHitOfTheBarIsGoneTo) {
+    PanelWorld at({question("a"), question("b")});
+    at.bar.hits = {{"topic", "t/9", {}, "Databases", "2 open questions"},
+        {"question", "b", {}, "Deploy?", ""}, {"decision", "old", {}, "Which db?", "“Postgres”"},
+        {"decision", "receipt-7", {}, "Typed", ""}};
+    at.expect({{"/db", "words db"}, {"<up>", "up"}});
+    const auto text = at.text();
+    EXPECT_TRUE(text.contains("▌ Typed") && text.contains("Which db?") && text.contains("4 of 4")) << text;
+    at.expect({{"<enter>", "search db"}}); // more is known of a receipt there
+    at.reads.found = SearchHits{
+        "db", {{FoundEntry::Kind::decision, "old", "Which db?", "", {}, "Postgres", "2027-01-14T08:00:00Z"},
+                  {FoundEntry::Kind::decision, "receipt-7", "Typed", "", "z"},
+                  {FoundEntry::Kind::decision, "receipt-8", "Reset", ""}}};
+    EXPECT_TRUE(at.text().contains("Results for db") && at.text().contains("“Postgres” · Yesterday"));
+    at.expect({{"<enter>", "card z"}, {"<up> ", "card old"}, {"<end><enter>", "receipts db"}});
+    at.expect({{"i/db<up><up>", "up"}, {"<enter>", "card old"}, {"/d<down><down><enter>", ""}});
+    EXPECT_EQ(at.selected(), "b") << "an open question is gone to";
+    at.expect({{"h/d", "words d"}, {"<down><enter>", "open /topics/t%2F9"}});
+    EXPECT_EQ(at.selected(), "nothing") << "the receipts are where they were";
+}
+
+TEST(PanelInput, allResultsAreListedToo) {
     auto deploy = question("b");
     deploy.title = "Deploy to Zürich?";
     PanelWorld at({question("a"), deploy});
-    at.expect({{"/ZÜ", "search ZÜ"}, {"<down>", ""}});
-    EXPECT_EQ(at.selected(), "question b");
+    at.expect({{"/zü<tab>", "search zü"}, {"1adx", ""}});
+    EXPECT_EQ(at.selected(), "question b") << "what waits is found without the daemon";
+    at.expect({{"/", "words zü"}, {"<esc><enter>", ""}});
+    EXPECT_EQ(at.selected(), "b");
+    at.expect({{"/no<tab>", "search no"}});
+    EXPECT_TRUE(at.text().contains("Searching"));
+    at.reads.found = SearchHits{"no", {}};
+    EXPECT_TRUE(at.text().contains("Nothing found"));
     at.expect({{"<esc>", ""}});
-    EXPECT_EQ(at.selected(), "a");
-    at.expect({{"/zü", "search zü"}, {"<down><enter>", ""}});
-    EXPECT_EQ(at.selected(), "b") << "an open question is gone to";
-
-    at.press("/db");
-    at.reads.found = SearchHits{
-        "db", {{FoundEntry::Kind::decision, "old", "Which db?", "", "Postgres", "2027-01-14T08:00:00Z"},
-                  {FoundEntry::Kind::topic, "t9", "Databases", ""}}};
-    EXPECT_TRUE(at.text().contains("“Postgres” · Yesterday"));
-    at.expect({{"<down><enter>", "card old"}, {"/db<down><down><enter>", "open /topics/t9"}});
+    EXPECT_EQ(at.selected(), "b");
 }
 
 TEST(PanelInput, theBarAsksAndLeadsToTheCardThatCameOfIt) {
     PanelWorld at({question("a")});
-    at.expect({{"/ <enter>", ""}, {"<esc>/fix it", "search fix it"}, {"<enter>", "ask"}});
+    at.expect({{"/ <enter>", ""}, {"<esc>/fix it", "words fix it"}, {"<enter>", "ask"}});
     EXPECT_TRUE(at.text().contains("▌ Ask: fix it"));
     at.bar.error = "No. Your words stay here.";
     at.bar.text = "fix it"; // as the bar gives them back
-    at.expect({{"<esc>", ""}, {"/", "search fix it"}});
+    at.expect({{"<esc>", ""}, {"/", "words fix it"}});
     EXPECT_TRUE(at.text().contains("⚠ No. Your words stay here."));
 
     at.bar.error.reset();
@@ -241,7 +259,7 @@ TEST(PanelInput, receiptsFilterAndLeadToTheirCard) {
                 .card = "z",
                 .time = "2027-01-14T06:00:00Z"}}};
     at.draw();
-    at.expect({{"j<enter>", ""}, {"j<enter>", "card z"}, {"/x", "receipts x"}, {"<enter>", ""}});
+    at.expect({{"j<enter>", ""}, {"j<enter>", "card z"}, {"Fx", "receipts x"}, {"<enter>", ""}});
     EXPECT_TRUE(at.text().contains("Only x"));
     at.expect({{"<esc>", "receipts"}, {"<home><enter>", ""}});
     EXPECT_EQ(at.focus().section, PanelSection::inbox);

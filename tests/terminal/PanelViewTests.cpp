@@ -151,8 +151,9 @@ TEST(PanelView, everySizeAndStateFits) {
 
     for (const auto& state :
         {withTopic({batch, talkative, highRisk()}), holding, failing, setup, AppState()}) {
-        for (const std::string keys : {"", " ", "j ", "t日本", "?", "g", "h", "/日本", "xx"}) {
+        for (const std::string keys : {"", " ", "j ", "t日本", "?", "g", "h", "/日本", "/日本<tab>", "xx"}) {
             PanelWorld at(state);
+            at.bar.hits = {{"decision", "d", {}, std::string(90, 'h'), std::string(90, 's')}};
             at.press(keys);
             for (int rows = 1; rows < 32; rows += 3) {
                 for (const int columns : {1, 20, 39, 40, 41, 57, 119, 120, 200})

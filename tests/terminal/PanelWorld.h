@@ -80,6 +80,19 @@ struct PanelWorld {
     const PanelFocus& focus() const { return input.focus(); }
     std::string selected() const { return focus().list().selected().value_or("nothing"); }
 
+    /// What the bar's own model makes of a command.
+    void tellBar(const std::optional<PanelCommand>& command) {
+        using Kind = PanelCommand::Kind;
+        const auto rows = bar.hits.size() + 1;
+        if (command && command->kind == Kind::typeInBar)
+            bar.text = command->text;
+        else if (command && command->kind == Kind::barUp)
+            bar.selection = (bar.selection + rows - 1) % rows;
+        else if (command && command->kind == Kind::barDown)
+            bar.selection = (bar.selection + 1) % rows;
+        else if (!focus().inBar())
+            bar.selection = 0;
+    }
     /// What the last of these keys asks for. "<down>" is the key of that name, "<^c>" one with Control.
     std::string press(const std::string& keys) {
         std::optional<PanelCommand> last;
@@ -96,6 +109,7 @@ struct PanelWorld {
                 i += name.size() + 1;
             }
             last = input.press(key, time);
+            tellBar(last);
             draw();
         }
         return words(last);
@@ -138,7 +152,8 @@ struct PanelWorld {
         static const std::map<Kind, std::string> kinds{{Kind::answer, "answer"}, {Kind::snooze, "snooze"},
             {Kind::wake, "wake"}, {Kind::dismiss, "dismiss"}, {Kind::review, "review"}, {Kind::undo, "undo"},
             {Kind::quit, "quit"}, {Kind::acknowledgeAlert, "acknowledge"}, {Kind::refuseAlert, "refuse"},
-            {Kind::search, "search"}, {Kind::ask, "ask"}, {Kind::readReceipts, "receipts"},
+            {Kind::search, "search"}, {Kind::typeInBar, "words"}, {Kind::barUp, "up"},
+            {Kind::barDown, "down"}, {Kind::ask, "ask"}, {Kind::readReceipts, "receipts"},
             {Kind::readCard, "card"}, {Kind::closeCard, "close"}, {Kind::showTerminal, "terminal"},
             {Kind::openPath, "open"}, {Kind::acceptDefaults, "defaults"}};
         if (!command)

@@ -24,10 +24,11 @@ int count(const StyledLines& lines) {
 /// One row of the list that shows, as it stands in the list.
 StyledLines briefRow(
     const PanelContent& content, const PanelFocus& focus, std::size_t index, bool selected, int columns) {
-    if (&focus.list() == &focus.hits)
-        return index == 0 ? SectionLines::ask(content, selected, columns)
-                          : SectionLines::hit(content.hits[index - 1], selected, columns);
+    if (&focus.list() == &focus.bar)
+        return SectionLines::bar(content.barRows[index], selected, columns);
     switch (focus.section) {
+    case PanelSection::results:
+        return SectionLines::hit(content.hits[index], selected, columns);
     case PanelSection::agents:
         return SectionLines::agent(content.agents[index], selected, columns);
     case PanelSection::receipts:
@@ -43,10 +44,11 @@ StyledLines detail(const PanelContent& content, const PanelFocus& focus, int col
     const auto index = focus.list().index();
     if (focus.list().empty())
         return {};
-    if (&focus.list() == &focus.hits)
-        return index == 0 ? SectionLines::askDetail(*content.ask, columns)
-                          : SectionLines::hitDetail(content.hits[index - 1], columns);
+    if (&focus.list() == &focus.bar)
+        return SectionLines::barDetail(content.barRows[index], columns);
     switch (focus.section) {
+    case PanelSection::results:
+        return SectionLines::hitDetail(content.hits[index], columns);
     case PanelSection::agents:
         return SectionLines::agentDetail(content.agents[index], columns);
     case PanelSection::receipts:
@@ -86,6 +88,11 @@ StyledLines emptyWords(const PanelContent& content, const PanelFocus& focus, int
             say(filtered ? "No such receipts" : "Nothing yet",
                 filtered ? "Try fewer or other words."
                          : "Each answer and what came of it leaves a line here.");
+    } else if (focus.section == PanelSection::results) {
+        if (content.searched)
+            say("Nothing found", "Try fewer or other words.");
+        else
+            say("Searching", content.readError);
     } else if (focus.only) {
         say("No card of " + focus.only->words + " waits", "Esc shows all cards.");
     } else {

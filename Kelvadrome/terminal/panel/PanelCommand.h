@@ -20,9 +20,12 @@ struct PanelCommand {
         bringEdgeToFront, // of `card`
         showTerminal,     // of the agent's session
         readReceipts,     // those that `text` filters
-        search,           // `text`, which is what the command bar holds now
-        ask,              // for a card of what it holds
-        readCard,         // the card of id `text`
+        typeInBar,        // `text` is what the command bar holds now
+        barUp,
+        barDown,
+        ask,      // for a card of what it holds
+        search,   // for all that holds the words of `text`
+        readCard, // the card of id `text`
         openMain,
         openPath, // of the page, in `text`
         retry,

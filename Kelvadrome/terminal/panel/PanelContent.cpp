@@ -142,15 +142,6 @@ std::vector<PanelHit> openHits(const AppState& state, const std::string& query) 
     return rows;
 }
 
-/// The words are those of the line, which is ahead of the bar's.
-std::optional<PanelAsk> askRow(CommandBarState bar, const std::string& words) {
-    bar.text = words;
-    auto rows = CommandBar::rows(bar);
-    if (rows.empty() || Text::trimBlanks(words).empty())
-        return std::nullopt;
-    return PanelAsk{std::move(rows.front()), bar.proposal ? bar.proposal->cardId : std::string()};
-}
-
 std::vector<PanelHit> hitRows(
     const AppState& state, const std::optional<SearchHits>& found, const std::string& query, WallTime now) {
     auto rows = openHits(state, query);
@@ -199,11 +190,10 @@ PanelContent panelContent(const AppState& state, const LookupResults& reads, con
         content.moreReceipts = reads.receipts->more;
         content.receiptsRead = true;
     }
-    content.ask = askRow(bar, wish.search);
-    content.askError = bar.error;
-    if (bar.error)
-        content.unasked = bar.text;
-    if (!wish.search.empty() && content.ask && content.ask->card.empty()) {
+    content.bar = bar;
+    content.barRows = CommandBar::rows(bar);
+    std::erase_if(content.barRows, [](const auto& row) { return row.kind == CommandBarRow::Kind::error; });
+    if (!wish.search.empty()) {
         content.hits = hitRows(state, reads.found, wish.search, now);
         content.searched = reads.found && reads.found->query == wish.search;
     }

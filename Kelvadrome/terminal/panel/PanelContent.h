@@ -48,15 +48,7 @@ struct PanelReceipt {
     bool operator==(const PanelReceipt&) const = default;
 };
 
-/// The command bar's own row above the hits: the words as a request, or the card that came of them.
-struct PanelAsk {
-    CommandBarRow row;
-    std::string card = {}; // its id
-
-    bool operator==(const PanelAsk&) const = default;
-};
-
-/// A hit of the search.
+/// One of all the results of a search.
 struct PanelHit {
     FoundEntry hit;
     std::string note = {}; // of a decision the answer and its date
@@ -79,7 +71,7 @@ struct CardFilter {
 /// What the user wants to see.
 struct PanelWish {
     std::optional<CardFilter> only;
-    std::string search; // the words in the command bar
+    std::string search; // the words whose results are all to show; empty for none
 
     bool operator==(const PanelWish&) const = default;
 };
@@ -94,9 +86,8 @@ struct PanelContent {
     std::vector<PanelReceipt> receipts;
     bool moreReceipts = false; // older ones were left out
     bool receiptsRead = false;
-    std::optional<PanelAsk> ask; // while there are words in the command bar
-    std::optional<std::string> askError;
-    std::string unasked; // the words of that error's request
+    CommandBarState bar;
+    std::vector<CommandBarRow> barRows; // of `bar`, its error not among them
     std::vector<PanelHit> hits;
     bool searched = false; // the daemon's hits are among them
     std::optional<CardRecord> card;

@@ -47,14 +47,22 @@ PanelLayout PanelLayout::of(ScreenSize size) {
 
 ListFocus PanelFocus::*PanelFocus::shownList() const {
     if (inBar() && !line.blank())
-        return &PanelFocus::hits;
-    if (section == PanelSection::agents)
+        return &PanelFocus::bar;
+    switch (section) {
+    case PanelSection::agents:
         return &PanelFocus::agents;
-    return section == PanelSection::receipts ? &PanelFocus::receipts : &PanelFocus::inbox;
+    case PanelSection::receipts:
+        return &PanelFocus::receipts;
+    case PanelSection::results:
+        return &PanelFocus::hits;
+    case PanelSection::inbox:
+        break;
+    }
+    return &PanelFocus::inbox;
 }
 
 PanelWish PanelInput::wish() const {
-    return {focus_.only, focus_.inBar() ? focus_.line.text() : std::string()};
+    return {focus_.only, focus_.section == PanelSection::results ? focus_.searchedFor : std::string()};
 }
 
 void PanelInput::update(std::shared_ptr<const PanelContent> content, ScreenSize size, WallTime now) {
@@ -69,13 +77,14 @@ void PanelInput::update(std::shared_ptr<const PanelContent> content, ScreenSize 
         dismissing_.reset();
     }
     followTyping();
-    shownWords_ = focus_.line.text();
+    if (awaitedHit_ && focus_.hits.select(*awaitedHit_))
+        awaitedHit_.reset();
     if (awaited_ && focus_.inbox.select(*awaited_)) {
         awaited_.reset();
         steadySince_ = now;
     }
     if (divided) {
-        for (auto* const list : {&focus_.inbox, &focus_.agents, &focus_.receipts, &focus_.hits})
+        for (auto* const list : {&focus_.inbox, &focus_.agents, &focus_.receipts, &focus_.hits, &focus_.bar})
             list->release();
     }
     if (content_->card)
@@ -100,12 +109,21 @@ void PanelInput::followRows(WallTime now) {
     focus_.receipts.update(listRows(content_->receipts, [](const PanelReceipt& row) {
         return ListFocus::Row{row.id, 1, row.day};
     }));
-    auto hits = listRows(content_->hits, [&](const PanelHit& row) {
+    focus_.hits.update(listRows(content_->hits, [&](const PanelHit& row) {
         return ListFocus::Row{row.id(), PanelRules::listHeight + gap, PanelRules::headingOf(row.hit.kind)};
-    });
-    if (content_->ask)
-        hits.insert(hits.begin(), ListFocus::Row{"ask", PanelRules::listHeight + gap});
-    focus_.hits.update(std::move(hits));
+    }));
+    followBar();
+}
+
+void PanelInput::followBar() {
+    const int gap = layout_.dense ? 0 : 1;
+    const auto idOf = [](const CommandBarRow& row) { return std::to_string(row.selection); };
+    focus_.bar.update(listRows(content_->barRows, [&](const CommandBarRow& row) {
+        return ListFocus::Row{idOf(row), PanelRules::listHeight + gap};
+    }));
+    const auto highlighted = std::ranges::find(content_->barRows, true, &CommandBarRow::highlighted);
+    if (highlighted != content_->barRows.end())
+        focus_.bar.select(idOf(*highlighted));
 }
 
 /// An answer is kept back while its card isn't there as it was; a daemon that is away says nothing of that.
@@ -139,6 +157,7 @@ std::optional<PanelCommand> PanelInput::press(const Key& key, WallTime now) {
         return std::nullopt;
     focus_.hint.clear();
     awaited_.reset();
+    awaitedHit_.reset();
     if (key.kind == Key::Kind::pasteBegin || key.kind == Key::Kind::pasteEnd) {
         pasting_ = key.kind == Key::Kind::pasteBegin;
         return std::nullopt;
@@ -245,6 +264,8 @@ PanelInput::Command PanelInput::pressRows(const Key& key, WallTime now) {
     case Key::Kind::tab:
     case Key::Kind::backTab: {
         const int by = key.kind == Key::Kind::tab ? 1 : panelSections - 1;
+        if (focus_.section == PanelSection::results)
+            return openSection(PanelSection::inbox);
         return openSection(
             static_cast<PanelSection>((static_cast<int>(focus_.section) + by) % panelSections));
     }
@@ -281,7 +302,11 @@ PanelInput::Command PanelInput::pressText(char letter, WallTime now) {
     case 'h':
         return openSection(PanelSection::receipts);
     case '/':
-        return focus_.section == PanelSection::receipts ? filterReceipts() : openBar(content_->unasked);
+        if (focus_.section == PanelSection::results)
+            return openBar(focus_.searchedFor);
+        return openBar(content_->bar.error ? content_->bar.text : std::string());
+    case 'F':
+        return focus_.section == PanelSection::receipts ? filterReceipts() : std::nullopt;
     case 't':
         return focus_.section == PanelSection::inbox
                    ? beginTyping(now)
@@ -321,6 +346,8 @@ PanelInput::Command PanelInput::enter(WallTime now) {
         focus_.only = CardFilter{.words = words, .agent = agent->agent, .sessionId = agent->sessionId};
         return openSection(PanelSection::inbox);
     }
+    if (focus_.section == PanelSection::results)
+        return focus_.hits.empty() ? std::nullopt : openHit(content_->hits[focus_.hits.index()].hit, now);
     if (focus_.section == PanelSection::receipts) {
         if (focus_.receipts.empty())
             return std::nullopt;

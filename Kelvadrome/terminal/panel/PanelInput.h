@@ -11,8 +11,9 @@
 
 namespace kelvadrome {
 
-enum class PanelSection { inbox, agents, receipts };
-inline constexpr int panelSections = 3;
+/// `results` are all that a search found; only the command bar leads there.
+enum class PanelSection { inbox, agents, receipts, results };
+inline constexpr int panelSections = 3; // that have a name at the top
 
 /// How the screen is divided.
 struct PanelLayout {
@@ -34,7 +35,8 @@ struct PanelFocus {
     ListFocus inbox;
     ListFocus agents;
     ListFocus receipts;
-    ListFocus hits; // in the command bar, its own row first
+    ListFocus hits; // all results of a search
+    ListFocus bar;  // the rows of the command bar; the bar itself moves in them
     std::optional<CardFilter> only;
     bool expanded = false;             // the selected row shows all there is; without effect when wide
     int scroll = 0;                    // of what is selected beside the list, of help, card and alert
@@ -44,6 +46,7 @@ struct PanelFocus {
     std::optional<PanelCard> typingTo; // while typing an answer: the card as it was when that began
     bool typingGone = false;           // that card doesn't wait for this answer any more
     std::string receiptFilter;         // of the receipts that show, as typed
+    std::string searchedFor;           // the words whose results are `hits`
 
     bool inBar() const { return line.purpose() == CommandLine::Purpose::bar; }
     /// The list that the arrows move in.
@@ -83,6 +86,7 @@ private:
     using Command = std::optional<PanelCommand>;
 
     void followRows(WallTime now);
+    void followBar();
     void followTyping();
 
     Command pressRows(const Key& key, WallTime now);
@@ -113,7 +117,9 @@ private:
     Command pressTyping(const Key& key, WallTime now);
     Command sendTyped();
     Command enterBar(WallTime now);
-    Command openHit(FoundEntry hit, WallTime now);
+    Command pickInBar(const Key& key, WallTime now);
+    Command openHit(const FoundEntry& hit, WallTime now);
+    Command showResults(std::string words);
     Command openProposal(WallTime now);
     Command showCard(const std::string& id, WallTime now);
     void endTyping();
@@ -135,8 +141,8 @@ private:
     std::optional<std::string> dismissing_; // the card that the last key asked to dismiss
     std::string draft_;                     // the answer that was typed last,
     std::string draftOf_;                   // and the id of the card that it was typed for
-    std::string shownWords_;                // of the line, when the content came
-    std::optional<std::string> awaited_;    // a card to go to as soon as it is there
+    std::optional<std::string> awaited_;    // a card to go to as soon as it is there,
+    std::optional<std::string> awaitedHit_; // or a result
     bool pasting_ = false;
     bool linkShown_ = false;
     int page_ = 1;

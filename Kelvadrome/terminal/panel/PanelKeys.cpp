@@ -40,8 +40,8 @@ constexpr std::array allKeys = std::to_array<KeyWords>({
     {"Tab", "next section; Shift-Tab the one before"},
     {"i", "Inbox"},
     {"g", "Agents: Enter shows an agent's cards"},
-    {"h", "Receipts: / filters them, Enter shows the card"},
-    {"/", "ask an agent or search; Enter asks or opens, Esc leaves"},
+    {"h", "Receipts: F filters them, Enter shows the card"},
+    {"/", "ask an agent or search; Enter asks or opens, Tab lists all results"},
     {"Esc", "leave what lies on top"},
     {"While typing", nullptr},
     {"Enter", "send; Esc leaves and keeps your words"},
@@ -106,7 +106,7 @@ Items itemsOfRows(
         items.push_back({"w", "its terminal"});
     }
     if (focus.section == PanelSection::receipts) {
-        items.push_back({"/", "filter"});
+        items.push_back({"F", "filter"});
         items.push_back({"Enter", "its card"});
     }
     if (focus.section == PanelSection::inbox && !focus.inbox.empty()) {
@@ -115,17 +115,22 @@ Items itemsOfRows(
     }
     if (focus.section == PanelSection::inbox && focus.only)
         items.push_back({"Esc", "all"});
-    if (focus.section != PanelSection::receipts)
-        items.push_back({"/", "ask"});
+    if (focus.section == PanelSection::results) {
+        items.push_back({"Enter", "open"});
+        items.push_back({"Esc", "inbox"});
+    }
+    items.push_back({"/", "ask"});
     items.push_back({"Tab", "section"});
     return items;
 }
 
 Items itemsOfBar(const PanelContent& content, const PanelFocus& focus) {
-    if (!content.ask)
+    if (focus.line.blank())
         return {{"Esc", "leave"}};
-    const bool asks = focus.hits.index() == 0 && content.ask->card.empty();
-    return {{"Enter", asks ? "ask" : "open"}, {"Esc", "leave"}, {"↑↓", "pick"}, {"^U", "clear"}};
+    if (content.bar.proposal)
+        return {{"Enter", "open"}, {"Esc", "leave"}, {"^U", "clear"}};
+    return {{"Enter", content.bar.selection == 0 ? "ask" : "open"}, {"Esc", "leave"}, {"↑↓", "pick"},
+        {"Tab", "all results"}, {"^U", "clear"}};
 }
 
 Items itemsOf(const PanelContent& content, const PanelFocus& focus, const PanelExtras& extras, bool wide) {

@@ -49,7 +49,7 @@ std::optional<PanelCommand> PanelInput::openBar(const std::string& text) {
     focus_.line.open(Purpose::bar, text);
     if (text.empty())
         return std::nullopt;
-    return PanelCommand{.kind = Kind::search, .text = focus_.line.text()};
+    return PanelCommand{.kind = Kind::typeInBar, .text = focus_.line.text()};
 }
 
 void PanelInput::endTyping() {
@@ -71,7 +71,7 @@ PanelInput::Command PanelInput::pressTyping(const Key& key, WallTime now) {
         return PanelCommand{.kind = Kind::bell};
     case Effect::edited:
         if (purpose == Purpose::bar)
-            return PanelCommand{.kind = Kind::search, .text = focus_.line.text()};
+            return PanelCommand{.kind = Kind::typeInBar, .text = focus_.line.text()};
         if (purpose == Purpose::receiptFilter) {
             focus_.receiptFilter = focus_.line.text();
             return PanelCommand{.kind = Kind::readReceipts, .text = focus_.receiptFilter};
@@ -97,6 +97,8 @@ PanelInput::Command PanelInput::pressTyping(const Key& key, WallTime now) {
     }
     if (purpose == Purpose::answer)
         return std::nullopt;
+    if (purpose == Purpose::bar)
+        return pickInBar(key, now);
     switch (key.kind) { // the arrows go on working in the list below
     case Key::Kind::up:
     case Key::Kind::down:
@@ -106,12 +108,21 @@ PanelInput::Command PanelInput::pressTyping(const Key& key, WallTime now) {
     case Key::Kind::pageDown:
         move(key.kind == Key::Kind::pageUp ? -10 : 10);
         break;
-    case Key::Kind::tab:
-        return openProposal(now);
     default:
         break;
     }
     return std::nullopt;
+}
+
+PanelInput::Command PanelInput::pickInBar(const Key& key, WallTime now) {
+    if (focus_.line.blank())
+        return std::nullopt;
+    if (key.kind == Key::Kind::tab)
+        return content_->bar.proposal ? openProposal(now) : showResults(focus_.line.text());
+    if (content_->bar.proposal || (key.kind != Key::Kind::up && key.kind != Key::Kind::down))
+        return std::nullopt;
+    focus_.scroll = 0;
+    return PanelCommand{.kind = key.kind == Key::Kind::up ? Kind::barUp : Kind::barDown};
 }
 
 PanelInput::Command PanelInput::sendTyped() {
@@ -131,17 +142,17 @@ PanelInput::Command PanelInput::sendTyped() {
 PanelInput::Command PanelInput::enterBar(WallTime now) {
     if (focus_.line.blank())
         return std::nullopt;
-    if (const auto index = focus_.hits.index(); index > 0)
-        return openHit(content_->hits[index - 1].hit, now);
-    const bool made = content_->ask && !content_->ask->card.empty() && focus_.line.text() == shownWords_;
-    return made ? openProposal(now) : PanelCommand{.kind = Kind::ask};
+    const auto& bar = content_->bar;
+    if (bar.proposal)
+        return openProposal(now);
+    if (bar.selection == 0 || bar.selection > bar.hits.size())
+        return PanelCommand{.kind = Kind::ask};
+    return openHit(FoundEntry::of(bar.hits[bar.selection - 1]), now);
 }
 
 /// The card may still be on its way here.
 PanelInput::Command PanelInput::openProposal(WallTime now) {
-    if (!focus_.inBar() || !content_->ask || content_->ask->card.empty())
-        return std::nullopt;
-    const auto id = content_->ask->card;
+    const auto id = content_->bar.proposal->cardId;
     endTyping();
     if (PanelRules::rowOf(*content_, id))
         return showCard(id, now);
@@ -149,21 +160,38 @@ PanelInput::Command PanelInput::openProposal(WallTime now) {
     return openSection(PanelSection::inbox);
 }
 
-PanelInput::Command PanelInput::openHit(FoundEntry hit, WallTime now) {
-    endTyping();
-    switch (hit.kind) {
-    case FoundEntry::Kind::question:
-    case FoundEntry::Kind::decision:
-        return showCard(hit.id, now);
-    case FoundEntry::Kind::topic:
-        break;
+/// A topic leads to its cards that wait, or to its page. A receipt of which no card is known leads to where
+/// more is known of it: from the bar to all results, from there to the receipts.
+PanelInput::Command PanelInput::openHit(const FoundEntry& hit, WallTime now) {
+    if (const auto card = hit.cardId()) {
+        endTyping();
+        return showCard(*card, now);
     }
+    if (hit.kind != FoundEntry::Kind::topic) {
+        if (focus_.inBar()) {
+            auto command = showResults(focus_.line.text());
+            awaitedHit_ = PanelHit{hit}.id();
+            return command;
+        }
+        focus_.receiptFilter = focus_.searchedFor;
+        return openSection(PanelSection::receipts);
+    }
+    endTyping();
     const bool any = std::ranges::any_of(
         content_->inbox, [&](const PanelEntry& row) { return cardOf(row.row).topic == hit.id; });
-    if (!any)
-        return PanelCommand{.kind = Kind::openPath, .text = "/topics/" + hit.id};
+    if (!any) {
+        const SearchHit topic{.kind = "topic", .id = hit.id, .topic = {}, .title = {}, .snippet = {}};
+        return PanelCommand{.kind = Kind::openPath, .text = CommandBar::pathOf(topic, {})};
+    }
     focus_.only = CardFilter{.words = hit.title, .topic = hit.id};
     return openSection(PanelSection::inbox);
+}
+
+PanelInput::Command PanelInput::showResults(std::string words) {
+    endTyping();
+    focus_.searchedFor = std::move(words);
+    openSection(PanelSection::results);
+    return PanelCommand{.kind = Kind::search, .text = focus_.searchedFor};
 }
 
 /// In the list when it waits there, else as it was when it ended.

@@ -53,9 +53,11 @@ StyledLine underHeader(const PanelContent& content, const PanelFocus& focus, int
         left = {{"  Only ", Style::dim}, {cleanLine(focus.only->words), Style::accent}};
     if (focus.section == PanelSection::receipts && !focus.receiptFilter.empty())
         left = {{"  Only ", Style::dim}, {cleanLine(focus.receiptFilter), Style::accent}};
+    if (focus.section == PanelSection::results)
+        left = {{"  Results for ", Style::dim}, {cleanLine(focus.searchedFor), Style::accent}};
     const auto& list = focus.list();
     StyledLine right;
-    const std::size_t ask = &list == &focus.hits ? 1 : 0; // a row that is no hit
+    const std::size_t ask = &list == &focus.bar ? 1 : 0; // a row that is no hit
     if (list.size() > 1 && list.index() >= ask)
         right.push_back({fmt::format("{} of {}{}", list.index() + 1 - ask, list.size() - ask,
                              focus.section == PanelSection::receipts && content.moreReceipts ? "+" : ""),
@@ -120,7 +122,7 @@ StyledLines messages(
         say(content.readError);
     if (extras.note)
         say(*extras.note);
-    for (const auto& error : {content.menu.error, content.askError}) {
+    for (const auto& error : {content.menu.error, content.bar.error}) {
         if (error)
             paragraph(lines, "⚠ " + cleanLine(*error), Style::alert, indent, columns, longestMessage);
     }

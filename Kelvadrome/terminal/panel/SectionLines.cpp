@@ -56,6 +56,13 @@ Span markOf(ReceiptEntry::Outcome outcome) {
     return {"· ", Style::dim};
 }
 
+/// What the icon of a hit shows where there is room for pictures.
+const char* iconWords(std::string_view icon) {
+    if (icon == "rectangle.split.3x1")
+        return "Topic";
+    return icon == "checkmark.seal" ? "Answered" : "Question";
+}
+
 } // namespace
 
 StyledLines agent(const PanelAgent& row, bool selected, int columns) {
@@ -72,35 +79,32 @@ StyledLines receipt(const PanelReceipt& row, bool selected, int columns) {
         columns)};
 }
 
-StyledLines ask(const PanelContent& content, bool selected, int columns) {
-    const auto& row = content.ask->row;
-    if (!content.ask->card.empty()) {
-        StyledLines out{
-            spread({{cleanLine(row.title), titleStyle(selected)}}, {{row.ending, Style::accent}}, columns)};
+StyledLines bar(const CommandBarRow& row, bool selected, int columns) {
+    using Kind = CommandBarRow::Kind;
+    const Span title{cleanLine(row.title), titleStyle(selected)};
+    if (row.kind == Kind::hit)
+        return {spread({title}, {{iconWords(row.icon), Style::dim}}, columns),
+            cut({{cleanLine(row.detail), Style::dim}}, columns)};
+    StyledLines out{spread({title}, {{row.busy ? "…" : row.ending, Style::accent}}, columns)};
+    if (row.kind == Kind::proposal)
         paragraph(out, cleanLine(row.detail), Style::good, 0, columns);
-        return out;
-    }
-    std::string below = selected && !row.busy ? CommandBar::returnHint : "";
-    if (content.hits.empty())
-        below += std::string(below.empty() ? "" : " · ") + (content.searched ? "nothing found" : "searching");
-    return {spread({{cleanLine(row.title), titleStyle(selected)}},
-                {{row.busy     ? "…"
-                    : selected ? row.ending
-                               : "",
-                    Style::accent}},
-                columns),
-        cut({{below, Style::dim}}, columns)};
+    else
+        out.push_back(cut({{selected && !row.busy ? CommandBar::returnHint : "", Style::dim}}, columns));
+    return out;
 }
 
-StyledLines askDetail(const PanelAsk& ask, int columns) {
+StyledLines barDetail(const CommandBarRow& row, int columns) {
+    using Kind = CommandBarRow::Kind;
     StyledLines out;
-    paragraph(out, cleanLine(ask.row.title), Style::strong, 0, columns);
-    if (!ask.row.detail.empty())
-        paragraph(out, cleanLine(ask.row.detail), Style::good, 0, columns);
+    paragraph(out, cleanLine(row.title), Style::strong, 0, columns);
+    if (!row.detail.empty())
+        paragraph(
+            out, cleanLine(row.detail), row.kind == Kind::proposal ? Style::good : Style::plain, 0, columns);
     out.emplace_back();
-    out.push_back(cut(
-        {{"Enter", Style::accent}, {ask.card.empty() ? "  makes a card of it" : "  opens it", Style::plain}},
-        columns));
+    const char* const enter = row.kind == Kind::ask ? "  makes a card of it" : "  opens it";
+    out.push_back(cut({{"Enter", Style::accent}, {enter, Style::plain}}, columns));
+    if (row.kind != Kind::proposal)
+        out.push_back(cut({{"Tab", Style::accent}, {"  lists all results", Style::plain}}, columns));
     return out;
 }
 

@@ -10,8 +10,8 @@ namespace kelvadrome::SectionLines {
 StyledLines agent(const PanelAgent& row, bool selected, int columns);
 StyledLines receipt(const PanelReceipt& row, bool selected, int columns);
 StyledLines hit(const PanelHit& row, bool selected, int columns);
-/// The command bar's own row; the card that came of a request may take more lines.
-StyledLines ask(const PanelContent& content, bool selected, int columns);
+/// Of the command bar; the card that came of a request may take more lines.
+StyledLines bar(const CommandBarRow& row, bool selected, int columns);
 /// One line an agent, for the foot of the inbox.
 StyledLines lamps(const std::vector<PanelAgent>& rows, std::size_t count, int columns);
 
@@ -19,7 +19,7 @@ StyledLines lamps(const std::vector<PanelAgent>& rows, std::size_t count, int co
 StyledLines agentDetail(const PanelAgent& row, int columns);
 StyledLines receiptDetail(const PanelReceipt& row, int columns);
 StyledLines hitDetail(const PanelHit& row, int columns);
-StyledLines askDetail(const PanelAsk& ask, int columns);
+StyledLines barDetail(const CommandBarRow& row, int columns);
 
 /// A card that is over, or isn't in the list.
 StyledLines card(const CardRecord& card, WallTime now, int columns);
