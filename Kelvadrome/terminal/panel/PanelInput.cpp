@@ -75,6 +75,8 @@ void PanelInput::update(std::shared_ptr<const PanelContent> content, ScreenSize 
         steadySince_ = now;
         focus_.digits.clear();
         dismissing_.reset();
+        if (!typesUnheard(now))
+            focus_.hint.clear(); // it was about the row of before
     }
     followTyping();
     if (awaitedHit_ && focus_.hits.select(*awaitedHit_))
@@ -204,10 +206,13 @@ PanelInput::Command PanelInput::pressAlert(const Key& key) {
     return std::nullopt;
 }
 
+bool PanelInput::typesUnheard(WallTime now) const {
+    return unheard_ && now >= *unheard_ && (now - *unheard_).count() < pause;
+}
+
 /// Whoever types goes on without looking; a pause, or a key of another kind, is the end of the words.
 bool PanelInput::swallows(const Key& key, WallTime now) {
-    const bool goesOn = unheard_ && now >= *unheard_ && (now - *unheard_).count() < pause;
-    if (!goesOn || focus_.mode == Mode::typing || key.kind != Key::Kind::text) {
+    if (!typesUnheard(now) || focus_.mode == Mode::typing || key.kind != Key::Kind::text) {
         unheard_.reset();
         return false;
     }

@@ -131,6 +131,7 @@ private:
     Command hint(std::string words);
     /// Says why nothing can be typed, and takes what is typed all the same for words.
     Command refuseTyping(const std::string& why, WallTime now);
+    bool typesUnheard(WallTime now) const;
     bool swallows(const Key& key, WallTime now);
 
     std::shared_ptr<const PanelContent> content_ = std::make_shared<PanelContent>();

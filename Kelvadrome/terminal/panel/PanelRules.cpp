@@ -23,7 +23,7 @@ const char* headingOf(FoundEntry::Kind kind) {
     case FoundEntry::Kind::question:
         break;
     case FoundEntry::Kind::decision:
-        return "Answered";
+        return "Decisions";
     case FoundEntry::Kind::topic:
         return "Topics";
     }

@@ -49,15 +49,16 @@ StyledLine underHeader(const PanelContent& content, const PanelFocus& focus, int
     StyledLine left{{"  " + content.menu.relief, Style::dim}};
     if (content.snoozed > 0)
         left.push_back({fmt::format(" · {} snoozed", content.snoozed), Style::dim});
+    const auto& list = focus.list();
+    const bool inBar = &list == &focus.bar;
     if (focus.section == PanelSection::inbox && focus.only)
         left = {{"  Only ", Style::dim}, {cleanLine(focus.only->words), Style::accent}};
-    if (focus.section == PanelSection::receipts && !focus.receiptFilter.empty())
+    if (!inBar && focus.section == PanelSection::receipts && !focus.receiptFilter.empty())
         left = {{"  Only ", Style::dim}, {cleanLine(focus.receiptFilter), Style::accent}};
-    if (focus.section == PanelSection::results)
+    if (!inBar && focus.section == PanelSection::results)
         left = {{"  Results for ", Style::dim}, {cleanLine(focus.searchedFor), Style::accent}};
-    const auto& list = focus.list();
     StyledLine right;
-    const std::size_t ask = &list == &focus.bar ? 1 : 0; // a row that is no hit
+    const std::size_t ask = inBar ? 1 : 0; // a row that is no hit
     if (list.size() > 1 && list.index() >= ask)
         right.push_back({fmt::format("{} of {}{}", list.index() + 1 - ask, list.size() - ask,
                              focus.section == PanelSection::receipts && content.moreReceipts ? "+" : ""),

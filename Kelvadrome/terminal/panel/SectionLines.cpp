@@ -60,7 +60,7 @@ Span markOf(ReceiptEntry::Outcome outcome) {
 const char* iconWords(std::string_view icon) {
     if (icon == "rectangle.split.3x1")
         return "Topic";
-    return icon == "checkmark.seal" ? "Answered" : "Question";
+    return icon == "checkmark.seal" ? "Decision" : "Question";
 }
 
 } // namespace
