@@ -36,6 +36,25 @@ PanelInput::Command PanelInput::beginTyping(WallTime now) {
     return std::nullopt;
 }
 
+PanelInput::Command PanelInput::refuseTyping(const std::string& why, WallTime now) {
+    unheard_ = now;
+    return hint(why + " Letters do nothing until you pause.");
+}
+
+bool PanelInput::typesUnheard(WallTime now) const {
+    return unheard_ && now >= *unheard_ && (now - *unheard_).count() < pause;
+}
+
+/// Whoever types goes on without looking; a pause, or a key of another kind, is the end of the words.
+bool PanelInput::swallows(const Key& key, WallTime now) {
+    if (!typesUnheard(now) || focus_.mode == Mode::typing || key.kind != Key::Kind::text) {
+        unheard_.reset();
+        return false;
+    }
+    unheard_ = now;
+    return true;
+}
+
 PanelInput::Command PanelInput::filterReceipts() {
     focus_.mode = Mode::typing;
     focus_.line.open(Purpose::receiptFilter, focus_.receiptFilter);
