@@ -88,7 +88,11 @@ void ShotFolder::ensure() const {
     } else {
         Files::makeFolders(place, ownerOnly);
     }
-    const auto folder = open();
+    auto folder = open();
+    // One that its owner may not read can't be opened before its mode is set.
+    if (!folder && errno == EACCES &&
+        ::fchmodat(AT_FDCWD, place.c_str(), ownerOnly, AT_SYMLINK_NOFOLLOW) == 0)
+        folder = open();
     if (!folder) {
         if (errno == ELOOP || errno == ENOTDIR) // swapped since
             throw ScreenContextError();
