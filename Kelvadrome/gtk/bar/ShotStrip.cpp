@@ -6,11 +6,10 @@
 #include "Kelvadrome/gtk/parts/Words.h"
 #include "Kelvadrome/model/CommandBarRows.h"
 
-#include <giomm/file.h>
-
 #include <gtkmm/button.h>
 #include <gtkmm/overlay.h>
 #include <gtkmm/picture.h>
+#include <memory>
 
 namespace kelvadrome {
 
@@ -24,27 +23,36 @@ constexpr int thumbnailHeight = 72;
 class Thumbnail {
 public:
     static void load(Gtk::Picture& place, const std::string& path, Gio::Cancellable& loading) {
-        auto* const file = g_file_new_for_path(path.c_str());
-        g_file_read_async(file, G_PRIORITY_DEFAULT, loading.gobj(), opened, g_object_ref(place.gobj()));
-        g_object_unref(file);
+        const OwnedObject<GFile> file(g_file_new_for_path(path.c_str()));
+        auto waits = std::make_unique<Thumbnail>(place, loading);
+        g_file_read_async(file.get(), G_PRIORITY_DEFAULT, loading.gobj(), opened, waits.release());
     }
+
+    Thumbnail(Gtk::Picture& place, Gio::Cancellable& loading)
+        : place_(GTK_PICTURE(g_object_ref(place.gobj()))),
+          loading_(G_CANCELLABLE(g_object_ref(loading.gobj()))) {}
 
 private:
-    static void opened(GObject* file, GAsyncResult* result, gpointer place) {
+    static void opened(GObject* file, GAsyncResult* result, gpointer data) {
+        std::unique_ptr<Thumbnail> waits(static_cast<Thumbnail*>(data));
         const OwnedObject<GFileInputStream> stream(g_file_read_finish(G_FILE(file), result, nullptr));
         if (!stream)
-            return g_object_unref(place);
-        const int scale = gtk_widget_get_scale_factor(GTK_WIDGET(place));
+            return;
+        const int scale = gtk_widget_get_scale_factor(GTK_WIDGET(waits->place_.get()));
+        auto* const loading = waits->loading_.get();
         gdk_pixbuf_new_from_stream_at_scale_async(G_INPUT_STREAM(stream.get()), thumbnailWidth * scale,
-            thumbnailHeight * scale, true, nullptr, decoded, place);
+            thumbnailHeight * scale, true, loading, decoded, waits.release());
     }
 
-    static void decoded(GObject*, GAsyncResult* result, gpointer place) {
+    static void decoded(GObject*, GAsyncResult* result, gpointer data) {
+        const std::unique_ptr<Thumbnail> waits(static_cast<Thumbnail*>(data));
         const OwnedObject<GdkPixbuf> pixels(gdk_pixbuf_new_from_stream_finish(result, nullptr));
         if (pixels)
-            gtk_picture_set_pixbuf(GTK_PICTURE(place), pixels.get());
-        g_object_unref(place);
+            gtk_picture_set_pixbuf(waits->place_.get(), pixels.get());
     }
+
+    const OwnedObject<GtkPicture> place_;
+    const OwnedObject<GCancellable> loading_;
 };
 
 } // namespace
