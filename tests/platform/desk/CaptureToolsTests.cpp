@@ -1,4 +1,5 @@
 #include "Kelvadrome/platform/linux/desk/CaptureTools.h"
+#include "KelvadromeKit/capture/ScreenContext.h"
 #include "KelvadromeKit/support/Files.h"
 
 #include "tests/platform/desk/FakePortal.h"
@@ -7,8 +8,10 @@
 #include "tests/support/TemporaryFolder.h"
 
 #include <cairo/cairo.h>
+#include <csignal>
 #include <filesystem>
 #include <fstream>
+#include <sys/resource.h>
 
 namespace kelvadrome::test {
 namespace {
@@ -19,6 +22,8 @@ class CaptureToolsTest : public PrivateBus {
 protected:
     using Environment = std::map<std::string, std::string>;
     using Able = CaptureTools::Able;
+
+    CaptureToolsTest() { fs::create_directory(folder / "shots"); }
 
     /// Of no display, and with the tools of the folder alone.
     Environment wayland() { return {{"WAYLAND_DISPLAY", "wayland-0"}, {"PATH", folder.path().string()}}; }
@@ -48,7 +53,7 @@ protected:
     std::string picture() { return Files::read(path, 1 << 20).value_or("none"); }
 
     TemporaryFolder folder;
-    const std::string path = folder / "shot.png";
+    const std::string path = folder / "shots/shot.png";
 };
 
 /// Width and height; absent unless all of it has this colour.
@@ -148,6 +153,31 @@ TEST_F(CaptureToolsTest, aRegionOfAWaylandDisplayByItsTools) {
     EXPECT_EQ(run(with->run({"/bin/sh", "-c", "true"})).take(), -1);
     EXPECT_EQ(run(with->run({})).take(), -1);
 
+    // A disk that is full after two bytes. What was taken and is lost leaves its mark.
+    tool("slurp", "echo '10,20 30x40'\n");
+    const auto handled = ::signal(SIGXFSZ, SIG_IGN);
+    rlimit before{};
+    ::getrlimit(RLIMIT_FSIZE, &before);
+    const rlimit full{2, before.rlim_max};
+    ::setrlimit(RLIMIT_FSIZE, &full);
+    const auto status = take(*with, CaptureTarget::region());
+    ::setrlimit(RLIMIT_FSIZE, &before);
+    ::signal(SIGXFSZ, handled);
+    EXPECT_EQ(status, -1);
+    EXPECT_EQ(picture(), "");
+    fs::remove(path);
+
+    // The folder is swapped for a link during the drag.
+    fs::create_directory(folder / "elsewhere");
+    const auto shots = fs::path(path).parent_path().string();
+    tool("slurp", "PATH=/usr/bin:/bin; mv '" + shots + "' '" + shots + ".moved'; ln -s '" +
+                      folder / "elsewhere" + "' '" + shots + "'; echo '10,20 30x40'\n");
+    EXPECT_EQ(take(*with, CaptureTarget::region()), 0);
+    EXPECT_TRUE(fs::is_empty(folder / "elsewhere"));
+    fs::remove(shots);
+    fs::rename(shots + ".moved", shots);
+    fs::remove(path);
+
     // Whoever no longer wants it ends the tool.
     tool("slurp", "echo $$ > " + folder / "pid" + "\nexec sleep 100\n");
     auto waits = [](CaptureTools& with, std::vector<std::string> argv) -> Task<> {
@@ -181,10 +211,15 @@ TEST_F(CaptureToolsTest, aRegionByThePortalWhereNoToolCanTakeIt) {
     EXPECT_TRUE(fs::exists(file)); // it wasn't made for us
     fs::remove(path);
     for (const auto& [status, results] :
-        {std::pair(1u, "{}"), std::pair(0u, "{'uri': <'file:///no/such'>}")}) {
+        {std::pair(1u, std::string("{}")), std::pair(0u, std::string("{'uri': <'file:///no/such'>}")),
+            std::pair(0u, "{'uri': <'file://" + file + "'>}")}) {
         portal.answers["Screenshot"] = {status, results};
+        std::ofstream(file).close();
+        fs::resize_file(file, ScreenContext::maxBytes + 2); // more than is kept
         EXPECT_NE(take(*with, CaptureTarget::region()), 0);
-        EXPECT_FALSE(fs::exists(path));
+        EXPECT_EQ(picture(), status == 0 ? "" : "none") << results;
+        EXPECT_EQ(fs::exists(file), !results.contains("Screenshot.png"));
+        fs::remove(path);
     }
 }
 

@@ -1,19 +1,26 @@
 #include "Kelvadrome/platform/linux/desk/CaptureTools.h"
 
+#include "Kelvadrome/platform/linux/desk/PortalRequest.h"
 #include "Kelvadrome/platform/linux/desk/XDisplay.h"
 #include "Kelvadrome/platform/linux/process/ChildRun.h"
 #include "KelvadromeKit/capture/ScreenContext.h"
+#include "KelvadromeKit/support/Descriptor.h"
 #include "KelvadromeKit/support/Files.h"
 #include "KelvadromeKit/support/Log.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <csignal>
+#include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
+#include <optional>
+#include <string_view>
 #include <sys/eventfd.h>
 #include <sys/stat.h>
 #include <system_error>
+#include <unistd.h>
 
 namespace kelvadrome {
 
@@ -53,10 +60,21 @@ std::string find(const Variables& environment, const std::string& name) {
     return {};
 }
 
+/// Where the picture goes. The folder is opened before the tool runs, so that one that is put in its place
+/// during a long drag gets nothing.
+struct Place {
+    explicit Place(const std::string& path)
+        : folder(::open(Files::parent(path).c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC)),
+          name(std::filesystem::path(path).filename()) {}
+
+    const Descriptor folder;
+    const std::string name;
+};
+
 /// The command, as the one place that makes it has it.
 struct Order {
     CaptureTarget target;
-    std::string path;
+    std::shared_ptr<const Place> place;
 };
 
 std::optional<Order> parse(const std::vector<std::string>& argv) {
@@ -73,7 +91,12 @@ std::optional<Order> parse(const std::vector<std::string>& argv) {
     }
     if (ScreenCaptureCommand::argv(target, argv.back()) != argv)
         return std::nullopt;
-    return Order{target, argv.back()};
+    auto place = std::make_shared<const Place>(argv.back());
+    if (!place->folder) {
+        logLine("no screenshot: " + std::generic_category().message(errno));
+        return std::nullopt;
+    }
+    return Order{target, std::move(place)};
 }
 
 /// What runs the tools, on a thread of the pool.
@@ -101,20 +124,24 @@ struct Tools {
     }
 };
 
-/// Makes a new file of it; what is at the path already stays.
-std::int32_t write(const std::string& path, const std::string& picture) {
-    const Descriptor file(::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+/// Makes a new file of it; what is at the place already stays. One that can't be written whole is left empty:
+/// no file at all would say that the user gave up.
+std::int32_t write(const Place& place, std::string_view picture) {
+    const Descriptor file(::openat(
+        place.folder.get(), place.name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
     if (!file) {
         logLine("no screenshot: " + std::generic_category().message(errno));
         return failure;
     }
-    for (std::string_view rest = picture; !rest.empty();) {
+    for (auto rest = picture; !rest.empty();) {
         const auto count = ::write(file.get(), rest.data(), rest.size());
         if (count < 0 && errno == EINTR)
             continue;
         if (count <= 0) {
             logLine("no screenshot: " + std::generic_category().message(errno));
-            ::unlink(path.c_str());
+            if (::ftruncate(file.get(), 0) != 0)
+                ::unlinkat(
+                    place.folder.get(), place.name.c_str(), 0); // half a picture looks like a whole one
             return failure;
         }
         rest.remove_prefix(static_cast<std::size_t>(count));
@@ -122,48 +149,69 @@ std::int32_t write(const std::string& path, const std::string& picture) {
     return 0;
 }
 
-std::int32_t keep(const std::string& path, const ChildEnd& end) {
+std::int32_t keep(const Place& place, const ChildEnd& end) {
     if (*end.status != 0)
         return *end.status;
-    return end.output.empty() ? noPicture : write(path, end.output);
+    return end.output.empty() ? noPicture : write(place, end.output);
 }
 
 std::int32_t takeOnX11(const Tools& tools, const Order& order) {
     if (order.target.isRegion())
-        return keep(order.path, tools.run("maim", {"-s", "-u"}));
+        return keep(*order.place, tools.run("maim", {"-s", "-u"}));
     const auto id = std::get<std::uint32_t>(order.target.what);
-    return keep(order.path, tools.run("maim", {"-u", "-i", std::to_string(id)}));
+    return keep(*order.place, tools.run("maim", {"-u", "-i", std::to_string(id)}));
 }
 
 /// A compositor that offers nothing to these tools has its portal.
 std::int32_t takeOnWayland(const Tools& tools, const Order& order) {
     if (find(tools.environment, "grim").empty() || find(tools.environment, "slurp").empty())
         return unsupported;
-    auto place = tools.run("slurp", {});
-    if (place.timedOut)
+    auto region = tools.run("slurp", {});
+    if (region.timedOut)
         return failure;
-    if (*place.status != 0)
-        return place.errors.contains("selection cancelled") ? noPicture : unsupported;
-    while (place.output.ends_with('\n'))
-        place.output.pop_back();
-    return keep(order.path, tools.run("grim", {"-g", place.output, "-"}));
+    if (*region.status != 0)
+        return region.errors.contains("selection cancelled") ? noPicture : unsupported;
+    while (region.output.ends_with('\n'))
+        region.output.pop_back();
+    return keep(*order.place, tools.run("grim", {"-g", region.output, "-"}));
 }
 
-/// Takes the portal's file over. One that was there before we asked stays where it is, too.
-std::int32_t adopt(const std::string& from, const std::string& path, WallTime asked) {
+/// Takes the portal's file over, be it of use or not. One that was there before we asked stays where it is,
+/// too.
+std::int32_t adopt(const std::string& from, const Place& place, WallTime asked) {
     const Descriptor file(::open(from.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK));
     struct stat about {};
-    if (!file || ::fstat(file.get(), &about) != 0 || !S_ISREG(about.st_mode))
-        return failure;
-    const auto picture = Files::read("/proc/self/fd/" + std::to_string(file.get()), keptPicture);
-    if (!picture || picture->empty())
-        return failure;
-    const auto status = write(path, *picture);
-    constexpr double slack = 1; // seconds, of the file system's clock
-    const auto made = wallTime(double(about.st_mtim.tv_sec));
-    if (status == 0 && about.st_uid == ::getuid() && made >= asked - seconds(slack))
-        ::unlink(from.c_str());
-    return status;
+    std::optional<std::string> picture;
+    if (file && ::fstat(file.get(), &about) == 0 && S_ISREG(about.st_mode)) {
+        picture = Files::read("/proc/self/fd/" + std::to_string(file.get()), keptPicture);
+        constexpr double slack = 1; // seconds, of the file system's clock
+        const auto made = wallTime(double(about.st_mtim.tv_sec));
+        if (about.st_uid == ::getuid() && made >= asked - seconds(slack))
+            ::unlink(from.c_str());
+    }
+    if (picture && !picture->empty())
+        return write(place, *picture);
+    (void)write(place, "");
+    return failure;
+}
+
+Task<std::int32_t> viaPortal(BackgroundPool& pool, std::shared_ptr<SessionBus> bus,
+    std::shared_ptr<Clock> clock, std::shared_ptr<const Place> place) {
+    const auto asked = clock->now();
+    PortalRequest::Question question{screenshots, "Screenshot",
+        [](GVariantBuilder* options) {
+            g_variant_builder_add(options, "{sv}", "interactive", g_variant_new_boolean(TRUE));
+            return g_variant_new("(sa{sv})", "", options);
+        },
+        CaptureTools::dragLimit};
+    const auto answer = co_await PortalRequest::ask(bus, clock, std::move(question));
+    if (answer.status != 0)
+        co_return answer.status == PortalAnswer::noPortal ? failure : noPicture;
+    const OwnedText file(g_filename_from_uri(answer.text("uri").value_or("").c_str(), nullptr, nullptr));
+    auto work = [from = std::string(file ? file.get() : ""), place, asked] {
+        return adopt(from, *place, asked);
+    };
+    co_return co_await pool.run(std::move(work));
 }
 
 } // namespace
@@ -213,26 +261,7 @@ Task<std::int32_t> CaptureTools::run(std::vector<std::string> argv) {
     const auto status = taken.take();
     if (!wayland || status != unsupported)
         co_return status;
-    co_return co_await viaPortal(pool, bus, clock, order->path);
-}
-
-Task<std::int32_t> CaptureTools::viaPortal(
-    BackgroundPool& pool, std::shared_ptr<SessionBus> bus, std::shared_ptr<Clock> clock, std::string path) {
-    const auto asked = clock->now();
-    PortalRequest::Question question{screenshots, "Screenshot",
-        [](GVariantBuilder* options) {
-            g_variant_builder_add(options, "{sv}", "interactive", g_variant_new_boolean(TRUE));
-            return g_variant_new("(sa{sv})", "", options);
-        },
-        dragLimit};
-    const auto answer = co_await PortalRequest::ask(bus, clock, std::move(question));
-    if (answer.status != 0)
-        co_return answer.status == PortalAnswer::noPortal ? failure : noPicture;
-    const OwnedText file(g_filename_from_uri(answer.text("uri").value_or("").c_str(), nullptr, nullptr));
-    if (!file)
-        co_return failure;
-    auto work = [from = std::string(file.get()), path, asked] { return adopt(from, path, asked); };
-    co_return co_await pool.run(std::move(work));
+    co_return co_await viaPortal(pool, bus, clock, order->place);
 }
 
 SystemScreenPermission::SystemScreenPermission() = default;

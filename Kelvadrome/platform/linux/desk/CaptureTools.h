@@ -1,10 +1,15 @@
 #pragma once
 
-#include "Kelvadrome/platform/linux/desk/PortalRequest.h"
+#include "Kelvadrome/platform/linux/session/SessionBus.h"
 #include "KelvadromeKit/capture/ScreenCapture.h"
 #include "KelvadromeKit/support/BackgroundPool.h"
+#include "KelvadromeKit/support/Clock.h"
 
+#include <cstdint>
 #include <map>
+#include <memory>
+#include <string>
+#include <vector>
 
 namespace kelvadrome {
 
@@ -36,18 +41,15 @@ public:
     Able available() const;
 
     /// 0 and a file at the path, or another status and none: the tool's own, or -1 when there is no tool, it
-    /// could not be started or was ended at its limit. Cancelling the caller ends the tool.
+    /// could not be started or was ended at its limit. A picture that was taken but could not be kept leaves
+    /// an empty file with -1. Cancelling the caller ends the tool.
     Task<std::int32_t> run(std::vector<std::string> argv) override;
 
 private:
-    using Environment = std::shared_ptr<const std::map<std::string, std::string>>;
-    static Task<std::int32_t> viaPortal(BackgroundPool& pool, std::shared_ptr<SessionBus> bus,
-        std::shared_ptr<Clock> clock, std::string path);
-
     BackgroundPool& pool_;
     const std::shared_ptr<SessionBus> bus_;
     const std::shared_ptr<Clock> clock_;
-    const Environment environment_;
+    const std::shared_ptr<const std::map<std::string, std::string>> environment_;
     const std::shared_ptr<bool> portal_ = std::make_shared<bool>(); // whether one takes pictures
 };
 
