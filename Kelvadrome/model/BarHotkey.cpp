@@ -7,24 +7,30 @@ std::shared_ptr<BarHotkey> BarHotkey::make(Dependencies dependencies) {
         explicit Hotkey(Dependencies d) : BarHotkey(std::move(d)) {}
     };
     auto made = std::make_shared<Hotkey>(std::move(dependencies));
-    if (const auto& key = made->parts_.key) {
-        const auto weak = std::weak_ptr<BarHotkey>(made);
-        key->onPress = [weak] {
-            if (const auto self = weak.lock())
-                self->press();
-        };
-        key->onRelease = [weak] {
-            if (const auto self = weak.lock())
-                self->release();
-        };
-    }
+    auto& key = *made->parts_.key;
+    const auto weak = std::weak_ptr<BarHotkey>(made);
+    key.onPress = [weak] {
+        if (const auto self = weak.lock())
+            self->press();
+    };
+    key.onRelease = [weak] {
+        if (const auto self = weak.lock())
+            self->release();
+    };
+    key.onChange = [weak](HotkeyOutcome outcome) {
+        if (const auto self = weak.lock(); self && self->state_.outcome) // else it is of a key of before
+            self->stands(outcome);
+    };
+    key.onReturn = [weak] {
+        if (const auto self = weak.lock())
+            self->registerKey();
+    };
     return made;
 }
 
 BarHotkey::BarHotkey(Dependencies dependencies)
     : parts_(std::move(dependencies)), changes_(parts_.executor), tasks_(parts_.executor) {
     state_.label = wanted(*parts_.defaults).label();
-    state_.possible = parts_.key != nullptr;
 }
 
 HotkeySpec BarHotkey::wanted(const Defaults& defaults) {
@@ -38,21 +44,22 @@ void BarHotkey::registerKey() {
     release(); // that of the key of before may never be told
     auto spec = wanted(*parts_.defaults);
     state_.label = spec.label();
+    state_.outcome.reset();
     changes_.changed();
-    if (parts_.key)
-        tasks_.launch("bar key", registerNow(weak_from_this(), parts_.key, std::move(spec)));
+    tasks_.launch("bar key", registerNow(weak_from_this(), parts_.key, std::move(spec), ++turn_));
 }
 
 Task<> BarHotkey::registerNow(
-    std::weak_ptr<BarHotkey> weak, std::shared_ptr<GlobalHotkey> key, HotkeySpec spec) {
-    const auto label = spec.label();
+    std::weak_ptr<BarHotkey> weak, std::shared_ptr<GlobalHotkey> key, HotkeySpec spec, std::uint64_t turn) {
     auto registration = key->registerKey(std::move(spec));
     const auto outcome = co_await std::move(registration);
-    const auto self = weak.lock();
-    if (!self || self->state_.label != label)
-        co_return;
-    self->state_.outcome = outcome;
-    self->changes_.changed();
+    if (const auto self = weak.lock(); self && self->turn_ == turn)
+        self->stands(outcome);
+}
+
+void BarHotkey::stands(HotkeyOutcome outcome) {
+    state_.outcome = outcome;
+    changes_.changed();
 }
 
 void BarHotkey::press() {

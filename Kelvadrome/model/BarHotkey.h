@@ -24,7 +24,7 @@ public:
         Executor executor; // the main one
         std::shared_ptr<Clock> clock;
         std::shared_ptr<Defaults> defaults;
-        std::shared_ptr<GlobalHotkey> key; // null where no key can be had
+        std::shared_ptr<GlobalHotkey> key; // whose callbacks are this object's from now on
         std::shared_ptr<BarVoice> voice;
         std::weak_ptr<CommandPanelController> panel;
     };
@@ -50,13 +50,15 @@ private:
     explicit BarHotkey(Dependencies dependencies);
 
     static HotkeySpec wanted(const Defaults& defaults);
-    static Task<> registerNow(
-        std::weak_ptr<BarHotkey> weak, std::shared_ptr<GlobalHotkey> key, HotkeySpec spec);
+    static Task<> registerNow(std::weak_ptr<BarHotkey> weak, std::shared_ptr<GlobalHotkey> key,
+        HotkeySpec spec, std::uint64_t turn);
+    void stands(HotkeyOutcome outcome);
     static Task<> tickLater(std::weak_ptr<BarHotkey> weak, std::shared_ptr<Clock> clock);
     void apply(const HotkeyGesture::Effects& effects);
 
     Dependencies parts_;
     BarKeyState state_;
+    std::uint64_t turn_ = 0; // counts registrations, so that the answer to an older one is known as such
     HotkeyGesture gesture_;
     ChangeAnnouncer changes_;
     TaskBag tasks_;

@@ -6,14 +6,32 @@
 
 #include <algorithm>
 #include <cctype>
+#include <string_view>
 
 namespace kelvadrome {
 
 namespace {
 
+std::string failureOf(std::int32_t status) {
+    switch (status) {
+    case HotkeyStatus::refusedByUser:
+        return "You told your desktop not to give this key.";
+    case HotkeyStatus::noPortal:
+        return "Your desktop gives no program a key of its own.";
+    case HotkeyStatus::silentPortal:
+        return "Your desktop was asked for the key and has not answered.";
+    case HotkeyStatus::noDisplay:
+        return "There is no display that could give the key.";
+    case HotkeyStatus::noSuchKey:
+        return "Your keyboard has no such key.";
+    case HotkeyStatus::takenBack:
+        return "Your desktop has taken the key back.";
+    default:
+        return fmt::format("The system refused it ({}).", status);
+    }
+}
+
 std::string stateOf(const BarKeyState& key) {
-    if (!key.possible)
-        return "No program can have a key of its own on this display. Bind the command below instead.";
     if (!key.outcome)
         return "One moment.";
     switch (key.outcome->kind) {
@@ -24,7 +42,15 @@ std::string stateOf(const BarKeyState& key) {
     case HotkeyOutcome::Kind::failed:
         break;
     }
-    return fmt::format("The system refused it ({}). Bind the command below instead.", key.outcome->status);
+    return failureOf(key.outcome->status) + " Bind the command below instead.";
+}
+
+/// Quoted only where it must be: a person reads it.
+std::string shellWord(const std::string& text) {
+    const bool plain = std::ranges::all_of(text, [](unsigned char c) {
+        return std::isalnum(c) || std::string_view("/._-").contains(static_cast<char>(c));
+    });
+    return plain ? text : ShellLine::quote(text);
 }
 
 } // namespace
@@ -41,11 +67,7 @@ SettingsGroup barKeyRows(const BarKeyState& key, const SettingsFacts::Place& pla
 }
 
 std::string barCommand(const SettingsFacts::Place& place) {
-    const auto& path = place.executable;
-    const bool plain = std::ranges::all_of(path, [](unsigned char c) {
-        return std::isalnum(c) || std::string_view("/._-").contains(static_cast<char>(c));
-    });
-    return (plain ? path : ShellLine::quote(path)) + " --bar";
+    return shellWord(place.executable) + " --bar";
 }
 
 } // namespace kelvadrome

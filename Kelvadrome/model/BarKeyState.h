@@ -11,7 +11,6 @@ namespace kelvadrome {
 struct BarKeyState {
     std::string label;                    // "Control Option B"
     std::optional<HotkeyOutcome> outcome; // absent until the system has answered
-    bool possible = true;                 // a key that works everywhere can be had on this display
 
     bool operator==(const BarKeyState&) const = default;
 };

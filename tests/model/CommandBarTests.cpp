@@ -231,12 +231,41 @@ TEST(CommandBarPaths, leadToTheTopicElseToTheResults) {
 class FakeKey final : public GlobalHotkey {
 public:
     std::optional<HotkeySpec> spec;
+    std::vector<HotkeyOutcome> outcomes{HotkeyOutcome::taken()}; // of the next registrations
+    std::function<void()> asked = [] {};
     Task<HotkeyOutcome> registerKey(HotkeySpec wanted) override {
+        asked();
         spec = std::move(wanted);
-        co_return HotkeyOutcome::taken();
+        const auto outcome = outcomes.at(0);
+        outcomes.erase(outcomes.begin());
+        co_return outcome;
     }
     std::optional<HotkeySpec> current() const override { return spec; }
 };
+
+TEST_F(CommandBarTest, howTheKeyStandsIsWhatTheSystemSaidLastOfTheLastOne) {
+    const auto key = std::make_shared<FakeKey>();
+    const auto hotkey = BarHotkey::make({loop.executor(), clock, defaults, key, parts, panel});
+    std::optional<HotkeyOutcome> told;
+    const auto watching = hotkey->observe([&] { told = hotkey->state().outcome; });
+    key->asked = [&] { EXPECT_EQ(hotkey->state().outcome, std::nullopt) << "that of an older one"; };
+    const auto lost = HotkeyOutcome::failed(HotkeyStatus::noPortal);
+    const auto replaced = HotkeyOutcome::failed(HotkeyStatus::replaced);
+    key->outcomes = {replaced, replaced, HotkeyOutcome::registered(), HotkeyOutcome::taken()};
+    for (const char* label : {"Control A", "Control B", "Control A"}) {
+        defaults->set(BarHotkey::labelKey, std::string(label));
+        hotkey->registerKey();
+        key->onChange(lost); // of the key of before
+    }
+    loop.drain();
+    EXPECT_EQ(hotkey->state(), (BarKeyState{"Control A", HotkeyOutcome::registered()}));
+    key->onChange(lost);
+    loop.drain();
+    EXPECT_EQ(told, lost);
+    key->onReturn();
+    loop.drain();
+    EXPECT_EQ(told, HotkeyOutcome::taken());
+}
 
 TEST_F(CommandBarTest, aTapTogglesAndAHoldTalks) {
     const auto key = std::make_shared<FakeKey>();

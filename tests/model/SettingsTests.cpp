@@ -64,14 +64,14 @@ TEST_F(Settings, eachChangeTakesEffectAtOnceAndHoldsAfterARestart) {
 }
 
 TEST(SettingsRows, theBarsKeyTellsHowItStands) {
-    SettingsFacts facts{.place = {.executable = "/opt/my apps/kelvadrome"}};
+    SettingsFacts facts{.place = {.dataHome = "/k d", .executable = "/opt/my apps/kelvadrome"}};
     const auto rows = [&] { return settingsPane(SettingsTab::general, AppState(), facts)[2].rows; };
     EXPECT_NE(rows()[0].id, SettingsId::barKey) << "there is no bar";
     const std::vector<std::pair<BarKeyState, std::string>> table = {
         {{"F5", HotkeyOutcome::taken()}, "Taken by another app"},
-        {{"F5", HotkeyOutcome::failed(-4)}, "The system refused it (-4). Bind the command below instead."},
-        {{"F5", {}, false},
-            "No program can have a key of its own on this display. Bind the command below instead."}};
+        {{"F5", HotkeyOutcome::failed(9)}, "The system refused it (9). Bind the command below instead."},
+        {{"F5", HotkeyOutcome::failed(HotkeyStatus::noPortal)},
+            "Your desktop gives no program a key of its own. Bind the command below instead."}};
     for (const auto& [state, words] : table) {
         facts.barKey = state;
         EXPECT_EQ(rows()[0].detail, words);

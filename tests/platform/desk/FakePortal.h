@@ -45,9 +45,11 @@ public:
     }
     ~FakePortal() { pictures_.cancel(), sessions_.cancel(); }
 
-    void key(const char* signal, const char* ofSession = session, const char* id = "command-bar") {
-        bus.emit(
-            path, shortcuts, signal, g_variant_new("(ost@a{sv})", ofSession, id, guint64(5), noDetails()));
+    void key(const char* signal, const char* ofSession = session, const char* id = "command-bar",
+        const char* details = "{}") {
+        bus.emit(path, shortcuts, signal,
+            g_variant_new("(ost@a{sv})", ofSession, id, guint64(5),
+                g_variant_new_parsed((std::string("@a{sv} ") + details).c_str())));
     }
     void endSession() {
         bus.emit(session, "org.freedesktop.portal.Session", "Closed", g_variant_new("(@a{sv})", noDetails()));

@@ -14,6 +14,9 @@ protected:
     PortalHotkeyTest() {
         key.onPress = [this] { ++presses; };
         key.onRelease = [this] { ++releases; };
+        key.onActivationToken = [this](const std::string& token) { tokens.push_back(token); };
+        key.onChange = [this](HotkeyOutcome outcome) { changes.push_back(outcome); };
+        key.onReturn = [this] { ++returns; };
     }
     std::unique_ptr<FakePortal> portal() { return std::make_unique<FakePortal>(connection(), bus->name()); }
     /// Time goes on by `step` seconds in each turn.
@@ -36,7 +39,9 @@ protected:
 
     std::shared_ptr<ManualClock> clock = std::make_shared<ManualClock>();
     PortalHotkey key{bus, clock};
-    int presses = 0, releases = 0;
+    int presses = 0, releases = 0, returns = 0;
+    std::vector<std::string> tokens;
+    std::vector<HotkeyOutcome> changes;
 };
 
 TEST_F(PortalHotkeyTest, theShortcutOfOurSessionPressesAndReleasesUntilThePortalEndsIt) {
@@ -54,16 +59,24 @@ TEST_F(PortalHotkeyTest, theShortcutOfOurSessionPressesAndReleasesUntilThePortal
     for (const char* signal : {"Activated", "Activated", "Deactivated", "Deactivated", "Activated"})
         desk->key(signal);
     EXPECT_EQ(counts(*desk), std::pair(2, 1));
+    desk->key("Activated", FakePortal::session, "command-bar", "{'activation_token': <'of a repeat'>}");
+    desk->key("Deactivated");
+    desk->key("Activated", FakePortal::session, "command-bar", "{'activation_token': <'token'>}");
+    EXPECT_EQ(counts(*desk), std::pair(3, 2));
+    EXPECT_EQ(tokens, std::vector<std::string>{"token"});
+    EXPECT_TRUE(changes.empty());
     desk->endSession(); // while the key is down
-    EXPECT_EQ(counts(*desk), std::pair(2, 2));
+    EXPECT_EQ(counts(*desk), std::pair(3, 3));
     EXPECT_EQ(key.current(), std::nullopt);
+    EXPECT_EQ(changes, std::vector{HotkeyOutcome::failed(HotkeyStatus::takenBack)});
     desk->key("Activated");
-    EXPECT_EQ(counts(*desk), std::pair(2, 2));
+    EXPECT_EQ(counts(*desk), std::pair(3, 3));
 }
 
 TEST_F(PortalHotkeyTest, whatThePortalRefusesOrNeverAnswersHasFailed) {
-    EXPECT_EQ(take("Control B"), HotkeyOutcome::failed(PortalAnswer::noPortal));
+    EXPECT_EQ(take("Control B"), HotkeyOutcome::failed(HotkeyStatus::noPortal));
     auto desk = portal();
+    waitFor([&] { return returns == 1; }, "a portal that came late");
     using Answer = std::optional<std::pair<guint32, std::string>>;
     const auto after = [&](const char* method, Answer answer, double step = 0) {
         const auto before = desk->answers;
@@ -86,8 +99,16 @@ TEST_F(PortalHotkeyTest, whatThePortalRefusesOrNeverAnswersHasFailed) {
 
     EXPECT_EQ(take("Control B"), HotkeyOutcome::registered());
     desk.reset();
-    waitFor([&] { return !key.current(); }, "the portal's end to be seen");
+    waitFor([&] { return !changes.empty(); }, "the portal's end to be seen");
+    EXPECT_EQ(changes, std::vector{HotkeyOutcome::failed(HotkeyStatus::noPortal)});
+    EXPECT_EQ(key.current(), std::nullopt);
     desk = portal();
+    waitFor([&] { return returns == 2; }, "the portal's return");
+    EXPECT_EQ(after("BindShortcuts", Answer({1, "{}"})), HotkeyOutcome::failed(HotkeyStatus::refusedByUser));
+    desk.reset();
+    desk = portal();
+    settle(*bus, desk->bus);
+    EXPECT_EQ(returns, 2) << "a user who refused is left alone";
     desk->hang();
     EXPECT_EQ(take("Control B", 1), HotkeyOutcome::failed(PortalAnswer::silent));
 }

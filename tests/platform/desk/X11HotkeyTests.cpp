@@ -32,6 +32,7 @@ protected:
         key = makeGlobalHotkey(bus, std::make_shared<ManualClock>());
         key->onPress = [this] { ++presses; };
         key->onRelease = [this] { ++releases; };
+        key->onChange = [this](HotkeyOutcome outcome) { changes.push_back(outcome); };
     }
     HotkeyOutcome take(const char* label) {
         return run(key->registerKey(HotkeySpec::fromLabel(label).value())).take();
@@ -76,6 +77,7 @@ protected:
     std::unique_ptr<Person> person;
     std::unique_ptr<GlobalHotkey> key;
     int presses = 0, releases = 0;
+    std::vector<HotkeyOutcome> changes;
 };
 
 TEST_F(X11HotkeyTest, aKeyComesWhateverHasTheFocusAndWhateverLocksAreOn) {
@@ -127,6 +129,13 @@ TEST_F(X11HotkeyTest, aKeyIsWhereTheLayoutHasIt) {
         lay(layout);
         worksSoon(q);
     }
+    EXPECT_TRUE(changes.empty());
+    ASSERT_TRUE(person->grab(chordBits, a)); // its place in the next layout
+    lay("fr");
+    waitFor([&] { return !changes.empty(); }, "the loss to be told of");
+    lay("us");
+    waitFor([&] { return key->current().has_value(); }, "the key to be got again");
+    EXPECT_EQ(changes, (std::vector{HotkeyOutcome::taken(), HotkeyOutcome::registered()}));
     lay("fr");
     EXPECT_EQ(take("Control Option 1"), HotkeyOutcome::registered()); // there with Shift only
     worksSoon(10);
@@ -139,7 +148,8 @@ TEST_F(X11HotkeyTest, aServerThatGoesReleasesTheKeyAndANewOneIsFollowed) {
     display.reset();
     waitFor([&] { return releases == 1; }, "a release");
     EXPECT_EQ(key->current(), std::nullopt);
-    EXPECT_EQ(take("Control Option B"), HotkeyOutcome::failed(X11Hotkey::noDisplay));
+    EXPECT_EQ(changes, std::vector{HotkeyOutcome::failed(HotkeyStatus::noDisplay)});
+    EXPECT_EQ(take("Control Option B"), HotkeyOutcome::failed(HotkeyStatus::noDisplay));
     display = std::make_unique<HeadlessDisplay>();
     person = std::make_unique<Person>();
     EXPECT_EQ(take("Control Option B"), HotkeyOutcome::registered());

@@ -3,6 +3,8 @@
 #include "KelvadromeKit/support/Text.h"
 
 #include <string_view>
+#include <utility>
+#include <vector>
 
 namespace kelvadrome {
 
@@ -10,6 +12,8 @@ namespace {
 
 constexpr const char* shortcuts = "org.freedesktop.portal.GlobalShortcuts";
 constexpr const char* shortcutId = "command-bar";
+static_assert(HotkeyStatus::noPortal == PortalAnswer::noPortal);
+static_assert(HotkeyStatus::silentPortal == PortalAnswer::silent);
 
 /// As the portals write keys: "CTRL+ALT+b". The keys' names are those of X.
 std::string trigger(const HotkeySpec& spec) {
@@ -56,7 +60,7 @@ struct PortalHotkey::Session {
     Session(std::shared_ptr<SessionBus> on, std::string handle)
         : bus(std::move(on)), path(std::move(handle)) {}
     ~Session() {
-        if (open)
+        if (!ended)
             bus->tell(peer(), "Close", nullptr);
     }
     Session(const Session&) = delete;
@@ -68,13 +72,36 @@ struct PortalHotkey::Session {
 
     const std::shared_ptr<SessionBus> bus;
     const std::string path;
-    bool open = true;
+    std::optional<std::int32_t> ended; // at the portal: why
     std::vector<Subscription> heard;
 };
 
 struct PortalHotkey::State : std::enable_shared_from_this<State> {
-    State(std::shared_ptr<SessionBus> on, std::shared_ptr<Clock> time, std::function<void(bool)> told)
-        : bus(std::move(on)), clock(std::move(time)), tell(std::move(told)) {}
+    State(std::shared_ptr<SessionBus> on, std::shared_ptr<Clock> time, PortalHotkey& of)
+        : bus(std::move(on)), clock(std::move(time)), owner(&of) {}
+
+    void watchPortal() {
+        portal = bus->watch(PortalRequest::service, [weak = weak_from_this()](const std::string& name) {
+            const auto self = weak.lock();
+            if (self && name.empty())
+                self->gone();
+            else if (self)
+                self->appeared();
+        });
+    }
+    void gone() {
+        if (!std::exchange(there, false))
+            return; // what is told first: our own call may start it
+        // A user who refused isn't asked again for that.
+        again = turn > 0 && stands != HotkeyOutcome::failed(HotkeyStatus::refusedByUser);
+        if (const auto its = newest.lock())
+            over(*its, HotkeyStatus::noPortal);
+    }
+    void appeared() {
+        there = true;
+        if (std::exchange(again, false) && owner)
+            tell(owner->onReturn);
+    }
 
     Task<PortalAnswer> ask(
         const char* method, double limit, std::function<GVariant*(GVariantBuilder*)> arguments) {
@@ -90,66 +117,98 @@ struct PortalHotkey::State : std::enable_shared_from_this<State> {
     }
 
     void press(bool pressed) {
-        if (std::exchange(held, pressed) != pressed && !ended)
-            tell(pressed);
+        if (std::exchange(held, pressed) != pressed && owner)
+            tell(pressed ? owner->onPress : owner->onRelease);
+    }
+
+    /// The session has ended at the portal.
+    void over(Session& which, std::int32_t status) {
+        which.ended = status;
+        if (session.get() != &which)
+            return;
+        drop();
+        stands = HotkeyOutcome::failed(status);
+        if (owner)
+            tell(owner->onChange, *stands);
     }
 
     /// From now on the portal's words about this session are heard.
     void listen(Session& to) {
-        const auto over = [weak = weak_from_this(), which = &to] {
-            const auto self = weak.lock();
-            if (!self)
-                return;
-            which->open = false;
-            if (self->session.get() == which)
-                self->drop();
+        const auto closed = [weak = weak_from_this(), which = &to](GVariant*) {
+            if (const auto self = weak.lock())
+                self->over(*which, HotkeyStatus::takenBack);
         };
-        // Its details came in a later version.
-        to.heard.push_back(bus->listen(to.peer(), "Closed", "r", [over](GVariant*) { over(); }));
-        to.heard.push_back(bus->watch(PortalRequest::service, [over](const std::string& owner) {
-            if (owner.empty())
-                over();
-        }));
+        to.heard.push_back(bus->listen(to.peer(), "Closed", "r", closed)); // details came in a later version
         for (const bool pressed : {true, false}) {
             const auto heard = [weak = weak_from_this(), which = &to, pressed](GVariant* arguments) {
                 const char *handle = nullptr, *id = nullptr;
                 g_variant_get_child(arguments, 0, "&o", &handle);
                 g_variant_get_child(arguments, 1, "&s", &id);
                 const auto self = weak.lock();
-                if (self && self->session.get() == which && which->path == handle &&
-                    std::string_view(id) == shortcutId)
-                    self->press(pressed);
+                if (!self || self->session.get() != which || which->path != handle ||
+                    std::string_view(id) != shortcutId)
+                    return;
+                if (pressed)
+                    self->useToken(arguments);
+                self->press(pressed);
             };
             to.heard.push_back(bus->listen({PortalRequest::service, PortalRequest::path, shortcuts},
                 pressed ? "Activated" : "Deactivated", "(osta{sv})", heard));
         }
     }
 
+    /// Of `Activated`; newer portals give one.
+    void useToken(GVariant* arguments) {
+        const OwnedVariant details(g_variant_get_child_value(arguments, 3));
+        const char* token = "";
+        g_variant_lookup(details.get(), "activation_token", "&s", &token);
+        if (*token && !held && owner)
+            tell(owner->onActivationToken, token);
+    }
+
     const std::shared_ptr<SessionBus> bus;
     const std::shared_ptr<Clock> clock;
-    const std::function<void(bool pressed)> tell;
-    std::shared_ptr<Session> session;
+    PortalHotkey* owner; // null once it is gone
+    Subscription portal;
+    std::shared_ptr<Session> session; // of the key that is registered
+    std::weak_ptr<Session> newest;    // that one, or one of a registration that goes on
     std::optional<HotkeySpec> spec;
+    std::optional<HotkeyOutcome> stands; // absent before the first registration, and during one
     bool held = false;
-    bool ended = false;     // the object is gone
+    bool there = false;     // the portal is
+    bool again = false;     // a portal that appears now is worth asking
     std::uint64_t turn = 0; // counts registrations, so that an older one knows itself
 };
 
 PortalHotkey::PortalHotkey(std::shared_ptr<SessionBus> bus, std::shared_ptr<Clock> clock)
-    : state_(std::make_shared<State>(
-          std::move(bus), std::move(clock), [this](bool pressed) { tell(pressed); })) {}
+    : state_(std::make_shared<State>(std::move(bus), std::move(clock), *this)) {
+    state_->watchPortal();
+}
 
 PortalHotkey::~PortalHotkey() {
-    state_->ended = true;
+    state_->owner = nullptr;
     state_->drop();
 }
 
 Task<HotkeyOutcome> PortalHotkey::registerKey(HotkeySpec spec) {
-    return bind(state_, std::move(spec));
+    return take(state_, std::move(spec));
+}
+
+Task<HotkeyOutcome> PortalHotkey::take(std::shared_ptr<State> state, HotkeySpec spec) {
+    state->drop();
+    state->stands.reset();
+    state->again = false; // a portal that our call starts is no reason to call it once more
+    const auto turn = state->turn;
+    auto binding = bind(state, std::move(spec));
+    const auto outcome = co_await std::move(binding);
+    if (turn != state->turn)
+        co_return outcome;
+    state->stands = outcome;
+    state->again = state->again || outcome == HotkeyOutcome::failed(HotkeyStatus::noPortal);
+    co_return outcome;
 }
 
 Task<HotkeyOutcome> PortalHotkey::bind(std::shared_ptr<State> state, HotkeySpec spec) {
-    state->drop();
     const auto turn = state->turn;
     auto creating = state->ask("CreateSession", portalLimit, [](GVariantBuilder* options) {
         g_variant_builder_add(
@@ -159,10 +218,11 @@ Task<HotkeyOutcome> PortalHotkey::bind(std::shared_ptr<State> state, HotkeySpec 
     const auto created = co_await std::move(creating);
     const auto handle = created.text("session_handle");
     if (created.status != 0 || !handle || !g_variant_is_object_path(handle->c_str()))
-        co_return HotkeyOutcome::failed(created.status != 0 ? created.status : PortalAnswer::noPortal);
+        co_return HotkeyOutcome::failed(created.status != 0 ? created.status : HotkeyStatus::noPortal);
     const auto session = std::make_shared<Session>(state->bus, *handle);
     if (turn != state->turn)
-        co_return HotkeyOutcome::failed(replaced);
+        co_return HotkeyOutcome::failed(HotkeyStatus::replaced);
+    state->newest = session;
     state->listen(*session);
 
     auto binding = state->ask("BindShortcuts", userLimit, [session, spec](GVariantBuilder* options) {
@@ -172,11 +232,11 @@ Task<HotkeyOutcome> PortalHotkey::bind(std::shared_ptr<State> state, HotkeySpec 
     if (bound.status != 0)
         co_return HotkeyOutcome::failed(bound.status);
     if (turn != state->turn)
-        co_return HotkeyOutcome::failed(replaced);
-    if (!session->open)
-        co_return HotkeyOutcome::failed(PortalAnswer::noPortal);
+        co_return HotkeyOutcome::failed(HotkeyStatus::replaced);
+    if (session->ended)
+        co_return HotkeyOutcome::failed(*session->ended);
     if (!isBound(bound))
-        co_return HotkeyOutcome::failed(1); // as for a user who refused
+        co_return HotkeyOutcome::failed(HotkeyStatus::refusedByUser);
     state->session = session;
     state->spec = std::move(spec);
     co_return HotkeyOutcome::registered();
@@ -184,12 +244,6 @@ Task<HotkeyOutcome> PortalHotkey::bind(std::shared_ptr<State> state, HotkeySpec 
 
 std::optional<HotkeySpec> PortalHotkey::current() const {
     return state_->spec;
-}
-
-void PortalHotkey::tell(bool pressed) {
-    const auto call = pressed ? onPress : onRelease;
-    if (call)
-        call();
 }
 
 } // namespace kelvadrome

@@ -6,15 +6,11 @@
 namespace kelvadrome {
 
 /// The global key by the desktop's GlobalShortcuts portal, which lets the user choose another one: the name
-/// that is registered is then what we asked for. Main thread, in its main context; a callback may register
-/// another key or end this object.
+/// that is registered is then what we asked for. Main thread, in its main context.
 class PortalHotkey final : public GlobalHotkey {
 public:
     static constexpr double portalLimit = 10; // seconds
     static constexpr double userLimit = 120;  // for a user whom the portal asks
-
-    /// `failed` carries what PortalAnswer does, or this.
-    static constexpr std::int32_t replaced = -3; // by a key that was registered meanwhile, or the end of this
 
     PortalHotkey(std::shared_ptr<SessionBus> bus, std::shared_ptr<Clock> clock);
     ~PortalHotkey() override;
@@ -28,8 +24,8 @@ public:
 private:
     struct Session;
     struct State;
+    static Task<HotkeyOutcome> take(std::shared_ptr<State> state, HotkeySpec spec);
     static Task<HotkeyOutcome> bind(std::shared_ptr<State> state, HotkeySpec spec);
-    void tell(bool pressed);
 
     const std::shared_ptr<State> state_; // a registration may still wait when this has ended
 };

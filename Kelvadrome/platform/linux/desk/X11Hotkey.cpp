@@ -7,7 +7,10 @@
 
 #include <glib-unix.h>
 
-#include <algorithm>
+#include <functional>
+#include <optional>
+#include <utility>
+#include <vector>
 
 // A field in this header has the name of a keyword of C++.
 #define explicit explicit_
@@ -20,7 +23,7 @@ namespace kelvadrome {
 /// outlives a callback that ends its owner.
 class X11Hotkey::Grabs : public std::enable_shared_from_this<Grabs> {
 public:
-    explicit Grabs(std::function<void(bool pressed)> told) : told_(std::move(told)) {}
+    explicit Grabs(X11Hotkey& owner) : owner_(&owner) {}
 
     /// False when no server answers, or one too old for what is needed of it.
     bool open() {
@@ -40,6 +43,7 @@ public:
     }
     void close() {
         closed_ = true;
+        owner_ = nullptr;
         if (source_)
             g_source_destroy(source_.get());
     }
@@ -52,9 +56,10 @@ public:
             told(false); // what is still down is a key of before
         release();
         if (closed_)
-            return HotkeyOutcome::failed(noDisplay);
+            return HotkeyOutcome::failed(HotkeyStatus::noDisplay);
         wanted_ = std::move(spec);
         const auto outcome = place();
+        stands_ = outcome;
         if (outcome.kind != HotkeyOutcome::Kind::registered)
             wanted_.reset();
         readSoon();
@@ -99,6 +104,8 @@ private:
         closed_ = true;
         if (held_)
             told(false);
+        if (wanted_)
+            changed(HotkeyOutcome::failed(HotkeyStatus::noDisplay));
         return G_SOURCE_REMOVE;
     }
 
@@ -124,13 +131,21 @@ private:
         }
     }
 
-    /// The callback may register another key, and end the owner of all this.
     void told(bool pressed) {
         if (!pressed)
             held_.reset();
+        guarded([pressed](X11Hotkey& owner) { tell(pressed ? owner.onPress : owner.onRelease); });
+    }
+    void changed(HotkeyOutcome outcome) {
+        if (std::exchange(stands_, outcome) != outcome)
+            guarded([outcome](X11Hotkey& owner) { tell(owner.onChange, outcome); });
+    }
+    /// GLib is C: nothing may be thrown through it.
+    void guarded(const std::function<void(X11Hotkey&)>& call) {
         try {
-            told_(pressed);
-        } catch (...) { // GLib is C: nothing may be thrown through it
+            if (owner_)
+                call(*owner_);
+        } catch (...) {
             logLine("global key: " + describeException(std::current_exception()));
         }
     }
@@ -143,15 +158,14 @@ private:
         if (chord_ && keyboard.chord(wanted_->key, wanted_->modifiers) == chord_)
             return;
         release();
-        if (place() != HotkeyOutcome::registered())
-            logLine("global key: another program has its place in the new layout");
+        changed(place());
     }
 
     HotkeyOutcome place() {
         auto* const x = display_.get();
         const auto chord = X11Keyboard(x).chord(wanted_->key, wanted_->modifiers);
         if (!chord)
-            return HotkeyOutcome::failed(lost() ? noDisplay : noSuchKey);
+            return HotkeyOutcome::failed(lost() ? HotkeyStatus::noDisplay : HotkeyStatus::noSuchKey);
         std::vector<xcb_void_cookie_t> asked; // all at once, so that it is one round trip
         for (const auto locks : chord->locks)
             asked.push_back(xcb_grab_key_checked(x, 0, display_.root(),
@@ -167,7 +181,7 @@ private:
         }
         chord_ = chord;
         if (lost())
-            refused = HotkeyOutcome::failed(noDisplay);
+            refused = HotkeyOutcome::failed(HotkeyStatus::noDisplay);
         if (refused)
             release(); // of a key half ours, the user would never know when it works
         return refused.value_or(HotkeyOutcome::registered());
@@ -185,15 +199,16 @@ private:
 
     using OwnedSource = std::unique_ptr<GSource, GLibRelease<g_source_unref>>;
 
-    const std::function<void(bool pressed)> told_;
+    X11Hotkey* owner_; // null once it is gone or has another connection
     XDisplay display_;
     OwnedSource source_;
     int xkbEvent_ = -1;
     bool closed_ = false;
     bool moved_ = false; // the layout has changed and the grabs have not followed yet
     std::optional<HotkeySpec> wanted_;
-    std::optional<X11Chord> chord_;     // that is grabbed
-    std::optional<xcb_keycode_t> held_; // the key whose press was told of
+    std::optional<X11Chord> chord_;       // that is grabbed
+    std::optional<HotkeyOutcome> stands_; // how the wanted key stands, as the owner knows it
+    std::optional<xcb_keycode_t> held_;   // the key whose press was told of
 };
 
 X11Hotkey::X11Hotkey() = default;
@@ -207,10 +222,10 @@ Task<HotkeyOutcome> X11Hotkey::registerKey(HotkeySpec spec) {
     if (!grabs_ || grabs_->lost()) {
         if (grabs_)
             grabs_->close();
-        grabs_ = std::make_shared<Grabs>([this](bool pressed) { tell(pressed); });
+        grabs_ = std::make_shared<Grabs>(*this);
         if (!grabs_->open()) {
             grabs_.reset();
-            co_return HotkeyOutcome::failed(noDisplay);
+            co_return HotkeyOutcome::failed(HotkeyStatus::noDisplay);
         }
     }
     const auto grabs = grabs_; // a callback may end this object
@@ -219,12 +234,6 @@ Task<HotkeyOutcome> X11Hotkey::registerKey(HotkeySpec spec) {
 
 std::optional<HotkeySpec> X11Hotkey::current() const {
     return grabs_ ? grabs_->current() : std::nullopt;
-}
-
-void X11Hotkey::tell(bool pressed) {
-    const auto call = pressed ? onPress : onRelease;
-    if (call)
-        call();
 }
 
 } // namespace kelvadrome

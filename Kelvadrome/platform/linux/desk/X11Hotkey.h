@@ -7,14 +7,11 @@
 namespace kelvadrome {
 
 /// The global key on an X server: a grab of the key where the keyboard's layouts have it, with its modifiers
-/// and whatever locks are on. Follows a change of the layout. Main thread, in its main context; a callback
-/// may register another key or end this object.
+/// and whatever locks are on. Follows a change of the layout. A server that comes back is not told of: the
+/// toolkit ends a program with its display. `failed` carries X's own error codes too. Main thread, in its
+/// main context.
 class X11Hotkey final : public GlobalHotkey {
 public:
-    // Of `failed`, besides X's own error codes.
-    static constexpr std::int32_t noDisplay = -1;
-    static constexpr std::int32_t noSuchKey = -2; // on this keyboard
-
     X11Hotkey();
     ~X11Hotkey() override;
     X11Hotkey(const X11Hotkey&) = delete;
@@ -26,7 +23,6 @@ public:
 
 private:
     class Grabs;
-    void tell(bool pressed);
 
     std::shared_ptr<Grabs> grabs_; // absent before the first key; replaced when its connection was lost
 };
