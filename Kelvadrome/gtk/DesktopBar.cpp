@@ -1,5 +1,6 @@
 #include "Kelvadrome/gtk/DesktopBar.h"
 
+#include "Kelvadrome/gtk/parts/WindowHints.h"
 #include "Kelvadrome/platform/linux/desk/GlobalHotkeys.h"
 
 namespace kelvadrome {
@@ -35,10 +36,12 @@ DesktopBar::DesktopBar(const LocalHub& hub, std::shared_ptr<SessionBus> bus, std
         std::make_unique<BarView>(controller_->barModel(), close), close);
     panel_->showIn(window_.get());
     adopt(*window_);
+    const std::shared_ptr<GlobalHotkey> key = makeGlobalHotkey(bus, hub.clock);
+    key->onActivationToken = WindowHints::useActivationToken;
     key_ = BarHotkey::make({.executor = hub.executor,
         .clock = hub.clock,
         .defaults = hub.defaults,
-        .key = makeGlobalHotkey(bus, hub.clock),
+        .key = key,
         .voice = voice,
         .panel = controller_});
     watchingKey_ = key_->observe([this] { showKey(); });
