@@ -67,7 +67,10 @@ SettingsGroup barKeyRows(const BarKeyState& key, const SettingsFacts::Place& pla
 }
 
 std::string barCommand(const SettingsFacts::Place& place) {
-    return shellWord(place.executable) + " --bar";
+    auto command = shellWord(place.executable);
+    if (place.ownHome) // without it another application would start, that of the standard home
+        command += " -KDHome " + shellWord(place.dataHome);
+    return command + " --bar";
 }
 
 } // namespace kelvadrome

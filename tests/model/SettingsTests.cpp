@@ -78,6 +78,8 @@ TEST(SettingsRows, theBarsKeyTellsHowItStands) {
         EXPECT_EQ(rows()[0].value, "F5");
     }
     EXPECT_TRUE(rows()[1].detail.ends_with(": '/opt/my apps/kelvadrome' --bar"));
+    facts.place.ownHome = true;
+    EXPECT_TRUE(rows()[1].detail.ends_with(": '/opt/my apps/kelvadrome' -KDHome '/k d' --bar"));
 }
 
 TEST_F(Settings, theLoginItemsSwitchShowsWhatIsSoWhoeverSwitchedIt) {
