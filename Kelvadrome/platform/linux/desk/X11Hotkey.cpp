@@ -120,11 +120,14 @@ private:
         if (type == XCB_KEY_PRESS || type == XCB_KEY_RELEASE) {
             // While the key is down all of the keyboard comes here.
             const auto key = reinterpret_cast<const xcb_key_press_event_t&>(event).detail;
-            if (type == XCB_KEY_PRESS && !held_ && chord_ && key == chord_->keycode) {
-                held_ = key;
+            if (type == XCB_KEY_RELEASE) {
+                if (down_ == key)
+                    down_.reset();
+                if (held_ == key)
+                    told(false);
+            } else if (!held_ && chord_ && key == chord_->keycode && down_ != key) {
+                held_ = down_ = key;
                 told(true);
-            } else if (type == XCB_KEY_RELEASE && held_ == key) {
-                told(false);
             }
         } else if (type == XCB_MAPPING_NOTIFY || type == xkbEvent_) {
             moved_ = true;
@@ -209,6 +212,7 @@ private:
     std::optional<X11Chord> chord_;       // that is grabbed
     std::optional<HotkeyOutcome> stands_; // how the wanted key stands, as the owner knows it
     std::optional<xcb_keycode_t> held_;   // the key whose press was told of
+    std::optional<xcb_keycode_t> down_;   // and which is down still, for a key of before too: it repeats
 };
 
 X11Hotkey::X11Hotkey() = default;
