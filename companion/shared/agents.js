@@ -51,5 +51,9 @@ export function agentDisplay(agent, label) {
   return label.toLowerCase().startsWith(name.toLowerCase()) ? label : `${name} ${label}`;
 }
 
+/** Whose card it is: an agent's, or the user's own who asked in the command bar. */
+export const YOUR_REQUEST = 'Your request';
+export const askerOf = (card) => (card.request ? YOUR_REQUEST : agentDisplay(card.agent, card.label));
+
 /** The kinds of cards that need the user. */
 export const NEEDS_YOU = ['stop', 'question', 'batch', 'conflict', 'handoff_review', 'precedent'];

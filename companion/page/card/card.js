@@ -199,7 +199,7 @@ export class CardView {
             card.risk === 'high' ? CARD.highRisk : CARD.mediumRisk,
           ),
       card.kind === 'question' ? null : h('span', { class: 'tag' }, kindWord(card.kind)),
-      card.blocking ? null : h('span', { class: 'tag' }, 'Agent goes on working'),
+      card.blocking || card.request ? null : h('span', { class: 'tag' }, 'Agent goes on working'),
       ageOf(card.opened_at),
     ];
   }

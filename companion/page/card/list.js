@@ -1,6 +1,6 @@
 // The cards of a section, in step with the daemon's list: kept elements, a steady view, and only as many on the page as
 // anybody looks at.
-import { NEEDS_YOU } from '/shared/agents.js';
+import { NEEDS_YOU, YOUR_REQUEST } from '/shared/agents.js';
 import { OUTCOME, STATE } from '/shared/words.js';
 import { keyOf } from '../lib/who.js';
 import { h, place } from '../lib/dom.js';
@@ -219,9 +219,9 @@ export const needingYou = (cards) =>
 /** What a screen reader hears of cards that are new since `known`, a set of ids. */
 export function announceNew(cards, known) {
   const fresh = cards.filter((card) => !known.has(card.id));
-  if (fresh.length === 1)
-    announce(
-      `${fresh[0].risk === 'high' ? 'High risk. ' : ''}${agentName(fresh[0].agent)} asks: ${fresh[0].title}`,
-    );
-  else if (fresh.length > 1) announce(`${count(fresh.length, 'new question')}.`);
+  if (fresh.length === 1) {
+    const [{ agent, request, risk, title }] = fresh;
+    const who = request ? YOUR_REQUEST : `${agentName(agent)} asks`;
+    announce(`${risk === 'high' ? 'High risk. ' : ''}${who}: ${title}`);
+  } else if (fresh.length > 1) announce(`${count(fresh.length, 'new question')}.`);
 }

@@ -1,5 +1,5 @@
 // Who asks, and what tells them from others of the same name.
-import { agentDisplay } from '/shared/agents.js';
+import { askerOf } from '/shared/agents.js';
 
 const lastPart = (path) => path?.replace(/\/+$/, '').split('/').at(-1);
 
@@ -8,7 +8,7 @@ const terminalOf = ({ host, tty, pane }) =>
   [host === 'unknown' ? null : host, pane ?? tty].filter(Boolean).join(' ');
 
 /** `who` is a card, a receipt or a session. */
-export const nameOf = (who) => agentDisplay(who.agent, who.label);
+export const nameOf = askerOf;
 
 /** Callsign, folder and pane, as far as they are known and not said yet by `without`, a topic. */
 export function placeOf(who, without) {

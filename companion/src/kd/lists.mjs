@@ -1,5 +1,5 @@
 import { EXIT } from './client.mjs';
-import { agentName } from '../../shared/agents.js';
+import { YOUR_REQUEST, agentName } from '../../shared/agents.js';
 
 const SAMPLE_MS = 15_000;
 const print = (lines) => process.stdout.write(lines.map((line) => `${line}\n`).join(''));
@@ -12,7 +12,7 @@ function cardLines(card) {
     card.topic,
   ].filter(Boolean);
   const lines = [
-    `${card.id}  ${agentName(card.agent)}: ${card.title}${marks.length ? `  (${marks.join(', ')})` : ''}`,
+    `${card.id}  ${card.request ? YOUR_REQUEST : agentName(card.agent)}: ${card.title}${marks.length ? `  (${marks.join(', ')})` : ''}`,
   ];
   for (const [index, option] of card.options.entries())
     lines.push(`    ${index + 1}. ${option}${option === card.default ? '  (suggested)' : ''}`);
