@@ -6,12 +6,13 @@ import { clock } from './clock.mjs';
 import { conflict, forbidden, invalid, notBuilt } from './errors.mjs';
 import { readAsk, readIdentity, readLive, readTopic } from './asks.mjs';
 import { KEY_HEADER } from './page-auth.mjs';
-import { shownLine } from '../shared/text.js';
+import { shownLine, within } from '../shared/text.js';
 import { relayRoutes } from './relay.mjs';
 import { whyUntypable } from './reach.mjs';
 import { STATUS_WORDS, isWorking } from './sessions.mjs';
 import { LONGEST_MINUTES } from './snoozes.mjs';
 
+const LONGEST_QUERY = 200;
 const MAX_WAIT_MS = 25_000;
 const MAX_CLAIM_MS = 8_000;
 const WITHDRAW_MS = 15_000;
@@ -179,7 +180,7 @@ const routes = {
     on: both,
     run: (app, { body }) =>
       app.search.find(
-        required.string(body, 'q', { max: 200 }).trim(),
+        within(required.string(body, 'q', { max: Infinity }).trim(), LONGEST_QUERY),
         optional.integer(body, 'limit', { min: 1, max: 50 }) ?? 20,
       ),
   },

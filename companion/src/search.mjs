@@ -1,14 +1,20 @@
 // Full-text search over what a user remembers: questions with their options, answers and receipts, topics with their
 // agents. The index follows the tables by triggers, and is made anew when its layout has changed.
-import { agentName, agentNames } from '../shared/agents.js';
+import { YOUR_REQUEST, agentName, agentNames } from '../shared/agents.js';
 import { cut } from '../shared/text.js';
 import { answerLine } from './answers.mjs';
 import { iso } from './clock.mjs';
+import { quoted, wordsOf } from './search-words.mjs';
 
-const LAYOUT = '2'; // raise it with any change of the SQL below
+const LAYOUT = '3'; // raise it with any change of the SQL below, or of how a text is spread
+
+const LABELLED = 50; // sessions of a topic that lend it their labels, the last seen ones: each new one has it indexed anew
 
 const index = (name) =>
-  `CREATE VIRTUAL TABLE ${name} USING fts5(title, words, content='', contentless_delete=1, prefix='2 3 4 5 6', detail=column, tokenize='unicode61 remove_diacritics 2');`;
+  `CREATE VIRTUAL TABLE ${name} USING fts5(title, words, content='', contentless_delete=1, prefix='2 3 4 5 6', detail=full,
+    tokenize="unicode61 remove_diacritics 2 categories 'L* N* Co M*'");`;
+const put = (table, rowid, title, words) =>
+  `INSERT INTO ${table} (rowid, title, words) SELECT ${rowid}, search_spread(${title}), search_spread(${words})`;
 
 const CARD_WORDS = (card) =>
   `concat_ws(' ', ${card}.body, ${card}.options, ${card}.answer, ${card}.topic, ${card}.agent,
@@ -17,24 +23,32 @@ const CARD_WORDS = (card) =>
 const IS_ASKED = (card) => `${card}.state <> 'closed'`;
 const IS_DECIDED = (card) => `${card}.state = 'closed' AND ${card}.outcome = 'answered'`;
 const TOPIC_WORDS = (topic) =>
-  `concat_ws(' ', ${topic}.id, ${topic}.folder, (SELECT group_concat(concat_ws(' ', s.agent, n.name, s.label), ' ')
-    FROM sessions s LEFT JOIN search_agents n ON n.agent = s.agent WHERE s.topic = ${topic}.id))`;
+  `concat_ws(' ', ${topic}.id, ${topic}.folder, (SELECT group_concat(DISTINCT concat_ws(' ', s.agent, n.name))
+    FROM sessions s LEFT JOIN search_agents n ON n.agent = s.agent WHERE s.topic = ${topic}.id),
+    (SELECT group_concat(label, ' ') FROM (SELECT label FROM sessions
+      WHERE topic = ${topic}.id ORDER BY seen_ms DESC LIMIT ${LABELLED})))`;
+/** Whether a session that has gone leaves words behind. */
+const LEFT_WORDS = `old.topic IS NOT NULL AND (
+  NOT EXISTS (SELECT 1 FROM sessions WHERE agent = old.agent AND topic = old.topic)
+  OR old.label IS NOT NULL AND ${LABELLED} > (SELECT count(*) FROM
+    (SELECT 1 FROM sessions WHERE topic = old.topic AND seen_ms > old.seen_ms LIMIT ${LABELLED})))`;
 
+const putCard = (table, card) => put(table, `${card}.seq`, `${card}.title`, CARD_WORDS(card));
 const addCard = (card) =>
-  `INSERT INTO search_questions (rowid, title, words) SELECT ${card}.seq, ${card}.title, ${CARD_WORDS(card)} WHERE ${IS_ASKED(card)};
-   INSERT INTO search_decisions (rowid, title, words) SELECT ${card}.seq, ${card}.title, ${CARD_WORDS(card)} WHERE ${IS_DECIDED(card)};`;
+  `${putCard('search_questions', card)} WHERE ${IS_ASKED(card)}; ${putCard('search_decisions', card)} WHERE ${IS_DECIDED(card)};`;
 const dropCard =
   'DELETE FROM search_questions WHERE rowid = old.seq; DELETE FROM search_decisions WHERE rowid = old.seq;';
 const addTopic = (where) =>
-  `INSERT INTO search_topics (rowid, title, words) SELECT t.rowid, t.title, ${TOPIC_WORDS('t')} FROM topics t ${where};`;
+  `${put('search_topics', 't.rowid', 't.title', TOPIC_WORDS('t'))} FROM topics t ${where};`;
 const againTopic = (id) =>
   `DELETE FROM search_topics WHERE rowid = (SELECT rowid FROM topics WHERE id = ${id}); ${addTopic(`WHERE t.id = ${id}`)}`;
 
 const differs = (names) => names.map((name) => `old.${name} IS NOT new.${name}`).join(' OR ');
-const COLUMNS = ['title', 'body', 'options', 'answer', 'topic', 'rows'];
+const COLUMNS = ['title', 'body', 'options', 'answer', 'topic', 'agent', 'rows'];
 
 // The rows of `topics` keep their rowids, since nothing here ever vacuums.
 const MAKE = `
+  CREATE INDEX search_sessions ON sessions (topic, seen_ms);
   CREATE TABLE search_agents (agent TEXT PRIMARY KEY, name TEXT NOT NULL) STRICT;
   ${['search_questions', 'search_decisions', 'search_receipts', 'search_topics'].map(index).join('\n')}
   CREATE TRIGGER search_card_in AFTER INSERT ON cards BEGIN ${addCard('new')} END;
@@ -42,7 +56,7 @@ const MAKE = `
     WHEN (old.state = 'closed') <> (new.state = 'closed') OR ${differs(COLUMNS)} BEGIN ${dropCard} ${addCard('new')} END;
   CREATE TRIGGER search_card_out AFTER DELETE ON cards BEGIN ${dropCard} END;
   CREATE TRIGGER search_receipt_in AFTER INSERT ON receipts BEGIN
-    INSERT INTO search_receipts (rowid, title, words) VALUES (new.event_id, new.line, new.topic); END;
+    ${put('search_receipts', 'new.event_id', 'new.line', 'new.topic')}; END;
   CREATE TRIGGER search_receipt_out AFTER DELETE ON receipts BEGIN
     DELETE FROM search_receipts WHERE rowid = old.event_id; END;
   CREATE TRIGGER search_topic_in AFTER INSERT ON topics BEGIN ${addTopic('WHERE t.rowid = new.rowid')} END;
@@ -51,11 +65,12 @@ const MAKE = `
   CREATE TRIGGER search_topic_out AFTER DELETE ON topics BEGIN DELETE FROM search_topics WHERE rowid = old.rowid; END;
   CREATE TRIGGER search_session_in AFTER INSERT ON sessions WHEN new.topic IS NOT NULL BEGIN ${againTopic('new.topic')} END;
   CREATE TRIGGER search_session_up AFTER UPDATE OF topic, label ON sessions WHEN ${differs(['topic', 'label'])} BEGIN
-    ${againTopic('old.topic')} ${againTopic('new.topic')} END;`;
+    ${againTopic('old.topic')} ${againTopic('new.topic')} END;
+  CREATE TRIGGER search_session_out AFTER DELETE ON sessions WHEN ${LEFT_WORDS} BEGIN ${againTopic('old.topic')} END;`;
 const FILL = `
-  INSERT INTO search_questions (rowid, title, words) SELECT c.seq, c.title, ${CARD_WORDS('c')} FROM cards c WHERE ${IS_ASKED('c')};
-  INSERT INTO search_decisions (rowid, title, words) SELECT c.seq, c.title, ${CARD_WORDS('c')} FROM cards c WHERE ${IS_DECIDED('c')};
-  INSERT INTO search_receipts (rowid, title, words) SELECT event_id, line, topic FROM receipts;
+  ${putCard('search_questions', 'c')} FROM cards c WHERE ${IS_ASKED('c')};
+  ${putCard('search_decisions', 'c')} FROM cards c WHERE ${IS_DECIDED('c')};
+  ${put('search_receipts', 'event_id', 'line', 'topic')} FROM receipts;
   ${addTopic('')}`;
 
 const LONGEST = 12; // words of a query
@@ -66,11 +81,11 @@ const LONGEST = 12; // words of a query
  * beginnings as well.
  */
 function wanted(query) {
-  const words = (query.match(/[\p{L}\p{N}\p{M}\p{Co}]+/gu) ?? []).slice(0, LONGEST);
+  const words = wordsOf(query).slice(0, LONGEST);
   const last = words.at(-1);
   if (words.length > 1 && [...last].length < 2) words.pop();
-  const beginning = (word) => ([...word].length < 2 ? `"${word}"` : `"${word}"*`);
-  const whole = words.map((word, index) => (index === words.length - 1 ? beginning(word) : `"${word}"`));
+  const beginning = (word) => ([...word].length < 2 ? quoted(word) : `${quoted(word)}*`);
+  const whole = words.map((word, index) => (index === words.length - 1 ? beginning(word) : quoted(word)));
   return [...new Set([whole.join(' '), words.map(beginning).join(' ')])].filter(Boolean);
 }
 
@@ -99,7 +114,7 @@ export class Search {
   #make() {
     this.store.tx(() => {
       for (const { type, name } of this.store.all(
-        "SELECT type, name FROM sqlite_schema WHERE name GLOB 'search_*' AND (type = 'trigger' OR sql LIKE 'CREATE VIRTUAL %' OR name = 'search_agents')",
+        "SELECT type, name FROM sqlite_schema WHERE name GLOB 'search_*' AND (type IN ('trigger', 'index') OR sql LIKE 'CREATE VIRTUAL %' OR name = 'search_agents')",
       ))
         this.store.exec(`DROP ${type} ${name}`);
       this.store.exec(MAKE);
@@ -144,15 +159,22 @@ export class Search {
     );
   }
 
-  /** The topics that share a word with a sentence, the last used first. */
+  /** The topics that share a word with a sentence, the last used first; none when the index is damaged. */
   topicsLike(text) {
-    const words = (text.match(/[\p{L}\p{N}\p{M}\p{Co}]{2,}/gu) ?? []).slice(0, 200);
+    const words = wordsOf(text)
+      .filter((word) => word.length > 1)
+      .slice(0, 200);
     if (words.length === 0) return [];
-    return this.store.all(
-      `SELECT t.id, t.title, t.folder FROM search_topics s JOIN topics t ON t.rowid = s.rowid
-       WHERE search_topics MATCH ? ORDER BY t.touched_ms DESC LIMIT 500`,
-      words.map((word) => `"${word}"`).join(' OR '),
-    );
+    try {
+      return this.store.all(
+        `SELECT t.id, t.title, t.folder FROM search_topics s JOIN topics t ON t.rowid = s.rowid
+         WHERE search_topics MATCH ? ORDER BY t.touched_ms DESC LIMIT 500`,
+        words.map(quoted).join(' OR '),
+      );
+    } catch (error) {
+      this.app.wentWrong(error); // a request without its topic is better than none
+      return [];
+    }
   }
 
   /** The rowids that hold the words: those with all of them in the title first, then the others; the newest first. */
@@ -171,16 +193,22 @@ export class Search {
   #cards(table, words, limit) {
     return this.#ids(table, words, limit).map((seq) =>
       this.store.get(
-        'SELECT id, topic, agent, title, body, options, answer, rows, closed_ms FROM cards WHERE seq = ?',
+        `SELECT id, topic, agent, title, body, options, answer, rows, closed_ms,
+           EXISTS (SELECT 1 FROM requests WHERE card_id = cards.id) AS requested FROM cards WHERE seq = ?`,
         seq,
       ),
     );
   }
 
-  /** Receipts of cards that were found already, or of one card twice, tell nothing new. */
+  /** Receipts of cards that were found already, or of one card twice, tell nothing new. Old cards may be gone. */
   #receipts(words, limit, told) {
     return this.#matches('search_receipts', words[0], limit * 4)
-      .map((id) => this.store.get('SELECT * FROM receipts WHERE event_id = ?', id))
+      .map((id) =>
+        this.store.get(
+          'SELECT r.*, c.id AS card FROM receipts r LEFT JOIN cards c ON c.id = r.card_id WHERE event_id = ?',
+          id,
+        ),
+      )
       .filter(({ card_id: id }) => id === null || (!told.has(id) && told.add(id)))
       .slice(0, limit);
   }
@@ -191,46 +219,51 @@ export class Search {
     );
   }
 
-  #hit(kind, { id, topic = null, title, snippet, card = null }) {
-    return {
+  #hit(kind, { id, topic, title, snippet, card, answer, closed_at }) {
+    const fields = {
       kind,
       id,
-      ...(topic === null ? {} : { topic }),
+      topic,
       title: cut(title, 200),
       snippet: cut(snippet.replace(/\s+/g, ' '), 160),
-      ...(card === null ? {} : { card }),
+      card,
+      answer,
+      closed_at,
     };
+    return Object.fromEntries(Object.entries(fields).filter(([, value]) => (value ?? null) !== null));
   }
 
   #where(card) {
-    return joined(agentName(card.agent), this.app.topics.title(card.topic));
+    return joined(card.requested ? YOUR_REQUEST : agentName(card.agent), this.app.topics.title(card.topic));
   }
 
   #questionHit(card, query) {
     const options = JSON.parse(card.options).join(' / ');
     const snippet = joined(this.#where(card), excerpt(joined(options, card.body), query, 100));
-    return this.#hit('question', { ...card, snippet, card: card.id });
+    return this.#hit('question', { ...card, answer: null, snippet, card: card.id });
   }
 
   #decisionHit(card, query) {
-    const { answer, rows, closed_ms: at } = card;
-    const said = answer === null ? '' : answerLine({ rows: JSON.parse(rows) }, JSON.parse(answer));
+    const { rows, closed_ms: at } = card;
+    const answer = JSON.parse(card.answer);
+    const said = answer === null ? '' : answerLine({ rows: JSON.parse(rows) }, answer);
     const snippet = joined(
       said && `“${cut(said, 60)}”`,
       this.#where(card),
       at === null ? '' : day(at),
       excerpt(card.body, query, 60),
     );
-    const hit = this.#hit('decision', { ...card, snippet, card: card.id });
-    return at === null ? hit : { ...hit, at: iso(at) };
+    const closedAt = at === null ? null : iso(at);
+    return this.#hit('decision', { ...card, snippet, card: card.id, answer, closed_at: closedAt });
   }
 
-  #receiptHit({ event_id: event, line, topic, card_id: card, ts_ms: at }) {
+  #receiptHit({ event_id: event, line, topic, card, ts_ms: at }) {
     return this.#hit('decision', {
       id: `receipt-${event}`,
       topic,
       title: line,
       snippet: joined('Receipt', this.app.topics.title(topic), day(at)),
+      card,
     });
   }
 

@@ -6,6 +6,7 @@ import { existsSync, renameSync } from 'node:fs';
 import { join } from 'node:path';
 import { StartError } from './errors.mjs';
 import { clock, iso } from './clock.mjs';
+import { spread } from './search-words.mjs';
 
 const MIGRATIONS = [
   `CREATE TABLE cards (
@@ -153,6 +154,7 @@ export class Store {
         this.setAsideAs = setAside(path, now);
         this.#db = openAlone(path);
       }
+      this.#db.function('search_spread', { deterministic: true }, spread); // the search's triggers call it
       migrate(this.#db);
     } catch (error) {
       if (error instanceof StartError) throw error;

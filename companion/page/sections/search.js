@@ -89,7 +89,7 @@ export class Search {
                 h('span', { class: 'strong' }, marked(hit.title, this.query)),
                 h('span', { class: 'soft sub' }, marked(hit.snippet, this.query)),
               ),
-              hit.at ? h('time', { datetime: hit.at }, moment(hit.at)) : null,
+              hit.closed_at ? h('time', { datetime: hit.closed_at }, moment(hit.closed_at)) : null,
             ),
           ),
         ),
