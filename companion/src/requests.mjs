@@ -22,6 +22,14 @@ const MODE_WORDS = {
   browser: 'Use the browser.',
 };
 
+/** What is asked for, and how to go about it. The second part may restrict the first, so neither goes without the other. */
+const orderOf = ({ goal, mode }) => [goal, MODE_WORDS[mode]].filter(Boolean).join(' ');
+const whyNotOrdered = (request) => (request.goal ? whyNotTypable(orderOf(request)) : null);
+
+/** A path that holds blanks or the like stands in quotes. */
+const inQuotes = (path) =>
+  /^[\p{L}\p{N}/._~+-]+$/u.test(path) ? path : `"${path.replace(/["\\]/g, '\\$&')}"`;
+
 const tmuxName = (card) => `kd-${card.id.replace(/^card-/, '')}`;
 
 export class Requests {
@@ -67,7 +75,8 @@ export class Requests {
     if (text === '') throw invalid('text', 'is empty');
     const shots = this.shots.read(body);
     const parsed = parseTalk(text, { ...this.#board(), topics: this.app.search.topicsLike(text) });
-    this.#refuseUntypable(parsed.proposal);
+    const why = whyNotOrdered(parsed.proposal);
+    if (why !== null) throw invalid('text', `This cannot be typed for an agent: ${why}`);
     const card = this.store.tx(() => {
       const made = this.#insert(text, parsed, now);
       this.#keep(made, parsed, shots);
@@ -80,11 +89,6 @@ export class Requests {
       return made;
     });
     return { parse: 'rules', proposal: parsed.proposal, card_id: card.id };
-  }
-
-  #refuseUntypable({ goal }) {
-    const why = goal === undefined ? null : whyNotTypable(goal);
-    if (why) throw invalid('text', `This cannot be typed for an agent: ${why}`);
   }
 
   #insert(text, { proposal, folder, choices }, now) {
@@ -181,7 +185,9 @@ export class Requests {
     const request = this.find(card.id);
     if (!request) return false;
     const choice = request.choices.find(([words]) => words === card.answer)?.[1];
-    if (choice === undefined) this.#amend(card, request, now);
+    const why = choice === undefined ? null : whyNotOrdered(request);
+    if (why !== null) this.app.cards.reopen(card, `it cannot be typed for an agent: ${why}`, false);
+    else if (choice === undefined) this.#amend(card, request, now);
     else if (card.delivery === 'terminal') this.#prompt(card, request, now);
     else this.#run(card, { ...request, ...choice }, now);
     return true;
@@ -198,13 +204,15 @@ export class Requests {
       board.lastAgent = () => known.agent;
     }
     const parsed = parseTalk(text, board);
-    if (parsed.proposal.goal !== undefined && whyNotTypable(parsed.proposal.goal) !== null)
-      return this.app.cards.reopen(card, 'these words cannot be typed for an agent', false);
     const { proposal } = parsed;
+    const mode = proposal.mode ?? request.mode;
+    const why = whyNotOrdered({ goal: proposal.goal, mode });
+    if (why !== null)
+      return this.app.cards.reopen(card, `these words cannot be typed for an agent: ${why}`, false);
     this.store.run(
       'UPDATE requests SET agent = ?, mode = ?, topic = ?, goal = ?, folder = ?, choices = ? WHERE card_id = ?',
       proposal.agent ?? null,
-      proposal.mode ?? request.mode,
+      mode,
       proposal.topic ?? known.topic,
       proposal.goal ?? request.goal,
       parsed.folder ?? request.folder,
@@ -283,15 +291,17 @@ export class Requests {
     this.app.cards.reopen(card, reason, false);
   }
 
-  /** The first prompt, as it is typed: the goal, how to go about it, and where the screenshots are. */
-  #promptOf({ goal, mode, shots }) {
-    const files = shots.filter((id) => this.shots.isThere(id)).map((id) => this.shots.file(id));
-    const looks =
-      files.length === 0
-        ? ''
-        : `Look at ${files.length === 1 ? 'this screenshot' : 'these screenshots'}: ${files.join(' ')}`;
-    const whole = [goal, MODE_WORDS[mode], looks].filter(Boolean).join(' ');
-    return sanitize(whole) === whole ? whole : goal;
+  /** The first prompt, as it is typed: the order, and where the screenshots are if that can be typed as well. */
+  #promptOf(card, request, now) {
+    const files = request.shots.filter((id) => this.shots.isThere(id)).map((id) => this.shots.file(id));
+    const order = orderOf(request);
+    if (files.length === 0) return order;
+    const these = files.length === 1 ? 'this screenshot' : 'these screenshots';
+    const whole = `${order} Look at ${these}: ${files.map(inQuotes).join(' ')}`;
+    if (sanitize(whole) === whole) return whole;
+    const line = `The screenshots are left out, since their paths cannot be typed along: "${card.title}".`;
+    this.app.receipts.add('request.without_shots', line, about(card), now);
+    return order;
   }
 
   #prompt(card, request, now) {
@@ -300,7 +310,8 @@ export class Requests {
   }
 
   #queuePrompt(card, request, now) {
-    this.app.jobs.queue(card, 'answer', { steps: [{ kind: 'text', text: this.#promptOf(request) }] }, now);
+    const text = this.#promptOf(card, request, now);
+    this.app.jobs.queue(card, 'answer', { steps: [{ kind: 'text', text }] }, now);
   }
 
   #reportedIn(card, session, now) {

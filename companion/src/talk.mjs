@@ -1,7 +1,7 @@
 // From a sentence to a proposal: which agent, how, about which topic, to do what, and what has to be asked first. The
 // same sentence on the same board always gives the same proposal.
 import { agentName, agentNames } from '../shared/agents.js';
-import { oneLine } from '../shared/text.js';
+import { oneLine, whyNotTypable } from '../shared/text.js';
 
 /** The agents that the shell can start. */
 export const STARTABLE = ['claude', 'codex', 'grok'];
@@ -111,7 +111,7 @@ export function parseTalk(text, board) {
   const spoken = takeAgents(line);
   const placed = takeFolder(spoken.rest, board.home);
   const named = takeTopics(placed.rest, board.topics);
-  const goal = named.rest.replace(/^[\s,:;]+/, '').trim();
+  const goal = oneLine(named.rest.replace(/^[\s,:;]+/, ''));
   const topic = named.topics.length === 1 ? named.topics[0] : undefined;
   const folder = placed.folder ?? topic?.folder ?? board.folder ?? null;
   const startable = spoken.agents.filter((agent) => STARTABLE.includes(agent));
@@ -126,14 +126,22 @@ export function parseTalk(text, board) {
   const withAgent = (one) => [`Run with ${agentName(one)}`, { agent: one }];
   const ask = (clarify, choices) => ({ proposal: { ...proposal, clarify }, folder, choices });
 
+  const why = goal === '' ? null : whyNotTypable(goal);
+  if (why !== null) {
+    delete proposal.goal;
+    return ask(`This cannot be typed for an agent: ${why}. Write it in other words.`, []);
+  }
   if (goal === '') return ask(`What should ${agent ? agentName(agent) : 'the agent'} do?`, []);
   if (agent === undefined && spoken.agents.length > 1)
     return ask(`Which agent: ${either(spoken.agents.map(agentName))}?`, startable.map(withAgent));
   if (agent === undefined) {
     const offered = board.agents.length > 0 ? board.agents : STARTABLE;
-    const why =
+    const reason =
       spoken.agents.length === 1 ? `${agentName(spoken.agents[0])} cannot be started from here. ` : '';
-    return ask(`${why}Which agent should do it: ${either(offered.map(agentName))}?`, offered.map(withAgent));
+    return ask(
+      `${reason}Which agent should do it: ${either(offered.map(agentName))}?`,
+      offered.map(withAgent),
+    );
   }
   if (named.topics.length > 1) {
     const shown = named.topics.slice(0, 4);

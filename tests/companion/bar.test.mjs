@@ -1,10 +1,17 @@
 // What the command bar gets of the daemon: search, requests and their screenshots.
-import { test } from 'node:test';
+import { after, test } from 'node:test';
 import assert from 'node:assert/strict';
-import { existsSync, mkdirSync, rmSync, symlinkSync, writeFileSync } from 'node:fs';
+import { existsSync, mkdirSync, mkdtempSync, rmSync, symlinkSync, writeFileSync } from 'node:fs';
+import { tmpdir } from 'node:os';
 import { join } from 'node:path';
 import { World, until } from './world.mjs';
+import { Search } from '../../companion/src/search.mjs';
+import { Store } from '../../companion/src/store.mjs';
 import { parseTalk } from '../../companion/src/talk.mjs';
+
+// The homes of these tests have a blank in their paths.
+process.env.TMPDIR = mkdtempSync(join(tmpdir(), 'kd bar-'));
+after(() => rmSync(process.env.TMPDIR, { recursive: true, force: true }));
 
 const PNG = Buffer.concat([Buffer.from('\x89PNG\r\n\x1a\n', 'latin1'), Buffer.from('picture')]);
 
@@ -44,6 +51,7 @@ test('A sentence is read the same way each time', () => {
       undefined,
       '/w',
     ],
+    ['fix @claude it', 'claude', 'write', undefined, 'fix it', '/w'],
     ['amp up the volume', 'claude', undefined, undefined, 'amp up the volume', '/w'],
   ];
   for (const [text, agent, mode, topic, goal, folder] of table) {
@@ -64,6 +72,11 @@ test('A sentence is read the same way each time', () => {
       'ask gemini to fix it',
       'Gemini CLI cannot be started from here. Which agent should do it: Claude Code or Codex?',
       ['Run with Claude Code', 'Run with Codex'],
+    ],
+    [
+      '#123 fix it',
+      'This cannot be typed for an agent: it begins with "#", which the agent would take as a command. Write it in other words.',
+      [],
     ],
     ['review API', 'Which one: a/api or b/api?', ['Run in a/api', 'Run in b/api']],
   ];
@@ -131,8 +144,62 @@ test('Search finds what one remembers, by the beginnings of words, and says wher
   assert.deepEqual(receipt.slice(0, 1), ['decision']);
   assert.match(receipt[1], /no longer asks: "Zebra\?"/);
   assert.match(receipt[2], /^Receipt · /);
+  const found = await world.ok('/v1/search', { q: 'zebra' });
+  assert.equal(found.decisions[0].card, gone);
   await world.restart();
   assert.ok((await find('mig led')).length > 0);
+  assert.ok(
+    (await find('ledger, '.repeat(40))).length > 0,
+    'a sentence that is longer than what is looked for',
+  );
+});
+
+test('The index knows the scripts of the world, and follows its tables', (t) => {
+  const home = mkdtempSync(join(tmpdir(), 'search-'));
+  const store = new Store(home);
+  t.after(() => store.close());
+  const search = new Search({ store, topics: { title: (id) => id }, wentWrong: assert.ifError });
+  const card = {
+    version: 1,
+    state: 'open',
+    kind: 'question',
+    risk: 'low',
+    session_id: 's',
+    body: '',
+    menu: 0,
+  };
+  const more = { options: '[]', blocking: 1, refs: '{}', delivery: 'keep', opened_ms: 0, agent: 'claude' };
+  const scripts = [
+    ['हिन्दी में लिखो', ['हिन्दी', 'हिन्', 'लिखो'], ['दी']],
+    ['שָׁלוֹם עולם', ['שלום', 'שָׁלוֹם', 'שלו'], ['לום']],
+    ['مَرْحَبًا بك', ['مرحبا', 'مَرْحَبًا'], []],
+    ['日本語のテストを直す', ['テスト', '日本', '本語の'], ['本日']],
+    ['แก้การทดสอบ', ['ทดสอบ'], []],
+    ['Cafe\u0301 x\u0302y', ['café', 'cafe', 'xy'], []],
+  ];
+  for (const [title] of scripts) store.insert('cards', { ...card, ...more, id: title, title });
+  for (const [title, hits, misses] of scripts) {
+    const at = (query) => search.find(query, 5).questions.map(({ id }) => id);
+    for (const query of hits) assert.deepEqual(at(query), [title], query);
+    for (const query of misses) assert.deepEqual(at(query), [], query);
+    assert.deepEqual(search.topicsLike(title), []);
+  }
+
+  store.insert('topics', { id: 'shop', title: 'Shop', touched_ms: 0 });
+  store.insert('sessions', {
+    agent: 'grok',
+    session_id: 's',
+    status: 'idle',
+    topic: 'shop',
+    callsign: 'a',
+    seen_ms: 0,
+  });
+  const counts = () =>
+    ['claude', 'codex', 'grok'].map((q) => Object.values(search.find(q, 50)).flat().length).join();
+  assert.equal(counts(), '6,0,1');
+  store.run("UPDATE cards SET agent = 'codex' WHERE seq = 1");
+  store.run('DELETE FROM sessions');
+  assert.equal(counts(), '5,1,0');
 });
 
 test('A request is a card, and its screenshots are served to the page alone', async (t) => {
@@ -151,7 +218,7 @@ test('A request is a card, and its screenshots are served to the page alone', as
     { text: 'fix it', shots: ['shot-20260101T120000Z-cccccc'] },
     { text: 'fix it', shots: ['shot-20260101T120000Z-dddddd'] },
     { text: 'fix it', shots: [a, a] },
-    { text: '/clear' },
+    { text: `review ${'x'.repeat(3980)}` }, // too long together with "change nothing"
   ])
     assert.equal((await propose(body)).error?.code, 'validation_failed', JSON.stringify(body));
   assert.equal((await world.call('/v1/talk/propose', { text: 'x' })).error.code, 'forbidden');
@@ -164,6 +231,10 @@ test('A request is a card, and its screenshots are served to the page alone', as
     [card.state, card.title, card.options[0], card.shots, card.delivery_note],
     ['open', 'fix it', 'Run', [`/shots/${a}.png`], 'Nothing runs before you press Run.'],
   );
+  assert.match((await world.kd(['inbox'])).stdout, /Your request: fix it/);
+  const untypable = (await propose({ text: 'claude, /clear' })).data;
+  assert.match(untypable.proposal.clarify, /begins with "\/"/);
+  assert.deepEqual((await world.card(untypable.card_id)).options, []);
   const picture = await page.raw('GET', `/shots/${a}.png`);
   assert.deepEqual([picture.status, picture.headers['content-type']], [200, 'image/png']);
   const foreign = new page.constructor(world, 'none');
@@ -178,9 +249,14 @@ test('A request is a card, and its screenshots are served to the page alone', as
 
 test('A pressed request starts its agent once, and the goal is its first prompt', async (t) => {
   const [world, page] = await World.loggedIn(t);
-  const { card_id: id } = (await page.post('/v1/talk/propose', { text: 'claude, fix it in /tmp' })).data;
-  const press = async (answer = 'Run') =>
-    page.ok('/v1/cards/answer', { card_id: id, version: (await world.card(id)).version, answer });
+  const shot = 'shot-20260101T120000Z-aaaaaa';
+  const picture = join(world.home, 'shots', `${shot}.png`);
+  mkdirSync(join(world.home, 'shots'));
+  writeFileSync(picture, PNG);
+  const propose = async (text) => (await page.ok('/v1/talk/propose', { text, shots: [shot] })).card_id;
+  const id = await propose('claude, fix it in /tmp');
+  const press = async (card = id) =>
+    page.ok('/v1/cards/answer', { card_id: card, version: (await world.card(card)).version, answer: 'Run' });
   const report = (job, outcome, reason) =>
     page.ok('/v1/deliver/report', { job_id: job.id, outcome, ...(reason ? { reason } : {}) });
 
@@ -201,30 +277,45 @@ test('A pressed request starts its agent once, and the goal is its first prompt'
 
   // The agent in the request's own tmux session, and another one, report in.
   const other = await world.panes.start();
-  const own = await world.panes.start();
-  await world.ok('/v1/sessions/touch', {
-    agent: 'claude',
-    session_id: 'other',
-    live: other.live,
-    status: 'idle',
-  });
-  world.panes.tmux('new-session', '-d', '-s', `kd-${job.session_id}`, 'sleep', 'infinity');
-  world.panes.tmux('move-window', '-s', own.live.host_ref, '-t', `kd-${job.session_id}:`);
-  await world.ok('/v1/sessions/touch', {
-    agent: 'claude',
-    session_id: 'own',
-    live: own.live,
-    status: 'idle',
-  });
+  const touch = (id, { live }) =>
+    world.ok('/v1/sessions/touch', { agent: 'claude', session_id: id, live, status: 'idle' });
+  const reportsIn = async ({ session_id: name }) => {
+    const own = await world.panes.start();
+    world.panes.tmux('new-session', '-d', '-s', `kd-${name}`, 'sleep', 'infinity');
+    world.panes.tmux('move-window', '-s', own.live.host_ref, '-t', `kd-${name}:`);
+    await touch(`own-${name}`, own);
+    return own;
+  };
+  await touch('other', other);
+  const own = await reportsIn(job);
   const prompt = await page.claimOne();
   assert.deepEqual(
     [prompt.type, prompt.pid, prompt.host_ref, prompt.steps],
-    ['answer', own.pid, own.live.host_ref, [{ kind: 'text', text: 'fix it' }]],
+    [
+      'answer',
+      own.pid,
+      own.live.host_ref,
+      [{ kind: 'text', text: `fix it Look at this screenshot: "${picture}"` }],
+    ],
   );
   assert.equal((await report(prompt, 'start')).proceed, true);
   await report(prompt, 'done');
   await world.closed(id);
   assert.equal((await world.detail(id)).outcome, 'answered');
+
+  // What restricts a request goes with it in any case, the screenshots where there is room.
+  const goal = `review ${'x'.repeat(3940)}`;
+  const long = await propose(`claude, ${goal} in /tmp`);
+  await press(long);
+  const start = await page.claimOne();
+  await report(start, 'start');
+  await report(start, 'done');
+  await reportsIn(start);
+  const { id: last, steps } = await page.claimOne();
+  assert.equal(steps[0].text, `${goal} Review only: change nothing.`);
+  assert.match((await world.receipts())[0].line, /^The screenshots are left out/);
+  await report({ id: last }, 'start');
+  await report({ id: last }, 'done');
 
   // One that never reports in says where it is; a daemon that is started anew goes on waiting for it.
   const late = (await page.post('/v1/talk/propose', { text: 'claude, review it in /tmp' })).data.card_id;
