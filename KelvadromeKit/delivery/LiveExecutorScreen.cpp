@@ -17,13 +17,6 @@ bool canAnswer(const DeliverJob& job) {
     return known && (job.host == "tmux" || job.host == "iterm2");
 }
 
-/// "No, exit" stands above "Yes, I trust this folder".
-std::string keyTowards(const std::string& want, const std::string& selected) {
-    if (selected == want)
-        return "enter";
-    return want == "trust" ? "down" : "up";
-}
-
 } // namespace
 
 Task<std::optional<TrustScreen::Match>> LiveExecutor::trustScreen(DeliverJob job) const {
@@ -80,7 +73,7 @@ Task<LiveExecutor::Pressed> LiveExecutor::pressNext(
     if (!screen.question)
         co_return ended(screen.refusal.value_or("the folder question left the screen"));
 
-    const auto key = keyTowards(*job.screen->want, screen.question->selected);
+    const std::string key(screen.question->keyTowards(*job.screen->want));
     auto command = HostPlan::navKey(job, key, bins);
     if (!command)
         co_return Pressed{JobOutcome::refused(job.host + " cannot press this key")};

@@ -17,6 +17,8 @@ constexpr std::size_t windowLines = 12; // before the first option
 
 constexpr std::string_view marks[] = {"❯ ", "> "};
 constexpr std::string_view numbers[] = {"1. ", "2. "};
+constexpr std::string_view trustWords = "Yes, I trust this folder";
+constexpr std::string_view exitWords = "No, exit";
 
 std::string_view skipBlanks(std::string_view line) {
     return line.substr(std::min(line.find_first_not_of(" \t"), line.size()));
@@ -73,7 +75,38 @@ bool asksAbout(Lines beforeQuestion, const std::string& folder, const std::optio
     return namesFolder(Lines(heading + 1, beforeQuestion.end()), folder, home);
 }
 
+/// The question with its options in one order. All other tests are the same for both.
+std::optional<Match> read(Lines lines, bool trustFirst, const std::optional<std::string>& folder,
+    const std::optional<std::string>& home) {
+    const auto& footer = lines[lines.size() - 1];
+    const auto& below = lines[lines.size() - 2];
+    const auto& above = lines[lines.size() - 3];
+    if (!contains(footer, "Enter to confirm") || !contains(footer, "Esc to cancel"))
+        return std::nullopt;
+    if (body(above) != (trustFirst ? trustWords : exitWords) ||
+        body(below) != (trustFirst ? exitWords : trustWords))
+        return std::nullopt;
+    if (marked(above) == marked(below))
+        return std::nullopt;
+
+    const auto before = lines.first(lines.size() - 3);
+    const auto window = before.last(std::min(before.size(), windowLines));
+    const auto question = std::ranges::find_if(
+        window, [](const std::string& line) { return contains(line, "Quick safety check"); });
+    if (question == window.end())
+        return std::nullopt;
+    if (folder && !asksAbout(Lines(window.begin(), question), *folder, home))
+        return std::nullopt;
+    return Match{marked(above) == trustFirst ? "trust" : "exit", trustFirst};
+}
+
 } // namespace
+
+std::string_view Match::keyTowards(std::string_view want) const {
+    if (selected == want)
+        return "enter";
+    return (want == "trust") == trustFirst ? "up" : "down";
+}
 
 bool marked(std::string_view line) {
     line = skipBlanks(line);
@@ -99,26 +132,11 @@ std::optional<Match> match(std::string_view screen, const std::optional<std::str
     const auto lines = linesOf(screen);
     if (lines.size() < 4)
         return std::nullopt;
-    const auto& footer = lines[lines.size() - 1];
-    const auto& trust = lines[lines.size() - 2];
-    const auto& exit = lines[lines.size() - 3];
-    if (!contains(footer, "Enter to confirm") || !contains(footer, "Esc to cancel"))
+    const auto exitAbove = read(lines, false, folder, home);
+    const auto trustAbove = read(lines, true, folder, home);
+    if (exitAbove && trustAbove)
         return std::nullopt;
-    // This order on screen is why "down" moves towards trust.
-    if (body(exit) != "No, exit" || body(trust) != "Yes, I trust this folder")
-        return std::nullopt;
-    if (marked(exit) == marked(trust))
-        return std::nullopt;
-
-    const auto before = Lines(lines).first(lines.size() - 3);
-    const auto window = before.last(std::min(before.size(), windowLines));
-    const auto question = std::ranges::find_if(
-        window, [](const std::string& line) { return contains(line, "Quick safety check"); });
-    if (question == window.end())
-        return std::nullopt;
-    if (folder && !asksAbout(Lines(window.begin(), question), *folder, home))
-        return std::nullopt;
-    return Match{marked(exit) ? "exit" : "trust"};
+    return exitAbove ? exitAbove : trustAbove;
 }
 
 } // namespace kelvadrome::TrustScreen

@@ -61,7 +61,10 @@ const batchKinds = {
   },
 };
 
-const TRUST = ['No, exit', 'Yes, I trust this folder'];
+const EXIT = 'No, exit';
+const TRUST = [EXIT, 'Yes, I trust this folder'];
+const TRUST_FIRST = ['1. Yes, I trust this folder', '2. No, exit'];
+const trustOptions = ({ trustFirst }) => (trustFirst ? TRUST_FIRST : TRUST);
 const trustKinds = {
   begin: () => ({ at: 0 }),
   view: (question, { at }) => [
@@ -71,13 +74,16 @@ const trustKinds = {
     '',
     'Quick safety check: Is this a project you created or one you trust?',
     '',
-    ...TRUST.map((option, index) => `${index === at ? '❯' : ' '} ${option}`),
+    ...trustOptions(question).map((option, index) => `${index === at ? '❯' : ' '} ${option}`),
     '',
     'Enter to confirm · Esc to cancel',
   ],
   press: (question, { at }, key) => {
-    if (key.name === 'enter') return { chosen: TRUST[at], leave: at === 0 };
-    if (key.name === 'escape') return { chosen: TRUST[0], leave: true };
+    if (key.name === 'escape') return { chosen: EXIT, leave: true };
+    if (key.name === 'enter') {
+      const chosen = trustOptions(question)[at].replace(/^\d\. /, '');
+      return { chosen, leave: chosen === EXIT };
+    }
     if (key.name === 'up') return { at: 0 };
     if (key.name === 'down') return { at: 1 };
     return { at };
@@ -157,11 +163,11 @@ const BANK = {
   trust: [{ topic: 'Folders' }],
 };
 
-/** The `round`th question of a kind, in the folder that the agent works in. */
-export function question(kind, round, folder) {
+/** The `round`th question of a kind, in the folder that the agent works in; `more` are fields of it. */
+export function question(kind, round, folder, more = {}) {
   const given = BANK[kind][round % BANK[kind].length];
   return kind === 'trust'
-    ? { kind, title: `Trust the folder ${folder}?`, folder, ...given }
+    ? { kind, title: `Trust the folder ${folder}?`, folder, ...given, ...more }
     : { kind, ...given };
 }
 

@@ -14,6 +14,7 @@ const USAGE = `usage: sample-agent.mjs [--script KIND,KIND,...] [--once] [--paus
   --script   what to ask, in this order: menu, text, batch, stop, trust (the standard: all of them but trust)
   --once     ask each once and leave; otherwise go on for ever with other questions
   --pause    seconds of "work" before each question (the standard: 2)
+  --trust-first  draw the folder question with "Yes" above "No", as some versions of agents do
   --sample   ask one question under this id, in a terminal or without one, and leave after 15 minutes
   --home     the data home of kelvadromed
 `;
@@ -29,6 +30,7 @@ function readArguments() {
         script: { type: 'string' },
         once: { type: 'boolean' },
         pause: { type: 'string' },
+        'trust-first': { type: 'boolean' },
         sample: { type: 'string' },
         home: { type: 'string' },
         help: { type: 'boolean', short: 'h' },
@@ -38,13 +40,20 @@ function readArguments() {
       process.stdout.write(USAGE);
       process.exit(0);
     }
-    const { sample } = values;
+    const { sample, 'trust-first': trustFirst } = values;
     const script = (values.script ?? (sample ? 'menu' : 'menu,text,batch,stop')).split(',');
     for (const kind of script)
       if (!Object.hasOwn(KINDS, kind)) fail(`there is no kind of question "${kind}"`);
     const pause = Number(values.pause ?? (sample ? 0 : 2));
     if (!(pause >= 0)) fail('--pause takes a number of seconds');
-    return { script, once: values.once ?? Boolean(sample), pauseMs: pause * 1000, sample, home: values.home };
+    return {
+      script,
+      once: values.once ?? Boolean(sample),
+      pauseMs: pause * 1000,
+      sample,
+      trustFirst,
+      home: values.home,
+    };
   } catch (error) {
     return fail(error.message);
   }
@@ -118,7 +127,7 @@ function play(asked) {
 }
 
 async function askOne(kind, round) {
-  const asked = question(kind, round, process.cwd());
+  const asked = question(kind, round, process.cwd(), { trustFirst: settings.trustFirst });
   current = kd('ask', ...sampleWords, ...askArguments(asked));
   const answer = play(asked);
   const card = await current;

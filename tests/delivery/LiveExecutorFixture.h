@@ -28,11 +28,14 @@ inline RunOutput says(std::string text, std::int32_t status = 0) {
     return ScriptedRunner::says(std::move(text), status);
 }
 
-inline std::string question(bool trustSelected, const std::string& folder = "/Users/me/p") {
-    return "Accessing workspace:\n\n" + folder + "\n\nQuick safety check: is this yours?\n\n" +
-           (trustSelected ? "  1. No, exit\n❯ 2. Yes, I trust this folder\n"
-                          : "❯ 1. No, exit\n  2. Yes, I trust this folder\n") +
-           "\nEnter to confirm · Esc to cancel\n";
+inline std::string question(
+    bool trustSelected, const std::string& folder = "/Users/me/p", bool trustFirst = false) {
+    const std::string trust = "Yes, I trust this folder", exit = "No, exit";
+    const std::string marks[] = {"❯ ", "  "};
+    const bool below = trustSelected != trustFirst; // the second option is selected
+    return "Accessing workspace:\n\n" + folder + "\n\nQuick safety check: is this yours?\n\n" + marks[below] +
+           "1. " + (trustFirst ? trust : exit) + "\n" + marks[!below] + "2. " + (trustFirst ? exit : trust) +
+           "\n\nEnter to confirm · Esc to cancel\n";
 }
 
 /// A job that is carried out: a healthy agent on ttys004 unless a test says otherwise, and a daemon that says

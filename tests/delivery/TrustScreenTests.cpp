@@ -19,31 +19,45 @@ struct Screen {
     std::string exit = " ❯ 1. No, exit";
     std::string trust = "   2. Yes, I trust this folder";
     std::vector<std::string> footer{"", " Enter to confirm · Esc to cancel", "", ""};
+    bool trustFirst = false; // the order of the options, whose lines are the same
+
+    static Screen ofOrder(bool trustFirst) {
+        Screen screen;
+        screen.trustFirst = trustFirst;
+        if (trustFirst)
+            screen.exit = " ❯ 2. No, exit", screen.trust = "   1. Yes, I trust this folder";
+        return screen;
+    }
 
     std::string text() const {
         std::vector<std::string> lines = above;
         lines.push_back(heading);
         lines.insert(lines.end(), path.begin(), path.end());
         lines.insert(lines.end(), question.begin(), question.end());
-        lines.insert(lines.end(), {exit, trust});
+        lines.insert(lines.end(), {trustFirst ? trust : exit, trustFirst ? exit : trust});
         lines.insert(lines.end(), footer.begin(), footer.end());
         return Text::join(lines, "\n");
     }
     std::string selected(std::optional<std::string> at = folder) const {
         const auto match = TrustScreen::match(text(), at, home);
-        return match ? match->selected : "none";
+        return match && match->trustFirst == trustFirst ? match->selected : "none";
     }
 };
 
+/// The same in both orders, or else what each gave.
 template <class Spoil>
 std::string selectedAfter(Spoil spoil) {
-    Screen screen;
-    spoil(screen);
-    return screen.selected();
+    std::vector<std::string> selected;
+    for (const bool trustFirst : {false, true}) {
+        auto screen = Screen::ofOrder(trustFirst);
+        spoil(screen);
+        selected.push_back(screen.selected());
+    }
+    return selected[0] == selected[1] ? selected[0] : Text::join(selected, ", ");
 }
 
 TEST(TrustScreen, theSelectionIsRead) {
-    EXPECT_EQ(Screen().selected(), "exit");
+    EXPECT_EQ(selectedAfter([](Screen&) {}), "exit");
     const auto moved = [](Screen& s) {
         s.exit = "   1. No, exit", s.trust = " ❯ 2. Yes, I trust this folder";
     };
@@ -59,7 +73,7 @@ TEST(TrustScreen, anyDoubtIsNoMatch) {
         {"both marked", [](Screen& s) { s.trust = " ❯ 2. Yes, I trust this folder"; }},
         {"none marked", [](Screen& s) { s.exit = "   1. No, exit"; }},
         {"number 3", [](Screen& s) { s.exit = " ❯ 3. No, exit"; }},
-        {"other order", [](Screen& s) { std::swap(s.exit, s.trust); }},
+        {"one option twice", [](Screen& s) { s.exit = " ❯ 1. Yes, I trust this folder"; }},
         {"a third option", [](Screen& s) { s.footer.insert(s.footer.begin(), "   3. Maybe"); }},
         {"no Enter", [](Screen& s) { s.footer[1] = " Esc to cancel"; }},
         {"answered", [](Screen& s) { s.footer.push_back("$ "), s.footer.push_back("$ ls"); }},
@@ -108,6 +122,7 @@ class ScreenAnswerTest : public LiveExecutorTest {
 protected:
     static constexpr const char* read = "tmux capture-pane -p -t %3";
 
+    static std::string reversed(bool trustSelected) { return question(trustSelected, folder, true); }
     /// The screens in the order of the reads; the last one stays.
     JobOutcome answer(std::string want, std::vector<std::string> screens) {
         std::vector<RunOutput> outputs;
@@ -136,6 +151,14 @@ TEST_F(ScreenAnswerTest, theSelectionIsMovedThenConfirmedEachKeyFromAFreshRead) 
     EXPECT_EQ(answer("exit", {yes, yes, no, blank}), JobOutcome::done());
     EXPECT_EQ(keys(), (Lines{up, enter}));
     EXPECT_EQ(runner->lines().back(), read) << "whoever exits needn't be there";
+
+    // Each key goes by the order that the latest read shows.
+    healthy();
+    EXPECT_EQ(answer("trust", {reversed(false), reversed(false), no, yes, blank}), JobOutcome::done());
+    EXPECT_EQ(keys(), (Lines{up, down, enter}));
+    healthy();
+    EXPECT_EQ(answer("exit", {reversed(true), reversed(true), reversed(false), blank}), JobOutcome::done());
+    EXPECT_EQ(keys(), (Lines{down, enter}));
 }
 
 TEST_F(ScreenAnswerTest, aQuestionThatDoesNotGoAlongEndsTheAnswer) {

@@ -1,7 +1,9 @@
 // Stands in a pane and writes down every byte that it reads, and as whom. What the process table calls it is
 // the name of its file, and its folder holds it under other names too. In raw mode, but for "silent":
-//   NAME LOG WHO agent [FOLDER MARKED]  echoes like an agent's prompt; with FOLDER it first asks whether that
-//                                       can be trusted, with the option "exit" or "trust" marked
+//   NAME LOG WHO agent [FOLDER MARKED ABOVE]  echoes like an agent's prompt; with FOLDER it first asks
+//   whether
+//                                       that can be trusted, with the option "exit" or "trust" marked, and
+//                                       one of them above the other
 //   NAME LOG WHO shell PROGRAM WORD...  runs the program in the foreground, and reads when that ends or stops
 //   NAME LOG WHO reader                 only reads
 //   NAME LOG WHO menu                   shows a choice and draws nothing of what is typed
@@ -80,6 +82,7 @@ public:
         } else {
             asks_ = words_.size() > 4;
             trust_ = asks_ && words_[5] == "trust";
+            trustFirst_ = asks_ && words_[6] == "trust";
             open();
         }
         while (true) {
@@ -123,10 +126,12 @@ private:
         show("\033[2J\033[H");
         if (!asks_)
             return show("> ");
+        const char* const options[]{"No, exit", "Yes, I trust this folder"};
+        const bool below = trust_ != trustFirst_; // the mark is on the second line
         show(fmt::format("Accessing workspace:\r\n\r\n{}\r\n\r\nQuick safety check: is this "
-                         "yours?\r\n\r\n{}1. No, exit\r\n{}2. Yes, I "
-                         "trust this folder\r\n\r\nEnter to confirm - Esc to cancel\r\n",
-            words_[4], trust_ ? "  " : "> ", trust_ ? "> " : "  "));
+                         "yours?\r\n\r\n{}1. {}\r\n{}2. {}\r\n\r\nEnter to confirm - Esc to cancel\r\n",
+            words_[4], below ? "  " : "> ", options[trustFirst_], below ? "> " : "  ",
+            options[!trustFirst_]));
     }
 
     bool readSome() {
@@ -159,7 +164,7 @@ private:
     bool choose(std::string_view keys) {
         while (!keys.empty() && asks_) {
             if (keys.starts_with("\033[A") || keys.starts_with("\033[B")) {
-                trust_ = keys[2] == 'B';
+                trust_ = (keys[2] == 'B') != trustFirst_;
                 keys.remove_prefix(3);
             } else {
                 if (keys.front() == '\r') {
@@ -261,7 +266,8 @@ private:
     Descriptor signals_;
     pid_t foreground_ = 0; // a child that has the terminal now
     bool asks_ = false;
-    bool trust_ = false;
+    bool trust_ = false;      // is marked
+    bool trustFirst_ = false; // stands above the other
 };
 
 } // namespace

@@ -66,7 +66,8 @@ struct Answer {
     std::vector<DeliverStep> steps;
     std::string marked, want; // of the folder question
     std::string bytes;
-    std::size_t keys = 0; // commands that type
+    std::size_t keys = 0;       // commands that type
+    std::string above = "exit"; // of the folder question
 };
 
 std::string anyText(Random& random) {
@@ -80,15 +81,14 @@ std::string anyText(Random& random) {
 
 Answer anyAnswer(const Row& row, Random& random) {
     if (row.question == Row::Question::folder) {
-        switch (random() % 3) {
-        case 0:
-            return {"down", {DeliverStep::nav("down"), DeliverStep::nav("enter")}, "exit", "trust",
-                "\033[B\r", 2};
-        case 1:
-            return {"trust", {DeliverStep::nav("enter")}, "trust", "trust", "\r", 1};
-        default:
-            return {"exit", {DeliverStep::nav("enter")}, "exit", "exit", "\r", 1};
-        }
+        const auto kind = random() % 3;
+        const std::string above = random() % 2 == 0 ? "exit" : "trust";
+        const std::string moved = above == "exit" ? "\033[B\r" : "\033[A\r";
+        if (kind == 0)
+            return {"move", {DeliverStep::nav("down"), DeliverStep::nav("enter")}, "exit", "trust", moved, 2,
+                above};
+        const std::string marked = kind == 1 ? "trust" : "exit";
+        return {marked, {DeliverStep::nav("enter")}, marked, marked, "\r", 1, above};
     }
     const auto text = anyText(random);
     switch (row.inPause ? 2 : random() % 4) {
@@ -104,6 +104,7 @@ Answer anyAnswer(const Row& row, Random& random) {
 Stage::Setup setupFor(const Row& row, const Answer& answer, Random& random) {
     static const std::vector<std::string> shells{"bash", "zsh", "xonsh", ""};
     Stage::Setup setup{shells[random() % shells.size()], answer.marked};
+    setup.above = answer.above;
     if (row.below == Row::Below::shell && setup.shell.empty())
         setup.shell = "bash";
     if (row.below == Row::Below::nothing)

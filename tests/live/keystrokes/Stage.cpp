@@ -87,7 +87,7 @@ std::map<std::string, std::string> Stage::environment() const {
 std::vector<std::string> Stage::program() const {
     auto agent = recorder("claude", "agent", setup_.role);
     if (!setup_.marked.empty())
-        agent = joined(std::move(agent), {project(), setup_.marked});
+        agent = joined(std::move(agent), {project(), setup_.marked, setup_.above});
     return setup_.shell.empty() ? agent : joined(recorder(setup_.shell, "shell", "shell"), agent);
 }
 

@@ -31,6 +31,7 @@ public:
     struct Setup {
         std::string shell = "bash"; // the name of what the agent runs below; empty for nothing
         std::string marked = {};    // of the folder question, "exit" or "trust"; empty for a plain prompt
+        std::string above = "exit"; // the option that stands above the other
         std::string role = "agent"; // the recorder's in the agent's pane
     };
 
