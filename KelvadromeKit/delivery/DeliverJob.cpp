@@ -68,6 +68,7 @@ DeliverJob DeliverJob::decode(const JSONValue& value) {
     job.codexThread = object.optional<std::string>("codex_thread");
     job.open = object.optional<Open>("open");
     job.screen = object.optional<Screen>("screen");
+    job.menu = object.optional<std::vector<std::string>>("menu");
     job.presence = object.required<std::string>("presence");
     job.expiresAt = object.required<std::string>("expires_at");
     return job;

@@ -71,6 +71,8 @@ struct DeliverJob {
     std::optional<std::string> codexThread; // with host "unknown": goes through Codex's own queue
     std::optional<Open> open;
     std::optional<Screen> screen;
+    std::optional<std::vector<std::string>>
+        menu;              // the options of which a key chooses one, as the card shows them
     std::string presence;  // tag of the page session that pressed the answer
     std::string expiresAt; // ISO 8601, kept as text
 

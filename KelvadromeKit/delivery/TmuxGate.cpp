@@ -22,6 +22,8 @@ constexpr double firstEchoLimit = 0.25; // of a look whether the agent draws wha
 constexpr double echoLimit = 1.0;
 constexpr double firstEchoPause = 0.01; // doubled with each look, up to the longest
 constexpr double longestEchoPause = 0.05;
+constexpr double menuLimit = 1.0; // for a menu to be drawn, or drawn anew
+constexpr double menuPause = 0.05;
 constexpr const char* somebodyTypes = "somebody types in the pane";
 constexpr const char* paneGone = "the pane no longer holds this session";
 constexpr double lateAfter = 2.0; // beyond a key's own limit, since tmux counts whole seconds
@@ -67,7 +69,7 @@ public:
     struct Found {
         std::string screen = {};
         std::vector<std::string> lines = {};     // of the screen, which the key's line names
-        bool textMissing = false;                // the screen doesn't show the text yet
+        bool notYet = false;                     // what is to stand on the screen may yet be drawn
         std::optional<std::string> refusal = {}; // what else speaks against the key
         bool given = false;                      // the key's line went out
     };
@@ -76,7 +78,7 @@ public:
     bool allows(Found found) {
         const std::lock_guard guard(lock_);
         found_ = std::move(found);
-        found_.given = !closed_ && !found_.textMissing && !found_.refusal;
+        found_.given = !closed_ && !found_.notYet && !found_.refusal;
         return found_.given;
     }
     /// Afterwards the line can't go out any more.
@@ -104,6 +106,17 @@ std::vector<std::string> lastLines(std::string_view screen) {
     return lines;
 }
 
+/// What the menu's screen says, printed by TmuxKeys::menuWords.
+MenuScreen::Seen seenMenu(const std::string& printed, const MenuScreen::Asked& asked) {
+    auto screen = std::string_view(printed);
+    screen = screen.substr(0, screen.find_last_not_of('\n') + 1);
+    const auto lastLine = screen.rfind('\n') + 1; // 0 where there is only one
+    const auto columns = Text::parseInteger(screen.substr(lastLine));
+    if (!columns || *columns < 1)
+        return {"the pane can't be read"};
+    return MenuScreen::look(screen.substr(0, lastLine), static_cast<std::size_t>(*columns), asked);
+}
+
 /// A line that no screen shows: nobody can guess it.
 std::string readyLine() {
     return fmt::format("ready {:08x}{:08x}", ::randombytes_random(), ::randombytes_random());
@@ -124,7 +137,8 @@ std::string afterLine(std::string_view printed, const std::string& ready) {
 
 TmuxGate::TmuxGate(DeliverJob job, std::shared_ptr<CommandRunning> inner, std::shared_ptr<AgentWatch> agent,
     std::shared_ptr<Clock> clock)
-    : job_(std::move(job)), inner_(std::move(inner)), agent_(std::move(agent)), clock_(std::move(clock)) {}
+    : job_(std::move(job)), menu_(MenuScreen::askedBy(job_)), inner_(std::move(inner)),
+      agent_(std::move(agent)), clock_(std::move(clock)) {}
 
 Task<RunOutput> TmuxGate::run(RunCommand command, double timeout) {
     if (isPs(command, job_)) {
@@ -142,6 +156,8 @@ Task<RunOutput> TmuxGate::run(RunCommand command, double timeout) {
     const bool reads = command.args[0] == "display-message" || command.args[0] == "capture-pane";
     if (!reads || !typesKeys(job_))
         co_return co_await onServer(std::move(command), timeout);
+    if (menu_ && command.args[0] == "display-message")
+        co_return co_await readWithMenu(std::move(command), timeout);
     auto output = co_await readWhenQuiet(command.path, command.args, timeout);
     if (command.args[0] == "capture-pane" && job_.screen)
         questionLines_ = lastLines(output.stdoutText);
@@ -190,7 +206,8 @@ Task<RunOutput> TmuxGate::readWhenQuiet(std::string tmux, std::vector<std::strin
         if (!look->typedJustNow()) {
             output.stdoutText.erase(0, output.stdoutText.find('\n') + 1);
             const bool preflight = !reading.empty() && reading[0] == "display-message";
-            const bool holds = !preflight || HostPlan::preflightPasses(job_, output.stdoutText);
+            const auto line = output.stdoutText.substr(0, output.stdoutText.find('\n'));
+            const bool holds = !preflight || HostPlan::preflightPasses(job_, line);
             if (auto no = rememberLook(std::move(*look), holds))
                 co_return refused(std::move(*no));
             co_return output;
@@ -198,6 +215,30 @@ Task<RunOutput> TmuxGate::readWhenQuiet(std::string tmux, std::vector<std::strin
         if (clock_->uptime() - began >= silenceLimit)
             co_return refused(somebodyTypes);
         co_await clock_->sleep(silencePause);
+    }
+}
+
+/// A look before the first key, with the screen: the menu must stand there as it was asked. An agent that is
+/// just drawing it is given a moment. The output is that of `command` alone.
+Task<RunOutput> TmuxGate::readWithMenu(RunCommand command, double timeout) {
+    auto reading = command.args;
+    reading.emplace_back(";");
+    const auto screen = TmuxKeys::menuWords(pane());
+    reading.insert(reading.end(), screen.begin(), screen.end());
+    const double began = clock_->uptime();
+    for (;;) {
+        auto output = co_await readWhenQuiet(command.path, reading, timeout);
+        const auto end = std::min(output.stdoutText.find('\n'), output.stdoutText.size());
+        const auto printed = output.stdoutText.substr(std::min(end + 1, output.stdoutText.size()));
+        output.stdoutText.resize(end);
+        if (!output.succeeded() || !HostPlan::preflightPasses(job_, output.stdoutText))
+            co_return output;
+        auto seen = seenMenu(printed, *menu_);
+        if (!seen.refusal)
+            co_return output;
+        if (clock_->uptime() - began >= menuLimit)
+            co_return refused(std::move(*seen.refusal));
+        co_await clock_->sleep(menuPause);
     }
 }
 
@@ -240,8 +281,9 @@ Task<TmuxGate::Attempt> TmuxGate::pressOnce(RunCommand keys, double timeout) {
     ScreenJudge judge;
     if (isText)
         judge = [lines = questionLines_](const std::string&) { return ScreenVerdict{lines}; };
-    auto trying =
-        endsText ? pressReturn(std::move(keys), timeout) : type(std::move(keys), timeout, std::move(judge));
+    auto trying = endsText ? pressReturn(std::move(keys), timeout)
+                  : menu_  ? pressOption(std::move(keys), timeout)
+                           : type(std::move(keys), timeout, std::move(judge));
     auto attempt = co_await std::move(trying);
     if (!attempt.typedMeanwhile)
         text_ = isText && attempt.output.succeeded() ? text : std::nullopt;
@@ -261,7 +303,7 @@ Task<TmuxGate::Attempt> TmuxGate::pressReturn(RunCommand keys, double timeout) {
     double pause = firstEchoPause;
     for (;;) {
         auto attempt = co_await type(keys, timeout, textMustStand());
-        if (!attempt.textMissing)
+        if (!attempt.notYet)
             co_return attempt;
         if (clock_->uptime() - began >= echoLimit) {
             const bool silent =
@@ -278,13 +320,30 @@ Task<TmuxGate::Attempt> TmuxGate::pressReturn(RunCommand keys, double timeout) {
     }
 }
 
+/// The digit goes out in the very turn in which its menu is seen on the screen as it was asked. A screen that
+/// is being drawn anew may lack it for a moment.
+Task<TmuxGate::Attempt> TmuxGate::pressOption(RunCommand keys, double timeout) {
+    const ScreenJudge judge = [asked = *menu_](const std::string& printed) {
+        auto seen = seenMenu(printed, asked);
+        const bool notYet = seen.refusal.has_value();
+        return ScreenVerdict{std::move(seen.lines), std::move(seen.refusal), notYet};
+    };
+    const double began = clock_->uptime();
+    for (;;) {
+        auto attempt = co_await type(keys, timeout, judge);
+        if (!attempt.notYet || clock_->uptime() - began >= menuLimit)
+            co_return attempt;
+        co_await clock_->sleep(menuPause);
+    }
+}
+
 /// Where there is an input line, or the text has stood and is gone, the agent asks something else by now.
 TmuxGate::ScreenJudge TmuxGate::textMustStand() const {
     return [text = *text_, before = screenBeforeText_, first = echoOfText_, lines = questionLines_](
                const std::string& screen) {
         ScreenVerdict verdict{lines};
         const auto echo = TypedEcho::find(text, before, screen);
-        verdict.textMissing = !echo;
+        verdict.notYet = !echo;
         if (echo && (echo->drafted || (first && first->line != echo->line)))
             verdict.refusal = "something else stands at the agent's prompt beside the text";
         else if (echo)
@@ -334,23 +393,26 @@ Task<TmuxGate::Attempt> TmuxGate::type(RunCommand keys, double timeout, ScreenJu
             auto verdict = judge(found.screen);
             under.lines = std::move(verdict.lines);
             found.refusal = std::move(verdict.refusal);
-            found.textMissing = verdict.textMissing;
+            found.notYet = verdict.notYet;
         }
         found.lines = under.lines;
         auto line = TmuxKeys::guarded(keys, under);
-        if (!found.refusal && !found.textMissing)
+        if (!found.refusal && !found.notYet)
             found.refusal = agent->refusalNow(); // the last of all that is looked at
         return last->allows(std::move(found)) ? std::move(line) : std::nullopt;
     };
-    auto client = TmuxKeys::waiting(keys, ready, judge != nullptr);
+    std::vector<std::string> reading;
+    if (judge)
+        reading = menu_ ? TmuxKeys::menuWords(pane()) : TmuxKeys::captureWords(pane());
+    auto client = TmuxKeys::waiting(keys, ready, reading);
     client.input = std::make_shared<const LateInput>(LateInput{ready, give});
     auto output = co_await onServer(std::move(client), timeout);
     attempt.ended = clock_->uptime();
     auto found = last->close();
     condition.lines = std::move(found.lines);
     attempt.screen = std::move(found.screen);
-    attempt.textMissing = found.textMissing;
-    if (found.refusal || found.textMissing) {
+    attempt.notYet = found.notYet;
+    if (found.refusal || found.notYet) {
         attempt.output = refused(found.refusal.value_or(""));
         co_return attempt;
     }

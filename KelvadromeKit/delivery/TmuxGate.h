@@ -3,6 +3,7 @@
 #include "KelvadromeKit/delivery/AgentWatch.h"
 #include "KelvadromeKit/delivery/CommandRunning.h"
 #include "KelvadromeKit/delivery/DeliverJob.h"
+#include "KelvadromeKit/delivery/MenuScreen.h"
 #include "KelvadromeKit/delivery/TmuxKeys.h"
 #include "KelvadromeKit/delivery/TypedEcho.h"
 #include "KelvadromeKit/support/Clock.h"
@@ -20,8 +21,9 @@ namespace kelvadrome {
 /// Every tmux command goes to the server that the agent was started in. The first look at the pane is
 /// remembered, and each key goes out in one command that compares all of it inside that server at the moment
 /// of typing. The agent's process is looked at when that command's client is connected and waits for its
-/// line, and once more after the key. Return waits until the text before it stands on the screen. `ps` is
-/// answered by the watch. Commands for other programs pass.
+/// line, and once more after the key. Return waits until the text before it stands on the screen, and the
+/// digit of a menu goes out only while that menu stands there. `ps` is answered by the watch. Commands for
+/// other programs pass.
 ///
 /// A client costs some milliseconds, so that what is asked at one moment is asked by one: the look together
 /// with the command that the executor wants before its keys, and the screen together with the key.
@@ -41,7 +43,7 @@ private:
     struct ScreenVerdict {
         std::vector<std::string> lines = {};     // that must still stand there when the key goes out
         std::optional<std::string> refusal = {}; // why the key must not go out
-        bool textMissing = false;                // it must not go out yet
+        bool notYet = false;                     // it must not go out yet
     };
     /// Judges the screen on the runner's thread, maybe after the gate is gone: it holds copies only.
     using ScreenJudge = std::function<ScreenVerdict(const std::string& screen)>;
@@ -51,16 +53,18 @@ private:
         RunOutput output;
         double ended = 0;            // uptime when its client had ended: the key went in before
         std::string screen = {};     // right before the key, where it was asked for
-        bool textMissing = false;    // no key was typed: the screen didn't show the text
+        bool notYet = false;         // no key was typed: the screen doesn't show what it is to, and may yet
         bool typedMeanwhile = false; // no key was typed, only because somebody typed in the pane
     };
 
     Task<RunOutput> onServer(RunCommand command, double timeout);
     Task<std::optional<std::string>> serverRefusal();
     Task<RunOutput> readWhenQuiet(std::string tmux, std::vector<std::string> reading, double timeout);
+    Task<RunOutput> readWithMenu(RunCommand command, double timeout);
     std::optional<std::string> rememberLook(TmuxKeys::Look look, bool holdsSession);
     Task<RunOutput> press(RunCommand keys, double timeout);
     Task<Attempt> pressOnce(RunCommand keys, double timeout);
+    Task<Attempt> pressOption(RunCommand keys, double timeout);
     Task<Attempt> pressReturn(RunCommand keys, double timeout);
     Task<Attempt> type(RunCommand keys, double timeout, ScreenJudge judge);
     Task<RunOutput> afterKey(RunOutput output);
@@ -69,6 +73,7 @@ private:
     std::string pane() const { return job_.hostRef.value_or(""); }
 
     const DeliverJob job_;
+    const std::optional<MenuScreen::Asked> menu_; // whose option the job's one key chooses
     const std::shared_ptr<CommandRunning> inner_;
     const std::shared_ptr<AgentWatch> agent_;
     const std::shared_ptr<Clock> clock_;

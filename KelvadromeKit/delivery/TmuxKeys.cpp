@@ -179,12 +179,15 @@ std::vector<std::string> captureWords(const std::string& pane) {
     return {"capture-pane", "-p", "-e", "-t", pane};
 }
 
-RunCommand waiting(const RunCommand& keys, const std::string& ready, bool withScreen) {
-    std::vector<std::string> words;
-    if (withScreen) {
-        words = captureWords(keys.args.at(2));
+std::vector<std::string> menuWords(const std::string& pane) {
+    return {"capture-pane", "-p", "-t", pane, ";", "display-message", "-p", "-t", pane, "#{pane_width}"};
+}
+
+RunCommand waiting(
+    const RunCommand& keys, const std::string& ready, const std::vector<std::string>& reading) {
+    auto words = reading;
+    if (!words.empty())
         words.emplace_back(";");
-    }
     words.insert(words.end(), {"display-message", "-p", ready, ";", "source-file", "-"});
     return {keys.path, std::move(words), keys.pauseAfterMs};
 }

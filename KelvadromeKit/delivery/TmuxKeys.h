@@ -44,6 +44,8 @@ std::optional<std::string> stateRefusal(const Look& look);
 /// A tmux command that prints the pane's screen with its colours, by which a suggestion of the agent's
 /// differs from what was typed.
 std::vector<std::string> captureWords(const std::string& pane);
+/// The same without colours; a last line gives the pane's width in columns.
+std::vector<std::string> menuWords(const std::string& pane);
 
 /// What must still be so when a key goes out.
 struct Condition {
@@ -53,10 +55,11 @@ struct Condition {
     double limit = 0;               // seconds after `sent` at which the key has come too late
 };
 
-/// Begins what `guarded` ends: a client of the server that prints the pane's screen if that is asked for,
-/// then the line `ready`, and then carries out what it is given as its input. So between a look and
-/// the key passes no more time than one line takes to the client.
-RunCommand waiting(const RunCommand& keys, const std::string& ready, bool withScreen);
+/// Begins what `guarded` ends: a client of the server that carries out `reading`, a command that prints (none
+/// if empty), prints the line `ready`, and then carries out what it is given as its input. So between a look
+/// and the key passes no more time than one line takes to the client.
+RunCommand waiting(
+    const RunCommand& keys, const std::string& ready, const std::vector<std::string>& reading = {});
 
 /// `keys`, a send-keys command, as a line for that client: types under the condition and prints "ok", or
 /// types nothing and prints what it saw. Absent for keys of another form.

@@ -176,6 +176,13 @@ std::string_view dropFirst(std::string_view text, std::size_t count) {
     return text.substr(offsetOfCharacter(text, count));
 }
 
+std::size_t columns(std::string_view text) {
+    std::size_t count = 0;
+    for (const auto scalar : scalars(text))
+        count += static_cast<std::size_t>(utf8proc_charwidth(static_cast<utf8proc_int32_t>(scalar)));
+    return count;
+}
+
 std::string normalizedNFC(std::string_view text) {
     utf8proc_uint8_t* mapped = nullptr;
     const auto length = utf8proc_map(reinterpret_cast<const utf8proc_uint8_t*>(text.data()),

@@ -25,6 +25,9 @@ std::string_view prefix(std::string_view text, std::size_t count);
 /// The text without its first `count` characters.
 std::string_view dropFirst(std::string_view text, std::size_t count);
 
+/// The columns that a terminal gives it: 2 for a wide scalar, none for one that joins the scalar before it.
+std::size_t columns(std::string_view text);
+
 /// Canonical composition. Text that can't be normalised (ill-formed) comes back as it is.
 std::string normalizedNFC(std::string_view text);
 /// Equality of canonically equivalent texts.

@@ -58,7 +58,10 @@ export function fitAnswer(card, answer, acceptAllDefaults) {
 /** An answer as the agent that got it would name it: an option, a text, or the line of a batch. */
 export const answerLine = (card, answer) => (typeof answer === 'string' ? answer : batchLine(card, answer));
 
-/** What a delivery job carries for this answer: `steps`, and `screen` for a question that is read off the screen. */
+/**
+ * What a delivery job carries for this answer: `steps`, `screen` for a question that is read off the screen, and `menu`,
+ * the options that must still stand there when one of them is chosen by its number.
+ */
 export function deliveryOf(card, answer) {
   if (card.screen) {
     const trust = answer === card.options[0];
@@ -69,6 +72,10 @@ export function deliveryOf(card, answer) {
       screen: { ...card.screen, want: trust ? 'trust' : 'exit' },
     };
   }
-  if (card.menu) return { steps: [{ kind: 'key', key: MENU_KEYS[card.options.indexOf(answer)] }] };
+  if (card.menu)
+    return {
+      steps: [{ kind: 'key', key: MENU_KEYS[card.options.indexOf(answer)] }],
+      menu: card.options,
+    };
   return { steps: [{ kind: 'text', text: answerLine(card, answer) }] };
 }

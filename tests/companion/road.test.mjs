@@ -94,6 +94,7 @@ test('the answer is typed as the kind of question wants it, and refused where th
     assert.deepEqual([deliveryOf(card, fitted.answer).steps, fitted.words], [steps, words]);
   }
   assert.equal(deliveryOf(trust, 'No, exit').screen.want, 'exit');
+  assert.deepEqual(deliveryOf(menu, 'Nein').menu, menu.options);
   for (const [card, answer, words] of [
     [batch, { lang: 'Go' }, /"Tests\?" has no answer/],
     [batch, { lang: 'Go', other: 'x' }, /no question "other"/],

@@ -151,6 +151,43 @@ TEST_F(TmuxGateTest, returnFollowsOnlyWhereTheTextStands) {
     EXPECT_EQ(deliver(job), missing);
 }
 
+TEST_F(TmuxGateTest, aDigitGoesOutOnlyWhileItsMenuStands) {
+    auto job = answerJob({DeliverStep::key("2")});
+    job.menu = Lines{"Yes", "No"};
+    const auto menu = says("  1. Yes\n❯ 2. No\n");
+    const auto other = says("Delete?\n❯ 1. No\n  2. Yes\n");
+    const auto empty = says("\n");
+    const std::string gone = "the menu is no longer on the screen";
+    const std::string changed = "option 2 on the screen is \"Yes\"";
+    runner->on("pane_width", says("100\n"));
+    const struct {
+        std::vector<RunOutput> screens;
+        JobOutcome outcome;
+        int asked;
+    } rows[] = {
+        {{menu}, JobOutcome::done(), 1},
+        {{empty, empty, menu}, JobOutcome::done(), 1},       // the agent is still drawing it
+        {{menu, empty, other, menu}, JobOutcome::done(), 1}, // and draws it anew
+        {{empty}, JobOutcome::refused(gone), 0},
+        {{other}, JobOutcome::refused(changed), 0},
+        {{menu, empty}, JobOutcome::refused(gone), 1},
+        {{menu, other}, JobOutcome::refused(changed), 1},
+    };
+    for (const auto& [screens, outcome, toldToStart] : rows) {
+        asked = 0;
+        runner->calls.clear();
+        runner->on("capture-pane -p -t %3", screens);
+        EXPECT_EQ(deliver(job), outcome);
+        EXPECT_EQ(asked, toldToStart);
+        EXPECT_EQ(runner->lines("send-keys").size(), outcome == JobOutcome::done() ? 1U : 0U);
+    }
+    runner->on("capture-pane -p -t %3", menu);
+    EXPECT_EQ(deliver(job), JobOutcome::done());
+    EXPECT_TRUE(runner->lines("send-keys").back().contains("#{C:❯ 2? No}"));
+    runner->on("pane_width", says("\n"));
+    EXPECT_EQ(deliver(job), JobOutcome::refused("the pane can't be read"));
+}
+
 TEST_F(TmuxGateTest, whoTypesIsLetFinish) {
     runner->on(looking, {says(look("0 0 0 0", "/999/")), says(look("0 0 0 0", "/980/"))});
     EXPECT_EQ(deliver(key), JobOutcome::done());

@@ -112,7 +112,7 @@ TEST_F(TmuxDelivery, aKeyThatTmuxGetsTooLateIsNotTyped) {
     // As from a server that slept; and from one whose clock was set back meanwhile.
     for (const double sent : {now - 100, now + 100, now}) {
         const TmuxKeys::Condition condition{.look = *seen, .lines = {}, .sent = sent, .limit = 7};
-        auto client = TmuxKeys::waiting(key, "ready", false);
+        auto client = TmuxKeys::waiting(key, "ready");
         client.args.insert(client.args.begin(), {"-S", stage->socket()});
         client.input = std::make_shared<const LateInput>(
             LateInput{"ready", [&](std::string_view) { return TmuxKeys::guarded(key, condition); }});
