@@ -120,6 +120,7 @@ function play(asked) {
       state = kind.press(asked, state, key);
       if (state.chosen === undefined) return screen.paint(kind.view(asked, state));
       onKey = () => {};
+      screen.paint([`● ${asked.title}`]); // at once, though its card may still be on its way
       return done(state);
     };
     screen.paint(kind.view(asked, state));

@@ -11,6 +11,7 @@
 
 #include <csignal>
 #include <filesystem>
+#include <fstream>
 
 namespace kelvadrome {
 
@@ -29,14 +30,25 @@ protected:
         runner = std::make_shared<ProcessRunner>(loop.pool(), stage->environment());
     }
 
-    JobOutcome perform(DeliverJob job) {
-        // Waits of its own pass in real time.
+    LiveExecutor executorFor(const DeliverJob& job, std::shared_ptr<Clock> pauses) {
+        // Waits of the gate pass in real time.
         const DeliveryRunners runners(
             loop.pool(), stage->environment(), std::make_shared<SystemClock>(), runner);
-        const LiveExecutor executor{runners.forJob(job),
-            {{"tmux", "/usr/bin/tmux"}, {"claude", stage->agentBin()}}, clock, "/nobody"};
-        const LiveExecutor::Start go = [this] { return yes(this); };
-        return runPaced(loop, *clock, executor.perform(std::move(job), {"tag"}, clock->now(), go));
+        return {runners.forJob(job), {{"tmux", "/usr/bin/tmux"}, {"claude", stage->agentBin()}},
+            std::move(pauses), "/nobody"};
+    }
+    LiveExecutor::Start go() {
+        return [this] { return yes(this); };
+    }
+    JobOutcome perform(DeliverJob job) {
+        const auto executor = executorFor(job, clock);
+        return runPaced(loop, *clock, executor.perform(std::move(job), {"tag"}, clock->now(), go()));
+    }
+    /// With the pauses that an agent needs to draw.
+    JobOutcome performInRealTime(DeliverJob job) {
+        const auto system = std::make_shared<SystemClock>();
+        const auto executor = executorFor(job, system);
+        return loop.run(executor.perform(std::move(job), {"tag"}, system->now(), go()));
     }
     JobOutcome type(const std::string& text) { return perform(stage->answer({DeliverStep::text(text)})); }
 
@@ -45,6 +57,15 @@ protected:
             Text::trimWhitespace(stage->tmux({"display-message", "-p", "-t", target, format})));
     }
     std::string typed() const { return stage->recording().bytes("agent"); }
+    std::string screen(const std::string& pane) { return stage->tmux({"capture-pane", "-p", "-t", pane}); }
+    void waitForScreen(const std::string& pane, const std::string& text) {
+        stage->waitUntil([&] { return screen(pane).contains(text); }, "the pane to show " + text);
+    }
+    /// Draws as the agent would, on an empty screen.
+    void draw(const DeliverJob& job, const std::string& text, const std::string& last) {
+        std::ofstream("/dev/" + job.tty.value()) << "\033[2J\033[H" << text << std::flush;
+        waitForScreen(stage->pane(), last);
+    }
     void expectTyped(const std::string& text) {
         stage->waitUntil([&] { return typed().size() >= text.size(); }, "the keys to arrive: " + text);
         EXPECT_EQ(typed(), text);
@@ -99,6 +120,56 @@ TEST_F(TmuxDelivery, returnIsKeptBackWhereTheTextDoesNotStandAtAPrompt) {
         EXPECT_EQ(type("no"), JobOutcome::failed("the text does not stand at the agent's prompt")) << role;
         EXPECT_EQ(typed(), got) << role;
     }
+}
+
+TEST_F(TmuxDelivery, aMenuThatChangesBetweenThePressAndTheKeyGetsNoDigit) {
+    startAgent("reader");
+    auto job = stage->answer({DeliverStep::key("2")});
+    job.menu = std::vector<std::string>{
+        "Ja, größer – 日本語", "Nein, und nicht noch einmal 🎉 fragen", "c; #{x}, {y}"};
+    const std::string menu =
+        "\033[36m❯\033[0m 1. \033[1mJa, größer – 日本語\033[0m\r\n  2. Nein, und nicht noch einmal 🎉 "
+        "fragen\r\n  3. c; #{x}, {y}\r\n\r\n\033[2mEsc to cancel\033[0m";
+    draw(job, menu, "Esc");
+    EXPECT_EQ(perform(job), JobOutcome::done());
+    stage->tmux({"resize-window", "-x", "16", "-y", "30"}); // the terminal breaks the lines
+    draw(job, menu, "Esc");
+    EXPECT_EQ(perform(job), JobOutcome::done());
+    job.steps = {{DeliverStep::key("3")}};
+    EXPECT_EQ(perform(job), JobOutcome::done());
+    expectTyped("223");
+
+    whenAsked = [&] { draw(job, "❯ 1. Yes\r\n  2. No\r\n  3. Never\r\n", "Never"); };
+    EXPECT_EQ(perform(job), JobOutcome::refused("option 3 on the screen is \"Never\""));
+    draw(job, menu, "Esc");
+    whenAsked = [&] { draw(job, "> ", ">"); };
+    EXPECT_EQ(perform(job), JobOutcome::refused("the menu is no longer on the screen"));
+    expectTyped("223");
+}
+
+TEST_F(TmuxDelivery, theSampleAgentsFolderQuestionWithTrustFirstAndItsMenuAreAnswered) {
+    startAgent("reader");
+    const auto folder = stage->project();
+    const auto said = stage->tmux({"new-window", "-d", "-c", folder, "-P", "-F",
+        "#{pane_id} #{pane_tty} #{pane_pid}", "--", NODE, SAMPLE_AGENT, "--once", "--pause=0",
+        "--script=trust,menu", "--trust-first", "--home=" + folder + "/none"});
+    const auto facts = Text::split(Text::trimWhitespace(said), ' ');
+    auto job = stage->answer({DeliverStep::nav("enter")});
+    job.hostRef = facts[0];
+    job.tty = facts[1].substr(std::string_view("/dev/").size());
+    job.pid = job.pgid = Text::parseInteger(facts[2]);
+    waitForScreen(*job.hostRef, "Enter to confirm");
+    stage->tmux({"send-keys", "-t", *job.hostRef, "Down"}); // somebody looked at the other option
+    waitForScreen(*job.hostRef, "❯ 2. No, exit");
+    job.screen = DeliverJob::Screen{"claude_trust", "trust", folder};
+    EXPECT_EQ(performInRealTime(job), JobOutcome::done()) << screen(*job.hostRef);
+
+    waitForScreen(*job.hostRef, "1. PostgreSQL");
+    job.screen.reset();
+    job.steps = {{DeliverStep::key("2")}};
+    job.menu = std::vector<std::string>{"PostgreSQL", "SQLite", "Keep the old one"};
+    EXPECT_EQ(performInRealTime(job), JobOutcome::done()) << screen(*job.hostRef);
+    waitForScreen(*job.hostRef, "You chose: SQLite");
 }
 
 TEST_F(TmuxDelivery, aKeyThatTmuxGetsTooLateIsNotTyped) {

@@ -12,7 +12,7 @@ enum class Order {
     startEditor,     // the same on the alternate screen, as an editor does
     startJob,        // a child in a group of its own gets the terminal
     leaveQuestion,   // the question on its screen gives way to another, of which it knows nothing more
-    markOther,       // the other option of the folder question gets the mark
+    changeOptions,   // the other option of the folder question gets the mark, those of the menu change places
     replaceAgent,    // a shell: ends its agent and starts a second one
     reusePid,        // a shell: the same, and the second one gets the pid of the first
 };

@@ -1,9 +1,9 @@
 // Stands in a pane and writes down every byte that it reads, and as whom. What the process table calls it is
 // the name of its file, and its folder holds it under other names too. In raw mode, but for "silent":
-//   NAME LOG WHO agent [FOLDER MARKED ABOVE]  echoes like an agent's prompt; with FOLDER it first asks
-//   whether
-//                                       that can be trusted, with the option "exit" or "trust" marked, and
-//                                       one of them above the other
+//   NAME LOG WHO agent [menu | FOLDER MARKED ABOVE]
+//                                       echoes like an agent's prompt; first it asks to choose from a menu,
+//                                       or whether FOLDER can be trusted, with the option "exit" or "trust"
+//                                       marked, and one of them above the other
 //   NAME LOG WHO shell PROGRAM WORD...  runs the program in the foreground, and reads when that ends or stops
 //   NAME LOG WHO reader                 only reads
 //   NAME LOG WHO menu                   shows a choice and draws nothing of what is typed
@@ -80,7 +80,8 @@ public:
         if (role_ == "shell") {
             startJob(Words(words_.begin() + 4, words_.end()));
         } else {
-            asks_ = words_.size() > 4;
+            asks_ = words_.size() > 5;
+            menu_ = words_.size() == 5;
             trust_ = asks_ && words_[5] == "trust";
             trustFirst_ = asks_ && words_[6] == "trust";
             open();
@@ -124,6 +125,9 @@ private:
 
     void draw() {
         show("\033[2J\033[H");
+        if (menu_)
+            return show(fmt::format(
+                "Which one?\r\n\r\n❯ 1. {}\r\n  2. {}\r\n\r\nEsc to cancel", colours_[0], colours_[1]));
         if (!asks_)
             return show("> ");
         const char* const options[]{"No, exit", "Yes, I trust this folder"};
@@ -144,7 +148,7 @@ private:
         for (const unsigned char byte : keys)
             hex += fmt::format("{:02x}", byte);
         note("read", hex);
-        return role_ != "agent" || (asks_ ? choose(keys) : echo(keys));
+        return role_ != "agent" || (menu_ ? pick(keys) : asks_ ? choose(keys) : echo(keys));
     }
 
     bool echo(std::string_view keys) {
@@ -158,6 +162,15 @@ private:
                 drawn += key;
         }
         show(drawn);
+        return true;
+    }
+
+    bool pick(std::string_view keys) {
+        if (keys.front() == '1' || keys.front() == '2') {
+            note("chose", colours_[static_cast<std::size_t>(keys.front() - '1')]);
+            menu_ = false;
+            draw();
+        }
         return true;
     }
 
@@ -213,12 +226,13 @@ private:
         case Order::startJob:
             return startJob({folder_ + "make", words_[1], "job", "reader"});
         case Order::leaveQuestion:
-            asks_ = false;
+            asks_ = menu_ = false;
             who_ = "later";
             draw();
             return note("ready");
-        case Order::markOther:
+        case Order::changeOptions:
             trust_ = !trust_;
+            std::swap(colours_[0], colours_[1]);
             draw();
             return note("ready");
         case Order::replaceAgent:
@@ -265,6 +279,8 @@ private:
     Descriptor log_;
     Descriptor signals_;
     pid_t foreground_ = 0; // a child that has the terminal now
+    bool menu_ = false;
+    std::string colours_[2]{"Red", "Blue"}; // the menu's options
     bool asks_ = false;
     bool trust_ = false;      // is marked
     bool trustFirst_ = false; // stands above the other

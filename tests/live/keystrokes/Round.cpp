@@ -64,7 +64,7 @@ std::shared_ptr<CommandRunning> runnerFor(const DeliverJob& job, const Stage& st
 struct Answer {
     std::string kind;
     std::vector<DeliverStep> steps;
-    std::string marked, want; // of the folder question
+    std::string marked, want; // of the question
     std::string bytes;
     std::size_t keys = 0;       // commands that type
     std::string above = "exit"; // of the folder question
@@ -90,6 +90,8 @@ Answer anyAnswer(const Row& row, Random& random) {
         const std::string marked = kind == 1 ? "trust" : "exit";
         return {marked, {DeliverStep::nav("enter")}, marked, marked, "\r", 1, above};
     }
+    if (row.question == Row::Question::menu)
+        return {"menu", {DeliverStep::key("2")}, "menu", "Blue", "2", 1};
     const auto text = anyText(random);
     switch (row.inPause ? 2 : random() % 4) {
     case 0:
@@ -178,9 +180,9 @@ void judge(Verdict& verdict, const Answer& answer, const Recording& seen) {
     const bool inOnePiece = got.find(answer.bytes) != std::string::npos;
     std::erase(got, foreignKey);
     // The keys that lead to an option depend on which one had the mark.
-    const bool exact = answer.want.empty()
-                           ? inOnePiece && got == answer.bytes
-                           : chosen && chosen->word == answer.want && got.find('\r') + 1 == got.size();
+    const bool exact = answer.want.empty() ? inOnePiece && got == answer.bytes
+                                           : chosen && chosen->word == answer.want &&
+                                                 got.find(answer.bytes.back()) + 1 == got.size();
     const bool nothing = got.empty() && verdict.strays.empty();
     const auto& said = verdict.outcome.outcome;
     verdict.saidDone = said == "done" && (!exact || !verdict.strays.empty());
@@ -242,7 +244,9 @@ Verdict Round::play(Pace& pace) const {
     Stage stage(setup);
     row->prepare(stage);
     auto job = stage.answer(answer.steps);
-    if (!answer.want.empty())
+    if (row->question == Row::Question::menu)
+        job.menu = std::vector<std::string>{"Red", "Blue"};
+    if (row->question == Row::Question::folder)
         job.screen = DeliverJob::Screen{"claude_trust", answer.want, stage.project()};
 
     const auto clock = std::make_shared<SystemClock>();

@@ -14,6 +14,7 @@ using namespace std::chrono_literals;
 constexpr auto shell = Row::Below::shell;
 constexpr auto unseen = Row::LastInstant::unseen;
 constexpr auto folder = Row::Question::folder;
+constexpr auto menu = Row::Question::menu;
 
 void change(Stage& stage, pid_t recorder, Order order, const std::string& who) {
     const auto before = stage.recording().count(who, "ready");
@@ -127,12 +128,18 @@ std::vector<Row> all() {
             {.harmless = true}},
         {"server-restarted", "server restarted, another agent in its pane", restart},
         {"server-frozen", "tmux server stands still for a while", freeze},
+        {"menu", "menu: nothing", nothing, {.question = menu, .harmless = true}},
+        {"menu-left", "menu: gone from the screen", told(Order::leaveQuestion, "later"), {.question = menu}},
+        {"menu-other", "menu: another one of the same size", told(Order::changeOptions, "agent"),
+            {.question = menu}},
+        {"menu-replaced", "menu: another agent shows the same", shellTold(Order::replaceAgent),
+            {.question = menu, .below = shell, .lastInstant = unseen}},
         {"folder", "folder question: nothing", nothing, {.question = folder, .harmless = true}},
         {"folder-killed", "folder question: agent killed", agentGets(SIGKILL),
             {.question = folder, .below = shell}},
         {"folder-left", "folder question: another question on the screen",
             told(Order::leaveQuestion, "later"), {.question = folder}},
-        {"folder-marked", "folder question: the other option marked", told(Order::markOther, "agent"),
+        {"folder-marked", "folder question: the other option marked", told(Order::changeOptions, "agent"),
             {.question = folder}},
         {"folder-replaced", "folder question: another agent asks the same", shellTold(Order::replaceAgent),
             {.question = folder, .below = shell, .lastInstant = unseen}},

@@ -17,7 +17,7 @@ constexpr char foreignKey = '~';
 
 /// What is special about a row.
 struct RowTraits {
-    enum class Question { prompt, folder };
+    enum class Question { prompt, folder, menu };
     /// What the agent must run below.
     enum class Below { either, shell, nothing };
     /// Who can see the change in the last instant, when all that can be looked at from outside has been: the

@@ -86,7 +86,9 @@ std::map<std::string, std::string> Stage::environment() const {
 
 std::vector<std::string> Stage::program() const {
     auto agent = recorder("claude", "agent", setup_.role);
-    if (!setup_.marked.empty())
+    if (setup_.marked == "menu")
+        agent.push_back(setup_.marked);
+    else if (!setup_.marked.empty())
         agent = joined(std::move(agent), {project(), setup_.marked, setup_.above});
     return setup_.shell.empty() ? agent : joined(recorder(setup_.shell, "shell", "shell"), agent);
 }

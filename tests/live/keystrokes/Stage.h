@@ -30,7 +30,8 @@ class Stage {
 public:
     struct Setup {
         std::string shell = "bash"; // the name of what the agent runs below; empty for nothing
-        std::string marked = {};    // of the folder question, "exit" or "trust"; empty for a plain prompt
+        std::string marked = {};    // of the folder question, "exit" or "trust"; "menu" for a choice between
+                                    // Red and Blue; empty for a plain prompt
         std::string above = "exit"; // the option that stands above the other
         std::string role = "agent"; // the recorder's in the agent's pane
     };
