@@ -17,7 +17,8 @@ test('an answer goes from ask to typed: held, armed, claimed, started, done', as
   const { id: job_id, presence, expires_at, ...rest } = await claim;
   const { cwd: _, ...where } = live;
   const asker = { card_id: id, agent: 'claude', session_id: `claude-${live.pid}` };
-  assert.deepEqual(rest, { type: 'answer', ...asker, ...where, steps: [{ kind: 'key', key: '2' }] });
+  const steps = [{ kind: 'key', key: '2' }];
+  assert.deepEqual(rest, { type: 'answer', ...asker, ...where, steps, menu: ['Yes', 'No'] });
   assert.match(presence, /^[0-9a-f]{32}$/);
   assert.ok(Date.parse(expires_at) > Date.now());
   assert.equal((await world.card(id)).state, 'armed');
@@ -94,7 +95,6 @@ test('the answer is typed as the kind of question wants it, and refused where th
     assert.deepEqual([deliveryOf(card, fitted.answer).steps, fitted.words], [steps, words]);
   }
   assert.equal(deliveryOf(trust, 'No, exit').screen.want, 'exit');
-  assert.deepEqual(deliveryOf(menu, 'Nein').menu, menu.options);
   for (const [card, answer, words] of [
     [batch, { lang: 'Go' }, /"Tests\?" has no answer/],
     [batch, { lang: 'Go', other: 'x' }, /no question "other"/],
