@@ -14,6 +14,7 @@ namespace {
 
 constexpr std::size_t maxApart = 12;   // lines from one option to the next: a label that wraps, a description
 constexpr std::size_t maxBelow = 14;   // lines that aren't blank below the last option, its own among them
+constexpr std::size_t maxFrame = 4;    // columns that a frame and the blanks beside it take at the right
 constexpr std::size_t maxMargin = 2;   // columns that a line leaves free where it is cut
 constexpr std::size_t leastStem = 3;   // characters that say enough of a label that is cut
 constexpr std::size_t shownWords = 60; // characters of a label in a refusal
@@ -145,31 +146,61 @@ std::u32string stemOf(std::string_view text) {
     return begin.size() >= leastStem ? begin : std::u32string();
 }
 
+/// The columns of a line up to the end of its text.
+std::size_t endOf(const Line& line) {
+    return Text::columns(std::string_view(line.all).substr(0, line.all.rfind(line.text) + line.text.size()));
+}
+
+/// A text's beginning, as much of it as never stands in two lines.
+std::string_view firstPiece(std::string_view text) {
+    const auto first = Text::prefix(text, 1);
+    return Text::columns(first) > 1 ? first : text.substr(0, text.find(' '));
+}
+
+/// The label may go on in the next line: what begins there had no place in this one.
+bool mayGoOn(const Line& line, const Line& next, std::size_t columns) {
+    return endOf(line) + 1 + Text::columns(firstPiece(next.text)) + maxFrame > columns;
+}
+
+/// The lines of an option up to the first that is blank, or a rule.
+std::span<const Line> labelLines(std::span<const Line> option) {
+    const auto end = std::ranges::find_if(option, [](const Line& line) { return line.text.empty(); });
+    return {option.begin(), end};
+}
+
 /// The option's label is this one. It may wrap, and the agent, the pane's edge or the asker may have cut it;
 /// below it a description may follow.
 bool holds(std::span<const Line> option, std::size_t columns, std::string_view asked) {
     const auto label = folded(asked);
     const auto askedStem = stemOf(asked);
-    const auto end = std::ranges::find_if(option, [](const Line& line) { return line.text.empty(); });
+    // No label holds two blanks: what follows them describes it, or stands beside the menu.
+    const auto gap = option.front().text.find("  ");
+    if (gap != std::string::npos && isLabel(option.front().text.substr(0, gap), label))
+        return true;
+    const auto lines = labelLines(option);
     std::string words;
-    for (const auto& line : std::span(option.begin(), end)) {
-        words += (words.empty() ? "" : " ") + line.text;
+    for (std::size_t i = 0; i < lines.size(); ++i) {
+        words += (words.empty() ? "" : " ") + lines[i].text;
         const auto stem = stemOf(words);
-        if (isLabel(words, label) || (!stem.empty() && label.starts_with(stem)) ||
+        if ((!stem.empty() && label.starts_with(stem)) ||
             (!askedStem.empty() && folded(words).starts_with(askedStem)))
+            return true;
+        if (isLabel(words, label) && (i + 1 == lines.size() || !mayGoOn(lines[i], lines[i + 1], columns)))
             return true;
     }
     // Cut by the edge itself, and with nothing below in which it could go on.
-    const auto width =
-        Text::columns(option.front().all.substr(0, option.front().all.find_last_not_of(' ') + 1));
     const auto begin = folded(option.front().text);
-    return end - option.begin() == 1 && width + maxMargin >= columns && begin.size() >= leastStem &&
+    return lines.size() == 1 && endOf(lines[0]) + maxMargin >= columns && begin.size() >= leastStem &&
            label.starts_with(begin);
 }
 
-std::string quoted(const Line& option) {
-    const auto words = Text::prefix(option.text, shownWords);
-    return fmt::format("\"{}{}\"", words, words.size() < option.text.size() ? "…" : "");
+std::string quoted(std::span<const Line> option, std::size_t columns) {
+    const auto lines = labelLines(option);
+    auto all = option.front().text;
+    for (std::size_t i = 1; i < lines.size() && mayGoOn(lines[i - 1], lines[i], columns); ++i)
+        all += " " + lines[i].text;
+    const auto words = Text::prefix(all, shownWords);
+    return fmt::format("\"{}{}\"", words, words.size() < all.size() ? "…" : "");
 }
 
 } // namespace
@@ -193,21 +224,24 @@ Seen look(std::string_view screen, std::size_t columns, const Asked& asked) {
     if (asked.number > asked.options.size() || asked.number > menu.size())
         return {fmt::format("the menu on the screen has no option {}", asked.number)};
 
-    const auto holdsAsked = [&](std::size_t number) {
+    const auto option = [&](std::size_t number) {
         const auto end = number < menu.size() ? menu[number] : std::span<const Line>(lines).end();
-        return number <= asked.options.size() &&
-               holds(std::span(menu[number - 1], end), columns, asked.options[number - 1]);
+        return std::span<const Line>(menu[number - 1], end);
     };
-    const auto& chosen = *menu[asked.number - 1];
+    const auto holdsAsked = [&](std::size_t number) {
+        return number <= asked.options.size() && holds(option(number), columns, asked.options[number - 1]);
+    };
+    const auto chosen = option(asked.number);
     if (!holdsAsked(asked.number))
-        return {fmt::format("option {} on the screen is {}", asked.number, quoted(chosen))};
+        return {fmt::format("option {} on the screen is {}", asked.number, quoted(chosen, columns))};
     if (menu.size() < asked.options.size())
         return {
             fmt::format("the menu on the screen has {} options, not {}", menu.size(), asked.options.size())};
     const auto marked = std::ranges::find_if(menu, [](auto line) { return !line->mark.empty(); });
     if (!holdsAsked((*marked)->number))
-        return {fmt::format("on the screen {} is marked, which was not asked", quoted(**marked))};
-    return {std::nullopt, {chosen.all, (*marked)->all}};
+        return {fmt::format(
+            "on the screen {} is marked, which was not asked", quoted(option((*marked)->number), columns))};
+    return {std::nullopt, {chosen.front().all, (*marked)->all}};
 }
 
 } // namespace kelvadrome::MenuScreen
