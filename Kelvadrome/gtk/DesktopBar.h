@@ -23,6 +23,8 @@ public:
     /// Opens the bar, with these words in its field when given.
     void open(const std::optional<std::string>& text) { controller_->open(text); }
     void toggle() { controller_->toggle(); }
+    /// Ends what is under way, such as a drag that the user hasn't begun.
+    void stop() { controller_->stop(); }
     const std::shared_ptr<BarHotkey>& key() const { return key_; }
 
 private:

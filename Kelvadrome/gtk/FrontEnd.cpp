@@ -363,6 +363,7 @@ private:
         if (!ends)
             co_return;
         self->watching_.cancel();
+        self->bar_->stop();
         self->window_->rememberSize();
         self->hub_.defaults->synchronize();
         self->screen_->forget();
