@@ -8,7 +8,7 @@ scripts/install-packages packaging/apt-packages.txt bench/apt-packages.txt
 scripts/build release
 cmake --preset release -DKELVADROME_BENCH=ON >build/configure-bench.log 2>&1 ||
     { cat build/configure-bench.log >&2; exit 1; }
-cmake --build build/release --target bench_wire bench_delivery bench_empty bench_bare_window bench_screen_watch bench_heartbeat
+cmake --build build/release --target bench_wire bench_delivery bench_empty bench_bare_window bench_screen_watch bench_heartbeat bench_bar_key bench_bare_bar
 
 peers=$PWD/build/bench-peers data=$PWD/build/bench-data
 bin=$PWD/build/release/bin node=$bin/resources/node/bin/node

@@ -42,22 +42,23 @@ public:
         // for nothing.
         const auto began = Clock::now();
         press();
-        bool painted = false;
-        wait([&](const XEvent& event) {
-            const bool fresh = !window_ && (window_ = find(root_));
-            if (fresh)
+        bool fresh = false;
+        wait([&](bool drawn) {
+            if (!window_ && (window_ = find(root_))) {
+                fresh = true;
                 damage_ = XDamageCreate(display_, window_, XDamageReportNonEmpty);
-            painted = painted || fresh || event.type == damageEvents_ + XDamageNotify;
-            return painted && focused();
+            }
+            return (drawn || fresh) && viewable() && focused();
         });
         const std::chrono::duration<double, std::milli> took = Clock::now() - began;
         press();
-        wait([&](const XEvent&) { return !viewable(); });
+        wait([&](bool) { return !viewable(); });
         std::this_thread::sleep_for(between);
         while (XPending(display_)) {
             XEvent old;
             XNextEvent(display_, &old);
         }
+        XDamageSubtract(display_, damage_, None, None); // so that the next drawing is told
         return took.count();
     }
 
@@ -79,23 +80,25 @@ private:
         XFlush(display_);
     }
 
+    /// `done` is asked after each event, and meanwhile once a millisecond: not all that it looks at tells us
+    /// of itself.
     template <class Done>
     void wait(Done done) {
         const auto end = Clock::now() + patience;
-        for (;;) {
-            pollfd ready{ConnectionNumber(display_), POLLIN, 0};
-            if (!XPending(display_))
-                poll(&ready, 1, 100);
+        for (bool drawn = false; !done(drawn);) {
             if (Clock::now() > end)
                 fail("waited in vain for the window");
-            if (!XPending(display_))
+            pollfd ready{ConnectionNumber(display_), POLLIN, 0};
+            if (!XPending(display_) && poll(&ready, 1, 1) == 0)
                 continue;
-            XEvent event;
-            XNextEvent(display_, &event);
-            if (event.type == damageEvents_ + XDamageNotify)
+            while (XPending(display_)) {
+                XEvent event;
+                XNextEvent(display_, &event);
+                if (event.type != damageEvents_ + XDamageNotify)
+                    continue;
                 XDamageSubtract(display_, damage_, None, None);
-            if (done(event))
-                return;
+                drawn = true;
+            }
         }
     }
 

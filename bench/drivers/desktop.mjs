@@ -21,7 +21,9 @@ const ROUNDS = 5,
   SETTLE_S = 20,
   IDLE_S = 60,
   EVENTS = 1000,
-  BURST_S = 10;
+  BURST_S = 10,
+  PRESSES = 60,
+  OPENINGS = 1000;
 
 const emit = (name, value) => console.log(JSON.stringify({ name, value: Math.round(value * 100) / 100 }));
 const emitMs = (name, ms) => console.log(JSON.stringify({ name, ms: Math.round(ms * 10) / 10 }));
@@ -295,7 +297,31 @@ function commands() {
   emit('desktop/background-status', median(ours) - median(empty));
 }
 
-const parts = { commands, starts, quietMinutes, bursts };
+/** Kilobytes that a process holds. */
+const held = (pid) => Number(readFileSync(`/proc/${pid}/status`, 'utf8').match(/VmRSS:\s*(\d+)/)[1]);
+
+/** From the global key to the painted bar with the focus, and what the bar holds on to after many openings. */
+async function barKeys() {
+  for (let i = 0; i < SLOW_ROUNDS; ++i) {
+    await withStage(6, async (stage) => {
+      stage.start('bench_bare_bar');
+      await pause(1500);
+      emitMs('bare/bar-key', (await stage.tool('bench_bar_key', 'bare bar', 'n', String(PRESSES))).p95);
+    });
+    await withStage(6, async (stage) => {
+      const { pid } = stage.start('kelvadrome');
+      await stage.tool('bench_screen_watch', 'paint', 'kelvadrome');
+      const press = (rounds) => stage.tool('bench_bar_key', 'Ask kelvadrome', 'b', String(rounds));
+      emitMs('desktop/bar-key', (await press(PRESSES)).p95);
+      if (i > 0) return;
+      const before = held(pid);
+      await press(OPENINGS);
+      emit('desktop/bar-growth', (held(pid) - before) / 1024);
+    });
+  }
+}
+
+const parts = { commands, starts, quietMinutes, bursts, barKeys };
 try {
   for (const [name, measure] of Object.entries(parts)) if (!only || only === name) await measure();
 } finally {

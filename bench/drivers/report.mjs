@@ -182,6 +182,9 @@ limit(
   16,
   'bus/burst-heartbeat',
 );
+limit('the global key to the painted bar, p95', 'desktop/bar-key', 'ms', 50);
+slower('  of a bare window by the same key', 'desktop/bar-key', 'bare/bar-key', 1.5);
+alone('  memory that 1,000 openings leave behind, MiB', 'desktop/bar-growth');
 limit('a search over 100,000 cards, topics and receipts, p95', 'search/100000/p95', 'ms', 10);
 alone('  its middle', 'search/100000');
 alone('  the middle of its slowest query', 'search/100000/slowest');
