@@ -60,7 +60,7 @@ TEST_F(DesktopStage, aSentenceInTheBarBecomesACardAndTheFocusGoesBack) {
     startAgain({"--bar"});
     waitActive(bar);
     type("payme");
-    seePart("review the payments, Claude Code", "list item");
+    seePart("review the payments, Your request", "list item");
     keys("Down Return");
     waitClosed(bar);
     waitActive("kelvadrome");
