@@ -147,7 +147,7 @@ export const pictures = {
   terminal: { seed: inbox, terminal: '100x30' },
   'terminal-small': { seed: inbox, terminal: '60x20' },
   'main-inbox': { seed: inbox, both: true, rests: PAGE },
-  'main-inspector': { seed: inbox, set: ['-KDInspector', 'YES'], rests: PAGE },
+  'main-inspector': { seed: inbox, set: ['-KDInspector', 'YES'], rests: 3 },
   'native-inbox': { seed: inbox, set: ['-KDNativeInbox', 'YES'], both: true },
   'main-expert': { seed: inbox, then: (d) => d.screen.keys('ctrl+shift+e') },
   'main-failed': { resources: false, setup: false },
@@ -159,21 +159,22 @@ export const pictures = {
   },
   'main-right-to-left': { seed: inbox, env: { LANGUAGE: 'ar' } },
   'panel-cards': { seed: inbox, window: 'panel', both: true },
+  bar: {
+    seed: inbox,
+    set: ['-KDOpenBar', 'YES', '-KDBarText', 'which data'],
+    title: 'Ask kelvadrome',
+    both: true,
+  },
   'panel-clear': { window: 'panel' },
   'panel-hold': {
     seed: (world) => ask(world, 'suggested', 'batch'),
     window: 'panel',
-    then: (d) => d.screen.keys('Tab', 'Tab', 'Tab', 'Return'),
+    then: (d) => d.screen.keys('a'),
     settle: 300,
   },
   'panel-failed': { resources: false, setup: false, window: 'panel' },
   strip: { seed: inbox, set: ['-KDAgentStrip', 'YES'], title: 'kelvadrome agents', both: true },
   setup: { setup: false, title: 'Set up kelvadrome', both: true },
-  'setup-agents': {
-    setup: false,
-    title: 'Set up kelvadrome',
-    then: (d) => d.screen.keys('Tab', 'Tab', 'Tab', 'Return'),
-  },
   ...Object.fromEntries(
     ['general', 'agents', 'autopilot', 'privacy', 'about'].map((tab) => [
       `settings-${tab}`,
