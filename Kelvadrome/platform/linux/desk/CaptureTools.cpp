@@ -185,7 +185,7 @@ std::int32_t adopt(const std::string& from, const Place& place, WallTime asked) 
     if (file && ::fstat(file.get(), &about) == 0 && S_ISREG(about.st_mode)) {
         picture = Files::read("/proc/self/fd/" + std::to_string(file.get()), keptPicture);
         constexpr double slack = 1; // seconds, of the file system's clock
-        const auto made = wallTime(double(about.st_mtim.tv_sec));
+        const auto made = wallTime(double(about.st_mtim.tv_sec) + double(about.st_mtim.tv_nsec) / 1e9);
         if (about.st_uid == ::getuid() && made >= asked - seconds(slack))
             ::unlink(from.c_str());
     }

@@ -86,7 +86,8 @@ std::string XDisplay::text(xcb_get_property_cookie_t asked) {
 std::vector<std::uint32_t> XDisplay::words(xcb_get_property_cookie_t asked) {
     const auto bytes = text(asked);
     std::vector<std::uint32_t> words(bytes.size() / sizeof(std::uint32_t));
-    std::memcpy(words.data(), bytes.data(), words.size() * sizeof(std::uint32_t));
+    if (!words.empty())
+        std::memcpy(words.data(), bytes.data(), words.size() * sizeof(std::uint32_t));
     return words;
 }
 
