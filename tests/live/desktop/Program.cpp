@@ -46,7 +46,9 @@ Program::Program(
         const OwnedError owned(error);
         throw std::runtime_error(error->message);
     }
-    pid_ = static_cast<pid_t>(std::atoi(g_subprocess_get_identifier(process_.get())));
+    // Absent when the program has ended already: GLib reaps it in a thread of its own.
+    if (const char* identifier = g_subprocess_get_identifier(process_.get()))
+        pid_ = static_cast<pid_t>(std::atoi(identifier));
 }
 
 Program::~Program() {

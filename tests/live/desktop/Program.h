@@ -21,6 +21,7 @@ public:
     Program(const Program&) = delete;
     Program& operator=(const Program&) = delete;
 
+    /// 0 when the program had ended before its number could be asked for.
     pid_t pid() const { return pid_; }
     bool running() const;
     void signal(int number);
