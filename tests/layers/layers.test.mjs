@@ -10,11 +10,11 @@ const under = (folder, rooms) => rooms.split(' ').map((room) => `${folder}/${roo
 // From the bottom up: a folder may include itself and those before it in its own stack.
 const kit = under(
   'KelvadromeKit',
-  'support wire daemon attention page delivery onboarding brand bar capture',
+  'support wire daemon attention page delivery onboarding brand bar capture voice relay',
 );
 const model = 'Kelvadrome/model';
 const glib = 'Kelvadrome/glib';
-const ends = under('Kelvadrome/platform/linux', 'process core session desk');
+const ends = under('Kelvadrome/platform/linux', 'process core session desk audio');
 const system = [...ends, 'Kelvadrome/hub'];
 const gtk = [...under('Kelvadrome/gtk', 'parts web window panel bar strip tray settings'), 'Kelvadrome/gtk'];
 const terminal = ['Kelvadrome/terminal/panel', 'Kelvadrome/terminal'];
