@@ -39,6 +39,15 @@ HotkeySpec BarHotkey::wanted(const Defaults& defaults) {
     return spec.value_or(HotkeySpec::standard());
 }
 
+void BarHotkey::use(const std::string& label) {
+    if (parts_.defaults->string(labelKey) != label)
+        parts_.defaults->set(labelKey, label);
+    const bool same = wanted(*parts_.defaults).label() == state_.label;
+    const bool pending = turn_ > 0 && !state_.outcome;
+    if (!same || (!pending && state_.outcome != HotkeyOutcome::registered()))
+        registerKey();
+}
+
 void BarHotkey::registerKey() {
     gesture_.barWasOpen = false;
     release(); // that of the key of before may never be told

@@ -16,8 +16,9 @@ namespace kelvadrome {
 /// `make`, since its tasks hold it weakly.
 class BarHotkey : public std::enable_shared_from_this<BarHotkey> {
 public:
-    /// The label of the key that the user chose, among the defaults. Absent, or not a key, it is the standard
-    /// one. Its place until the settings of voice, which the daemon keeps, bring their own.
+    /// The label of the key, among the defaults. Absent, or not a key, it is the standard one. It holds until
+    /// the settings of voice, which the daemon keeps, bring their own (`use`), and is then the same as
+    /// theirs.
     static constexpr const char* labelKey = "KDBarHotkey";
 
     struct Dependencies {
@@ -34,8 +35,11 @@ public:
     BarHotkey& operator=(const BarHotkey&) = delete;
     ~BarHotkey() { tasks_.close(); }
 
-    /// Registers the key that the settings name now, in place of the one of before.
+    /// Registers the key that the defaults name now, in place of the one of before.
     void registerKey();
+    /// The key that the daemon's settings name, from now on the one that the defaults name too. One that is
+    /// registered already, or is about to be, stays as it is: the user may just be holding it.
+    void use(const std::string& label);
     const BarKeyState& state() const { return state_; }
     /// Told after `state` has changed.
     [[nodiscard]] Subscription observe(std::function<void()> observer) {
