@@ -94,6 +94,10 @@ void SettingsModel::press(const std::string& id) {
     }
 }
 
+/// No pane has a field yet.
+void SettingsModel::edit(const std::string& /*id*/, const std::string& /*text*/) {}
+void SettingsModel::submit(const std::string& /*id*/) {}
+
 void SettingsModel::pressTerminal(TerminalApp app) {
     const auto& terminal = facts_.terminals[app];
     using Press = TerminalAccessRow::Content::Press;

@@ -46,6 +46,8 @@ public:
     void toggle(const std::string& id, bool on);
     void choose(const std::string& id, std::size_t index);
     void press(const std::string& id);
+    void edit(const std::string& id, const std::string& text); // after each key
+    void submit(const std::string& id);                        // Enter in a field
 
     /// A short word on what a press has done.
     std::function<void(std::string)> onNotice;

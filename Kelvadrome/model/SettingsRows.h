@@ -4,9 +4,11 @@
 #include "Kelvadrome/model/BarKeyState.h"
 #include "KelvadromeKit/delivery/DeliverJob.h"
 #include "KelvadromeKit/delivery/TerminalApp.h"
+#include "KelvadromeKit/support/GreyPicture.h"
 
 #include <array>
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -30,7 +32,32 @@ struct SettingsRow {
         std::string words; // on the button
         bool operator==(const Press&) const = default;
     };
-    using Control = std::variant<std::monostate, Toggle, Choice, Press>;
+    /// Some side by side, for what is decided one way or another.
+    struct Presses {
+        struct One {
+            std::string id; // pressed by it, not by the row's
+            std::string words;
+            bool enabled = true;
+            bool chief = false; // what the row is for
+            bool operator==(const One&) const = default;
+        };
+        std::vector<One> buttons;
+        bool operator==(const Presses&) const = default;
+    };
+    /// A line that the user types. The row's title is its label.
+    struct Field {
+        std::string hint; // where nothing has been typed yet
+        std::string text;
+        bool secret = false; // not to be read over a shoulder
+        bool operator==(const Field&) const = default;
+    };
+    /// Drawn pixel for pixel, without smoothing.
+    struct Picture {
+        std::string description; // for who can't see it
+        std::shared_ptr<const GreyPicture> shown;
+        bool operator==(const Picture&) const = default;
+    };
+    using Control = std::variant<std::monostate, Toggle, Choice, Press, Presses, Field, Picture>;
 
     std::string id; // the same for as long as it is the same thing; unique in its pane
     std::string title;
@@ -38,6 +65,7 @@ struct SettingsRow {
     std::string value = {}; // what is so, at the row's end
     Control control = {};
     bool enabled = true;                  // of the control
+    std::string symbol = {};              // the name of an icon before the title
     std::vector<SettingsRow> folded = {}; // rows below it, shown on demand
 
     bool operator==(const SettingsRow&) const = default;

@@ -18,6 +18,8 @@ public:
         std::function<void(std::string id, bool on)> toggle;
         std::function<void(std::string id, std::size_t index)> choose;
         std::function<void(std::string id)> press;
+        std::function<void(std::string id, std::string text)> edit;
+        std::function<void(std::string id)> submit;
     };
 
     /// `presses` outlives the view.
@@ -33,15 +35,24 @@ public:
 
 private:
     void make(const SettingsRow& row);
+    void makeControl(const SettingsRow& row);
+    void makeChoice(const SettingsRow::Choice& choice);
+    void makeButtons(const SettingsRow::Presses& presses);
+    void makeField(const SettingsRow::Field& field);
+    void makePicture();
     void addSuffix(GtkWidget* widget);
     void showControl(const SettingsRow& row);
+    void showButtons(const SettingsRow& row, const SettingsRow::Presses& presses);
+    void showField(const SettingsRow& row, const SettingsRow::Field& field);
 
     const Presses& presses_;
     SettingsRow shown_;
     std::shared_ptr<AdwPreferencesRow> widget_;
     std::shared_ptr<GtkSwitch> switch_;
-    std::shared_ptr<GtkButton> button_;
-    GtkLabel* value_ = nullptr; // the widget's
+    std::vector<std::shared_ptr<GtkButton>> buttons_;
+    std::shared_ptr<GtkEditable> field_;
+    GtkWidget* picture_ = nullptr; // the widget's
+    GtkLabel* value_ = nullptr;    // the widget's
     std::vector<std::unique_ptr<SettingsRowView>> folded_;
     bool showing_ = false; // what changes now is no press
 };

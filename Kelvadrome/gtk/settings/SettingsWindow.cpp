@@ -45,6 +45,11 @@ SettingsWindow::SettingsWindow(std::shared_ptr<SettingsModel> model)
         model_->choose(id, index);
     };
     presses_.press = [this](const std::string& id) { model_->press(id); };
+    presses_.edit = [this](const std::string& id, const std::string& text) {
+        touched();
+        model_->edit(id, text);
+    };
+    presses_.submit = [this](const std::string& id) { model_->submit(id); };
     window_->set_name("settings");
     window_->set_title("Settings");
     window_->set_default_size(width, height);
