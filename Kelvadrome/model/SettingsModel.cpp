@@ -19,6 +19,10 @@ SettingsModel::SettingsModel(Dependencies dependencies)
     facts_.showInDock = AppLifecycle::showsInDock(*parts_.defaults);
     facts_.notifyStops = parts_.defaults->storedBoolean("KDNotifyStops").value_or(true);
     watching_ = parts_.model->observe([this] { modelChanged(); });
+    if (parts_.voice) {
+        voice_.emplace(parts_.executor, parts_.voice, parts_.place);
+        watchingVoice_ = voice_->observe([this] { changes_.changed(); });
+    }
     if (!parts_.barKey)
         return;
     facts_.barKey = parts_.barKey->state();
@@ -39,19 +43,31 @@ void SettingsModel::modelChanged() {
 }
 
 std::vector<SettingsGroup> SettingsModel::pane(SettingsTab tab) const {
+    if (tab == SettingsTab::voice)
+        return voice_ ? voice_->pane() : std::vector<SettingsGroup>();
     return settingsPane(tab, parts_.model->state(), facts_);
 }
 
 void SettingsModel::lookAgain() {
     looking_ = true;
     parts_.model->refreshBackground();
+    if (voice_)
+        voice_->lookAgain();
     tasks_.launch("terminal access", readTerminals(weak_from_this()));
     tasks_.launch("crew labels", readCrew(weak_from_this()));
     if (!facts_.secretPlace)
         tasks_.launch("secret's place", readSecretPlace(weak_from_this()));
 }
 
+void SettingsModel::lookAway() {
+    looking_ = false;
+    if (voice_)
+        voice_->lookAway();
+}
+
 void SettingsModel::toggle(const std::string& id, bool on) {
+    if (voice_ && voice_->toggle(id, on))
+        return;
     if (id == SettingsId::loginItem) {
         parts_.model->setBackground(on);
     } else if (id == SettingsId::agentStrip) {
@@ -68,6 +84,8 @@ void SettingsModel::toggle(const std::string& id, bool on) {
 }
 
 void SettingsModel::choose(const std::string& id, std::size_t index) {
+    if (voice_ && voice_->choose(id, index))
+        return;
     if (id == SettingsId::appearance && index < appearanceWords.size()) {
         parts_.model->setAppearance(std::string(appearanceWords[index]));
     } else if (id == SettingsId::interfaceMode) {
@@ -77,6 +95,8 @@ void SettingsModel::choose(const std::string& id, std::size_t index) {
 }
 
 void SettingsModel::press(const std::string& id) {
+    if (voice_ && voice_->press(id))
+        return;
     auto& model = *parts_.model;
     if (id == SettingsId::allowLoginItem || id == SettingsId::barCommand) {
         model.screen().copyText(
@@ -94,9 +114,20 @@ void SettingsModel::press(const std::string& id) {
     }
 }
 
-/// No pane has a field yet.
-void SettingsModel::edit(const std::string& /*id*/, const std::string& /*text*/) {}
-void SettingsModel::submit(const std::string& /*id*/) {}
+void SettingsModel::edit(const std::string& id, const std::string& text) {
+    if (voice_)
+        voice_->edit(id, text);
+}
+
+void SettingsModel::submit(const std::string& id) {
+    if (voice_)
+        voice_->submit(id);
+}
+
+void SettingsModel::record(const std::string& id, const std::string& keys) {
+    if (voice_)
+        voice_->record(id, keys);
+}
 
 void SettingsModel::pressTerminal(TerminalApp app) {
     const auto& terminal = facts_.terminals[app];

@@ -4,6 +4,7 @@
 #include "Kelvadrome/model/BarHotkey.h"
 #include "Kelvadrome/model/RunningApps.h"
 #include "Kelvadrome/model/SettingsRows.h"
+#include "Kelvadrome/model/VoiceSettings.h"
 
 #include <functional>
 #include <memory>
@@ -28,6 +29,7 @@ public:
         std::function<std::string()> secretPlace; // blocks; called on the pool
         std::function<void(bool)> showInDock;     // puts the windows into the dock, or takes them out of it
         std::shared_ptr<BarHotkey> barKey = {};   // null without a command bar
+        std::shared_ptr<VoiceModel> voice = {};   // null where there is none
     };
 
     static std::shared_ptr<SettingsModel> make(Dependencies dependencies);
@@ -40,14 +42,15 @@ public:
     /// The window came up, or to the front again: looks anew at what others may have changed meanwhile, and
     /// from here on at what the agents' changes bring, until `lookAway`.
     void lookAgain();
-    void lookAway() { looking_ = false; }
+    void lookAway();
 
     // Presses, by the row's id. An id that isn't known does nothing.
     void toggle(const std::string& id, bool on);
     void choose(const std::string& id, std::size_t index);
     void press(const std::string& id);
-    void edit(const std::string& id, const std::string& text); // after each key
-    void submit(const std::string& id);                        // Enter in a field
+    void edit(const std::string& id, const std::string& text);   // after each key
+    void submit(const std::string& id);                          // Enter in a field
+    void record(const std::string& id, const std::string& keys); // for a key recorder; empty: no global key
 
     /// A short word on what a press has done.
     std::function<void(std::string)> onNotice;
@@ -70,6 +73,8 @@ private:
     TaskBag tasks_;
     Subscription watching_;
     Subscription watchingKey_;
+    std::optional<VoiceSettings> voice_;
+    Subscription watchingVoice_;
 };
 
 } // namespace kelvadrome

@@ -13,8 +13,10 @@ namespace kelvadrome {
 
 namespace {
 
-constexpr std::array<std::string_view, 5> tabWords = {"general", "agents", "autopilot", "privacy", "about"};
-constexpr std::array<std::string_view, 5> tabTitles = {"General", "Agents", "Rules", "Privacy", "About"};
+constexpr std::array<std::string_view, 6> tabWords = {
+    "general", "agents", "voice", "autopilot", "privacy", "about"};
+constexpr std::array<std::string_view, 6> tabTitles = {
+    "General", "Agents", "Voice", "Rules", "Privacy", "About"};
 
 using Row = SettingsRow;
 using Group = SettingsGroup;
@@ -328,6 +330,8 @@ std::vector<SettingsGroup> settingsPane(SettingsTab tab, const AppState& state, 
         return general(state, facts);
     case SettingsTab::agents:
         return {terminals(facts), crew(facts)};
+    case SettingsTab::voice:
+        break;
     case SettingsTab::autopilot:
         return {answeredByRules(state), autopilot(state)};
     case SettingsTab::privacy:

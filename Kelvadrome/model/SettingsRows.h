@@ -57,7 +57,12 @@ struct SettingsRow {
         std::shared_ptr<const GreyPicture> shown;
         bool operator==(const Picture&) const = default;
     };
-    using Control = std::variant<std::monostate, Toggle, Choice, Press, Presses, Field, Picture>;
+    /// Takes the next keys that are pressed together, once it was pressed itself.
+    struct KeyRecorder {
+        bool recording = false;
+        bool operator==(const KeyRecorder&) const = default;
+    };
+    using Control = std::variant<std::monostate, Toggle, Choice, Press, Presses, Field, Picture, KeyRecorder>;
 
     std::string id; // the same for as long as it is the same thing; unique in its pane
     std::string title;
@@ -80,9 +85,9 @@ struct SettingsGroup {
     bool operator==(const SettingsGroup&) const = default;
 };
 
-enum class SettingsTab { general, agents, autopilot, privacy, about };
+enum class SettingsTab { general, agents, voice, autopilot, privacy, about };
 
-inline constexpr std::array allSettingsTabs = {SettingsTab::general, SettingsTab::agents,
+inline constexpr std::array allSettingsTabs = {SettingsTab::general, SettingsTab::agents, SettingsTab::voice,
     SettingsTab::autopilot, SettingsTab::privacy, SettingsTab::about};
 
 std::string_view rawValue(SettingsTab tab); // as the key KDOpenSettings words it
@@ -123,8 +128,8 @@ struct SettingsFacts {
     std::optional<std::string> secretPlace = {}; // where the page's key is kept; absent until it is known
 };
 
-/// The groups of a pane, from top to bottom. Which groups there are doesn't depend on the state; what isn't
-/// known yet says so.
+/// The groups of a pane, from top to bottom; that of voice has a function of its own (VoiceRows.h). Which
+/// groups there are doesn't depend on the state; what isn't known yet says so.
 std::vector<SettingsGroup> settingsPane(SettingsTab tab, const AppState& state, const SettingsFacts& facts);
 
 /// Ids of the rows that can be acted on. A terminal's is "terminal-" and its raw value.

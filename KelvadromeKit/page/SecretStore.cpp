@@ -74,7 +74,7 @@ void SecretField::save(SecretStore& store) {
     try {
         store.set(text);
         saved = true;
-        message = "Key saved";
+        message = savedMessage;
         text.clear();
     } catch (const SecretStoreError&) {
         message = "The key was not saved.";

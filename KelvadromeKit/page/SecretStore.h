@@ -81,6 +81,8 @@ private:
 
 /// The state behind a settings field: a stored secret is never loaded into it.
 struct SecretField {
+    static constexpr const char* savedMessage = "Key saved";
+
     std::string text;
     bool saved = false;
     std::optional<std::string> message;

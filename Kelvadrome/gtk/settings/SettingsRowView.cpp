@@ -169,6 +169,9 @@ void SettingsRowView::makeControl(const SettingsRow& row) {
         addSuffix(control);
     } else if (std::holds_alternative<SettingsRow::Picture>(row.control)) {
         makePicture();
+    } else if (std::holds_alternative<SettingsRow::KeyRecorder>(row.control)) {
+        makeRecorder();
+        control = recorder_->widget();
     }
     if (control)
         adw_action_row_set_activatable_widget(ADW_ACTION_ROW(widget_.get()), control);
@@ -213,6 +216,12 @@ void SettingsRowView::makePicture() {
     addSuffix(picture_);
 }
 
+void SettingsRowView::makeRecorder() {
+    recorder_ = std::make_unique<KeyRecorderButton>([this] { presses_.press(shown_.id); },
+        [this](std::string keys) { presses_.record(shown_.id, std::move(keys)); });
+    addSuffix(recorder_->widget());
+}
+
 void SettingsRowView::addSuffix(GtkWidget* widget) {
     gtk_widget_set_valign(widget, GTK_ALIGN_CENTER);
     adw_action_row_add_suffix(ADW_ACTION_ROW(widget_.get()), widget);
@@ -251,6 +260,9 @@ void SettingsRowView::showControl(const SettingsRow& row) {
     } else if (const auto* const picture = std::get_if<SettingsRow::Picture>(&row.control)) {
         showPicture(picture_, picture->shown);
         tell(picture_, picture->description, row.detail);
+    } else if (const auto* const keys = std::get_if<SettingsRow::KeyRecorder>(&row.control)) {
+        recorder_->show(keys->recording);
+        tell(recorder_->widget(), "Change " + row.title, row.detail);
     } else if (const auto* const choice = choiceOf(row)) {
         adw_combo_row_set_selected(ADW_COMBO_ROW(widget_.get()), static_cast<guint>(choice->chosen));
         gtk_widget_set_sensitive(widget(), row.enabled);

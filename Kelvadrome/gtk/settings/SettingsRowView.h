@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Kelvadrome/gtk/settings/KeyRecorderButton.h"
 #include "Kelvadrome/gtk/web/GLibPointers.h"
 #include "Kelvadrome/model/SettingsRows.h"
 
@@ -20,6 +21,7 @@ public:
         std::function<void(std::string id)> press;
         std::function<void(std::string id, std::string text)> edit;
         std::function<void(std::string id)> submit;
+        std::function<void(std::string id, std::string keys)> record; // as a label; empty when they make none
     };
 
     /// `presses` outlives the view.
@@ -40,6 +42,7 @@ private:
     void makeButtons(const SettingsRow::Presses& presses);
     void makeField(const SettingsRow::Field& field);
     void makePicture();
+    void makeRecorder();
     void addSuffix(GtkWidget* widget);
     void showControl(const SettingsRow& row);
     void showButtons(const SettingsRow& row, const SettingsRow::Presses& presses);
@@ -51,6 +54,7 @@ private:
     std::shared_ptr<GtkSwitch> switch_;
     std::vector<std::shared_ptr<GtkButton>> buttons_;
     std::shared_ptr<GtkEditable> field_;
+    std::unique_ptr<KeyRecorderButton> recorder_;
     GtkWidget* picture_ = nullptr; // the widget's
     GtkLabel* value_ = nullptr;    // the widget's
     std::vector<std::unique_ptr<SettingsRowView>> folded_;

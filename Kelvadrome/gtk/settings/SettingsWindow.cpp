@@ -15,8 +15,8 @@ constexpr int height = 620;
 constexpr double wordmarkSize = 56;
 
 constexpr std::array<const char*, allSettingsTabs.size()> icons = {"preferences-system-symbolic",
-    "utilities-terminal-symbolic", "media-playlist-consecutive-symbolic", "channel-secure-symbolic",
-    "help-about-symbolic"};
+    "utilities-terminal-symbolic", "audio-input-microphone-symbolic", "media-playlist-consecutive-symbolic",
+    "channel-secure-symbolic", "help-about-symbolic"};
 
 /// The window's own button and field show an icon alone.
 void nameSearch(GtkWidget* within) {
@@ -50,6 +50,7 @@ SettingsWindow::SettingsWindow(std::shared_ptr<SettingsModel> model)
         model_->edit(id, text);
     };
     presses_.submit = [this](const std::string& id) { model_->submit(id); };
+    presses_.record = [this](const std::string& id, const std::string& keys) { model_->record(id, keys); };
     window_->set_name("settings");
     window_->set_title("Settings");
     window_->set_default_size(width, height);
