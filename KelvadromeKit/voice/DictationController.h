@@ -56,16 +56,20 @@ public:
     Task<> barClosed();
     /// Gives back a mode that a process of before had changed and not given back.
     Task<> recoverAfterCrash();
+    /// The app is no longer proved to be the real one: nothing is opened from now on, also not to stop it.
+    void abandon();
 
 private:
     using Self = std::shared_ptr<DictationController>;
 
     DictationController(VerifiedDictationApp target, Parts parts);
 
-    Task<bool> open(std::string action, std::optional<std::string> fill = std::nullopt) const;
+    static Task<bool> open(Self self, std::string action, std::optional<std::string> fill);
+    void leaveGate();
     static Task<> toggle(Self self);
     static Task<bool> startNow(Self self);
     static Task<> stopNow(Self self);
+    static Task<> endRecording(Self self);
     static Task<> close(Self self);
     static Task<> settleMode(Self self);
     static Task<> switchMode(Self self);
@@ -77,6 +81,7 @@ private:
     bool recording_ = false;
     bool starting_ = false;
     bool stopAfterStart_ = false;
+    bool abandoned_ = false;
     Status status_ = Status::idle;
     std::optional<std::string> switchedFrom_;
 

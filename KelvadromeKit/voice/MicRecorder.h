@@ -41,6 +41,7 @@ private:
     std::shared_ptr<AudioSource> source_;
     std::shared_ptr<Heap> heap_; // of the recording that runs or opens; shared with the audio thread
     bool running_ = false;
+    bool opening_ = false; // the source hasn't answered yet, for this recording or one that was taken back
 };
 
 } // namespace kelvadrome
