@@ -43,8 +43,7 @@ void BarHotkey::use(const std::string& label) {
     if (parts_.defaults->string(labelKey) != label)
         parts_.defaults->set(labelKey, label);
     const bool same = wanted(*parts_.defaults).label() == state_.label;
-    const bool pending = turn_ > 0 && !state_.outcome;
-    if (!same || (!pending && state_.outcome != HotkeyOutcome::registered()))
+    if (!same || turn_ == 0 || state_.outcome == HotkeyOutcome::taken())
         registerKey();
 }
 

@@ -37,8 +37,9 @@ public:
 
     /// Registers the key that the defaults name now, in place of the one of before.
     void registerKey();
-    /// The key that the daemon's settings name, from now on the one that the defaults name too. One that is
-    /// registered already, or is about to be, stays as it is: the user may just be holding it.
+    /// The key that the daemon's settings name, from now on the one that the defaults name too. One that was
+    /// asked for already isn't asked for again, since the user may just be holding it, or has refused it;
+    /// except when another application had it.
     void use(const std::string& label);
     const BarKeyState& state() const { return state_; }
     /// Told after `state` has changed.

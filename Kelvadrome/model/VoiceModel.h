@@ -22,9 +22,7 @@ namespace kelvadrome {
 
 /// The one place that knows how the user speaks to the system: which route is in force, what the bar says
 /// about it, and how a press becomes text. Main executor; made with `make`, since its tasks hold it weakly.
-class VoiceModel final : public BarVoice,
-                         public VoiceControlling,
-                         public std::enable_shared_from_this<VoiceModel> {
+class VoiceModel : public BarVoice, public VoiceControlling, public std::enable_shared_from_this<VoiceModel> {
 public:
     static constexpr double scanFresh = 60;     // seconds for which a refresh of before will do
     static constexpr double noAnswerAfter = 60; // seconds
@@ -58,8 +56,8 @@ public:
 
     /// Which key opens the bar is the daemon's setting; it is handed to this from now on.
     void useHotkey(std::weak_ptr<BarHotkey> key);
-    /// For the application's end: drops a recording, cancels what is under way and waits for the daemon to be
-    /// told that nothing came of it, for at most `longestFinish` seconds.
+    /// For the application's end: drops a recording, stops a dictation app and cancels what is under way.
+    /// Waits for the daemon to be told that nothing came of it, for at most `longestFinish` seconds.
     Task<> finish();
 
     const VoiceState& state() const { return state_; }
@@ -109,7 +107,8 @@ public:
 private:
     using Weak = std::weak_ptr<VoiceModel>;
     using Dictation = std::shared_ptr<DictationController>;
-    struct Recorded; // a clip, and where it is to go
+    using UnderWay = std::shared_ptr<const bool>; // held by what an end of the application waits for
+    struct Recorded;                              // a clip, and where it is to go
 
     explicit VoiceModel(Dependencies dependencies);
 
@@ -122,7 +121,6 @@ private:
     }
     void say(std::optional<std::string> line) { set(&VoiceState::status, std::move(line)); }
     VoiceRoute::Facts facts() const;
-    const std::string& barKey() const;
     bool openAIReady() const { return state_.settings.openAIEnabled && state_.key.saved; }
 
     // Reading what is there (VoiceModelRefresh.cpp)
@@ -135,20 +133,26 @@ private:
     void settingsRead(VoiceSettingsWire settings, bool known);
     void registerHotkey();
 
+    void beginTalk();
+    /// The microphone is this side's, or a clip of it is being turned into text.
+    bool isBusyHere() const { return state_.listening || wanted_ || state_.transcribing; }
+
     // Dictation apps (VoiceModelDictation.cpp)
     static Task<> replaceDictation(Dictation before, Dictation now);
     static Task<> opened(Weak weak, std::uint64_t opening);
     static Task<> startDictation(Weak weak, Dictation with);
     static Task<> stopDictation(Weak weak, Dictation with);
-    static Task<> closeDictation(Dictation with);
-    static Task<> checkAnswer(Weak weak, std::weak_ptr<DictationController> with, std::uint64_t check);
+    static Task<> closeDictation(Dictation with, UnderWay token);
+    static Task<> checkAnswer(Weak weak, std::weak_ptr<DictationController> with,
+        std::shared_ptr<Clock> clock, std::uint64_t check);
+    void endDictation();
     void tellDictation();
 
     // Recording here (VoiceModelRecording.cpp)
     void beginRecording(VoiceRoute::Kind route);
     static Task<> openMicrophone(Weak weak, std::uint64_t turn);
     static MicRecorder::Ends endsOf(Weak weak, Executor executor, std::uint64_t turn);
-    bool mayListen(std::uint64_t turn, const Outcome<bool>& allowed);
+    bool mayListen(std::uint64_t turn, bool granted);
     void recordingEnded(std::uint64_t turn, bool lost);
     void finishRecording();
     void dropRecording();
@@ -157,6 +161,8 @@ private:
     SpeechPipeline pipeline() const;
     static Task<> transcribe(Weak weak, Recorded clip);
     static Task<std::string> textOf(Dependencies parts, SpeechPipeline pipeline, Recorded clip);
+    static Task<std::string> transcribeHere(
+        std::shared_ptr<SpeechEngine> engine, Clip samples, std::string locale);
     bool fallBack(const Outcome<std::string>& outcome, const Recorded& clip);
     void transcribed(Outcome<std::string> outcome);
 
@@ -165,8 +171,9 @@ private:
     void saved(const std::optional<std::string>& failure);
     void showSettings();
     static Task<> changeKey(Weak weak, std::optional<std::string> text);
+    static Task<> keyRead(Weak weak);
     static Task<> tellEngines(Weak weak);
-    static Task<> tryKey(Weak weak);
+    static Task<> tryKey(Weak weak, UnderWay token);
 
     Dependencies parts_;
     VoiceState state_;
@@ -181,8 +188,8 @@ private:
     bool wanted_ = false;                               // a recording is being started
     VoiceRoute::Kind begunOn_ = VoiceRoute::Kind::none; // the route when it began
     std::uint64_t turn_ = 0; // counts recordings and the bar's closings: what is of an older turn is dropped
-    TaskHandle transcription_;
-    int transcriptions_ = 0; // that haven't ended, cancelled ones included
+    TaskHandle transcription_, test_;
+    const UnderWay underWay_ = std::make_shared<const bool>(true);
 
     bool barOpen_ = false;
     std::uint64_t opening_ = 0;               // counts the bar's openings
@@ -193,6 +200,8 @@ private:
     VoiceSettingsWire confirmed_; // as the daemon has them
     std::deque<VoiceSettingChange> unsaved_;
     bool saving_ = false;
+    bool selectionSaved_ = false;  // since the last scan
+    std::uint64_t keyPresses_ = 0; // of the settings, on the key: what was read before one is old
 };
 
 } // namespace kelvadrome

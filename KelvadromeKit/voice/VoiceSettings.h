@@ -46,6 +46,7 @@ public:
     void applyTo(VoiceSettingsWire& settings) const { apply_(settings); }
     /// "hold_to_talk" and its like.
     const std::string& key() const { return key_; }
+    bool isSelection() const { return key_ == "selected"; }
     const boost::json::value& value() const { return value_; }
 
 private:
