@@ -6,7 +6,7 @@
 namespace kelvadrome {
 
 DesktopBar::DesktopBar(const LocalHub& hub, std::shared_ptr<SessionBus> bus, std::shared_ptr<AppModel> model,
-    std::function<void(Gtk::Window&)> adopt)
+    std::shared_ptr<VoiceModel> voice, std::function<void(Gtk::Window&)> adopt)
     : windows_(std::make_shared<DesktopWindows>()),
       capture_(std::make_shared<CaptureTools>(hub.pool, bus, hub.clock, hub.environment)),
       panel_(std::make_shared<BarPanel>(
@@ -17,7 +17,6 @@ DesktopBar::DesktopBar(const LocalHub& hub, std::shared_ptr<SessionBus> bus, std
                       const auto able = capture->available();
                       return BarView::Capture{.window = able.window, .region = able.region};
                   }})) {
-    const auto voice = std::make_shared<NoVoice>();
     const auto screenContext = [runner = capture_, clock = hub.clock](std::string home) {
         return std::make_shared<ScreenContext>(ScreenContext::Parts{.folder = {std::move(home)},
             .permission = std::make_shared<SystemScreenPermission>(),
@@ -46,6 +45,7 @@ DesktopBar::DesktopBar(const LocalHub& hub, std::shared_ptr<SessionBus> bus, std
         .panel = controller_});
     watchingKey_ = key_->observe([this] { showKey(); });
     key_->registerKey();
+    voice->useHotkey(key_);
 }
 
 void DesktopBar::showKey() {

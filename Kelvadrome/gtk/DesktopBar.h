@@ -3,6 +3,7 @@
 #include "Kelvadrome/gtk/bar/BarPanel.h"
 #include "Kelvadrome/hub/LocalHub.h"
 #include "Kelvadrome/model/BarHotkey.h"
+#include "Kelvadrome/model/VoiceModel.h"
 #include "Kelvadrome/platform/linux/desk/CaptureTools.h"
 #include "Kelvadrome/platform/linux/desk/DesktopWindows.h"
 
@@ -18,7 +19,7 @@ namespace kelvadrome {
 class DesktopBar {
 public:
     DesktopBar(const LocalHub& hub, std::shared_ptr<SessionBus> bus, std::shared_ptr<AppModel> model,
-        std::function<void(Gtk::Window&)> adopt);
+        std::shared_ptr<VoiceModel> voice, std::function<void(Gtk::Window&)> adopt);
 
     /// Opens the bar, with these words in its field when given.
     void open(const std::optional<std::string>& text) { controller_->open(text); }

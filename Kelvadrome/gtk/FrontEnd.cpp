@@ -1,5 +1,6 @@
 #include "Kelvadrome/gtk/DesktopBar.h"
 #include "Kelvadrome/gtk/DesktopScreen.h"
+#include "Kelvadrome/gtk/DesktopVoice.h"
 #include "Kelvadrome/gtk/MainLoop.h"
 #include "Kelvadrome/gtk/panel/PanelWindow.h"
 #include "Kelvadrome/gtk/parts/Theme.h"
@@ -136,6 +137,7 @@ private:
         auto parts = hub_.modelDependencies();
         parts.web = page_;
         parts.screen = screen_;
+        parts.voice = voice_;
         const auto notifications = FreedesktopNotifications::make(bus_);
         notifications->onActivationToken = WindowHints::useActivationToken;
         const auto notifier = std::make_shared<Notifier>(hub_.executor, notifications);
@@ -168,7 +170,7 @@ private:
                 .hide = [this] { model_->setAgentStrip(false); },
                 .tell = [this] { return agentLines(model_->state()); }});
         bar_ =
-            std::make_unique<DesktopBar>(hub_, bus_, model_, [this](Gtk::Window& window) { adopt(window); });
+            std::make_unique<DesktopBar>(hub_, bus_, model_, voice_, [this](Gtk::Window& window) { adopt(window); });
         makeSettings();
         // The last, since it is nearly always open: GTK 4.8 crashes when a screen reader asks for a window
         // that has just gone while the last one made is hidden.
@@ -259,7 +261,8 @@ private:
                             WindowHints::skipTaskbar(*window, !shown);
                     }
                 },
-            .barKey = bar_->key()}));
+            .barKey = bar_->key(),
+            .voice = voice_}));
     }
 
     std::vector<Gtk::Window*> ordinaryWindows() {
@@ -364,6 +367,7 @@ private:
             co_return;
         self->watching_.cancel();
         self->bar_->stop();
+        co_await self->voice_->finish();
         self->window_->rememberSize();
         self->hub_.defaults->synchronize();
         self->screen_->forget();
@@ -392,6 +396,7 @@ private:
                 }});
     LocalHub hub_;
     PageTunnel tunnel_{hub_.peers};
+    const std::shared_ptr<VoiceModel> voice_ = makeDesktopVoice(hub_);
     Glib::RefPtr<Gtk::Application> application_;
     std::shared_ptr<WebPane> page_;
     std::shared_ptr<AppModel> model_;

@@ -94,6 +94,9 @@ Task<> VoiceModel::changeKey(Weak weak, std::optional<std::string> text) {
     const auto press = ++self->keyPresses_;
     SecretField field{.text = text.value_or(""), .saved = self->state_.key.saved, .message = {}};
     const bool stores = text.has_value();
+    auto meanwhile = self->state_.key;
+    meanwhile.message.reset(); // of the press before
+    self->set(&VoiceState::key, std::move(meanwhile));
     auto changing = self->parts_.pool->run([secrets = self->parts_.secrets, field, stores]() mutable {
         if (stores) {
             field.save(*secrets);

@@ -28,6 +28,8 @@ const compositions = [
   'Kelvadrome/gtk/FrontEnd.cpp',
   'Kelvadrome/gtk/DesktopBar.h',
   'Kelvadrome/gtk/DesktopBar.cpp',
+  'Kelvadrome/gtk/DesktopVoice.h',
+  'Kelvadrome/gtk/DesktopVoice.cpp',
   'Kelvadrome/terminal/FrontEnd.cpp',
 ];
 

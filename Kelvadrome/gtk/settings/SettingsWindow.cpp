@@ -58,8 +58,6 @@ SettingsWindow::SettingsWindow(std::shared_ptr<SettingsModel> model)
     window_->set_modal(false); // what it opens, such as the page, must be usable
     adw_preferences_window_set_search_enabled(adw_, TRUE);
     nameSearch(GTK_WIDGET(adw_)); // before there are pages
-    for (const auto tab : allSettingsTabs)
-        pages_[static_cast<std::size_t>(tab)] = makePage(tab);
     model_->onNotice = [this](const std::string& words) {
         adw_preferences_window_add_toast(adw_, adw_toast_new(Glib::Markup::escape_text(words).c_str()));
     };
@@ -109,7 +107,16 @@ SettingsWindow::Page SettingsWindow::makePage(SettingsTab tab) {
     return page;
 }
 
+/// When they are first looked at: their rows are many, and the application starts sooner without them.
+void SettingsWindow::makePages() {
+    if (pages_.front().widget)
+        return;
+    for (const auto tab : allSettingsTabs)
+        pages_[static_cast<std::size_t>(tab)] = makePage(tab);
+}
+
 void SettingsWindow::open(std::optional<SettingsTab> tab, Gtk::Window* parent) {
+    makePages();
     if (!window_->get_visible()) {
         parent_ = parent;
         gtk_window_set_transient_for(

@@ -35,6 +35,7 @@ private:
         std::vector<SettingsGroup> shown;
     };
 
+    void makePages();
     Page makePage(SettingsTab tab);
     void show();
     void touched();
