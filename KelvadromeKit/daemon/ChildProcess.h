@@ -10,8 +10,9 @@
 
 namespace kelvadrome {
 
-/// A long-lived child with a pipe as its standard input. Destroying the object closes that pipe and nothing
-/// else: the child is still reaped, and its exit still told. No call blocks; any thread.
+/// A long-lived child with a pipe as its standard input, unless it is silent. Destroying the object closes
+/// that pipe and nothing else: the child is still reaped, and its exit still told. No call blocks; any
+/// thread.
 class ChildProcess {
 public:
     virtual ~ChildProcess() = default;
@@ -33,6 +34,7 @@ public:
         std::vector<std::string> arguments; // without the program's name
         std::map<std::string, std::string> environment;
         std::string currentDirectory;
+        bool silent = false; // its three streams are the null device: no input, no output
     };
     /// Called on threads of the launcher's own; the exit comes once, after the output that was there by then.
     struct Callbacks {

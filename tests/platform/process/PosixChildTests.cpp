@@ -74,6 +74,19 @@ TEST_F(PosixChildTest, itEndsByASignalOrWhenItsInputDoes) {
     EXPECT_EQ(ended.back(), 4);
 }
 
+TEST_F(PosixChildTest, aSilentOneHasTheNullDeviceForEachStream) {
+    const auto script =
+        "(for i in 0 1 2; do readlink /proc/$$/fd/$i; done) > streams; cat; echo heard; exit 6";
+    const auto exited = [this](std::int32_t code) { post([this, code] { ended.push_back(code); }); };
+    const auto child = launcher.launch(
+        {"/bin/sh", {"-c", script}, {{"PATH", "/usr/bin:/bin"}}, folder.path(), true}, {{}, exited});
+    untilEnded();
+    EXPECT_EQ(ended.back(), 6);
+    std::ifstream file(folder / "streams");
+    const std::string streams(std::istreambuf_iterator<char>(file), {});
+    EXPECT_EQ(streams, "/dev/null\n/dev/null\n/dev/null\n");
+}
+
 TEST_F(PosixChildTest, itsEndIsToldAlthoughAGrandchildHoldsItsOutput) {
     launch("sleep 100 & echo $!; head -c 1000000 /dev/zero | tr '\\0' x; exit 5");
     untilEnded();

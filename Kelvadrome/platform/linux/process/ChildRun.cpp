@@ -21,8 +21,8 @@ bool holdsLine(const std::string& text, const std::string& line) {
 } // namespace
 
 ChildRun::ChildRun(SpawnRequest request, ChildRules rules) : rules_(std::move(rules)) {
-    auto output = Pipe::make();
-    auto errors = rules_.onOutput ? Pipe() : Pipe::make();
+    auto output = rules_.unheard ? Pipe() : Pipe::make();
+    auto errors = rules_.unheard || rules_.onOutput ? Pipe() : Pipe::make();
     auto input = rules_.input ? Pipe::makeSocket() : Pipe();
     for (const auto* pipe : {&output, &errors}) {
         if (pipe->readEnd)

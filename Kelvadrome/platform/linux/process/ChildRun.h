@@ -25,6 +25,8 @@ struct ChildRules {
     std::size_t keptErrors = 0;
     /// Gets each chunk of the output, if set, and standard error then is a part of the output.
     std::function<void(std::string)> onOutput = {};
+    /// What it writes goes nowhere: nothing is read.
+    bool unheard = false;
     /// Takes the place of the request's standard input.
     std::optional<InputOnceReady> input = {};
     /// Whether it is over only when nobody, grandchildren included, holds its streams open any more.

@@ -49,13 +49,13 @@ PosixChildLauncher::~PosixChildLauncher() {
 }
 
 std::shared_ptr<ChildProcess> PosixChildLauncher::launch(Command command, Callbacks callbacks) {
-    auto input = Pipe::make();
+    auto input = command.silent ? Pipe() : Pipe::make();
     const auto run = std::make_shared<ChildRun>(SpawnRequest{.executable = std::move(command.executable),
                                                     .arguments = std::move(command.arguments),
                                                     .environment = std::move(command.environment),
                                                     .currentDirectory = std::move(command.currentDirectory),
                                                     .standardInput = input.readEnd.get()},
-        ChildRules{.onOutput = std::move(callbacks.output)});
+        ChildRules{.onOutput = std::move(callbacks.output), .unheard = command.silent});
     const auto watch = [run, exited = std::move(callbacks.exited), leave = closing_.get()] {
         const auto end = run->finish(leave);
         if (end.status)
