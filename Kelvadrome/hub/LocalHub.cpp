@@ -76,7 +76,13 @@ LocalHub::LocalHub(const std::vector<std::string>& arguments, Executor on, Backg
               .home = Files::userHome()},
           .prompter = automation,
           .probe = hostAccess(lock).probe(),
-          .apps = std::move(apps)})) {}
+          .apps = std::move(apps)})),
+      connector(RelayConnector::make({.executor = executor,
+          .clock = clock,
+          .client = client,
+          .env = env,
+          .environment = environment,
+          .launcher = std::make_shared<PosixChildLauncher>()})) {}
 
 AppModel::Dependencies LocalHub::modelDependencies() const {
     return {.executor = executor,
@@ -96,7 +102,7 @@ AppModel::Dependencies LocalHub::modelDependencies() const {
         .screen = nullptr,
         .notifier = nullptr,
         .automation = automation,
-        .relay = nullptr,
+        .relay = connector,
         .voice = nullptr,
         .startDelivery = [deliver = deliver] { deliver->start(); },
         .finishDelivery = [deliver = deliver] { return deliver->finish(longestDelivery); }};

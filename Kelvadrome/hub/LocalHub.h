@@ -2,6 +2,7 @@
 
 #include "Kelvadrome/model/AppModel.h"
 #include "Kelvadrome/model/DeliverService.h"
+#include "Kelvadrome/model/RelayConnector.h"
 #include "Kelvadrome/model/SettingsRows.h"
 #include "Kelvadrome/platform/linux/core/FileDefaults.h"
 #include "Kelvadrome/platform/linux/core/SecretServiceStore.h"
@@ -50,6 +51,7 @@ public:
     const std::shared_ptr<AutomationPrompter> automation;
     const std::shared_ptr<DeliveryRunners> runners;
     const std::shared_ptr<DeliverService> deliver;
+    const std::shared_ptr<RelayConnector> connector;
 };
 
 } // namespace kelvadrome

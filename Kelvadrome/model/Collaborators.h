@@ -2,6 +2,7 @@
 
 #include "KelvadromeKit/support/Task.h"
 
+#include <optional>
 #include <string>
 
 namespace kelvadrome {
@@ -13,7 +14,10 @@ public:
 
     /// Asks the daemon whether the relay is wanted and starts or stops the connector accordingly.
     virtual Task<> startIfEnabled() = 0;
+    /// Ends the connector. It stays ended until the next `startIfEnabled`.
     virtual void stop() = 0;
+    /// Why it doesn't run although it should, for a person.
+    virtual std::optional<std::string> lastError() const = 0;
 };
 
 /// Voice, as far as the model drives it. Main executor; never throws.

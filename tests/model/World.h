@@ -30,6 +30,7 @@ public:
         co_return;
     }
     void stop() override { calls_.add("relay stop"); }
+    std::optional<std::string> lastError() const override { return std::nullopt; }
     Task<> refresh(bool force) override {
         calls_.add(force ? "voice refresh forced" : "voice refresh");
         co_return;
