@@ -139,9 +139,12 @@ Task<> DesktopScreen::criticalAlert(std::string title, std::string text, std::st
     co_await choose(dialog);
 }
 
-Task<bool> DesktopScreen::confirm(std::string title, std::string text, std::string yes, std::string no) {
+Task<bool> DesktopScreen::confirm(
+    std::string title, std::string text, std::string yes, std::string no, Gtk::Window* over) {
+    if (!over)
+        over = main_;
     auto* const dialog = ADW_MESSAGE_DIALOG(
-        adw_message_dialog_new(main_ ? GTK_WINDOW(main_->gobj()) : nullptr, title.c_str(), text.c_str()));
+        adw_message_dialog_new(over ? over->gobj() : nullptr, title.c_str(), text.c_str()));
     adw_message_dialog_add_responses(dialog, "yes", yes.c_str(), "no", no.c_str(), nullptr);
     adw_message_dialog_set_response_appearance(dialog, "yes", ADW_RESPONSE_DESTRUCTIVE);
     adw_message_dialog_set_default_response(dialog, "no");

@@ -55,8 +55,10 @@ public:
     void activateApplication(std::string bundleId) override;
     Task<> criticalAlert(std::string title, std::string text, std::string button) override;
 
-    /// A message with two answers over the main window; true for the first, which is the one that destroys.
-    Task<bool> confirm(std::string title, std::string text, std::string yes, std::string no);
+    /// A message with two answers over a window, the main one unless another is given; true for the first,
+    /// which is the one that destroys.
+    Task<bool> confirm(
+        std::string title, std::string text, std::string yes, std::string no, Gtk::Window* over = nullptr);
 
 private:
     Desktop desktop_;

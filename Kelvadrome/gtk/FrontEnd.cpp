@@ -3,6 +3,7 @@
 #include "Kelvadrome/gtk/DesktopVoice.h"
 #include "Kelvadrome/gtk/MainLoop.h"
 #include "Kelvadrome/gtk/panel/PanelWindow.h"
+#include "Kelvadrome/gtk/parts/DesktopPasteboard.h"
 #include "Kelvadrome/gtk/parts/Theme.h"
 #include "Kelvadrome/gtk/parts/WindowHints.h"
 #include "Kelvadrome/gtk/settings/SettingsWindow.h"
@@ -169,8 +170,8 @@ private:
                 .agent = [this](const std::string& id) { model_->openAgent(id); },
                 .hide = [this] { model_->setAgentStrip(false); },
                 .tell = [this] { return agentLines(model_->state()); }});
-        bar_ =
-            std::make_unique<DesktopBar>(hub_, bus_, model_, voice_, [this](Gtk::Window& window) { adopt(window); });
+        bar_ = std::make_unique<DesktopBar>(
+            hub_, bus_, model_, voice_, [this](Gtk::Window& window) { adopt(window); });
         makeSettings();
         // The last, since it is nearly always open: GTK 4.8 crashes when a screen reader asks for a window
         // that has just gone while the last one made is hidden.
@@ -262,7 +263,20 @@ private:
                     }
                 },
             .barKey = bar_->key(),
-            .voice = voice_}));
+            .voice = voice_,
+            .devices = makeDevices()}));
+    }
+
+    std::shared_ptr<DevicesSettings> makeDevices() {
+        return DevicesSettings::make({.executor = hub_.executor,
+            .clock = hub_.clock,
+            .client = hub_.client,
+            .connector = hub_.connector,
+            .pasteboard = std::make_shared<DesktopPasteboard>(hub_.clock),
+            .confirm = [this](DevicesSettings::Question question) {
+                return screen_->confirm(std::move(question.title), std::move(question.text),
+                    std::move(question.button), "Cancel", &settings_->window());
+            }});
     }
 
     std::vector<Gtk::Window*> ordinaryWindows() {

@@ -23,13 +23,19 @@ SettingsModel::SettingsModel(Dependencies dependencies)
         voice_.emplace(parts_.executor, parts_.voice, parts_.place);
         watchingVoice_ = voice_->observe([this] { changes_.changed(); });
     }
-    if (!parts_.barKey)
-        return;
-    facts_.barKey = parts_.barKey->state();
-    watchingKey_ = parts_.barKey->observe([this] {
+    if (parts_.barKey) {
         facts_.barKey = parts_.barKey->state();
-        changes_.changed();
-    });
+        watchingKey_ = parts_.barKey->observe([this] {
+            facts_.barKey = parts_.barKey->state();
+            changes_.changed();
+        });
+    }
+    if (parts_.devices) {
+        watchingDevices_ = parts_.devices->observe([this] {
+            facts_.devices = parts_.devices->state();
+            changes_.changed();
+        });
+    }
 }
 
 void SettingsModel::modelChanged() {
@@ -65,6 +71,16 @@ void SettingsModel::lookAway() {
         voice_->lookAway();
 }
 
+void SettingsModel::lookAt(SettingsTab tab, bool looking) {
+    if (tab != SettingsTab::iphone || !parts_.devices)
+        return;
+    if (looking) {
+        parts_.devices->look();
+    } else {
+        parts_.devices->lookAway();
+    }
+}
+
 void SettingsModel::toggle(const std::string& id, bool on) {
     if (voice_ && voice_->toggle(id, on))
         return;
@@ -79,6 +95,8 @@ void SettingsModel::toggle(const std::string& id, bool on) {
     } else if (id == SettingsId::notifyStops) {
         parts_.defaults->set("KDNotifyStops", on);
         facts_.notifyStops = on;
+    } else if (id == SettingsId::relay && parts_.devices) {
+        parts_.devices->setEnabled(on);
     }
     changes_.changed();
 }
@@ -112,21 +130,40 @@ void SettingsModel::press(const std::string& id) {
         if (id == SettingsId::terminal(app))
             pressTerminal(app);
     }
-}
-
-void SettingsModel::edit(const std::string& id, const std::string& text) {
-    if (voice_)
-        voice_->edit(id, text);
-}
-
-void SettingsModel::submit(const std::string& id) {
-    if (voice_)
-        voice_->submit(id);
+    if (parts_.devices)
+        pressDevices(id);
 }
 
 void SettingsModel::record(const std::string& id, const std::string& keys) {
     if (voice_)
         voice_->record(id, keys);
+}
+
+void SettingsModel::pressDevices(const std::string& id) {
+    auto& devices = *parts_.devices;
+    if (id == SettingsId::pairPhone) {
+        devices.startPairing();
+    } else if (id == SettingsId::copyPairing) {
+        devices.copy();
+    } else if (id == SettingsId::allowPhone || id == SettingsId::declinePhone) {
+        devices.decide(id == SettingsId::allowPhone);
+    }
+    if (const auto device = SettingsId::unpaired(id))
+        devices.revoke(*device);
+}
+
+void SettingsModel::edit(const std::string& id, const std::string& text) {
+    if (voice_ && voice_->edit(id, text))
+        return;
+    if (id == SettingsId::phoneCode && parts_.devices)
+        parts_.devices->type(text);
+}
+
+void SettingsModel::submit(const std::string& id) {
+    if (voice_ && voice_->submit(id))
+        return;
+    if (id == SettingsId::phoneCode && parts_.devices)
+        parts_.devices->decide(true);
 }
 
 void SettingsModel::pressTerminal(TerminalApp app) {

@@ -2,6 +2,7 @@
 
 #include "Kelvadrome/model/AppModel.h"
 #include "Kelvadrome/model/BarHotkey.h"
+#include "Kelvadrome/model/DevicesSettings.h"
 #include "Kelvadrome/model/RunningApps.h"
 #include "Kelvadrome/model/SettingsRows.h"
 #include "Kelvadrome/model/VoiceSettings.h"
@@ -30,6 +31,7 @@ public:
         std::function<void(bool)> showInDock;     // puts the windows into the dock, or takes them out of it
         std::shared_ptr<BarHotkey> barKey = {};   // null without a command bar
         std::shared_ptr<VoiceModel> voice = {};   // null where there is none
+        std::shared_ptr<DevicesSettings> devices = {}; // null without phones
     };
 
     static std::shared_ptr<SettingsModel> make(Dependencies dependencies);
@@ -43,6 +45,8 @@ public:
     /// from here on at what the agents' changes bring, until `lookAway`.
     void lookAgain();
     void lookAway();
+    /// The pane came up or went, which some follow more closely than the window.
+    void lookAt(SettingsTab tab, bool looking);
 
     // Presses, by the row's id. An id that isn't known does nothing.
     void toggle(const std::string& id, bool on);
@@ -60,6 +64,7 @@ private:
 
     void modelChanged();
     void pressTerminal(TerminalApp app);
+    void pressDevices(const std::string& id);
     static Task<> readTerminals(std::weak_ptr<SettingsModel> weak);
     static Task<> readCrew(std::weak_ptr<SettingsModel> weak);
     static Task<> readSecretPlace(std::weak_ptr<SettingsModel> weak);
@@ -75,6 +80,7 @@ private:
     Subscription watchingKey_;
     std::optional<VoiceSettings> voice_;
     Subscription watchingVoice_;
+    Subscription watchingDevices_;
 };
 
 } // namespace kelvadrome

@@ -1,6 +1,7 @@
 #include "Kelvadrome/model/SettingsRows.h"
 
 #include "Kelvadrome/model/BarKeyRows.h"
+#include "Kelvadrome/model/DevicesRows.h"
 #include "KelvadromeKit/attention/InboxLogic.h"
 #include "KelvadromeKit/delivery/TerminalAccessRow.h"
 #include "KelvadromeKit/support/Files.h"
@@ -13,10 +14,10 @@ namespace kelvadrome {
 
 namespace {
 
-constexpr std::array<std::string_view, 6> tabWords = {
-    "general", "agents", "voice", "autopilot", "privacy", "about"};
-constexpr std::array<std::string_view, 6> tabTitles = {
-    "General", "Agents", "Voice", "Rules", "Privacy", "About"};
+constexpr std::array<std::string_view, allSettingsTabs.size()> tabWords = {
+    "general", "agents", "voice", "iphone", "autopilot", "privacy", "about"};
+constexpr std::array<std::string_view, allSettingsTabs.size()> tabTitles = {
+    "General", "Agents", "Voice", "iPhone", "Rules", "Privacy", "About"};
 
 using Row = SettingsRow;
 using Group = SettingsGroup;
@@ -252,6 +253,10 @@ Group leaving(const SettingsFacts& facts) {
                 "The answer you press is typed into the agent's terminal, or given to Codex for its own "
                 "queue. "
                 "The agent may send it to its vendor."),
+            fact("to-phone", "To your phone",
+                "Only while answering from your iPhone is on: the relay connector sends cards to the relay "
+                "that "
+                "you set up, end-to-end encrypted."),
             fact("to-browser", "To your browser", "The address of a link, when you press one."),
             fact("to-desktop", "To your desktop",
                 "Over the session bus: how many cards need you, notifications that name no topic, amount or "
@@ -332,6 +337,8 @@ std::vector<SettingsGroup> settingsPane(SettingsTab tab, const AppState& state, 
         return {terminals(facts), crew(facts)};
     case SettingsTab::voice:
         break;
+    case SettingsTab::iphone:
+        return devicesPane(facts.devices);
     case SettingsTab::autopilot:
         return {answeredByRules(state), autopilot(state)};
     case SettingsTab::privacy:

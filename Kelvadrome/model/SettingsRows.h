@@ -2,6 +2,7 @@
 
 #include "Kelvadrome/model/AppState.h"
 #include "Kelvadrome/model/BarKeyState.h"
+#include "Kelvadrome/model/DevicesState.h"
 #include "KelvadromeKit/delivery/DeliverJob.h"
 #include "KelvadromeKit/delivery/TerminalApp.h"
 #include "KelvadromeKit/support/GreyPicture.h"
@@ -85,10 +86,10 @@ struct SettingsGroup {
     bool operator==(const SettingsGroup&) const = default;
 };
 
-enum class SettingsTab { general, agents, voice, autopilot, privacy, about };
+enum class SettingsTab { general, agents, voice, iphone, autopilot, privacy, about };
 
 inline constexpr std::array allSettingsTabs = {SettingsTab::general, SettingsTab::agents, SettingsTab::voice,
-    SettingsTab::autopilot, SettingsTab::privacy, SettingsTab::about};
+    SettingsTab::iphone, SettingsTab::autopilot, SettingsTab::privacy, SettingsTab::about};
 
 std::string_view rawValue(SettingsTab tab); // as the key KDOpenSettings words it
 std::optional<SettingsTab> settingsTabFromRawValue(std::string_view text);
@@ -123,7 +124,8 @@ struct SettingsFacts {
     bool showInDock = true;
     bool notifyStops = true;
     std::map<TerminalApp, Terminal> terminals = {};
-    std::optional<BarKeyState> barKey = {};      // absent without a command bar
+    std::optional<BarKeyState> barKey = {}; // absent without a command bar
+    DevicesState devices = {};
     std::optional<CrewLabelList> crew = {};      // absent until the daemon has told
     std::optional<std::string> secretPlace = {}; // where the page's key is kept; absent until it is known
 };
@@ -146,6 +148,14 @@ inline constexpr const char* editRules = "edit-rules";
 inline constexpr const char* revealHome = "reveal-home";
 inline constexpr const char* barKey = "bar-key";
 inline constexpr const char* barCommand = "bar-command";
+inline constexpr const char* relay = "relay";
+inline constexpr const char* pairPhone = "pair-phone";
+inline constexpr const char* copyPairing = "copy-pairing";
+inline constexpr const char* phoneCode = "phone-code";
+inline constexpr const char* allowPhone = "allow-phone";
+inline constexpr const char* declinePhone = "decline-phone";
+std::string unpair(const std::string& deviceId);
+std::optional<std::string> unpaired(const std::string& id); // the device of such an id
 std::string terminal(TerminalApp app);
 
 } // namespace SettingsId

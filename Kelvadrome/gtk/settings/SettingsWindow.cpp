@@ -15,8 +15,8 @@ constexpr int height = 620;
 constexpr double wordmarkSize = 56;
 
 constexpr std::array<const char*, allSettingsTabs.size()> icons = {"preferences-system-symbolic",
-    "utilities-terminal-symbolic", "audio-input-microphone-symbolic", "media-playlist-consecutive-symbolic",
-    "channel-secure-symbolic", "help-about-symbolic"};
+    "utilities-terminal-symbolic", "audio-input-microphone-symbolic", "phone-symbolic",
+    "media-playlist-consecutive-symbolic", "channel-secure-symbolic", "help-about-symbolic"};
 
 /// The window's own button and field show an icon alone.
 void nameSearch(GtkWidget* within) {
@@ -104,6 +104,7 @@ SettingsWindow::Page SettingsWindow::makePage(SettingsTab tab) {
         page.groups.push_back(std::move(group));
     }
     adw_preferences_window_add(adw_, page.widget);
+    followVisits(page.widget, tab);
     return page;
 }
 
@@ -113,6 +114,13 @@ void SettingsWindow::makePages() {
         return;
     for (const auto tab : allSettingsTabs)
         pages_[static_cast<std::size_t>(tab)] = makePage(tab);
+}
+
+/// A page is mapped exactly while it is the one that shows.
+void SettingsWindow::followVisits(AdwPreferencesPage* page, SettingsTab tab) {
+    auto* const widget = Glib::wrap(GTK_WIDGET(page));
+    widget->signal_map().connect([this, tab] { model_->lookAt(tab, true); });
+    widget->signal_unmap().connect([this, tab] { model_->lookAt(tab, false); });
 }
 
 void SettingsWindow::open(std::optional<SettingsTab> tab, Gtk::Window* parent) {

@@ -37,6 +37,7 @@ private:
 
     void makePages();
     Page makePage(SettingsTab tab);
+    void followVisits(AdwPreferencesPage* page, SettingsTab tab);
     void show();
     void touched();
     void fill(Group& group, const std::vector<SettingsRow>& rows);
