@@ -289,7 +289,7 @@ void SettingsRowView::showField(const SettingsRow& row, const SettingsRow::Field
         gtk_editable_set_text(field_.get(), field.text.c_str());
         gtk_editable_set_position(field_.get(), -1);
     }
-    gtk_widget_set_sensitive(GTK_WIDGET(field_.get()), row.enabled);
+    gtk_editable_set_editable(field_.get(), row.enabled); // it keeps the focus
     tell(GTK_WIDGET(field_.get()), row.title, field.hint);
 }
 

@@ -11,7 +11,7 @@ namespace kelvadrome {
 namespace {
 
 constexpr int width = 780;
-constexpr int height = 620;
+constexpr int height = 720; // a pairing code and what is pressed about it fit in
 constexpr double wordmarkSize = 56;
 
 constexpr std::array<const char*, allSettingsTabs.size()> icons = {"preferences-system-symbolic",
@@ -29,6 +29,14 @@ void nameSearch(GtkWidget* within) {
             nameSearch(child);
         }
     }
+}
+
+/// A field that goes while it has the focus isn't told that it loses it.
+void releaseFocus(GtkWidget* within) {
+    auto* const root = gtk_widget_get_root(within);
+    auto* const focused = root ? gtk_root_get_focus(root) : nullptr;
+    if (focused && gtk_widget_is_ancestor(focused, within))
+        gtk_root_set_focus(root, nullptr);
 }
 
 } // namespace
@@ -165,6 +173,7 @@ void SettingsWindow::fill(Group& group, const std::vector<SettingsRow>& rows) {
         ++kept;
     }
     while (group.rows.size() > kept) {
+        releaseFocus(group.rows.back()->widget());
         adw_preferences_group_remove(group.widget, group.rows.back()->widget());
         group.rows.pop_back();
     }
