@@ -25,6 +25,7 @@ import { keepLogsSmall } from './logs.mjs';
 import { Looks } from './looks.mjs';
 import { Reviews } from './reviews.mjs';
 import { Relay } from './relay.mjs';
+import { Voice } from './voice.mjs';
 import { Onboarding } from './onboarding.mjs';
 import { PageAuth, nextPath, setCookie } from './page-auth.mjs';
 import { checkSurface, findRoute } from './routes.mjs';
@@ -104,6 +105,7 @@ class Daemon {
     this.onboarding = new Onboarding(this, env);
     this.sample = new Sample(this, env);
     this.relay = new Relay(this);
+    this.voice = new Voice(this);
     this.hosts = { hosts: [], access: {} };
     if (this.store.setAsideAs) {
       log(`the database was damaged; it is kept as ${this.store.setAsideAs}, and a fresh one is in use.`);
@@ -165,6 +167,7 @@ class Daemon {
       this.pruning.look();
       keepLogsSmall();
       this.relay.look();
+      this.voice.look();
       this.looks.again().catch(this.wentWrong);
       this.requests.look().catch(this.wentWrong);
     } catch (error) {
@@ -191,6 +194,7 @@ class Daemon {
     this.focuses.close();
     this.askers.close();
     this.relay.close();
+    this.voice.close();
     this.pruning.close();
     this.watch.close();
     this.hub.close();
@@ -210,7 +214,7 @@ class Daemon {
     const session = surface === 'page' ? this.#caller(req) : null;
     checkSurface(route, surface, this.settings, session);
     if (route.stream) return this.#stream(res, session);
-    const body = req.method === 'GET' ? {} : await readJson(req);
+    const body = req.method === 'GET' ? {} : await readJson(req, route.maxBody);
     if (session && !session.live) throw unauthorized();
     if (route.answers && session) this.#refuseAgents(req, body);
     const data = await route.run(this, { body, session, headers: req.headers, signal: goneSignal(res) });

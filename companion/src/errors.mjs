@@ -15,8 +15,6 @@ export const unauthorized = () =>
   new Refusal('unauthorized', 401, 'This page session is not known. Open the page from Kelvadrome again.');
 export const unknownCard = (id) => new Refusal('unknown_card', 404, `There is no card "${id}".`);
 export const noRoute = (path) => new Refusal('not_found', 404, `kelvadromed has no route ${path}.`);
-export const notBuilt = (path) =>
-  new Refusal('not_implemented', 501, `This kelvadromed does not offer ${path} yet.`);
 
 /** A start that cannot go on: `message` goes to stderr, the process exits with `exitCode`. */
 export class StartError extends Error {

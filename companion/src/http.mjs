@@ -33,15 +33,15 @@ export function sendError(res, error, log) {
 }
 
 /** Reads a body to its end even when it is too large, so that the sender can read the reply; a huge one is cut off. */
-async function readBytes(req) {
+async function readBytes(req, max) {
   const pieces = [];
   let size = 0;
   for await (const piece of req) {
     size += piece.length;
-    if (size <= MAX_BODY) pieces.push(piece);
+    if (size <= max) pieces.push(piece);
     else if (size > 20 * MAX_BODY) break;
   }
-  if (size > MAX_BODY) throw new Refusal('too_large', 413, `The request has more than ${MAX_BODY} bytes.`);
+  if (size > max) throw new Refusal('too_large', 413, `The request has more than ${max} bytes.`);
   return Buffer.concat(pieces);
 }
 
@@ -53,8 +53,8 @@ function refuseHalfCharacters(key, value) {
 }
 
 /** The body as an object. An empty body counts as {}. */
-export async function readJson(req) {
-  const bytes = await readBytes(req);
+export async function readJson(req, max = MAX_BODY) {
+  const bytes = await readBytes(req, max);
   if (bytes.length === 0) return {};
   let text;
   try {

@@ -3,11 +3,12 @@
 import { setTimeout } from 'node:timers/promises';
 import { optional, required } from './check.mjs';
 import { clock } from './clock.mjs';
-import { conflict, forbidden, invalid, notBuilt } from './errors.mjs';
+import { conflict, forbidden, invalid } from './errors.mjs';
 import { readAsk, readIdentity, readLive, readTopic } from './asks.mjs';
 import { KEY_HEADER } from './page-auth.mjs';
 import { shownLine, within } from '../shared/text.js';
 import { relayRoutes } from './relay.mjs';
+import { voiceRoutes } from './voice.mjs';
 import { whyUntypable } from './reach.mjs';
 import { STATUS_WORDS, isWorking } from './sessions.mjs';
 import { LONGEST_MINUTES } from './snoozes.mjs';
@@ -330,26 +331,9 @@ const routes = {
   },
   'POST /v1/deliver/report': { on: ['page'], shell: true, run: report },
   ...relayRoutes,
+  ...voiceRoutes,
   'POST /v1/live/hosts': { on: ['page'], shell: true, run: liveHosts },
 };
-
-const unbuilt = [
-  '/v1/voice/scan',
-  '/v1/voice/settings/get',
-  '/v1/voice/settings',
-  '/v1/voice/engine/status',
-  '/v1/voice/engine/used',
-  '/v1/voice/budget/reserve',
-  '/v1/voice/mode/switched',
-  '/v1/voice/transcribe',
-];
-for (const path of unbuilt)
-  routes[`POST ${path}`] = {
-    on: both,
-    run: () => {
-      throw notBuilt(path);
-    },
-  };
 
 const paths = new Set(Object.keys(routes).map((key) => key.split(' ')[1]));
 

@@ -75,6 +75,12 @@ const MIGRATIONS = [
    ALTER TABLE topics ADD COLUMN restricted INTEGER NOT NULL DEFAULT 0;`,
   `UPDATE cards SET ask_id = agent || '/' || CASE agent WHEN 'shell' THEN '' ELSE session_id END || '/' || ask_id
      WHERE ask_id IS NOT NULL;`,
+  `CREATE TABLE voice_days (day TEXT PRIMARY KEY, seconds INTEGER NOT NULL CHECK (seconds >= 0)) STRICT;
+   CREATE TABLE voice_reservations (
+     seq INTEGER PRIMARY KEY AUTOINCREMENT, id TEXT NOT NULL UNIQUE, day TEXT NOT NULL, engine TEXT NOT NULL,
+     model TEXT NOT NULL, seconds INTEGER NOT NULL CHECK (seconds > 0),
+     state TEXT NOT NULL CHECK (state IN ('held','used','released','expired'))) STRICT;
+   CREATE INDEX voice_held ON voice_reservations (day) WHERE state = 'held';`,
 ];
 
 const FILE = 'kelvadromed.db';

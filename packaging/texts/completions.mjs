@@ -6,6 +6,7 @@ const WORDS = {
   hooks: ['install', 'uninstall', 'status', 'claude', 'codex'],
   hook: ['claude', 'codex'],
   relay: ['serve'],
+  voice: ['status', 'install-engine', 'model'],
   run: ['claude', 'codex'],
 };
 const HIDDEN = ['wait-seconds']; // how kd spells --wait=SECONDS for itself

@@ -37,7 +37,7 @@ test('every refusal is an envelope that names what was wrong, and loses nothing'
   const table = [
     ['POST', '/v1/nope', '{}', 404, 'not_found', '/v1/nope'],
     ['GET', '/v1/cards/list', undefined, 405, 'method_not_allowed', 'GET'],
-    ['POST', '/v1/voice/scan', '{}', 501, 'not_implemented', 'voice'],
+    ['POST', '/v1/voice/transcribe', '{"pcm16_b64":"AAA="}', 501, 'not_implemented', 'engine'],
     ['POST', '/v1/ask', '{"agent"', 400, 'validation_failed', 'JSON'],
     ['POST', '/v1/ask', `{"👧":${'👧'.repeat(20)}`, 400, 'validation_failed', 'JSON'],
     ['POST', '/v1/ask', '[]', 400, 'validation_failed', 'object'],

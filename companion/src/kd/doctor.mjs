@@ -1,6 +1,7 @@
 // `kd doctor`: what works on this machine, a line a check, each with what to do. Looks and changes nothing.
 import { execFile } from 'node:child_process';
-import { readdirSync, statSync, statfsSync } from 'node:fs';
+import { existsSync, readdirSync, statSync, statfsSync } from 'node:fs';
+import { join } from 'node:path';
 import { AGENTS, agentName } from '../../shared/agents.js';
 import { AGENTS_WITH_HOOKS, stateOf } from '../hooks/install.mjs';
 import { kdByPath } from '../layout.mjs';
@@ -12,6 +13,7 @@ import { EXIT } from './client.mjs';
 const LIMIT_MS = 2000;
 const LEAST_DISK = 100 << 20; // bytes
 const OTHERS = 0o077;
+const ON_DEVICE_MODEL = '/usr/share/pocketsphinx/model/en-us';
 
 /** What a command prints; null when it cannot be had, fails, or takes too long. */
 const output = (program, ...words) =>
@@ -123,7 +125,8 @@ function display({ env }) {
   return note('no display: the panel in the terminal is used', 'kelvadrome');
 }
 
-function microphone() {
+/** What the kernel knows of, or a sound server that may have a microphone elsewhere; whether it hears is the shell's. */
+function microphone({ env }) {
   try {
     const cards = readdirSync('/proc/asound').filter((name) => /^card\d+$/.test(name));
     const takes = cards.filter((card) =>
@@ -133,7 +136,53 @@ function microphone() {
   } catch {
     /* no sound at all */
   }
-  return note('none found', 'Only dictation needs one.');
+  const server = ['pipewire-0', 'pulse/native'].find(
+    (name) => env.XDG_RUNTIME_DIR && existsSync(join(env.XDG_RUNTIME_DIR, name)),
+  );
+  return server
+    ? note(`none found; a sound server is there (${server})`, 'It may still offer one.')
+    : note('none found', 'Only dictation needs one.');
+}
+
+function onDevice() {
+  return existsSync(ON_DEVICE_MODEL)
+    ? ok(`English, in ${ON_DEVICE_MODEL}`)
+    : note('no model', 'apt-get install pocketsphinx-en-us, to speak without sending anything.');
+}
+
+const LOCAL_TODO = {
+  no_engine: 'voice install-engine, for a better model on this machine.',
+  no_model: 'voice model FOLDER',
+  checking: 'voice status, in a moment.',
+  failed: 'voice status',
+};
+
+async function localSpeech({ client }) {
+  const scan = await client.call('/v1/voice/scan', {}).catch(() => null);
+  if (scan === null) return null;
+  const { local, why } = scan.builtin;
+  return local === 'ready'
+    ? ok('engine and model work')
+    : note(why ?? `not ready (${local})`, `${client.command} ${LOCAL_TODO[local]}`);
+}
+
+async function voiceBudget({ client }) {
+  const now = await client.call('/v1/voice/settings/get', {}, LIMIT_MS).catch(() => null);
+  if (now === null) return null;
+  const text = `${now.used_minutes.toFixed(1)} of ${now.daily_minutes_cap} minutes used today`;
+  return now.used_minutes < now.daily_minutes_cap
+    ? ok(text)
+    : note(text, 'Nothing more is sent today; the settings of voice have the limit.');
+}
+
+async function relay({ client }) {
+  const status = await client.call('/v1/relay/status', {}, LIMIT_MS).catch(() => null);
+  if (status === null) return null;
+  if (!status.enabled) return ok('switched off: no phone answers');
+  const phones = status.devices.length;
+  return status.connector.connected
+    ? ok(`connected, ${phones} ${phones === 1 ? 'phone' : 'phones'} paired`)
+    : bad('switched on and not connected', 'Is the relay running? See docs/relay.md.');
 }
 
 const CHECKS = {
@@ -163,6 +212,10 @@ const CHECKS = {
     ),
   display,
   microphone,
+  'on-device speech': onDevice,
+  'local speech': localSpeech,
+  'voice budget': voiceBudget,
+  relay,
 };
 /** Without these no answer reaches an agent's terminal. */
 const NEEDED = ['Node', 'tmux', 'data home', 'daemon', 'shell'];

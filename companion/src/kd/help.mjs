@@ -22,6 +22,8 @@ usage: kd COMMAND [OPTIONS]
   answer     answer a card: kd answer CARD_ID ANSWER (only with a daemon that runs for tests)
   hook       what the agent runs then: kd hook AGENT, with its message on standard input
   relay      kd relay serve: run the relay through which a paired phone reaches this computer
+  voice      what turns speech into text on this machine: kd voice status;
+             kd voice install-engine, kd voice model FOLDER for the local route
   page-key   tell which program holds the page; --reset forgets its key, for when the key was lost
   help       this text; also kd COMMAND --help
 
@@ -84,6 +86,10 @@ kd relay serve
       --cluster FILE     in place of a relay on this computer, write the configuration of the
                          NATS servers that FILE describes (docs/relay.md)
       --renew            make new places for phones; phones that are paired have to be paired again
+
+kd voice
+  install-engine         put the local speech engine into the data home, with npm (about 60 MB)
+  model FOLDER           use the speech model in this folder, and try whether it loads (docs/voice.md)
 
 Everywhere
       --home DIR         the data home; else KELVADROME_HOME; else

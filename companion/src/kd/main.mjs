@@ -9,6 +9,7 @@ import { attach, runHere, runInside } from './run.mjs';
 import { hook } from '../hooks/hook.mjs';
 import { hooks } from '../hooks/install.mjs';
 import { relay } from './relay.mjs';
+import { voice } from './voice.mjs';
 
 const text = { type: 'string' };
 const many = { type: 'string', multiple: true };
@@ -78,6 +79,7 @@ export const COMMANDS = {
       renew: flag,
     },
   },
+  voice: { run: voice, words: [1, 2], options: {} },
   'page-key': { run: pageKey, words: 0, options: { reset: flag } },
 };
 
