@@ -6,9 +6,11 @@ import { existsSync, statSync } from 'node:fs';
 import { join } from 'node:path';
 import { fileURLToPath } from 'node:url';
 import { conflict, Refusal } from './errors.mjs';
+import { shownLine } from '../shared/text.js';
 
 export const ENGINE = 'sherpa-onnx-node';
 export const engineHome = (home) => join(home, 'voice-engine');
+const LONGEST_WHY = 500; // characters
 const MAX_WAITING = 2;
 const IDLE_MS = 120_000;
 const LIMIT_MS = 40_000; // the shell waits for 45 s
@@ -40,13 +42,13 @@ export class VoiceEngine {
     const none = this.whyNone(model);
     if (none !== null) return { state: none };
     const key = this.#keyOf(model);
-    if (this.#key !== key || this.#trial === null || (force && this.#count === 0)) {
-      this.#begin(key);
-      this.#trial = this.#line(() => this.#start(model)).then(
+    if (this.#key !== key) this.#begin(key);
+    const anew = force && this.#count === 0; // no clip is ended for it
+    if (this.#trial === null || anew)
+      this.#trial = this.#line(() => this.#load(key, model, anew)).then(
         () => null,
         (error) => error.message,
       );
-    }
     const slow = Symbol('slow');
     let timer;
     const why = await Promise.race([
@@ -83,7 +85,7 @@ export class VoiceEngine {
       if (signal?.aborted) throw conflict('The asker has left.');
       const key = this.#keyOf(model);
       if (this.#key !== key) this.#begin(key);
-      if (this.#child === null) await this.#start(model);
+      await this.#load(key, model, false);
       const { text } = await this.#exchange({ clip });
       return text;
     });
@@ -103,15 +105,38 @@ export class VoiceEngine {
     return result;
   }
 
+  /** Sees to it that the child holds this model. Another may have been chosen while this one waited for its turn. */
+  async #load(key, model, anew) {
+    if (this.#key !== key) throw failed('Another speech model was chosen.');
+    if (anew || this.#child === null) await this.#start(model);
+  }
+
   #start(model) {
     this.#end();
     this.#child = fork(CHILD, [this.folder, model], {
       serialization: 'advanced',
-      stdio: ['ignore', 'ignore', 'ignore', 'ipc'],
+      stdio: ['ignore', 'ignore', 'pipe', 'ipc'],
       execArgv: ['--max-old-space-size=512'],
       env: { PATH: process.env.PATH }, // nothing of the user's is its business
     });
-    return this.#exchange(null);
+    return this.#loaded(this.#child);
+  }
+
+  /** An engine that ends over a model says why on its standard error; what it says later may be of what was spoken. */
+  async #loaded(child) {
+    let words = '';
+    const hear = (piece) => {
+      words = (words + piece).slice(-LONGEST_WHY);
+    };
+    child.stderr.setEncoding('utf8').on('data', hear);
+    try {
+      return await this.#exchange(null);
+    } catch (error) {
+      const why = shownLine(words);
+      throw why ? failed(`${error.message} It said: ${why}`) : error;
+    } finally {
+      child.stderr.off('data', hear).resume();
+    }
   }
 
   /** What the child says next. One that says nothing in time, ends or says that it failed is ended. */

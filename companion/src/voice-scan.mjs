@@ -43,12 +43,12 @@ function infoOf(path) {
   } catch {
     return {};
   }
-  const valueOf = (key) => new RegExp(`<key>${key}</key>\\s*<string>([^<]*)</string>`).exec(text)?.[1];
-  const lists = text.matchAll(/<key>CFBundleURLSchemes<\/key>\s*<array>([^]*?)<\/array>/g);
+  const textOf = (key) => new RegExp(`<key>${key}</key>\\s*<string>([^<]*)</string>`).exec(text)?.[1];
+  const lists = text.matchAll(/<key>CFBundleURLSchemes<\/key>\s*<array>([\s\S]*?)<\/array>/g);
   const schemes = [...lists].flatMap(([, list]) =>
     [...list.matchAll(/<string>([^<]*)<\/string>/g)].map(([, scheme]) => scheme),
   );
-  return { id: valueOf('CFBundleIdentifier'), version: valueOf('CFBundleShortVersionString'), schemes };
+  return { id: textOf('CFBundleIdentifier'), version: textOf('CFBundleShortVersionString'), schemes };
 }
 
 function isRunning(path) {

@@ -88,7 +88,7 @@ kd relay serve
       --renew            make new places for phones; phones that are paired have to be paired again
 
 kd voice
-  install-engine         put the local speech engine into the data home, with npm (about 60 MB)
+  install-engine         put the local speech engine into the data home, with npm (33 MB)
   model FOLDER           use the speech model in this folder, and try whether it loads (docs/voice.md)
 
 Everywhere
