@@ -88,8 +88,9 @@ kd relay serve
       --renew            make new places for phones; phones that are paired have to be paired again
 
 kd voice
+  status                 which route is selected, how much of today is used, whether the local one works
   install-engine         put the local speech engine into the data home, with npm (33 MB)
-  model FOLDER           use the speech model in this folder, and try whether it loads (docs/voice.md)
+  model                  use the speech model in the folder named behind it, and try whether it loads
 
 Everywhere
       --home DIR         the data home; else KELVADROME_HOME; else
