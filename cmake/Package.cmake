@@ -54,7 +54,10 @@ one inbox, and the answer is typed into the very terminal that asked.
 This package has the desktop application: a window with the inbox, an item in
 the tray with a panel, and a strip of lamps that stays on top.")
     set(CPACK_DEBIAN_DESKTOP_PACKAGE_DEPENDS "adwaita-icon-theme, hicolor-icon-theme")
-    # The tools that take screenshots: on X11 the first, elsewhere the others.
-    set(CPACK_DEBIAN_DESKTOP_PACKAGE_RECOMMENDS "default-dbus-session-bus | dbus-session-bus, gnome-keyring, maim, grim, slurp")
+    # The tools that take screenshots: on X11 the first, elsewhere the others. The microphone's plugins for PulseAudio and
+    # for ALSA, and the model of the speech that is heard on this machine.
+    set(CPACK_DEBIAN_DESKTOP_PACKAGE_RECOMMENDS "default-dbus-session-bus | dbus-session-bus, gnome-keyring, maim, grim, slurp, \
+gstreamer1.0-plugins-base, gstreamer1.0-plugins-good, gstreamer1.0-alsa, pocketsphinx-en-us")
+    set(CPACK_DEBIAN_DESKTOP_PACKAGE_SUGGESTS "gstreamer1.0-pipewire")
 endif()
 include(CPack)

@@ -36,10 +36,11 @@ const compositions = [
 const windows = /^(adwaita|cairo|gdk|gtk|libsoup|webkit)/;
 const screen = /^(curses|term\.h)/;
 const bus = /^(gio|glib|libsecret|X11|xcb)/;
-const noToolkit = [windows, screen, bus];
+const sound = /^(gst|pocketsphinx|sphinxbase)/;
+const noToolkit = [windows, screen, bus, sound];
 const forbidden = (folder) => {
-  if (gtk.includes(folder)) return [screen];
-  if (folder === 'Kelvadrome/terminal') return [windows, bus];
+  if (gtk.includes(folder)) return [screen, sound];
+  if (folder === 'Kelvadrome/terminal') return [windows, bus, sound];
   return folder === glib || system.includes(folder) ? [windows, screen] : noToolkit;
 };
 
@@ -95,8 +96,10 @@ const outside = [
   [/^dlfcn/, 'dl'],
   [/^fmt\//, 'PkgConfig::FMT'],
   [/^(gio\/|glib)/, 'PkgConfig::GIO', 'PkgConfig::GTKMM'],
+  [/^gst\//, 'PkgConfig::GSTREAMER'],
   [/^libsecret/, 'PkgConfig::SECRET'],
   [/^plist/, 'PkgConfig::PLIST'],
+  [/^(pocketsphinx|sphinxbase)/, 'PkgConfig::SPHINX'],
   [/^re2/, 'PkgConfig::RE2'],
   [/^simdjson/, 'simdjson::simdjson'],
   [/^sodium/, 'PkgConfig::SODIUM'],
