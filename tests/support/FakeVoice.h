@@ -105,11 +105,13 @@ public:
     std::vector<std::string> installed{"en-US"};
     std::vector<std::size_t> heard; // samples of each clip
     bool broken = false;
+    Barrier working;
 
     std::vector<std::string> supportedLocales() const override { return {"en-US"}; }
     std::vector<std::string> installedLocales() const override { return installed; }
     Task<std::string> transcribe(Clip clip, std::string) override {
         heard.push_back(clip->size());
+        co_await working.pass();
         if (broken)
             throw std::runtime_error("no model");
         co_return "heard here";
