@@ -18,6 +18,7 @@ namespace kelvadrome {
 /// machine. Goes before the hub.
 class DesktopBar {
 public:
+    /// `voice` may be null: the bar is then for typing.
     DesktopBar(const LocalHub& hub, std::shared_ptr<SessionBus> bus, std::shared_ptr<AppModel> model,
         std::shared_ptr<VoiceModel> voice, std::function<void(Gtk::Window&)> adopt);
 

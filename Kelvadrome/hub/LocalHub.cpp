@@ -44,6 +44,16 @@ std::shared_ptr<SecretStore> withFormerKey(
     return std::make_shared<MovedSecretStore>(std::move(now), pageKeyStore(named));
 }
 
+/// The user's language, as programs on a terminal are told of it.
+std::string locale(const EnvironmentMap& environment) {
+    for (const auto* const name : {"LC_ALL", "LC_MESSAGES", "LANG"}) {
+        const auto found = environment.find(name);
+        if (found != environment.end() && !found->second.empty())
+            return found->second;
+    }
+    return "en_US";
+}
+
 SystemHostAccess hostAccess(const LogindLock& lock) {
     return SystemHostAccess(
         {.check = {}, .request = {}, .screenLocked = [&lock] { return lock.screenLocked(); }});
@@ -106,6 +116,24 @@ AppModel::Dependencies LocalHub::modelDependencies() const {
         .voice = nullptr,
         .startDelivery = [deliver = deliver] { deliver->start(); },
         .finishDelivery = [deliver = deliver] { return deliver->finish(longestDelivery); }};
+}
+
+VoiceModel::Dependencies LocalHub::voiceDependencies() const {
+    return {.executor = executor,
+        .pool = &pool,
+        .clock = clock,
+        .client = client,
+        .secrets = std::make_shared<MachineSecretStore>(
+            VoiceModel::openAIService, VoiceModel::openAIAccount, VoiceModel::openAILabel),
+        .http = nullptr,
+        .audio = nullptr,
+        .speech = nullptr,
+        .opener = nullptr,
+        .modes = nullptr,
+        .journal = std::make_shared<DefaultsModeJournal>(defaults),
+        .signature = {},
+        .locale = locale(environment),
+        .home = Files::userHome()};
 }
 
 std::string LocalHub::allowLoginItem() {

@@ -4,6 +4,7 @@
 #include "Kelvadrome/model/DeliverService.h"
 #include "Kelvadrome/model/RelayConnector.h"
 #include "Kelvadrome/model/SettingsRows.h"
+#include "Kelvadrome/model/VoiceModel.h"
 #include "Kelvadrome/platform/linux/core/FileDefaults.h"
 #include "Kelvadrome/platform/linux/core/SecretServiceStore.h"
 #include "Kelvadrome/platform/linux/session/LogindLock.h"
@@ -29,6 +30,8 @@ public:
 
     /// The model's dependencies but for `web`, `screen` and `notifier`.
     AppModel::Dependencies modelDependencies() const;
+    /// What voice needs, but for what hears, sends and opens: `http`, `audio`, `speech`, `opener`, `modes`.
+    VoiceModel::Dependencies voiceDependencies() const;
     /// What the settings tell of this machine; `windowsObey` is the display's to say.
     SettingsFacts::Place settingsPlace(bool windowsObey) const;
 

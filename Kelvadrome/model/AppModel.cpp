@@ -57,6 +57,8 @@ Task<> AppModel::stop() {
     const auto self = shared_from_this();
     if (parts_.finishDelivery) // first: a report needs the daemon
         co_await parts_.finishDelivery();
+    if (parts_.voice)
+        co_await parts_.voice->finish();
     if (parts_.relay)
         parts_.relay->stop();
     liveTask_.cancel();

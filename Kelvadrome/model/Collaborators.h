@@ -29,6 +29,9 @@ public:
     virtual Task<> refresh(bool force) = 0;
     /// A press on one of the page's voice controls.
     virtual Task<> pageAction(std::string action) = 0;
+    /// For the application's end, while the daemon is still there: drops a recording, cancels what is under
+    /// way, and waits a moment for the daemon to be told so.
+    virtual Task<> finish() = 0;
 };
 
 } // namespace kelvadrome

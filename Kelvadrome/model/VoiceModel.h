@@ -56,9 +56,6 @@ public:
 
     /// Which key opens the bar is the daemon's setting; it is handed to this from now on.
     void useHotkey(std::weak_ptr<BarHotkey> key);
-    /// For the application's end: drops a recording, stops a dictation app and cancels what is under way.
-    /// Waits for the daemon to be told that nothing came of it, for at most `longestFinish` seconds.
-    Task<> finish();
 
     const VoiceState& state() const { return state_; }
     [[nodiscard]] Subscription observe(std::function<void()> observer) override {
@@ -89,6 +86,7 @@ public:
     // VoiceControlling
     Task<> refresh(bool force) override;
     Task<> pageAction(std::string action) override;
+    Task<> finish() override; // for at most `longestFinish` seconds
 
     // BarVoice
     std::optional<std::string> status() const override { return state_.status; }

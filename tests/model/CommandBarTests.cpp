@@ -267,6 +267,19 @@ TEST_F(CommandBarTest, howTheKeyStandsIsWhatTheSystemSaidLastOfTheLastOne) {
     EXPECT_EQ(told, HotkeyOutcome::taken());
 }
 
+TEST_F(CommandBarTest, theDaemonsKeyRulesAndIsntAskedForTwice) {
+    const auto key = std::make_shared<FakeKey>();
+    const auto hotkey = BarHotkey::make({loop.executor(), clock, defaults, key, parts, panel});
+    key->outcomes = {HotkeyOutcome::registered(), HotkeyOutcome::taken(), HotkeyOutcome::failed(1)};
+    for (const char* label : {"Control A", "Control A", "Control B", "Control B", "Control B"}) {
+        hotkey->use(label);
+        loop.drain();
+        EXPECT_EQ(hotkey->state().label, label);
+    }
+    EXPECT_EQ(key->outcomes.size(), 0U) << "again where another application had it, never after a refusal";
+    EXPECT_EQ(defaults->string(BarHotkey::labelKey), "Control B");
+}
+
 TEST_F(CommandBarTest, aTapTogglesAndAHoldTalks) {
     const auto key = std::make_shared<FakeKey>();
     defaults->set(BarHotkey::labelKey, std::string("Shift B")); // no key of its own

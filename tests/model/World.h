@@ -39,6 +39,7 @@ public:
         calls_.add("voice " + action);
         co_return;
     }
+    Task<> finish() override { co_return; }
 
 private:
     CallLog& calls_;

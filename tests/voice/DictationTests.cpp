@@ -90,9 +90,8 @@ TEST_F(DictationTest, theModeIsLentForAsLongAsTheBarIsOpen) {
         std::optional<std::string> mode_, journal;
     };
     const auto nothing = [] {};
-    const std::vector<Row> rows{
-        {"lent and given back", "default", nothing, {ownURL, backURL}, {"default away", "default back"},
-            "default", {}},
+    const std::vector<Row> rows{{"lent and given back", "default", nothing, {ownURL, backURL},
+                                    {"default away", "default back"}, "default", {}},
         {"the user's own from before", "kelvadrome", nothing, {}, {}, "kelvadrome", {}},
         {"can't be read", {}, nothing, {}, {}, {}, {}},
         {"no plain name", "My Mode", nothing, {}, {}, "My Mode", {}},
@@ -100,8 +99,7 @@ TEST_F(DictationTest, theModeIsLentForAsLongAsTheBarIsOpen) {
             "notes", {}},
         {"can't be lent", "default", nothing, {ownURL}, {}, "default", {}},
         {"can't be given back", "default", [&] { app->refuses = {backURL}; }, {ownURL, backURL},
-            {"default away"}, "kelvadrome", "default"},
-    };
+            {"default away"}, "kelvadrome", "default"}};
     for (const auto& row : rows) {
         app->mode = row.mode;
         app->opened.clear();

@@ -92,8 +92,7 @@ TEST_F(SpeechPipelineTest, eachGrantIsSettledOnceAndNothingLeavesWithoutOne) {
     const auto reply = [this](std::int64_t status, std::string body = "{}") {
         return [this, status, body] { http->reply = {body, status}; };
     };
-    const std::vector<Row> rows{
-        {"all well", [] {}, "hello", "used r 1 true"},
+    const std::vector<Row> rows{{"all well", [] {}, "hello", "used r 1 true"},
         {"no words", reply(204, R"({"text":" "})"), "", "used r 1 true"},
         {"no daemon", [this] { ledger->broken = true; },
             "kelvadrome could not check today's voice limit. Nothing was sent.", "", 0},
@@ -107,8 +106,7 @@ TEST_F(SpeechPipelineTest, eachGrantIsSettledOnceAndNothingLeavesWithoutOne) {
         {"busy", reply(429), "OpenAI is busy or the key has no credit (429).", settledBadly},
         {"broken", reply(500), vague + " (HTTP 500)", settledBadly},
         {"not JSON", reply(200, "hello"), vague, settledBadly},
-        {"no text", reply(200, R"({"text":7})"), vague, settledBadly},
-    };
+        {"no text", reply(200, R"({"text":7})"), vague, settledBadly}};
     for (const auto& row : rows) {
         ledger->broken = http->broken = false;
         ledger->grant = BudgetGrant::granted("r");

