@@ -75,10 +75,12 @@ Task<> VoiceModel::readMachine(Weak weak) {
     self.reset();
     auto asking = audio->state();
     auto microphone = co_await attempt(std::move(asking));
-    if (self = weak.lock(); self && microphone) {
+    self = weak.lock();
+    if (self && microphone)
         self->set(&VoiceState::microphone, *microphone);
-        if (self->parts_.speech)
-            self->set(&VoiceState::apple, AppleTranscriber::state(*self->parts_.speech, self->parts_.locale));
+    if (self && self->parts_.speech) {
+        const auto apple = AppleTranscriber::state(*self->parts_.speech, self->parts_.locale);
+        self->set(&VoiceState::apple, apple);
     }
     self.reset();
     co_await readKey(weak);

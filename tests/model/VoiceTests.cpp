@@ -27,7 +27,8 @@ public:
         scan("openai");
         for (const auto* path : {"/v1/voice/settings", "/v1/voice/engine/status", "/v1/voice/engine/used"})
             daemon.on(path, FakeReply::data("{}"));
-        daemon.on(reservePath, FakeReply::data(R"({"reservation_id":"r"})"));
+        daemon.on(
+            reservePath, FakeReply::data(R"({"reservation_id":"r","denied":true})")); // the id alone decides
         daemon.on("/v1/voice/transcribe", FakeReply::data(R"({"text":"by the daemon"})"));
         make();
     }
@@ -127,9 +128,7 @@ public:
 
 TEST_F(VoiceTest, whatIsSpokenBecomesTextOnEachRoute) {
     struct Row {
-        std::string selected, rest;
-        std::string text;
-        std::string meanwhile = "Transcribing.";
+        std::string selected, rest, text, meanwhile = "Transcribing.";
     };
     for (const auto& row : {Row{"openai", "", "hello"}, Row{"apple-on-device", "", "heard here"},
              Row{"parakeet", R"(,"builtin":{"local":"ready"})", "by the daemon",
@@ -149,6 +148,7 @@ TEST_F(VoiceTest, whatIsSpokenBecomesTextOnEachRoute) {
         EXPECT_EQ(line(), "");
     }
     EXPECT_EQ(http->sent.size(), 1U);
+    EXPECT_EQ(bodies(reservePath), Lines{R"({"engine":"openai","model":"gpt-transcribe","seconds":1})"});
     EXPECT_EQ(bodies(usedPath), Lines{R"({"reservation_id":"r","seconds":1,"ok":true})"});
     EXPECT_EQ(bodies("/v1/voice/transcribe")[0].size(), std::string(R"({"pcm16_b64":""})").size() + 4272);
 

@@ -200,24 +200,5 @@ TEST(MicRecorder, theLimitCutsAndIsToldWithoutTheLock) {
     EXPECT_FALSE(audio->isOpen());
 }
 
-TEST(MicRecorder, aStopWhileItOpensTakesItBack) {
-    TestLoop loop;
-    const auto audio = std::make_shared<FakeAudio>();
-    const auto recorder = MicRecorder::make(audio);
-    audio->opening.holds = true;
-    spawn(loop.executor(), "recording", recorder->start({}));
-    loop.until([&] { return audio->opening.waiting() == 1; }, "the device");
-    EXPECT_EQ(recorder->stop().size(), 0U);
-    EXPECT_THROW(loop.run(recorder->start({})), std::runtime_error) << "while it opens";
-    audio->opening.open();
-    loop.drain();
-    EXPECT_FALSE(recorder->running() || audio->isOpen());
-    audio->broken = true;
-    EXPECT_THROW(loop.run(recorder->start({})), std::runtime_error);
-    audio->broken = false;
-    loop.run(recorder->start({}));
-    EXPECT_TRUE(recorder->running());
-}
-
 } // namespace
 } // namespace kelvadrome::test

@@ -1,7 +1,6 @@
 #include "KelvadromeKit/voice/SpeechPipeline.h"
 #include "KelvadromeKit/voice/TranscriptionError.h"
 
-#include "tests/support/FakeDaemon.h"
 #include "tests/support/FakeVoice.h"
 #include "tests/support/TestLoop.h"
 
@@ -160,24 +159,6 @@ TEST_F(SpeechPipelineTest, aCancelledClipStillSettlesWhatItWasGranted) {
     cancelAt([&] { return ledger->settling.waiting() == 1; }, [&] { ledger->settling.open(); });
     EXPECT_EQ(ledger->calls[1], "used r 1 true");
     EXPECT_EQ(ledger->calls.size(), 3U) << "once";
-}
-
-TEST(DaemonBudgetLedger, theIdAloneDecides) {
-    TestLoop loop;
-    FakeDaemon daemon;
-    DaemonBudgetLedger ledger(DaemonClient(daemon.socketPath(), loop.pool()));
-    const auto reserve = [&](const std::string& json) {
-        daemon.on("/v1/voice/budget/reserve", FakeReply::data(json));
-        return loop.run(ledger.reserve("openai", "m", 3));
-    };
-    EXPECT_EQ(reserve(R"({"denied":true,"used_minutes":31.5})"), BudgetGrant::denied(31.5));
-    EXPECT_EQ(reserve(R"({"denied":true,"reservation_id":"r"})"), BudgetGrant::granted("r"));
-    EXPECT_EQ(reserve("{}"), BudgetGrant::denied(0));
-    EXPECT_THROW(reserve(R"({"reservation_id":7})"), DecodingError);
-    EXPECT_EQ(daemon.requests()[0].body, R"({"engine":"openai","model":"m","seconds":3})");
-    loop.run(ledger.used("r", 3, false)); // which the daemon lacks
-    EXPECT_EQ(
-        daemon.requests("/v1/voice/engine/used")[0].body, R"({"reservation_id":"r","seconds":3,"ok":false})");
 }
 
 } // namespace
