@@ -381,7 +381,6 @@ private:
             co_return;
         self->watching_.cancel();
         self->bar_->stop();
-        co_await self->voice_->finish();
         self->window_->rememberSize();
         self->hub_.defaults->synchronize();
         self->screen_->forget();
