@@ -17,6 +17,7 @@ const MAX_POLL_MS = 25_000;
 export class Relay {
   #desk = null; // a promise of this computer's keys
   #pairing = null;
+  #link = ''; // the connector's link to the relay that phones were told of everything through
 
   constructor(app) {
     this.app = app;
@@ -205,16 +206,26 @@ export class Relay {
   // The connector's two calls.
 
   async poll(body, signal) {
+    const run = required.string(body, 'run', { max: 64 });
+    const connected = required.boolean(body, 'connected');
+    this.#followLink(connected && `${run} ${optional.integer(body, 'links') ?? 0}`);
     const result = await this.outbox.poll({
-      run: required.string(body, 'run', { max: 64 }),
+      run,
       done: optional.list(body, 'done', { max: 10_000 }) ?? [],
       after: optional.integer(body, 'after') ?? 0,
       news: optional.integer(body, 'news'),
-      connected: required.boolean(body, 'connected'),
+      connected,
       waitMs: optional.integer(body, 'wait_ms', { max: MAX_POLL_MS }) ?? 0,
       signal,
     });
     return { enabled: this.enabled, ...result, channels: this.#channels() };
+  }
+
+  /** What was on its way through the connector's last link may be lost, so that everything is said again. */
+  #followLink(link) {
+    if (!link || link === this.#link) return;
+    this.#link = link;
+    this.traffic.broadcast(this.view.since()).catch(this.app.wentWrong);
   }
 
   #channels() {

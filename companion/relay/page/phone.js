@@ -75,6 +75,7 @@ export class Phone {
         password,
         clientId: `kd-${channel}-${wire.toBase64url(wire.random(4)).replace(/[^A-Za-z0-9]/g, '0')}`,
         clean: true,
+        qos: 0, // what is missed is asked for, so the relay need not keep anything for a phone
       },
       onMessage: (_, text) => this.#inTurn(() => this.#receive(text)),
       onState: (connected) => {
@@ -93,8 +94,9 @@ export class Phone {
     return turn;
   }
 
-  #publish(text) {
-    return this.#link.publish(wire.topicUp(this.mine.channel), text);
+  /** What is said again anyway need not be kept by the relay. Nobody waits for its word: turns would stand still. */
+  #publish(text, { qos = 0 } = {}) {
+    this.#link.publish(wire.topicUp(this.mine.channel), text, { qos });
   }
 
   /** The page is looked at again. */
@@ -236,7 +238,7 @@ export class Phone {
       { channel: mine.channel, stream: 'ask', n: mine.asked },
       { have: this.rev ?? null },
     );
-    await this.#publish(text);
+    this.#publish(text);
   }
 
   /** To be called every second or so: repeats what got no answer, and gives up what came too late. */
@@ -256,7 +258,7 @@ export class Phone {
     if (this.phase === 'joining') {
       if (since < JOIN_AGAIN_MS) return;
       this.#sent = now;
-      await this.#publish(this.joinText);
+      this.#publish(this.joinText);
     } else {
       const isWaiting =
         this.phase === 'digits' || this.heard === null || now - this.heard > ASK_MS + ASK_SOON_MS;
@@ -326,7 +328,13 @@ export class Phone {
       { channel: mine.channel, stream: 'do', n },
       { ...body, first: mine.pending[0]?.n ?? n },
     );
-    if (this.online) this.#publish(text);
+    if (!this.online) return;
+    this.#publish(text);
+    if (command.isKept) return;
+    // The computer may be away just now, and this page closed before it is back: once the relay keeps it. That may take a
+    // cluster some seconds while one of its servers is replaced, so that nothing waits for it.
+    this.#publish(text, { qos: 1 });
+    command.isKept = true;
   }
 
   async #sendPending() {

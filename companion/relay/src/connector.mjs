@@ -48,7 +48,8 @@ export class Connector {
   #link = null;
   #after = 0; // the newest message that the daemon has given
   #news = null;
-  #waiting = new Map(); // id -> message that the relay has not acknowledged yet
+  #links = 0; // how often the relay was reached
+  #waiting = new Map(); // id -> message that has not gone out yet
   #done = [];
   #poll = new AbortController();
   #login = '';
@@ -91,6 +92,7 @@ export class Connector {
           after: this.#after,
           ...(this.#news === null ? {} : { news: this.#news }),
           connected: this.#link?.connected ?? false,
+          links: this.#links,
           wait_ms: WAIT_MS,
         },
         { timeoutMs: WAIT_MS + 10_000, signal: this.#poll.signal },
@@ -142,17 +144,20 @@ export class Connector {
     this.#link = new Link({
       connect: this.connect,
       // What phones say while this program is away is kept for it.
-      login: { ...login, clientId: `kd-${login.username}`, clean: false },
+      login: { ...login, clientId: `kd-${login.username}`, clean: false, qos: 1 },
       onMessage: (topic, text) => this.#deliver(topic, text),
       onState: (connected) => {
         this.#poll.abort(); // the daemon is told at once
-        if (connected) for (const message of this.#waiting.values()) this.#publish(message);
+        if (!connected) return;
+        this.#links += 1;
+        for (const message of this.#waiting.values()) this.#publish(message);
       },
     });
   }
 
+  /** What gets lost on the way is not said again from here: phones ask, and the daemon tells them after a new link. */
   async #publish(message) {
-    if (!(await this.#link?.publish(topicDown(message.channel), message.payload))) return; // sent again once there is a link
+    if (!(await this.#link?.publish(topicDown(message.channel), message.payload, { qos: 0 }))) return; // sent again once there is a link
     if (this.#waiting.delete(message.id)) this.#done.push(message.id);
   }
 

@@ -5,6 +5,7 @@ const FIRST_PAUSE_MS = 250;
 const LONGEST_PAUSE_MS = 5000;
 const CONNECT_MS = 4000;
 const KEEPALIVE_S = 8; // a relay that dies without a word is noticed after one and a half times that
+const ANSWER_MS = 6000; // a relay that has not answered by then is left: of several, another may be well
 
 export class Link {
   #client = null;
@@ -16,8 +17,9 @@ export class Link {
   #unsure = new Set(); // publications that wait for the relay's word
 
   /**
-   * `login`: {urls, username, password, clientId, clean}. `onMessage(topic, text)` may give a promise: the
-   * message is acknowledged after it.
+   * `login`: {urls, username, password, clientId, clean, qos}; `qos` is that of subscriptions. `onMessage(topic, text)`
+   * may give a promise: the message is acknowledged after it. Nothing else that comes in is heard before, the relay's
+   * word on a publication included, so the promise must not wait for one.
    */
   constructor({ connect, login, onMessage, onState }) {
     Object.assign(this, { connect, login, onMessage, onState });
@@ -53,11 +55,7 @@ export class Link {
   }
 
   async #connected(client) {
-    try {
-      if (this.#topics.size > 0) await client.subscribeAsync([...this.#topics], { qos: 1 });
-    } catch {
-      return this.#lost(client);
-    }
+    await this.#change(client, [], [...this.#topics]);
     if (client !== this.#client || this.#closed) return;
     this.#failures = 0;
     this.connected = true;
@@ -88,25 +86,38 @@ export class Link {
     const fresh = topics.filter((topic) => !this.#topics.has(topic));
     this.#topics = wanted;
     if (!this.connected) return;
-    const client = this.#client;
+    await this.#change(this.#client, gone, fresh);
+  }
+
+  /** What the relay refuses, or doesn't answer, is tried with a new connection. */
+  async #change(client, gone, fresh) {
+    const patience = setTimeout(() => this.#lost(client), ANSWER_MS);
     try {
       if (gone.length > 0) await client.unsubscribeAsync(gone);
-      if (fresh.length > 0) await client.subscribeAsync(fresh, { qos: 1 });
+      if (fresh.length > 0) await client.subscribeAsync(fresh, { qos: this.login.qos });
     } catch {
       this.#lost(client);
+    } finally {
+      clearTimeout(patience);
     }
   }
 
-  /** True once the relay has acknowledged it; false when it can't be said that it has. */
-  async publish(topic, text) {
+  /**
+   * With `qos` 1: true once the relay has acknowledged it; false when it can't be said that it has. With 0: true once it
+   * is on its way.
+   */
+  async publish(topic, text, { qos }) {
     if (!this.connected) return false;
+    const client = this.#client;
     return new Promise((done) => {
+      const patience = setTimeout(() => this.#lost(client), ANSWER_MS);
       const settle = (sent) => {
+        clearTimeout(patience);
         this.#unsure.delete(settle);
         done(sent);
       };
       this.#unsure.add(settle);
-      this.#client.publish(topic, text, { qos: 1 }, (error) => settle(!error));
+      client.publish(topic, text, { qos }, (error) => settle(!error));
     });
   }
 
