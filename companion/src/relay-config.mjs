@@ -1,7 +1,7 @@
 // Which relay this home uses: relay.json in the home, which `kd relay` writes. It holds passwords of the broker, none
 // of which opens an envelope.
 import { chmodSync, lstatSync, readFileSync, renameSync, writeFileSync } from 'node:fs';
-import { join } from 'node:path';
+import { isAbsolute, join } from 'node:path';
 import { CHANNEL } from '../shared/relay.js';
 import { conflict } from './errors.mjs';
 
@@ -12,20 +12,22 @@ const areUrls = (list, pattern) =>
   Array.isArray(list) && list.length > 0 && list.length <= 8 && list.every(isUrl(pattern));
 
 /** What is wrong with a configuration, in words; null when nothing is. */
-export function whyBad({ app_url: app, phone_urls: phone, desk_urls: desk, username, password, places }) {
+export function whyBad({ app_url: app, phone_urls: phone, desk_urls: desk, username, password, places, ca }) {
   if (!isUrl(/^https?:\/\//)(app)) return 'app_url is no http or https address';
   if (!areUrls(phone, /^wss?:\/\//)) return 'phone_urls are not 1 to 8 ws or wss addresses';
   if (!areUrls(desk, /^(wss?|mqtts?):\/\//))
     return 'desk_urls are not 1 to 8 mqtt, mqtts, ws or wss addresses';
   if (!CHANNEL.test(username ?? '') || !PASSWORD.test(password ?? ''))
     return 'username or password is missing';
+  if (ca !== undefined && (typeof ca !== 'string' || !isAbsolute(ca)))
+    return 'ca is not the full path of a file';
   const good = (place) => CHANNEL.test(place?.channel ?? '') && PASSWORD.test(place?.password ?? '');
   return Array.isArray(places) && places.length > 0 && places.every(good)
     ? null
     : 'places are not as they should be';
 }
 
-/** The configuration of `home`; null when there is none. Throws for one that cannot be used. */
+/** The configuration of `home`, with the text of the certificate authority that it names; null when there is none. Throws for one that cannot be used. */
 export function readRelayConfig(home) {
   const path = join(home, FILE);
   const info = lstatSync(path, { throwIfNoEntry: false });
@@ -41,7 +43,11 @@ export function readRelayConfig(home) {
   }
   const why = config === null || typeof config !== 'object' ? 'it holds no object' : whyBad(config);
   if (why !== null) throw bad(why);
-  return config;
+  try {
+    return config.ca ? { ...config, authority: readFileSync(config.ca, 'utf8') } : config;
+  } catch (error) {
+    throw bad(error.message);
+  }
 }
 
 /** Written whole, or not at all. */

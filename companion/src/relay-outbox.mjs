@@ -12,7 +12,7 @@ export class Outbox {
   #messages = []; // {id, channel, payload, until}
   #waiters = new Waiters();
   #next = 1;
-  #seen = null; // {connected, at} of the connector's last call; `at` on the steady clock
+  #seen = null; // {connected, trouble, at} of the connector's last call; `at` on the steady clock
   #polls = 0;
   #run; // the connector that is heard
   #retired = new Set();
@@ -41,7 +41,7 @@ export class Outbox {
    * The connector's long poll: drops what it has published (`done`), gives what it hasn't got yet (after `after`), at
    * once also when something else has changed since `news`.
    */
-  async poll({ run, done, after, news, connected, waitMs, signal }) {
+  async poll({ run, done, after, news, connected, trouble, waitMs, signal }) {
     // One connector at a time: a new one takes over, and one that was left over from before is told to end.
     if (this.#retired.has(run)) return { superseded: true };
     if (run !== this.#run) {
@@ -52,7 +52,7 @@ export class Outbox {
     const gone = new Set(done);
     this.#messages = this.#messages.filter(({ id, until }) => !gone.has(id) && until > clock.steady());
     this.#polls += 1;
-    this.#seen = { connected, at: clock.steady(), time: clock.now() };
+    this.#seen = { connected, trouble, at: clock.steady(), time: clock.now() };
     const messages = await this.#waiters.wait(
       () => {
         if (this.#retired.has(run)) return [];
@@ -76,6 +76,11 @@ export class Outbox {
   get isConnected() {
     const heard = this.#polls > 0 || clock.steady() - (this.#seen?.at ?? -Infinity) < AWAY_MS;
     return heard && this.#seen.connected;
+  }
+
+  /** Why the connector doesn't reach the relay, in words. */
+  get trouble() {
+    return this.isConnected ? null : this.#seen?.trouble;
   }
 
   get lastSeen() {

@@ -83,12 +83,13 @@ export class Relay {
     } catch {
       // What is wrong with it is told when it is used.
     }
-    const { isConnected, lastSeen } = this.outbox;
+    const { isConnected, lastSeen, trouble } = this.outbox;
     return {
       enabled: this.enabled,
       connector: {
         connected: this.enabled && isConnected,
         ...(lastSeen ? { last_seen: iso(lastSeen) } : {}),
+        ...(this.enabled && trouble ? { error: trouble } : {}),
       },
       ...(desk ? { mac: { id: desk.id, fingerprint: desk.fingerprint } } : {}),
       devices: this.devices.list(),
@@ -215,6 +216,7 @@ export class Relay {
       after: optional.integer(body, 'after') ?? 0,
       news: optional.integer(body, 'news'),
       connected,
+      trouble: optional.string(body, 'error', { max: 500 }),
       waitMs: optional.integer(body, 'wait_ms', { max: MAX_POLL_MS }) ?? 0,
       signal,
     });
@@ -249,8 +251,8 @@ export class Relay {
   }
 
   connectorConfig() {
-    const { desk_urls: urls, username, password } = this.#config();
-    return { urls, username, password };
+    const { desk_urls: urls, username, password, authority } = this.#config();
+    return { urls, username, password, ...(authority ? { ca: authority } : {}) };
   }
 
   close() {

@@ -286,7 +286,8 @@ async function begin() {
     show();
   }, 1000);
   document.addEventListener('visibilitychange', () => {
-    if (!document.hidden) phone.wake();
+    if (document.hidden) phone.rest();
+    else phone.wake();
   });
   addEventListener('online', () => phone.wake());
 }

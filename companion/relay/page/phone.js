@@ -1,7 +1,7 @@
 // What a phone knows and does, without a screen: it pairs, keeps its keys, follows the cards, and sends commands that are
 // taken once. The page shows it; the tests drive it. Storage, connection, clock and confirmation come from outside.
 import * as wire from '../../shared/relay.js';
-import { Link } from '../src/link.mjs';
+import { Links } from '../src/links.mjs';
 
 const JOIN_AGAIN_MS = 3000;
 const JOIN_MS = 120_000; // as long as the code is good
@@ -10,10 +10,15 @@ const ASK_MS = 20_000;
 const ASK_SOON_MS = 3000;
 const ASK_JUST_NOW_MS = 400;
 const SEND_AGAIN_MS = 2500;
+// The computer may be away just now, and this page closed before it is back, so the relay keeps one of the tries. That one
+// comes second: a cluster that has lost a server takes seconds to keep anything, and hears nothing else from us meanwhile.
+const KEPT_TRY = 1;
+const KEEP_MS = 1000;
 const GOOD_MS = 30_000; // how long a command may be on its way
 const GRACE_MS = 3000;
 const STALE_MS = 120_000;
 const FRESH_MS = 50_000;
+const LINKS = 2;
 
 export class Phone {
   #link = null;
@@ -67,19 +72,15 @@ export class Phone {
 
   #open() {
     const { urls, channel, password } = this.mine;
-    this.#link = new Link({
+    this.#link = new Links({
       connect: this.connect,
-      login: {
-        urls,
-        username: channel,
-        password,
-        clientId: `kd-${channel}-${wire.toBase64url(wire.random(4)).replace(/[^A-Za-z0-9]/g, '0')}`,
-        clean: true,
-        qos: 0, // what is missed is asked for, so the relay need not keep anything for a phone
-      },
+      width: LINKS,
+      // What is missed is asked for, so the relay need not keep anything for a phone.
+      login: { urls, username: channel, password, clientId: `kd-${channel}` },
       onMessage: (_, text) => this.#inTurn(() => this.#receive(text)),
       onState: (connected) => {
         this.#sent = -Infinity;
+        for (const command of this.pending) Object.assign(command, { at: undefined, tries: 0 });
         if (connected) this.tick();
         this.changed();
       },
@@ -309,7 +310,7 @@ export class Phone {
     return this.#inTurn(async () => {
       if (this.mine !== mine || mine.next !== n || (card && this.pendingOf(card))) return false;
       const until = this.deskNow + GOOD_MS;
-      const command = { n, card, until, did: body.do, body: { ...body, until } };
+      const command = { n, card, until, did: body.do, tries: 0, body: { ...body, until } };
       mine.next += 1;
       mine.pending = [...mine.pending, command];
       await this.#save(); // a number is never used for two commands
@@ -329,18 +330,26 @@ export class Phone {
       { ...body, first: mine.pending[0]?.n ?? n },
     );
     if (!this.online) return;
-    this.#publish(text);
-    if (command.isKept) return;
-    // The computer may be away just now, and this page closed before it is back: once the relay keeps it. That may take a
-    // cluster some seconds while one of its servers is replaced, so that nothing waits for it.
-    this.#publish(text, { qos: 1 });
-    command.isKept = true;
+    this.#publish(text, { qos: command.tries === KEPT_TRY ? 1 : 0 });
+    command.tries += 1;
   }
 
   async #sendPending() {
     const now = this.now();
-    for (const command of this.pending)
-      if (!(now - (command.at ?? -Infinity) < SEND_AGAIN_MS)) await this.#send(command);
+    for (const command of this.pending) {
+      const pause = command.tries > KEPT_TRY ? SEND_AGAIN_MS : KEEP_MS;
+      if (!(now - (command.at ?? -Infinity) < pause)) await this.#send(command);
+    }
+  }
+
+  /** The page is about to be out of sight, and may be stopped: the relay is to keep what the computer has not taken yet. */
+  rest() {
+    return this.#inTurn(async () => {
+      for (const command of this.pending) {
+        command.tries = Math.max(command.tries, KEPT_TRY);
+        if (command.tries === KEPT_TRY) await this.#send(command);
+      }
+    });
   }
 
   async #settle({ n, ok, code, message }) {

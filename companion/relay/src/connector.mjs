@@ -2,11 +2,14 @@
 import { request } from 'node:http';
 import { randomUUID } from 'node:crypto';
 import { setTimeout as pause } from 'node:timers/promises';
-import { Link } from './link.mjs';
+import { Links } from './links.mjs';
+import { wordsFor } from './trouble.mjs';
 import { topicDown, topicUp } from '../../shared/relay.js';
 
 const WAIT_MS = 20_000;
 const RETRY_MS = 500;
+const LINKS = 3;
+const HEARD = 256;
 const PATIENCE_MS = 60_000; // how long a daemon may be away before this program ends
 const CHANNEL_OF = /^kd\/([A-Za-z0-9]+)\/up$/;
 
@@ -48,9 +51,11 @@ export class Connector {
   #link = null;
   #after = 0; // the newest message that the daemon has given
   #news = null;
+  #told = {}; // how the relay was last found
   #links = 0; // how often the relay was reached
   #waiting = new Map(); // id -> message that has not gone out yet
   #done = [];
+  #heard = new Map(); // what came in last -> when the daemon has it: each link brings it
   #poll = new AbortController();
   #login = '';
 
@@ -93,6 +98,7 @@ export class Connector {
           ...(this.#news === null ? {} : { news: this.#news }),
           connected: this.#link?.connected ?? false,
           links: this.#links,
+          error: this.#told.words ?? null,
           wait_ms: WAIT_MS,
         },
         { timeoutMs: WAIT_MS + 10_000, signal: this.#poll.signal },
@@ -133,6 +139,7 @@ export class Connector {
     this.#link?.close();
     this.#link = null;
     this.#login = '';
+    this.#told = {};
     this.#waiting.clear();
   }
 
@@ -141,13 +148,18 @@ export class Connector {
     if (this.#link && JSON.stringify(login) === this.#login) return;
     this.#drop();
     this.#login = JSON.stringify(login);
-    this.#link = new Link({
+    this.#link = new Links({
       connect: this.connect,
+      width: LINKS,
       // What phones say while this program is away is kept for it.
-      login: { ...login, clientId: `kd-${login.username}`, clean: false, qos: 1 },
-      onMessage: (topic, text) => this.#deliver(topic, text),
+      keeps: true,
+      login: { ...login, clientId: `kd-${login.username}` },
+      onMessage: (topic, text) => this.#hear(topic, text),
       onState: (connected) => {
-        this.#poll.abort(); // the daemon is told at once
+        const words = wordsFor(this.#link?.trouble ?? null);
+        // The daemon is told at once, but not of each try that fails like the last one.
+        if (connected || this.#told.connected || words !== this.#told.words) this.#poll.abort();
+        this.#told = { connected, words };
         if (!connected) return;
         this.#links += 1;
         for (const message of this.#waiting.values()) this.#publish(message);
@@ -162,6 +174,13 @@ export class Connector {
   }
 
   /** Comes back once the daemon has it; until then the relay keeps it, too. */
+  #hear(topic, text) {
+    if (!this.#heard.has(text)) this.#heard.set(text, this.#deliver(topic, text));
+    const [oldest] = this.#heard.keys();
+    if (this.#heard.size > HEARD) this.#heard.delete(oldest);
+    return this.#heard.get(text);
+  }
+
   async #deliver(topic, text) {
     const channel = CHANNEL_OF.exec(topic)?.[1];
     if (channel === undefined) return;

@@ -1,40 +1,43 @@
-// A connection to the relay that comes back by itself: MQTT 3.1.1, several addresses by turns. The connector
-// and the phone both use it; which MQTT client it is made of is for the caller to bring.
+// A connection to the relay that comes back by itself: MQTT 3.1.1, several addresses by turns. Which MQTT client it is
+// made of is for the caller to bring.
 
 const FIRST_PAUSE_MS = 250;
 const LONGEST_PAUSE_MS = 5000;
-const CONNECT_MS = 4000;
+const CONNECT_MS = 5000;
 const KEEPALIVE_S = 8; // a relay that dies without a word is noticed after one and a half times that
 const ANSWER_MS = 6000; // a relay that has not answered by then is left: of several, another may be well
 
 export class Link {
   #client = null;
   #timer;
-  #address = 0;
   #failures = 0;
   #topics = new Set();
   #closed = false;
   #unsure = new Set(); // publications that wait for the relay's word
 
   /**
-   * `login`: {urls, username, password, clientId, clean, qos}; `qos` is that of subscriptions. `onMessage(topic, text)`
+   * `next()` gives the address to try. `login`: {urls, username, password, clientId, clean, qos}; `qos` is that of subscriptions. `onMessage(topic, text)`
    * may give a promise: the message is acknowledged after it. Nothing else that comes in is heard before, the relay's
    * word on a publication included, so the promise must not wait for one.
    */
-  constructor({ connect, login, onMessage, onState }) {
-    Object.assign(this, { connect, login, onMessage, onState });
+  constructor({ connect, login, next, onMessage, onState }) {
+    Object.assign(this, { connect, login, next, onMessage, onState });
     this.connected = false;
+    this.trouble = null; // {url, error} of the last attempt, when it is known why it failed
     this.#open();
   }
 
   #open() {
-    const { urls, username, password, clientId, clean } = this.login;
-    const client = this.connect(urls[this.#address % urls.length], {
+    const { username, password, clientId, clean, ca } = this.login;
+    this.url = this.next(); // where it is, or tries to be
+    const client = this.connect(this.url, {
       protocolVersion: 4,
-      clientId,
+      // An attempt that was given up may succeed late, and would cut off its successor if that had the same name.
+      clientId: clean ? `${clientId}-${Math.random().toString(36).slice(2, 12)}` : clientId,
       clean,
       username,
       password,
+      ...(ca ? { ca } : {}),
       keepalive: KEEPALIVE_S,
       reschedulePings: false,
       timerVariant: 'native', // a worker for timers is nothing that the page's policy allows
@@ -50,7 +53,10 @@ export class Link {
       );
     };
     client.on('connect', () => this.#connected(client));
-    client.on('error', () => this.#lost(client));
+    client.on('error', (error) => {
+      if (client === this.#client) this.trouble = { url: this.url, error };
+      this.#lost(client);
+    });
     client.on('close', () => this.#lost(client));
   }
 
@@ -58,6 +64,7 @@ export class Link {
     await this.#change(client, [], [...this.#topics]);
     if (client !== this.#client || this.#closed) return;
     this.#failures = 0;
+    this.trouble = null;
     this.connected = true;
     this.onState(true);
   }
@@ -67,16 +74,14 @@ export class Link {
     this.#client = null;
     client.end(true);
     for (const settle of this.#unsure) settle(false);
-    this.#address += 1;
+    this.url = undefined;
     this.#failures += 1;
     // A relay that is gone for good is tried less and less; with several, the next is tried at once.
     const rounds = Math.floor((this.#failures - 1) / this.login.urls.length);
     const pause = Math.min(FIRST_PAUSE_MS * 2 ** Math.min(rounds, 8), LONGEST_PAUSE_MS);
     this.#timer = setTimeout(() => this.#open(), pause * (0.75 + Math.random() / 2));
-    if (this.connected) {
-      this.connected = false;
-      this.onState(false);
-    }
+    this.connected = false;
+    this.onState(false);
   }
 
   /** Exactly these topics from now on, also after every new connection. */

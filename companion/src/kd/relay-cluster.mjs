@@ -11,6 +11,8 @@ function whyBad(plan) {
   if (typeof plan?.app_url !== 'string' || !/^https?:\/\//.test(plan.app_url))
     return 'app_url must be a web address';
   if (!Array.isArray(plan.nodes) || plan.nodes.length < 3) return 'nodes must name at least 3 servers';
+  if (plan.ca !== undefined && !(typeof plan.ca === 'string' && plan.ca.startsWith('/')))
+    return 'ca must be the full path of a file';
   for (const node of plan.nodes) {
     if (!NAME.test(node.name ?? '') || !NAME.test(node.host ?? '')) return 'each node has a name and a host';
     for (const key of ['client_port', 'cluster_port', 'mqtt_port', 'phone_port'])
@@ -101,6 +103,7 @@ export function clusterFiles(plan, { username, password, places }, usage) {
     username,
     password,
     places,
+    ...(plan.ca ? { ca: plan.ca } : {}),
   };
   const files = Object.fromEntries(
     plan.nodes.map((node) => [`${node.name}.conf`, nodeFile(node, plan, users, routes)]),
