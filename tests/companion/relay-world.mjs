@@ -31,21 +31,23 @@ async function freePort() {
   return port;
 }
 
-/** Two ports in a row. */
+/** Three ports in a row. */
 async function freePorts() {
   for (;;) {
     const port = await freePort();
-    const next = listenPlain();
-    const free = await new Promise((done) => {
-      next.once('error', () => done(false)).listen(port + 1, '127.0.0.1', () => done(true));
-    });
-    if (!free) continue;
-    await new Promise((done) => next.close(done));
-    return port;
+    const isFree = async (at) => {
+      const server = listenPlain();
+      const free = await new Promise((done) => {
+        server.once('error', () => done(false)).listen(at, '127.0.0.1', () => done(true));
+      });
+      if (free) await new Promise((done) => server.close(done));
+      return free;
+    };
+    if ((await isFree(port + 1)) && (await isFree(port + 2))) return port;
   }
 }
 
-const answers = (port) =>
+export const answers = (port) =>
   new Promise((done) => {
     const socket = dial({ host: '127.0.0.1', port });
     socket.on('connect', () => done(true) || socket.destroy()).on('error', () => done(false));
@@ -96,7 +98,7 @@ export class RelayWorld {
       this.#kdEnv,
     );
     await until(
-      async () => (await answers(this.port)) && answers(this.port + 1),
+      async () => (await Promise.all([0, 1, 2].map((i) => answers(this.port + i)))).every(Boolean),
       'mosquitto listens',
       READY_MS,
     );

@@ -2,7 +2,7 @@
 import assert from 'node:assert/strict';
 import { test, after } from 'node:test';
 import { until } from './world.mjs';
-import { RelayWorld, mqtt } from './relay-world.mjs';
+import { RelayWorld, answers, mqtt } from './relay-world.mjs';
 import { topicDown, topicUp } from '../../companion/shared/relay.js';
 
 after(() => setTimeout(() => process.exit(), 500).unref());
@@ -253,4 +253,31 @@ test('a broker that was away for an hour is found again', { timeout: 120_000 }, 
   assert.equal((await relay.world.card(id)).state, 'open', 'the old answer did not arrive later');
   await phone.answer(await relay.shown(phone, id), 'Yes');
   await until(async () => (await relay.world.card(id))?.state !== 'open', 'a new one does');
+});
+
+test('of three servers one after the other is killed under way: nothing is lost, nothing twice', {
+  timeout: 400_000,
+}, async (t) => {
+  const relay = await RelayWorld.open(t, { broker: 'nats' });
+  const phone = await relay.paired();
+  const limit = 90_000;
+  const asked = [];
+  const answer = async () => {
+    const id = await relay.world.askFromAfar();
+    asked.push(id);
+    const card = await until(() => phone.cards.get(id), `card ${id} shows on the phone`, limit);
+    assert.equal(await phone.answer(card, 'Yes'), true);
+    await until(async () => (await relay.world.card(id))?.state !== 'open', `${id} is answered`, limit);
+  };
+  for (const node of relay.nodes) {
+    const underWay = [answer(), answer()];
+    node.child.kill('SIGKILL');
+    await Promise.all([...underWay, answer()]);
+    await node.child.ended;
+    relay.startNode(node);
+    await until(() => answers(node.mqtt_port), `${node.name} is back`, limit);
+  }
+  assert.deepEqual(phone.notices, []);
+  const held = (await relay.world.receipts()).filter(({ action }) => action === 'answer.held');
+  assert.deepEqual(held.map(({ card_id }) => card_id).sort(), asked.sort());
 });

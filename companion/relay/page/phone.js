@@ -308,9 +308,10 @@ export class Phone {
     const body = await make(n);
     if (!body) return false;
     return this.#inTurn(async () => {
-      if (this.mine !== mine || mine.next !== n || (card && this.pendingOf(card))) return false;
+      if (this.mine !== mine || (card && this.pendingOf(card))) return false;
+      if (body.proof && mine.next !== n) return false; // it was given for that number
       const until = this.deskNow + GOOD_MS;
-      const command = { n, card, until, did: body.do, tries: 0, body: { ...body, until } };
+      const command = { n: mine.next, card, until, did: body.do, tries: 0, body: { ...body, until } };
       mine.next += 1;
       mine.pending = [...mine.pending, command];
       await this.#save(); // a number is never used for two commands

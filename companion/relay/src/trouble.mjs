@@ -9,7 +9,7 @@ export function wordsFor(trouble) {
   const { url, error } = trouble;
   const relay = `The relay at ${new URL(url).host}`;
   if (NOT_TRUSTED.test(error.code))
-    return `${relay} shows a certificate that is not trusted: ${error.message}.`;
+    return `${relay} shows a certificate that is not trusted: ${error.message.replace(/;.*/s, '')}.`;
   if (REFUSED.includes(error.code)) return `${relay} does not know this computer. Run kd relay serve again.`;
   return `${relay} is not reached: ${error.message || error.code}.`;
 }

@@ -4,8 +4,9 @@ import { spawn } from 'node:child_process';
 import { createHash, pbkdf2Sync, randomBytes } from 'node:crypto';
 import { cpSync, existsSync, mkdirSync, readFileSync, rmSync, statSync, writeFileSync } from 'node:fs';
 import { userInfo } from 'node:os';
-import { join, resolve } from 'node:path';
+import { join } from 'node:path';
 import { EXIT, KdError } from './client.mjs';
+import { openFront } from './relay-front.mjs';
 import { clusterFiles } from './relay-cluster.mjs';
 import { relayFolder } from '../layout.mjs';
 import { readRelayConfig, writeRelayConfig } from '../relay-config.mjs';
@@ -19,15 +20,27 @@ const channel = () => randomBytes(12).toString('hex');
 
 function readPort(text) {
   const port = text === undefined ? PORT : Number(text);
-  if (!Number.isInteger(port) || port < 1 || port > 65534)
-    throw usage(`--port must be a whole number from 1 to 65534, not "${text}".`);
+  if (!Number.isInteger(port) || port < 1 || port > 65533)
+    throw usage(`--port must be a whole number from 1 to 65533, not "${text}".`);
   return port;
 }
 
-function readableFile(path, name) {
-  const full = resolve(path);
-  if (!existsSync(full)) throw usage(`--${name} ${path}: there is no such file.`);
-  return full;
+function readFileOf(path, name) {
+  try {
+    return readFileSync(path);
+  } catch (error) {
+    throw usage(`--${name} ${path}: ${error.message}.`);
+  }
+}
+
+async function openFrontOr(plan) {
+  try {
+    return await openFront(plan);
+  } catch (error) {
+    const what =
+      error.syscall === 'listen' ? `Port ${plan.port} can’t be had` : 'The certificate can’t be used';
+    throw new KdError(`${what}: ${error.message}.`, EXIT.failed);
+  }
 }
 
 /** A line of mosquitto's password file. The passwords are random, so that the few rounds of its default do no harm. */
@@ -52,7 +65,7 @@ function writePage(folder, phoneUrls) {
   writeFileSync(join(folder, 'index.html'), index);
 }
 
-const MOSQUITTO = ({ folder, port, tls, address }) => `# Written by kd relay serve, at each start anew.
+const MOSQUITTO = ({ folder, port }) => `# Written by kd relay serve, at each start anew.
 per_listener_settings false
 allow_anonymous false
 password_file ${folder}/passwords
@@ -71,12 +84,11 @@ user ${userInfo().username}
 # This computer's own way in.
 listener ${port + 1} 127.0.0.1
 
-# The phones', and their page.
-listener ${port} ${address}
+# The phones', whose connections kd relay serve passes on.
+listener ${port + 2} 127.0.0.1
 socket_domain ipv4
 protocol websockets
-http_dir ${folder}/www
-${tls ? `certfile ${tls.cert}\nkeyfile ${tls.key}\n` : ''}`;
+`;
 
 const TOPICS = (desk) => `user ${desk}
 topic read kd/+/up
@@ -97,7 +109,7 @@ function accounts(home, renew) {
   };
 }
 
-function writeMosquitto(home, { port, host, cert, key, renew }) {
+function writeMosquitto(home, { port, host, cert, renew }) {
   const folder = join(home, 'relay');
   mkdirSync(folder, { recursive: true, mode: 0o700 });
   const { username, password: secret, places } = accounts(home, renew);
@@ -115,8 +127,7 @@ function writeMosquitto(home, { port, host, cert, key, renew }) {
   const users = [{ channel: username, password: secret }, ...places];
   write('passwords', users.map((user) => passwordLine(user.channel, user.password)).join(''));
   write('topics', TOPICS(username));
-  const tls = cert && { cert, key };
-  write('mosquitto.conf', MOSQUITTO({ folder, port, tls, address: cert ? '0.0.0.0' : '127.0.0.1' }));
+  write('mosquitto.conf', MOSQUITTO({ folder, port }));
   writePage(join(folder, 'www'), config.phone_urls);
   writeRelayConfig(home, config);
   return { folder, config };
@@ -142,12 +153,15 @@ function runMosquitto(folder) {
 async function serveHere(home, values) {
   if (Boolean(values.cert) !== Boolean(values.key) || Boolean(values.cert) !== Boolean(values.host))
     throw usage('--host, --cert and --key belong together.');
-  const { folder, config } = writeMosquitto(home, {
-    port: readPort(values.port),
-    host: values.host,
-    cert: values.cert && readableFile(values.cert, 'cert'),
-    key: values.key && readableFile(values.key, 'key'),
-    renew: values.renew,
+  const port = readPort(values.port);
+  const [cert, key] = ['cert', 'key'].map((name) => values[name] && readFileOf(values[name], name));
+  const { folder, config } = writeMosquitto(home, { port, host: values.host, cert, renew: values.renew });
+  const front = await openFrontOr({
+    folder: join(folder, 'www'),
+    port,
+    address: cert ? '0.0.0.0' : '127.0.0.1',
+    brokerPort: port + 2,
+    tls: cert && { cert, key },
   });
   say(
     `The relay serves ${config.app_url}. Switch on answering from your phone in the settings, and pair it there.`,
@@ -156,7 +170,12 @@ async function serveHere(home, values) {
     say(
       'Only this computer can reach it. A phone needs --host, --cert and --key: browsers encrypt on secure pages alone.',
     );
-  return runMosquitto(folder);
+  try {
+    return await runMosquitto(folder);
+  } finally {
+    front.close();
+    front.closeAllConnections();
+  }
 }
 
 function writeCluster(home, values) {
