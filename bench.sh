@@ -34,4 +34,5 @@ done
 "$node" bench/drivers/panel.mjs "$bin" >"$results/panel.lines"
 "$node" bench/drivers/desktop.mjs "$bin" >"$results/desktop.lines"
 "$node" bench/drivers/search.mjs 100000 >"$results/search.lines"
+"$node" bench/drivers/relay.mjs 10,100,1000 >"$results/relay.lines"
 "$node" bench/drivers/report.mjs "$results"

@@ -101,6 +101,20 @@ function alone(what, name) {
   ]);
 }
 
+/** A value to know. */
+function plainly(what, name, unit) {
+  const values = measured.get(name);
+  rows.push([
+    what,
+    values ? `${plain(median(values))} ${unit}` : '-',
+    '',
+    '',
+    values ? spread(values, plain) : '',
+    '',
+    values ? '' : 'not measured',
+  ]);
+}
+
 /** One value against the most that it may be; the one of `peer` stands beside it. */
 function limit(what, name, unit, most, peer) {
   const values = measured.get(name);
@@ -188,6 +202,28 @@ alone('  memory that 1,000 openings leave behind, MiB', 'desktop/bar-growth');
 limit('a search over 100,000 cards, topics and receipts, p95', 'search/100000/p95', 'ms', 10);
 alone('  its middle', 'search/100000');
 alone('  the middle of its slowest query', 'search/100000/slowest');
+limit('card opened to shown on a phone, loopback relay, p95', 'relay/shown-p95', 'ms', 150);
+limit('answer on a phone to claimed beyond the hold, p95', 'relay/claimed-p95', 'ms', 150);
+limit(
+  'sealed message there and back / bare MQTT clients',
+  'relay/mosquitto/10/exchange',
+  'ms',
+  4,
+  'relay/bare',
+);
+for (const broker of ['mosquitto', 'nats']) {
+  growth(
+    `${broker}: time of a message, 1,000 pairs / 10`,
+    `relay/${broker}/10/ms-per-message`,
+    `relay/${broker}/1000/ms-per-message`,
+    1,
+  );
+  for (const pairs of [10, 100, 1000]) {
+    plainly(`  ${pairs} pairs, messages a second`, `relay/${broker}/${pairs}/per-second`, '');
+    plainly(`  ${pairs} pairs, memory of a pair's two ends`, `relay/${broker}/${pairs}/memory`, 'MiB');
+    plainly(`  ${pairs} pairs, memory of the servers`, `relay/${broker}/${pairs}/broker-memory`, 'MiB');
+  }
+}
 limit('--background-status over an empty program', 'desktop/background-status', 'ms', 5);
 
 const widths = rows[0].map((_, i) => Math.max(...rows.map((row) => row[i].length)));

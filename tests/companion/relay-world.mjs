@@ -8,6 +8,7 @@ import { extname, join } from 'node:path';
 import { fileURLToPath } from 'node:url';
 import { World, KD, until } from './world.mjs';
 import { Phone } from '../../companion/relay/page/phone.js';
+import { writeRelayConfig } from '../../companion/src/relay-config.mjs';
 import { readOffer } from '../../companion/shared/relay.js';
 
 const ROOT = fileURLToPath(new URL('../../', import.meta.url));
@@ -70,7 +71,8 @@ function start(t, program, args, env) {
 }
 
 export class RelayWorld {
-  static async open(t, { broker = 'mosquitto', env = {} } = {}) {
+  /** `places`: the relay's configuration has as many as these, in place of those that kd makes. */
+  static async open(t, { broker = 'mosquitto', env = {}, places } = {}) {
     const relay = new RelayWorld();
     relay.t = t;
     relay.world = await World.open(t, { KELVADROME_TEST_HOLD_MS: '300', ...env });
@@ -78,6 +80,15 @@ export class RelayWorld {
     // The shell shows that it is there, for nothing is taken that nobody could type.
     const there = setInterval(() => relay.page.ok('/v1/cards/list').catch(() => {}), 3000);
     t.after(() => clearInterval(there));
+    if (places)
+      writeRelayConfig(relay.world.home, {
+        app_url: 'http://localhost/',
+        phone_urls: ['ws://localhost/'],
+        desk_urls: ['ws://localhost/'],
+        username: 'deskofthetests',
+        password: 'deskofthetests',
+        places,
+      });
     await (broker === 'mosquitto' ? relay.startMosquitto() : relay.startCluster());
     await relay.world.ok('/v1/relay/enable', { enabled: true });
     relay.startConnector();

@@ -76,6 +76,7 @@ persistent_client_expiration 14d
 autosave_interval 60
 max_queued_messages 500
 message_size_limit 300000
+set_tcp_nodelay true
 log_dest stderr
 log_type error
 log_type warning
