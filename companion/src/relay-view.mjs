@@ -7,6 +7,7 @@ import { cut } from '../shared/text.js';
 
 const MAX_CARDS = 60;
 const MAX_BODY = 2000; // characters
+const MAX_BYTES = 160_000; // of all cards: sealed they have to fit into one envelope
 const SHOWN = [
   'id version kind risk state title options default rows menu held_until opened_at blocking answer',
   'delivery_note answerable maybe_typed',
@@ -61,12 +62,15 @@ export class PhoneView {
   /** Looks at the cards again; gives what changed, null when nothing has. */
   look() {
     const before = this.#cards;
-    const now = new Map(
-      this.#rows().map((row) => {
-        const view = this.#viewOf(row);
-        return [row.id, { view, text: JSON.stringify(view) }];
-      }),
-    );
+    const now = new Map();
+    let bytes = 0;
+    for (const row of this.#rows()) {
+      const view = this.#viewOf(row);
+      const text = JSON.stringify(view);
+      bytes += Buffer.byteLength(text);
+      if (bytes > MAX_BYTES) break; // the next ones show as these are answered
+      now.set(row.id, { view, text });
+    }
     const set = [...now.values()]
       .filter(({ view, text }) => before.get(view.id)?.text !== text)
       .map(({ view }) => view);

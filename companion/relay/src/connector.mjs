@@ -9,7 +9,7 @@ import { topicDown, topicUp } from '../../shared/relay.js';
 const WAIT_MS = 20_000;
 const RETRY_MS = 500;
 const LINKS = 3;
-const HEARD = 256;
+const SAME_MS = 1000; // within this, the links bring the same message
 const PATIENCE_MS = 60_000; // how long a daemon may be away before this program ends
 const CHANNEL_OF = /^kd\/([A-Za-z0-9]+)\/up$/;
 
@@ -175,10 +175,12 @@ export class Connector {
 
   /** Comes back once the daemon has it; until then the relay keeps it, too. */
   #hear(topic, text) {
-    if (!this.#heard.has(text)) this.#heard.set(text, this.#deliver(topic, text));
-    const [oldest] = this.#heard.keys();
-    if (this.#heard.size > HEARD) this.#heard.delete(oldest);
-    return this.#heard.get(text);
+    const known = this.#heard.get(text);
+    if (known) return known;
+    const delivered = this.#deliver(topic, text);
+    this.#heard.set(text, delivered);
+    setTimeout(() => this.#heard.delete(text), SAME_MS).unref(); // what a phone itself says again comes later
+    return delivered;
   }
 
   async #deliver(topic, text) {

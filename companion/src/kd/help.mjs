@@ -80,7 +80,7 @@ kd hooks
                              (claude: shows both at once and waits as long as you do; codex: 15)
 
 kd relay serve
-      --port N           for phones, 7447 unless told; the next one is for this computer itself
+      --port N           for phones, 7447 unless told; the next two are for this computer itself
       --host NAME --cert FILE --key FILE   the name under which phones reach it, with the certificate
                          for that name. Without them it serves this computer alone, to try it out
       --cluster FILE     in place of a relay on this computer, write the configuration of the
