@@ -255,7 +255,7 @@ test('a broker that was away for an hour is found again', { timeout: 120_000 }, 
   await until(async () => (await relay.world.card(id))?.state !== 'open', 'a new one does');
 });
 
-test('of three servers one after the other is killed under way: nothing is lost, nothing twice', {
+test('of three servers one is killed under way: nothing is lost, nothing twice', {
   timeout: 400_000,
 }, async (t) => {
   const relay = await RelayWorld.open(t, { broker: 'nats' });
@@ -269,14 +269,15 @@ test('of three servers one after the other is killed under way: nothing is lost,
     assert.equal(await phone.answer(card, 'Yes'), true);
     await until(async () => (await relay.world.card(id))?.state !== 'open', `${id} is answered`, limit);
   };
-  for (const node of relay.nodes) {
-    const underWay = [answer(), answer()];
-    node.child.kill('SIGKILL');
-    await Promise.all([...underWay, answer()]);
-    await node.child.ended;
-    relay.startNode(node);
-    await until(() => answers(node.mqtt_port), `${node.name} is back`, limit);
-  }
+  await answer();
+  const [node] = relay.nodes; // the first address of both
+  const underWay = [answer(), answer()];
+  node.child.kill('SIGKILL');
+  await Promise.all([...underWay, answer()]);
+  await node.child.ended;
+  relay.startNode(node);
+  await until(() => answers(node.mqtt_port), 'the server is back', limit);
+  await answer();
   assert.deepEqual(phone.notices, []);
   const held = (await relay.world.receipts()).filter(({ action }) => action === 'answer.held');
   assert.deepEqual(held.map(({ card_id }) => card_id).sort(), asked.sort());
