@@ -96,18 +96,16 @@ Task<> DevicesSettings::tick(Weak weak, std::shared_ptr<Clock> clock) {
     }
 }
 
-/// One that is slow is waited for. An action that ended meanwhile knows better.
+/// What an action or a later question has brought since knows better.
 Task<> DevicesSettings::refresh(Self self) {
-    if (std::exchange(self->refreshing_, true))
-        co_return;
-    const auto before = self->actions_;
+    const auto question = ++self->asked_;
     auto status = co_await attempt(RelayCalls::status(self->parts_.client));
-    self->refreshing_ = false;
     self->state_.connectorError = self->parts_.connector->lastError();
     self->changes_.changed();
-    if (!status || before != self->actions_)
+    if (!status || question <= self->settled_)
         co_return;
     self->state_.status = std::move(*status);
+    self->settled_ = question;
     co_await cleanPasteboard(self);
 }
 
@@ -146,7 +144,7 @@ bool DevicesSettings::succeeded(const std::exception_ptr& error) {
 
 void DevicesSettings::settle(RelayStatus status) {
     state_.status = std::move(status);
-    ++actions_;
+    settled_ = asked_;
 }
 
 void DevicesSettings::setEnabled(bool on) {
@@ -182,12 +180,8 @@ Task<> DevicesSettings::pair(Self self) {
     state.now = self->parts_.clock->now();
     const auto picture = RelayQR::image(state.pairing->url, qrScale);
     state.qr = picture ? std::make_shared<const GreyPicture>(*picture) : nullptr;
-    ++self->actions_;
-    auto status = co_await attempt(RelayCalls::status(self->parts_.client));
-    if (!status)
-        co_return;
-    self->settle(std::move(*status));
-    co_await cleanPasteboard(self);
+    self->settled_ = self->asked_; // what is on its way knows nothing of it
+    co_await refresh(self);
 }
 
 void DevicesSettings::copy() {

@@ -82,8 +82,8 @@ private:
     TaskBag tasks_;
     bool looking_ = false;
     bool ticking_ = false;
-    bool refreshing_ = false;
-    std::uint64_t actions_ = 0; // that changed the status: what was asked before them is out of date
+    std::uint64_t asked_ = 0;   // for the status
+    std::uint64_t settled_ = 0; // answers to questions up to this one are out of date
     std::uint64_t copies_ = 0;
 };
 
