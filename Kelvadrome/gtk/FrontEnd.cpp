@@ -3,7 +3,7 @@
 #include "Kelvadrome/gtk/DesktopVoice.h"
 #include "Kelvadrome/gtk/MainLoop.h"
 #include "Kelvadrome/gtk/panel/PanelWindow.h"
-#include "Kelvadrome/gtk/parts/DesktopPasteboard.h"
+#include "Kelvadrome/gtk/DesktopPasteboard.h"
 #include "Kelvadrome/gtk/parts/Theme.h"
 #include "Kelvadrome/gtk/parts/WindowHints.h"
 #include "Kelvadrome/gtk/settings/SettingsWindow.h"

@@ -283,7 +283,7 @@ Group version(const AppState& state, const SettingsFacts& facts) {
 }
 
 Group libraries() {
-    static constexpr std::array<std::pair<const char*, const char*>, 16> known = {{
+    static constexpr std::array<std::pair<const char*, const char*>, 17> known = {{
         {"Boost (Asio, JSON, URL)", "Boost Software License 1.0"},
         {"curl", "curl licence"},
         {"{fmt}", "MIT"},
@@ -291,6 +291,7 @@ Group libraries() {
         {"GTK, gtkmm", "LGPL 2.1 or later"},
         {"libadwaita", "LGPL 2.1 or later"},
         {"libplist", "LGPL 2.1 or later"},
+        {"libqrencode", "LGPL 2.1 or later"},
         {"libsecret", "LGPL 2.1 or later"},
         {"libsodium", "ISC"},
         {"libxcb, xcb-util-wm", "MIT/X11"},

@@ -100,6 +100,7 @@ const outside = [
   [/^libsecret/, 'PkgConfig::SECRET'],
   [/^plist/, 'PkgConfig::PLIST'],
   [/^(pocketsphinx|sphinxbase)/, 'PkgConfig::SPHINX'],
+  [/^qrencode/, 'PkgConfig::QRENCODE'],
   [/^re2/, 'PkgConfig::RE2'],
   [/^simdjson/, 'simdjson::simdjson'],
   [/^sodium/, 'PkgConfig::SODIUM'],

@@ -1,4 +1,4 @@
-#include "Kelvadrome/gtk/parts/DesktopPasteboard.h"
+#include "Kelvadrome/gtk/DesktopPasteboard.h"
 
 #include "Kelvadrome/gtk/web/GLibPointers.h"
 
