@@ -72,5 +72,50 @@ TEST_F(SettingsWindowStage, aRowThatComesOrGoesLeavesTheOthersTheirWidgets) {
     becomes(BackgroundServiceStatus::enabled, false);
 }
 
+TEST_F(SettingsWindowStage, aPhoneIsAllowedByTheDigitsTypedWhileItsPaneShows) {
+    const auto state = [&](const std::string& now) {
+        world.reply("/v1/relay/status",
+            R"({"enabled":true,"connector":{"connected":true},"devices":[],"relay_url":"","app_url":"",)"
+            R"("pairing":{"id":"p","state":")" +
+                now + R"(","expires_at":"2100-01-01T00:00:00Z"}})");
+    };
+    auto parts = settingsParts(world);
+    parts.devices = DevicesSettings::make({.executor = world.loop.executor(),
+        .clock = world.clock,
+        .client = DaemonClient(UnixSocketTransport(world.socketPath, world.loop.pool())),
+        .connector = std::make_shared<RecordingParts>(world.calls),
+        .pasteboard = nullptr, // nothing is copied
+        .confirm = {}});
+    state("joined");
+    settings.emplace(SettingsModel::make(std::move(parts)));
+    settings->open(SettingsTab::general, nullptr);
+    world.loop.drain();
+    EXPECT_EQ(world.asked("/v1/relay/status"), 0U) << "nobody looks at it yet";
+    settings->open(SettingsTab::iphone, nullptr);
+    world.loop.until([&] { return row("6 digits") != nullptr; }, "the field");
+
+    auto* const field = GTK_EDITABLE(adw_action_row_get_activatable_widget(ADW_ACTION_ROW(row("6 digits"))));
+    auto* const allow = findWidget(GTK_WIDGET(settings->window().gobj()), [](GtkWidget* widget) {
+        return GTK_IS_BUTTON(widget) && g_strcmp0(gtk_button_get_label(GTK_BUTTON(widget)), "Allow") == 0;
+    });
+    ASSERT_TRUE(allow);
+    EXPECT_FALSE(gtk_widget_get_sensitive(allow));
+    gtk_editable_set_text(field, "12 34-5678");
+    world.loop.until([&] { return gtk_widget_get_sensitive(allow); }, "the button to follow the field");
+    EXPECT_STREQ(gtk_editable_get_text(field), "123456");
+    g_signal_emit_by_name(allow, "clicked");
+    world.loop.until([&] { return world.asked("/v1/relay/pair/decide") == 1; }, "the decision");
+    EXPECT_TRUE(world.daemon->requests("/v1/relay/pair/decide").at(0).body.contains(R"("code":"123456")"));
+    state("waiting");
+    world.turnUntil([&] { return row("6 digits") == nullptr; }, "the pane to follow the daemon", 1.5);
+
+    settings->open(SettingsTab::general, nullptr);
+    world.clock->advance(1);
+    world.loop.drain();
+    if (const auto next = world.clock->untilNext(); next > 0)
+        world.clock->advance(next);
+    world.idle(); // nothing but the poll waits any more
+}
+
 } // namespace
 } // namespace kelvadrome::test
