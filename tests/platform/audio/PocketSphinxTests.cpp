@@ -17,6 +17,10 @@ struct PocketSphinxTest : testing::Test {
     void SetUp() override {
         ASSERT_FALSE(engine->installedLocales().empty()) << "is the package pocketsphinx-en-us installed?";
     }
+    void TearDown() override {
+        engine.reset();
+        loop.drain(); // ends what waits for the clock
+    }
     static Clip clip(const std::string& sentence) {
         return std::make_shared<const std::vector<std::int16_t>>(spoken(sentence, "slt"));
     }

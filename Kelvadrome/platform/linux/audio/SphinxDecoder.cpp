@@ -104,9 +104,6 @@ void SphinxDecoder::addLanguage(const std::string& model) {
     std::array shares{1 - requestShare, requestShare};
     std::string first = "english", second = search;
     std::array names{first.data(), second.data()};
-    // It takes the models over, but not our own hold on them.
-    ngram_model_retain(big.get());
-    ngram_model_retain(requests.get());
     const OwnedLanguage both(
         ngram_model_set_init(ps_get_config(decoder_.get()), models.data(), names.data(), shares.data(), 2));
     if (!both || ps_set_lm(decoder_.get(), search, both.get()) < 0 ||
