@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cmath>
+#include <filesystem>
 #include <mutex>
 #include <numbers>
 #include <random>
@@ -44,6 +45,9 @@ struct GStreamerSourceTest : testing::Test {
             pass);
     }
     bool hasDevice() { return loop.run(source.state(), pass).inputDevice; }
+    static auto descriptors() {
+        return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
+    }
     /// Until `count` samples more were heard.
     void hear(std::size_t count) {
         const auto wanted = listener->heard().size() + count;
@@ -111,6 +115,9 @@ TEST_F(GStreamerSourceTest, aToneAtAnotherRateLosesNoSampleOnItsWay) {
 TEST_F(GStreamerSourceTest, anEarIsADeviceAndWhatPlaysIsNone) {
     plug();
     EXPECT_TRUE(hasDevice());
+    const auto connections = descriptors();
+    EXPECT_TRUE(hasDevice());
+    loop.until([&] { return descriptors() <= connections; }, "the connection to the server to close");
     microphone->unplug();
     EXPECT_FALSE(hasDevice()); // the monitor is what the server would record now
     microphone->end();

@@ -29,11 +29,15 @@ bool hasInputDevice() {
         return false;
     const OwnedObject<GstDeviceMonitor> monitor(gst_device_monitor_new());
     gst_device_monitor_add_filter(monitor.get(), "Audio/Source", nullptr);
+    // One that isn't started asks, too, but leaves a connection to the sound server behind each time.
+    if (!gst_device_monitor_start(monitor.get()))
+        return false;
     auto* const devices = gst_device_monitor_get_devices(monitor.get());
     bool found = false;
     for (auto* each = devices; each; each = each->next)
         found = hears(GST_DEVICE(each->data)) || found;
     g_list_free_full(devices, gst_object_unref);
+    gst_device_monitor_stop(monitor.get());
     return found;
 }
 
