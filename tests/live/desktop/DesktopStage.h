@@ -45,6 +45,8 @@ protected:
 
     // A person.
     void keys(const std::string& chord); // "ctrl+p", or several with blanks
+    void hold(const std::string& chord);
+    void release(const std::string& chord);
     void type(const std::string& words);
     std::string activeWindow() const;
     ScreenReader::Thing see(const std::string& name, const std::string& role = {});
