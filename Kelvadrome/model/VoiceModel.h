@@ -136,7 +136,6 @@ private:
     bool isBusyHere() const { return state_.listening || wanted_ || state_.transcribing; }
 
     // Dictation apps (VoiceModelDictation.cpp)
-    static Task<> replaceDictation(Dictation before, Dictation now);
     static Task<> opened(Weak weak, std::uint64_t opening);
     static Task<> startDictation(Weak weak, Dictation with);
     static Task<> stopDictation(Weak weak, Dictation with);
@@ -186,6 +185,7 @@ private:
     bool wanted_ = false;                               // a recording is being started
     VoiceRoute::Kind begunOn_ = VoiceRoute::Kind::none; // the route when it began
     std::uint64_t turn_ = 0; // counts recordings and the bar's closings: what is of an older turn is dropped
+    std::uint64_t lostTurn_ = 0; // whose device went away while it opened
     TaskHandle transcription_, test_;
     const UnderWay underWay_ = std::make_shared<const bool>(true);
 

@@ -2,14 +2,6 @@
 
 namespace kelvadrome {
 
-/// What the one of before has begun is ended first, since both would give back the same mode.
-Task<> VoiceModel::replaceDictation(Dictation before, Dictation now) {
-    if (before)
-        co_await before->barClosed();
-    if (now)
-        co_await now->recoverAfterCrash();
-}
-
 /// The bar may be closed, and opened again, before the daemon has answered.
 Task<> VoiceModel::opened(Weak weak, std::uint64_t opening) {
     auto self = weak.lock();

@@ -79,6 +79,8 @@ Task<> VoiceModel::openMicrophone(Weak weak, std::uint64_t turn) {
     }
     self->set(&VoiceState::listening, true);
     self->say("Listening.");
+    if (self->lostTurn_ == turn)
+        self->recordingEnded(turn, true);
 }
 
 /// They come on an audio thread, perhaps when the model is gone.
@@ -108,7 +110,11 @@ bool VoiceModel::mayListen(std::uint64_t turn, bool granted) {
 // From the release to the clip
 
 void VoiceModel::recordingEnded(std::uint64_t turn, bool lost) {
-    if (turn_ != turn || !state_.listening)
+    if (turn_ != turn)
+        return;
+    if (lost && wanted_)
+        lostTurn_ = turn; // before it was known to be open
+    if (!state_.listening)
         return;
     finishRecording();
     if (lost && !state_.transcribing)

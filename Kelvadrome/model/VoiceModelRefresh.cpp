@@ -182,15 +182,18 @@ void VoiceModel::useVerified(std::optional<VerifiedDictationApp> verified) {
     // The app that the user still wants, but is no longer proved to be the one, gets nothing more to open.
     if (before && !verified && before->target().app.id == selectedId())
         before->abandon();
+    if (before)
+        tasks_.launch("former dictation app", closeDictation(before, nullptr));
     if (verified) {
         dictation_ = DictationController::make(
             *verified, {parts_.opener, parts_.modes, parts_.journal, gate_,
                            [client = parts_.client](std::string previous, bool restored) {
                                return voiceModeSwitched(client, std::move(previous), restored);
                            }});
+        // Asked for before the bar can ask it for anything.
+        tasks_.launch("dictation app", dictation_->recoverAfterCrash());
     }
     set(&VoiceState::verified, std::move(verified));
-    tasks_.launch("dictation app", replaceDictation(before, dictation_));
 }
 
 } // namespace kelvadrome

@@ -272,10 +272,15 @@ TEST_F(VoiceTest, aRecordingEndsByItself) {
     audio->hear(5000);
     audio->lost()();
     until([&] { return texts.size() == 2; }, "what was heard before the device went");
-    listen();
-    audio->lost()();
-    loop.drain();
-    EXPECT_EQ(line(), "The microphone went away.");
+    for (const bool atOnce : {false, true}) {
+        audio->losesAtOnce = atOnce;
+        press();
+        if (!atOnce)
+            audio->lost()();
+        until([&] { return !audio->isOpen(); }, "the end of a recording without a device");
+        EXPECT_EQ(line(), "The microphone went away.");
+    }
+    audio->losesAtOnce = false;
 
     listen();
     const auto heard = audio->heard();

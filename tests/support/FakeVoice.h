@@ -47,7 +47,7 @@ class FakeAudio final : public AudioSource {
 public:
     MicrophoneState now{.inputDevice = true};
     bool allowed = true;
-    bool broken = false;
+    bool broken = false, losesAtOnce = false;
     Barrier access, opening;
     int opened = 0, stopped = 0;
 
@@ -63,6 +63,11 @@ public:
         ++opened;
         heard_ = std::move(heard);
         lost_ = std::move(lost);
+        if (!losesAtOnce)
+            co_return;
+        lost_();
+        const auto executor = co_await asio::this_coro::executor;
+        co_await asio::post(executor, asio::use_awaitable); // its caller goes on a turn later
     }
     void stop() override {
         ++stopped;
