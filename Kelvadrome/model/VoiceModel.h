@@ -185,7 +185,7 @@ private:
     bool wanted_ = false;                               // a recording is being started
     VoiceRoute::Kind begunOn_ = VoiceRoute::Kind::none; // the route when it began
     std::uint64_t turn_ = 0; // counts recordings and the bar's closings: what is of an older turn is dropped
-    std::uint64_t lostTurn_ = 0; // whose device went away while it opened
+    std::uint64_t lostTurn_ = 0; // whose device went away
     TaskHandle transcription_, test_;
     const UnderWay underWay_ = std::make_shared<const bool>(true);
 

@@ -14,6 +14,7 @@ namespace {
 constexpr std::size_t tooShort = 1600; // samples: a tenth of a second
 constexpr const char* transcribingLine = "Transcribing.";
 constexpr const char* transcribingHereLine = "Transcribing on this Mac.";
+constexpr const char* lostLine = "The microphone went away.";
 constexpr const char* unknownFailure = "Couldn't transcribe that. Try again.";
 
 /// Absent for a failure of another kind.
@@ -112,13 +113,13 @@ bool VoiceModel::mayListen(std::uint64_t turn, bool granted) {
 void VoiceModel::recordingEnded(std::uint64_t turn, bool lost) {
     if (turn_ != turn)
         return;
-    if (lost && wanted_)
-        lostTurn_ = turn; // before it was known to be open
+    if (lost)
+        lostTurn_ = turn; // perhaps before it was known to be open
     if (!state_.listening)
         return;
     finishRecording();
     if (lost && !state_.transcribing)
-        say("The microphone went away.");
+        say(lostLine);
 }
 
 void VoiceModel::finishRecording() {
@@ -228,7 +229,7 @@ void VoiceModel::transcribed(Outcome<std::string> outcome) {
         return say(known ? known->errorDescription() : unknownFailure);
     }
     if (state_.status == transcribingLine || state_.status == transcribingHereLine)
-        say(std::nullopt);
+        say(lostTurn_ == turn_ ? std::optional<std::string>(lostLine) : std::nullopt);
     if (!outcome->empty() && onText)
         onText(std::move(*outcome));
 }
