@@ -43,6 +43,15 @@ GstElement* openSource() {
     return nullptr;
 }
 
+/// Which device a sound server lets it hear; empty where that can't be told.
+std::string deviceOf(GObject* source) {
+    char* name = nullptr;
+    if (g_object_class_find_property(G_OBJECT_GET_CLASS(source), "current-device"))
+        g_object_get(source, "current-device", &name, nullptr);
+    const OwnedText owned(name);
+    return name ? name : "";
+}
+
 std::string words(GstMessage* message) {
     GError* error = nullptr;
     gst_message_parse_error(message, &error, nullptr);
@@ -119,6 +128,9 @@ GstElement* GStreamerRecording::makePipeline() {
         return nullptr;
     }
     g_object_set(sink, "caps", caps.get(), "sync", FALSE, "max-buffers", queued, "drop", FALSE, nullptr);
+    source_ = source;
+    g_signal_connect_swapped(source, "notify::current-device",
+        G_CALLBACK(+[](GStreamerRecording* self) { self->lookAtDevice(); }), this);
     auto* const pipeline = gst_pipeline_new(nullptr);
     gst_bin_add_many(GST_BIN(pipeline), source, converter, resampler, sink, nullptr);
     gst_element_link_many(source, converter, resampler, sink, nullptr);
@@ -145,8 +157,9 @@ int GStreamerRecording::received(void* sink, void* self) {
     GstMapInfo bytes;
     if (!buffer || !gst_buffer_map(buffer, &bytes, GST_MAP_READ))
         return GST_FLOW_OK;
-    static_cast<GStreamerRecording*>(self)->take(
-        {reinterpret_cast<const std::int16_t*>(bytes.data), bytes.size / sizeof(std::int16_t)});
+    auto& recording = *static_cast<GStreamerRecording*>(self);
+    std::call_once(recording.firstLook_, [&recording] { recording.lookAtDevice(); });
+    recording.take({reinterpret_cast<const std::int16_t*>(bytes.data), bytes.size / sizeof(std::int16_t)});
     gst_buffer_unmap(buffer, &bytes);
     return GST_FLOW_OK;
 }
@@ -179,6 +192,19 @@ void GStreamerRecording::fail(std::string problem) {
             problem_ = std::move(problem);
     }
     wake_.notify_all();
+}
+
+/// A server whose microphone goes away moves its listeners to whatever else there is, which may be what the
+/// machine plays.
+void GStreamerRecording::lookAtDevice() {
+    auto now = deviceOf(G_OBJECT(source_));
+    std::unique_lock guard(lock_);
+    if (device_.empty())
+        device_ = std::move(now);
+    else if (!now.empty() && now != device_) {
+        guard.unlock();
+        fail("its device was taken away");
+    }
 }
 
 /// Until it is closed or fails. A server that stands still says nothing of it.

@@ -38,6 +38,7 @@ private:
     void run();
     void watch();
     void take(std::span<const std::int16_t> samples);
+    void lookAtDevice();
     void fail(std::string problem);
     static int received(void* sink, void* self);
     static int told(void* bus, GstMessage* message, void* self);
@@ -52,6 +53,9 @@ private:
     bool closed_ = false;
     std::uint64_t buffers_ = 0;
     std::optional<std::string> problem_;
+    std::once_flag firstLook_;
+    std::string device_;           // that was heard first
+    GstElement* source_ = nullptr; // the pipeline's
 };
 
 } // namespace kelvadrome
