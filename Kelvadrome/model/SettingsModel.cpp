@@ -24,9 +24,9 @@ SettingsModel::SettingsModel(Dependencies dependencies)
         watchingVoice_ = voice_->observe([this] { changes_.changed(); });
     }
     if (parts_.barKey) {
-        facts_.barKey = parts_.barKey->state();
+        tellBarKey();
         watchingKey_ = parts_.barKey->observe([this] {
-            facts_.barKey = parts_.barKey->state();
+            tellBarKey();
             changes_.changed();
         });
     }
@@ -36,6 +36,12 @@ SettingsModel::SettingsModel(Dependencies dependencies)
             changes_.changed();
         });
     }
+}
+
+/// Where there is voice, its pane shows the key, and can change it.
+void SettingsModel::tellBarKey() {
+    if (!voice_)
+        facts_.barKey = parts_.barKey->state();
 }
 
 void SettingsModel::modelChanged() {

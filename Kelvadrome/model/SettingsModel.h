@@ -62,6 +62,7 @@ public:
 private:
     explicit SettingsModel(Dependencies dependencies);
 
+    void tellBarKey();
     void modelChanged();
     void pressTerminal(TerminalApp app);
     void pressDevices(const std::string& id);

@@ -124,7 +124,7 @@ struct SettingsFacts {
     bool showInDock = true;
     bool notifyStops = true;
     std::map<TerminalApp, Terminal> terminals = {};
-    std::optional<BarKeyState> barKey = {}; // absent without a command bar
+    std::optional<BarKeyState> barKey = {}; // absent without a command bar, or where the pane of voice has it
     DevicesState devices = {};
     std::optional<CrewLabelList> crew = {};      // absent until the daemon has told
     std::optional<std::string> secretPlace = {}; // where the page's key is kept; absent until it is known

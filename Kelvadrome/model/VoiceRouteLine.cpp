@@ -39,15 +39,15 @@ std::string voiceRouteLine(const VoiceRoute& route, const VoiceRoute::Facts& fac
     case VoiceRoute::Kind::openAI:
         return because("OpenAI, with your key", unready);
     case VoiceRoute::Kind::local:
-        return "The daemon's model, on this Mac.";
+        return "The daemon's model, on this machine.";
     case VoiceRoute::Kind::apple:
-        return because("Speech on this Mac", withoutOpenAI(facts, capReached));
+        return because("Speech on this machine", withoutOpenAI(facts, capReached));
     case VoiceRoute::Kind::none:
         break;
     }
     const auto why = withoutOpenAI(facts, false);
     return "No way to talk: " + (why.empty() ? std::string() : why + ", and ") +
-           "there is no speech model on this Mac.";
+           "there is no speech model on this machine.";
 }
 
 } // namespace kelvadrome

@@ -101,7 +101,8 @@ Row keyRow(const VoiceFacts& facts) {
     const auto& key = facts.voice.key;
     return {.id = VoiceRowId::key,
         .title = "OpenAI key",
-        .detail = key.message.value_or("Kept in your keyring. It goes to OpenAI alone."),
+        .detail =
+            key.message.value_or("Kept with your secrets, never in the settings. It goes to OpenAI alone."),
         .control = Row::Field{
             .hint = key.saved ? "A key is saved" : "Paste your key", .text = facts.typedKey, .secret = true}};
 }

@@ -252,7 +252,7 @@ TEST_F(VoiceTest, overTheLimitThisMachineHears) {
     EXPECT_EQ(texts, Lines{"heard here"});
     EXPECT_EQ(state().usedMinutes, 30.5);
     EXPECT_EQ(voice->route().kind, Kind::apple);
-    EXPECT_EQ(voice->routeLine(), "Speech on this Mac: today's voice limit is reached.");
+    EXPECT_EQ(voice->routeLine(), "Speech on this machine: today's voice limit is reached.");
     speech->broken = true;
     speak();
     rest();
