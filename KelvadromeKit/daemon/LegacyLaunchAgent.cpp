@@ -3,46 +3,17 @@
 #include "KelvadromeKit/support/Files.h"
 #include "KelvadromeKit/support/ISO8601.h"
 #include "KelvadromeKit/support/Log.h"
+#include "KelvadromeKit/support/PropertyList.h"
 
 #include <fmt/format.h>
-#include <plist/plist.h>
 
-#include <cstdlib>
 #include <ctime>
-#include <memory>
 #include <sys/stat.h>
 #include <system_error>
 
 namespace kelvadrome {
 
 namespace {
-
-constexpr std::size_t largestPlist = 1 << 20; // bytes; an agent's own has a few hundred
-
-using Plist = std::unique_ptr<void, decltype(&plist_free)>;
-
-Plist parsePlist(const std::string& bytes) {
-    plist_t root = nullptr;
-    const auto size = static_cast<std::uint32_t>(bytes.size());
-    if (plist_is_binary(bytes.data(), size)) {
-        plist_from_bin(bytes.data(), size, &root);
-    } else {
-        plist_from_xml(bytes.data(), size, &root);
-    }
-    return Plist(root, plist_free);
-}
-
-std::string labelIn(const Plist& plist) {
-    if (!plist || plist_get_node_type(plist.get()) != PLIST_DICT)
-        return {};
-    const plist_t label = plist_dict_get_item(plist.get(), "Label");
-    if (!label || plist_get_node_type(label) != PLIST_STRING)
-        return {};
-    char* text = nullptr;
-    plist_get_string_val(label, &text);
-    const std::unique_ptr<char, decltype(&std::free)> owner(text, std::free);
-    return text ? text : "";
-}
 
 struct LocalTime {
     std::string date; // yyyy-MM-dd
@@ -76,8 +47,8 @@ bool LegacyLaunchAgent::isPresent() const {
     struct stat info {};
     if (::lstat(path.c_str(), &info) != 0 || !S_ISREG(info.st_mode))
         return false;
-    const auto bytes = Files::read(path, largestPlist);
-    return bytes && !bytes->empty() && labelIn(parsePlist(*bytes)) == label;
+    const auto agent = PropertyList::readDictionary(path);
+    return agent && PropertyList::string(plist_dict_get_item(agent.get(), "Label")) == label;
 }
 
 std::string LegacyLaunchAgent::moveToBackup(const std::string& storageRoot, WallTime now) const {

@@ -1,13 +1,10 @@
 #include "KelvadromeKit/voice/VerifiedDictationApp.h"
 
 #include "KelvadromeKit/support/Files.h"
+#include "KelvadromeKit/support/PropertyList.h"
 #include "KelvadromeKit/support/Text.h"
 
-#include <plist/plist.h>
-
 #include <algorithm>
-#include <cstdlib>
-#include <memory>
 
 namespace kelvadrome {
 
@@ -21,48 +18,13 @@ bool VerifiedDictationApp::can(std::string_view action) const {
 
 namespace {
 
-constexpr std::size_t largestPlist = 1 << 20; // bytes
-
-using Plist = std::unique_ptr<void, decltype(&plist_free)>;
-
-Plist parsePlist(const std::string& bytes) {
-    plist_t root = nullptr;
-    const auto size = static_cast<std::uint32_t>(bytes.size());
-    if (plist_is_binary(bytes.data(), size)) {
-        plist_from_bin(bytes.data(), size, &root);
-    } else {
-        plist_from_xml(bytes.data(), size, &root);
-    }
-    return Plist(root, plist_free);
-}
-
-/// Absent for a value of another type, and for none.
-std::optional<std::string> stringOf(plist_t node) {
-    if (!node || plist_get_node_type(node) != PLIST_STRING)
-        return std::nullopt;
-    char* text = nullptr;
-    plist_get_string_val(node, &text);
-    const std::unique_ptr<char, decltype(&std::free)> owner(text, std::free);
-    return text ? std::optional<std::string>(text) : std::nullopt;
-}
-
-std::vector<plist_t> itemsOf(plist_t node) {
-    std::vector<plist_t> items;
-    if (!node || plist_get_node_type(node) != PLIST_ARRAY)
-        return items;
-    const auto count = plist_array_get_size(node);
-    for (std::uint32_t i = 0; i < count; ++i)
-        items.push_back(plist_array_get_item(node, i));
-    return items;
-}
-
 std::vector<std::string> schemesIn(plist_t info) {
     std::vector<std::string> schemes;
-    for (const plist_t type : itemsOf(plist_dict_get_item(info, "CFBundleURLTypes"))) {
+    for (const plist_t type : PropertyList::items(plist_dict_get_item(info, "CFBundleURLTypes"))) {
         if (plist_get_node_type(type) != PLIST_DICT)
             continue;
-        for (const plist_t scheme : itemsOf(plist_dict_get_item(type, "CFBundleURLSchemes"))) {
-            if (auto name = stringOf(scheme))
+        for (const plist_t scheme : PropertyList::items(plist_dict_get_item(type, "CFBundleURLSchemes"))) {
+            if (auto name = PropertyList::string(scheme))
                 schemes.push_back(std::move(*name));
         }
     }
@@ -119,13 +81,10 @@ std::optional<VerifiedDictationApp> verify(
     const DictationURLApp& app, const std::string& bundleURL, std::optional<bool> teamOK) {
     if (teamOK == false)
         return std::nullopt;
-    const auto bytes = Files::read(Files::join(bundleURL, "Contents/Info.plist"), largestPlist);
-    if (!bytes || bytes->empty())
+    const auto info = PropertyList::readDictionary(Files::join(bundleURL, "Contents/Info.plist"));
+    if (!info)
         return std::nullopt;
-    const auto info = parsePlist(*bytes);
-    if (!info || plist_get_node_type(info.get()) != PLIST_DICT)
-        return std::nullopt;
-    const auto identifier = stringOf(plist_dict_get_item(info.get(), "CFBundleIdentifier"));
+    const auto identifier = PropertyList::string(plist_dict_get_item(info.get(), "CFBundleIdentifier"));
     if (!identifier || !holds(app.bundleIds, *identifier))
         return std::nullopt;
     auto schemes = schemesIn(info.get());
