@@ -5,10 +5,10 @@
 #include "KelvadromeKit/support/Files.h"
 #include "KelvadromeKit/support/Log.h"
 #include "KelvadromeKit/support/Text.h"
+#include "KelvadromeKit/voice/DictationURL.h"
 
 #include <fmt/format.h>
 #include <gio/gdesktopappinfo.h>
-#include <re2/re2.h>
 
 namespace kelvadrome {
 
@@ -64,8 +64,7 @@ Task<std::optional<std::string>> DefaultsModeKeyReader::active() {
         co_return std::nullopt;
     const auto text = Text::repairUTF8(ended->output);
     std::string mode(Text::trimWhitespace(text));
-    static const re2::RE2 plain("[a-z0-9_-]{1,64}");
-    if (!re2::RE2::FullMatch(mode, plain))
+    if (!DictationURL::validFill(mode))
         co_return std::nullopt;
     co_return mode;
 }
