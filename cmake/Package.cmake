@@ -40,7 +40,7 @@ one inbox, and the answer is typed into the very terminal that asked.
 .
 This package has the hub, its panel for terminals, the daemon with its own
 Node, and the command kd, with which agents ask.")
-set(CPACK_DEBIAN_CORE_PACKAGE_RECOMMENDS tmux)
+set(CPACK_DEBIAN_CORE_PACKAGE_RECOMMENDS "tmux, iproute2")
 set(CPACK_DEBIAN_CORE_PACKAGE_SUGGESTS "kelvadrome, mosquitto | nats-server")
 
 if(KELVADROME_DESKTOP)

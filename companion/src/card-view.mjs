@@ -23,7 +23,7 @@ export const about = (card, by = card.pressed_in) => ({
 });
 
 /** What has to be said of the way that an answer to this card takes; null when it is the usual one. */
-function noteOf({ agent, delivery }, { whyNot, isKept }) {
+function noteOf({ agent, delivery, refs }, { whyNot, isKept }) {
   if (whyNot !== null) return whyNot;
   const asker = agent === SHELL ? 'Whoever asked from a shell' : agentName(agent);
   if (isKept && delivery === 'wait')
@@ -31,6 +31,8 @@ function noteOf({ agent, delivery }, { whyNot, isKept }) {
   if (isKept && agent === SHELL)
     return 'Asked from a shell, where nothing can be typed. Your answer is kept until “kd wait” fetches it.';
   if (isKept) return `Nothing can be typed there. Your answer is kept until ${asker} fetches it.`;
+  if (delivery === 'wait' && refs?.waits_s)
+    return `${asker} waits ${refs.waits_s} s for this, then asks in its terminal.`;
   if (agent === SHELL && delivery === 'wait') return 'Asked from a shell. Your answer is printed there.';
   return null;
 }

@@ -13,6 +13,8 @@ import {
 } from 'node:fs';
 import { join } from 'node:path';
 import { KD, World, has, until } from './world.mjs';
+import { optionsOnScreen } from '../../companion/src/hooks/codex-prompt.mjs';
+import { clientsOf, readSockets } from '../../companion/src/hooks/codex-terminal.mjs';
 import { requestOf } from '../../companion/src/hooks/questions.mjs';
 import { installed, withHooks, withoutHooks } from '../../companion/src/hooks/settings.mjs';
 
@@ -80,6 +82,53 @@ test('what agents send becomes questions, and their answers become decisions', (
     { tool_name: 'AskUserQuestion', tool_input: { questions: [{}] } },
   ])
     assert.equal(requestOf(odd), null, JSON.stringify(odd));
+});
+
+test('a terminal of Codex is taken for its question only when nothing is in doubt', () => {
+  const screen = `• Running touch a
+
+  Would you like to run the following command?
+
+  Environment: local
+
+  Reason: Need to make a file
+
+  $ touch a
+
+› 1. Yes, proceed (y)
+  2. Yes, and don't ask again for commands that start
+     with \`touch a\` (p)
+  3. No, and tell Codex what to do differently (esc)
+
+  Press enter to confirm or esc to cancel
+
+
+`;
+  assert.deepEqual(optionsOnScreen(screen, 'touch a'), [
+    'Yes, proceed',
+    "Yes, and don't ask again for commands that start with `touch a`",
+    'No, and tell Codex what to do differently',
+  ]);
+  for (const [name, from, to] of [
+    ['another command', '$ touch a', '$ touch ab'],
+    ['a command that goes on', '$ touch a\n', '$ touch a\n  && rm b\n'],
+    ['an option is gone', '  3. No', '  4. No'],
+    ['nothing is marked', '› 1', '  1'],
+    ['two are marked', '  3. No', '› 3. No'],
+    ['another question', 'Would you like to run the following command?', 'Run it?'],
+    ['something below', '  Press', '› Ask Codex\n  Press'],
+    ['it is over', 'esc to cancel\n', 'esc to cancel\n\n$ '],
+  ])
+    assert.equal(optionsOnScreen(screen.replace(from, to), 'touch a'), null, name);
+
+  const line = (name, inode, peer, ...pids) =>
+    `u_str ESTAB 0      0      ${name} ${inode}            * ${peer} ${pids.length ? `users:((${pids.map((pid) => `"codex",pid=${pid},fd=1`).join('),(')}))` : ''}   `;
+  const server = [line('/tmp/d.sock', 10, 20, 7), line('/tmp/d.sock', 11, 21, 7), line('*', 12, 22, 7)];
+  const clients = (...ends) => clientsOf(7, readSockets([...server, ...ends].join('\n')));
+  const others = line('*', 22, 12, 9); // not of the socket that clients come to
+  assert.deepEqual(clients(line('*', 20, 10, 3), line('*', 21, 11, 4, 4), others), [3, 4]);
+  for (const end of [line('*', 21, 11), line('*', 21, 11, 4, 5), ''])
+    assert.equal(clients(line('*', 20, 10, 3), end), null, 'one of them cannot be told');
 });
 
 test("hooks go into an agent's settings and out again, and nothing else there changes", () => {

@@ -8,7 +8,8 @@ import { EXIT, KdError } from '../kd/client.mjs';
 import { callingAgent, findAbove } from '../kd/agent.mjs';
 import { isRunning } from '../proc.mjs';
 import { oneLine, within } from '../../shared/text.js';
-import { requestOf } from './questions.mjs';
+import { askByKeys, goOnByKeys } from './goes-on.mjs';
+import { isConsent, requestOf } from './questions.mjs';
 import { whenInterrupted } from './transcript.mjs';
 
 const QUICK_MS = 1000; // the agent stands still meanwhile
@@ -65,6 +66,13 @@ function deedOf({ tool_name: tool, tool_input: input }) {
     .slice(0, 32);
 }
 
+/** What later events tell the card by, and for how long its hook waits. */
+const refsOf = (message, seconds) => ({
+  hook: deedOf(message),
+  tool: String(message.tool_name),
+  ...(seconds === Infinity ? {} : { waits_s: String(seconds) }),
+});
+
 /** The process whose hook this is, as the process table shows it; null when it cannot be told. */
 const agentAbove = (agent) => findAbove(process.ppid, [agent]);
 
@@ -82,9 +90,12 @@ async function openCards(client, agent, { session_id: session }, limit) {
   return cards.filter((card) => card.agent === agent && card.session_id === session && card.refs?.hook);
 }
 
-const withdraw = (client, cards, limit) =>
+/** `answered` gives what an agent's own word shows to have been chosen for a card. */
+const withdraw = (client, cards, limit, answered = () => undefined) =>
   Promise.all(
-    cards.map((card) => client.call('/v1/ask/withdraw', { card_id: card.card_id ?? card.id }, limit)),
+    cards.map((card) =>
+      client.call('/v1/ask/withdraw', { card_id: card.card_id ?? card.id, answered: answered(card) }, limit),
+    ),
   );
 
 /** The end of a card: its answer, or undefined when it ended without one. */
@@ -133,7 +144,7 @@ async function decide({ client, agent, message, seconds }) {
           ...body,
           ask_id: `${call}-${index}`,
           wait: true,
-          refs: { hook: deedOf(message), tool: String(message.tool_name) },
+          refs: refsOf(message, seconds),
         },
         ASK_MS,
         QUICK_MS,
@@ -155,6 +166,8 @@ async function decide({ client, agent, message, seconds }) {
     stopWatching();
   }
   await leave(); // the time is over, or one of several was taken back
+  if (agent === 'codex' && caller !== null && performance.now() >= deadline)
+    await goOnByKeys(client, agent, caller, message);
   return undefined;
 }
 
@@ -167,7 +180,11 @@ async function follow({ client, agent, message }) {
       ? (card) => card.refs.hook === deedOf(message)
       : () => false;
   const over = (await openCards(client, agent, message, QUICK_MS)).filter(isOver);
-  await withdraw(client, over, QUICK_MS);
+  // What was asked has been done, so a yes that is being typed has arrived.
+  const isDone = event.startsWith('PostToolUse');
+  await withdraw(client, over, QUICK_MS, ({ answer }) =>
+    isDone && typeof answer === 'string' && isConsent(answer) ? answer : undefined,
+  );
   const status = STATUS[event];
   const doing = event === 'Notification' ? oneLine(String(message.message ?? '')) : undefined;
   if (status !== undefined || doing)
@@ -204,6 +221,11 @@ export async function hook({ values, positionals: [agent], client }) {
   if (!(seconds > 0)) throw new KdError('--wait takes a number of seconds.', EXIT.usage);
   try {
     const message = await readMessage();
+    if (values['goes-on']) {
+      const why = await askByKeys(client, agent, message, refsOf(message, Infinity));
+      if (why) log(client.home, `${agent}: the question is answered in its terminal alone: ${why}`);
+      return EXIT.ok;
+    }
     markSeen(client.home, agent);
     const call = { client, agent, message, seconds };
     const { hook_event_name: event } = message;

@@ -61,7 +61,7 @@ export const COMMANDS = {
   answer: { run: answer, words: 2, options: {} },
   doctor: { run: doctor, words: 0, options: {} },
   attach: { run: attach, words: [0, 1], options: {} },
-  hook: { run: hook, words: 1, options: { wait: text, 'what-next': flag } },
+  hook: { run: hook, words: 1, options: { wait: text, 'what-next': flag, 'goes-on': flag } },
   hooks: {
     run: hooks,
     words: [1, 2],

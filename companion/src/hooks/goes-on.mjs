@@ -1,0 +1,54 @@
+// What follows a hook of Codex whose time is over. Codex then asks in its terminal; where that is known for certain,
+// the question is a card again, which is answered by keys. The hook has to end for that, so a process of its own does it.
+import { spawn } from 'node:child_process';
+import { once } from 'node:events';
+import { randomUUID } from 'node:crypto';
+import { setTimeout as pause } from 'node:timers/promises';
+import { kdProgram } from '../layout.mjs';
+import { isRunning } from '../proc.mjs';
+import { isStillAsked, terminalOfQuestion } from './codex-terminal.mjs';
+import { requestOf } from './questions.mjs';
+
+const LOOK_MS = 1000;
+const CALL_MS = 10_000;
+const TIMES = 2; // a screen that is being drawn anew may lack the question for a moment
+
+/** Starts it, beyond the life of this process. `server` is the process whose hook this is. */
+export async function goOnByKeys(client, agent, server, message) {
+  const words = ['--no-warnings', kdProgram, 'hook', agent, '--goes-on', '--home', client.home];
+  const child = spawn(process.execPath, words, { detached: true, stdio: ['pipe', 'ignore', 'ignore'] });
+  child.unref();
+  child.stdin.end(JSON.stringify({ ...message, server }));
+  await once(child.stdin, 'close');
+}
+
+/** That process. Gives why there is no card, or null when there was one and it is over. */
+export async function askByKeys(client, agent, { server, ...message }, refs) {
+  const found = await terminalOfQuestion(server, message);
+  if (found.why) return found.why;
+  const { live, options } = found;
+  const { card_id: id } = await client.call(
+    '/v1/ask',
+    {
+      ...requestOf(message).asks[0],
+      options,
+      menu: true,
+      agent,
+      session_id: message.session_id,
+      live,
+      ask_id: randomUUID(),
+      refs,
+    },
+    CALL_MS,
+  );
+  for (let missing = 0; missing < TIMES; await pause(LOOK_MS)) {
+    const { cards } = await client.call('/v1/cards/list', {}, CALL_MS);
+    const card = cards.find((one) => one.id === id);
+    if (card === undefined || !isRunning(live.pid)) return null;
+    // While an answer is on its way, what becomes of it is told by who types it.
+    const isAsked = card.state !== 'open' || (await isStillAsked(found, message.tool_input.command));
+    missing = isAsked ? 0 : missing + 1;
+  }
+  await client.call('/v1/ask/withdraw', { card_id: id }, CALL_MS);
+  return null;
+}
