@@ -33,11 +33,16 @@ export class Askers {
     this.#waiters.wake();
   }
 
-  /** Cards that nobody waits for any more may take no answer now: tells their readers. */
+  /**
+   * Cards that nobody waits for any more may take no answer now: tells their readers. A hook that waits for a time
+   * takes its question back in the end; one that was ended before went with its question, as Codex's do at Escape.
+   */
   forgetLeft() {
     for (const id of [...this.#awaited.keys()].filter((id) => !this.isAwaited(id))) {
       this.#awaited.delete(id);
-      this.app.cards.awaitedAnew(id);
+      const { state, refs } = this.app.cards.find(id);
+      if (state === 'open' && refs?.waits_s) this.app.cards.withdraw(id);
+      else this.app.cards.awaitedAnew(id);
     }
   }
 

@@ -351,9 +351,10 @@ export class Cards {
         (pressed ?? null) !== null && answered !== undefined && answerLine(card, pressed) === answered;
       if (card.state === 'armed' && !this.app.jobs.withdraw(card.id)) {
         // Keys are being typed right now, and the agent may withdraw because of them. The final report decides.
+        // A word that the answer came is not taken back by the next one, that the agent has stopped.
         this.store.run(
           'UPDATE cards SET over = ? WHERE id = ?',
-          isOurs(card.answer) ? OVER.withOurAnswer : OVER.withoutWord,
+          Math.max(card.over, isOurs(card.answer) ? OVER.withOurAnswer : OVER.withoutWord),
           card.id,
         );
         return this.find(id);

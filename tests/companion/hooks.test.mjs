@@ -44,17 +44,21 @@ test('what agents send becomes questions, and their answers become decisions', (
     assert.deepEqual(decisionOf('bash', answer), { behavior: 'deny', message });
 
   has(asksOf('write')[0], {
-    title: 'Write hello.txt?',
-    body: '/home/user/project/hello.txt\n\n+ one\n+ two',
+    title: 'Write hello-1.txt?',
+    body: '/home/user/project/hello-1.txt\n\n+ one\n+ two',
   });
-  has(asksOf('codex')[0], { title: 'Run touch made-by-codex-1?', options: ['Yes', 'No'] });
+  has(asksOf('codex')[0], { title: 'Run touch made-1?', options: ['Yes', 'No'] });
   has(asksOf('plan')[0], { body: '# The plan\n\n1. Write it\n2. Test it' });
   has(decisionOf('plan', 'Yes, and ask before edits').updatedPermissions[0], { mode: 'default' });
   has(decisionOf('plan', 'No, keep planning'), { behavior: 'deny' });
 
   const [systems, name] = asksOf('questions');
   has(systems, { kind: 'batch', title: 'Which systems?' });
-  has(name, { title: 'Which name?', options: ['kite', 'kelvin'], body: 'kite: short\nkelvin: long' });
+  has(name, {
+    title: 'Which name?',
+    options: ['kite', 'kelvin'],
+    body: 'kite: Take kite\nkelvin: Take kelvin',
+  });
   const chosen = { o1: 'yes', o2: 'no', o3: 'y', other: 'BeOS' };
   const { updatedInput } = decisionOf('questions', chosen, 'our own');
   assert.deepEqual(updatedInput.answers, {
@@ -190,7 +194,8 @@ test('kd hooks writes whole files, keeps links and backups, and refuses what it 
 
 /** A hook as an agent runs it, with this message on its standard input. */
 function hook(world, message, ...words) {
-  const child = spawn(process.execPath, ['--no-warnings', KD, 'hook', 'claude', ...words], {
+  const agent = message.transcript_path?.includes('/.codex/') ? 'codex' : 'claude';
+  const child = spawn(process.execPath, ['--no-warnings', KD, 'hook', agent, ...words], {
     env: world.env,
   });
   child.stdin.end(JSON.stringify(message));
@@ -209,8 +214,9 @@ const theCards = (world, count) =>
 
 test('an answer goes back through the hook, once, and never to a question that is over', async (t) => {
   const [world, page] = await World.loggedIn(t);
-  const { bash, questions } = MESSAGES;
-  const told = (event, more = {}) => hook(world, { ...bash, ...more, hook_event_name: event }).ended;
+  const { bash, bash_done, questions, codex, codex_done } = MESSAGES;
+  const { session_id } = bash;
+  const told = (message, more = {}) => hook(world, { ...message, session_id, ...more }).ended;
 
   const first = hook(world, bash);
   const [card] = await theCards(world, 1);
@@ -223,23 +229,27 @@ test('an answer goes back through the hook, once, and never to a question that i
   // Each of these ends the question, and its hook says nothing. Another deed of the agent does not.
   const transcript = join(world.home, 'transcript.jsonl');
   writeFileSync(transcript, 'earlier [Request interrupted by user]\n');
-  const interruption = {
-    type: 'user',
-    message: { content: [{ type: 'text', text: '[Request interrupted by user for tool use]' }] },
-  };
+  const wrote = (line) => () => appendFileSync(transcript, `${JSON.stringify(line)}\n`);
+  const interrupted = { content: [{ type: 'text', text: '[Request interrupted by user for tool use]' }] };
   const ends = {
-    'the terminal was first': () => told('PostToolUse'),
-    'a new prompt': () => told('UserPromptSubmit'),
-    'the session ended': () => told('SessionEnd'),
-    'Escape in the terminal': () => appendFileSync(transcript, `${JSON.stringify(interruption)}\n`),
+    'the terminal was first': () => told(bash_done),
+    'a new prompt': () => told({ ...bash, hook_event_name: 'UserPromptSubmit' }),
+    'the agent stopped': () => told(MESSAGES.stop),
+    'the session ended': () => told(MESSAGES.end),
+    'Escape at Claude': wrote({ type: 'user', message: interrupted }),
+    'Escape at Codex': wrote({ type: 'event_msg', payload: { type: 'turn_aborted' } }),
     'the hook was ended': (child) => child.kill('SIGTERM'),
+    'Codex was first in its terminal': () =>
+      hook(world, { ...codex_done, session_id: codex.session_id }).ended,
+    'Codex killed its hook': (child) => child.kill('SIGKILL'),
   };
   for (const [name, end] of Object.entries(ends)) {
-    const child = hook(world, { ...bash, transcript_path: transcript });
+    const message = name.startsWith('Codex') ? codex : { ...bash, transcript_path: transcript };
+    const child = hook(world, message, ...(message === codex ? ['--wait', '60'] : []));
     const [open] = await theCards(world, 1);
     if (name === 'the terminal was first') {
-      await told('PostToolUse', { tool_input: { command: 'another' } });
-      await told('PostToolUse', { session_id: 'another-session' });
+      await told(bash_done, { tool_input: { command: 'another' } });
+      await told(bash_done, { session_id: 'another-session' });
       assert.equal((await world.cards()).length, 1, 'another deed, another session');
     }
     await end(child);
@@ -251,7 +261,7 @@ test('an answer goes back through the hook, once, and never to a question that i
   // The next dialog takes the place of the one before; several questions are one dialog.
   const second = hook(world, bash);
   await theCards(world, 1);
-  const third = hook(world, questions);
+  const third = hook(world, { ...questions, session_id });
   const [systems, name] = await theCards(world, 2);
   has(await second.ended, { code: 0 });
   await page.ok('/v1/cards/answer', {

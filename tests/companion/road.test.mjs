@@ -300,8 +300,12 @@ test('a withdrawn question stops its job before the first key, and waits for the
       return reply;
     });
     await page.claimOne(200);
+    // That it has stopped, which it says next, takes nothing away from its word.
+    const stopped = answered === 'Yes' ? world.ok('/v1/ask/withdraw', { card_id: id }) : undefined;
+    if (stopped) await page.claimOne(200);
     order.push('reports');
     await page.report(job.id, outcome, outcome === 'done' ? {} : { reason: 'the keys were not taken' });
+    await stopped;
     assert.deepEqual([(await withdrawal).outcome, order], [end, ['reports', 'back']]);
     assert.equal((await world.detail(id)).answer, end === 'answered' ? 'Yes' : undefined);
     assert.equal((await world.actions())[0], action);

@@ -7,7 +7,8 @@ import { setTimeout as pause } from 'node:timers/promises';
 import { kdProgram } from '../layout.mjs';
 import { isRunning } from '../proc.mjs';
 import { isStillAsked, terminalOfQuestion } from './codex-terminal.mjs';
-import { requestOf } from './questions.mjs';
+import { isRefusal, requestOf } from './questions.mjs';
+import { whenInterrupted } from './transcript.mjs';
 
 const LOOK_MS = 1000;
 const CALL_MS = 10_000;
@@ -22,7 +23,7 @@ export async function goOnByKeys(client, agent, server, message) {
   await once(child.stdin, 'close');
 }
 
-/** That process. Gives why there is no card, or null when there was one and it is over. */
+/** What that process does. Gives why there is no card, or null when there was one and it is over. */
 export async function askByKeys(client, agent, { server, ...message }, refs) {
   const found = await terminalOfQuestion(server, message);
   if (found.why) return found.why;
@@ -41,14 +42,24 @@ export async function askByKeys(client, agent, { server, ...message }, refs) {
     },
     CALL_MS,
   );
-  for (let missing = 0; missing < TIMES; await pause(LOOK_MS)) {
+  const left = new AbortController(); // with Escape, or by an answer that denies
+  const stopWatching = whenInterrupted(message.transcript_path, () => left.abort());
+  let answered;
+  for (
+    let missing = 0;
+    missing < TIMES;
+    await pause(LOOK_MS, null, { signal: left.signal }).catch(() => {})
+  ) {
     const { cards } = await client.call('/v1/cards/list', {}, CALL_MS);
     const card = cards.find((one) => one.id === id);
     if (card === undefined || !isRunning(live.pid)) return null;
+    answered = isRefusal(card.answer ?? '') ? card.answer : undefined;
+    if (left.signal.aborted) break;
     // While an answer is on its way, what becomes of it is told by who types it.
     const isAsked = card.state !== 'open' || (await isStillAsked(found, message.tool_input.command));
     missing = isAsked ? 0 : missing + 1;
   }
-  await client.call('/v1/ask/withdraw', { card_id: id }, CALL_MS);
+  stopWatching();
+  await client.call('/v1/ask/withdraw', { card_id: id, answered }, CALL_MS);
   return null;
 }

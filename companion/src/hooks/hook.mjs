@@ -57,9 +57,12 @@ async function readMessage() {
   return message;
 }
 
-/** One deed of an agent, by what it is and not by an id: a permission request has none. Answers come to it later. */
+/**
+ * One deed of an agent, by what it is and not by an id: a permission request has none. Answers come to a question later,
+ * and Codex gives its reason for a command when it asks, but not when the command has run.
+ */
 function deedOf({ tool_name: tool, tool_input: input }) {
-  const asked = tool === 'AskUserQuestion' ? input?.questions : input;
+  const asked = tool === 'AskUserQuestion' ? input?.questions : (input?.command ?? input);
   return createHash('sha256')
     .update(JSON.stringify([tool, asked ?? null]))
     .digest('hex')

@@ -12,8 +12,9 @@ const NO = 'No';
 const isYes = (text) => /^(y|yes|ja|true|x|1)$/i.test(text);
 const isNo = (text) => /^(n|no|nein|false|0|-)$/i.test(text);
 
-/** Whether an answer to a permission gives it, in our own words or in those of an agent's menu. */
+/** Whether an answer to a permission gives it or denies it, in our own words or in those of an agent's menu. */
 export const isConsent = (answer) => isYes(answer) || answer.startsWith(YES);
+export const isRefusal = (answer) => isNo(answer) || answer.startsWith(NO);
 
 const string = (value) => (typeof value === 'string' ? value : '');
 const shorten = (text, limit) => {

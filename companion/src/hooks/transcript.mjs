@@ -2,12 +2,14 @@
 // with Escape or "No"; the transcript does.
 import { closeSync, fstatSync, openSync, readSync, watch } from 'node:fs';
 
-const INTERRUPTED = '[Request interrupted by user';
+const INTERRUPTED = '[Request interrupted by user'; // Claude Code
+const ABORTED = 'turn_aborted'; // Codex
 
 function saysInterrupted(line) {
-  if (!line.includes(INTERRUPTED)) return false; // most lines are long, and none of our business
+  if (!line.includes(INTERRUPTED) && !line.includes(ABORTED)) return false; // most lines are none of our business
   try {
-    const { type, message } = JSON.parse(line);
+    const { type, message, payload } = JSON.parse(line);
+    if (type === 'event_msg') return payload?.type === ABORTED;
     const parts = Array.isArray(message?.content) ? message.content : [];
     return (
       type === 'user' && parts.some((part) => part?.type === 'text' && part.text?.startsWith(INTERRUPTED))
