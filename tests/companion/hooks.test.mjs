@@ -282,12 +282,18 @@ test('an answer goes back through the hook, once, and never to a question that i
 });
 
 test('a hook that cannot do its work says nothing to the agent and a line to the log', async (t) => {
-  const world = await World.open(t);
+  const [world, page] = await World.loggedIn(t, { KELVADROME_TEST_HOLD_MS: '4000' });
   const { bash } = MESSAGES;
   const short = hook(world, bash, '--wait', '0.5');
   await theCards(world, 1);
   await short.ended;
   assert.deepEqual([short.output, await world.cards()], ['', []]);
+  // An answer that is on hold when the time is over was given in time.
+  const late = hook(world, bash, '--wait', '3');
+  const [{ id }] = await theCards(world, 1);
+  await page.ok('/v1/cards/answer', { card_id: id, version: 1, answer: 'Yes' });
+  await late.ended;
+  assert.match(late.output, /"allow"/);
   await world.kill();
   for (const [message, words] of [
     [bash, /No kelvadromed answers/],

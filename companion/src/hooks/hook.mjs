@@ -16,6 +16,7 @@ const QUICK_MS = 1000; // the agent stands still meanwhile
 const ASK_MS = 10_000; // its dialog is on the screen already
 const POLL_MS = 20_000;
 const RESTART_MS = 20_000;
+const HOLD_MS = 8000; // longer than any answer is held, and less than an agent gives its hook beyond its time
 const LONGEST_MESSAGE = 16 << 20;
 const LARGEST_LOG = 1 << 20;
 
@@ -101,10 +102,10 @@ const withdraw = (client, cards, limit, answered = () => undefined) =>
     ),
   );
 
-/** The end of a card: its answer, or undefined when it ended without one. */
+/** The end of a card: its answer, or undefined when it ended without one. One that was pressed in time is waited for. */
 async function answerOf(client, cardId, deadline, isWanted) {
-  while (performance.now() < deadline && isWanted()) {
-    const wait_ms = Math.ceil(Math.min(POLL_MS, deadline - performance.now()));
+  for (let end = deadline; performance.now() < end && isWanted(); ) {
+    const wait_ms = Math.ceil(Math.min(POLL_MS, end - performance.now()));
     const reply = await client.callPatiently(
       '/v1/ask/wait',
       { card_id: cardId, wait_ms },
@@ -112,6 +113,7 @@ async function answerOf(client, cardId, deadline, isWanted) {
       RESTART_MS,
     );
     if (reply.state === 'closed') return reply.outcome === 'answered' ? reply.answer : undefined;
+    end = deadline + (reply.state === 'open' ? 0 : HOLD_MS);
   }
   return undefined;
 }
