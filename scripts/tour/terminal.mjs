@@ -1,9 +1,9 @@
 // The road from question to typed answer with the panel in a terminal, on real panes.
 
 import { existsSync } from 'node:fs';
-import http from 'node:http';
 import path from 'node:path';
 import { check, step as anyStep } from './steps.mjs';
+import { openPage } from './page.mjs';
 import { World, alive, pause, root } from './world.mjs';
 
 const agentScript = path.join(root, 'companion/sample-agent/sample-agent.mjs');
@@ -58,37 +58,6 @@ async function lastRefusal(card) {
 
 function closePane(pane) {
   world.tmux('kill-pane', '-t', pane);
-}
-
-function fetchPage(url, { method = 'GET', headers = {}, body } = {}) {
-  return new Promise((resolve, reject) => {
-    // Browsers look for every name under localhost on the machine itself; the system's resolver need not.
-    const { host, port, pathname, search } = new URL(url);
-    const request = http.request(
-      {
-        host: '127.0.0.1',
-        port,
-        path: pathname + search,
-        method,
-        headers: { Host: host, ...headers },
-        agent: false,
-        timeout: 5000,
-      },
-      (reply) => {
-        const parts = [];
-        reply.on('data', (part) => parts.push(part));
-        reply.on('end', () =>
-          resolve({
-            status: reply.statusCode,
-            headers: reply.headers,
-            body: Buffer.concat(parts).toString('utf8'),
-          }),
-        );
-      },
-    );
-    request.on('error', reject);
-    request.end(body);
-  });
 }
 
 /** Walks it; throws where the road breaks. */
@@ -181,30 +150,12 @@ async function tour(bin) {
       (await world.cards()).find((other) => other.id === card.id).state === 'open',
       'the panel answered a high-risk card',
     );
-    world.keys(panel, 'v');
-    await world.see(panel, /http:\/\/127\.0\.0\.1:\d+\/\S+/, 'the link to the page');
-    const link = world
-      .screen(panel)
-      .replace(/\s*\n\s*/g, '')
-      .match(/http:\/\/127\.0\.0\.1:\d+\/login\?[\w=&%.~/?-]+/)[0];
-    const login = await fetchPage(link);
-    check(login.status === 303, `the login link answered ${login.status}`);
-    const own = new URL(login.headers.location);
-    check(/^[0-9a-f]{32}\.localhost$/.test(own.hostname), `the browser is sent to ${own.hostname}`);
-    const entrance = await fetchPage(own);
-    const headers = { Cookie: entrance.headers['set-cookie'][0].split(';')[0], Origin: own.origin };
-    const page = await fetchPage(own.origin, { headers });
+    const { get, post } = await openPage(world, panel);
+    const page = await get();
     check(page.status === 200 && /<html/i.test(page.body), 'the page did not load');
     check(world.screen(pane) === before, 'something was typed');
     // The answer pressed on that page is delivered by the shell that opened it: it is typed after the page's 5 seconds.
-    const token = entrance.body.match(/name="token" content="([^"]+)"/)[1];
     const press = { card_id: card.id, version: card.version, answer: card.options[0] };
-    const post = (route, body) =>
-      fetchPage(own.origin + route, {
-        method: 'POST',
-        body: JSON.stringify(body),
-        headers: { ...headers, 'x-kd-csrf': token, 'Content-Type': 'application/json' },
-      });
     check((await post('/v1/cards/answer', press)).status === 409, 'an answer that nobody reviewed was taken');
     const { review } = JSON.parse((await post('/v1/page/review', press)).body).data;
     const answer = await post('/v1/cards/answer', { ...press, review });

@@ -113,7 +113,12 @@ test('a terminal of Codex is taken for its question only when nothing is in doub
     "Yes, and don't ask again for commands that start with `touch a`",
     'No, and tell Codex what to do differently',
   ]);
+  assert.ok(
+    optionsOnScreen(screen.replace('$ touch a', '$ touch\n    a'), 'touch a'),
+    'a line that ends early',
+  );
   for (const [name, from, to] of [
+    ['another blank', '$ touch a', '$ touch  a'],
     ['another command', '$ touch a', '$ touch ab'],
     ['a command that goes on', '$ touch a\n', '$ touch a\n  && rm b\n'],
     ['an option is gone', '  3. No', '  4. No'],

@@ -8,8 +8,15 @@ const OPTION = /^(?:› | {2})([1-9])\. (\S.*)$/;
 const END = /^\s*Press enter to confirm or esc to cancel\s*$/;
 const KEY = /\s*\((?:[a-z]|esc)\)$/; // behind a label: the key that chooses it too
 
-/** Terminals break lines anywhere, so blanks say nothing. */
-const squashed = (text) => text.replace(/\s+/g, '');
+/** The lines show the whole command and nothing else. A line may end anywhere, and takes the blanks there with it. */
+function showWhole(lines, command) {
+  let rest = command.trim();
+  for (const words of lines.map((line) => line.trim())) {
+    if (!rest.startsWith(words)) return false;
+    rest = rest.slice(words.length).trimStart();
+  }
+  return rest === '';
+}
 
 /**
  * The labels of the question's options, in the order of their numbers, when the screen ends in it and the command
@@ -24,8 +31,8 @@ export function optionsOnScreen(screen, command) {
   const first = asked.findIndex((line) => OPTION.test(line));
   const shown = asked.findIndex((line) => COMMAND.test(line));
   if (shown < 0 || first < shown) return null;
-  const words = asked.slice(shown, first).join('\n').replace(COMMAND, '');
-  if (squashed(words) !== squashed(command)) return null;
+  const [begin, ...others] = asked.slice(shown, first);
+  if (!showWhole([begin.replace(COMMAND, ''), ...others], command)) return null;
   return labelsOf(asked.slice(first));
 }
 
