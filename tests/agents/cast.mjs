@@ -29,7 +29,8 @@ export async function writeCast(stage, file) {
     }
   })();
   await pause(600);
-  const card = await stage.asks(agent, 'ASK');
+  await stage.prompt(agent, 'Set up the database of this project. Please ASK');
+  const card = await stage.newCard();
   await pause(1500);
   await stage.press(card, 2);
   await stage.see(agent, /Understood/, 'the agent going on');
@@ -81,12 +82,12 @@ function restyled(look, text) {
   return now;
 }
 
-const escaped = (text) => text.replaceAll('&', '&amp;').replaceAll('<', '&lt;');
+const escaped = (text) => text.replaceAll('&', '&amp;').replaceAll('<', '&lt;').replaceAll('⎿', '└'); // few fonts have it
 const at = (value) => String(Math.round(value * 10) / 10);
 
 /** One line of a pane: its pieces of one look, each at its own column, so that no font moves the next one. */
-function drawnLine(line, row) {
-  let look = {};
+function drawnLine(line, row, begin) {
+  let look = begin;
   let column = 0;
   const pieces = line.split(/\x1b\[([\d;]*)m/).map((part, index) => {
     if (index % 2 === 1) {
@@ -110,15 +111,21 @@ function drawnLine(line, row) {
     const width = at(([...words].length - lead) * CELL.width);
     return `${behind}<text x="${at(x + lead * CELL.width)}" y="${at(y + 11)}" textLength="${width}"${style}>${escaped(words.trimStart())}</text>`;
   });
-  return pieces.join('');
+  return { text: pieces.join(''), look };
 }
 
-const drawnScreen = (screen) =>
-  screen
-    .split('\n')
-    .slice(0, ROWS)
-    .map((line, row) => drawnLine(line.replace(/\x1b\[[\d;]*[^\d;m]/g, ''), row))
+/** tmux tells a look when it changes, also from one line to the next. */
+function drawnScreen(screen) {
+  let look = {};
+  const lines = screen.split('\n').slice(0, ROWS);
+  return lines
+    .map((line, row) => {
+      const drawn = drawnLine(line.replace(/\x1b\[[\d;]*[^\d;m]/g, ''), row, look);
+      look = drawn.look;
+      return drawn.text;
+    })
     .join('');
+}
 
 /** Pictures that stand for several frames in turn are drawn once for all of them. */
 function drawing(frames) {

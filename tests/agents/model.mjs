@@ -77,12 +77,15 @@ function lastOfUser({ messages }) {
   );
 }
 
+const textOf = ({ content }) =>
+  typeof content === 'string' ? content : content.map(({ text }) => text ?? '').join('\n');
+
 function claude(res, body, count, cwd) {
   const say = (text) => sendMessage(res, { type: 'text', text }, count);
   if (!body.tools?.length) return say('{"title":"Stand-in","isNewTopic":true}');
   const parts = lastOfUser(body);
   const result = parts.find(({ type }) => type === 'tool_result');
-  if (result) return say(`Understood: ${JSON.stringify(result.content).slice(0, 300)}`);
+  if (result) return say(`Understood: ${textOf(result).slice(0, 300)}`);
   const tool = TOOLS[wordIn(parts.map(({ text }) => text).join('\n'))];
   if (tool === undefined) return say('Hello from the stand-in.');
   const [name, input] = tool(count, cwd);
