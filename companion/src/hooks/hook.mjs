@@ -15,6 +15,7 @@ import { whenInterrupted } from './transcript.mjs';
 const QUICK_MS = 1000; // the agent stands still meanwhile
 const ASK_MS = 10_000; // its dialog is on the screen already
 const POLL_MS = 20_000;
+const LOOK_MS = 1000; // whether the agent still runs
 const RESTART_MS = 20_000;
 const HOLD_MS = 8000; // longer than any answer is held, and less than an agent gives its hook beyond its time
 const LONGEST_MESSAGE = 16 << 20;
@@ -158,6 +159,7 @@ async function decide({ client, agent, message, seconds }) {
   const deadline = performance.now() + seconds * 1000;
   const caller = agentAbove(agent); // a hook outlives an agent that is killed
   const isWanted = () => caller === null || isRunning(caller.pid, caller.started);
+  const look = setInterval(() => isWanted() || end(), LOOK_MS);
   try {
     const cards = await Promise.all(asked);
     const answers = await Promise.all(
@@ -168,6 +170,7 @@ async function decide({ client, agent, message, seconds }) {
     await leave();
     throw error;
   } finally {
+    clearInterval(look);
     stopWatching();
   }
   await leave(); // the time is over, or one of several was taken back
