@@ -176,7 +176,7 @@ export const pictures = {
   strip: { seed: inbox, set: ['-KDAgentStrip', 'YES'], title: 'kelvadrome agents', both: true },
   setup: { setup: false, title: 'Set up kelvadrome', both: true },
   ...Object.fromEntries(
-    ['general', 'agents', 'autopilot', 'privacy', 'about'].map((tab) => [
+    ['general', 'agents', 'voice', 'iphone', 'autopilot', 'privacy', 'about'].map((tab) => [
       `settings-${tab}`,
       {
         seed: inbox,
