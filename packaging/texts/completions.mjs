@@ -9,7 +9,7 @@ const WORDS = {
   voice: ['status', 'install-engine', 'model'],
   run: ['claude', 'codex'],
 };
-const HIDDEN = ['wait-seconds']; // how kd spells --wait=SECONDS for itself
+const HIDDEN = ['wait-seconds', 'goes-on']; // what kd says to itself alone
 
 const optionsOf = (options, help) =>
   Object.entries(options)

@@ -12,6 +12,7 @@ import { whenInterrupted } from './transcript.mjs';
 
 const LOOK_MS = 1000;
 const CALL_MS = 10_000;
+const RESTART_MS = 20_000;
 const TIMES = 2; // a screen that is being drawn anew may lack the question for a moment
 
 /** Starts it, beyond the life of this process. `server` is the process whose hook this is. */
@@ -50,7 +51,7 @@ export async function askByKeys(client, agent, { server, ...message }, refs) {
     missing < TIMES;
     await pause(LOOK_MS, null, { signal: left.signal }).catch(() => {})
   ) {
-    const { cards } = await client.call('/v1/cards/list', {}, CALL_MS);
+    const { cards } = await client.callPatiently('/v1/cards/list', {}, CALL_MS, RESTART_MS);
     const card = cards.find((one) => one.id === id);
     if (card === undefined || !isRunning(live.pid)) return null;
     answered = isRefusal(card.answer ?? '') ? card.answer : undefined;
