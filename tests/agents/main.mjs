@@ -23,13 +23,15 @@ try {
     const say = (word, words) =>
       console.log(`${word} ${String(Date.now() - start).padStart(6)} ms  ${title}: ${words}`);
     try {
-      say('ok    ', await walk(stage));
+      const seen = await walk(stage);
+      await stage.clear();
+      say('ok    ', seen);
     } catch (error) {
       failed += 1;
       say('FAILED', error instanceof Step ? error.message : error.stack);
       for (const text of await stage.whatIsSeen()) console.log(text);
+      await stage.clear().catch(() => {});
     }
-    await stage.clear();
   }
 } finally {
   await stage.close();

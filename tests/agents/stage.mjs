@@ -233,6 +233,19 @@ env_key = "OPENAI_API_KEY"
     await this.#endServers();
     for (const { id } of await this.cards().catch(() => []))
       await this.call('/v1/ask/withdraw', { card_id: id }).catch(() => {});
+    await this.until('what goes on after hooks to end', () => this.#goingOn().length === 0);
+  }
+
+  /** The processes that go on after a hook of Codex. */
+  #goingOn() {
+    return readdirSync('/proc').filter((name) => {
+      try {
+        const line = readFileSync(`/proc/${name}/cmdline`, 'utf8');
+        return line.includes('--goes-on') && line.includes(this.home);
+      } catch {
+        return false;
+      }
+    });
   }
 
   /** The servers that Codex leaves behind are those whose program lies in our own home. */

@@ -45,22 +45,26 @@ export async function askByKeys(client, agent, { server, ...message }, refs) {
   );
   const left = new AbortController(); // with Escape, or by an answer that denies
   const stopWatching = whenInterrupted(message.transcript_path, () => left.abort());
+  try {
+    await follow(client, id, found, message, left.signal);
+  } finally {
+    stopWatching(); // this process lives as long as it watches
+  }
+  return null;
+}
+
+/** Takes the card back once its question is over. Gives up where the card has ended, or the agent. */
+async function follow(client, id, found, { tool_input: input }, left) {
   let answered;
-  for (
-    let missing = 0;
-    missing < TIMES;
-    await pause(LOOK_MS, null, { signal: left.signal }).catch(() => {})
-  ) {
+  for (let missing = 0; missing < TIMES; await pause(LOOK_MS, null, { signal: left }).catch(() => {})) {
     const { cards } = await client.callPatiently('/v1/cards/list', {}, CALL_MS, RESTART_MS);
     const card = cards.find((one) => one.id === id);
-    if (card === undefined || !isRunning(live.pid)) return null;
+    if (card === undefined || !isRunning(found.live.pid)) return;
     answered = isRefusal(card.answer ?? '') ? card.answer : undefined;
-    if (left.signal.aborted) break;
+    if (left.aborted) break;
     // While an answer is on its way, what becomes of it is told by who types it.
-    const isAsked = card.state !== 'open' || (await isStillAsked(found, message.tool_input.command));
+    const isAsked = card.state !== 'open' || (await isStillAsked(found, input.command));
     missing = isAsked ? 0 : missing + 1;
   }
-  stopWatching();
   await client.call('/v1/ask/withdraw', { card_id: id, answered }, CALL_MS);
-  return null;
 }
