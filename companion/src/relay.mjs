@@ -193,6 +193,7 @@ export class Relay {
       this.devices.revoke(device, farewell);
     });
     this.say(channel, farewell);
+    if (this.#pairing?.channel === channel) await this.#endAttempt(); // that it was paired is no longer so
     return this.status();
   }
 

@@ -71,6 +71,7 @@ for (const broker of ['mosquitto', 'nats'])
     // Unpaired while it is away: its keys are gone at once, and it hears so when it comes back.
     phone.stop();
     await relay.world.ok('/v1/relay/device/revoke', { device_id: devices[0].id });
+    assert.equal(await stateOf(relay), undefined, 'no words of a pairing that is no longer so');
     const back = await phone.again();
     await until(
       () => back.phase === 'unpaired' && back.why === 'unpaired',
