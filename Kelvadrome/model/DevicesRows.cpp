@@ -28,11 +28,13 @@ Group relay(const DevicesState& state) {
     if (state.error)
         group.rows.push_back(
             {.id = "relay-error", .title = *state.error, .symbol = "dialog-warning-symbolic"});
-    if (isOn(state))
+    if (isOn(state)) {
+        const auto& connector = state.status->connector;
         group.rows.push_back({.id = "connection",
             .title = "Connection",
-            .detail = state.connectorError.value_or(""),
-            .value = state.status->connector.connected ? "Connected" : "Connecting"});
+            .detail = state.connectorError.value_or(connector.connected ? "" : connector.error.value_or("")),
+            .value = connector.connected ? "Connected" : "Connecting"});
+    }
     if (state.status && state.status->mac)
         group.rows.push_back({.id = "mac-key", .title = "Mac key", .value = state.status->mac->fingerprint});
     return group;

@@ -10,7 +10,8 @@ constexpr double timeout = 10; // seconds
 
 RelayStatus::Connector RelayStatus::Connector::decode(const JSONValue& value) {
     const auto object = value.object();
-    return {object.required<bool>("connected"), object.optional<std::string>("last_seen")};
+    return {object.required<bool>("connected"), object.optional<std::string>("last_seen"),
+        object.optional<std::string>("error")};
 }
 
 RelayStatus::Mac RelayStatus::Mac::decode(const JSONValue& value) {

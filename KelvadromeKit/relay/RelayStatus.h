@@ -15,6 +15,7 @@ struct RelayStatus {
     struct Connector {
         bool connected = false;
         std::optional<std::string> lastSeen = {};
+        std::optional<std::string> error = {}; // why it isn't connected, for a person, where the daemon tells
 
         static Connector decode(const JSONValue& value);
         bool operator==(const Connector&) const = default;

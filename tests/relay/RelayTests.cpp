@@ -22,13 +22,14 @@ TEST(RelayCode, itKeepsTheFirstSixAsciiDigits) {
 }
 
 TEST(RelayStatus, aReplyIsReadWholeOrNotAtAll) {
-    const std::string whole = R"({"enabled":true,"connector":{"connected":false},
+    const std::string whole = R"({"enabled":true,"connector":{"connected":false,"error":"refused"},
         "mac":{"id":"m","fingerprint":"AA BB"},"devices":[{"id":"d","name":"Phone","kind":"iphone",
         "fingerprint":"CC","face_id":true,"paired_at":"2026-01-31T09:30:00Z","last_seen":null}],
         "pairing":{"id":"p","state":"joined","expires_at":"2026-01-31T09:32:00Z","phone_name":"New"},
         "relay_url":"wss://r","app_url":"https://a"})";
     const auto status = decodeJSON<RelayStatus>(whole);
     EXPECT_TRUE(status.enabled);
+    EXPECT_EQ(status.connector.error, "refused");
     EXPECT_EQ(status.devices.at(0),
         (RelayStatus::Device{"d", "Phone", "iphone", "CC", true, "2026-01-31T09:30:00Z"}));
     EXPECT_EQ(status.pairing, (RelayStatus::Pairing{"p", "joined", "2026-01-31T09:32:00Z", "New"}));
