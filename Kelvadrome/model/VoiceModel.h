@@ -158,6 +158,7 @@ private:
     SpeechPipeline pipeline() const;
     static Task<> transcribe(Weak weak, Recorded clip);
     static Task<std::string> textOf(Dependencies parts, SpeechPipeline pipeline, Recorded clip);
+    static Task<> prepareToHear(std::shared_ptr<SpeechEngine> engine);
     static Task<std::string> transcribeHere(
         std::shared_ptr<SpeechEngine> engine, Clip samples, std::string locale);
     bool fallBack(const Outcome<std::string>& outcome, const Recorded& clip);

@@ -80,6 +80,8 @@ Task<> VoiceModel::openMicrophone(Weak weak, std::uint64_t turn) {
     }
     self->set(&VoiceState::listening, true);
     self->say("Listening.");
+    if (self->begunOn_ == Kind::apple && self->parts_.speech)
+        self->tasks_.launch("speech model", prepareToHear(self->parts_.speech));
     if (self->lostTurn_ == turn)
         self->recordingEnded(turn, true);
 }
@@ -179,6 +181,12 @@ Task<std::string> VoiceModel::textOf(Dependencies parts, SpeechPipeline pipeline
     auto hearing = clip.route == Kind::local ? transcribeOnDevice(parts.client, clip.samples)
                                              : transcribeHere(parts.speech, clip.samples, parts.locale);
     co_return co_await std::move(hearing);
+}
+
+/// While the user speaks. What goes wrong here is told when the clip comes.
+Task<> VoiceModel::prepareToHear(std::shared_ptr<SpeechEngine> engine) {
+    auto preparing = engine->prepare();
+    co_await std::move(preparing);
 }
 
 Task<std::string> VoiceModel::transcribeHere(

@@ -63,6 +63,18 @@ TEST_F(PocketSphinxTest, theModelGoesWhenItWasIdle) {
     EXPECT_EQ(hear(clip("stop")), "stop");
 }
 
+TEST_F(PocketSphinxTest, theModelIsLoadedAheadAndGoesUnused) {
+    auto [ready, again, text] =
+        loop.run(gather(engine->prepare(), engine->prepare(), engine->transcribe(clip("stop"), "en-US")));
+    EXPECT_TRUE(ready && again);
+    EXPECT_EQ(text.take(), "stop");
+    loop.run(engine->prepare());
+    clock->advance(PocketSphinxEngine::idleLimit);
+    loop.until([&] { return !engine->loaded(); }, "the model to go");
+    loop.run(engine->prepare());
+    EXPECT_TRUE(engine->loaded());
+}
+
 TEST_F(PocketSphinxTest, aCancelledCallerIsLetGoAndTheNextIsServed) {
     const auto sentence = spoken("tell claude to stop", "slt");
     std::vector<std::int16_t> samples;

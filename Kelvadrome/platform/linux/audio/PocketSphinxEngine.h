@@ -29,6 +29,7 @@ public:
 
     std::vector<std::string> supportedLocales() const override;
     std::vector<std::string> installedLocales() const override;
+    Task<> prepare() override;
     Task<std::string> transcribe(Clip clip, std::string locale) override;
 
     /// A model is in memory and waits for the next clip.
@@ -36,11 +37,17 @@ public:
 
 private:
     struct Idle;
+    using Shared = std::shared_ptr<Idle>;
+
+    /// The folder of the model; empty without one.
+    std::string model() const;
+    static void releaseLater(
+        Shared idle, Executor executor, BackgroundPool* pool, std::shared_ptr<Clock> clock);
 
     BackgroundPool& pool_;
     const std::shared_ptr<Clock> clock_;
     const std::vector<std::string> folders_;
-    const std::shared_ptr<Idle> idle_;
+    const Shared idle_;
 };
 
 } // namespace kelvadrome
