@@ -125,6 +125,7 @@ private:
     static Task<> refreshNow(Weak weak, bool force);
     static Task<> readMachine(Weak weak);
     static Task<bool> readDaemon(Weak weak, bool force);
+    static Task<> readUsed(Weak weak);
     static Task<> verify(Weak weak);
     static Task<> readKey(Weak weak);
     void useVerified(std::optional<VerifiedDictationApp> verified);

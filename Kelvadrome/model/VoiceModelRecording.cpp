@@ -212,6 +212,8 @@ Task<> VoiceModel::transcribe(Weak weak, Recorded clip) {
         outcome = co_await attempt(std::move(second));
         self = weak.lock();
     }
+    if (self && clip.route == Kind::openAI)
+        self->tasks_.launch("voice minutes", readUsed(weak));
     if (self && self->turn_ == clip.turn)
         self->transcribed(std::move(outcome));
 }

@@ -129,6 +129,19 @@ Task<bool> VoiceModel::readDaemon(Weak weak, bool force) {
     co_return true;
 }
 
+/// What a clip has come to, for those who see it counted.
+Task<> VoiceModel::readUsed(Weak weak) {
+    auto self = weak.lock();
+    if (!self)
+        co_return;
+    auto reading = voiceSettings(self->parts_.client);
+    self.reset();
+    auto settings = co_await attempt(std::move(reading));
+    self = weak.lock();
+    if (self && settings && *settings && (*settings)->usedMinutes)
+        self->set(&VoiceState::usedMinutes, (*settings)->usedMinutes);
+}
+
 void VoiceModel::settingsRead(VoiceSettingsWire settings, bool known) {
     if (settings.usedMinutes)
         set(&VoiceState::usedMinutes, settings.usedMinutes);

@@ -154,4 +154,5 @@ Task<> VoiceModel::tryKey(Weak weak, UnderWay) {
     self->set(&VoiceState::testLine, std::optional(testWords(outcome.error())));
 }
 
+    self->tasks_.launch("voice minutes", readUsed(weak));
 } // namespace kelvadrome

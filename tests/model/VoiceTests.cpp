@@ -425,6 +425,7 @@ TEST_F(VoiceTest, theKeyIsKeptTriedAndTakenAway) {
     EXPECT_EQ(state().key, (SecretField{"", true, "The key was not saved."}));
     voice->saveKey(" new ");
     until([&] { return state().key.message == "Key saved"; }, "the key");
+    settings(R"({"used_minutes":4})");
     for (const auto& [status, words] : std::vector<std::pair<std::int64_t, std::string>>{
              {200, "The key works."}, {401, "OpenAI refused the key (401)."}}) {
         http->reply.status = status;
@@ -433,6 +434,7 @@ TEST_F(VoiceTest, theKeyIsKeptTriedAndTakenAway) {
         until([&] { return !state().testing; }, "the test");
         EXPECT_EQ(state().testLine, words);
     }
+    until([&] { return state().usedMinutes == 4; }, "what the tests have used");
     EXPECT_EQ(http->sent.size(), 2U);
     EXPECT_EQ(http->sent[0].headers.at("Authorization"), "Bearer new");
     voice->removeKey();
