@@ -169,7 +169,8 @@ private:
     static Task<> saveChanges(Weak weak);
     void saved(const std::optional<std::string>& failure);
     void showSettings();
-    static Task<> changeKey(Weak weak, std::optional<std::string> text);
+    void changeKey(std::optional<std::string> text);
+    static Task<> storeKey(Weak weak, std::optional<std::string> text, std::uint64_t press);
     static Task<> keyRead(Weak weak);
     static Task<> tellEngines(Weak weak);
     static Task<> tryKey(Weak weak, UnderWay token);

@@ -80,23 +80,27 @@ void VoiceModel::showSettings() {
 // The key
 
 void VoiceModel::saveKey(std::string text) {
-    tasks_.launch("voice key", changeKey(weak_from_this(), std::move(text)));
+    changeKey(std::move(text));
 }
 
 void VoiceModel::removeKey() {
-    tasks_.launch("voice key", changeKey(weak_from_this(), std::nullopt));
+    changeKey(std::nullopt);
 }
 
-Task<> VoiceModel::changeKey(Weak weak, std::optional<std::string> text) {
+/// What was said of the press before is gone at once, so that nobody takes it for the answer to this one.
+void VoiceModel::changeKey(std::optional<std::string> text) {
+    auto meanwhile = state_.key;
+    meanwhile.message.reset();
+    set(&VoiceState::key, std::move(meanwhile));
+    tasks_.launch("voice key", storeKey(weak_from_this(), std::move(text), ++keyPresses_));
+}
+
+Task<> VoiceModel::storeKey(Weak weak, std::optional<std::string> text, std::uint64_t press) {
     auto self = weak.lock();
     if (!self)
         co_return;
-    const auto press = ++self->keyPresses_;
     SecretField field{.text = text.value_or(""), .saved = self->state_.key.saved, .message = {}};
     const bool stores = text.has_value();
-    auto meanwhile = self->state_.key;
-    meanwhile.message.reset(); // of the press before
-    self->set(&VoiceState::key, std::move(meanwhile));
     auto changing = self->parts_.pool->run([secrets = self->parts_.secrets, field, stores]() mutable {
         if (stores) {
             field.save(*secrets);
@@ -150,9 +154,9 @@ Task<> VoiceModel::tryKey(Weak weak, UnderWay) {
     const auto outcome = co_await attempt(std::move(sending));
     if (self = weak.lock(); !self)
         co_return;
+    self->tasks_.launch("voice minutes", readUsed(weak));
     self->set(&VoiceState::testing, false);
     self->set(&VoiceState::testLine, std::optional(testWords(outcome.error())));
 }
 
-    self->tasks_.launch("voice minutes", readUsed(weak));
 } // namespace kelvadrome

@@ -45,6 +45,7 @@ void VoiceSettings::lookAgain() {
 
 void VoiceSettings::lookAway() {
     typedKey_.clear();
+    savingKey_ = false;
     recording_ = false;
     keyNotice_.clear();
     changes_.changed();
@@ -104,6 +105,8 @@ bool VoiceSettings::press(const std::string& id) {
 bool VoiceSettings::edit(const std::string& id, const std::string& text) {
     if (id != VoiceRowId::key)
         return false;
+    if (text != typedKey_)
+        savingKey_ = false; // what is on its way is another one
     typedKey_ = text;
     changes_.changed();
     return true;

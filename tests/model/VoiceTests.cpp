@@ -1,4 +1,4 @@
-#include "Kelvadrome/model/VoiceModel.h"
+#include "Kelvadrome/model/VoiceSettings.h"
 #include "KelvadromeKit/support/Files.h"
 
 #include "tests/support/FakeDaemon.h"
@@ -443,6 +443,71 @@ TEST_F(VoiceTest, theKeyIsKeptTriedAndTakenAway) {
     secrets->set("by another");
     voice->keyChanged();
     until([&] { return voice->route().kind == Kind::openAI; }, "the key of another");
+}
+
+TEST_F(VoiceTest, thePaneShowsHowThingsStand) {
+    const auto row = [](const VoiceFacts& facts, const std::string& id) {
+        for (const auto& group : voicePane(facts, {})) {
+            if (const auto at = std::ranges::find(group.rows, id, &SettingsRow::id); at != group.rows.end())
+                return *at;
+        }
+        return SettingsRow{.id = "", .title = "", .value = "no such row"};
+    };
+    VoiceFacts facts{.key = BarKeyState{"F5", HotkeyOutcome::taken()}};
+    const auto shows = [&](const char* id, const std::string& words) {
+        const auto found = row(facts, id);
+        EXPECT_TRUE(found.value == words || found.detail == words)
+            << id << ": " << found.value << ", " << found.detail;
+    };
+    shows("voice-microphone", "None found");
+    shows("voice-used", "Not told by the daemon");
+    shows(SettingsId::barKey, "Taken by another app");
+    shows(VoiceRowId::superwhisperMode, "no such row");
+    facts.voice.microphone = {true, false};
+    facts.voice.usedMinutes = 1.25;
+    facts.keyNotice = "no key";
+    shows("voice-microphone", "Access is off");
+    shows("voice-used", "1.2 of 30 minutes");
+    shows(SettingsId::barKey, "no key");
+    EXPECT_EQ(voiceLimits(45), (std::vector<std::int64_t>{5, 15, 30, 45, 60, 120}));
+}
+
+TEST_F(VoiceTest, theTypedKeyStaysUntilItIsSaved) {
+    refresh();
+    VoiceSettings pane(loop.executor(), voice, {});
+    const auto typed = [&] {
+        const auto groups = pane.pane();
+        const auto group = std::ranges::find(groups, "voice-openai", &SettingsGroup::id);
+        const auto row = std::ranges::find(group->rows, VoiceRowId::key, &SettingsRow::id);
+        return std::get<SettingsRow::Field>(row->control).text;
+    };
+    const auto save = [&](const std::string& text) {
+        pane.edit(VoiceRowId::key, text);
+        pane.submit(VoiceRowId::key);
+    };
+    const auto said = [&](const std::string& words) {
+        until([&] { return state().key.message == words; }, words);
+        loop.drain();
+    };
+    save("one");
+    said("Key saved");
+    EXPECT_EQ(typed(), "");
+    voice->save(VoiceSettingChange::live(true)); // a change that is told just when the next key was pressed
+    save("  ");
+    said("The key was not saved.");
+    EXPECT_EQ(typed(), "  ");
+    save("two");
+    pane.edit(VoiceRowId::key, "three"); // while the one before is on its way
+    said("Key saved");
+    EXPECT_EQ(typed(), "three");
+    pane.lookAway();
+    EXPECT_EQ(typed(), "");
+    pane.press(SettingsId::barKey);
+    pane.record(SettingsId::barKey, "");
+    EXPECT_EQ(bodies(settingsPath).size(), 1U) << "keys that make none change nothing";
+    pane.record(SettingsId::barKey, "Control F5");
+    until([&] { return bodies(settingsPath).size() == 2; }, "the new key");
+    EXPECT_EQ(bodies(settingsPath)[1], R"({"bar_hotkey":"Control F5"})");
 }
 
 TEST_F(VoiceTest, theEndSettlesWhatIsUnderWay) {
