@@ -100,40 +100,37 @@ const reservation = (body) => ({
   seconds: required.integer(body, 'seconds', { min: 1, max: LONGEST_CLIP_S }),
 });
 
-const post = (on, run, more = {}) => ({ on, run, ...more });
-const both = ['socket', 'page'];
+/** The page has none of them: whoever speaks in its name could raise the limit, or name another model. */
+const post = (run, more = {}) => ({ on: ['socket'], run, ...more });
 
 /** The routes, as routes.mjs has them. */
 export const voiceRoutes = {
-  'POST /v1/voice/scan': post(both, (app, { body }) =>
-    app.voice.scan(optional.boolean(body, 'force') ?? false),
-  ),
-  'POST /v1/voice/settings/get': post(both, (app) => app.voice.shown()),
-  'POST /v1/voice/settings': post(both, (app, { body }) => app.voice.change(body)),
-  'POST /v1/voice/engine/status': post(['socket'], (app, { body }) =>
+  'POST /v1/voice/scan': post((app, { body }) => app.voice.scan(optional.boolean(body, 'force') ?? false)),
+  'POST /v1/voice/settings/get': post((app) => app.voice.shown()),
+  'POST /v1/voice/settings': post((app, { body }) => app.voice.change(body)),
+  'POST /v1/voice/engine/status': post((app, { body }) =>
     app.voice.tell(
       required.oneOf(body, 'openai', ['ready', 'no_key']),
       required.oneOf(body, 'apple', ['ready', 'needs_asset', 'unknown']),
     ),
   ),
-  'POST /v1/voice/budget/reserve': post(['socket'], (app, { body }) =>
+  'POST /v1/voice/budget/reserve': post((app, { body }) =>
     app.voice.budget.reserve(reservation(body), app.voice.settings.all().daily_minutes_cap),
   ),
-  'POST /v1/voice/engine/used': post(['socket'], (app, { body }) => {
+  'POST /v1/voice/engine/used': post((app, { body }) => {
     required.integer(body, 'seconds'); // what was reserved is charged: a report can't make it less
     return app.voice.budget.settle(
       required.string(body, 'reservation_id', { max: 100 }),
       required.boolean(body, 'ok'),
     );
   }),
-  'POST /v1/voice/mode/switched': post(['socket'], (app, { body }) =>
+  'POST /v1/voice/mode/switched': post((app, { body }) =>
     app.voice.modeSwitched(
       required.string(body, 'previous', { pattern: MODE }),
       required.boolean(body, 'restored'),
     ),
   ),
   'POST /v1/voice/transcribe': post(
-    ['socket'],
     (app, { body, signal }) =>
       app.voice.transcribe(required.string(body, 'pcm16_b64', { max: MAX_BASE64 }), signal),
     { maxBody: MAX_BASE64 + 1000 },
