@@ -229,6 +229,7 @@ private:
     Task<> sayEnd(PressedAnswer answer);
     Task<> finishHold(std::string id);
     static std::string outcomeOf(const std::exception_ptr& error);
+    void sendUndo(std::string id);
     Task<> undoNow(std::string id, Task<PageSession::ReceiptOut> call);
     void removeHold(const std::string& id);
 

@@ -107,8 +107,13 @@ Task<> AppModel::sendHeld(std::string id, std::uint64_t press, Task<PageSession:
     const auto receipt = co_await attempt(std::move(call));
     if (tasks_.closed())
         co_return;
+    const auto pressed = state_.pressed.find(id);
+    const bool undoWaits = pressed != state_.pressed.end() && pressed->second.press == press &&
+                           std::exchange(pressed->second.undoWaits, false);
     if (receipt) {
         know(id, press, Known::taken, {});
+        if (undoWaits)
+            sendUndo(id);
         co_await finishHold(std::move(id));
         co_return;
     }
@@ -118,8 +123,11 @@ Task<> AppModel::sendHeld(std::string id, std::uint64_t press, Task<PageSession:
     wakeIfSnoozed(id); // what became of the answer is not to be out of sight
     set(&AppState::panelError, reason);
     know(id, press, refused ? Known::refused : Known::unclear, std::move(reason));
-    if (!refused)
-        co_await lookAgain(std::move(id), press);
+    if (refused)
+        co_return;
+    if (undoWaits)
+        sendUndo(id);
+    co_await lookAgain(std::move(id), press);
 }
 
 void AppModel::know(
@@ -217,8 +225,18 @@ std::string AppModel::outcomeOf(const std::exception_ptr& error) {
 }
 
 void AppModel::undo(Card card) {
-    auto call = parts_.session->cancelHold(card.id);
-    launch("undo", undoNow(std::move(card.id), std::move(call)));
+    const auto answer = state_.pressed.find(card.id);
+    // The two calls have a connection each: an undo that overtook its answer would be refused, and the answer
+    // held and sent after it.
+    if (answer != state_.pressed.end() && answer->second.known == PressedAnswer::Known::sending)
+        answer->second.undoWaits = true;
+    else
+        sendUndo(std::move(card.id));
+}
+
+void AppModel::sendUndo(std::string id) {
+    auto call = parts_.session->cancelHold(id);
+    launch("undo", undoNow(std::move(id), std::move(call)));
 }
 
 Task<> AppModel::undoNow(std::string id, Task<PageSession::ReceiptOut> call) {

@@ -29,6 +29,7 @@ struct PressedAnswer {
     std::string reason = {};             // of `refused` and `unclear`: what the call ended with
     double since = 0;                    // the uptime at which `known` became so
     std::optional<double> seenOpen = {}; // of `unclear`: the uptime of a read that showed the card unchanged
+    bool undoWaits = false; // of `sending`: undo was pressed, and follows once the call has ended
 
     bool operator==(const PressedAnswer&) const = default;
 };

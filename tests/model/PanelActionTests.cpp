@@ -112,6 +112,24 @@ TEST_F(PanelActions, undoInTheFirstPauseTakesTheRowAwayForGood) {
     EXPECT_EQ(clock->sleepers(), 1U);
 }
 
+TEST_F(PanelActions, anUndoNeverOvertakesItsAnswer) {
+    for (const bool lost : {false, true}) {
+        SCOPED_TRACE(lost ? "the answer's reply is lost" : "the answer's reply comes");
+        page->posts.clear();
+        page->holdPosts = true;
+        model->answer(question(), "Yes");
+        until([&] { return page->posts.size() == 1; }, "the answer to go out");
+        model->undo(question());
+        loop.drain();
+        EXPECT_EQ(page->posts.size(), 1U);
+        page->loseReplies = lost;
+        page->release();
+        until([&] { return page->posts.size() == 2; }, "the undo after it");
+        EXPECT_EQ(page->posts[1].url, FakePage::origin() + "/v1/page/cancel");
+        untilGone();
+    }
+}
+
 TEST_F(PanelActions, aRefusedUndoSaysSoAndTheRowRunsOut) {
     page->replies["/v1/page/cancel"] = FakePage::failure("conflict", "It was sent.");
     answerAndWait();
