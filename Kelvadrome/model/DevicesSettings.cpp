@@ -33,7 +33,7 @@ std::optional<std::string> DevicesState::pairingState() const {
         return status->pairing->state;
     if (!pairing)
         return std::nullopt;
-    return secondsLeft() > 0 ? "waiting" : "expired"; // the daemon hasn't told yet, or tells no more
+    return secondsLeft() > 0 ? "waiting" : "expired"; // the daemon hasn't told yet
 }
 
 std::int64_t DevicesState::secondsLeft() const {
@@ -48,10 +48,8 @@ std::int64_t DevicesState::secondsLeft() const {
     return static_cast<std::int64_t>(std::max(0.0, std::floor((*end - now).count())));
 }
 
-/// Another window may have begun another attempt since, and this one's link leads nowhere any more.
 const RelayPairStart* DevicesState::offer() const {
-    const bool mine = pairing && (!status || !status->pairing || status->pairing->id == pairing->pairingId);
-    return mine && pairingState() == "waiting" ? &*pairing : nullptr;
+    return pairing && pairingState() == "waiting" ? &*pairing : nullptr;
 }
 
 bool DevicesState::mayAllow() const {
@@ -104,8 +102,7 @@ Task<> DevicesSettings::refresh(Self self) {
     self->changes_.changed();
     if (!status || question <= self->settled_)
         co_return;
-    self->state_.status = std::move(*status);
-    self->settled_ = question;
+    self->settle(std::move(*status), question);
     co_await cleanPasteboard(self);
 }
 
@@ -142,9 +139,19 @@ bool DevicesSettings::succeeded(const std::exception_ptr& error) {
     return !error;
 }
 
-void DevicesSettings::settle(RelayStatus status) {
+/// The link of an attempt that the daemon doesn't know any more, or that another window has replaced, leads
+/// nowhere.
+void DevicesSettings::settle(RelayStatus status, std::uint64_t question) {
+    const bool known = state_.pairing && status.pairing && status.pairing->id == state_.pairing->pairingId;
+    if (!known)
+        endAttempt();
     state_.status = std::move(status);
-    settled_ = asked_;
+    settled_ = question;
+}
+
+void DevicesSettings::endAttempt() {
+    state_.pairing.reset();
+    state_.qr.reset();
 }
 
 void DevicesSettings::setEnabled(bool on) {
@@ -156,7 +163,7 @@ Task<> DevicesSettings::enable(Self self, bool on) {
     auto status = co_await attempt(RelayCalls::enable(self->parts_.client, on));
     if (!self->succeeded(status.error()))
         co_return;
-    self->settle(std::move(*status));
+    self->settle(std::move(*status), self->asked_);
     if (on) {
         co_await self->parts_.connector->startIfEnabled();
     } else {
@@ -180,7 +187,9 @@ Task<> DevicesSettings::pair(Self self) {
     state.now = self->parts_.clock->now();
     const auto picture = RelayQR::image(state.pairing->url, qrScale);
     state.qr = picture ? std::make_shared<const GreyPicture>(*picture) : nullptr;
-    self->settled_ = self->asked_; // what is on its way knows nothing of it
+    if (state.status)
+        state.status->pairing.reset(); // an attempt before this one
+    self->settled_ = self->asked_;     // what is on its way knows nothing of it
     co_await refresh(self);
 }
 
@@ -223,9 +232,8 @@ Task<> DevicesSettings::decideNow(Self self, std::string id, bool allow, std::st
     auto status = co_await attempt(std::move(call));
     if (!self->succeeded(status.error()))
         co_return;
-    self->settle(std::move(*status));
-    self->state_.pairing.reset();
-    self->state_.qr.reset();
+    self->settle(std::move(*status), self->asked_);
+    self->endAttempt();
     self->state_.typedCode.clear();
 }
 
@@ -255,7 +263,7 @@ Task<> DevicesSettings::ask(Self self, RelayStatus::Device device) {
 Task<> DevicesSettings::revokeNow(Self self, std::string id) {
     auto status = co_await attempt(RelayCalls::revoke(self->parts_.client, std::move(id)));
     if (self->succeeded(status.error()))
-        self->settle(std::move(*status));
+        self->settle(std::move(*status), self->asked_);
 }
 
 } // namespace kelvadrome

@@ -74,7 +74,9 @@ private:
     static Task<> revokeNow(Self self, std::string id);
 
     bool succeeded(const std::exception_ptr& error);
-    void settle(RelayStatus status);
+    /// Takes what answers all questions up to this one.
+    void settle(RelayStatus status, std::uint64_t question);
+    void endAttempt();
 
     const Dependencies parts_;
     DevicesState state_;

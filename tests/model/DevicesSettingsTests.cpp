@@ -153,6 +153,19 @@ TEST_F(Devices, thePaneFollowsAnAttemptFromTheCodeToThePhone) {
     EXPECT_EQ(devices->state().typedCode, "");
 }
 
+TEST_F(Devices, aCodeThatTheDaemonKnowsNoMoreLeavesTheScreen) {
+    for (const auto& told : {status(), status(attempt("waiting", 100, "another's"))}) {
+        begin();
+        EXPECT_TRUE(shows("Pairing QR code"));
+        tick(told);
+        loop.until([&] { return !shows("Pairing QR code"); }, "the code to go");
+        EXPECT_FALSE(offers("Copy the code"));
+        EXPECT_FALSE(devices->state().qr);
+    }
+    EXPECT_TRUE(offers("New code"));
+    EXPECT_TRUE(shows("Another window shows its QR code."));
+}
+
 TEST_F(Devices, eachStateHasItsWords) {
     devices->look();
     const std::pair<const char*, const char*> all[] = {{"declined", "Declined. That phone was not added."},
