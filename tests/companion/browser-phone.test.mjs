@@ -3,21 +3,10 @@ import assert from 'node:assert/strict';
 import { test, after } from 'node:test';
 import { until } from './world.mjs';
 import { RelayWorld } from './relay-world.mjs';
-import { closeBrowser, newTab } from './browser.mjs';
+import { closeBrowser, hold, newTab, PHONE } from './browser.mjs';
 
 after(closeBrowser);
 const SHOTS = process.env.KELVADROME_SHOTS;
-
-const PHONE = { viewport: { width: 390, height: 844 }, deviceScaleFactor: 2, hasTouch: true, isMobile: true };
-
-async function hold(tab, locator) {
-  await locator.evaluate((button) => button.scrollIntoView({ block: 'center' }));
-  const box = await locator.boundingBox();
-  await tab.mouse.move(box.x + box.width / 2, box.y + box.height / 2);
-  await tab.mouse.down();
-  await new Promise((done) => setTimeout(done, 700));
-  await tab.mouse.up();
-}
 
 test('a browser pairs with a face, answers, takes back, and confirms a high risk', {
   timeout: 200_000,

@@ -43,6 +43,9 @@ function playwright() {
   return createRequire(join(PREFIX, 'x.js'))('playwright-core');
 }
 
+// A test of its own fetches it before the others, which would do so side by side.
+if (import.meta.main) playwright();
+
 let running = null;
 /** One browser for all tests of a file; it leaves with the process, which is told to end it. */
 export function browser() {
@@ -132,4 +135,22 @@ export async function renew(tab, world) {
       sameSite: 'Strict',
     },
   ]);
+}
+
+/** A screen of a phone's size. */
+export const PHONE = {
+  viewport: { width: 390, height: 844 },
+  deviceScaleFactor: 2,
+  hasTouch: true,
+  isMobile: true,
+};
+
+/** Keeps a button of the phone's page down for as long as an answer takes. */
+export async function hold(tab, locator) {
+  await locator.evaluate((button) => button.scrollIntoView({ block: 'center' }));
+  const box = await locator.boundingBox();
+  await tab.mouse.move(box.x + box.width / 2, box.y + box.height / 2);
+  await tab.mouse.down();
+  await new Promise((done) => setTimeout(done, 700));
+  await tab.mouse.up();
 }

@@ -19,7 +19,7 @@ namespace fs = std::filesystem;
 constexpr const char* accessibilityService = "/usr/share/dbus-1/services/org.a11y.Bus.service";
 
 std::optional<std::string> missing() {
-    for (const std::string program : {"openbox", "xdotool", "xprop", "tmux"}) {
+    for (const std::string program : {"openbox", "xdotool", "xprop", "tmux", "zbarimg"}) {
         if (!fs::exists("/usr/bin/" + program))
             return program;
     }
@@ -115,10 +115,11 @@ Program::Environment DesktopStage::environment() const {
 
 // The application
 
-void DesktopStage::startApp() {
+void DesktopStage::startApp(const std::vector<std::string>& arguments) {
     fs::remove(folder / "requests");
-    app = std::make_unique<Program>(
-        std::vector{(bin / "kelvadrome").string()}, environment(), folder / "app.log");
+    std::vector words{(bin / "kelvadrome").string()};
+    words.insert(words.end(), arguments.begin(), arguments.end());
+    app = std::make_unique<Program>(words, environment(), folder / "app.log");
 }
 
 void DesktopStage::waitUntilUp() {
@@ -210,6 +211,48 @@ std::int64_t DesktopStage::daemonPid() {
 std::vector<Card> DesktopStage::cards() {
     auto cards = PrivateBus::run(daemon_->cards());
     return cards ? std::move(*cards) : std::vector<Card>();
+}
+
+// What runs beside it
+
+std::unique_ptr<Program> DesktopStage::startScript(
+    const fs::path& script, std::vector<std::string> words, const std::string& log) {
+    words.insert(words.begin(), {node(), script.string()});
+    auto here = environment();
+    for (const char* name : {"HOME", "PATH"}) // what it fetches comes from where the machine says
+        here[name] = g_getenv(name);
+    return std::make_unique<Program>(words, here, folder / log);
+}
+
+std::string DesktopStage::hear(const std::string& log, const std::string& start) {
+    std::string text, rest;
+    const auto said = [&] {
+        text = kept(folder / log);
+        for (const auto line : Text::split(text, '\n')) {
+            if (line.starts_with(start)) {
+                rest = line.substr(start.size());
+                return true;
+            }
+        }
+        return false;
+    };
+    try {
+        until(said, "\"" + start + "\" in " + log);
+    } catch (const std::runtime_error& error) {
+        throw std::runtime_error(error.what() + text);
+    }
+    return rest;
+}
+
+std::string DesktopStage::scanCode() {
+    std::string words;
+    until(
+        [&] {
+            words = run({"zbarimg", "-q", "--raw", "-Sdisable", "-Sqrcode.enable", "x:root"});
+            return !words.empty();
+        },
+        "a code that can be read");
+    return std::string(Text::trimWhitespace(words));
 }
 
 // A person

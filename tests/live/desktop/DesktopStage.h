@@ -23,7 +23,7 @@ protected:
     void TearDown() override;
 
     // The application.
-    void startApp();
+    void startApp(const std::vector<std::string>& arguments = {});
     /// Until the main window is in front with the page in it, logged in.
     void waitUntilUp();
     /// How often the daemon has answered this, such as "page POST /v1/inbox 200", since the application's
@@ -42,6 +42,15 @@ protected:
     std::vector<pid_t> childrenNamed(const std::string& name) const;
     std::int64_t daemonPid();
     std::vector<Card> cards();
+
+    // What runs beside it.
+    /// A script of the companion's or of the tests', with the application's home. It ends with what is given.
+    std::unique_ptr<Program> startScript(
+        const std::filesystem::path& script, std::vector<std::string> words, const std::string& log);
+    /// Waits until the file of a script's words has a line that begins so; gives what follows.
+    std::string hear(const std::string& log, const std::string& start);
+    /// The code that the display shows, as a camera reads it.
+    std::string scanCode();
 
     // A person.
     void keys(const std::string& chord); // "ctrl+p", or several with blanks
