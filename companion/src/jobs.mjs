@@ -143,7 +143,7 @@ export class Jobs {
   }
 
   #whyNotStart(job, session) {
-    if (job.state === 'withdrawn') return 'the question was withdrawn';
+    if (job.state === 'withdrawn') return job.reason;
     if (job.state === 'expired') return 'the job expired';
     if (ENDED.includes(job.state)) return 'the job is over';
     if (this.#term(job.id) <= clock.steady()) return 'the job expired';
@@ -260,13 +260,13 @@ export class Jobs {
   }
 
   /** Stops a job that has not started. False when keys are being typed already. */
-  withdraw(cardId) {
+  withdraw(cardId, why = 'the question was withdrawn') {
     const job = this.store.get(
       "SELECT * FROM jobs WHERE card_id = ? AND state IN ('queued','claimed','started')",
       cardId,
     );
     if (job?.state === 'started') return false;
-    if (job) this.finish(job, 'withdrawn', 'the question was withdrawn');
+    if (job) this.finish(job, 'withdrawn', why);
     return true;
   }
 

@@ -17,7 +17,7 @@ export class Presses {
 
   /** Takes an answer and holds it for the undo window. Only for the version that the presser saw, and only once. */
   answer(
-    { id, version, answer, acceptAllDefaults, presser, presence, review, by, holdAs },
+    { id, version, answer, acceptAllDefaults, presser, presence, review, by, holdAs, phone },
     now = clock.now(),
   ) {
     return this.store.tx(() => {
@@ -33,6 +33,7 @@ export class Presses {
         ...(this.cards.isKept(card) ? { delivery: 'keep' } : {}),
         presence,
         pressed_in: by,
+        phone: phone ?? null,
         snoozed_until_ms: null,
       });
       const receipt = this.app.receipts.add(
@@ -98,6 +99,7 @@ export class Presses {
         held_until_ms: null,
         answer: null,
         presence: null,
+        phone: null,
       });
       const receipt = this.app.receipts.add(
         'answer.undone',
@@ -107,6 +109,29 @@ export class Presses {
       );
       return { receipt, status: 'undone', card: this.cards.view(open) };
     });
+  }
+
+  /** A phone was unpaired: what came from it and has not been done yet never is. Called in a transaction. */
+  takeBackOf(phone, now = clock.now()) {
+    const why = 'the phone that answered was unpaired';
+    for (const { id } of this.store.all(
+      "SELECT id FROM cards WHERE phone = ? AND state <> 'closed'",
+      phone,
+    )) {
+      const card = this.cards.find(id);
+      if (card.state === 'open') {
+        if (this.app.requests.find(id)) this.dismiss(id, card.version, 'phone', now);
+        continue;
+      }
+      if (card.state === 'armed' && !this.app.jobs.withdraw(id, why)) continue; // it is being typed
+      this.app.receipts.add(
+        'answer.undone',
+        `Answer taken back, since its phone was unpaired: "${card.title}".`,
+        about(card),
+        now,
+      );
+      this.cards.reopen(card, why, false);
+    }
   }
 
   /** Ends a card from the page without an answer. The agent is told nothing. */

@@ -98,7 +98,14 @@ export class Devices {
   }
 
   isPaired(device) {
-    return this.#open.get(device.id) === device;
+    return (
+      this.#open.get(device.id) === device &&
+      // It may have been unpaired while its keys were being made ready.
+      this.store.get(
+        'SELECT 1 AS paired FROM relay_devices WHERE id = ? AND revoked_ms IS NULL',
+        device.id,
+      ) !== undefined
+    );
   }
 
   /** The next number on the way down. None is used twice, also not after `kill -9`. */
@@ -138,11 +145,15 @@ export class Devices {
     return this.#ready(row);
   }
 
-  /** Called in a transaction. The keys go, and nothing but the one sealed word of farewell stays. */
+  /**
+   * Called in a transaction. The keys and all that was known of the phone go. What stays is the one sealed word of
+   * farewell, and its channel, so that no other phone gets that one.
+   */
   revoke(device, farewell, now = clock.now()) {
     this.#open.delete(device.id);
     this.store.run(
-      "UPDATE relay_devices SET revoked_ms = ?, farewell = ?, up = NULL, down = NULL, passkey = NULL, results = '[]' WHERE id = ?",
+      `UPDATE relay_devices SET revoked_ms = ?, farewell = ?, up = NULL, down = NULL, passkey = NULL, results = '[]', name = '',
+       kind = '', fingerprint = '' WHERE id = ?`,
       now,
       farewell,
       device.id,

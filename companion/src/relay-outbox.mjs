@@ -26,6 +26,11 @@ export class Outbox {
     this.#waiters.wake();
   }
 
+  /** What waits for this channel is not sent any more. */
+  drop(channel) {
+    this.#messages = this.#messages.filter((message) => message.channel !== channel);
+  }
+
   /** The channels, or whether the relay is wanted at all, have changed. */
   changed() {
     this.#news += 1;

@@ -109,11 +109,13 @@ export class Traffic {
       presser: device.id,
       by: 'phone',
       holdAs: 'high',
+      phone: device.id,
     };
     let review;
     if (card.risk === 'high') {
       review = presses.review(press).review; // throws for a card that is gone or has changed
       await this.#confirm(device, n, card, body);
+      if (!this.devices.isPaired(device)) throw new Refusal('unpaired', 403, 'This phone is not paired.');
     }
     // The shell that types it: whichever was heard of last.
     const presence = auth.shellOf({ surface: 'phone', group: auth.key.hash }, (tag) => jobs.isThere(tag)).tag;
@@ -147,9 +149,14 @@ export class Traffic {
     const { store, requests } = this.app;
     // In one step, so that a daemon that dies in between makes no second card of it.
     store.tx(() => {
-      requests.propose({ text });
+      requests.propose({ text }, device.id);
       store.run('UPDATE relay_devices SET did = ? WHERE id = ?', n, device.id);
     });
+  }
+
+  /** A phone was unpaired. */
+  forget(device) {
+    this.#turns.delete(device.id);
   }
 
   /** The cards have changed: those who listen are told. */

@@ -76,7 +76,7 @@ export class Relay {
 
   async status() {
     const desk = this.enabled || this.store.setting('relay_desk') !== null ? await this.desk() : null;
-    if (this.#pairing && !this.#pairing.look()) this.#pairing = null;
+    if (this.#pairing && !this.#pairing.look()) await this.#endAttempt();
     let config = null;
     try {
       config = readRelayConfig(this.app.home);
@@ -106,10 +106,7 @@ export class Relay {
         this.app.receipts.add('relay.switched', `Answering from a phone was switched ${on ? 'on' : 'off'}.`);
       this.store.keepSetting('relay_enabled', on ? '1' : '0');
     });
-    if (!on) {
-      await this.#pairing?.replace();
-      this.#pairing = null;
-    }
+    if (!on) await this.#endAttempt();
     this.outbox.clear();
     return this.status();
   }
@@ -136,10 +133,10 @@ export class Relay {
   async #endAttempt() {
     const old = this.#pairing;
     if (old === null) return;
-    await old.replace();
+    this.#pairing = null;
     if (!old.leftUnused)
       this.store.keepSetting('relay_burned', JSON.stringify([...this.#burned(), old.channel]));
-    this.#pairing = null;
+    await old.replace();
   }
 
   #burned() {
@@ -188,10 +185,15 @@ export class Relay {
       { channel, stream: 'down', n },
       { t: 'unpaired', at: clock.now() },
     );
+    if (!this.devices.isPaired(device)) return this.status(); // somebody else was faster
     this.store.tx(() => {
       this.app.receipts.add('relay.unpaired', `A phone was unpaired: ${device.name || 'without a name'}.`);
       this.devices.revoke(device, farewell);
+      this.app.presses.takeBackOf(device.id);
     });
+    this.store.scrub();
+    this.traffic.forget(device);
+    this.outbox.drop(channel);
     this.say(channel, farewell);
     if (this.#pairing?.channel === channel) await this.#endAttempt(); // that it was paired is no longer so
     return this.status();

@@ -69,8 +69,8 @@ export class Requests {
     };
   }
 
-  /** `/v1/talk/propose`: a card in state open for a sentence. */
-  propose(body, now = clock.now()) {
+  /** `/v1/talk/propose`: a card in state open for a sentence, of `phone` where one sent it. */
+  propose(body, phone = null, now = clock.now()) {
     const text = oneLine(required.string(body, 'text', { max: 4000 }));
     if (text === '') throw invalid('text', 'is empty');
     const shots = this.shots.read(body);
@@ -78,7 +78,7 @@ export class Requests {
     const why = whyNotOrdered(parsed.proposal);
     if (why !== null) throw invalid('text', `This cannot be typed for an agent: ${why}`);
     const card = this.store.tx(() => {
-      const made = this.#insert(text, parsed, now);
+      const made = this.#insert(text, parsed, phone, now);
       this.#keep(made, parsed, shots);
       this.app.receipts.add(
         'request.made',
@@ -91,7 +91,7 @@ export class Requests {
     return { parse: 'rules', proposal: parsed.proposal, card_id: card.id };
   }
 
-  #insert(text, { proposal, folder, choices }, now) {
+  #insert(text, { proposal, folder, choices }, phone, now) {
     const id = newId('card', now);
     const row = {
       id,
@@ -110,6 +110,7 @@ export class Requests {
       delivery: 'keep',
       menu: 0,
       opened_ms: now,
+      phone,
     };
     this.store.insert('cards', row);
     this.store.afterCommit(() => {

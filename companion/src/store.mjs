@@ -81,6 +81,8 @@ const MIGRATIONS = [
      model TEXT NOT NULL, seconds INTEGER NOT NULL CHECK (seconds > 0),
      state TEXT NOT NULL CHECK (state IN ('held','used','released','expired'))) STRICT;
    CREATE INDEX voice_held ON voice_reservations (day) WHERE state = 'held';`,
+  `ALTER TABLE cards ADD COLUMN phone TEXT;
+   CREATE INDEX cards_phone ON cards (phone) WHERE phone IS NOT NULL AND state <> 'closed';`,
 ];
 
 const FILE = 'kelvadromed.db';
@@ -92,7 +94,7 @@ function openChecked(path) {
   const db = new DatabaseSync(path, { timeout: 500 });
   try {
     db.exec(
-      'PRAGMA locking_mode = EXCLUSIVE; PRAGMA journal_mode = WAL; PRAGMA synchronous = FULL; PRAGMA foreign_keys = ON;',
+      'PRAGMA locking_mode = EXCLUSIVE; PRAGMA journal_mode = WAL; PRAGMA synchronous = FULL; PRAGMA foreign_keys = ON; PRAGMA secure_delete = ON;',
     );
     db.exec('BEGIN IMMEDIATE; COMMIT');
     const verdict = db.prepare('PRAGMA quick_check(1)').get();
@@ -224,6 +226,11 @@ export class Store {
   /** Must be called inside `tx`. */
   afterCommit(tell) {
     this.#afterCommit.push(tell);
+  }
+
+  /** What was deleted until now is in none of the database's files any more. Not to be called inside `tx`. */
+  scrub() {
+    this.#db.exec('PRAGMA wal_checkpoint(TRUNCATE)');
   }
 
   /** A small fact that outlives the process; null when it was never kept. */

@@ -1,8 +1,11 @@
 // The road between a card and a phone: pairing, answers, a relay that lies, and relays that die.
 import assert from 'node:assert/strict';
+import { readFileSync, readdirSync } from 'node:fs';
+import { join } from 'node:path';
 import { test, after } from 'node:test';
 import { until } from './world.mjs';
 import { RelayWorld, answers, mqtt } from './relay-world.mjs';
+import { Store } from '../../companion/src/store.mjs';
 import { topicDown, topicUp } from '../../companion/shared/relay.js';
 
 after(() => setTimeout(() => process.exit(), 500).unref());
@@ -80,6 +83,51 @@ for (const broker of ['mosquitto', 'nats'])
     assert.equal(back.kept.value, null);
     assert.deepEqual((await relay.status()).devices, []);
   });
+
+test('what an unpaired phone asked for is taken back, and nothing of it is kept', {
+  timeout: 120_000,
+}, async (t) => {
+  const relay = await RelayWorld.open(t, { env: { KELVADROME_TEST_HOLD_MS: '20000' } });
+  const { world } = relay;
+  const [lost, other] = [await relay.paired({}, { name: 'Lost' }), await relay.paired({}, { name: 'Other' })];
+  const id = async (name) => (await relay.status()).devices.find((device) => device.name === name).id;
+  const answered = async (phone) => {
+    const card = await world.ask();
+    await phone.answer(await relay.shown(phone, card), 'Yes');
+    await world.becomes(card, 'held');
+    return card;
+  };
+  const released = await answered(lost);
+  await relay.page.stays(20);
+  await world.armed(released);
+  const [held, kept] = [await answered(lost), await answered(other)];
+  await lost.request('Look at the failing build');
+  const isThere = async () => (await world.cards()).some(({ title }) => /failing build/.test(title));
+  await until(isThere, 'the request');
+  await relay.page.ok('/v1/cards/answer', { card_id: await world.ask(), version: 1, answer: 'No' });
+
+  await world.ok('/v1/relay/device/revoke', { device_id: await id('Lost') });
+  assert.deepEqual(
+    [(await world.card(released)).state, (await world.card(held)).state, await isThere()],
+    ['open', 'open', false],
+  );
+  assert.equal((await world.card(kept)).state, 'held', 'the other phone’s answer stands');
+  assert.equal((await world.cards()).filter(({ state }) => state === 'held').length, 2);
+  assert.equal(await relay.page.claimOne(100), undefined, 'nothing is typed');
+  await until(() => lost.why === 'unpaired', 'the phone hears of it');
+
+  // Its keys are in no file of the database, not even in a part that is free.
+  await world.kill();
+  const store = new Store(world.home);
+  const { up, down } = store.get('SELECT up, down FROM relay_devices WHERE up IS NOT NULL');
+  store.close();
+  await world.start();
+  await world.ok('/v1/relay/device/revoke', { device_id: await id('Other') });
+  await world.kill();
+  for (const name of readdirSync(world.home).filter((file) => file.startsWith('kelvadromed.db')))
+    for (const key of [up, down])
+      assert.equal(readFileSync(join(world.home, name)).includes(key), false, name);
+});
 
 test('an attempt ends in the states that the pane shows', { timeout: 120_000 }, async (t) => {
   const relay = await RelayWorld.open(t);
