@@ -10,6 +10,8 @@ const PAD = 256; // so that the length of an envelope doesn't tell "Yes" from "N
 export const SECRET_BYTES = 16;
 export const MAX_ENVELOPE = 256 * 1024; // characters
 export const DIGITS = 6;
+export const GOOD_MS = 30_000; // how long a command may be on its way
+export const LAST = Number.MAX_SAFE_INTEGER; // the number of a farewell: nothing comes after it
 
 const encoder = new TextEncoder();
 const decoder = new TextDecoder('utf-8', { fatal: true });

@@ -1,17 +1,33 @@
 // The paired phones, as the database keeps them: their keys, how far each stream has come, and what was said last.
+import { randomUUID } from 'node:crypto';
 import { newId, clock, iso } from './clock.mjs';
 import { Refusal } from './errors.mjs';
 import { cipherKey } from '../shared/relay.js';
 
 const RESERVED = 256; // numbers of envelopes that are set aside with one write
 const KEPT_RESULTS = 16;
+const KEPT_SENT = 500;
+const MOST_HEARD = 2 ** 52;
 const FAREWELL_MS = 90 * 86_400_000;
 
 export class Devices {
   #open = new Map(); // id -> the phone with its keys and counters
+  life = randomUUID(); // numbers of an earlier run prove no time, for its database may have been another
 
-  constructor(store) {
+  constructor(store, unpaired) {
     this.store = store;
+    this.unpaired = unpaired;
+  }
+
+  /** The phones that a restored database has taken back in: {id, channel, farewell}. */
+  revived() {
+    return this.unpaired.all.flatMap(([channel, farewell]) => {
+      const row = this.store.get(
+        'SELECT id, channel FROM relay_devices WHERE channel = ? AND revoked_ms IS NULL',
+        channel,
+      );
+      return row ? [{ ...row, farewell }] : [];
+    });
   }
 
   /** Called in a transaction. */
@@ -69,6 +85,7 @@ export class Devices {
       said: row.said, // the newest number that may have been used on the way down
       reserved: row.said,
       results: new Map(JSON.parse(row.results)),
+      sent: new Map(), // number -> when it went out, in this run
       heard: -Infinity, // on the steady clock
     };
     // Two that looked at the same time must go on with one set of counters.
@@ -94,7 +111,10 @@ export class Devices {
   }
 
   isUsed(channel) {
-    return this.store.get('SELECT 1 AS used FROM relay_devices WHERE channel = ?', channel) !== undefined;
+    return (
+      this.unpaired.has(channel) ||
+      this.store.get('SELECT 1 AS used FROM relay_devices WHERE channel = ?', channel) !== undefined
+    );
   }
 
   isPaired(device) {
@@ -115,7 +135,16 @@ export class Devices {
       this.store.run('UPDATE relay_devices SET said = ? WHERE id = ?', device.reserved, device.id);
     }
     device.said += 1;
+    device.sent.set(device.said, clock.reading());
+    for (const old of device.sent.keys()) if (device.sent.size > KEPT_SENT) device.sent.delete(old);
     return device.said;
+  }
+
+  /** The phone has heard everything up to `n`. A database that was restored may know of less, and goes on after it. */
+  heardUpTo(device, n) {
+    if (!Number.isSafeInteger(n) || n <= device.said || n > MOST_HEARD) return;
+    device.said = n;
+    device.reserved = Math.max(device.reserved, n);
   }
 
   keepAsked(device, n) {

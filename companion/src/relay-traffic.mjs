@@ -3,11 +3,13 @@
 import { clock } from './clock.mjs';
 import { Refusal, conflict } from './errors.mjs';
 import { confirms } from './relay-confirm.mjs';
-import { confirmationOf, seal, open } from '../shared/relay.js';
+import { GOOD_MS, confirmationOf, seal, open } from '../shared/relay.js';
+import { longest } from '../shared/spans.js';
 import { optional, required } from './check.mjs';
 
 const LISTENS_MS = 90_000; // a phone asks every 20 s while it is looked at
 const MAX_REQUEST = 2000;
+const AGAIN_MS = 1000;
 
 export class Traffic {
   #turns = new Map(); // phone's id -> the end of its last turn: envelopes of one phone are handled one by one
@@ -37,23 +39,46 @@ export class Traffic {
 
   async tell(device, body) {
     const n = this.devices.nextSaid(device);
-    const { channel, down } = device;
-    const text = await seal(down, { channel, stream: 'down', n }, { ...body, at: clock.now() });
+    const { channel, down, asked, did } = device;
+    const { life } = this.devices;
+    const text = await seal(
+      down,
+      { channel, stream: 'down', n },
+      { ...body, at: clock.now(), life, asked, did },
+    );
     if (this.devices.isPaired(device)) this.say(channel, text);
   }
 
   async #ask(device, n, body) {
-    if (n <= device.asked) return;
+    this.devices.heardUpTo(device, body.heard);
+    if (n <= device.asked) return this.#again(device);
     this.devices.keepAsked(device, n);
     await this.tell(device, {
       t: 'state',
-      did: device.did,
       face: device.passkey !== null,
       ...this.view.since(body.have),
     });
   }
 
+  /** The phone can't know what it has to: how far it has counted, or that this run of the daemon is another. */
+  async #again(device) {
+    const now = clock.steady();
+    if (now - (device.again ?? -Infinity) < AGAIN_MS) return; // a relay may repeat what it likes
+    device.again = now;
+    await this.tell(device, { t: 'again' });
+  }
+
+  /**
+   * How old a command is at most; null when that can't be told. The phone says how long after one of our numbers it was
+   * made, and when that number went out is known here, so no two clocks have to agree.
+   */
+  #ageOf(device, made) {
+    const sent = made?.life === this.devices.life ? device.sent.get(made.n) : undefined;
+    return sent && Number.isFinite(made.after) ? longest(sent, clock.reading()) - made.after : null;
+  }
+
   async #do(device, n, body) {
+    this.devices.heardUpTo(device, body.heard);
     if (n <= device.did) {
       const result = device.results.get(n);
       if (result) await this.tell(device, { t: 'result', n, ...result });
@@ -61,16 +86,18 @@ export class Traffic {
     }
     // Everything before it that the phone still stands by has to come first; the phone sends all of that again.
     if (n !== device.did + 1 && body.first !== n) return;
-    const result = await this.#run(device, n, body);
+    const age = this.#ageOf(device, body.made);
+    if (age === null) return this.#again(device);
+    const result = await this.#run(device, n, body, age);
     if (!this.devices.isPaired(device)) return;
     this.devices.keepResult(device, n, result);
     await this.tell(device, { t: 'result', n, ...result, rev: this.view.rev });
   }
 
   /** Does what was asked and gives the result; nothing is thrown. */
-  async #run(device, n, body) {
+  async #run(device, n, body, age) {
     try {
-      if (!(clock.now() < body.until))
+      if (!(age < GOOD_MS))
         throw new Refusal('late', 409, 'This came too late, so nothing was done. Try again.');
       const act = { answer: this.#answer, undo: this.#undo, request: this.#request }[body.do];
       if (act === undefined)

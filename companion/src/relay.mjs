@@ -9,6 +9,7 @@ import { Outbox } from './relay-outbox.mjs';
 import { Pairing } from './relay-pairing.mjs';
 import { PhoneView } from './relay-view.mjs';
 import { Traffic } from './relay-traffic.mjs';
+import { Unpaired } from './relay-unpaired.mjs';
 import { readRelayConfig } from './relay-config.mjs';
 import * as wire from '../shared/relay.js';
 
@@ -22,7 +23,7 @@ export class Relay {
   constructor(app) {
     this.app = app;
     this.store = app.store;
-    this.devices = new Devices(app.store);
+    this.devices = new Devices(app.store, new Unpaired(app.home, app.wentWrong));
     this.outbox = new Outbox();
     this.view = new PhoneView(app);
     this.say = (channel, payload) => this.enabled && this.outbox.add(channel, payload);
@@ -32,6 +33,23 @@ export class Relay {
       say: this.say,
       origin: () => new URL(this.#config().app_url).origin,
     });
+    this.#unpairRevived();
+  }
+
+  /** A database of an older backup takes no phone back in that was unpaired since. */
+  #unpairRevived() {
+    const revived = this.devices.revived();
+    if (revived.length === 0) return;
+    this.store.tx(() => {
+      for (const device of revived) this.#unpair(device, device.farewell);
+    });
+    this.store.scrub();
+  }
+
+  /** Called in a transaction. */
+  #unpair(device, farewell) {
+    this.devices.revoke(device, farewell);
+    this.app.presses.takeBackOf(device.id);
   }
 
   get enabled() {
@@ -167,7 +185,6 @@ export class Relay {
       this.look();
       await this.traffic.tell(device, {
         t: 'state',
-        did: 0,
         face: device.passkey !== null,
         ...this.view.since(),
       });
@@ -178,18 +195,17 @@ export class Relay {
 
   async revoke(id) {
     const device = await this.devices.find(id);
-    const n = this.devices.nextSaid(device);
     const { channel, down } = device;
     const farewell = await wire.seal(
       down,
-      { channel, stream: 'down', n },
+      { channel, stream: 'down', n: wire.LAST },
       { t: 'unpaired', at: clock.now() },
     );
     if (!this.devices.isPaired(device)) return this.status(); // somebody else was faster
+    this.devices.unpaired.keep(channel, farewell);
     this.store.tx(() => {
       this.app.receipts.add('relay.unpaired', `A phone was unpaired: ${device.name || 'without a name'}.`);
-      this.devices.revoke(device, farewell);
-      this.app.presses.takeBackOf(device.id);
+      this.#unpair(device, farewell);
     });
     this.store.scrub();
     this.traffic.forget(device);

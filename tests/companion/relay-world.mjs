@@ -177,8 +177,8 @@ export class RelayWorld {
     );
   }
 
-  /** A phone that isn't paired yet. */
-  phone({ confirm = async () => null, ahead = () => 0 } = {}) {
+  /** A phone that isn't paired yet. `ahead` moves both its clocks on, `set` its time of day alone. */
+  phone({ confirm = async () => null, ahead = () => 0, set = () => 0 } = {}) {
     const kept = { value: null };
     const make = () => {
       const phone = new Phone({
@@ -194,7 +194,8 @@ export class RelayWorld {
         connect: (url, options) => mqtt.connect(url, options),
         confirm,
         changed: () => {},
-        now: () => Date.now() + ahead(),
+        now: () => Date.now() + ahead() + set(),
+        steady: () => performance.now() + ahead(),
       });
       phone.kept = kept;
       phone.again = async () => {

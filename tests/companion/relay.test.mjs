@@ -1,6 +1,6 @@
 // The road between a card and a phone: pairing, answers, a relay that lies, and relays that die.
 import assert from 'node:assert/strict';
-import { readFileSync, readdirSync } from 'node:fs';
+import { readFileSync, readdirSync, rmSync, writeFileSync } from 'node:fs';
 import { join } from 'node:path';
 import { test, after } from 'node:test';
 import { until } from './world.mjs';
@@ -275,9 +275,121 @@ test('an answer that was held back is refused as too late', { timeout: 60_000 },
   process.kill(relay.connector.pid, 'SIGSTOP');
   await phone.answer(card, 'Yes');
   await relay.world.advance(40); // on the daemon's clock alone
+  await relay.world.ok('/v1/test/advance', { set_ms: -3_600_000 }); // which makes the answer no younger
   process.kill(relay.connector.pid, 'SIGCONT');
   await until(() => phone.notices.some((notice) => notice.code === 'late'), 'it is refused');
   assert.equal((await relay.world.card(id)).state, 'open');
+});
+
+test('a clock that is set stops nothing, and makes nothing new that was held back', {
+  timeout: 120_000,
+}, async (t) => {
+  let set = 0;
+  const relay = await RelayWorld.open(t);
+  const phone = await relay.paired({ set: () => set });
+  const goesOn = async () => {
+    const id = await relay.world.askFromAfar();
+    await phone.answer(await relay.shown(phone, id), 'Yes');
+    await until(async () => (await relay.world.card(id))?.state !== 'open', 'the answer is taken');
+  };
+  await goesOn();
+  const HOURS = 5 * 3_600_000;
+  for (const [phones, computers] of [
+    [-HOURS, 0],
+    [0, -HOURS],
+    [2 * HOURS, 0],
+  ]) {
+    set += phones;
+    await relay.world.ok('/v1/test/advance', { set_ms: computers });
+    await goesOn();
+    assert.equal(phone.fresh, true);
+  }
+  assert.deepEqual(phone.notices, []);
+
+  // A relay that has kept the computer's words for itself hands them on when the phone's clock is set back.
+  const { channel, password, urls, said } = phone.mine;
+  const spy = await client(t, urls[0], channel, password);
+  const down = [];
+  spy.on('message', (_topic, payload) => down.push(payload.toString()));
+  await spy.subscribeAsync(topicDown(channel), { qos: 1 });
+  phone.stop();
+  const gone = await relay.world.askFromAfar();
+  const newest = await until(() => down.find((text) => JSON.parse(text).n > said), 'the card is told');
+  process.kill(relay.connector.pid, 'SIGSTOP');
+  set -= HOURS;
+  const back = await phone.again();
+  await until(() => back.online, 'the phone is back');
+  const config = await relay.world.ok('/v1/relay/connector/config');
+  const desk = await client(t, config.urls[0], config.username, config.password);
+  await desk.publishAsync(topicDown(channel), newest, { qos: 1 });
+  await until(() => back.mine.said === JSON.parse(newest).n, 'it has come');
+  assert.deepEqual([back.fresh, back.cards.has(gone)], [false, false]);
+  process.kill(relay.connector.pid, 'SIGCONT');
+  await relay.shown(back, gone);
+});
+
+test('a database of an older backup goes on with its phone, and takes back none that was unpaired', {
+  timeout: 120_000,
+}, async (t) => {
+  const relay = await RelayWorld.open(t);
+  const { world } = relay;
+  const [phone, lost] = [await relay.paired({}, { name: 'Mine' }), await relay.paired({}, { name: 'Lost' })];
+  const id = await world.askFromAfar();
+  await relay.shown(phone, id);
+  let before;
+  const heardAnew = async () => {
+    phone.wake(); // it asks
+    await until(() => phone.rev !== before, 'the phone hears the new daemon');
+  };
+  const restart = async (between) => {
+    before = phone.rev;
+    await world.kill('SIGTERM');
+    between();
+    await world.start();
+    relay.page = await world.login();
+    await relay.connected();
+  };
+  const files = () => readdirSync(world.home).filter((name) => name.startsWith('kelvadromed.db'));
+  const path = (name) => join(world.home, name);
+  let backup;
+  await restart(() => {
+    backup = files().map((name) => [name, readFileSync(path(name))]);
+  });
+  const { channel, password, urls } = phone.mine;
+  const spy = await client(t, urls[0], channel, password);
+  const config = await world.ok('/v1/relay/connector/config');
+  const desk = await client(t, config.urls[0], config.username, config.password);
+  const commands = [];
+  desk.on('message', (_topic, payload) => {
+    if (JSON.parse(payload).s === 'do') commands.push(payload.toString());
+  });
+  await desk.subscribeAsync(topicUp(channel), { qos: 1 });
+  await heardAnew();
+  assert.equal(await phone.answer(phone.cards.get(id), 'Yes'), true);
+  await until(async () => (await world.card(id))?.state !== 'open', 'it is answered');
+  await until(() => phone.pending.length === 0, 'the phone has heard so');
+  lost.stop();
+  const { devices } = await relay.status();
+  const { id: device_id } = devices.find(({ name }) => name === 'Lost');
+  await world.ok('/v1/relay/device/revoke', { device_id });
+
+  await restart(() => {
+    for (const name of files()) rmSync(path(name));
+    for (const [name, bytes] of backup) writeFileSync(path(name), bytes);
+  });
+  assert.deepEqual(
+    (await relay.status()).devices.map(({ name }) => name),
+    ['Mine'],
+  );
+  const away = await lost.again();
+  await until(() => away.why === 'unpaired', 'the other phone hears of it');
+  // The answer that the relay has seen before means nothing to this run of the daemon.
+  for (const text of commands) await spy.publishAsync(topicUp(channel), text, { qos: 1 });
+  await heardAnew();
+  const later = await world.askFromAfar();
+  await phone.answer(await relay.shown(phone, later), 'Yes');
+  await until(async () => (await world.card(later))?.state !== 'open', 'the new answer is taken');
+  assert.equal((await world.card(id)).state, 'open', 'the old one was not taken again');
 });
 
 test('a broker that was away for an hour is found again', { timeout: 120_000 }, async (t) => {

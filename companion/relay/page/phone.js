@@ -1,6 +1,7 @@
 // What a phone knows and does, without a screen: it pairs, keeps its keys, follows the cards, and sends commands that are
 // taken once. The page shows it; the tests drive it. Storage, connection, clock and confirmation come from outside.
 import * as wire from '../../shared/relay.js';
+import { longest, shortest } from '../../shared/spans.js';
 import { Links } from '../src/links.mjs';
 
 const JOIN_AGAIN_MS = 3000;
@@ -14,9 +15,9 @@ const SEND_AGAIN_MS = 2500;
 // comes second: a cluster that has lost a server takes seconds to keep anything, and hears nothing else from us meanwhile.
 const KEPT_TRY = 1;
 const KEEP_MS = 1000;
-const GOOD_MS = 30_000; // how long a command may be on its way
 const GRACE_MS = 3000;
-const STALE_MS = 120_000;
+const STALE_MS = 120_000; // older than the question that it knows of, the computer's word counts no more
+const KEPT_ASKS = 20;
 const FRESH_MS = 50_000;
 const LINKS = 2;
 
@@ -25,19 +26,20 @@ export class Phone {
   #key = null; // while joining: what the first message is sealed with
   #sent = -Infinity; // when the last thing that is repeated was sent
   #turn = Promise.resolve();
-  #ahead = null; // how far the computer's clock is ahead of ours, at least
+  #asks = []; // {n, steady, day}: when the last questions were sent
+  #newest = null; // {n, life, at, heard} of the computer's newest word: its number, its time, and our reading
   #saving = Promise.resolve();
 
   /**
    * `store`: {load, save, clear} of one object. `connect`: an MQTT client's. `confirm(id, challenge)`: the person's own
    * confirmation, or null when the person does not give it. `changed` is called after anything that shows has changed.
    */
-  constructor({ store, connect, confirm, changed, now = Date.now }) {
-    Object.assign(this, { store, connect, confirm, changed, now });
+  constructor({ store, connect, confirm, changed, now = Date.now, steady = () => performance.now() }) {
+    Object.assign(this, { store, connect, confirm, changed, now, steady });
     this.phase = 'unpaired'; // joining, digits, paired; unpaired again with `why`: declined, failed, expired, unpaired
     this.why = null;
     this.cards = new Map();
-    this.heard = null; // when the computer's word came last
+    this.heard = null; // when the computer's word came last, as a reading
     this.rev = undefined;
     this.notices = []; // what became of commands whose card can't say it: {text, good}
     this.mine = null; // all that is kept
@@ -49,18 +51,34 @@ export class Phone {
 
   /** Whether what is shown is known to be so. */
   get fresh() {
-    return this.online && this.heard !== null && this.now() - this.heard < FRESH_MS;
+    return this.online && this.#silence < FRESH_MS;
   }
 
-  /** The computer's time, never ahead of it: what expires by it expires rather too early. */
+  #read() {
+    return { steady: this.steady(), day: this.now() };
+  }
+
+  /** How long nothing has been heard. */
+  get #silence() {
+    return this.heard === null ? Infinity : longest(this.heard, this.#read());
+  }
+
+  /** The computer's time of day, never ahead of it. */
   get deskNow() {
-    return this.now() + (this.#ahead ?? 0);
+    return this.#newest ? this.#newest.at + this.steady() - this.#newest.heard.steady : this.now();
   }
 
   async load() {
     this.mine = (await this.store.load()) ?? null;
     if (this.mine === null) return;
     this.phase = 'paired';
+    // The steady clock of the page that made these is gone. What the time of day can't say is as good as over.
+    const now = this.#read();
+    const dated = (command) => {
+      const age = now.day - command.made.day;
+      return { ...command, made: { ...command.made, steady: age >= 0 ? now.steady - age : -Infinity } };
+    };
+    this.mine.pending = this.pending.map(dated);
     this.#open();
   }
 
@@ -118,7 +136,7 @@ export class Phone {
     this.mine = { ...offer, keys, join, passkeyId: passkey?.id ?? null };
     this.#key = await wire.joinKey(offer);
     this.joinText = await wire.seal(this.#key, { channel: offer.channel, stream: 'join', n: 0 }, join);
-    this.until = this.now() + JOIN_MS;
+    this.until = this.steady() + JOIN_MS;
     this.phase = 'joining';
     this.why = null;
     this.#open();
@@ -144,7 +162,7 @@ export class Phone {
       pending: [],
       paired: false,
     });
-    this.until = this.now() + DIGITS_MS;
+    this.until = this.steady() + DIGITS_MS;
     this.phase = 'digits';
     this.changed();
   }
@@ -161,6 +179,8 @@ export class Phone {
     this.mine = null;
     this.cards = new Map();
     this.heard = null;
+    this.#newest = null;
+    this.#asks = [];
     this.rev = undefined;
     this.phase = 'unpaired';
     this.why = why;
@@ -190,14 +210,20 @@ export class Phone {
     if (envelope.n <= mine.said) return; // it was here before, or has been overtaken
     const body = await wire.open(mine.down, mine.channel, envelope);
     if (body === null) return;
-    const ahead = body.at - this.now();
-    if (this.#ahead === null || ahead > this.#ahead) this.#ahead = ahead;
-    mine.said = envelope.n;
     if (body.t === 'unpaired') return this.#over('unpaired');
+    mine.said = envelope.n;
+    mine.asked = Math.max(mine.asked, body.asked ?? 0);
+    mine.next = Math.max(mine.next, (body.did ?? 0) + 1);
     if (this.phase === 'digits') this.#paired();
     await this.#save();
-    if (this.deskNow - body.at > STALE_MS) return this.#askSoon();
-    this.heard = this.now();
+    const now = this.#read();
+    // It is not older than the question that it knows of, whatever the computer's clock says.
+    const asked = this.#asks.find(({ n }) => n === body.asked);
+    if (asked === undefined || longest(asked, now) > STALE_MS) return this.#askSoon();
+    const isNewLife = this.#newest?.life !== body.life;
+    this.#newest = { n: envelope.n, life: body.life, at: body.at, heard: now };
+    this.heard = now;
+    if (isNewLife) await this.#sendAll();
     if (body.t === 'state') this.#follow(body);
     else if (body.t === 'result') await this.#settle(body);
     this.changed();
@@ -206,14 +232,14 @@ export class Phone {
   #paired() {
     this.phase = 'paired';
     this.mine.paired = true;
+    this.#asks.push({ n: 0, ...this.#read() }); // the first word of a pairing comes unasked
     for (const name of ['join', 'secret']) delete this.mine[name];
     this.digits = undefined;
     this.welcomeKey = undefined;
   }
 
-  #follow({ from, rev, set, del, face, did }) {
+  #follow({ from, rev, set, del, face }) {
     if (face !== undefined) this.mine.face = face;
-    if (did !== undefined) this.mine.next = Math.max(this.mine.next, did + 1);
     if (from === undefined) this.cards = new Map(set.map((card) => [card.id, card]));
     else if (from !== this.rev) return this.#askSoon();
     else {
@@ -226,18 +252,19 @@ export class Phone {
   }
 
   #askSoon() {
-    this.#sent = Math.min(this.#sent, this.now() - ASK_MS + ASK_JUST_NOW_MS);
+    this.#sent = Math.min(this.#sent, this.steady() - ASK_MS + ASK_JUST_NOW_MS);
     setTimeout(() => this.tick(), ASK_JUST_NOW_MS);
   }
 
   async #ask() {
     const { mine } = this;
     mine.asked = Math.max(mine.asked + 1, this.now());
+    this.#asks = [...this.#asks, { n: mine.asked, ...this.#read() }].slice(-KEPT_ASKS);
     await this.#save();
     const text = await wire.seal(
       mine.up,
       { channel: mine.channel, stream: 'ask', n: mine.asked },
-      { have: this.rev ?? null },
+      { have: this.rev ?? null, heard: mine.said },
     );
     this.#publish(text);
   }
@@ -249,7 +276,7 @@ export class Phone {
 
   async #look() {
     if (this.mine === null) return;
-    const now = this.now();
+    const now = this.steady();
     if (this.phase === 'joining' || this.phase === 'digits') {
       if (now > this.until) return this.#over(this.phase === 'joining' ? 'expired' : 'failed');
     }
@@ -261,8 +288,7 @@ export class Phone {
       this.#sent = now;
       this.#publish(this.joinText);
     } else {
-      const isWaiting =
-        this.phase === 'digits' || this.heard === null || now - this.heard > ASK_MS + ASK_SOON_MS;
+      const isWaiting = this.phase === 'digits' || this.#silence > ASK_MS + ASK_SOON_MS;
       if (since >= (isWaiting ? ASK_SOON_MS : ASK_MS)) {
         this.#sent = now;
         await this.#ask();
@@ -302,7 +328,7 @@ export class Phone {
   }
 
   async #command(card, make) {
-    if (this.phase !== 'paired' || this.#ahead === null || (card && this.pendingOf(card))) return false;
+    if (this.phase !== 'paired' || this.#newest === null || (card && this.pendingOf(card))) return false;
     const { mine } = this;
     const n = mine.next;
     const body = await make(n);
@@ -310,8 +336,7 @@ export class Phone {
     return this.#inTurn(async () => {
       if (this.mine !== mine || (card && this.pendingOf(card))) return false;
       if (body.proof && mine.next !== n) return false; // it was given for that number
-      const until = this.deskNow + GOOD_MS;
-      const command = { n: mine.next, card, until, did: body.do, tries: 0, body: { ...body, until } };
+      const command = { n: mine.next, card, made: this.#read(), did: body.do, tries: 0, body };
       mine.next += 1;
       mine.pending = [...mine.pending, command];
       await this.#save(); // a number is never used for two commands
@@ -321,22 +346,39 @@ export class Phone {
     });
   }
 
+  /** How long after the computer's newest word a command was made, at least; below 0 when it was made before. */
+  #madeAfter({ made }) {
+    const { heard } = this.#newest;
+    return made.steady >= heard.steady ? shortest(heard, made) : -longest(made, heard);
+  }
+
   async #send(command) {
     const { mine } = this;
-    command.at = this.now();
+    if (!this.#newest) return; // it goes out once the computer is heard
+    command.at = this.steady();
     const { n, body } = command;
     const text = await wire.seal(
       mine.up,
       { channel: mine.channel, stream: 'do', n },
-      { ...body, first: mine.pending[0]?.n ?? n },
+      {
+        ...body,
+        first: mine.pending[0]?.n ?? n,
+        heard: mine.said,
+        made: { life: this.#newest.life, n: this.#newest.n, after: this.#madeAfter(command) },
+      },
     );
     if (!this.online) return;
     this.#publish(text, { qos: command.tries === KEPT_TRY ? 1 : 0 });
     command.tries += 1;
   }
 
+  /** The computer runs anew, and can't tell how old what was sent before is. */
+  async #sendAll() {
+    for (const command of this.pending) await this.#send(command);
+  }
+
   async #sendPending() {
-    const now = this.now();
+    const now = this.steady();
     for (const command of this.pending) {
       const pause = command.tries > KEPT_TRY ? SEND_AGAIN_MS : KEEP_MS;
       if (!(now - (command.at ?? -Infinity) < pause)) await this.#send(command);
@@ -365,7 +407,8 @@ export class Phone {
 
   /** What the computer would no longer take is given up, and said so: nobody knows whether it was taken. */
   async #giveUp() {
-    const late = this.pending.filter((command) => this.deskNow > command.until + GRACE_MS);
+    const now = this.#read();
+    const late = this.pending.filter(({ made }) => longest(made, now) > wire.GOOD_MS + GRACE_MS);
     if (late.length === 0) return;
     this.mine.pending = this.pending.filter((command) => !late.includes(command));
     await this.#save();
