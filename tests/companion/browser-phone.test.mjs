@@ -91,6 +91,18 @@ test('a browser pairs with a face, answers, takes back, and confirms a high risk
   await shot('dark');
   await tab.reload();
   await card('Which name').waitFor();
+
+  // A second tab says that there is a first, takes its place, and gives it back when it is closed.
+  const second = await tab.context().newPage();
+  const isElsewhere = (page) => page.getByText('Open in another tab').waitFor();
+  await second.goto(tab.url());
+  await isElsewhere(second);
+  if (SHOTS) await second.screenshot({ path: `${SHOTS}/phone-elsewhere.png` });
+  await second.getByRole('button', { name: 'Use it here' }).click();
+  await second.locator('.card', { hasText: 'Which name' }).waitFor();
+  await isElsewhere(tab);
+  await second.close();
+  await card('Which name').waitFor();
   await relay.world.ok('/v1/relay/device/revoke', { device_id: decided.data.devices[0].id });
   await tab.getByText('Your computer has unpaired this phone').waitFor();
   await shot('unpaired');

@@ -1,6 +1,7 @@
 // The page of a paired phone: pairing, the cards that need somebody, and a field for a request.
 import mqtt from 'mqtt';
 import { h, place, said, showIn } from '../../page/lib/dom.js';
+import { alone } from './alone.js';
 import { CardView } from './card.js';
 import { Phone } from './phone.js';
 import { canConfirm, confirmWith, makePasskey } from './passkey.js';
@@ -236,8 +237,35 @@ function header() {
   said_ = state;
 }
 
+function elsewhere(take) {
+  const button = h('button', { type: 'button', class: 'big' }, 'Use it here');
+  button.addEventListener('click', () => {
+    button.disabled = true;
+    take();
+  });
+  return sheet(
+    mark(),
+    h('h1', {}, 'Open in another tab'),
+    h(
+      'p',
+      { class: 'soft' },
+      'kelvadrome works in one tab at a time. It goes on here once you close the other.',
+    ),
+    button,
+  );
+}
+
+/** Another tab works now: this one begins anew, and waits. */
+async function leave() {
+  left = true;
+  await phone.leave();
+  location.reload();
+}
+
 let phase;
+let left = false;
 function show() {
+  if (left) return;
   header();
   document.body.dataset.phase = phone.phase;
   if (phone.phase === 'paired') {
@@ -277,6 +305,7 @@ async function begin() {
   offer = readOffer(location.hash);
   // The code's secret is to be in no history.
   if (location.hash) history.replaceState(null, '', location.pathname);
+  await alone({ waits: (take) => main.replaceChildren(elsewhere(take)), leave });
   await phone.load();
   if (offer && phone.phase === 'paired') await phone.forget();
   navigator.storage?.persist?.();
@@ -292,6 +321,4 @@ async function begin() {
   addEventListener('online', () => phone.wake());
 }
 
-// Two tabs would count with the same numbers, so one waits until the other has gone.
-if (navigator.locks) navigator.locks.request('kelvadrome', () => begin().then(() => new Promise(() => {})));
-else begin();
+begin();

@@ -425,4 +425,13 @@ export class Phone {
     this.#link?.close();
     this.#link = null;
   }
+
+  /** Nothing more is said or kept once this comes back. */
+  leave() {
+    return this.#inTurn(async () => {
+      this.close();
+      this.mine = null;
+      await this.#saving;
+    });
+  }
 }
