@@ -46,7 +46,7 @@ export class Outbox {
    * The connector's long poll: drops what it has published (`done`), gives what it hasn't got yet (after `after`), at
    * once also when something else has changed since `news`.
    */
-  async poll({ run, done, after, news, connected, trouble, waitMs, signal }) {
+  async poll({ run, life, done, after, news, connected, trouble, waitMs, signal }) {
     // One connector at a time: a new one takes over, and one that was left over from before is told to end.
     if (this.#retired.has(run)) return { superseded: true };
     if (run !== this.#run) {
@@ -54,6 +54,9 @@ export class Outbox {
       this.#run = run;
       this.#waiters.wake();
     }
+    // Its numbers are those of an earlier daemon, and mean other messages here.
+    if (life !== undefined && life !== this.#life)
+      return { life: this.#life, news: this.#news, messages: [] };
     const gone = new Set(done);
     this.#messages = this.#messages.filter(({ id, until }) => !gone.has(id) && until > clock.steady());
     this.#polls += 1;

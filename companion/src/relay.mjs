@@ -231,6 +231,7 @@ export class Relay {
     this.#followLink(connected && `${run} ${optional.integer(body, 'links') ?? 0}`);
     const result = await this.outbox.poll({
       run,
+      life: optional.string(body, 'life', { max: 64 }),
       done: optional.list(body, 'done', { max: 10_000 }) ?? [],
       after: optional.integer(body, 'after') ?? 0,
       news: optional.integer(body, 'news'),

@@ -93,6 +93,7 @@ export class Connector {
         '/v1/relay/connector/poll',
         {
           run: this.run,
+          ...(this.life === undefined ? {} : { life: this.life }),
           done,
           after: this.#after,
           ...(this.#news === null ? {} : { news: this.#news }),
