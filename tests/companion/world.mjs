@@ -183,7 +183,8 @@ export class World {
       await world.kill();
       world.panes.close();
       if (t.error || !t.passed) t.diagnostic(world.log);
-      rmSync(world.home, { recursive: true, force: true });
+      // A server of the test may still be writing there.
+      rmSync(world.home, { recursive: true, force: true, maxRetries: 10, retryDelay: 100 });
     });
     await world.start();
     return world;
