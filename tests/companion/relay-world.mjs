@@ -71,10 +71,14 @@ function start(t, program, args, env) {
 }
 
 export class RelayWorld {
-  /** `places`: the relay's configuration has as many as these, in place of those that kd makes. */
-  static async open(t, { broker = 'mosquitto', env = {}, places } = {}) {
+  /**
+   * `places`: the relay's configuration has as many as these, in place of those that kd makes. With `tls`, {cert, key, ca} by
+   * the paths of their files, all of the relay is reached over TLS alone, the connector's way included.
+   */
+  static async open(t, { broker = 'mosquitto', env = {}, places, tls } = {}) {
     const relay = new RelayWorld();
     relay.t = t;
+    relay.tls = tls;
     relay.world = await World.open(t, { KELVADROME_TEST_HOLD_MS: '300', ...env });
     relay.page = await relay.world.login();
     // The shell shows that it is there, for nothing is taken that nobody could type.
@@ -105,7 +109,10 @@ export class RelayWorld {
     this.broker = start(
       this.t,
       process.execPath,
-      [KD, 'relay', 'serve', '--port', String(this.port)],
+      [
+        ...[KD, 'relay', 'serve', '--port', String(this.port)],
+        ...(this.tls ? ['--host', 'localhost', '--cert', this.tls.cert, '--key', this.tls.key] : []),
+      ],
       this.#kdEnv,
     );
     await until(
@@ -113,14 +120,20 @@ export class RelayWorld {
       'mosquitto listens',
       READY_MS,
     );
+    // The connector's way as from another machine: in at the phones' door.
+    if (this.tls) this.rewrite({ desk_urls: [`wss://localhost:${this.port}/mqtt`], ca: this.tls.ca });
+  }
+
+  /** Changes relay.json. */
+  rewrite(change) {
+    const path = join(this.world.home, 'relay.json');
+    const config = JSON.parse(readFileSync(path, 'utf8'));
+    writeFileSync(path, JSON.stringify({ ...config, ...change }));
   }
 
   /** The connector and the phones reach the broker through `proxy` from then on; before anything is paired. */
   async behind(proxy) {
-    const path = join(this.world.home, 'relay.json');
-    const config = JSON.parse(readFileSync(path, 'utf8'));
-    config.phone_urls = [`ws://127.0.0.1:${proxy.port}/mqtt`];
-    writeFileSync(path, JSON.stringify(config));
+    this.rewrite({ phone_urls: [`ws://127.0.0.1:${proxy.port}/mqtt`] });
   }
 
   async startCluster() {
@@ -131,11 +144,12 @@ export class RelayWorld {
       );
       const store = join(this.world.home, name);
       mkdirSync(store);
-      nodes.push({ name, host: '127.0.0.1', client_port, cluster_port, mqtt_port, phone_port, store });
+      const node = { name, host: '127.0.0.1', client_port, cluster_port, mqtt_port, phone_port, store };
+      nodes.push(this.tls ? { ...node, cert: this.tls.cert, key: this.tls.key } : node);
     }
     const pages = await servePage(this.t, join(this.world.home, 'relay/www'));
     const plan = join(this.world.home, 'cluster.json');
-    writeFileSync(plan, JSON.stringify({ app_url: `http://localhost:${pages}/`, nodes }));
+    writeFileSync(plan, JSON.stringify({ app_url: `http://localhost:${pages}/`, nodes, ca: this.tls?.ca }));
     const made = await this.world.kd(['relay', 'serve', '--cluster', plan]);
     if (made.code !== 0) throw new Error(made.stderr);
     this.nodes = nodes.map((node) => ({
@@ -191,7 +205,8 @@ export class RelayWorld {
             kept.value = null;
           },
         },
-        connect: (url, options) => mqtt.connect(url, options),
+        connect: (url, options) =>
+          mqtt.connect(url, this.tls ? { ...options, ca: readFileSync(this.tls.ca) } : options),
         confirm,
         changed: () => {},
         now: () => Date.now() + ahead() + set(),
