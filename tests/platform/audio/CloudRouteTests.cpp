@@ -1,9 +1,12 @@
 #include "Kelvadrome/platform/linux/audio/URLSessionPoster.h"
+#include "Kelvadrome/platform/linux/process/ProcessRunner.h"
+#include "KelvadromeKit/support/Files.h"
 #include "KelvadromeKit/voice/SpeechPipeline.h"
 #include "KelvadromeKit/voice/TranscriptionError.h"
 #include "KelvadromeKit/voice/WAV.h"
 
 #include "tests/support/FakeDaemon.h"
+#include "tests/support/TemporaryFolder.h"
 #include "tests/support/TestLoop.h"
 
 #include <fmt/format.h>
@@ -25,19 +28,19 @@ const auto vague = "Couldn't transcribe that. Try again."s;
 /// The real poster, whose requests go to a port of this machine in place of OpenAI's.
 class ToLoopback final : public HTTPPosting {
 public:
-    ToLoopback(BackgroundPool& pool, std::uint16_t port, double timeout)
-        : poster_(pool, timeout, "http"), port_(port) {}
+    ToLoopback(BackgroundPool& pool, std::uint16_t port, double timeout, const char* protocol)
+        : poster_(pool, timeout, protocol), origin_(fmt::format("{}://127.0.0.1:{}", protocol, port)) {}
 
     Task<PostReply> send(HTTPRequest request) override {
         const auto host = "https://api.openai.com"s;
         EXPECT_TRUE(request.url.starts_with(host));
-        request.url.replace(0, host.size(), fmt::format("http://127.0.0.1:{}", port_));
+        request.url.replace(0, host.size(), origin_);
         return poster_.send(std::move(request));
     }
 
 private:
     URLSessionPoster poster_;
-    std::uint16_t port_;
+    std::string origin_;
 };
 
 /// The daemon and OpenAI are one server, on a socket and on a port, so that the order of all requests shows.
@@ -50,8 +53,8 @@ protected:
         server.on(cloudPath, FakeReply{.body = R"({"text":" hello\n"})"});
     }
 
-    SpeechPipeline pipeline(std::uint16_t to, double timeout = 60) {
-        const auto http = std::make_shared<ToLoopback>(loop.pool(), to, timeout);
+    SpeechPipeline pipeline(std::uint16_t to, double timeout = 60, const char* protocol = "http") {
+        const auto http = std::make_shared<ToLoopback>(loop.pool(), to, timeout, protocol);
         return {OpenAITranscriber("gpt-4o-mini-transcribe", {secrets, http, &loop.pool()}),
             std::make_shared<DaemonBudgetLedger>(DaemonClient(server.socketPath(), loop.pool()))};
     }
@@ -194,6 +197,43 @@ TEST_F(CloudRouteTest, aCancelledClipLetsTheConnectionGoAndGivesTheMinutesBack) 
     loop.until([&] { return ended && stream->clientGone(); }, "the end of the call and of its connection");
     EXPECT_THAT(paths(), ElementsAre(reservePath, cloudPath, usedPath));
     EXPECT_EQ(settled(), settlement(false));
+}
+
+TEST_F(CloudRouteTest, aServerWhoseCertificateDoesNotHoldGetsNothing) {
+    TemporaryFolder folder;
+    ProcessRunner runner(loop.pool());
+    bool ended = false;
+    const auto serve = [](ProcessRunner& runner, std::string script, bool& ended) -> Task<> {
+        auto run = runner.run({"/bin/sh", {"-c", std::move(script)}}, 60);
+        co_await attempt(std::move(run));
+        ended = true;
+    };
+    const auto script = "cd " + folder.path().string() +
+                        " && openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -days 2"
+                        " -subj /CN=127.0.0.1 -addext subjectAltName=IP:127.0.0.1 -out cert -keyout key &&"
+                        " exec openssl s_server -accept 127.0.0.1:0 -cert cert -key key -www >said"s;
+    const auto handle = spawn(loop.executor(), "server", serve(runner, script, ended));
+    std::string said;
+    const auto listens = [&] {
+        said = Files::read(folder / "said", 1000).value_or("");
+        return said.ends_with('\n') && said.find("ACCEPT ") != std::string::npos;
+    };
+    loop.until(listens, "the server to listen");
+    const auto at = static_cast<std::uint16_t>(std::stoi(said.substr(said.rfind(':') + 1)));
+
+    ToLoopback poster(loop.pool(), at, 60, "https");
+    std::string why;
+    try {
+        loop.run(poster.send(OpenAITranscriber::request("wav", "model", key, "b")));
+    } catch (const std::runtime_error& error) {
+        why = error.what();
+    }
+    EXPECT_EQ(why, "SSL peer certificate or SSH remote key was not OK");
+    EXPECT_EQ(result(pipeline(at, 60, "https")), vague);
+    EXPECT_THAT(paths(), ElementsAre(reservePath, usedPath));
+    EXPECT_EQ(settled(), settlement(false));
+    handle.cancel();
+    loop.until([&] { return ended; }, "the server's end");
 }
 
 } // namespace
