@@ -7,6 +7,7 @@ import { clock } from './clock.mjs';
 const KEPT_MS = 60_000;
 const MAX_OF_CHANNEL = 64;
 const AWAY_MS = 30_000;
+const HANDOVER_MS = 2000; // without a call of the connector, after which another one takes its place
 
 export class Outbox {
   #messages = []; // {id, channel, payload, until}
@@ -15,7 +16,6 @@ export class Outbox {
   #seen = null; // {connected, trouble, at} of the connector's last call; `at` on the steady clock
   #polls = 0;
   #run; // the connector that is heard
-  #retired = new Set();
   #life = randomUUID();
   #news = 0; // counts what the connector has to know beside messages
 
@@ -47,13 +47,11 @@ export class Outbox {
    * once also when something else has changed since `news`.
    */
   async poll({ run, life, done, after, news, connected, trouble, waitMs, signal }) {
-    // One connector at a time: a new one takes over, and one that was left over from before is told to end.
-    if (this.#retired.has(run)) return { superseded: true };
-    if (run !== this.#run) {
-      if (this.#run !== undefined) this.#retired.add(this.#run);
-      this.#run = run;
-      this.#waiters.wake();
-    }
+    // One connector at a time: that of another program on this home stands by.
+    const end = clock.steady() + waitMs;
+    const isFree = () => run === this.#run || !this.#isServed;
+    if (!(await this.#waiters.wait(() => isFree() || undefined, waitMs, signal))) return { standby: true };
+    this.#run = run;
     // Its numbers are those of an earlier daemon, and mean other messages here.
     if (life !== undefined && life !== this.#life)
       return { life: this.#life, news: this.#news, messages: [] };
@@ -63,22 +61,27 @@ export class Outbox {
     this.#seen = { connected, trouble, at: clock.steady(), time: clock.now() };
     const messages = await this.#waiters.wait(
       () => {
-        if (this.#retired.has(run)) return [];
         // Without a link they are of no use to it, and may have gone stale before it has one.
         const fresh = connected ? this.#messages.filter(({ id }) => id > after) : [];
         return fresh.length > 0 || news !== this.#news ? fresh : undefined;
       },
-      waitMs,
+      Math.max(0, end - clock.steady()),
       signal,
     );
     this.#polls -= 1;
-    if (this.#retired.has(run)) return { superseded: true };
-    if (this.#polls === 0) this.#seen = { ...this.#seen, at: clock.steady() };
+    if (this.#polls === 0) {
+      this.#seen = { ...this.#seen, at: clock.steady() };
+      setTimeout(() => this.#waiters.wake(), HANDOVER_MS + 100).unref();
+    }
     return {
       life: this.#life,
       news: this.#news,
       messages: (messages ?? []).map(({ id, channel, payload }) => ({ id, channel, payload })),
     };
+  }
+
+  get #isServed() {
+    return this.#polls > 0 || clock.steady() - (this.#seen?.at ?? -Infinity) < HANDOVER_MS;
   }
 
   get isConnected() {

@@ -445,3 +445,16 @@ test('of three servers one is killed under way: nothing is lost, nothing twice',
   const held = (await relay.world.receipts()).filter(({ action }) => action === 'answer.held');
   assert.deepEqual(held.map(({ card_id }) => card_id).sort(), asked.sort());
 });
+
+test('a second program’s connector stands by until the first is gone', { timeout: 120_000 }, async (t) => {
+  const relay = await RelayWorld.open(t);
+  const phone = await relay.paired();
+  const first = relay.connector;
+  const poll = { run: 'another', connected: false, wait_ms: 0 };
+  assert.equal((await relay.world.ok('/v1/relay/connector/poll', poll)).standby, true);
+  relay.startConnector();
+  await relay.shown(phone, await relay.world.ask());
+  assert.equal(first.exitCode, null);
+  first.kill('SIGKILL');
+  await relay.shown(phone, await relay.world.ask());
+});

@@ -62,15 +62,16 @@ export class Connector {
   constructor({ socketPath, connect, log = () => {} }) {
     Object.assign(this, { socketPath, connect, log });
     this.run = randomUUID();
+    this.parent = process.ppid;
   }
 
-  /** Runs until it is aborted, superseded by another connector, or the daemon is away for good. Gives the exit code. */
+  /** Runs until it is aborted, its parent has ended, or the daemon is away for good. Gives the exit code. */
   async serve(signal) {
     signal.addEventListener('abort', () => this.#poll.abort());
     let away = null;
-    while (!signal.aborted) {
+    while (!signal.aborted && process.ppid === this.parent) {
       try {
-        if (!(await this.#turn())) break;
+        await this.#turn();
         away = null;
       } catch (error) {
         if (!(error instanceof DaemonAway)) this.log(error.message);
@@ -108,7 +109,10 @@ export class Connector {
       this.#done.unshift(...done);
       throw error;
     }
-    if (reply.superseded) return false;
+    if (reply.standby) {
+      this.#done.unshift(...done);
+      return this.#drop();
+    }
     // A daemon that was started anew numbers its messages from 1 again.
     if (reply.life !== this.life) {
       this.life = reply.life;
@@ -116,10 +120,9 @@ export class Connector {
       this.#waiting.clear();
       this.#done.length = 0;
       this.#news = null;
-      if (done.length > 0 || reply.messages.length > 0) return true;
+      if (done.length > 0 || reply.messages.length > 0) return;
     }
     await this.#follow(reply);
-    return true;
   }
 
   async #follow({ enabled, channels, news, messages }) {
