@@ -145,9 +145,12 @@ test('an attempt ends in the states that the pane shows', { timeout: 120_000 }, 
   await until(() => first.phone.why === 'failed', 'the phone hears of it');
 
   const second = await relay.joined();
+  await until(() => second.phone.kept.value, 'it has asked and so kept what it knows');
+  const reloaded = await second.phone.again();
+  assert.deepEqual([reloaded.phase, reloaded.digits], ['digits', second.phone.digits]);
   await relay.decide(second.pairingId, '', false);
   assert.equal(await stateOf(relay), 'declined');
-  await until(() => second.phone.why === 'declined', 'the phone is declined');
+  await until(() => reloaded.why === 'declined', 'the phone is declined');
 
   // Somebody else who has seen the code comes second, and is shown no digits.
   const { pairingId, url: _, ...offer } = await relay.offer();

@@ -45,6 +45,11 @@ export class Phone {
     this.mine = null; // all that is kept
   }
 
+  /** What the person types on the computer, while it waits for that. */
+  get digits() {
+    return this.mine?.digits;
+  }
+
   get online() {
     return this.#link?.connected === true;
   }
@@ -71,7 +76,8 @@ export class Phone {
   async load() {
     this.mine = (await this.store.load()) ?? null;
     if (this.mine === null) return;
-    this.phase = 'paired';
+    this.phase = this.mine.paired ? 'paired' : 'digits';
+    this.until = this.steady() + DIGITS_MS;
     // The steady clock of the page that made these is gone. What the time of day can't say is as good as over.
     const now = this.#read();
     const dated = (command) => {
@@ -150,9 +156,9 @@ export class Phone {
     const welcome = await wire.openBytes(welcomeKey, channel, envelope);
     if (welcome === null || this.phase !== 'joining') return;
     const { digits, up, down } = await wire.agree({ ...handshake, welcome });
-    this.welcomeKey = welcomeKey;
-    this.digits = digits;
     Object.assign(this.mine, {
+      welcomeKey,
+      digits,
       up: await wire.cipherKey(up),
       down: await wire.cipherKey(down),
       deskName: wire.fromBytes(welcome).desk,
@@ -168,7 +174,8 @@ export class Phone {
   }
 
   async #receiveEnd(envelope) {
-    const body = this.welcomeKey && (await wire.open(this.welcomeKey, this.mine.channel, envelope));
+    const { welcomeKey, channel } = this.mine;
+    const body = welcomeKey && (await wire.open(welcomeKey, channel, envelope));
     if (body && this.phase === 'digits') await this.#over(body.end);
   }
 
@@ -233,9 +240,7 @@ export class Phone {
     this.phase = 'paired';
     this.mine.paired = true;
     this.#asks.push({ n: 0, ...this.#read() }); // the first word of a pairing comes unasked
-    for (const name of ['join', 'secret']) delete this.mine[name];
-    this.digits = undefined;
-    this.welcomeKey = undefined;
+    for (const name of ['join', 'secret', 'digits', 'welcomeKey']) delete this.mine[name];
   }
 
   #follow({ from, rev, set, del, face }) {
