@@ -294,6 +294,7 @@ test('a clock that is set stops nothing, and makes nothing new that was held bac
     const id = await relay.world.askFromAfar();
     await phone.answer(await relay.shown(phone, id), 'Yes');
     await until(async () => (await relay.world.card(id))?.state !== 'open', 'the answer is taken');
+    await until(() => phone.pending.length === 0, 'the phone knows it'); // else a clock that is set makes it old
   };
   await goesOn();
   const HOURS = 5 * 3_600_000;
