@@ -78,7 +78,7 @@ std::vector<Row> joined(const DevicesState& state) {
             "used this QR code."};
     Row code{.id = SettingsId::phoneCode,
         .title = "6 digits",
-        .control = Row::Field{"Code shown on the phone", state.typedCode},
+        .control = Row::Field{.hint = "Code shown on the phone", .text = state.typedCode, .takesFocus = true},
         .enabled = !state.busy};
     Row decision{.id = "decision",
         .title = "Phone key " + pairing.fingerprint.value_or(""),

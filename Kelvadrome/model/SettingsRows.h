@@ -49,7 +49,8 @@ struct SettingsRow {
     struct Field {
         std::string hint; // where nothing has been typed yet
         std::string text;
-        bool secret = false; // not to be read over a shoulder
+        bool secret = false;     // not to be read over a shoulder
+        bool takesFocus = false; // when it comes to show, for it is what the user waits for
         bool operator==(const Field&) const = default;
     };
     /// Drawn pixel for pixel, without smoothing.

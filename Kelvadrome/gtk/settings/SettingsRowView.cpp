@@ -208,6 +208,10 @@ void SettingsRowView::makeField(const SettingsRow::Field& field) {
         G_CALLBACK(+[](SettingsRowView* self) { self->presses_.submit(self->shown_.id); }), this);
 }
 
+void SettingsRowView::takeFocus() {
+    gtk_widget_grab_focus(GTK_WIDGET(field_.get()));
+}
+
 void SettingsRowView::makePicture() {
     picture_ =
         GTK_WIDGET(g_object_new(GTK_TYPE_DRAWING_AREA, "accessible-role", GTK_ACCESSIBLE_ROLE_IMG, nullptr));

@@ -34,6 +34,8 @@ public:
     bool fits(const SettingsRow& row) const;
     void show(const SettingsRow& row);
     GtkWidget* widget() const { return GTK_WIDGET(widget_.get()); }
+    /// Of a field.
+    void takeFocus();
 
 private:
     void make(const SettingsRow& row);

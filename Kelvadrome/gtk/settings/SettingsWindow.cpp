@@ -180,6 +180,9 @@ void SettingsWindow::fill(Group& group, const std::vector<SettingsRow>& rows) {
     for (std::size_t i = kept; i < rows.size(); ++i) {
         group.rows.push_back(std::make_unique<SettingsRowView>(rows[i], presses_));
         adw_preferences_group_add(group.widget, group.rows.back()->widget());
+        const auto* const field = std::get_if<SettingsRow::Field>(&rows[i].control);
+        if (field && field->takesFocus && gtk_widget_get_mapped(GTK_WIDGET(group.widget)))
+            group.rows.back()->takeFocus();
     }
 }
 
